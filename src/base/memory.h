@@ -1,0 +1,16 @@
+// Raw blocks for large arrays.
+#pragma once
+
+#include <cstddef>
+
+namespace povmesh {
+
+/// Allocates `bytes` bytes, aligned for any plain type; throws std::bad_alloc when there are none.
+/// Blocks of several megabytes are aligned to 2 MiB and marked as fit for large pages, which spares
+/// most of the page faults and address-translation misses of a first pass over them.
+void* allocate_block(std::size_t bytes);
+
+/// Releases a block of `allocate_block`; `bytes` is what it was asked for. Null does nothing.
+void free_block(void* block, std::size_t bytes) noexcept;
+
+}  // namespace povmesh

@@ -1,0 +1,18 @@
+// Elapsed time on the steady clock.
+#pragma once
+
+#include <chrono>
+
+namespace povmesh {
+
+class Timer {
+public:
+    double seconds() const {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    }
+
+private:
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+}  // namespace povmesh

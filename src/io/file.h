@@ -1,0 +1,70 @@
+// Whole files: reading them, and replacing them without ever leaving half of one.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "base/array.h"
+#include "base/status.h"
+
+namespace povmesh {
+
+/// A regular file open for reading. Anything else (a folder, a pipe, a device) does not open.
+class InputFile {
+public:
+    InputFile() = default;
+    ~InputFile();
+    InputFile(const InputFile&) = delete;
+    InputFile& operator=(const InputFile&) = delete;
+
+    /// CannotRead, with the reason, when the file is not there, not readable or not a regular file.
+    Status open(const std::string& path);
+
+    std::uint64_t size() const { return size_; }
+
+    /// Reads up to `target.size()` bytes from `offset`; returns how many there were. A read error
+    /// counts as the end of the file.
+    std::size_t read(std::uint64_t offset, std::span<char> target) const;
+
+    /// The whole content, as far as it can be read.
+    Array<char> read_all() const;
+
+private:
+    int descriptor_ = -1;
+    std::uint64_t size_ = 0;
+};
+
+/// Writes a file and puts it in the place of `path` only when it is complete.
+///
+/// The content goes to a temporary file in the same folder, is flushed to the disk and replaces the
+/// target by a rename; then the folder is flushed. The target's permissions are kept, symbolic links
+/// are followed, a target that exists and may not be written is refused, and a failure leaves what was
+/// there. Where the folder takes no new file, and for a target that is no regular file, the target is
+/// written in place.
+class ReplacementFile {
+public:
+    ReplacementFile() = default;
+    ~ReplacementFile();  // without commit: removes the temporary file
+    ReplacementFile(const ReplacementFile&) = delete;
+    ReplacementFile& operator=(const ReplacementFile&) = delete;
+
+    /// `flush_to_disk` false leaves out the two flushes (for benchmarks).
+    Status open(const std::string& path, bool flush_to_disk = true);
+    /// Appends; after a failed write everything further, `commit` included, fails with the same status.
+    Status write(std::span<const char> bytes);
+    Status commit();
+
+private:
+    Status fail(const std::string& doing, int error);
+
+    std::string shown_path_;       // as the caller named it, for messages
+    std::string target_;           // symbolic links resolved
+    std::string temporary_;        // empty when the target is written in place
+    int descriptor_ = -1;
+    bool flush_to_disk_ = true;
+    Status failure_;
+};
+
+}  // namespace povmesh

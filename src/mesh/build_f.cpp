@@ -1,0 +1,1 @@
+#include "mesh/build_f.h"

@@ -1,0 +1,1 @@
+#include "mesh/edge_mates.h"

@@ -1,0 +1,1 @@
+#include "mesh/export_data.h"

@@ -1,0 +1,1 @@
+#include "mesh/tri_mesh.h"

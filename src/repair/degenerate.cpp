@@ -1,0 +1,1 @@
+#include "repair/degenerate.h"
