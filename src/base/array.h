@@ -28,9 +28,7 @@ struct UninitialisedAllocator {
         if (count > static_cast<std::size_t>(-1) / sizeof(T)) throw std::bad_array_new_length();
         return static_cast<T*>(allocate_block(count * sizeof(T)));
     }
-    void deallocate(T* block, std::size_t count) noexcept {
-        free_block(block, count * sizeof(T));
-    }
+    void deallocate(T* block, std::size_t count) noexcept { free_block(block, count * sizeof(T)); }
 
     template <typename U, typename... Args>
     void construct(U* place, Args&&... args) {

@@ -25,8 +25,8 @@ constexpr Int saturate_to(Float value) {
     return static_cast<Int>(value);
 }
 
-/// Narrows to a 32-bit float; a finite value too large for it becomes the largest finite float of its
-/// sign. NaN and infinities stay.
+/// Narrows to a 32-bit float; a finite value too large for it becomes the largest finite float of
+/// its sign. NaN and infinities stay.
 inline float narrow_to_float(double value) {
     constexpr double kLargest = std::numeric_limits<float>::max();
     if (value > kLargest && std::isfinite(value)) return std::numeric_limits<float>::max();

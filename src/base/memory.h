@@ -13,4 +13,13 @@ void* allocate_block(std::size_t bytes);
 /// Releases a block of `allocate_block`; `bytes` is what it was asked for. Null does nothing.
 void free_block(void* block, std::size_t bytes) noexcept;
 
+/// Asks for the cache line of an address ahead of its use; never faults.
+inline void prefetch(const void* address) {
+#if defined(__GNUC__)
+    __builtin_prefetch(address);
+#else
+    (void)address;
+#endif
+}
+
 }  // namespace povmesh

@@ -15,7 +15,8 @@ enum class StatusCode {
     BadOption,    // an option is out of range or not a number
 };
 
-/// A code, and for every code but Ok one line that says what, where (byte, line, face) and what to do.
+/// A code, and for every code but Ok one line that says what, where (byte, line, face) and what to
+/// do.
 class [[nodiscard]] Status {
 public:
     Status() = default;

@@ -10,8 +10,8 @@
 
 namespace povmesh {
 
-/// The faces beyond each edge of a mesh, deleted faces left out. Edge c of a face runs from corner c
-/// to corner c + 1.
+/// The faces beyond each edge of a mesh, deleted faces left out. Edge c of a face runs from corner
+/// c to corner c + 1.
 ///
 /// A face holds an edge when it has both of its end points, in either order.
 class EdgeMates {
@@ -22,8 +22,8 @@ public:
 
     enum class Kind { Open, Manifold, NonManifold };
 
-    /// Open: no other live face holds the edge; Manifold: exactly one does; NonManifold: several do.
-    /// All edges of a deleted face are open.
+    /// Open: no other live face holds the edge; Manifold: exactly one does; NonManifold: several
+    /// do. All edges of a deleted face are open.
     Kind kind(std::size_t face, std::size_t edge) const {
         const std::int32_t code = codes_[face * 3 + edge];
         return code >= 0 ? Kind::Manifold : code == kOpen ? Kind::Open : Kind::NonManifold;
@@ -40,8 +40,8 @@ public:
         return (codes_[face * 3 + edge] & 1) != 0;
     }
 
-    /// Number of edges that more than two live faces hold, and for one of them its faces in ascending
-    /// order.
+    /// Number of edges that more than two live faces hold, and for one of them its faces in
+    /// ascending order.
     std::size_t group_count() const { return group_offsets_.size() - 1; }
     std::span<const std::uint32_t> group(std::size_t group) const {
         return {group_faces_.data() + group_offsets_[group],

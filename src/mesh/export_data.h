@@ -7,7 +7,8 @@
 
 namespace povmesh {
 
-/// Soup arrays from malloc; whoever receives them frees them. No pointer is null, also for 0 triangles.
+/// Soup arrays from malloc; whoever receives them frees them. No pointer is null, also for 0
+/// triangles.
 struct SoupArrays {
     std::uint32_t triangle_count = 0;
     float* coordinates = nullptr;          // 9 a triangle

@@ -6,10 +6,10 @@
 
 namespace povmesh {
 
-/// Fills `mesh.shells` with the live faces, grouped by connection over edges (faces that touch only at
-/// a vertex are apart; the winding does not matter). Shells are numbered by their lowest face; within
-/// a shell the faces stand in breadth-first order from it, edge after edge, the faces of one edge in
-/// face order.
+/// Fills `mesh.shells` with the live faces, grouped by connection over edges (faces that touch only
+/// at a vertex are apart; the winding does not matter). Shells are numbered by their lowest face;
+/// within a shell the faces stand in breadth-first order from it, edge after edge, the faces of one
+/// edge in face order.
 ///
 /// Linear time, also where many faces share a vertex or an edge.
 void label_shells(TriMesh& mesh);

@@ -51,8 +51,8 @@ static_assert(sizeof(Use) == 12);
 /// The uses of every vertex in compressed rows: row v holds the corners at vertex v in the order of
 /// their faces, deleted faces included.
 ///
-/// Invariants: offsets is empty (not built) or has one entry more than there are vertices, starts at
-/// 0, never falls, and ends at uses.size().
+/// Invariants: offsets is empty (not built) or has one entry more than there are vertices, starts
+/// at 0, never falls, and ends at uses.size().
 struct UseTable {
     Array<std::uint32_t> offsets;
     Array<Use> uses;
@@ -89,9 +89,9 @@ constexpr std::size_t kMaxFaceCount = 0x7FFFFFFF / 3;
 
 /// A mesh, an aggregate of growable arrays.
 ///
-/// Invariants of a mesh made by `build_f` or `compact`: the vertex indices of a face are in range and
-/// pairwise different, its uv indices are in range or -1, and `index` is the position of every vertex
-/// and texture coordinate. Vertices without a face are allowed.
+/// Invariants of a mesh made by `build_f` or `compact`: the vertex indices of a face are in range
+/// and pairwise different, its uv indices are in range or -1, and `index` is the position of every
+/// vertex and texture coordinate. Vertices without a face are allowed.
 struct TriMesh {
     Array<Face> faces;
     Array<Vertex> vertices;
@@ -108,11 +108,12 @@ struct TriMesh {
     }
 };
 
-/// Builds the use table of a mesh whose face indices are all in range, in one counting pass over the
-/// faces. Linear time; 12 bytes a corner and 4 a vertex.
+/// Builds the use table of a mesh whose face indices are all in range, in one counting pass over
+/// the faces. Linear time; 12 bytes a corner and 4 a vertex.
 void build_uses(TriMesh& mesh);
 
-/// Builds the use table unless it is there. Whoever appends faces or changes their vertices clears it.
+/// Builds the use table unless it is there. Whoever appends faces or changes their vertices clears
+/// it.
 void ensure_uses(TriMesh& mesh);
 
 /// Number of faces that are not deleted.
@@ -122,8 +123,8 @@ std::size_t live_face_count(const TriMesh& mesh);
 /// exactly once at its vertex, in face order. For assertions and tests; linear time.
 bool is_consistent(const TriMesh& mesh);
 
-/// Turns a face over: exchanges corners 0 and 1 with their colours and, for a face with a label of 0
-/// or more, their texture coordinates. Applied twice it restores the face. The use table, which
+/// Turns a face over: exchanges corners 0 and 1 with their colours and, for a face with a label of
+/// 0 or more, their texture coordinates. Applied twice it restores the face. The use table, which
 /// records winding, is stale afterwards.
 void turn_over(Face& face);
 

@@ -5,9 +5,10 @@
 
 namespace povmesh {
 
-/// Enclosed volume in cubic model units: the sum of the signed tetrahedra between each live face and
-/// (0, 0, lowest z of all vertices), in double, in face order. An inside-out mesh, or an open one whose
-/// sum is not positive, has the volume 0. Holds for a closed mesh; for an open one it is what the sum gives.
+/// Enclosed volume in cubic model units: the sum of the signed tetrahedra between each live face
+/// and (0, 0, lowest z of all vertices), in double, in face order. An inside-out mesh, or an open
+/// one whose sum is not positive, has the volume 0. Holds for a closed mesh; for an open one it is
+/// what the sum gives.
 double volume(const TriMesh& mesh);
 
 /// The same sum with its sign: negative for a mesh that is wound inward.

@@ -61,8 +61,8 @@ void RunLog::failure(std::string_view operation, std::string_view reason) const 
 std::string six_decimals(double number) {
     // The largest double has 309 digits before the point.
     std::array<char, 336> text{};
-    const auto end = std::to_chars(text.data(), text.data() + text.size(), number,
-                                   std::chars_format::fixed, 6);
+    const auto end =
+        std::to_chars(text.data(), text.data() + text.size(), number, std::chars_format::fixed, 6);
     return {text.data(), end.ptr};
 }
 

@@ -25,13 +25,13 @@ Vec3d unit(Vec3d p) {
 
 std::vector<Triangle> unit_sphere(int levels) {
     const double g = std::numbers::phi;
-    const std::array<Vec3d, 12> p = {
-        Vec3d{-1, g, 0}, {1, g, 0}, {-1, -g, 0}, {1, -g, 0}, {0, -1, g}, {0, 1, g},
-        {0, -1, -g}, {0, 1, -g}, {g, 0, -1}, {g, 0, 1}, {-g, 0, -1}, {-g, 0, 1}};
-    constexpr std::array<std::array<std::size_t, 3>, 20> kFaces = {{
-        {0, 11, 5}, {0, 5, 1}, {0, 1, 7}, {0, 7, 10}, {0, 10, 11}, {1, 5, 9}, {5, 11, 4},
-        {11, 10, 2}, {10, 7, 6}, {7, 1, 8}, {3, 9, 4}, {3, 4, 2}, {3, 2, 6}, {3, 6, 8},
-        {3, 8, 9}, {4, 9, 5}, {2, 4, 11}, {6, 2, 10}, {8, 6, 7}, {9, 8, 1}}};
+    const std::array<Vec3d, 12> p = {Vec3d{-1, g, 0}, {1, g, 0}, {-1, -g, 0}, {1, -g, 0},
+                                     {0, -1, g},      {0, 1, g}, {0, -1, -g}, {0, 1, -g},
+                                     {g, 0, -1},      {g, 0, 1}, {-g, 0, -1}, {-g, 0, 1}};
+    constexpr std::array<std::array<std::size_t, 3>, 20> kFaces = {
+        {{0, 11, 5},  {0, 5, 1},  {0, 1, 7},  {0, 7, 10}, {0, 10, 11}, {1, 5, 9}, {5, 11, 4},
+         {11, 10, 2}, {10, 7, 6}, {7, 1, 8},  {3, 9, 4},  {3, 4, 2},   {3, 2, 6}, {3, 6, 8},
+         {3, 8, 9},   {4, 9, 5},  {2, 4, 11}, {6, 2, 10}, {8, 6, 7},   {9, 8, 1}}};
     std::vector<Triangle> triangles;
     for (const auto& f : kFaces) triangles.push_back({unit(p[f[0]]), unit(p[f[1]]), unit(p[f[2]])});
     for (int level = 0; level < levels; ++level) {

@@ -18,15 +18,16 @@ using SoupVector = std::vector<float>;
 /// Closed box of 12 triangles, wound outward.
 SoupVector box(Vec3f low, Vec3f high);
 
-/// Sphere about the origin by dividing an icosahedron `levels` times: 20 * 4^levels triangles, closed
-/// and wound outward. Level 7 has 327,680 triangles.
+/// Sphere about the origin by dividing an icosahedron `levels` times: 20 * 4^levels triangles,
+/// closed and wound outward. Level 7 has 327,680 triangles.
 SoupVector sphere(float radius, int levels);
 
-/// A sphere of about `radius` with smooth bumps and a rough grain, like a scanned stone. Closed, outward.
+/// A sphere of about `radius` with smooth bumps and a rough grain, like a scanned stone. Closed,
+/// outward.
 SoupVector rock(float radius, int levels);
 
-/// `count` triangles about the z axis that share the apex (0, 0, height) and form one closed ring of an
-/// open cone with its outside up; they are neighbours over edges.
+/// `count` triangles about the z axis that share the apex (0, 0, height) and form one closed ring
+/// of an open cone with its outside up; they are neighbours over edges.
 SoupVector fan(std::size_t count, float height);
 
 /// `count` triangles that all share the edge (0, 0, 0) - (0, 0, 1).
