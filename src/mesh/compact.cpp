@@ -31,41 +31,71 @@ void renew_texture(Face& face, const Array<TextureCoordinate>& old,
     }
 }
 
-}  // namespace
-
-void compact(TriMesh& mesh) {
-    WeldBox box;
+// Removes deleted faces and those that name no vertex; returns how many live ones there were.
+std::size_t keep_live_faces(TriMesh& mesh) {
     std::size_t live = 0;
     std::size_t kept = 0;
-    for (const Face& face : mesh.faces) {
+    for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        const Face& face = mesh.faces[f];
         if (face.deleted != 0) continue;
         ++live;
         if (!names_vertices(face, mesh.vertices.size())) continue;
-        mesh.faces[kept++] = face;
-        for (std::size_t corner = 0; corner < 3; ++corner) {
-            widen(box, mesh.corner_position(face, corner));
-        }
+        if (kept != f) mesh.faces[kept] = face;
+        ++kept;
     }
-    if (live == 0) return;
-    mesh.faces.resize(kept);
+    if (live != 0) mesh.faces.resize(kept);
+    return live;
+}
 
-    // Corners at one old vertex have the same coordinates, so each old vertex is looked up once.
-    VertexWelder welder(box, std::min(mesh.vertices.size(), kept / 2 + kept / 64 + 2));
+// Numbers the used vertices as they come up in the faces and puts those numbers into the faces;
+// returns the positions in that order.
+Array<Vec3f> take_used_vertices(TriMesh& mesh) {
     Array<std::int32_t> number(mesh.vertices.size(), kNotMet);
-    Array<Vertex> vertices;
-    vertices.reserve(std::min(mesh.vertices.size(), kept * 3) + 1);
-    Array<TextureCoordinate> texture_coordinates;
-    std::size_t face_count = 0;
-    for (std::size_t f = 0; f < kept; ++f) {
-        Face face = mesh.faces[f];
+    Array<Vec3f> used;
+    used.reserve(std::min(mesh.vertices.size(), mesh.faces.size() * 3));
+    for (Face& face : mesh.faces) {
         for (std::int32_t& v : face.vertex) {
             std::int32_t& renumbered = number[static_cast<std::size_t>(v)];
             if (renumbered == kNotMet) {
-                renumbered =
-                    welder.weld(mesh.vertices[static_cast<std::size_t>(v)].position(), vertices);
+                renumbered = static_cast<std::int32_t>(used.size());
+                used.push_back(mesh.vertices[static_cast<std::size_t>(v)].position());
             }
             v = renumbered;
         }
+    }
+    return used;
+}
+
+// Welds positions as `build_f` would weld the corners that have them; returns the vertex of each.
+Array<std::int32_t> weld(const Array<Vec3f>& positions, Array<Vertex>& vertices) {
+    static_assert(sizeof(Vec3f) == 3 * sizeof(float));
+    const float* const coordinates = positions.empty() ? nullptr : &positions.front().x;
+    VertexWelder welder(weld_box(coordinates, positions.size()), positions.size());
+    vertices.clear();
+    vertices.reserve(positions.size() + VertexWelder::kBlock);
+    Array<std::int32_t> welded(positions.size());
+    for (std::size_t first = 0; first < positions.size(); first += VertexWelder::kBlock) {
+        welder.weld_block(coordinates + 3 * first,
+                          std::min(VertexWelder::kBlock, positions.size() - first),
+                          welded.data() + first, vertices);
+    }
+    return welded;
+}
+
+}  // namespace
+
+void compact(TriMesh& mesh) {
+    if (keep_live_faces(mesh) == 0) return;
+    // Corners at one old vertex have the same coordinates, so each used vertex is welded once
+    // instead of each corner; the order in which they come up is the same.
+    const Array<Vec3f> used = take_used_vertices(mesh);
+    const Array<std::int32_t> welded = weld(used, mesh.vertices);
+
+    Array<TextureCoordinate> texture_coordinates;
+    std::size_t face_count = 0;
+    for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        Face face = mesh.faces[f];
+        for (std::int32_t& v : face.vertex) v = welded[static_cast<std::size_t>(v)];
         const auto& [a, b, c] = face.vertex;
         if (a == b || b == c || c == a) continue;
         if (face.label >= 0) {
@@ -76,7 +106,6 @@ void compact(TriMesh& mesh) {
         mesh.faces[face_count++] = face;
     }
     mesh.faces.resize(face_count);
-    mesh.vertices = std::move(vertices);
     mesh.texture_coordinates = std::move(texture_coordinates);
     mesh.shells.clear();
     mesh.use_table.clear();

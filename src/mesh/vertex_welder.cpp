@@ -163,11 +163,4 @@ void VertexWelder::weld_block(const float* corners, std::size_t corner_count, st
     vertices.resize(vertex_count);
 }
 
-std::int32_t VertexWelder::weld(Vec3f corner, Array<Vertex>& vertices) {
-    const std::array<float, 3> coordinates = {corner.x, corner.y, corner.z};
-    std::int32_t number = 0;
-    weld_block(coordinates.data(), 1, &number, vertices);
-    return number;
-}
-
 }  // namespace povmesh

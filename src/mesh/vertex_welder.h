@@ -41,9 +41,6 @@ public:
     void weld_block(const float* corners, std::size_t corner_count, std::int32_t* numbers,
                     Array<Vertex>& vertices);
 
-    /// The same for one corner.
-    std::int32_t weld(Vec3f corner, Array<Vertex>& vertices);
-
 private:
     struct Slot {
         std::uint64_t key;
