@@ -5,11 +5,15 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "base/array.h"
 #include "base/status.h"
 
 namespace povmesh {
+
+/// The text with "?" in the place of control characters: for names in messages of one line.
+std::string one_line(std::string_view text);
 
 /// A regular file open for reading. Anything else (a folder, a pipe, a device) does not open.
 class InputFile {
@@ -39,10 +43,11 @@ private:
 /// Writes a file and puts it in the place of `path` only when it is complete.
 ///
 /// The content goes to a temporary file in the same folder, is flushed to the disk and replaces the
-/// target by a rename; then the folder is flushed. The target's permissions are kept, symbolic links
-/// are followed, a target that exists and may not be written is refused, and a failure leaves what was
-/// there. Where the folder takes no new file, and for a target that is no regular file, the target is
-/// written in place.
+/// target by a rename; then the folder is flushed. The target's permissions are kept, symbolic
+/// links are followed, a target that exists and may not be written is refused, and a failure leaves
+/// what was there. Where the folder takes no new file, and for a target that is no regular file,
+/// the target is written in place, and only there a failure on the way can leave it incomplete. A
+/// hard link to the target keeps the old content.
 class ReplacementFile {
 public:
     ReplacementFile() = default;
@@ -52,16 +57,18 @@ public:
 
     /// `flush_to_disk` false leaves out the two flushes (for benchmarks).
     Status open(const std::string& path, bool flush_to_disk = true);
-    /// Appends; after a failed write everything further, `commit` included, fails with the same status.
+    /// Appends; after a failed write everything further, `commit` included, fails with the same
+    /// status.
     Status write(std::span<const char> bytes);
     Status commit();
 
 private:
+    void close_and_discard();
     Status fail(const std::string& doing, int error);
 
-    std::string shown_path_;       // as the caller named it, for messages
-    std::string target_;           // symbolic links resolved
-    std::string temporary_;        // empty when the target is written in place
+    std::string shown_path_;  // as the caller named it, for messages
+    std::string target_;      // symbolic links resolved
+    std::string temporary_;   // empty when the target is written in place
     int descriptor_ = -1;
     bool flush_to_disk_ = true;
     Status failure_;

@@ -6,14 +6,15 @@
 
 #include "base/array.h"
 #include "base/status.h"
+#include "io/byte_source.h"
 #include "mesh/tri_mesh.h"
 #include "run/run_context.h"
 
 namespace povmesh {
 
 struct StlReadOptions {
-    // Take the words "facet", "endfacet" and "vertex" in any case, as some exporters write them. Off, only lower
-    // case counts, which is what hosts of the exported functions get.
+    // Take the words "facet", "endfacet" and "vertex" in any case, as some exporters write them.
+    // Off, only lower case counts, which is what hosts of the exported functions get.
     bool any_case = false;
 };
 
@@ -21,22 +22,24 @@ struct StlReadOptions {
 struct StlInfo {
     bool is_ascii = false;
     std::uint64_t promised_triangles = 0;  // count in the header of a binary file
-    std::uint64_t triangles = 0;           // triangles read, before any is dropped for equal corners
-    std::uint64_t trailing_bytes = 0;      // bytes of a binary file behind the last promised record
+    std::uint64_t triangles = 0;       // triangles read, before any is dropped for equal corners
+    std::uint64_t trailing_bytes = 0;  // bytes of a binary file behind the last promised record
 };
 
 /// Reads the corner coordinates of an STL file: 9 floats a triangle, in file order.
 ///
 /// A file is binary when its size is exactly what its count asks for; any other is read as ASCII
-/// first, and as binary when that gives no face. A binary file gives the records that it holds, whatever it
-/// promises. ASCII is a stream of words: inside a facet, each word that contains "vertex" is followed
-/// by three numbers; they are read without regard to the locale, a word that is no number ends the
-/// reading, and three corners make a triangle.
+/// first, and as binary when that gives no face. A binary file gives the records that it holds,
+/// whatever it promises. ASCII is a stream of words: inside a facet, each word that contains
+/// "vertex" is followed by three numbers; they are read without regard to the locale, a word that
+/// is no number ends the reading, and three corners make a triangle.
 ///
 /// @return  CannotRead when the file cannot be opened (nothing is touched, no progress is written);
-///          BadFile when it is truncated, holds no triangle or is no STL file: what could be read is
-///          delivered all the same.
+///          BadFile when it is truncated, holds no triangle, has a facet whose corners are not a
+///          multiple of three or is no STL file: what could be read is delivered all the same;
+///          TooLarge beyond kMaxFaceCount triangles.
 /// Progress: 5 when the file is open, 48 at the end.
+/// Memory above the result: a buffer of 256 KB; no allocation follows the count of the file.
 Status read_stl_soup(const std::string& path, const StlReadOptions& options, RunContext& run,
                      Array<float>& coordinates, StlInfo& info);
 
@@ -45,8 +48,16 @@ Status read_stl(const std::string& path, const StlReadOptions& options, RunConte
                 TriMesh& mesh, StlInfo& info);
 Status read_stl(const std::string& path, RunContext& run, TriMesh& mesh);
 
-/// Writes the live faces as a binary STL file: header "PovMesh", normals and attribute words 0. The
-/// target is replaced only by a complete file (see ReplacementFile).
+/// The same from bytes that need not be a file; `name` stands in the messages.
+Status read_stl_soup(const ByteSource& source, const std::string& name,
+                     const StlReadOptions& options, RunContext& run, Array<float>& coordinates,
+                     StlInfo& info);
+Status read_stl(const ByteSource& source, const std::string& name, const StlReadOptions& options,
+                RunContext& run, TriMesh& mesh, StlInfo& info);
+
+/// Writes the live faces as a binary STL file: header "PovMesh", normals and attribute words 0. A
+/// face with a vertex index out of range is left out. The target is replaced only by a complete
+/// file (see ReplacementFile).
 ///
 /// @return  CannotWrite, with the reason; the target is then unchanged.
 Status write_stl(const TriMesh& mesh, const std::string& path, bool flush_to_disk = true);

@@ -1,0 +1,89 @@
+// Decimal numbers in text files, whatever the locale.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+namespace povmesh {
+
+namespace detail {
+
+/// Powers of ten that a double holds exactly.
+inline constexpr double kExactPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                               1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                               1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+/// The correctly rounded value of the unsigned number [first, last); one beyond the range of a
+/// double is the largest finite double or 0.
+double round_decimal(const char* first, const char* last);
+
+inline bool is_digit(char c) {
+    return static_cast<unsigned char>(c - '0') < 10;
+}
+
+}  // namespace detail
+
+/// Reads the longest prefix of [first, last) that is a decimal number: an optional sign, digits
+/// with at most one point among them, and an optional exponent. The value is the double nearest to
+/// it; a number too large for that gives the largest finite one. "nan", "inf" and hexadecimal
+/// digits are no numbers.
+///
+/// @return  the end of the prefix; null when there is none, `value` is then unchanged
+inline const char* parse_decimal(const char* first, const char* last, double& value) {
+    const char* p = first;
+    const bool negative = p != last && *p == '-';
+    if (negative || (p != last && *p == '+')) ++p;
+
+    const char* const digits = p;
+    std::uint64_t mantissa = 0;
+    for (; p != last && detail::is_digit(*p); ++p) {
+        mantissa = mantissa * 10 + static_cast<std::uint64_t>(*p - '0');
+    }
+    std::int64_t digit_count = p - digits;
+    std::int64_t exponent = 0;
+    if (p != last && *p == '.') {
+        const char* const point = p++;
+        for (; p != last && detail::is_digit(*p); ++p) {
+            mantissa = mantissa * 10 + static_cast<std::uint64_t>(*p - '0');
+        }
+        exponent = point + 1 - p;
+        digit_count -= exponent;
+    }
+    if (digit_count == 0) return nullptr;
+
+    if (p != last && (*p == 'e' || *p == 'E')) {
+        const char* q = p + 1;
+        const bool minus = q != last && *q == '-';
+        if (minus || (q != last && *q == '+')) ++q;
+        if (q != last && detail::is_digit(*q)) {
+            // Larger exponents are no longer told apart; the slow way below reads the text itself.
+            constexpr std::int64_t kEnough = 1000000;
+            std::int64_t power = 0;
+            for (; q != last && detail::is_digit(*q); ++q) {
+                if (power < kEnough) power = power * 10 + (*q - '0');
+            }
+            exponent += minus ? -power : power;
+            p = q;
+        }
+    }
+
+    // Both factors are exact in a double, so that the one operation rounds correctly (W. D.
+    // Clinger, How to read floating point numbers accurately, PLDI 1990). Up to 19 digits fit the
+    // mantissa.
+    double magnitude = 0;
+    if (digit_count <= 19 && mantissa <= (std::uint64_t{1} << 53) && exponent >= -22 &&
+        exponent <= 22) {
+        magnitude = static_cast<double>(mantissa);
+        if (exponent < 0) {
+            magnitude /= detail::kExactPowersOfTen[-exponent];
+        } else {
+            magnitude *= detail::kExactPowersOfTen[exponent];
+        }
+    } else {
+        magnitude = detail::round_decimal(digits, p);
+    }
+    value = negative ? -magnitude : magnitude;
+    return p;
+}
+
+}  // namespace povmesh
