@@ -1,0 +1,184 @@
+// Makes tables out of the results of the benchmarks: which limits hold, how far above their floors
+// operations stay, and how their cost grows.
+//
+// usage: bench_compare RESULTS.json...
+//
+// The times are medians over the repetitions. Of one-thread runs it is the processor time, user and
+// system, so that the time of a busy neighbour does not count; of others the elapsed time.
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Result {
+    double milliseconds = 0;
+    double items_per_second = 0;
+    double floor_ms = 0;
+    double bytes_per_triangle = 0;
+};
+
+// By operation, then input: benchmarks are named operation/input/real_time.
+using Results = std::map<std::string, std::map<std::string, Result>>;
+
+// An operation may take `at_most` times as long as another one, or as itself on other inputs: those
+// named without `suffix`.
+struct Limit {
+    const char* what;
+    const char* operation;
+    const char* against;
+    const char* suffix;
+    double at_most;
+};
+
+constexpr std::array kLimits = {
+    Limit{"read binary STL, soup only, to admesh stl_open", "read_soup", "read_soup_admesh", "",
+          0.5},
+    Limit{"read binary STL, build_f included, to CGAL read_STL", "read_mesh", "read_mesh_cgal", "",
+          0.25},
+    Limit{"read ASCII STL, to assimp", "read_ascii", "read_ascii_assimp", "", 0.6},
+    Limit{"welding, to meshoptimizer", "weld", "weld_meshoptimizer", "", 1.0},
+    Limit{"welding, random to file order", "weld", "weld", "_random", 3.0},
+    Limit{"build_f with uses, to its welding", "build_and_uses", "weld", "", 2.0},
+    Limit{"detect, to admesh's exact check", "detect", "detect_admesh", "", 1.0},
+    Limit{"detect, random to file order", "detect", "detect", "_random", 4.0},
+    Limit{"write binary STL, to admesh", "write_stl", "write_stl_admesh", "", 0.5},
+};
+constexpr double kBytesPerTriangle = 160;
+
+const std::vector<std::string> kGrowing = {"rock_5k",   "rock_20k",   "rock_82k",
+                                           "rock_328k", "rock_1311k", "rock_5243k"};
+const std::vector<std::string> kCrowded = {"fan_100k",  "fan_200k",  "star_100k",
+                                           "star_200k", "book_100k", "book_200k"};
+
+void read_results(const char* path, Results& results) {
+    std::ifstream file(path);
+    const nlohmann::json document = nlohmann::json::parse(file);
+    const bool one_thread = document.at("context").value("threads", "") == "1";
+    for (const nlohmann::json& entry : document.at("benchmarks")) {
+        if (entry.value("aggregate_name", "") != "median") continue;
+        const std::string name = entry.at("run_name");
+        const std::size_t first = name.find('/');
+        const std::size_t second = name.find('/', first + 1);
+        if (first == std::string::npos) continue;
+        Result& result = results[name.substr(0, first)][name.substr(first + 1, second - first - 1)];
+        result.milliseconds = entry.at(one_thread ? "cpu_time" : "real_time");
+        // The library divides by the elapsed time.
+        result.items_per_second = entry.value("items_per_second", 0.0) *
+                                  entry.at("real_time").get<double>() / result.milliseconds;
+        result.floor_ms = entry.value("floor_ms", 0.0);
+        result.bytes_per_triangle = entry.value("bytes_per_triangle", 0.0);
+    }
+}
+
+const Result* find(const Results& results, const std::string& operation, const std::string& input) {
+    const auto inputs = results.find(operation);
+    if (inputs == results.end()) return nullptr;
+    const auto result = inputs->second.find(input);
+    return result == inputs->second.end() ? nullptr : &result->second;
+}
+
+struct Tally {
+    int held = 0;
+    int checked = 0;
+    const char* count(bool holds) {
+        ++checked;
+        held += holds ? 1 : 0;
+        return holds ? "yes" : "no";
+    }
+};
+
+void print_limits(const Results& results, Tally& tally) {
+    std::puts("| operation | input | ms | against, ms | ratio | at most | holds |");
+    std::puts("|---|---|--:|--:|--:|--:|---|");
+    for (const Limit& limit : kLimits) {
+        const auto inputs = results.find(limit.operation);
+        if (inputs == results.end()) continue;
+        for (const auto& [input, ours] : inputs->second) {
+            const std::string suffix = limit.suffix;
+            if (!input.ends_with(suffix)) continue;
+            const Result* other =
+                find(results, limit.against, input.substr(0, input.size() - suffix.size()));
+            if (other == nullptr) continue;
+            const double ratio = ours.milliseconds / other->milliseconds;
+            std::printf("| %s | %s | %.2f | %.2f | %.2f | %.2f | %s |\n", limit.what, input.c_str(),
+                        ours.milliseconds, other->milliseconds, ratio, limit.at_most,
+                        tally.count(ratio <= limit.at_most));
+        }
+    }
+}
+
+void print_memory(const Results& results, Tally& tally) {
+    const auto inputs = results.find("flaws_detect_memory");
+    if (inputs == results.end()) return;
+    std::puts("\n| peak memory of flawsDetect64 | bytes a triangle | at most | holds |");
+    std::puts("|---|--:|--:|---|");
+    for (const auto& [input, result] : inputs->second) {
+        std::printf("| %s | %.0f | %.0f | %s |\n", input.c_str(), result.bytes_per_triangle,
+                    kBytesPerTriangle, tally.count(result.bytes_per_triangle <= kBytesPerTriangle));
+    }
+}
+
+void print_floors(const Results& results) {
+    std::puts("\n| operation | input | ms | floor, ms | ratio |");
+    std::puts("|---|---|--:|--:|--:|");
+    for (const auto& [operation, inputs] : results) {
+        for (const auto& [input, result] : inputs) {
+            if (!(result.floor_ms > 0) || !input.ends_with("k")) continue;
+            if (!input.starts_with("rock_328k") && !input.starts_with("rock_1311k")) continue;
+            std::printf("| %s | %s | %.2f | %.2f | %.2f |\n", operation.c_str(), input.c_str(),
+                        result.milliseconds, result.floor_ms,
+                        result.milliseconds / result.floor_ms);
+        }
+    }
+}
+
+// Nanoseconds per triangle of every operation that was run on all of the inputs.
+void print_growth(const Results& results, const std::vector<std::string>& names) {
+    std::printf("\n| ns a triangle |");
+    for (const std::string& name : names) std::printf(" %s |", name.c_str());
+    std::printf("\n|---|");
+    for (std::size_t i = 0; i < names.size(); ++i) std::printf("--:|");
+    std::puts("");
+    for (const auto& [operation, inputs] : results) {
+        const auto is_there = [&, &found = inputs](const std::string& name) {
+            return found.contains(name);
+        };
+        if (!std::all_of(names.begin(), names.end(), is_there)) continue;
+        std::printf("| %s |", operation.c_str());
+        for (const std::string& name : names) {
+            std::printf(" %.1f |", 1e9 / inputs.at(name).items_per_second);
+        }
+        std::puts("");
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+    if (argc < 2) {
+        std::cerr << "usage: bench_compare RESULTS.json...\n";
+        return 2;
+    }
+    Results results;
+    for (int i = 1; i < argc; ++i) read_results(argv[i], results);
+    Tally tally;
+    print_limits(results, tally);
+    print_memory(results, tally);
+    print_floors(results);
+    print_growth(results, kGrowing);
+    print_growth(results, kCrowded);
+    std::printf("\n%d of %d limits hold\n", tally.held, tally.checked);
+    return 0;
+} catch (const std::exception& error) {
+    std::cerr << "bench_compare: " << error.what() << '\n';
+    return 1;
+}

@@ -1,0 +1,64 @@
+// Peak memory of flawsDetect64 on a binary STL file, in bytes a triangle. One thread (scripts/bench
+// sets OMP_NUM_THREADS=1).
+//
+// Floor: at the peak of the walk a closed mesh has faces (36), vertices (8), uses (38), edge codes
+// (12), shells (4) and a mark a face: about 100 bytes a triangle. Where the reader maps its file,
+// resident pages of it count too.
+//
+// The call runs in a process of its own, this program started again, which has done nothing before:
+// what is counted is how far the peak resident size rises above that of the start.
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+
+#include "inputs.h"
+#include "povmesh/povmesh.h"
+
+namespace povmesh::bench {
+namespace {
+
+// Of this process since it was started, in bytes. What getrusage tells instead is inherited from
+// the process that started it.
+double peak_resident_size() {
+    std::ifstream status("/proc/self/status");
+    std::string word;
+    while (status >> word) {
+        double kilobytes = 0;
+        if (word == "VmHWM:" && status >> kilobytes) return kilobytes * 1024;
+    }
+    throw std::runtime_error("no VmHWM in /proc/self/status");
+}
+
+int measure_call(const char* path) {
+    const double before = peak_resident_size();
+    flawsDetect64(path);
+    std::cout << peak_resident_size() - before << '\n';
+    return 0;
+}
+
+std::string this_program;
+
+void flaws_detect(benchmark::State& state, const std::string& input) {
+    const std::string result = scratch_file("peak.txt");
+    const std::string command =
+        "'" + this_program + "' --measure '" + binary_stl(input) + "' > '" + result + "'";
+    double bytes = 0;
+    for (auto _ : state) {
+        if (std::system(command.c_str()) != 0 || !(std::ifstream(result) >> bytes)) {
+            throw std::runtime_error("failed: " + command);
+        }
+    }
+    state.counters["bytes_per_triangle"] = bytes / static_cast<double>(triangle_count(input));
+}
+
+}  // namespace
+}  // namespace povmesh::bench
+
+int main(int argc, char** argv) {
+    using namespace povmesh::bench;  // NOLINT(google-build-using-namespace)
+    if (argc == 3 && std::string(argv[1]) == "--measure") return measure_call(argv[2]);
+    this_program = argv[0];
+    add("flaws_detect_memory", compared_inputs(), flaws_detect);
+    return run(argc, argv);
+}
