@@ -1,0 +1,538 @@
+/* clang-format off: the tables keep their layout */
+/*
+ * povmesh: mesh processing for 3D printing. The functions of the shared library Povmesh_64.
+ *
+ * Each call is one complete job: it builds a mesh from a file or from the caller's triangles, runs
+ * one operation on it and hands the result back in arrays. Nothing else is kept between calls.
+ *
+ * TRIANGLE SOUP
+ *   A model goes in and comes out as a soup: flat arrays indexed by triangle, no shared corners.
+ *     coordinates          9 floats a triangle: x, y, z of corner 0, 1, 2, counter-clockwise seen
+ *                          from outside; in the model's own unit
+ *     colours              9 floats a triangle: red, green, blue of corner 0, 1, 2; 0.0 to 1.0
+ *                          (a value beyond wraps); kept as bytes, so 0.5 comes back as 127/255
+ *     texture coordinates  6 floats a triangle: u, v of corner 0, 1, 2; count only with labels
+ *     labels               1 int32 a triangle: a group or material number, of which the low 16
+ *                          bits count; -1 = none, and such a triangle has no texture coordinates
+ *   Every count of a soup is a number of triangles. Input arrays are only read and stay the
+ *   caller's. Colours, texture coordinates and labels may each be null: white, none, -1. Null
+ *   coordinates count as 0 triangles. Functions that take `coordinates_in` as a float** and
+ *   `count_in` as a pointer read both through the pointer and do not change them.
+ *   Corners with the same coordinate bits become one vertex; there is no distance tolerance. A
+ *   triangle with two equal corners is dropped. What comes out keeps the order of what went in.
+ *   Coordinates that are not finite are no error; they are carried along.
+ *   More than 715,827,882 triangles throw std::length_error, a lack of memory std::bad_alloc. Both
+ *   pass through the function to a caller who may catch them; the arrays and counts that were
+ *   still to be written are then untouched, and the next call works.
+ *
+ * RESULT ARRAYS
+ *   The library allocates result arrays with malloc and keeps the address of each in a slot of its
+ *   kind. A pointer stored for the caller is never null, also when the result has 0 triangles. An
+ *   array stays valid until its free function runs: copy it, then free it before the next call of
+ *   the same kind. A later call that fills the same slot overwrites the slot without freeing; the
+ *   library then no longer knows the first array, which stays valid and is the caller's to free().
+ *   An array that is still in its slot must not be passed to free().
+ *
+ *     slots                              filled by                        freed by (and by
+ * freeAllArray) coordinates                        every result that is a soup      freeVertexArray
+ *     colours, texture coordinates,
+ *       labels                           colour form, parts
+ *     part triangle counts               parts
+ *     weakness centres, normals, scores  weaknessDetect
+ *     lampshade points, contour sizes,
+ *       levels                           lampshadePreview
+ *     decomposition planes, boxes,
+ *       volumes                          decomposition...Preview freeDecompositionPreviewArray
+ *     support columns                    columnSupportAutoGenerate freeColumnSupportPreviewArray
+ *     slicer points, polygon sizes       columnSupportToSlicerExPolygons
+ * freeColumnSupportExPolygons balancing preview                  balancingPreviewFromData
+ * freeBalancingPreviewArray
+ *
+ *   A function that returns coordinates alone leaves the slots of colours, texture coordinates and
+ *   labels empty; `voxelize` those of texture coordinates and labels. An output pointer may be
+ *   null when the caller does not want that value; the array lies in its slot all the same.
+ *   A function that returns parts writes their soups behind one another, the number of parts, and
+ *   for each part its triangle count. A part of which the volume comes out below 1.0 cubic unit
+ *   (also that of an open or an inside-out one can) is left out.
+ *
+ * PROGRESS
+ *   `progress` points at a 32-bit cell of the caller, or is null. It gets 0 on entry, then the
+ *   values named at each function, in that order, each after the step before it. The writes are
+ *   atomic, so another thread may poll the cell while the call runs. After the call the library
+ *   writes to it no more. 5 and 48 come from the STL reader (file open, file read); they are
+ *   missing when the file cannot be opened.
+ *
+ * ONE CALL AT A TIME
+ *   The progress pointer and the slots belong to the process and are not guarded: call from one
+ *   thread at a time. Some operations run parallel loops inside a call (OMP_NUM_THREADS bounds
+ *   them); results are the same bits for any number of threads. Loading the library starts no
+ *   thread and opens no file; locale, signal handlers, working directory and floating-point mode
+ *   are left alone.
+ *
+ * ERRORS
+ *   None are reported. A file that cannot be read gives an empty model and counts of 0, an
+ *   operation that finds nothing to do an unchanged one. Paths are 8-bit strings that end in NUL;
+ *   null is a path that cannot be opened. A file that is written replaces the old one only when it
+ *   is complete.
+ *
+ * FLAWS
+ *   The flaw test counts, per shell and from its highest vertex on: faces that are turned the
+ *   wrong way (inverted), face corners with an open edge, faces with an edge that more than one
+ *   other face holds (non-manifold), and faces with an angle below 0.05 degrees (degenerate).
+ *   Functions that return its verdict return 1 when any count is above 0, else 0. Counters are
+ *   preset to 0xFFFFFFFF, which stands when the test did not run; each pointer may be null.
+ *
+ * NOT BUILT YET
+ *   Functions marked so have their final parameters, run the whole frame (build, progress, export)
+ *   and return the built model unchanged, or empty tables.
+ *
+ * On Windows, define POVMESH_STATIC when linking a static library of these functions.
+ */
+/* clang-format on */
+#ifndef POVMESH_POVMESH_H
+#define POVMESH_POVMESH_H
+
+/* This header is C as well as C++. */
+#include <stdint.h> /* NOLINT(modernize-deprecated-headers) */
+
+#if defined(_WIN32) && defined(POVMESH_BUILDING)
+#define POVMESH_API __declspec(dllexport)
+#elif defined(_WIN32) && !defined(POVMESH_STATIC)
+#define POVMESH_API __declspec(dllimport)
+#elif defined(__GNUC__)
+#define POVMESH_API __attribute__((visibility("default")))
+#else
+#define POVMESH_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The names are those that hosts look up at run time. */
+/* NOLINTBEGIN(readability-identifier-naming) */
+
+/* ------------------------------------------------------------------------------------- files */
+
+/*
+ * Repairs an STL file in place: tiny shells and duplicate faces go, small holes are closed, the
+ * winding is made consistent and outward. The file is rewritten as binary STL. A file that cannot
+ * be read, is damaged or truncated, holds no triangle or of which the repair leaves none stays as
+ * it was, and no file comes into being.
+ * Not built yet: the file is read and left untouched.
+ */
+POVMESH_API void modelRepair64(const char* path);
+POVMESH_API void modelRepair(const char* path); /* the same */
+
+/*
+ * Tests a file for flaws. A path whose extension is exactly "obj" is read as OBJ, every other one
+ * as STL. Returns 1 when there are flaws; 0 also for a file that cannot be read.
+ * Not built yet: reading OBJ; such a file counts as empty.
+ */
+POVMESH_API uint64_t flawsDetect64(const char* path);
+POVMESH_API uint64_t flawsDetect(const char* path); /* the same */
+
+/*
+ * Reads an STL file, reduces shells of more than 100,000 faces and returns the coordinates.
+ * progress: 0, 5, 48, 57, 75, 80, 100.
+ * Not built yet: the reduction; the model is returned as read.
+ */
+POVMESH_API void meshReduceFromFile64(const char* path, float** coordinates, uint32_t* count,
+                                      uint32_t* progress);
+POVMESH_API void meshReduceFromFile(const char* path, float** coordinates, uint32_t* count,
+                                    uint32_t* progress); /* the same */
+
+/*
+ * Reads an STL file, reduces shells of more than 100,000 faces, returns the coordinates and tests
+ * the result for flaws. Returns 1 when there are flaws. progress: 0, 5, 48, 57, 75, 80, 85, 100.
+ * Not built yet: the reduction; the model is returned as read.
+ */
+POVMESH_API uint64_t meshPreprocessorFromFile64(const char* path, float** coordinates,
+                                                uint32_t* count, uint32_t* progress);
+POVMESH_API uint64_t meshPreprocessorFromFile(const char* path, float** coordinates,
+                                              uint32_t* count, uint32_t* progress); /* the same */
+
+/*
+ * As meshPreprocessorFromFile64; when the low 8 bits of `save` are not 0, the result is then
+ * written over the input file as binary STL, before progress 100. A file that cannot be read, is
+ * damaged, truncated or holds no triangle stays as it was, and no file comes into being.
+ */
+POVMESH_API uint64_t meshPreprocessorFromFileSaveAs64(const char* path, float** coordinates,
+                                                      uint32_t* count, uint32_t* progress,
+                                                      uint32_t save);
+
+/*
+ * Reads an STL file, reduces it to the share `target` of its faces (0.05 at least; a negative one
+ * leaves it as it is), returns the coordinates and tests the result for flaws. `unused` is not
+ * read. Returns 1 when there are flaws. progress: 0, 5, 48, 50, 80, 85, 100.
+ * Not built yet: the reduction; the model is returned as read.
+ */
+POVMESH_API uint64_t meshPreprocessorCtrlFromFile(const char* path, uint64_t unused, float target,
+                                                  float** coordinates, uint32_t* count,
+                                                  uint32_t* progress);
+
+/*
+ * Reads a model file. What follows the last "." of the path decides: exactly "stl" or exactly "obj"
+ * (lower case, the whole extension); anything else gives an empty model.
+ * Not built yet: reading OBJ; such a file gives an empty model.
+ */
+POVMESH_API void importFile(const char* path, float** coordinates, float** colours,
+                            float** texture_coordinates, int32_t** labels, uint32_t* count);
+
+/*
+ * Writes a soup as an OBJ file with vertex colours, texture coordinates and numbered materials.
+ * Coordinates and texture coordinates are doubles here; the layouts are the same. A negative count
+ * is 0 triangles.
+ * Not built yet: nothing is written.
+ */
+POVMESH_API void saveasObjFromDataDoublePrecision(const char* path, const double* coordinates_in,
+                                                  const float* colours_in,
+                                                  const double* texture_coordinates_in,
+                                                  const int32_t* labels_in, int32_t count_in);
+
+/* ----------------------------------------------------------------------------- geometry only */
+
+/*
+ * Repairs a model: tiny shells and duplicate faces go, small holes are closed, the winding is made
+ * consistent and outward. progress: 0, 30, 70, 100.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void modelRepairFromData64(float** coordinates_in, uint32_t* count_in,
+                                       float** coordinates, uint32_t* count, uint32_t* progress);
+POVMESH_API void modelRepairFromData(float** coordinates_in, uint32_t* count_in,
+                                     float** coordinates, uint32_t* count,
+                                     uint32_t* progress); /* the same */
+
+/*
+ * Reduces shells of more than 100,000 faces, returns the coordinates and tests the result for
+ * flaws. Returns 1 when there are flaws. progress: 0, 50, 57, 75, 80, 85, 100.
+ * Not built yet: the reduction; the model is returned as built.
+ */
+POVMESH_API uint64_t meshPreprocessorFromData(float** coordinates_in, uint32_t* count_in,
+                                              float** coordinates, uint32_t* count,
+                                              uint32_t* progress);
+
+/*
+ * Reduces every shell to the share `target` of its faces, 0.05 at least. A target below -0.5
+ * reduces shells of more than 100,000 faces only.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void meshReduceFromData(float target, float** coordinates_in, uint32_t* count_in,
+                                    float** coordinates, uint32_t* count);
+
+/*
+ * Subdivides `levels` times, long edges only. 0 levels, or more than 5, return the built model.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void subdivisionFromData(uint32_t levels, float** coordinates_in, uint32_t* count_in,
+                                     float** coordinates, uint32_t* count);
+
+/*
+ * Improves badly shaped triangles without changing the surface.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void reviseTriangleFromData(float** coordinates_in, uint32_t* count_in,
+                                        float** coordinates, uint32_t* count);
+
+/*
+ * Remeshes to given edge lengths, in model units: 1 value is the target everywhere, one value per
+ * input triangle is a sizing field. Any other `edge_length_count` returns the built model. The
+ * lengths are only read, through the two pointers.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void remeshFromData64(float** coordinates_in, uint32_t* count_in, float** coordinates,
+                                  uint32_t* count, float** edge_lengths,
+                                  uint32_t* edge_length_count);
+
+/*
+ * Finds orientations for printing. `orientations` is the caller's own array of 4 x `capacity`
+ * floats: a row holds the unit up direction x, y, z and its score, best first; rows not needed are
+ * filled with 0. A null array, or a capacity of 0 or less, gets nothing.
+ * Not built yet: every row is 0.
+ */
+POVMESH_API void orientationOptimization(const float* coordinates_in, uint32_t count_in,
+                                         float* orientations, int32_t capacity);
+
+/*
+ * Returns the surface of the cavity that leaves a wall of `thickness` model units; no triangle when
+ * there is nothing to hollow. progress: 0, 10, 90, 100, with further values between 10 and 90.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void hollowFromData(float thickness, const float* coordinates_in, uint32_t count_in,
+                                float** coordinates, uint32_t* count, uint32_t* progress);
+
+/*
+ * Replaces the inside of a model by closed cells: a skin of `surface_thickness` model units, and
+ * cells of which the surface per volume comes to `infill_density`. A density of 0 returns the built
+ * model. progress: 0, 10, 90, 100, with further values between 10 and 90.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void cellularInfillFromData(float surface_thickness, float infill_density,
+                                        const float* coordinates_in, uint32_t count_in,
+                                        float** coordinates, uint32_t* count, uint32_t* progress);
+
+/*
+ * Balances a model so that it stands, with a wall of `thickness` model units. progress: 0, 10, 90,
+ * 100.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void balancingFromData(float thickness, const float* coordinates_in, uint32_t count_in,
+                                   float** coordinates, uint32_t* count, uint32_t* progress);
+
+/*
+ * Turns a model into the surface of its voxels, cubes of `voxel_size` model units. Returns
+ * coordinates and colours. `colours_in` may be null.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void voxelize(float voxel_size, const float* coordinates_in, const float* colours_in,
+                          uint32_t count_in, float** coordinates, float** colours, uint32_t* count);
+
+/*
+ * Finds thin cross-sections. Per section: a centre (3 floats, model units), a unit normal (3
+ * floats), a score (1 float). `option` is not read yet.
+ * Not built yet: finds no section; the three arrays are empty.
+ */
+POVMESH_API void weaknessDetect(const float* coordinates_in, uint32_t count_in, float** centres,
+                                float** normals, float** scores, uint32_t* section_count,
+                                uint64_t option);
+
+/* ------------------------------------------------------------------------------- colour form */
+
+/*
+ * modelRepairFromData64 with colours, texture coordinates and labels. progress: 0, 30, 70, 100.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void modelRepairFromColorData(const float* coordinates_in, const float* colours_in,
+                                          const float* texture_coordinates_in,
+                                          const int32_t* labels_in, uint32_t count_in,
+                                          float** coordinates, float** colours,
+                                          float** texture_coordinates, int32_t** labels,
+                                          uint32_t* count, uint32_t* progress);
+
+/*
+ * The same; when `detect` is not 0, the result is tested for flaws and the counters are filled,
+ * else they are set to 0xFFFFFFFF. progress: 0, 30, 70, 80, 100.
+ * Not built yet: the repair; returns the built model unchanged.
+ */
+POVMESH_API void modelRepairFromColorDataWithPostDetection(
+    const float* coordinates_in, const float* colours_in, const float* texture_coordinates_in,
+    const int32_t* labels_in, uint32_t count_in, float** coordinates, float** colours,
+    float** texture_coordinates, int32_t** labels, uint32_t* count, uint8_t detect,
+    uint32_t* inverted, uint32_t* open_edges, uint32_t* non_manifold, uint32_t* degenerate,
+    uint32_t* progress);
+
+/*
+ * meshReduceFromData with colours, texture coordinates and labels. progress: 0, 50, 90, 100.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void meshReduceFromColorData(float target, const float* coordinates_in,
+                                         const float* colours_in,
+                                         const float* texture_coordinates_in,
+                                         const int32_t* labels_in, uint32_t count_in,
+                                         float** coordinates, float** colours,
+                                         float** texture_coordinates, int32_t** labels,
+                                         uint32_t* count, uint32_t* progress);
+
+/*
+ * Subdivides `levels` times: long edges only when neither colours nor texture coordinates are
+ * given, else every edge. 0 levels, or more than 5, return the built model.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void subdivisionFromColorData(uint32_t levels, const float* coordinates_in,
+                                          const float* colours_in,
+                                          const float* texture_coordinates_in,
+                                          const int32_t* labels_in, uint32_t count_in,
+                                          float** coordinates, float** colours,
+                                          float** texture_coordinates, int32_t** labels,
+                                          uint32_t* count);
+
+/*
+ * Turns a model into a lampshade with a wall of `thickness` model units. progress: 0, 10, 90, 100.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void lampshadeFromData(float thickness, const float* coordinates_in,
+                                   const float* colours_in, const float* texture_coordinates_in,
+                                   const int32_t* labels_in, uint32_t count_in, float** coordinates,
+                                   float** colours, float** texture_coordinates, int32_t** labels,
+                                   uint32_t* count, uint32_t* progress);
+
+/*
+ * Reduces shells of more than 100,000 faces, returns the result and tests it for flaws. Returns 1
+ * when there are flaws. progress: 0, 57, 75, 80, 100.
+ * Not built yet: the reduction; the model is returned as built.
+ */
+POVMESH_API uint64_t errorDetectAfterMeshReduceFromColorData(
+    const float* coordinates_in, const float* colours_in, const float* texture_coordinates_in,
+    const int32_t* labels_in, uint32_t count_in, float** coordinates, float** colours,
+    float** texture_coordinates, int32_t** labels, uint32_t* count, uint32_t* inverted,
+    uint32_t* open_edges, uint32_t* non_manifold, uint32_t* degenerate, uint32_t* progress);
+
+/* Tests a soup for flaws and fills the counters. Returns 1 when there are flaws. */
+POVMESH_API uint64_t errorDetectFromData(const float* coordinates_in, const float* colours_in,
+                                         const float* texture_coordinates_in,
+                                         const int32_t* labels_in, uint32_t count_in,
+                                         uint32_t* inverted, uint32_t* open_edges,
+                                         uint32_t* non_manifold, uint32_t* degenerate);
+
+/*
+ * Remeshes to edges of `edge_length` model units.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void uniformRemeshFromColorData(float edge_length, const float* coordinates_in,
+                                            const float* colours_in,
+                                            const float* texture_coordinates_in,
+                                            const int32_t* labels_in, uint32_t count_in,
+                                            float** coordinates, float** colours,
+                                            float** texture_coordinates, int32_t** labels,
+                                            uint32_t* count);
+
+/*
+ * Divides a model into its separate bodies; shells that touch or intersect stay together. Returns
+ * parts. progress: 0, 10, 80, 100.
+ * Not built yet: returns the built model as one part.
+ */
+POVMESH_API void separateShellsFromData(const float* coordinates_in, const float* colours_in,
+                                        const float* texture_coordinates_in,
+                                        const int32_t* labels_in, uint32_t count_in,
+                                        float** coordinates, float** colours,
+                                        float** texture_coordinates, int32_t** labels,
+                                        uint32_t** part_triangles, uint32_t* part_count,
+                                        uint32_t* progress);
+
+/* ------------------------------------------------ cutting, decomposition, analysis, supports */
+
+/*
+ * Cuts a model with a plane. `normal`, `direction` (a second direction, in the plane) and `point`
+ * (a point of the plane, model units) are three floats each and only read. `operation`: 1 cut, 2
+ * cut and close the openings with caps, 3 and 4 mirror the side below or above the plane; any other
+ * leaves the model as it is. The connector arguments build nothing when a count or radius is 0;
+ * `reserved` and `parameter` are not read. Returns parts; a piece without caps may be left out for
+ * its volume (see the head).
+ * Not built yet: returns the built model as one part.
+ */
+POVMESH_API void cutFromData(const float* normal, const float* direction, const float* point,
+                             float connector_radius, uint32_t connector_segments,
+                             uint32_t connector_count, uint64_t reserved, uint32_t operation,
+                             uint32_t parameter, const float* coordinates_in,
+                             const float* colours_in, const float* texture_coordinates_in,
+                             const int32_t* labels_in, uint32_t count_in, float** coordinates,
+                             float** colours, float** texture_coordinates, int32_t** labels,
+                             uint32_t** part_triangles, uint32_t* part_count);
+
+/* The same, with progress: 0, 10, 90, 100. */
+POVMESH_API void planeCutFromData(const float* normal, const float* direction, const float* point,
+                                  float connector_radius, uint32_t connector_segments,
+                                  uint32_t connector_count, uint64_t reserved, uint32_t operation,
+                                  uint32_t parameter, const float* coordinates_in,
+                                  const float* colours_in, const float* texture_coordinates_in,
+                                  const int32_t* labels_in, uint32_t count_in, float** coordinates,
+                                  float** colours, float** texture_coordinates, int32_t** labels,
+                                  uint32_t** part_triangles, uint32_t* part_count,
+                                  uint32_t* progress);
+
+/*
+ * Shows how a model would be divided into parts that fit a printer of size_x by size_y by size_z
+ * model units. Per plane 4 floats (unit normal, offset), per part 6 floats (minimum and maximum
+ * corner of its box) and its volume. progress: 0 only. Uniform: equal parts; Auto: cuts where the
+ * model suggests them.
+ * Not built yet: no plane, no part; the three arrays are empty.
+ */
+POVMESH_API void decompositionUniformPreview(float size_x, float size_y, float size_z,
+                                             const float* coordinates_in, uint32_t count_in,
+                                             float** planes, uint32_t* plane_count, float** boxes,
+                                             float** volumes, uint32_t* part_count,
+                                             uint32_t* progress);
+POVMESH_API void decompositionAutoPreview(float size_x, float size_y, float size_z,
+                                          const float* coordinates_in, uint32_t count_in,
+                                          float** planes, uint32_t* plane_count, float** boxes,
+                                          float** volumes, uint32_t* part_count,
+                                          uint32_t* progress);
+
+/*
+ * Divides a model as the previews show it. Returns parts. progress: 0, 10, 90, 100.
+ * Not built yet: returns the built model as one part.
+ */
+POVMESH_API void decompositionUniformFromData(
+    float size_x, float size_y, float size_z, const float* coordinates_in, const float* colours_in,
+    const float* texture_coordinates_in, const int32_t* labels_in, uint32_t count_in,
+    float** coordinates, float** colours, float** texture_coordinates, int32_t** labels,
+    uint32_t** part_triangles, uint32_t* part_count, uint32_t* progress);
+POVMESH_API void decompositionAutoFromData(
+    float size_x, float size_y, float size_z, const float* coordinates_in, const float* colours_in,
+    const float* texture_coordinates_in, const int32_t* labels_in, uint32_t count_in,
+    float** coordinates, float** colours, float** texture_coordinates, int32_t** labels,
+    uint32_t** part_triangles, uint32_t* part_count, uint32_t* progress);
+
+/*
+ * Shows the contours of a lampshade with a wall of `thickness` model units: 3 floats a point, and
+ * per contour its number of points and its level. Returns 0, or 1 when nothing was made.
+ * Not built yet: returns 1; no contour, the three arrays are empty.
+ */
+POVMESH_API uint64_t lampshadePreview(float thickness, const float* coordinates_in,
+                                      uint32_t count_in, float** points, uint32_t** contour_sizes,
+                                      float** levels, uint32_t* contour_count);
+
+/*
+ * Shows what balancing with a wall of `thickness` model units would do: 3 floats a point. Returns
+ * 0, or 1 when nothing was made.
+ * Not built yet: returns 1; no point, the array is empty.
+ */
+POVMESH_API uint64_t balancingPreviewFromData(float thickness, const float* coordinates_in,
+                                              uint32_t count_in, float** preview,
+                                              uint32_t* point_count);
+
+/*
+ * Colours a model from blue (strong) to red (weak). `method`: 0 thin sections, 1 finite elements.
+ * `load`, for method 1: 0 pressure on the top faces, 1 pressure on all faces, any other a force on
+ * the centre of the top. progress: 0, 30, 70, 100.
+ * Not built yet: returns the built model unchanged.
+ */
+POVMESH_API void strengthColoringFromData(uint32_t method, uint32_t load,
+                                          const float* coordinates_in, const float* colours_in,
+                                          const float* texture_coordinates_in,
+                                          const int32_t* labels_in, uint32_t count_in,
+                                          float** coordinates, float** colours,
+                                          float** texture_coordinates, int32_t** labels,
+                                          uint32_t* count, uint32_t* progress);
+
+/*
+ * Finds vertical support columns `spacing` model units apart below overhangs flatter than `angle`
+ * degrees. Per column 6 floats: top point, bottom point. When no column is found, `columns` and
+ * `column_count` are left as they were: preset the count to 0.
+ * Not built yet: finds no column.
+ */
+POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in,
+                                           float spacing, float angle, float** columns,
+                                           int32_t* column_count);
+
+/*
+ * Turns support columns into polygons per layer of `layer_height` model units: 3 floats a point,
+ * the number of all points, and per polygon its number of points. `columns` is only read.
+ * Not built yet: no polygon; the two arrays are empty.
+ */
+POVMESH_API void columnSupportToSlicerExPolygons(const float* coordinates_in, uint32_t count_in,
+                                                 const float* columns, int32_t column_count,
+                                                 float spacing, float layer_height, float** points,
+                                                 uint32_t* point_count, uint32_t** polygon_sizes,
+                                                 uint32_t* polygon_count);
+
+/* ---------------------------------------------------------------------------- free functions */
+
+/*
+ * Each frees the arrays in its slots (see RESULT ARRAYS) and empties the slots; calling one again
+ * does nothing.
+ */
+POVMESH_API void freeVertexArray(void);               /* coordinates */
+POVMESH_API void freeAllArray(void);                  /* everything */
+POVMESH_API void freeDecompositionPreviewArray(void); /* planes, boxes, volumes */
+POVMESH_API void freeBalancingPreviewArray(void);     /* balancing preview */
+POVMESH_API void freeColumnSupportPreviewArray(void); /* support columns */
+POVMESH_API void freeColumnSupportExPolygons(void);   /* slicer points, polygon sizes */
+
+/* NOLINTEND(readability-identifier-naming) */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* POVMESH_POVMESH_H */

@@ -1,0 +1,141 @@
+// Exported functions on soups with colours, texture coordinates and labels.
+#include "api/steps.h"
+#include "povmesh/povmesh.h"
+
+using namespace povmesh;
+using namespace povmesh::api;
+
+void modelRepairFromColorData(const float* coordinates_in, const float* colours_in,
+                              const float* texture_coordinates_in, const int32_t* labels_in,
+                              uint32_t count_in, float** coordinates, float** colours,
+                              float** texture_coordinates, int32_t** labels, uint32_t* count,
+                              uint32_t* progress) {
+    Job job(progress);
+    const TriMesh mesh = build(
+        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    job.progress(30);
+    // Repair is not built yet.
+    job.progress(70);
+    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+    job.progress(100);
+}
+
+void modelRepairFromColorDataWithPostDetection(const float* coordinates_in, const float* colours_in,
+                                               const float* texture_coordinates_in,
+                                               const int32_t* labels_in, uint32_t count_in,
+                                               float** coordinates, float** colours,
+                                               float** texture_coordinates, int32_t** labels,
+                                               uint32_t* count, uint8_t detect, uint32_t* inverted,
+                                               uint32_t* open_edges, uint32_t* non_manifold,
+                                               uint32_t* degenerate, uint32_t* progress) {
+    const CountersOut counters{inverted, open_edges, non_manifold, degenerate};
+    Job job(progress);
+    TriMesh mesh = build(
+        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    job.progress(30);
+    // Repair is not built yet.
+    job.progress(70);
+    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+    job.progress(80);
+    if (detect != 0) {
+        test_for_flaws(job, mesh, counters);
+    } else {
+        counters.store_all(kNotTested);
+    }
+    job.progress(100);
+}
+
+void meshReduceFromColorData(float /*target*/, const float* coordinates_in, const float* colours_in,
+                             const float* texture_coordinates_in, const int32_t* labels_in,
+                             uint32_t count_in, float** coordinates, float** colours,
+                             float** texture_coordinates, int32_t** labels, uint32_t* count,
+                             uint32_t* progress) {
+    Job job(progress);
+    const TriMesh mesh = build(
+        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    job.progress(50);
+    // The parallel reduction is not built yet.
+    job.progress(90);
+    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+    job.progress(100);
+}
+
+void subdivisionFromColorData(uint32_t levels, const float* coordinates_in, const float* colours_in,
+                              const float* texture_coordinates_in, const int32_t* labels_in,
+                              uint32_t count_in, float** coordinates, float** colours,
+                              float** texture_coordinates, int32_t** labels, uint32_t* count) {
+    Job job;
+    TriMesh mesh = build(
+        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    subdivide_levels(mesh, levels);
+    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+}
+
+void lampshadeFromData(float /*thickness*/, const float* coordinates_in, const float* colours_in,
+                       const float* texture_coordinates_in, const int32_t* labels_in,
+                       uint32_t count_in, float** coordinates, float** colours,
+                       float** texture_coordinates, int32_t** labels, uint32_t* count,
+                       uint32_t* progress) {
+    Job job(progress);
+    const TriMesh mesh = build(
+        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    job.progress(10);
+    // The lampshade is not built yet.
+    job.progress(90);
+    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+    job.progress(100);
+}
+
+uint64_t errorDetectAfterMeshReduceFromColorData(
+    const float* coordinates_in, const float* colours_in, const float* texture_coordinates_in,
+    const int32_t* labels_in, uint32_t count_in, float** coordinates, float** colours,
+    float** texture_coordinates, int32_t** labels, uint32_t* count, uint32_t* inverted,
+    uint32_t* open_edges, uint32_t* non_manifold, uint32_t* degenerate, uint32_t* progress) {
+    Job job(progress);
+    TriMesh mesh = build(
+        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    reduce_and_compact(job, mesh);
+    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+    const uint64_t flawed =
+        test_for_flaws(job, mesh, {inverted, open_edges, non_manifold, degenerate});
+    job.progress(100);
+    return flawed;
+}
+
+uint64_t errorDetectFromData(const float* coordinates_in, const float* colours_in,
+                             const float* texture_coordinates_in, const int32_t* labels_in,
+                             uint32_t count_in, uint32_t* inverted, uint32_t* open_edges,
+                             uint32_t* non_manifold, uint32_t* degenerate) {
+    Job job;
+    TriMesh mesh = build(
+        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    return test_for_flaws(job, mesh, {inverted, open_edges, non_manifold, degenerate});
+}
+
+void uniformRemeshFromColorData(float /*edge_length*/, const float* coordinates_in,
+                                const float* colours_in, const float* texture_coordinates_in,
+                                const int32_t* labels_in, uint32_t count_in, float** coordinates,
+                                float** colours, float** texture_coordinates, int32_t** labels,
+                                uint32_t* count) {
+    Job job;
+    const TriMesh mesh = build(
+        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    // Uniform remeshing is not built yet.
+    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+}
+
+void separateShellsFromData(const float* coordinates_in, const float* colours_in,
+                            const float* texture_coordinates_in, const int32_t* labels_in,
+                            uint32_t count_in, float** coordinates, float** colours,
+                            float** texture_coordinates, int32_t** labels,
+                            uint32_t** part_triangles, uint32_t* part_count, uint32_t* progress) {
+    Job job(progress);
+    TriMesh mesh = build(
+        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    job.progress(10);
+    keep_as_one_part(mesh);  // separation is not built yet
+    job.progress(80);
+    export_parts(mesh,
+                 {coordinates, colours, texture_coordinates, labels, part_triangles, part_count});
+    job.progress(100);
+}

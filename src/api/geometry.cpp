@@ -1,0 +1,145 @@
+// Exported functions on soups of coordinates alone.
+#include <algorithm>
+
+#include "api/steps.h"
+#include "mesh/compact.h"
+#include "mesh/shells.h"
+#include "povmesh/povmesh.h"
+
+using namespace povmesh;
+using namespace povmesh::api;
+
+void modelRepairFromData64(float** coordinates_in, uint32_t* count_in, float** coordinates,
+                           uint32_t* count, uint32_t* progress) {
+    Job job(progress);
+    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    job.progress(30);
+    // Repair is not built yet.
+    job.progress(70);
+    export_coordinates(job, mesh, {coordinates, count});
+    job.progress(100);
+}
+
+void modelRepairFromData(float** coordinates_in, uint32_t* count_in, float** coordinates,
+                         uint32_t* count, uint32_t* progress) {
+    modelRepairFromData64(coordinates_in, count_in, coordinates, count, progress);
+}
+
+uint64_t meshPreprocessorFromData(float** coordinates_in, uint32_t* count_in, float** coordinates,
+                                  uint32_t* count, uint32_t* progress) {
+    run_log().trace_in(kTraceUnit, "meshPreprocessorFromData");
+    Job job(progress);
+    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    job.progress(50);
+    reduce_and_compact(job, mesh);
+    export_coordinates(job, mesh, {coordinates, count});
+    job.progress(85);
+    const uint64_t flawed = test_for_flaws(job, mesh);
+    job.progress(100);
+    run_log().trace_out(kTraceUnit, "meshPreprocessorFromData");
+    return flawed;
+}
+
+void meshReduceFromData(float /*target*/, float** coordinates_in, uint32_t* count_in,
+                        float** coordinates, uint32_t* count) {
+    Job job;
+    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    // The parallel reduction is not built yet.
+    export_coordinates(job, mesh, {coordinates, count});
+}
+
+void subdivisionFromData(uint32_t levels, float** coordinates_in, uint32_t* count_in,
+                         float** coordinates, uint32_t* count) {
+    Job job;
+    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    subdivide_levels(mesh, levels);
+    export_coordinates(job, mesh, {coordinates, count});
+}
+
+void reviseTriangleFromData(float** coordinates_in, uint32_t* count_in, float** coordinates,
+                            uint32_t* count) {
+    Job job;
+    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    // Triangle revision is not built yet.
+    compact(mesh);
+    export_coordinates(job, mesh, {coordinates, count});
+}
+
+void remeshFromData64(float** coordinates_in, uint32_t* count_in, float** coordinates,
+                      uint32_t* count, float** /*edge_lengths*/, uint32_t* /*edge_length_count*/) {
+    Job job;
+    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    // Remeshing is not built yet.
+    compact(mesh);
+    export_coordinates(job, mesh, {coordinates, count});
+}
+
+void orientationOptimization(const float* coordinates_in, uint32_t count_in, float* orientations,
+                             int32_t capacity) {
+    Job job;
+    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    // The search is not built yet: no row is used.
+    if (orientations == nullptr || capacity <= 0) return;
+    std::fill_n(orientations, 4 * static_cast<std::size_t>(capacity), 0.0F);
+}
+
+void hollowFromData(float /*thickness*/, const float* coordinates_in, uint32_t count_in,
+                    float** coordinates, uint32_t* count, uint32_t* progress) {
+    Job job(progress);
+    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    job.progress(10);
+    // Hollowing is not built yet.
+    job.progress(90);
+    export_coordinates(job, mesh, {coordinates, count});
+    job.progress(100);
+}
+
+void cellularInfillFromData(float /*surface_thickness*/, float /*infill_density*/,
+                            const float* coordinates_in, uint32_t count_in, float** coordinates,
+                            uint32_t* count, uint32_t* progress) {
+    Job job(progress);
+    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    job.progress(10);
+    // Cellular infill is not built yet.
+    job.progress(90);
+    export_coordinates(job, mesh, {coordinates, count});
+    job.progress(100);
+}
+
+void balancingFromData(float /*thickness*/, const float* coordinates_in, uint32_t count_in,
+                       float** coordinates, uint32_t* count, uint32_t* progress) {
+    Job job(progress);
+    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    job.progress(10);
+    // Balancing is not built yet.
+    job.progress(90);
+    export_coordinates(job, mesh, {coordinates, count});
+    job.progress(100);
+}
+
+void voxelize(float /*voxel_size*/, const float* coordinates_in, const float* colours_in,
+              uint32_t count_in, float** coordinates, float** colours, uint32_t* count) {
+    Job job;
+    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in, colours_in));
+    // The voxel grid is not built yet.
+    export_coordinates_and_colours(job, mesh, coordinates, colours, count);
+}
+
+void weaknessDetect(const float* coordinates_in, uint32_t count_in, float** centres,
+                    float** normals, float** scores, uint32_t* section_count, uint64_t /*option*/) {
+    Job job;
+    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    run_log().trace_in(kTraceUnit, "tri.reduce");
+    // Neither the reduction nor the parallel reduction after it is built yet.
+    compact(mesh);
+    run_log().trace_out(kTraceUnit, "tri.reduce");
+    label_shells(mesh);
+    // The analysis is not built yet: no section.
+    auto no_centres = allocate_result<float>(0);
+    auto no_normals = allocate_result<float>(0);
+    auto no_scores = allocate_result<float>(0);
+    hand_over(Slot::WeaknessCentres, std::move(no_centres), centres);
+    hand_over(Slot::WeaknessNormals, std::move(no_normals), normals);
+    hand_over(Slot::WeaknessScores, std::move(no_scores), scores);
+    store(section_count, uint32_t{0});
+}

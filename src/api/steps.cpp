@@ -1,0 +1,132 @@
+#include "api/steps.h"
+
+#include <array>
+#include <utility>
+
+#include "io/stl.h"
+#include "mesh/compact.h"
+#include "mesh/export_data.h"
+#include "repair/detect.h"
+
+namespace povmesh::api {
+namespace {
+
+// A level makes up to four faces of one: five levels turn a million faces into a thousand million.
+constexpr std::uint32_t kMostLevels = 5;
+
+constexpr std::array kColourSlots{Slot::Colours, Slot::TextureCoordinates, Slot::Labels};
+
+SoupArrays export_traced(Job& job, const TriMesh& mesh) {
+    job.run().log.trace_in(kTraceUnit, "tri.export_data");
+    const SoupArrays arrays = export_data(mesh);
+    job.run().log.trace_out(kTraceUnit, "tri.export_data");
+    return arrays;
+}
+
+void hand_over_soup(const SoupArrays& arrays, const ColourOut& out) {
+    hand_over(Slot::Coordinates, arrays.coordinates, out.coordinates);
+    hand_over(Slot::Colours, arrays.colours, out.colours);
+    hand_over(Slot::TextureCoordinates, arrays.texture_coordinates, out.texture_coordinates);
+    hand_over(Slot::Labels, arrays.labels, out.labels);
+    store(out.count, arrays.triangle_count);
+}
+
+}  // namespace
+
+void CountersOut::store_all(std::uint32_t value) const {
+    for (std::uint32_t* cell : {inverted, open_edges, non_manifold, degenerate}) {
+        store(cell, value);
+    }
+}
+
+Soup soup_of(const float* coordinates, std::uint32_t count, const float* colours,
+             const float* texture_coordinates, const std::int32_t* labels) {
+    if (coordinates == nullptr) return {};
+    return {count, coordinates, colours, texture_coordinates, labels};
+}
+
+Soup soup_of(float* const* coordinates, const std::uint32_t* count) {
+    if (coordinates == nullptr || count == nullptr) return {};
+    return soup_of(*coordinates, *count);
+}
+
+std::string path_of(const char* path) {
+    return path != nullptr ? path : "";
+}
+
+TriMesh build(Job& job, const Soup& soup) {
+    TriMesh mesh;
+    job.run().log.trace_in(kTraceUnit, "tri.build_f");
+    build_f(mesh, soup);
+    job.run().log.trace_out(kTraceUnit, "tri.build_f");
+    return mesh;
+}
+
+bool load_stl(Job& job, TriMesh& mesh, const char* path) {
+    return read_stl(path_of(path), job.run(), mesh).ok();
+}
+
+void save_stl(const TriMesh& mesh, const char* path) {
+    if (live_face_count(mesh) == 0) return;
+    (void)write_stl(mesh, path_of(path));
+}
+
+void reduce_and_compact(Job& job, TriMesh& mesh) {
+    job.progress(57);
+    job.run().log.trace_in(kTraceUnit, "tri.reduce");
+    // The reduction is not built yet: the mesh keeps its faces.
+    job.progress(75);
+    compact(mesh);
+    job.run().log.trace_out(kTraceUnit, "tri.reduce");
+    job.progress(80);
+}
+
+void subdivide_levels(TriMesh& mesh, std::uint32_t levels) {
+    if (levels > kMostLevels) return;
+    // Subdivision is not built yet: a level only compacts.
+    for (std::uint32_t level = 0; level < levels; ++level) compact(mesh);
+}
+
+std::uint64_t test_for_flaws(Job& job, TriMesh& mesh, const CountersOut& out) {
+    out.store_all(kNotTested);
+    job.run().log.trace_in(kTraceUnit, "tri.detect");
+    const FlawCounts flaws = detect(mesh);
+    job.run().log.trace_out(kTraceUnit, "tri.detect");
+    store(out.inverted, flaws.inverted);
+    store(out.open_edges, flaws.open_edges);
+    store(out.non_manifold, flaws.non_manifold);
+    store(out.degenerate, flaws.degenerate);
+    return flaws.any() ? 1 : 0;
+}
+
+void export_soup(Job& job, const TriMesh& mesh, const ColourOut& out) {
+    hand_over_soup(export_traced(job, mesh), out);
+}
+
+void export_coordinates(Job& job, const TriMesh& mesh, const SoupOut& out) {
+    export_soup(job, mesh, {out.coordinates, nullptr, nullptr, nullptr, out.count});
+    free_slots(kColourSlots);
+}
+
+void export_coordinates_and_colours(Job& job, const TriMesh& mesh, float** coordinates,
+                                    float** colours, std::uint32_t* count) {
+    export_soup(job, mesh, {coordinates, colours, nullptr, nullptr, count});
+    free_slots(std::array{Slot::TextureCoordinates, Slot::Labels});
+}
+
+void keep_as_one_part(TriMesh& mesh) {
+    TriMesh part = std::exchange(mesh, {});
+    part.parts.clear();
+    mesh.parts.push_back(std::move(part));
+}
+
+void export_parts(TriMesh& mesh, const MultiOut& out) {
+    const MultiSoupArrays arrays = povmesh::export_parts(mesh);
+    std::uint32_t* no_triangle_count = nullptr;
+    hand_over_soup(arrays.soup, {out.coordinates, out.colours, out.texture_coordinates, out.labels,
+                                 no_triangle_count});
+    hand_over(Slot::PartTriangles, arrays.part_triangles, out.part_triangles);
+    store(out.part_count, arrays.part_count);
+}
+
+}  // namespace povmesh::api
