@@ -1,0 +1,14 @@
+// The operations of the tool, one a file. Each returns its exit status.
+#pragma once
+
+#include "cli/console.h"
+#include "cli/operations.h"
+
+namespace povmesh::cli {
+
+int run_check(const Arguments& arguments, Console& console);
+int run_convert(const Arguments& arguments, Console& console);
+int run_render(const Arguments& arguments, Console& console);
+int run_version(const Arguments& arguments, Console& console);
+
+}  // namespace povmesh::cli

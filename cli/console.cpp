@@ -1,0 +1,138 @@
+#include "cli/console.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+
+#ifdef _WIN32
+#include <io.h>
+#else
+#include <unistd.h>
+#endif
+
+namespace povmesh::cli {
+namespace {
+
+// Shorter jobs are over before anybody has read the line.
+constexpr std::chrono::milliseconds kQuietStart{1000};
+constexpr std::chrono::milliseconds kRefresh{100};
+
+// Bytes of a file name on the progress line: a line that wraps cannot be erased.
+constexpr std::size_t kNameLength = 48;
+
+// Returns to the first column and clears the line (ECMA-48, "erase in line").
+constexpr std::string_view kEraseLine = "\r\x1b[K";
+
+bool is_terminal(std::FILE* stream) {
+#ifdef _WIN32
+    return _isatty(_fileno(stream)) != 0;
+#else
+    return isatty(fileno(stream)) != 0;
+#endif
+}
+
+// One call, so that lines of several programs on one terminal do not mix.
+void write_to_error(const std::string& text) {
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    std::fflush(stderr);
+}
+
+std::string short_name(const std::string& path) {
+    std::string name = on_one_line(std::filesystem::path(path).filename().string());
+    if (name.size() <= kNameLength) return name;
+    std::size_t end = kNameLength;
+    // Not in the middle of a UTF-8 character: its further bytes are 10xxxxxx.
+    while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) --end;
+    return name.substr(0, end) + "...";
+}
+
+}  // namespace
+
+std::string on_one_line(std::string_view text) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string line;
+    line.reserve(text.size());
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7F) {
+            line += c;
+        } else if (c == '\n') {
+            line += "\\n";
+        } else if (c == '\t') {
+            line += "\\t";
+        } else {
+            line += "\\x";
+            line += kDigits[byte >> 4];
+            line += kDigits[byte & 15];
+        }
+    }
+    return line;
+}
+
+void Console::print(std::string_view text) {
+    if (output_error_ != 0) return;
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
+        output_error_ = errno != 0 ? errno : EIO;
+    }
+}
+
+void Console::error(std::string_view text) {
+    std::fflush(stdout);
+    write_to_error("povmesh: " + on_one_line(text) + "\n");
+}
+
+void Console::warn(std::string_view text) {
+    if (!is_quiet_) error("warning: " + std::string(text));
+}
+
+bool Console::flush() {
+    if (std::fflush(stdout) != 0 && output_error_ == 0) output_error_ = errno != 0 ? errno : EIO;
+    if (output_error_ == 0) return true;
+    if (output_error_ != EPIPE) {
+        error("standard output: cannot be written: " +
+              std::generic_category().message(output_error_) +
+              "; make room there or send the output elsewhere");
+    }
+    return false;
+}
+
+ProgressLine::ProgressLine(const Console& console, const std::string& path)
+    : name_(short_name(path)) {
+    if (console.is_quiet() || !is_terminal(stderr)) return;
+    try {
+        watcher_ = std::thread([this] { watch(); });
+    } catch (const std::system_error&) {
+        // No thread to be had: the work goes on without the line.
+    }
+}
+
+ProgressLine::~ProgressLine() {
+    stop();
+}
+
+void ProgressLine::stop() {
+    if (!watcher_.joinable()) return;
+    {
+        const std::lock_guard lock(mutex_);
+        is_stopped_ = true;
+    }
+    stopped_.notify_one();
+    watcher_.join();
+}
+
+void ProgressLine::watch() {
+    std::unique_lock lock(mutex_);
+    const auto is_over = [this] { return is_stopped_; };
+    if (stopped_.wait_for(lock, kQuietStart, is_over)) return;
+    do {
+        const std::uint32_t percent =
+            std::atomic_ref<std::uint32_t>(percent_).load(std::memory_order_acquire);
+        write_to_error(std::string(kEraseLine) + name_ + ": " + std::to_string(percent) + " %");
+    } while (!stopped_.wait_for(lock, kRefresh, is_over));
+    write_to_error(std::string(kEraseLine));
+}
+
+}  // namespace povmesh::cli

@@ -1,0 +1,44 @@
+// The tool povmesh.
+#include <algorithm>
+#include <exception>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include "cli/command_line.h"
+#include "cli/commands.h"
+
+namespace povmesh::cli {
+namespace {
+
+int run(int argument_count, char** arguments, Console& console) {
+    const CommandLine line = read_command_line(argument_count, arguments);
+    if (!line.error.empty()) {
+        console.error(line.error);
+        return kUsage;
+    }
+    int status = kClean;
+    if (line.operation != nullptr) {
+        console.set_quiet(line.arguments.has("--quiet"));
+        status = line.operation->run(line.arguments, console);
+    } else {
+        console.print(line.text);
+    }
+    return console.flush() ? status : std::max<int>(status, kCannotWrite);
+}
+
+}  // namespace
+}  // namespace povmesh::cli
+
+int main(int argument_count, char** arguments) {
+    povmesh::cli::Console console;
+    // The operations tell of a lack of memory with the file they were at; this is the net below.
+    try {
+        return povmesh::cli::run(argument_count, arguments, console);
+    } catch (const std::bad_alloc&) {
+        console.error("not enough memory; close other programs or use a smaller model");
+    } catch (const std::exception& error) {
+        console.error(std::string("internal error: ") + error.what());
+    }
+    return povmesh::cli::kCannotRead;
+}

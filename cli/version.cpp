@@ -1,0 +1,29 @@
+// povmesh version: which version this is and how it was built.
+#include <string>
+
+#include "cli/commands.h"
+
+namespace povmesh::cli {
+namespace {
+
+std::string compiler() {
+#if defined(__clang__)
+    return "clang " __clang_version__;
+#elif defined(__GNUC__)
+    return "gcc " __VERSION__;
+#elif defined(_MSC_VER)
+    return "msvc " + std::to_string(_MSC_FULL_VER);
+#else
+    return "unknown compiler";
+#endif
+}
+
+}  // namespace
+
+int run_version(const Arguments& /*arguments*/, Console& console) {
+    console.print("povmesh " POVMESH_VERSION "\nbuild: " POVMESH_BUILD_TYPE ", " + compiler() +
+                  "\n");
+    return kClean;
+}
+
+}  // namespace povmesh::cli
