@@ -64,16 +64,18 @@ void read_results(const char* path, Results& results) {
     const nlohmann::json document = nlohmann::json::parse(file);
     const bool one_thread = document.at("context").value("threads", "") == "1";
     for (const nlohmann::json& entry : document.at("benchmarks")) {
-        if (entry.value("aggregate_name", "") != "median") continue;
+        if (entry.value("run_type", "") != "iteration") continue;
         const std::string name = entry.at("run_name");
         const std::size_t first = name.find('/');
         const std::size_t second = name.find('/', first + 1);
         if (first == std::string::npos) continue;
         Result& result = results[name.substr(0, first)][name.substr(first + 1, second - first - 1)];
-        result.milliseconds = entry.at(one_thread ? "cpu_time" : "real_time");
+        const double milliseconds = entry.at(one_thread ? "cpu_time" : "real_time");
+        if (result.milliseconds > 0 && result.milliseconds <= milliseconds) continue;
+        result.milliseconds = milliseconds;
         // The library divides by the elapsed time.
-        result.items_per_second = entry.value("items_per_second", 0.0) *
-                                  entry.at("real_time").get<double>() / result.milliseconds;
+        const double elapsed = entry.at("real_time");
+        result.items_per_second = entry.value("items_per_second", 0.0) * elapsed / milliseconds;
         result.floor_ms = entry.value("floor_ms", 0.0);
         result.bytes_per_triangle = entry.value("bytes_per_triangle", 0.0);
     }
