@@ -1,0 +1,136 @@
+// Conversions at the ends of their ranges, parallel loops, blocks and arrays.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <new>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "base/array.h"
+#include "base/convert.h"
+#include "base/memory.h"
+#include "base/parallel.h"
+#include "base/vec.h"
+
+namespace povmesh {
+namespace {
+
+template <typename Int, typename Float>
+void expect_saturation() {
+    using Limits = std::numeric_limits<Int>;
+    const Float past_high = std::ldexp(Float{1}, Limits::digits);
+    const Float low = std::is_signed_v<Int> ? -past_high : Float{0};
+    const Float infinity = std::numeric_limits<Float>::infinity();
+    const Float inside = std::nextafter(past_high, Float{0});
+    SCOPED_TRACE(std::to_string(sizeof(Int)) + (std::is_signed_v<Int> ? " signed" : " unsigned"));
+
+    EXPECT_EQ(saturate_to<Int>(std::numeric_limits<Float>::quiet_NaN()), 0);
+    EXPECT_EQ(saturate_to<Int>(infinity), Limits::max());
+    EXPECT_EQ(saturate_to<Int>(-infinity), Limits::min());
+    EXPECT_EQ(saturate_to<Int>(past_high), Limits::max());
+    EXPECT_EQ(saturate_to<Int>(std::nextafter(past_high, infinity)), Limits::max());
+    EXPECT_EQ(saturate_to<Int>(inside), static_cast<Int>(inside));
+    EXPECT_EQ(saturate_to<Int>(low), Limits::min());
+    EXPECT_EQ(saturate_to<Int>(std::nextafter(low, -infinity)), Limits::min());
+    EXPECT_EQ(saturate_to<Int>(std::nextafter(low, Float{1})),
+              static_cast<Int>(std::nextafter(low, Float{1})));
+    EXPECT_EQ(saturate_to<Int>(Float{99.9F}), 99);
+    EXPECT_EQ(saturate_to<Int>(Float{-0.9F}), 0);
+}
+
+template <typename... Int>
+void expect_saturation_of_all() {
+    (expect_saturation<Int, float>(), ...);
+    (expect_saturation<Int, double>(), ...);
+}
+
+TEST(SaturateTo, HoldsTheEndsOfEveryWidth) {
+    expect_saturation_of_all<std::int8_t, std::uint8_t, std::int16_t, std::uint16_t, std::int32_t,
+                             std::uint32_t, std::int64_t, std::uint64_t>();
+}
+
+TEST(NarrowToFloat, KeepsFiniteNumbersFinite) {
+    constexpr float kLargest = std::numeric_limits<float>::max();
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    const struct {
+        double wide;
+        float narrow;
+    } cases[] = {{0.1, 0.1F},
+                 {double{kLargest}, kLargest},
+                 {double{kLargest} * (1 + 0x1p-26), kLargest},
+                 {1e39, kLargest},
+                 {-std::numeric_limits<double>::max(), -kLargest},
+                 {1e-300, 0.0F},
+                 {kInfinity, std::numeric_limits<float>::infinity()},
+                 {-kInfinity, -std::numeric_limits<float>::infinity()}};
+    for (const auto& c : cases) EXPECT_EQ(narrow_to_float(c.wide), c.narrow) << c.wide;
+    EXPECT_TRUE(std::isnan(narrow_to_float(std::numeric_limits<double>::quiet_NaN())));
+}
+
+TEST(ParallelFor, VisitsEveryIndexOnceAndSumsByBlocks) {
+    const auto term = [](std::size_t i) { return 1.0 / static_cast<double>(i * i % 1009 + 1); };
+    const std::size_t counts[] = {
+        0, 1, kParallelBlock - 1, kParallelBlock, kParallelBlock + 1, 25 * kParallelBlock + 17};
+    for (const std::size_t count : counts) {
+        std::vector<int> visits(count);
+        parallel_for(count, [&](std::size_t i) { ++visits[i]; });
+        EXPECT_EQ(visits, std::vector<int>(count, 1)) << count;
+
+        double expected = 0;
+        for (std::size_t first = 0; first < count; first += kParallelBlock) {
+            double block = 0;
+            for (std::size_t i = first; i < count && i < first + kParallelBlock; ++i)
+                block += term(i);
+            expected += block;
+        }
+        EXPECT_EQ(blocked_sum(count, term), expected) << count;  // the same bits
+    }
+}
+
+TEST(Blocks, AreAlignedAndWritableAndTheirSizeDoesNotWrap) {
+    for (const std::size_t bytes :
+         {std::size_t{0}, std::size_t{1}, std::size_t{3} << 20, (std::size_t{64} << 20) + 1}) {
+        auto* block = static_cast<unsigned char*>(allocate_block(bytes));
+        ASSERT_NE(block, nullptr) << bytes;
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % alignof(std::max_align_t), 0U);
+        if (bytes > 0) block[0] = block[bytes - 1] = 1;
+        free_block(block, bytes);
+    }
+    free_block(nullptr, 0);
+    EXPECT_THROW(UninitialisedAllocator<double>().allocate(~std::size_t{0} / 4),
+                 std::bad_array_new_length);
+}
+
+TEST(Array, SetsWhatIsToldAndConstructsWhatNeedsIt) {
+    Array<int> numbers(3, 7);
+    numbers.resize(5, 8);
+    numbers.push_back(9);
+    numbers.insert(numbers.begin(), 6);
+    EXPECT_EQ(numbers, (Array<int>{6, 7, 7, 7, 8, 8, 9}));
+    numbers.resize(1'000'000);
+    std::iota(numbers.begin(), numbers.end(), 0);
+    Array<int> moved = std::move(numbers);
+    moved.resize(2'000'000);  // the old elements move along, across a change of block kind
+    EXPECT_EQ(moved[999'999], 999'999);
+
+    Array<std::string> texts;
+    texts.resize(2);
+    EXPECT_EQ(texts[1], "");
+}
+
+TEST(Box3, IsNotWidenedByNan) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    Box3f box;
+    EXPECT_TRUE(box.is_empty());
+    box.widen({nan, nan, nan});
+    EXPECT_TRUE(box.is_empty());
+    box.widen({1, -2, 3});
+    box.widen({nan, 5, 2});
+    EXPECT_EQ(box.low, (Vec3f{1, -2, 2}));
+    EXPECT_EQ(box.extent(), (Vec3f{0, 7, 1}));
+}
+
+}  // namespace
+}  // namespace povmesh
