@@ -34,7 +34,7 @@ void add_option(CLI::App& app, const OptionSpec& spec, Arguments& arguments) {
 void add_positional(CLI::App& app, const PositionalSpec& spec, Arguments& arguments) {
     CLI::Option* option =
         app.add_option(std::string(spec.name), keep_values(arguments, spec.name))->required();
-    if (spec.takes_several) option->expected(-1);
+    if (spec.takes_several) option->expected(1, -1)->allow_extra_args();
 }
 
 void add_operation(CLI::App& app, const OperationSpec& spec, CommandLine& result) {

@@ -1,0 +1,80 @@
+#include "tool_runner.h"
+
+#include <sys/wait.h>
+
+#include <bit>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <sstream>
+
+namespace povmesh {
+namespace {
+
+std::string quoted(const std::string& word) {
+    std::string text = "'";
+    for (const char c : word) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return text + "'";
+}
+
+void append_number(std::string& bytes, std::uint32_t number) {
+    for (int shift = 0; shift < 32; shift += 8) bytes += static_cast<char>(number >> shift & 255U);
+}
+
+}  // namespace
+
+void ToolTest::SetUp() {
+    // Two builds may run the same test at the same time.
+    folder_ = testing::TempDir() + "povmesh_cli_" + std::to_string(std::random_device{}());
+    ASSERT_TRUE(std::filesystem::create_directory(folder_));
+}
+
+void ToolTest::TearDown() {
+    std::filesystem::remove_all(folder_);
+}
+
+ToolResult ToolTest::run(const std::vector<std::string>& arguments,
+                         const std::string& output) const {
+    std::string command = "cd " + quoted(folder_) + " && " + quoted(POVMESH_TOOL);
+    for (const std::string& argument : arguments) command += " " + quoted(argument);
+    command += " >" + (output.empty() ? "out" : quoted(output)) + " 2>err </dev/null";
+    const int status = std::system(command.c_str());  // NOLINT(cert-env33-c): our own words
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output.empty() ? read("out") : "",
+            read("err")};
+}
+
+void ToolTest::write(std::string_view name, std::string_view content) const {
+    std::ofstream(path(name), std::ios::binary) << content;
+}
+
+std::string ToolTest::read(std::string_view name) const {
+    std::ifstream file(path(name), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void ToolTest::write_stl_file(std::string_view name, std::span<const float> soup) const {
+    std::string bytes(80, ' ');
+    append_number(bytes, static_cast<std::uint32_t>(soup.size() / 9));
+    for (std::size_t i = 0; i < soup.size(); ++i) {
+        if (i % 9 == 0) bytes.append(12, '\0');
+        append_number(bytes, std::bit_cast<std::uint32_t>(soup[i]));
+        if (i % 9 == 8) bytes.append(2, '\0');
+    }
+    write(name, bytes);
+}
+
+void ToolTest::write_ascii_stl_file(std::string_view name, std::span<const float> soup) const {
+    std::ostringstream text;
+    text << "solid test\n";
+    for (std::size_t i = 0; i < soup.size(); i += 3) {
+        if (i % 9 == 0) text << "facet normal 0 0 0\nouter loop\n";
+        text << "vertex " << soup[i] << ' ' << soup[i + 1] << ' ' << soup[i + 2] << '\n';
+        if (i % 9 == 6) text << "endloop\nendfacet\n";
+    }
+    write(name, text.str() + "endsolid test\n");
+}
+
+}  // namespace povmesh

@@ -1,0 +1,355 @@
+// The tool as its users meet it: what it prints, where, and with which exit status.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "support/shapes.h"
+#include "tool_runner.h"
+
+namespace povmesh {
+namespace {
+
+using nlohmann::json;
+using shapes::SoupVector;
+using testing::HasSubstr;
+
+SoupVector cube() {
+    return shapes::box({0, 0, 0}, {10, 10, 10});
+}
+
+// Without its first triangle; with its first triangle turned over.
+SoupVector cube_with_hole() {
+    SoupVector soup = cube();
+    soup.erase(soup.begin(), soup.begin() + 9);
+    return soup;
+}
+SoupVector cube_with_turned_face() {
+    SoupVector soup = cube();
+    std::swap_ranges(soup.begin(), soup.begin() + 3, soup.begin() + 3);
+    return soup;
+}
+
+SoupVector together(SoupVector soup, const std::vector<SoupVector>& others) {
+    for (const SoupVector& other : others) shapes::append(soup, other);
+    return soup;
+}
+
+// Standing on its base, so that no face at its top looks down although all are turned.
+SoupVector inside_out_cone() {
+    return shapes::turned(together(shapes::fan(30, 500), {shapes::turned(shapes::fan(30, 0))}));
+}
+
+bool is_one_error_line(const std::string& text) {
+    return text.rfind("povmesh: ", 0) == 0 && std::count(text.begin(), text.end(), '\n') == 1 &&
+           text.back() == '\n';
+}
+
+TEST_F(ToolTest, CheckTellsTheTruthAboutGeneratedModels) {
+    const SoupVector inner = shapes::box({2, 2, 2}, {8, 8, 8});
+    const SoupVector innermost = shapes::box({4, 4, 4}, {6, 6, 6});
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    struct Case {
+        std::string name;
+        SoupVector soup;
+        int status;
+        json truth;
+    };
+    const std::vector<Case> cases = {
+        {"cube",
+         cube(),
+         0,
+         {{"verdict", "clean"},
+          {"format", "binary STL"},
+          {"triangles", 12},
+          {"vertices", 8},
+          {"shells", 1},
+          {"cavities", 0},
+          {"size", {10.0, 10.0, 10.0}},
+          {"volume", 1000.0},
+          {"closed", true},
+          {"dropped_triangles", 0},
+          {"box", {{"low", {0.0, 0.0, 0.0}}, {"high", {10.0, 10.0, 10.0}}}},
+          {"flaws",
+           {{"inverted_faces", 0},
+            {"open_edges", 0},
+            {"open_edge_corners", 0},
+            {"non_manifold_faces", 0},
+            {"non_manifold_edges", 0},
+            {"degenerate_faces", 0},
+            {"turned_edges", 0},
+            {"inside_out_shells", 0},
+            {"misplaced_vertices", 0}}}}},
+        {"hole",
+         cube_with_hole(),
+         1,
+         {{"verdict", "flaws"},
+          {"triangles", 11},
+          {"closed", false},
+          {"flaws", {{"open_edges", 3}, {"open_edge_corners", 6}, {"inverted_faces", 0}}}}},
+        {"turned face",
+         cube_with_turned_face(),
+         1,
+         {{"closed", true}, {"flaws", {{"inverted_faces", 1}, {"turned_edges", 3}}}}},
+        {"inside out",
+         shapes::turned(cube()),
+         1,
+         {{"volume", -1000.0}, {"flaws", {{"inverted_faces", 12}, {"inside_out_shells", 1}}}}},
+        {"inside-out cone",
+         inside_out_cone(),
+         1,
+         {{"flaws", {{"inverted_faces", 0}, {"inside_out_shells", 1}}}}},
+        {"cavity",
+         together(cube(), {shapes::turned(inner)}),
+         0,
+         {{"shells", 2},
+          {"cavities", 1},
+          {"volume", 1000.0 - 216.0},
+          {"flaws", {{"inverted_faces", 0}, {"inside_out_shells", 0}}}}},
+        {"inside out within a cavity",
+         together(cube(), {shapes::turned(inner), shapes::turned(innermost)}),
+         1,
+         {{"shells", 3},
+          {"cavities", 1},
+          {"flaws", {{"inverted_faces", 12}, {"inside_out_shells", 1}}}}},
+        {"flat triangle that looks down",
+         {0, 0, 0, 0, 9, 0, 9, 0, 0},
+         1,
+         {{"flaws", {{"open_edges", 3}, {"open_edge_corners", 0}}}}},
+        {"pages of a book",
+         shapes::book(3),
+         1,
+         {{"flaws", {{"non_manifold_faces", 3}, {"non_manifold_edges", 1}}}}},
+        {"needle",
+         together(cube(), {{20, 0, 0, 30, 0, 0, 30, 0.001F, 0}}),
+         1,
+         {{"flaws", {{"degenerate_faces", 1}}}}},
+        {"equal corners",
+         together(cube(), {{1, 2, 3, 1, 2, 3, 4, 5, 6}}),
+         0,
+         {{"triangles", 13},
+          {"dropped_triangles", 1},
+          {"closed", true},
+          {"warnings", {"1 triangle dropped: two corners at the same place"}}}},
+        {"no number",
+         together(cube(), {{nan, 0, 0, 20, 0, 0, 20, 9, 0}}),
+         1,
+         {{"size", {20.0, 10.0, 10.0}},
+          {"volume", nullptr},
+          {"flaws", {{"misplaced_vertices", 1}}}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        write_stl_file("model.stl", c.soup);
+        const ToolResult result = run({"check", "--json", "model.stl"});
+        EXPECT_EQ(result.status, c.status);
+        EXPECT_EQ(result.err, "");
+        const json reports = json::parse(result.out);
+        ASSERT_EQ(reports.size(), 1U);
+        const json truth = c.truth.flatten();
+        for (const auto& [place, value] : truth.items()) {
+            EXPECT_EQ(reports[0].at(json::json_pointer(place)), value) << place;
+        }
+    }
+}
+
+TEST_F(ToolTest, CheckGoesThroughAllFilesAndTheWorstStatusWins) {
+    write_stl_file("good.stl", cube());
+    write_ascii_stl_file("BAD.STL", cube_with_hole());
+
+    const ToolResult flawed = run({"check", "good.stl", "BAD.STL"});
+    EXPECT_EQ(flawed.status, 1);
+    EXPECT_EQ(flawed.err, "");
+    for (const char* text : {"good.stl\n", "verdict             clean\n", "BAD.STL\n",
+                             "ASCII STL\n", "verdict             flaws: 3 open edges\n",
+                             "2 files: 1 clean, 1 with flaws, 0 unreadable\n"}) {
+        EXPECT_THAT(flawed.out, HasSubstr(text));
+    }
+
+    const ToolResult unreadable = run({"check", "missing.stl", "BAD.STL", "good.stl", "--json"});
+    EXPECT_EQ(unreadable.status, 3);
+    EXPECT_TRUE(is_one_error_line(unreadable.err)) << unreadable.err;
+    std::vector<std::string> verdicts;
+    for (const json& report : json::parse(unreadable.out)) verdicts.push_back(report["verdict"]);
+    EXPECT_THAT(verdicts, testing::ElementsAre("unreadable", "flaws", "clean"));
+}
+
+TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
+    write_stl_file("cube.stl", cube());
+    write("part.obj", "v 0 0 0\n");
+    write("cut.stl", read("cube.stl").substr(0, 400));
+    write("empty.stl", "");
+    write("prose.stl", "This is no model.\n");
+    write_stl_file("points.stl", SoupVector(9, 1.0F));
+    ASSERT_EQ(std::system(("mkdir '" + path("folder.stl") + "'").c_str()), 0);
+    struct Case {
+        std::vector<std::string> arguments;
+        int status;
+        std::vector<std::string> words;
+    };
+    const std::vector<Case> cases = {
+        {{"check", "missing.stl"}, 3, {"missing.stl", "No such file"}},
+        {{"check", "folder.stl"}, 3, {"folder.stl"}},
+        {{"check", "part.obj"}, 3, {"part.obj", "OBJ", "save the model as STL"}},
+        {{"check", "cube"}, 3, {"cube", "name ends in .stl"}},
+        {{"check", "cut.stl"}, 3, {"cut.stl", "truncated", "684 bytes", "400 bytes"}},
+        {{"check", "empty.stl"}, 3, {"empty.stl", "empty"}},
+        {{"check", "prose.stl"}, 3, {"prose.stl", "not an STL file"}},
+        {{"check", "points.stl"}, 3, {"points.stl", "different corners"}},
+        {{"check", "two\nlines.stl"}, 3, {"lines.stl"}},
+        {{"check", "%s %n \xC3\xA4.stl"}, 3, {"%s %n \xC3\xA4.stl"}},
+        {{"convert", "cut.stl", "new.stl"}, 3, {"cut.stl", "truncated"}},
+        {{"convert", "cube.stl", "new.ply"}, 2, {"new.ply", "name that ends in .stl"}},
+        {{"convert", "cube.stl", "nowhere/new.stl"}, 6, {"nowhere/new.stl"}},
+        {{"convert", "cube.stl", "folder.stl"}, 6, {"folder.stl"}},
+        {{"convert", "cube.stl"}, 2, {"OUT is required", "convert --help"}},
+        {{"render", "cube.stl", "-o", "x.jpg"}, 2, {"x.jpg", "name that ends in .png"}},
+        {{"render", "cube.stl", "-o", "nowhere/x.png"}, 6, {"nowhere/x.png"}},
+        {{"render", "cut.stl", "-o", "x.png"}, 3, {"cut.stl", "truncated"}},
+        {{"render", "cube.stl", "-o", "x.png", "--size", "800x9"}, 2, {"'800x9'", "16 to"}},
+        {{"render", "cube.stl", "-o", "x.png", "--size", "800"}, 2, {"'800'", "WIDTHxHEIGHT"}},
+        {{"render", "cube.stl", "-o", "x.png", "--view", "up"}, 2, {"'up'", "iso, front"}},
+        {{"check", "--colour", "cube.stl"}, 2, {"--colour", "check --help"}},
+        {{"check"}, 2, {"FILE is required"}},
+        {{"mend", "cube.stl"}, 2, {"mend", "--help"}},
+        {{}, 2, {"no operation", "--help"}},
+    };
+    for (const Case& c : cases) {
+        const ToolResult result = run(c.arguments);
+        EXPECT_EQ(result.status, c.status) << result.err;
+        EXPECT_EQ(result.out, "") << result.err;
+        EXPECT_TRUE(is_one_error_line(result.err)) << result.err;
+        for (const std::string& word : c.words) EXPECT_THAT(result.err, HasSubstr(word));
+    }
+    for (const char* name : {"new.stl", "new.ply", "x.jpg", "x.png"}) EXPECT_EQ(read(name), "");
+}
+
+TEST_F(ToolTest, AFullDiskUnderStandardOutputIsAnError) {
+    write_stl_file("cube.stl", cube());
+    const ToolResult result = run({"check", "cube.stl"}, "/dev/full");
+    EXPECT_EQ(result.status, 6);
+    EXPECT_TRUE(is_one_error_line(result.err)) << result.err;
+}
+
+TEST_F(ToolTest, HelpAndVersionSucceed) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"--help"}, "convert"},
+        {{"check", "--help"}, "--json"},
+        {{"convert", "-h"}, "IN OUT"},
+        {{"render", "--help"}, "800x600"},
+        {{"version", "--help"}, "--quiet"},
+        {{"--version"}, "povmesh 0."},
+        {{"version"}, "build: "}};
+    for (const auto& [arguments, text] : cases) {
+        const ToolResult result = run(arguments);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "");
+        EXPECT_THAT(result.out, HasSubstr(text));
+    }
+}
+
+TEST_F(ToolTest, ConvertKeepsTheModel) {
+    const SoupVector soup = shapes::rock(10, 2);
+    write_stl_file("a b %d \xC3\xBC.stl", soup);
+    write_ascii_stl_file("ascii.stl", cube());
+    const auto report = [&](const std::string& name) {
+        json all = json::parse(run({"check", "--json", name}).out);
+        all[0].erase("file");
+        all[0].erase("format");
+        return all[0];
+    };
+
+    EXPECT_EQ(run({"convert", "a b %d \xC3\xBC.stl", "copy.stl"}).out,
+              "copy.stl: 320 triangles written\n");
+    EXPECT_EQ(read("copy.stl").substr(84), read("a b %d \xC3\xBC.stl").substr(84));
+
+    // Onto itself, first from ASCII, then once more: the same bytes.
+    const json before = report("ascii.stl");
+    EXPECT_EQ(run({"--quiet", "convert", "ascii.stl", "ascii.stl"}).out, "");
+    const std::string binary = read("ascii.stl");
+    EXPECT_EQ(binary.size(), 84 + 12 * 50U);
+    EXPECT_EQ(binary.substr(0, 7), "PovMesh");
+    EXPECT_EQ(report("ascii.stl"), before);
+    EXPECT_EQ(run({"convert", "ascii.stl", "ascii.stl", "-q"}).status, 0);
+    EXPECT_EQ(read("ascii.stl"), binary);
+}
+
+TEST_F(ToolTest, WarningsGoToStandardErrorUnlessQuiet) {
+    write_stl_file("cube.stl", cube());
+    write("long.stl", read("cube.stl") + "trailing bytes");
+    const ToolResult loud = run({"convert", "long.stl", "out.stl"});
+    EXPECT_EQ(loud.status, 0);
+    EXPECT_EQ(loud.err, "povmesh: warning: long.stl: 14 bytes behind the last triangle ignored\n");
+    EXPECT_EQ(run({"convert", "--quiet", "long.stl", "out.stl"}).err, "");
+    EXPECT_THAT(run({"check", "long.stl"}).out, HasSubstr("14 bytes"));
+    EXPECT_THAT(run({"check", "-q", "long.stl"}).out, testing::Not(HasSubstr("14 bytes")));
+}
+
+TEST_F(ToolTest, RenderWritesAPngOfTheSizeAskedFor) {
+    const std::string png_start("\x89PNG\r\n\x1A\n\0\0\0\rIHDR\0\0\0\x40\0\0\0\x30",
+                                24);  // 64 x 48
+    write_stl_file("model.stl", together(cube_with_turned_face(), {cube_with_hole()}));
+    std::vector<std::string> pictures;
+    for (const char* view : {"iso", "front", "back", "left", "right", "top", "bottom"}) {
+        const ToolResult result =
+            run({"render", "model.stl", "-o", "x.png", "--size", "64x48", "--view", view});
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.out, "x.png: 64x48 pixels, " + std::string(view) + " view\n");
+        pictures.push_back(read("x.png"));
+        EXPECT_EQ(pictures.back().substr(0, 24), png_start);
+        EXPECT_THAT(pictures.back(), testing::EndsWith(std::string("IEND\xAE\x42\x60\x82")));
+    }
+
+    write_stl_file("model.stl", cube_with_turned_face());
+    run({"render", "model.stl", "-o", "plain.png", "--view", "bottom"});
+    const ToolResult flaws =
+        run({"render", "model.stl", "-o", "flaws.png", "--view", "bottom", "--flaws", "-q"});
+    EXPECT_EQ(flaws.out, "  red faces:     1 inverted face\n");
+    EXPECT_NE(read("plain.png"), read("flaws.png"));
+}
+
+TEST_F(ToolTest, CountsOfRealModels) {
+    const char* folder = std::getenv("POVMESH_MODELS");
+    if (folder == nullptr) GTEST_SKIP() << "POVMESH_MODELS names no folder of real models";
+    struct Case {
+        const char* name;
+        int triangles, vertices, shells;
+        int open_edges, non_manifold_edges, turned_edges;
+    };
+    // Counted by another program, which welds equal bits as this one does.
+    const std::vector<Case> cases = {{"gearwheel.stl", 2444, 1222, 1, 0, 0, 0},
+                                     {"gearwheel_ascii.stl", 2444, 1222, 1, 0, 0, 0},
+                                     {"m3x10_screw.stl", 15532, 7768, 1, 0, 0, 0},
+                                     {"tray_bottom_ascii.stl", 4520, 2216, 1, 0, 0, 0},
+                                     {"adis16480_metres_ascii.stl", 7436, 3672, 1, 0, 0, 0},
+                                     {"featuretype_open.stl", 3476, 2010, 1, 576, 0, 0},
+                                     {"box_assembly.stl", 8954, 4455, 10, 0, 0, 0},
+                                     {"cubes_touching_ascii.stl", 24, 14, 1, 0, 1, 0},
+                                     {"sphere_in_cube_cavity_ascii.stl", 4160, 2084, 2, 0, 0, 0},
+                                     {"max_export_24_shells.stl", 2000, 1042, 24, 0, 16, 0},
+                                     {"cat.stl", 15894, 7949, 1, 0, 0, 0},
+                                     {"benchy.stl", 225154, 112565, 1, 0, 0, 0},
+                                     {"conrod_turned.stl", 6442, 3223, 1, 0, 3, 5149},
+                                     {"flaw_minus_zero.stl", 12, 15, 12, 36, 0, 0},
+                                     {"block_loose_faces_ascii.stl", 25, 19, 3, 3, 0, 0}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const json report =
+            json::parse(run({"check", "--json", std::string(folder) + "/" + c.name}).out).at(0);
+        EXPECT_EQ(report.at("triangles"), c.triangles);
+        EXPECT_EQ(report.at("vertices"), c.vertices);
+        EXPECT_EQ(report.at("shells"), c.shells);
+        EXPECT_EQ(report.at("closed"), c.open_edges == 0);
+        EXPECT_EQ(report.at("flaws").at("open_edges"), c.open_edges);
+        EXPECT_EQ(report.at("flaws").at("non_manifold_edges"), c.non_manifold_edges);
+        EXPECT_EQ(report.at("flaws").at("turned_edges"), c.turned_edges);
+    }
+}
+
+}  // namespace
+}  // namespace povmesh
