@@ -1,0 +1,382 @@
+// The shared library as a host uses it: loaded at run time, functions found by name.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cfenv>
+#include <clocale>
+#include <cmath>
+#include <csignal>
+#include <cstring>
+#include <stdexcept>
+#include <thread>
+
+#include "calls.h"
+#include "support/shapes.h"
+
+namespace povmesh {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Library {
+public:
+    Library() : handle_(dlopen(POVMESH_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
+        if (handle_ == nullptr) throw std::runtime_error(dlerror());
+#define POVMESH_FIND(name) find(#name, exports.name);
+        POVMESH_FOR_EACH_EXPORT(POVMESH_FIND)
+#undef POVMESH_FIND
+    }
+    ~Library() {
+        dlclose(handle_);
+    }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    Exports exports;
+
+private:
+    template <typename Function>
+    void find(const char* name, Function& function) {
+        function = reinterpret_cast<Function>(dlsym(handle_, name));
+        if (function == nullptr) throw std::runtime_error(dlerror());
+    }
+
+    void* handle_;
+};
+
+class Hosted : public ::testing::Test {
+protected:
+    ~Hosted() override { e_.freeAllArray(); }
+
+    std::string file(std::string_view name, std::string_view bytes) {
+        const std::string path = folder_ / name;
+        write_file(path, bytes);
+        return path;
+    }
+
+    const Library library_;
+    const Exports& e_ = library_.exports;
+    const TestFolder folder_;
+    const std::vector<float> box_ = shapes::box({0, 0, 0}, {2, 3, 4});
+    const std::string box_file_ = file("box.stl", stl_bytes(box_, 12));
+};
+
+// What a process is made of that a library could change behind its host's back.
+struct ProcessState {
+    std::ptrdiff_t threads = entries("/proc/self/task");
+    std::ptrdiff_t descriptors = entries("/proc/self/fd");
+    std::string locale = std::setlocale(LC_ALL, nullptr);
+    std::string folder = fs::current_path().string();
+    int rounding = std::fegetround();
+    std::vector<const void*> handlers = signal_handlers();
+
+    bool operator==(const ProcessState&) const = default;
+
+    static std::ptrdiff_t entries(const char* folder) {
+        return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
+    }
+    static std::vector<const void*> signal_handlers() {
+        std::vector<const void*> all;
+        for (int signal = 1; signal < NSIG; ++signal) {
+            struct sigaction action {};
+            if (sigaction(signal, nullptr, &action) != 0) continue;
+            all.push_back(reinterpret_cast<const void*>(action.sa_handler));
+        }
+        return all;
+    }
+};
+
+TEST(Library, LeavesNothingBehindWhenLoadedUsedAndUnloaded) {
+    const ProcessState before;
+    {
+        const Library library;
+        EXPECT_EQ(ProcessState(), before) << "loading";
+        Host h(shapes::box({0, 0, 0}, {2, 3, 4}));
+        library.exports.meshPreprocessorFromData(&h.xyz_pointer, &h.count, &h.out.xyz, &h.out.count,
+                                                 &h.out.progress);
+        library.exports.freeAllArray();
+        EXPECT_EQ(ProcessState(), before) << "a job";
+    }
+    EXPECT_EQ(ProcessState(), before) << "unloading";
+    EXPECT_EQ(dlopen(POVMESH_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr) << "still loaded";
+    EXPECT_FALSE(fs::exists("logFile.log"));
+    EXPECT_FALSE(fs::exists("D:\\povmeshlog.log"));
+
+    // Code built for speed over exactness switches denormal numbers off for the whole process.
+    volatile float tiny = 1e-40F;
+    tiny = tiny * 0.5F;
+    EXPECT_GT(tiny, 0);
+}
+
+// A host polls the cell from another thread; what it sees are milestones in their order.
+TEST_F(Hosted, ProgressCanBeWatchedFromAnotherThread) {
+    const std::vector<float> sphere = shapes::sphere(10, 5);
+    const std::string sphere_file =
+        file("sphere.stl", stl_bytes(sphere, static_cast<std::uint32_t>(sphere.size() / 9)));
+    for (const Call& call : calls()) {
+        if (!call.has_progress) continue;
+        SCOPED_TRACE(call.name);
+        Host h(sphere);
+        h.path = sphere_file;
+        const std::atomic_ref<std::uint32_t> cell(h.out.progress);
+        std::atomic<bool> done = false;
+        std::vector<std::uint32_t> seen;
+        std::thread watcher([&] {
+            while (!done) {
+                const std::uint32_t value = cell.load();
+                if (value != 7777 && (seen.empty() || seen.back() != value)) seen.push_back(value);
+            }
+        });
+        call.run(e_, h);
+        done = true;
+        watcher.join();
+
+        const std::vector<std::uint32_t> milestones = progress_values(call.events);
+        auto next = milestones.begin();
+        for (const std::uint32_t value : seen) {
+            next = std::find(next, milestones.end(), value);
+            ASSERT_NE(next, milestones.end()) << value;
+        }
+        EXPECT_EQ(h.out.progress, milestones.back());
+        e_.freeAllArray();
+    }
+}
+
+TEST_F(Hosted, ModelsComeBackAsTheyWentIn) {
+    for (const Call& call : calls()) {
+        SCOPED_TRACE(call.name);
+        Host h(box_);
+        h.path = box_file_;
+        call.run(e_, h);
+        if (call.result == Result::None || call.result == Result::Tables) continue;
+
+        if (call.result == Result::Parts) {
+            ASSERT_EQ(h.out.count, 1);
+            EXPECT_EQ(h.out.part_triangles[0], 12);
+        } else {
+            ASSERT_EQ(h.out.count, 12);
+        }
+        EXPECT_EQ(0, std::memcmp(h.out.xyz, box_.data(), box_.size() * sizeof(float)));
+        const bool from_file = call.reads_file();
+        if (call.result != Result::Coordinates) {
+            for (std::size_t i = 0; i < h.rgb.size(); ++i) {  // stored as bytes
+                const double byte = from_file ? 255 : std::trunc(h.rgb[i] * 255.0);
+                ASSERT_EQ(h.out.rgb[i], static_cast<float>(byte / 255.0)) << i;
+            }
+        }
+        if (call.result == Result::Colour || call.result == Result::Parts) {
+            for (std::size_t t = 0; t < 12; ++t) {
+                const std::int32_t label = from_file ? -1 : h.labels[t];
+                ASSERT_EQ(h.out.labels[t], label);
+                for (std::size_t i = 6 * t; i < 6 * t + 6; ++i) {
+                    ASSERT_EQ(h.out.uv[i], label < 0 ? 0 : h.uv[i]) << i;
+                }
+            }
+        }
+        e_.freeAllArray();
+    }
+}
+
+TEST_F(Hosted, NoInputCrashesAnyFunction) {
+    constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    const std::vector<std::vector<float>> soups = {
+        {},
+        {0, 0, 0, 1, 0, 0, 0, 1, 0},
+        {0, 0, 0, 0, 0, 0, 0, 0, 0},
+        {kNan, 0, 0, 1, kNan, 0, 0, 1, kNan},
+        {kInfinity, 0, 0, -kInfinity, 0, 0, 0, kInfinity, -kInfinity},
+        {1e38F, 1e38F, 1e38F, -1e38F, 3e38F, 0, 1e-45F, 0, -3e38F},
+    };
+    for (const Call& call : calls()) {
+        for (const std::vector<float>& soup : soups) {
+            SCOPED_TRACE(std::string(call.name) + ::testing::PrintToString(soup));
+            for (const int variant : {0, 1, 2, 3}) {
+                Host h(soup);
+                h.path = file("soup.stl", stl_bytes(soup, h.count));
+                h.bare = variant == 1;
+                h.wants_nothing = variant == 2;
+                h.wants_progress = variant != 2;
+                if (variant == 3) h.xyz_pointer = nullptr;
+                for (float& colour : h.rgb) colour = soup[0] - 1;
+                call.run(e_, h);
+
+                const bool has_soup = call.result != Result::None && call.result != Result::Tables;
+                if (has_soup && !h.wants_nothing) {
+                    ASSERT_NE(h.out.xyz, nullptr);
+                    EXPECT_LE(h.out.count, h.count);
+                }
+                if (call.result == Result::Tables && !h.wants_nothing) {
+                    EXPECT_EQ(h.out.count, 0);
+                    EXPECT_NE(h.out.tables[0], nullptr);
+                }
+                e_.freeAllArray();
+                e_.freeAllArray();
+            }
+        }
+    }
+}
+
+TEST_F(Hosted, FilesThatCannotBeReadGiveEmptyModels) {
+    const std::string folder = folder_ / "folder.stl";
+    fs::create_directory(folder);
+    const std::string garbage(1000, '\x81');
+    const std::vector<std::string> paths = {
+        folder_ / "missing.stl",
+        folder,
+        "",
+        file("empty.stl", ""),
+        file("short.stl", "short"),
+        file("zeros.stl", std::string(84, '\0')),
+    };
+    for (const Call& call : calls()) {
+        if (!call.reads_file()) continue;
+        for (const std::string& path : paths) {
+            SCOPED_TRACE(std::string(call.name) + " " + path);
+            Host h(box_);
+            h.path = path;
+            const bool existed = fs::exists(path);
+            call.run(e_, h);
+            if (call.result != Result::None) {
+                ASSERT_NE(h.out.xyz, nullptr);
+                EXPECT_EQ(h.out.count, 0);
+            }
+            EXPECT_TRUE(h.returned == 0 || h.returned == 7777) << h.returned;
+            EXPECT_EQ(fs::exists(path), existed);
+            e_.freeAllArray();
+        }
+    }
+    EXPECT_EQ(e_.flawsDetect64(nullptr), 0);
+    EXPECT_EQ(e_.flawsDetect64(file("garbage.stl", garbage).c_str()) & ~std::uint64_t{1}, 0);
+}
+
+TEST_F(Hosted, ImportGoesByTheExactExtension) {
+    const std::string bytes = stl_bytes(box_, 12);
+    const std::pair<std::string_view, std::uint32_t> rows[] = {
+        {"a.stl", 12}, {"a.b.stl", 12}, {"a.STL", 0},  {"a.stl ", 0},
+        {"stl", 0},    {"a.xstl", 0},   {"a.stlx", 0}, {"a.obj", 0},
+    };
+    for (const auto& [name, triangles] : rows) {
+        Host h({});
+        e_.importFile(file(name, bytes).c_str(), &h.out.xyz, &h.out.rgb, &h.out.uv, &h.out.labels,
+                      &h.out.count);
+        EXPECT_EQ(h.out.count, triangles) << name;
+        e_.freeAllArray();
+    }
+    // Every extension but "obj" counts as STL for the flaw test.
+    std::vector<float> open_box = box_;
+    open_box.resize(9 * 11);
+    const std::string open_bytes = stl_bytes(open_box, 11);
+    EXPECT_EQ(e_.flawsDetect(file("open.dat", open_bytes).c_str()), 1);
+    EXPECT_EQ(e_.flawsDetect(file("open.OBJ", open_bytes).c_str()), 1);
+    EXPECT_EQ(e_.flawsDetect(file("open.obj", open_bytes).c_str()), 0);
+    EXPECT_EQ(e_.flawsDetect(box_file_.c_str()), 0);
+}
+
+TEST_F(Hosted, FlawsAreCountedAndReported) {
+    std::vector<float> soup = box_;
+    soup.resize(9 * 11);  // three open edges, each with a corner at either end
+    Host h(soup);
+    Host unwanted(soup);
+    unwanted.wants_nothing = true;
+    for (const Call& call : calls()) {
+        if (call.events.find("build") == std::string_view::npos ||
+            call.events.find("detect") == std::string_view::npos) {
+            continue;
+        }
+        SCOPED_TRACE(call.name);
+        h.out.counters.fill(7777);
+        h.returned = 1;  // repair with a test afterwards returns nothing
+        call.run(e_, h);
+        EXPECT_EQ(h.returned, 1);
+        if (call.name != "meshPreprocessorFromData") {
+            EXPECT_EQ(h.out.counters, (std::array<std::uint32_t, 4>{0, 6, 0, 0}));
+        }
+        e_.freeAllArray();
+    }
+    e_.modelRepairFromColorDataWithPostDetection(
+        soup.data(), nullptr, nullptr, nullptr, 11, nullptr, nullptr, nullptr, nullptr, nullptr, 0,
+        &h.out.counters[0], &h.out.counters[1], &h.out.counters[2], &h.out.counters[3], nullptr);
+    EXPECT_EQ(h.out.counters, (std::array<std::uint32_t, 4>{~0U, ~0U, ~0U, ~0U}));
+}
+
+TEST_F(Hosted, OnlyASoundFileIsWrittenBackAndOnlyWhenAskedFor) {
+    const std::string whole = stl_bytes(box_, 12);
+    std::string rewritten = stl_bytes(box_, 12);
+    rewritten.replace(0, 80, std::string("PovMesh") + std::string(73, '\0'));
+    const std::vector<float> needle = {0, 0, 0, 0, 0, 0, 1, 1, 1};
+    struct Row {
+        const char* what;
+        std::string before;
+        std::uint32_t save;
+        std::string after;
+    };
+    const Row rows[] = {
+        {"saved", whole, 1, rewritten},
+        {"the low 8 bits count", whole, 0x1FF, rewritten},
+        {"not asked for", whole, 0, whole},
+        {"not asked for in the low 8 bits", whole, 0x100, whole},
+        {"truncated", stl_bytes(box_, 13), 1, stl_bytes(box_, 13)},
+        {"no triangle", stl_bytes({}, 0), 1, stl_bytes({}, 0)},
+        {"nothing left of it", stl_bytes(needle, 1), 1, stl_bytes(needle, 1)},
+        {"no STL", "some notes\n", 1, "some notes\n"},
+    };
+    for (const Row& row : rows) {
+        const std::string path = file("model.stl", row.before);
+        e_.modelRepair64(path.c_str());
+        EXPECT_EQ(file_bytes(path), row.before) << row.what << ", repaired";
+        e_.meshPreprocessorFromFileSaveAs64(path.c_str(), nullptr, nullptr, nullptr, row.save);
+        EXPECT_EQ(file_bytes(path), row.after) << row.what;
+    }
+    EXPECT_EQ(ProcessState::entries((folder_ / "").c_str()), 2) << "a file was left behind";
+}
+
+TEST_F(Hosted, TablesOfOperationsThatFindNothingAreEmpty) {
+    Host h(box_);
+    for (const Call& call : calls()) {
+        if (call.result != Result::Tables) continue;
+        h.out = {};
+        h.returned = 1;
+        call.run(e_, h);
+        EXPECT_EQ(h.out.count, 0) << call.name;
+        EXPECT_TRUE(h.out.second_count == 0 || h.out.second_count == 7777) << call.name;
+        EXPECT_EQ(h.returned, 1) << call.name;
+    }
+    e_.orientationOptimization(h.xyz_pointer, h.count, h.out.rows.data(), 1);
+    EXPECT_EQ(h.out.rows, (std::array<float, 8>{0, 0, 0, 0, 7, 7, 7, 7}));
+    e_.orientationOptimization(h.xyz_pointer, h.count, h.out.rows.data(), -1);
+    EXPECT_EQ(h.out.rows[4], 7);
+    h.out.column_count = 5;
+    e_.columnSupportAutoGenerate(h.xyz_pointer, h.count, 2, 45, &h.out.tables[0],
+                                 &h.out.column_count);
+    EXPECT_EQ(h.out.column_count, 5) << "without a column the outputs stay";
+}
+
+TEST_F(Hosted, AnInwardOrTinyPartIsLeftOut) {
+    for (const std::vector<float>& soup :
+         {shapes::turned(box_), shapes::box({0, 0, 0}, {0.9F, 1, 1})}) {
+        Host h(soup);
+        e_.separateShellsFromData(soup.data(), nullptr, nullptr, nullptr, 12, &h.out.xyz,
+                                  &h.out.rgb, &h.out.uv, &h.out.labels, &h.out.part_triangles,
+                                  &h.out.count, nullptr);
+        EXPECT_EQ(h.out.count, 0);
+        EXPECT_NE(h.out.xyz, nullptr);
+        EXPECT_NE(h.out.part_triangles, nullptr);
+        e_.freeAllArray();
+    }
+}
+
+TEST_F(Hosted, TooManyTrianglesAreAnExceptionThatAHostCanCatch) {
+    Host h(box_);
+    h.count = 0xFFFFFFFF;
+    EXPECT_THROW(
+        e_.hollowFromData(1, h.xyz_pointer, h.count, &h.out.xyz, &h.out.count, &h.out.progress),
+        std::length_error);
+    h.count = 12;
+    e_.hollowFromData(1, h.xyz_pointer, h.count, &h.out.xyz, &h.out.count, &h.out.progress);
+    EXPECT_EQ(h.out.count, 12);
+}
+
+}  // namespace
+}  // namespace povmesh
