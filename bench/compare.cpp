@@ -26,7 +26,7 @@ struct Result {
     double bytes_per_triangle = 0;
 };
 
-// By operation, then input: benchmarks are named operation/input/real_time.
+// By operation, then input: benchmarks are named operation/input, and /real_time may follow.
 using Results = std::map<std::string, std::map<std::string, Result>>;
 
 // An operation may take `at_most` times as long as another one, or as itself on other inputs: those
@@ -54,6 +54,9 @@ constexpr std::array kLimits = {
 };
 constexpr double kBytesPerTriangle = 160;
 
+// A picture of 1024 x 1024 pixels of 1.3 million triangles.
+constexpr double kPictureMilliseconds = 300;
+
 const std::vector<std::string> kGrowing = {"rock_5k",   "rock_20k",   "rock_82k",
                                            "rock_328k", "rock_1311k", "rock_5243k"};
 const std::vector<std::string> kCrowded = {"fan_100k",  "fan_200k",  "star_100k",
@@ -66,10 +69,14 @@ void read_results(const char* path, Results& results) {
     for (const nlohmann::json& entry : document.at("benchmarks")) {
         if (entry.value("run_type", "") != "iteration") continue;
         const std::string name = entry.at("run_name");
-        const std::size_t first = name.find('/');
-        const std::size_t second = name.find('/', first + 1);
-        if (first == std::string::npos) continue;
-        Result& result = results[name.substr(0, first)][name.substr(first + 1, second - first - 1)];
+        const std::size_t slash = name.find('/');
+        if (slash == std::string::npos) continue;
+        std::string input = name.substr(slash + 1);
+        const std::string clock = "/real_time";
+        if (input.ends_with(clock)) input.resize(input.size() - clock.size());
+        Result& result = results[name.substr(0, slash)][input];
+        result.bytes_per_triangle =
+            std::max(result.bytes_per_triangle, entry.value("bytes_per_triangle", 0.0));
         const double milliseconds = entry.at(one_thread ? "cpu_time" : "real_time");
         if (result.milliseconds > 0 && result.milliseconds <= milliseconds) continue;
         result.milliseconds = milliseconds;
@@ -77,7 +84,6 @@ void read_results(const char* path, Results& results) {
         const double elapsed = entry.at("real_time");
         result.items_per_second = entry.value("items_per_second", 0.0) * elapsed / milliseconds;
         result.floor_ms = entry.value("floor_ms", 0.0);
-        result.bytes_per_triangle = entry.value("bytes_per_triangle", 0.0);
     }
 }
 
@@ -119,49 +125,56 @@ void print_limits(const Results& results, Tally& tally) {
 }
 
 void print_memory(const Results& results, Tally& tally) {
-    const auto inputs = results.find("flaws_detect_memory");
-    if (inputs == results.end()) return;
-    std::puts("\n| peak memory of flawsDetect64 | bytes a triangle | at most | holds |");
-    std::puts("|---|--:|--:|---|");
-    for (const auto& [input, result] : inputs->second) {
-        std::printf("| %s | %.0f | %.0f | %s |\n", input.c_str(), result.bytes_per_triangle,
-                    kBytesPerTriangle, tally.count(result.bytes_per_triangle <= kBytesPerTriangle));
-    }
-}
-
-void print_floors(const Results& results) {
-    std::puts("\n| operation | input | ms | floor, ms | ratio |");
-    std::puts("|---|---|--:|--:|--:|");
-    for (const auto& [operation, inputs] : results) {
-        for (const auto& [input, result] : inputs) {
-            if (!(result.floor_ms > 0) || !input.ends_with("k")) continue;
-            if (!input.starts_with("rock_328k") && !input.starts_with("rock_1311k")) continue;
-            std::printf("| %s | %s | %.2f | %.2f | %.2f |\n", operation.c_str(), input.c_str(),
-                        result.milliseconds, result.floor_ms,
-                        result.milliseconds / result.floor_ms);
+    bool any = false;
+    for (const char* operation : {"flaws_detect_memory", "flaws_detect_memory_ascii"}) {
+        const auto inputs = results.find(operation);
+        if (inputs == results.end()) continue;
+        if (!any) {
+            std::puts(
+                "\n| peak memory of flawsDetect64 | input | bytes a triangle | at most | holds |");
+            std::puts("|---|---|--:|--:|---|");
+            any = true;
+        }
+        for (const auto& [input, result] : inputs->second) {
+            std::printf("| %s | %s | %.0f | %.0f | %s |\n", operation, input.c_str(),
+                        result.bytes_per_triangle, kBytesPerTriangle,
+                        tally.count(result.bytes_per_triangle <= kBytesPerTriangle));
         }
     }
-}
 
-// Nanoseconds per triangle of every operation that was run on all of the inputs.
-void print_growth(const Results& results, const std::vector<std::string>& names) {
-    std::printf("\n| ns a triangle |");
-    for (const std::string& name : names) std::printf(" %s |", name.c_str());
-    std::printf("\n|---|");
-    for (std::size_t i = 0; i < names.size(); ++i) std::printf("--:|");
-    std::puts("");
-    for (const auto& [operation, inputs] : results) {
-        const auto is_there = [&, &found = inputs](const std::string& name) {
-            return found.contains(name);
-        };
-        if (!std::all_of(names.begin(), names.end(), is_there)) continue;
-        std::printf("| %s |", operation.c_str());
-        for (const std::string& name : names) {
-            std::printf(" %.1f |", 1e9 / inputs.at(name).items_per_second);
+    void print_floors(const Results& results) {
+        std::puts("\n| operation | input | ms | floor, ms | ratio |");
+        std::puts("|---|---|--:|--:|--:|");
+        for (const auto& [operation, inputs] : results) {
+            for (const auto& [input, result] : inputs) {
+                if (!(result.floor_ms > 0) || !input.ends_with("k")) continue;
+                if (!input.starts_with("rock_328k") && !input.starts_with("rock_1311k")) continue;
+                std::printf("| %s | %s | %.2f | %.2f | %.2f |\n", operation.c_str(), input.c_str(),
+                            result.milliseconds, result.floor_ms,
+                            result.milliseconds / result.floor_ms);
+            }
         }
+    }
+
+    // Nanoseconds per triangle of every operation that was run on all of the inputs.
+    void print_growth(const Results& results, const std::vector<std::string>& names) {
+        std::printf("\n| ns a triangle |");
+        for (const std::string& name : names) std::printf(" %s |", name.c_str());
+        std::printf("\n|---|");
+        for (std::size_t i = 0; i < names.size(); ++i) std::printf("--:|");
         std::puts("");
+        for (const auto& [operation, inputs] : results) {
+            const auto is_there = [&, &found = inputs](const std::string& name) {
+                return found.contains(name);
+            };
+            if (!std::all_of(names.begin(), names.end(), is_there)) continue;
+            std::printf("| %s |", operation.c_str());
+            for (const std::string& name : names) {
+                std::printf(" %.1f |", 1e9 / inputs.at(name).items_per_second);
+            }
+            std::puts("");
+        }
     }
-}
 
 }  // namespace
 
@@ -175,6 +188,7 @@ int main(int argc, char** argv) try {
     Tally tally;
     print_limits(results, tally);
     print_memory(results, tally);
+    print_picture(results, tally);
     print_floors(results);
     print_growth(results, kGrowing);
     print_growth(results, kCrowded);

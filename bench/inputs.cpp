@@ -241,8 +241,6 @@ void set_floor(benchmark::State& state, double bytes) {
 int run(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
-    const char* threads = std::getenv("OMP_NUM_THREADS");
-    benchmark::AddCustomContext("threads", threads == nullptr ? "all" : threads);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     std::error_code ignored;
