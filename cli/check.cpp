@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
@@ -56,15 +57,27 @@ Report check_file(const std::string& path, const Console& console) {
 
 using Row = std::pair<std::string_view, std::string>;
 
+// In double: the extent of finite floats need not be a finite float.
+std::array<double, 3> extent(const Box3f& box) {
+    const auto along = [](float low, float high) {
+        const double length = static_cast<double>(high) - static_cast<double>(low);
+        return length > std::numeric_limits<float>::max()
+                   ? length
+                   : shortest_double(static_cast<float>(length));
+    };
+    return {along(box.low.x, box.high.x), along(box.low.y, box.high.y),
+            along(box.low.z, box.high.z)};
+}
+
 std::string size_text(const Findings& findings) {
     if (findings.box.is_empty()) return "none";
-    const Vec3f size = findings.box.extent();
-    return human_number(shortest_double(size.x)) + " x " + human_number(shortest_double(size.y)) +
-           " x " + human_number(shortest_double(size.z));
+    const auto [x, y, z] = extent(findings.box);
+    return human_number(x) + " x " + human_number(y) + " x " + human_number(z);
 }
 
 std::string volume_text(const Findings& findings) {
-    std::string text = human_number(findings.volume);
+    if (!std::isfinite(findings.volume)) return "unknown";
+    const std::string text = human_number(findings.volume);
     if (!findings.is_closed) return text + " (not exact: the surface is open)";
     if (findings.volume < 0) return text + " (negative: wound inward)";
     return text;
@@ -162,7 +175,7 @@ Json to_json(const Report& report) {
     json["vertices"] = f.vertices;
     json["shells"] = f.shells;
     json["cavities"] = f.cavities;
-    json["size"] = f.box.is_empty() ? Json() : vector_json(f.box.extent());
+    json["size"] = f.box.is_empty() ? Json() : Json(extent(f.box));
     json["box"] = box_json(f.box);
     json["volume"] = std::isfinite(f.volume) ? Json(f.volume) : Json();
     json["closed"] = f.is_closed;
@@ -197,14 +210,14 @@ int run_check(const Arguments& arguments, Console& console) {
         if (as_json) {
             json.push_back(to_json(report));
         } else if (report.failure.empty()) {
-            console.print(table(report, !console.is_quiet()));
+            console.print((statuses.empty() ? "" : "\n") + table(report, !console.is_quiet()));
         }
         statuses.push_back(report.status());
     }
     if (as_json) {
         console.print(dump(json));
     } else if (statuses.size() > 1) {
-        console.print(summary(statuses));
+        console.print("\n" + summary(statuses));
     }
     return *std::max_element(statuses.begin(), statuses.end());
 }

@@ -1,10 +1,12 @@
 #include "cli/findings.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <iterator>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "cli/inward_shells.h"
@@ -27,15 +29,26 @@ void measure(const TriMesh& mesh, Findings& findings) {
     }
 }
 
-void count_edges(const TriMesh& mesh, const EdgeMates& mates, Findings& findings) {
+// Counts edges over all faces, where `detect` leaves out shells without a face that looks up.
+void count_edges(const TriMesh& mesh, const EdgeMates& mates, Findings& findings,
+                 FlawFaces& flaw_faces) {
+    flaw_faces.open.clear();
+    flaw_faces.non_manifold.clear();
     std::size_t turned_sides = 0;  // each such edge is seen from both of its faces
-    for (std::size_t face = 0; face < mesh.faces.size(); ++face) {
+    for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) {
+        std::array<std::size_t, 3> kinds{};  // edges of each kind
         for (std::size_t edge = 0; edge < 3; ++edge) {
             const EdgeMates::Kind kind = mates.kind(face, edge);
-            if (kind == EdgeMates::Kind::Open) ++findings.open_edges;
+            ++kinds[static_cast<std::size_t>(kind)];
             if (kind == EdgeMates::Kind::Manifold && mates.is_same_direction(face, edge)) {
                 ++turned_sides;
             }
+        }
+        const std::size_t open = kinds[static_cast<std::size_t>(EdgeMates::Kind::Open)];
+        findings.open_edges += open;
+        if (open != 0) flaw_faces.open.push_back(face);
+        if (kinds[static_cast<std::size_t>(EdgeMates::Kind::NonManifold)] != 0) {
+            flaw_faces.non_manifold.push_back(face);
         }
     }
     findings.turned_edges = turned_sides / 2;
@@ -79,26 +92,26 @@ Array<std::uint32_t> shown_as_inverted(std::span<const std::uint32_t> inverted,
 
 Findings examine(TriMesh& mesh, Progress progress, FlawFaces* flaw_faces) {
     Findings findings;
+    FlawFaces faces;
     measure(mesh, findings);
     progress.set(55);
-    findings.flaws = detect(mesh, flaw_faces);
+    findings.flaws = detect(mesh, &faces);
     findings.shells = mesh.shells.size();
     progress.set(80);
     const EdgeMates mates(mesh);
-    count_edges(mesh, mates, findings);
+    count_edges(mesh, mates, findings, faces);
     progress.set(90);
 
     const InwardShells inward = find_inward_shells(mesh, mates);
     findings.inside_out_shells = inward.inside_out.size();
     findings.cavities = inward.cavities.size();
     const Array<std::uint32_t> in_cavities = faces_of(mesh, inward.cavities);
-    if (flaw_faces != nullptr) {
-        flaw_faces->inverted =
-            shown_as_inverted(flaw_faces->inverted, in_cavities, faces_of(mesh, inward.inside_out));
-    }
+    faces.inverted =
+        shown_as_inverted(faces.inverted, in_cavities, faces_of(mesh, inward.inside_out));
     if (!in_cavities.empty() && findings.flaws.inverted != 0) {
         findings.flaws.inverted = inverted_without(mesh, in_cavities);
     }
+    if (flaw_faces != nullptr) *flaw_faces = std::move(faces);
     progress.set(100);
     return findings;
 }

@@ -21,7 +21,7 @@ struct Findings {
     std::size_t open_edges = 0;  // edges of one face
     std::size_t non_manifold_edges = 0;  // edges of three and more
     std::size_t turned_edges = 0;        // edges of two faces that are wound against each other
-    std::size_t inside_out_shells = 0;   // closed shells wound inward that are no cavity
+    std::size_t inside_out_shells = 0;   // closed shells wound inward, but for cavities
     std::size_t cavities = 0;            // closed shells wound inward inside others; no flaw
     std::size_t misplaced_vertices = 0;  // with a coordinate that is infinite or no number
 
@@ -33,9 +33,9 @@ struct Findings {
 
 /// Examines a mesh. Faces and vertices are not changed; the shells are labelled.
 ///
-/// @param flaw_faces  when given, receives what to show as flawed: as `detect` gives it, without
-/// the
-///                    inverted faces of cavities, with all faces of shells that are inside out
+/// @param flaw_faces  when given, receives the faces to show: inverted as `detect` gives them, without
+///                    those of cavities, with all of shells that are inside out; every face with an
+///                    open or a non-manifold edge; degenerate as `detect` gives them
 /// Progress goes from 48 to 100.
 Findings examine(TriMesh& mesh, Progress progress, FlawFaces* flaw_faces = nullptr);
 

@@ -20,10 +20,11 @@ constexpr double kFlat = 1e-12;
 constexpr std::size_t kProbes = 3;
 
 struct Traits {
-    bool is_closed = true;
-    bool is_consistent =
-        true;  // each edge held by two faces that run along it in opposite directions
+    bool can_surround = true;   // each edge is held by an even number of faces
+    bool is_consistent = true;  // by two, which run along it in opposite directions
     double volume = 0;
+
+    bool is_inward() const { return is_consistent && volume < 0; }
 };
 
 struct Probe {
@@ -33,17 +34,14 @@ struct Probe {
 };
 
 void add_edge(const EdgeMates& mates, std::size_t face, std::size_t edge, Traits& traits) {
-    switch (mates.kind(face, edge)) {
-        case EdgeMates::Kind::Open:
-            traits.is_closed = false;
-            break;
-        case EdgeMates::Kind::Manifold:
-            if (mates.is_same_direction(face, edge)) traits.is_consistent = false;
-            break;
-        case EdgeMates::Kind::NonManifold:
-            traits.is_consistent = false;
-            if (mates.group(mates.group_of(face, edge)).size() % 2 != 0) traits.is_closed = false;
-            break;
+    const EdgeMates::Kind kind = mates.kind(face, edge);
+    if (kind == EdgeMates::Kind::Manifold) {
+        if (mates.is_same_direction(face, edge)) traits.is_consistent = false;
+        return;
+    }
+    traits.is_consistent = false;
+    if (kind == EdgeMates::Kind::Open || mates.group(mates.group_of(face, edge)).size() % 2 != 0) {
+        traits.can_surround = false;
     }
 }
 
@@ -113,7 +111,7 @@ InwardShells find_inward_shells(const TriMesh& mesh, const EdgeMates& mates) {
     std::vector<Probe> probes;
     for (std::uint32_t shell = 0; shell < traits.size(); ++shell) {
         traits[shell] = shell_traits(mesh, mates, shell);
-        if (traits[shell].is_closed && traits[shell].volume < 0) add_probes(mesh, shell, probes);
+        if (traits[shell].is_inward()) add_probes(mesh, shell, probes);
     }
     InwardShells result;
     if (probes.empty()) return result;
@@ -121,7 +119,7 @@ InwardShells find_inward_shells(const TriMesh& mesh, const EdgeMates& mates) {
     std::sort(probes.begin(), probes.end(),
               [](const Probe& a, const Probe& b) { return a.place.x < b.place.x; });
     for (std::uint32_t shell = 0; shell < traits.size(); ++shell) {
-        if (!traits[shell].is_closed) continue;
+        if (!traits[shell].can_surround) continue;
         for (const std::uint32_t face : mesh.shells[shell]) {
             count_face(corners(mesh, face), shell, probes);
         }
@@ -130,12 +128,9 @@ InwardShells find_inward_shells(const TriMesh& mesh, const EdgeMates& mates) {
     std::vector<std::size_t> votes(traits.size(), 0);
     for (const Probe& probe : probes) votes[probe.shell] += probe.is_inside ? 1 : 0;
     for (std::uint32_t shell = 0; shell < traits.size(); ++shell) {
-        if (!traits[shell].is_closed || !(traits[shell].volume < 0)) continue;
-        if (votes[shell] * 2 < kProbes) {
-            result.inside_out.push_back(shell);
-        } else if (traits[shell].is_consistent) {
-            result.cavities.push_back(shell);
-        }
+        if (!traits[shell].is_inward()) continue;
+        const bool is_inside = votes[shell] * 2 > kProbes;
+        (is_inside ? result.cavities : result.inside_out).push_back(shell);
     }
     return result;
 }

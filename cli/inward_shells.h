@@ -9,22 +9,20 @@
 
 namespace povmesh::cli {
 
-/// Closed shells of negative volume, by their number in the shell table, ascending.
+/// Shells of negative volume by their number in the shell table, ascending. Each of their edges is
+/// held by two faces that run along it in opposite directions; without that a shell has no volume.
 struct InwardShells {
-    std::vector<std::uint32_t> inside_out;  // inside an even number of other closed shells
-    std::vector<std::uint32_t> cavities;    // inside an odd number, and consistently wound
+    std::vector<std::uint32_t> inside_out;  // inside an even number of closed shells
+    std::vector<std::uint32_t> cavities;    // inside an odd number
 };
 
-/// A shell inside an odd number of others that is wound inward on the whole, yet has turned faces,
-/// is in neither list: some faces of a cavity are turned.
-///
-/// A shell counts as closed when each of its edges is held by an even number of faces. One that
+/// A shell surrounds others when each of its edges is held by an even number of faces. A shell that
 /// lies partly inside another is judged by the places of three of its vertices.
 ///
 /// @param mesh   its shells are labelled
 /// @param mates  the edge table of the mesh as it is
-/// Time: linear without inward shells; else in addition n log k for k such shells and, for each
-/// face, the shells whose probes lie within its extent in x.
+/// Time: linear without inward shells; else in addition n log k for k such shells and, for each face,
+/// the shells whose probes lie within its extent in x.
 InwardShells find_inward_shells(const TriMesh& mesh, const EdgeMates& mates);
 
 }  // namespace povmesh::cli

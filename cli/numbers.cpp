@@ -33,7 +33,6 @@ std::string counted(std::uint64_t count, std::string_view one, std::string_view 
 }
 
 std::string human_number(double number) {
-    if (std::isnan(number)) return "not a number";
     const double size = std::abs(number);
     if (size >= kWholeFrom && size < kExponentFrom) {
         return (number < 0 ? "-" : "") + with_separators(static_cast<std::uint64_t>(size + 0.5));
@@ -43,9 +42,10 @@ std::string human_number(double number) {
                                     std::chars_format::general, kDigits)
                           .ptr;
     std::string text(buffer.data(), end);
+    // Below the limit above only a small number has an exponent, and its whole part is one digit.
     const std::size_t sign = number < 0 ? 1 : 0;
-    const std::size_t whole_end = std::min(text.find('.'), text.size());
-    if (size >= 1e3 && size < kWholeFrom && whole_end > sign + 3) text.insert(whole_end - 3, ",");
+    const std::size_t whole_end = std::min(text.find_first_of(".e"), text.size());
+    if (whole_end > sign + 3) text.insert(whole_end - 3, ",");
     return text;
 }
 
