@@ -1,6 +1,7 @@
 // Decimal numbers in text files, whatever the locale.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -19,6 +20,43 @@ double round_decimal(const char* first, const char* last);
 
 inline bool is_digit(char c) {
     return static_cast<unsigned char>(c - '0') < 10;
+}
+
+inline constexpr std::uint64_t kPowersOfTen[] = {1,      10,      100,      1000,     10000,
+                                                 100000, 1000000, 10000000, 100000000};
+
+static_assert(std::endian::native == std::endian::little);
+
+/// The value of eight digits, each a byte of 0 to 9, the first one lowest: pairs of neighbours are
+/// joined, then pairs of those, then the two halves.
+constexpr std::uint64_t join_digits(std::uint64_t digits) {
+    digits = digits * 10 + (digits >> 8);
+    constexpr std::uint64_t kPair = 0x000000FF000000FF;
+    constexpr std::uint64_t kLow = 100 + (std::uint64_t{1000000} << 32);
+    constexpr std::uint64_t kHigh = 1 + (std::uint64_t{10000} << 32);
+    return ((digits & kPair) * kLow + ((digits >> 16) & kPair) * kHigh) >> 32;
+}
+
+/// Appends the digits from `p` on to the mantissa, which wraps beyond 19 digits; returns their end.
+/// Takes up to eight at once without a branch that depends on their number, which is as good as random
+/// behind the point.
+inline const char* take_digits(const char* p, const char* last, std::uint64_t& mantissa) {
+    while (last - p >= 8) {
+        std::uint64_t bytes = 0;
+        std::memcpy(&bytes, p, sizeof bytes);
+        bytes ^= 0x3030303030303030;  // a digit becomes its value, any other byte is above 9
+        const std::uint64_t above_nine =
+            (((bytes & 0x7F7F7F7F7F7F7F7F) + 0x7676767676767676) | bytes) & 0x8080808080808080;
+        const int count = std::countr_zero(above_nine) / 8;
+        if (count == 0) return p;
+        mantissa = mantissa * kPowersOfTen[count] + join_digits(bytes << (64 - 8 * count));
+        p += count;
+        if (count < 8) return p;
+    }
+    for (; p != last && is_digit(*p); ++p) {
+        mantissa = mantissa * 10 + static_cast<std::uint64_t>(*p - '0');
+    }
+    return p;
 }
 
 }  // namespace detail
@@ -43,9 +81,7 @@ inline const char* parse_decimal(const char* first, const char* last, double& va
     std::int64_t exponent = 0;
     if (p != last && *p == '.') {
         const char* const point = p++;
-        for (; p != last && detail::is_digit(*p); ++p) {
-            mantissa = mantissa * 10 + static_cast<std::uint64_t>(*p - '0');
-        }
+        p = detail::take_digits(p, last, mantissa);
         exponent = point + 1 - p;
         digit_count -= exponent;
     }

@@ -174,11 +174,13 @@ Status read_either_form(const ByteSource& source, const std::string& name,
         info.trailing_bytes = layout.size - std::min(layout.size, layout.promised_bytes());
     }
     const bool any = make_faces(coordinates);
-    if (layout.is_text && !layout.is_exact && text.has_facet) {
-        return judge_ascii(name, source, text, text_triangles);
+    // A text whose facets came to nothing is what the person has, whatever its bytes gave as records.
+    const bool was_text = layout.is_text && !layout.is_exact && text.has_facet;
+    Status status = was_text ? judge_ascii(name, source, text, text_triangles)
+                             : judge_binary(name, layout, info.triangles);
+    if (status.ok() && (was_text || !any)) {
+        return bad_file(name, "no triangle with three different corners");
     }
-    Status status = judge_binary(name, layout, info.triangles);
-    if (status.ok() && !any) return bad_file(name, "no triangle with three different corners");
     return status;
 }
 
