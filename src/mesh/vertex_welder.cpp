@@ -1,8 +1,8 @@
-// Welding by an open-addressing hash table.
+// Welding by a hash table.
 //
 // Two corners are one vertex when (cell, key) agree, where the cell is that of a grid of 101^3 over
 // the bounding box and the key a sum over the bit patterns of the coordinates. The key has 51 bits
-// and the cell 20, so a slot of 16 bytes holds both and the vertex number.
+// and the cell 20, so a slot of the table holds both, and no look-up needs the vertices.
 #include "mesh/vertex_welder.h"
 
 #include <array>
@@ -17,11 +17,6 @@ constexpr std::uint64_t kKeyY = 110881;
 constexpr std::uint64_t kKeyZ = 118081;
 
 constexpr std::uint32_t kCellsPerAxis = 101;
-
-// Largest share of used slots, in eighths. A closed mesh has half as many vertices as faces; with
-// the hint of half the face count its table is at most this full. Fuller tables probe longer,
-// emptier ones leave the caches earlier.
-constexpr std::size_t kFullEighths = 5;
 
 constexpr std::uint64_t key_of(float x, float y, float z) {
     return std::bit_cast<std::uint32_t>(x) * kKeyX + std::bit_cast<std::uint32_t>(y) * kKeyY +
@@ -84,63 +79,18 @@ WeldBox weld_box(const float* corners, std::size_t corner_count) {
 VertexWelder::VertexWelder(const WeldBox& box, std::size_t expected_vertices)
     : low_(box.low),
       cell_size_{cell_size(box.low.x, box.high.x), cell_size(box.low.y, box.high.y),
-                 cell_size(box.low.z, box.high.z)} {
-    const std::size_t wanted = (expected_vertices + kBlock) * 8 / kFullEighths;
-    const std::size_t slot_count = std::bit_ceil(wanted);
-    slots_.assign(slot_count, Slot{});
-    shift_ = 64U - static_cast<unsigned>(std::countr_zero(slot_count));
-}
-
-std::size_t VertexWelder::home(std::uint64_t key, std::uint32_t cell) const {
-    // Keys of coordinates with few mantissa bits differ in high bits only: the first product
-    // carries low bits up, the shift brings high ones down, the second product spreads them.
-    std::uint64_t h = (key ^ (std::uint64_t{cell} << 44)) * 0x9E3779B97F4A7C15U;
-    h ^= h >> 32;
-    h *= 0xD6E8FEB86659FD93U;
-    return h >> shift_;
-}
-
-void VertexWelder::make_room(std::size_t vertex_count) {
-    if (vertex_count <= slots_.size() / 8 * kFullEighths) return;
-    Array<Slot> old;
-    old.swap(slots_);
-    slots_.assign(old.size() * 2, Slot{});
-    --shift_;
-    const std::size_t mask = slots_.size() - 1;
-    for (const Slot& slot : old) {
-        if (slot.number_plus_one == 0) continue;
-        std::size_t place = home(slot.key, slot.cell);
-        while (slots_[place].number_plus_one != 0) place = (place + 1) & mask;
-        slots_[place] = slot;
-    }
-}
-
-std::int32_t VertexWelder::find_or_add(Vec3f corner, std::uint64_t key, std::uint32_t cell,
-                                       std::size_t start, Vertex* vertices,
-                                       std::size_t& vertex_count) {
-    Slot* const slots = slots_.data();
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t place = start;; place = (place + 1) & mask) {
-        Slot& slot = slots[place];
-        if (slot.number_plus_one == 0) {
-            const auto number = static_cast<std::int32_t>(vertex_count);
-            slot = {key, cell, number + 1};
-            vertices[vertex_count++] = {corner.x, corner.y, corner.z, number};
-            return number;
-        }
-        if (slot.key == key && slot.cell == cell) return slot.number_plus_one - 1;
-    }
-}
+                 cell_size(box.low.z, box.high.z)},
+      table_(expected_vertices) {}
 
 void VertexWelder::weld_block(const float* corners, std::size_t corner_count, std::int32_t* numbers,
                               Array<Vertex>& vertices) {
     std::size_t vertex_count = vertices.size();
-    make_room(vertex_count + corner_count);
+    table_.make_room(vertex_count + corner_count);
     vertices.resize(vertex_count + corner_count);
 
     std::array<std::uint64_t, kBlock> key;
     std::array<std::uint32_t, kBlock> cell;
-    std::array<std::size_t, kBlock> start;
+    std::array<std::size_t, kBlock> home;
     for (std::size_t i = 0; i < corner_count; ++i) {
         const float x = corners[3 * i];
         const float y = corners[3 * i + 1];
@@ -153,12 +103,16 @@ void VertexWelder::weld_block(const float* corners, std::size_t corner_count, st
     }
     // All slots of the block are asked for before the first is needed.
     for (std::size_t i = 0; i < corner_count; ++i) {
-        start[i] = home(key[i], cell[i]);
-        prefetch(&slots_[start[i]]);
+        home[i] = table_.home(key[i], cell[i]);
+        table_.prefetch_home(home[i]);
     }
     for (std::size_t i = 0; i < corner_count; ++i) {
-        numbers[i] = find_or_add({corners[3 * i], corners[3 * i + 1], corners[3 * i + 2]}, key[i],
-                                 cell[i], start[i], vertices.data(), vertex_count);
+        const auto next = static_cast<std::int32_t>(vertex_count);
+        numbers[i] = table_.find_or_add(key[i], cell[i], home[i], next);
+        if (numbers[i] == next) {
+            vertices[vertex_count++] = {corners[3 * i], corners[3 * i + 1], corners[3 * i + 2],
+                                        next};
+        }
     }
     vertices.resize(vertex_count);
 }

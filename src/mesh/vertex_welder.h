@@ -7,6 +7,7 @@
 #include "base/array.h"
 #include "base/vec.h"
 #include "mesh/tri_mesh.h"
+#include "mesh/weld_table.h"
 
 namespace povmesh {
 
@@ -24,9 +25,6 @@ void widen(WeldBox& box, Vec3f corner);
 
 /// Numbers corners by the welding rule of `build_f`: corners with the same cell of the box and the
 /// same key share a vertex, and vertices are numbered as they first come up.
-///
-/// One open-addressing table over (cell, key) with 16 bytes a slot, so that a look-up touches one
-/// cache line and never the vertices.
 class VertexWelder {
 public:
     /// @param box  the box of all corners that will come
@@ -42,21 +40,9 @@ public:
                     Array<Vertex>& vertices);
 
 private:
-    struct Slot {
-        std::uint64_t key;
-        std::uint32_t cell;
-        std::int32_t number_plus_one;  // 0 = empty
-    };
-
-    std::size_t home(std::uint64_t key, std::uint32_t cell) const;
-    void make_room(std::size_t vertex_count);
-    std::int32_t find_or_add(Vec3f corner, std::uint64_t key, std::uint32_t cell, std::size_t start,
-                             Vertex* vertices, std::size_t& vertex_count);
-
     Vec3f low_;
     Vec3f cell_size_;
-    Array<Slot> slots_;
-    unsigned shift_ = 0;  // 64 - log2(slot count)
+    WeldTable table_;
 };
 
 }  // namespace povmesh

@@ -1,0 +1,85 @@
+// The hash table behind vertex welding.
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+
+#include "base/array.h"
+#include "base/memory.h"
+
+namespace povmesh {
+
+/// Numbers pairs (key, cell) in the order in which they first come up. Open addressing, 16 bytes a slot,
+/// so that a look-up touches one cache line.
+class WeldTable {
+public:
+    /// @param expected  a hint for the number of pairs; the table grows as needed
+    explicit WeldTable(std::size_t expected) {
+        const std::size_t slot_count = std::bit_ceil((expected + 128) * 8 / kFullEighths);
+        slots_.assign(slot_count, Slot{});
+        shift_ = 64U - static_cast<unsigned>(std::countr_zero(slot_count));
+    }
+
+    /// Where the search for a pair begins; valid until `make_room`.
+    std::size_t home(std::uint64_t key, std::uint32_t cell) const {
+        // Keys of coordinates with few mantissa bits differ in high bits only: the first product
+        // carries low bits up, the shift brings high ones down, the second product spreads them.
+        std::uint64_t h = (key ^ (std::uint64_t{cell} << 44)) * 0x9E3779B97F4A7C15U;
+        h ^= h >> 32;
+        h *= 0xD6E8FEB86659FD93U;
+        return h >> shift_;
+    }
+
+    void prefetch_home(std::size_t home) const { prefetch(&slots_[home]); }
+
+    /// Makes sure that `find_or_add` can bring the number of pairs to `count`.
+    void make_room(std::size_t count) {
+        while (count > slots_.size() / 8 * kFullEighths) grow();
+    }
+
+    /// The number of a pair; a new one gets `next_number`. There must be room.
+    std::int32_t find_or_add(std::uint64_t key, std::uint32_t cell, std::size_t home,
+                             std::int32_t next_number) {
+        Slot* const slots = slots_.data();
+        const std::size_t mask = slots_.size() - 1;
+        for (std::size_t place = home;; place = (place + 1) & mask) {
+            Slot& slot = slots[place];
+            if (slot.number_plus_one == 0) {
+                slot = {key, cell, next_number + 1};
+                return next_number;
+            }
+            if (slot.key == key && slot.cell == cell) return slot.number_plus_one - 1;
+        }
+    }
+
+private:
+    struct Slot {
+        std::uint64_t key;
+        std::uint32_t cell;
+        std::int32_t number_plus_one;  // 0 = empty
+    };
+
+    // Largest share of used slots, in eighths: fuller tables probe longer, emptier ones leave the
+    // caches earlier.
+    static constexpr std::size_t kFullEighths = 5;
+
+    void grow() {
+        Array<Slot> old;
+        old.swap(slots_);
+        slots_.assign(old.size() * 2, Slot{});
+        --shift_;
+        const std::size_t mask = slots_.size() - 1;
+        for (const Slot& slot : old) {
+            if (slot.number_plus_one == 0) continue;
+            std::size_t place = home(slot.key, slot.cell);
+            while (slots_[place].number_plus_one != 0) place = (place + 1) & mask;
+            slots_[place] = slot;
+        }
+    }
+
+    Array<Slot> slots_;
+    unsigned shift_ = 0;  // 64 - log2(slot count)
+};
+
+}  // namespace povmesh
