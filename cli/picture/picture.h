@@ -52,14 +52,15 @@ constexpr std::uint32_t kMaxPictureSide = 16384;
 /// above.
 enum class View { Iso, Front, Back, Left, Right, Top, Bottom };
 
-/// Faces in a colour of their own, from both sides. Indices that are not there are passed over.
+/// Faces in a colour of their own, from both sides. What is hidden by another part of the scene
+/// shines through faintly. Indices that are not there are passed over.
 struct FaceMarks {
     Colour colour;
     Array<std::uint32_t> faces;
 };
 
 /// Lines along edges, given by their two vertex indices. They lie a little in front of the surface;
-/// what is hidden by another part of the scene shines through faintly.
+/// what is hidden all the same shines through faintly.
 struct EdgeMarks {
     Colour colour;
     float thickness = 3;  // pixels
@@ -73,7 +74,7 @@ struct PointMarks {
     Array<Vec3f> points;
 };
 
-/// What is drawn on a mesh. Later entries lie over earlier ones.
+/// What is drawn on a mesh. A face in several entries takes the colour of the last.
 struct Overlay {
     std::vector<FaceMarks> faces;
     std::vector<EdgeMarks> edges;
@@ -101,13 +102,13 @@ struct RenderOptions {
 };
 
 /// Draws a scene with a z-buffer and flat shading on a light ground, each pixel the mean of 2 x 2
-/// samples. All models share one parallel-projecting camera, which fits their vertices and the
-/// frame into the picture with a margin of 4 % of its shorter side. Deleted faces, and faces with a
-/// vertex that is missing or not finite, are left out. An empty scene gives the ground alone.
+/// samples. All models share one parallel-projecting camera, which fits their vertices and the frame
+/// into the picture with a margin of 4 % of its shorter side. Deleted faces, and faces with a vertex
+/// that is missing or not finite, are left out. An empty scene gives the ground alone.
 ///
-/// The same bits every time, also for another order of the faces. One thread.
-/// Time O(vertices + faces + pixels); memory: 16 bytes a vertex, 1 bit to 4 bytes a marked mesh's
-/// face, 3 bytes a pixel and at most 64 MiB for samples (larger pictures are made in strips).
+/// The same bits every time, on one thread. Time O(vertices + faces + pixels); memory: 16 bytes a
+/// vertex, 4 bytes a face of a mesh with marked faces, 3 bytes a pixel and at most 64 MiB for samples
+/// (larger pictures are made in strips, each of which goes over all faces).
 Image render(const Scene& scene, const RenderOptions& options);
 
 /// The marks for the flaws that `detect` found in a mesh: flipped faces, open and non-manifold
