@@ -37,7 +37,7 @@ constexpr std::string_view kDesign = "0 build 10 90 export 100";
 constexpr std::string_view kRepair = "0 build 30 70 export 100";
 constexpr std::string_view kDivision = "0 build 10 90 100";
 
-const Call kCalls[] = {
+constexpr Call kCalls[] = {
     {"modelRepair64", Result::None, false, "5 48", RUN{e.modelRepair64(h.path.c_str());
 }  // namespace
 }  // namespace povmesh

@@ -5,7 +5,8 @@
 
 #define POVMESH_FOR_EACH_EXPORT(X)                                                                 \
     X(modelRepair64)                                                                               \
-    X(modelRepair) X(flawsDetect64) X(flawsDetect) X(meshReduceFromFile64) X(meshReduceFromFile)   \
+    X(modelRepair)                                                                                 \
+    X(flawsDetect64) X(flawsDetect) X(meshReduceFromFile64) X(meshReduceFromFile)                  \
         X(meshPreprocessorFromFile64) X(meshPreprocessorFromFile) X(                               \
             meshPreprocessorFromFileSaveAs64) X(meshPreprocessorCtrlFromFile) X(importFile)        \
             X(saveasObjFromDataDoublePrecision) X(modelRepairFromData64) X(modelRepairFromData) X( \
@@ -33,6 +34,7 @@ namespace povmesh {
 
 /// One pointer per exported function, of its declared type.
 struct Exports {
+// NOLINTNEXTLINE(bugprone-macro-parentheses): the name of a member
 #define POVMESH_MEMBER(name) decltype(&::name) name = nullptr;
     POVMESH_FOR_EACH_EXPORT(POVMESH_MEMBER)
 #undef POVMESH_MEMBER

@@ -38,7 +38,6 @@ namespace povmesh {
 namespace {
 
 using api::Slot;
-using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 
 Exports linked() {
@@ -102,13 +101,13 @@ std::vector<std::string> expand(std::string_view row, bool file_opens, bool has_
 
 class Frames : public ::testing::Test {
 protected:
-    Frames() { write_file(box_file_, stl_bytes(box_host().xyz, 12)); }
+    Frames() { write_file(box_file, stl_bytes(box_host().xyz, 12)); }
     ~Frames() override { freeAllArray(); }
 
-    const Exports e_ = linked();
-    const TestFolder folder_;
-    const std::string box_file_ = folder_ / "box.stl";
-    const std::string missing_ = folder_ / "missing.stl";
+    const Exports functions = linked();
+    const TestFolder folder;
+    const std::string box_file = folder / "box.stl";
+    const std::string missing = folder / "missing.stl";
 };
 
 TEST_F(Frames, WriteTheirProgressValuesAndTraceLinesInOrder) {
@@ -118,10 +117,10 @@ TEST_F(Frames, WriteTheirProgressValuesAndTraceLinesInOrder) {
                 SCOPED_TRACE(std::string(call.name) + (file_opens ? "" : ", no file") +
                              (has_cell ? "" : ", no cell"));
                 Host h = box_host();
-                h.path = file_opens ? box_file_ : missing_;
+                h.path = file_opens ? box_file : missing;
                 h.wants_progress = has_cell;
                 Recorder recorder;
-                call.run(e_, h);
+                call.run(functions, h);
                 EXPECT_THAT(recorder.events,
                             ElementsAreArray(
                                 expand(call.events, file_opens, has_cell || !call.has_progress)));
@@ -138,8 +137,8 @@ TEST_F(Frames, FillTheSlotsOfTheirResultAndNoOther) {
     for (const Call& call : calls()) {
         SCOPED_TRACE(call.name);
         Host h = box_host();
-        h.path = box_file_;
-        call.run(e_, h);
+        h.path = box_file;
+        call.run(functions, h);
 
         std::vector<void*> expected(static_cast<std::size_t>(Slot::Count), nullptr);
         const auto expect = [&](Slot slot, void* array) {
@@ -185,7 +184,7 @@ TEST_F(Frames, FillTheSlotsOfTheirResultAndNoOther) {
 TEST_F(Frames, OverwriteASlotWithoutFreeingIt) {
     Host first = box_host();
     Host second = box_host();
-    importFile(box_file_.c_str(), &first.out.xyz, &first.out.rgb, &first.out.uv, &first.out.labels,
+    importFile(box_file.c_str(), &first.out.xyz, &first.out.rgb, &first.out.uv, &first.out.labels,
                &first.out.count);
     hollowFromData(1, second.xyz_pointer, 12, &second.out.xyz, &second.out.count, nullptr);
 
@@ -255,7 +254,7 @@ TEST_F(Frames, LetExceptionsPassAndAreReadyAfterwards) {
         SCOPED_TRACE(call.name);
         Host h = box_host();
         h.count = 0x7FFFFFFFU / 3 + 1;  // refused before a coordinate is read
-        EXPECT_THROW(call.run(e_, h), std::length_error);
+        EXPECT_THROW(call.run(functions, h), std::length_error);
         EXPECT_EQ(api::progress_cell(), internal_cell);
         EXPECT_EQ(h.out.progress, call.has_progress ? 0U : 7777U);
         EXPECT_EQ(h.out.xyz, nullptr);

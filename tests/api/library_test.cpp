@@ -47,19 +47,19 @@ private:
 
 class Hosted : public ::testing::Test {
 protected:
-    ~Hosted() override { e_.freeAllArray(); }
+    ~Hosted() override { functions.freeAllArray(); }
 
     std::string file(std::string_view name, std::string_view bytes) {
-        const std::string path = folder_ / name;
+        std::string path = folder / name;
         write_file(path, bytes);
         return path;
     }
 
-    const Library library_;
-    const Exports& e_ = library_.exports;
-    const TestFolder folder_;
-    const std::vector<float> box_ = shapes::box({0, 0, 0}, {2, 3, 4});
-    const std::string box_file_ = file("box.stl", stl_bytes(box_, 12));
+    const Library library;
+    const Exports& functions = library.exports;
+    const TestFolder folder;
+    const std::vector<float> box = shapes::box({0, 0, 0}, {2, 3, 4});
+    const std::string box_file = file("box.stl", stl_bytes(box, 12));
 };
 
 // What a process is made of that a library could change behind its host's back.
@@ -128,7 +128,7 @@ TEST_F(Hosted, ProgressCanBeWatchedFromAnotherThread) {
                 if (value != 7777 && (seen.empty() || seen.back() != value)) seen.push_back(value);
             }
         });
-        call.run(e_, h);
+        call.run(functions, h);
         done = true;
         watcher.join();
 
@@ -139,17 +139,17 @@ TEST_F(Hosted, ProgressCanBeWatchedFromAnotherThread) {
             ASSERT_NE(next, milestones.end()) << value;
         }
         EXPECT_EQ(h.out.progress, milestones.back());
-        e_.freeAllArray();
+        functions.freeAllArray();
     }
 }
 
 TEST_F(Hosted, ModelsComeBackAsTheyWentIn) {
     for (const Call& call : calls()) {
         SCOPED_TRACE(call.name);
-        Host h(box_);
-        h.path = box_file_;
-        call.run(e_, h);
+        Host h(box);
+        h.path = box_file;
         if (call.result == Result::None || call.result == Result::Tables) continue;
+        call.run(functions, h);
 
         if (call.result == Result::Parts) {
             ASSERT_EQ(h.out.count, 1);
@@ -157,7 +157,7 @@ TEST_F(Hosted, ModelsComeBackAsTheyWentIn) {
         } else {
             ASSERT_EQ(h.out.count, 12);
         }
-        EXPECT_EQ(0, std::memcmp(h.out.xyz, box_.data(), box_.size() * sizeof(float)));
+        EXPECT_EQ(0, std::memcmp(h.out.xyz, box.data(), box.size() * sizeof(float)));
         const bool from_file = call.reads_file();
         if (call.result != Result::Coordinates) {
             for (std::size_t i = 0; i < h.rgb.size(); ++i) {  // stored as bytes
@@ -174,7 +174,7 @@ TEST_F(Hosted, ModelsComeBackAsTheyWentIn) {
                 }
             }
         }
-        e_.freeAllArray();
+        functions.freeAllArray();
     }
 }
 
@@ -200,7 +200,7 @@ TEST_F(Hosted, NoInputCrashesAnyFunction) {
                 h.wants_progress = variant != 2;
                 if (variant == 3) h.xyz_pointer = nullptr;
                 for (float& colour : h.rgb) colour = soup[0] - 1;
-                call.run(e_, h);
+                call.run(functions, h);
 
                 const bool has_soup = call.result != Result::None && call.result != Result::Tables;
                 if (has_soup && !h.wants_nothing) {
@@ -211,20 +211,20 @@ TEST_F(Hosted, NoInputCrashesAnyFunction) {
                     EXPECT_EQ(h.out.count, 0);
                     EXPECT_NE(h.out.tables[0], nullptr);
                 }
-                e_.freeAllArray();
-                e_.freeAllArray();
+                functions.freeAllArray();
+                functions.freeAllArray();
             }
         }
     }
 }
 
 TEST_F(Hosted, FilesThatCannotBeReadGiveEmptyModels) {
-    const std::string folder = folder_ / "folder.stl";
-    fs::create_directory(folder);
+    const std::string directory = folder / "folder.stl";
+    fs::create_directory(directory);
     const std::string garbage(1000, '\x81');
     const std::vector<std::string> paths = {
-        folder_ / "missing.stl",
-        folder,
+        folder / "missing.stl",
+        directory,
         "",
         file("empty.stl", ""),
         file("short.stl", "short"),
@@ -234,49 +234,49 @@ TEST_F(Hosted, FilesThatCannotBeReadGiveEmptyModels) {
         if (!call.reads_file()) continue;
         for (const std::string& path : paths) {
             SCOPED_TRACE(std::string(call.name) + " " + path);
-            Host h(box_);
+            Host h(box);
             h.path = path;
             const bool existed = fs::exists(path);
-            call.run(e_, h);
+            call.run(functions, h);
             if (call.result != Result::None) {
                 ASSERT_NE(h.out.xyz, nullptr);
                 EXPECT_EQ(h.out.count, 0);
             }
             EXPECT_TRUE(h.returned == 0 || h.returned == 7777) << h.returned;
             EXPECT_EQ(fs::exists(path), existed);
-            e_.freeAllArray();
+            functions.freeAllArray();
         }
     }
-    EXPECT_EQ(e_.flawsDetect64(nullptr), 0);
-    EXPECT_EQ(e_.flawsDetect64(file("garbage.stl", garbage).c_str()) & ~std::uint64_t{1}, 0);
+    EXPECT_EQ(functions.flawsDetect64(nullptr), 0);
+    EXPECT_EQ(functions.flawsDetect64(file("garbage.stl", garbage).c_str()) & ~std::uint64_t{1}, 0);
 }
 
 TEST_F(Hosted, ImportGoesByTheExactExtension) {
-    const std::string bytes = stl_bytes(box_, 12);
+    const std::string bytes = stl_bytes(box, 12);
     const std::pair<std::string_view, std::uint32_t> rows[] = {
         {"a.stl", 12}, {"a.b.stl", 12}, {"a.STL", 0},  {"a.stl ", 0},
         {"stl", 0},    {"a.xstl", 0},   {"a.stlx", 0}, {"a.obj", 0},
     };
     for (const auto& [name, triangles] : rows) {
         Host h({});
-        e_.importFile(file(name, bytes).c_str(), &h.out.xyz, &h.out.rgb, &h.out.uv, &h.out.labels,
-                      &h.out.count);
+        functions.importFile(file(name, bytes).c_str(), &h.out.xyz, &h.out.rgb, &h.out.uv,
+                             &h.out.labels, &h.out.count);
         EXPECT_EQ(h.out.count, triangles) << name;
-        e_.freeAllArray();
+        functions.freeAllArray();
     }
     // Every extension but "obj" counts as STL for the flaw test.
-    std::vector<float> open_box = box_;
-    open_box.resize(9 * 11);
+    std::vector<float> open_box = box;
+    open_box.resize(std::size_t{9} * 11);
     const std::string open_bytes = stl_bytes(open_box, 11);
-    EXPECT_EQ(e_.flawsDetect(file("open.dat", open_bytes).c_str()), 1);
-    EXPECT_EQ(e_.flawsDetect(file("open.OBJ", open_bytes).c_str()), 1);
-    EXPECT_EQ(e_.flawsDetect(file("open.obj", open_bytes).c_str()), 0);
-    EXPECT_EQ(e_.flawsDetect(box_file_.c_str()), 0);
+    EXPECT_EQ(functions.flawsDetect(file("open.dat", open_bytes).c_str()), 1);
+    EXPECT_EQ(functions.flawsDetect(file("open.OBJ", open_bytes).c_str()), 1);
+    EXPECT_EQ(functions.flawsDetect(file("open.obj", open_bytes).c_str()), 0);
+    EXPECT_EQ(functions.flawsDetect(box_file.c_str()), 0);
 }
 
 TEST_F(Hosted, FlawsAreCountedAndReported) {
-    std::vector<float> soup = box_;
-    soup.resize(9 * 11);  // three open edges, each with a corner at either end
+    std::vector<float> soup = box;
+    soup.resize(std::size_t{9} * 11);  // three open edges, each with a corner at either end
     Host h(soup);
     Host unwanted(soup);
     unwanted.wants_nothing = true;
@@ -288,22 +288,22 @@ TEST_F(Hosted, FlawsAreCountedAndReported) {
         SCOPED_TRACE(call.name);
         h.out.counters.fill(7777);
         h.returned = 1;  // repair with a test afterwards returns nothing
-        call.run(e_, h);
+        call.run(functions, h);
         EXPECT_EQ(h.returned, 1);
         if (call.name != "meshPreprocessorFromData") {
             EXPECT_EQ(h.out.counters, (std::array<std::uint32_t, 4>{0, 6, 0, 0}));
         }
-        e_.freeAllArray();
+        functions.freeAllArray();
     }
-    e_.modelRepairFromColorDataWithPostDetection(
+    functions.modelRepairFromColorDataWithPostDetection(
         soup.data(), nullptr, nullptr, nullptr, 11, nullptr, nullptr, nullptr, nullptr, nullptr, 0,
         &h.out.counters[0], &h.out.counters[1], &h.out.counters[2], &h.out.counters[3], nullptr);
     EXPECT_EQ(h.out.counters, (std::array<std::uint32_t, 4>{~0U, ~0U, ~0U, ~0U}));
 }
 
 TEST_F(Hosted, OnlyASoundFileIsWrittenBackAndOnlyWhenAskedFor) {
-    const std::string whole = stl_bytes(box_, 12);
-    std::string rewritten = stl_bytes(box_, 12);
+    const std::string whole = stl_bytes(box, 12);
+    std::string rewritten = stl_bytes(box, 12);
     rewritten.replace(0, 80, std::string("PovMesh") + std::string(73, '\0'));
     const std::vector<float> needle = {0, 0, 0, 0, 0, 0, 1, 1, 1};
     struct Row {
@@ -317,64 +317,67 @@ TEST_F(Hosted, OnlyASoundFileIsWrittenBackAndOnlyWhenAskedFor) {
         {"the low 8 bits count", whole, 0x1FF, rewritten},
         {"not asked for", whole, 0, whole},
         {"not asked for in the low 8 bits", whole, 0x100, whole},
-        {"truncated", stl_bytes(box_, 13), 1, stl_bytes(box_, 13)},
+        {"truncated", stl_bytes(box, 13), 1, stl_bytes(box, 13)},
         {"no triangle", stl_bytes({}, 0), 1, stl_bytes({}, 0)},
         {"nothing left of it", stl_bytes(needle, 1), 1, stl_bytes(needle, 1)},
         {"no STL", "some notes\n", 1, "some notes\n"},
     };
     for (const Row& row : rows) {
         const std::string path = file("model.stl", row.before);
-        e_.modelRepair64(path.c_str());
+        functions.modelRepair64(path.c_str());
         EXPECT_EQ(file_bytes(path), row.before) << row.what << ", repaired";
-        e_.meshPreprocessorFromFileSaveAs64(path.c_str(), nullptr, nullptr, nullptr, row.save);
+        functions.meshPreprocessorFromFileSaveAs64(path.c_str(), nullptr, nullptr, nullptr,
+                                                   row.save);
         EXPECT_EQ(file_bytes(path), row.after) << row.what;
+        functions.freeVertexArray();
     }
-    EXPECT_EQ(ProcessState::entries((folder_ / "").c_str()), 2) << "a file was left behind";
+    EXPECT_EQ(ProcessState::entries((folder / "").c_str()), 2) << "a file was left behind";
 }
 
 TEST_F(Hosted, TablesOfOperationsThatFindNothingAreEmpty) {
-    Host h(box_);
+    Host h(box);
     for (const Call& call : calls()) {
         if (call.result != Result::Tables) continue;
         h.out = {};
         h.returned = 1;
-        call.run(e_, h);
+        call.run(functions, h);
         EXPECT_EQ(h.out.count, 0) << call.name;
         EXPECT_TRUE(h.out.second_count == 0 || h.out.second_count == 7777) << call.name;
         EXPECT_EQ(h.returned, 1) << call.name;
+        functions.freeAllArray();
     }
-    e_.orientationOptimization(h.xyz_pointer, h.count, h.out.rows.data(), 1);
+    functions.orientationOptimization(h.xyz_pointer, h.count, h.out.rows.data(), 1);
     EXPECT_EQ(h.out.rows, (std::array<float, 8>{0, 0, 0, 0, 7, 7, 7, 7}));
-    e_.orientationOptimization(h.xyz_pointer, h.count, h.out.rows.data(), -1);
+    functions.orientationOptimization(h.xyz_pointer, h.count, h.out.rows.data(), -1);
     EXPECT_EQ(h.out.rows[4], 7);
     h.out.column_count = 5;
-    e_.columnSupportAutoGenerate(h.xyz_pointer, h.count, 2, 45, &h.out.tables[0],
-                                 &h.out.column_count);
+    functions.columnSupportAutoGenerate(h.xyz_pointer, h.count, 2, 45, &h.out.tables[0],
+                                        &h.out.column_count);
     EXPECT_EQ(h.out.column_count, 5) << "without a column the outputs stay";
 }
 
 TEST_F(Hosted, AnInwardOrTinyPartIsLeftOut) {
     for (const std::vector<float>& soup :
-         {shapes::turned(box_), shapes::box({0, 0, 0}, {0.9F, 1, 1})}) {
+         {shapes::turned(box), shapes::box({0, 0, 0}, {0.9F, 1, 1})}) {
         Host h(soup);
-        e_.separateShellsFromData(soup.data(), nullptr, nullptr, nullptr, 12, &h.out.xyz,
-                                  &h.out.rgb, &h.out.uv, &h.out.labels, &h.out.part_triangles,
-                                  &h.out.count, nullptr);
+        functions.separateShellsFromData(soup.data(), nullptr, nullptr, nullptr, 12, &h.out.xyz,
+                                         &h.out.rgb, &h.out.uv, &h.out.labels,
+                                         &h.out.part_triangles, &h.out.count, nullptr);
         EXPECT_EQ(h.out.count, 0);
         EXPECT_NE(h.out.xyz, nullptr);
         EXPECT_NE(h.out.part_triangles, nullptr);
-        e_.freeAllArray();
+        functions.freeAllArray();
     }
 }
 
 TEST_F(Hosted, TooManyTrianglesAreAnExceptionThatAHostCanCatch) {
-    Host h(box_);
+    Host h(box);
     h.count = 0xFFFFFFFF;
-    EXPECT_THROW(
-        e_.hollowFromData(1, h.xyz_pointer, h.count, &h.out.xyz, &h.out.count, &h.out.progress),
-        std::length_error);
+    EXPECT_THROW(functions.hollowFromData(1, h.xyz_pointer, h.count, &h.out.xyz, &h.out.count,
+                                          &h.out.progress),
+                 std::length_error);
     h.count = 12;
-    e_.hollowFromData(1, h.xyz_pointer, h.count, &h.out.xyz, &h.out.count, &h.out.progress);
+    functions.hollowFromData(1, h.xyz_pointer, h.count, &h.out.xyz, &h.out.count, &h.out.progress);
     EXPECT_EQ(h.out.count, 12);
 }
 
