@@ -197,6 +197,12 @@ std::vector<std::string> compared_inputs() {
     return names;
 }
 
+std::vector<std::string> shorter_inputs() {
+    std::vector<std::string> names = compared_inputs();
+    std::erase(names, "rock_1311k_random");
+    return names;
+}
+
 std::vector<std::string> growing_inputs() {
     return {"rock_5k", "rock_20k", "rock_82k", "rock_328k", "rock_1311k", "rock_5243k"};
 }
