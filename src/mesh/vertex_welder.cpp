@@ -5,6 +5,7 @@
 // and the cell 20, so a slot of the table holds both, and no look-up needs the vertices.
 #include "mesh/vertex_welder.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstring>
@@ -66,9 +67,12 @@ WeldBox weld_box(const float* corners, std::size_t corner_count) {
         }
     }
     WeldBox box;
+    // A lane that met no number holds the starting values still: its low must not raise the high.
     for (std::size_t lane = 0; lane < kLanes; lane += 3) {
-        widen(box, {low[lane], low[lane + 1], low[lane + 2]});
-        widen(box, {high[lane], high[lane + 1], high[lane + 2]});
+        box.low = {std::min(box.low.x, low[lane]), std::min(box.low.y, low[lane + 1]),
+                   std::min(box.low.z, low[lane + 2])};
+        box.high = {std::max(box.high.x, high[lane]), std::max(box.high.y, high[lane + 1]),
+                    std::max(box.high.z, high[lane + 2])};
     }
     for (std::size_t i = whole; i < float_count; i += 3) {
         widen(box, {corners[i], corners[i + 1], corners[i + 2]});

@@ -37,19 +37,23 @@ constexpr float kInfinity = std::numeric_limits<float>::infinity();
 constexpr float kLargest = std::numeric_limits<float>::max();
 constexpr float kTiniest = std::numeric_limits<float>::denorm_min();
 
-// Steps over the bit patterns of x, y, z that do not change their key.
-constexpr std::array<std::array<int, 3>, 4> kSameKey = {
-    {{18, -23, 5}, {110881, -108881, 0}, {118081, 0, -108881}, {0, 118081, -110881}}};
+// Moves a point by a step over the bit patterns of x, y, z that leaves its key as it is.
+Point with_same_key(Point p, int times) {
+    return {by_ulps(p[0], 18 * times), by_ulps(p[1], -23 * times), by_ulps(p[2], 5 * times)};
+}
 
-// A point on or beside a border between cells, moved on by a step that keeps the key of the point.
+// A point within a few last bits of a border between two cells, so that a cell index computed
+// otherwise than in 32-bit floats shows.
 Point near_a_border(Random& random) {
-    const float low = random.below(2) == 0 ? 1.0F : 1.3F;
-    Point p;
-    for (float& x : p) x = low + static_cast<float>(random.below(101)) * 0.007F;
-    const auto& step = kSameKey[random.below(kSameKey.size())];
-    const int times = static_cast<int>(random.below(5)) - 2;
-    for (std::size_t k = 0; k < 3; ++k) p[k] = by_ulps(p[k], step[k] * times);
-    return p;
+    constexpr Point kLow = {1.0F, 1.3F, 1.01F};
+    constexpr Point kHigh = {1.7F, 1.97F, 1.99F};
+    if (random.below(10) == 0) return random.below(2) == 0 ? kLow : kHigh;
+    Point p = {1.352F, 1.637F, 1.493F};  // amid the cells of this box
+    const std::size_t axis = random.below(3);
+    const float cell = (kHigh[axis] - kLow[axis]) / 100.0F;
+    const float border = random.below(10) == 0 ? 100.0F : 7 * small(random, 15);
+    p[axis] = by_ulps(kLow[axis] + border * cell, -static_cast<int>(random.below(2)));
+    return with_same_key(p, static_cast<int>(random.below(5)) - 2);
 }
 
 struct Kind {
@@ -96,10 +100,10 @@ constexpr Kind kKinds[] = {
      [](Random& r) {
          return Point{kTiniest * small(r, 3), kTiniest * small(r, 300), small(r, 2)};
      }},
-    {"same keys",
+    {"same keys beside borders", near_a_border},
+    {"one key for all",
      [](Random& r) {
-         if (r.below(8) == 0) return Point{1, 1, 1};
-         return r.below(8) == 0 ? Point{2, 2, 2} : near_a_border(r);
+         return with_same_key({1.5F, 1.5F, 1.25F}, 60 * static_cast<int>(r.below(3000)));
      }},
     {"same keys, box beyond a million",
      [](Random& r) {
@@ -184,6 +188,13 @@ TEST(BuildF, MergesEqualKeysOfOneCellOnly) {
         EXPECT_EQ(mesh.faces.size(), 2U);
         EXPECT_EQ(mesh.vertices[0].position(), (Vec3f{1, 2, 3}));
     }
+    // A lone triangle: the box must be that of three corners.
+    std::vector<float> lone;
+    for (const int times : {0, 60'000, 120'000}) {
+        const Point p = with_same_key({1.5F, 1.5F, 1.25F}, times);
+        lone.insert(lone.end(), p.begin(), p.end());
+    }
+    EXPECT_EQ(shapes::mesh_of(lone).vertices.size(), 3U);
 }
 
 TEST(BuildF, WeldsByBitsAlone) {
