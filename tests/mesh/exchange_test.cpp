@@ -74,7 +74,11 @@ TriMesh worked_mesh(Random& random, std::uint64_t side = 4) {
         }
         mesh.faces.push_back(face);
     }
-    for (TextureCoordinate& t : mesh.texture_coordinates) t.u += 1e-12;  // no longer a float
+    for (TextureCoordinate& t : mesh.texture_coordinates) {  // floats no longer
+        t.u += 1e-12;
+        t.v -= 1e-12;
+    }
+    if (!mesh.faces.empty()) mesh.faces[0].label = -1;  // and its texture coordinates forgotten
     return mesh;
 }
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <cstring>
 #include <deque>
 #include <map>
 #include <numbers>
@@ -105,6 +104,19 @@ void turn(Face& face) {
 
 bool is_in_range(std::int32_t index, std::size_t size) {
     return index >= 0 && static_cast<std::size_t>(index) < size;
+}
+
+auto as_bytes(const Face& face) {
+    return std::bit_cast<std::array<std::uint8_t, sizeof(Face)>>(face);
+}
+
+auto as_bytes(const Vertex& vertex) {
+    return std::bit_cast<std::array<std::uint8_t, sizeof(Vertex)>>(vertex);
+}
+
+std::array<std::uint64_t, 3> as_bytes(const TextureCoordinate& t) {
+    return {std::bit_cast<std::uint64_t>(t.u), std::bit_cast<std::uint64_t>(t.v),
+            static_cast<std::uint64_t>(t.index)};
 }
 
 class Detector {
@@ -392,48 +404,17 @@ Flaws detect(TriMesh mesh) {
 }
 
 std::string difference(const TriMesh& a, const TriMesh& b) {
-    const auto differ = [](const char* what, std::size_t i) {
-        return std::string(what) + " " + std::to_string(i);
+    const auto compare = [](const char* what, const auto& x, const auto& y) -> std::string {
+        if (x.size() != y.size()) {
+            return std::string(what) + " count " + std::to_string(y.size()) + ", not " +
+                   std::to_string(x.size());
+        }
+        std::size_t i = 0;
+        while (i < x.size() && as_bytes(x[i]) == as_bytes(y[i])) ++i;
+        return i == x.size() ? "" : std::string(what) + " " + std::to_string(i);
     };
-    if (a.faces.size() != b.faces.size()) return differ("face count", b.faces.size());
-    if (a.vertices.size() != b.vertices.size()) return differ("vertex count", b.vertices.size());
-    if (a.texture_coordinates.size() != b.texture_coordinates.size()) {
-        return differ("texture coordinate count", b.texture_coordinates.size());
-    }
-    const auto bits = [](auto number) { return std::bit_cast<std::uint64_t>(number); };
-    for (std::size_t i = 0; i < a.faces.size(); ++i) {
-        if (std::memcmp(&a.faces[i], &b.faces[i], sizeof(Face)) != 0) return differ("face", i);
-    }
-    for (std::size_t i = 0; i < a.vertices.size(); ++i) {
-        if (std::memcmp(&a.vertices[i], &b.vertices[i], sizeof(Vertex)) != 0) {
-            return differ("vertex", i);
-        }
-    }
-    for (std::size_t i = 0; i < a.texture_coordinates.size(); ++i) {
-        const TextureCoordinate& p = a.texture_coordinates[i];
-        const TextureCoordinate& q = b.texture_coordinates[i];
-        if (bits(p.u) != bits(q.u) || bits(p.v) != bits(q.v) || p.index != q.index) {
-            return differ("texture coordinate", i);
-        }
-    }
-    return {};
-}
-
-std::string use_difference(const TriMesh& mesh) {
-    const UseLists uses = use_lists(mesh);
-    if (mesh.use_table.offsets.size() != uses.size() + 1) return "offsets";
-    for (std::size_t v = 0; v < uses.size(); ++v) {
-        const auto row = mesh.uses(v);
-        bool is_same = row.size() == uses[v].size();
-        for (std::size_t i = 0; is_same && i < row.size(); ++i) {
-            const auto [f, c] = uses[v][i];
-            is_same = row[i].face() == f && row[i].corner() == c &&
-                      row[i].next == mesh.faces[f].vertex[(c + 1) % 3] &&
-                      row[i].previous == mesh.faces[f].vertex[(c + 2) % 3];
-        }
-        if (!is_same) return "row " + std::to_string(v);
-    }
-    return {};
+    return compare("face", a.faces, b.faces) + compare("vertex", a.vertices, b.vertices) +
+           compare("texture coordinate", a.texture_coordinates, b.texture_coordinates);
 }
 
 Shells as_lists(const ShellTable& table) {

@@ -63,9 +63,6 @@ Flaws detect(TriMesh mesh);
 /// agree.
 std::string difference(const TriMesh& a, const TriMesh& b);
 
-/// Where the use table differs from the use lists of the faces; empty when they agree.
-std::string use_difference(const TriMesh& mesh);
-
 /// The shell table as lists.
 Shells as_lists(const ShellTable& table);
 
