@@ -9,7 +9,7 @@
 #include "base/rotation.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
-#include "mesh/separation.h"
+#include "mesh/shell_nesting.h"
 #include "mesh/shells.h"
 #include "repair/duplicates.h"
 #include "repair/shell_walk.h"
@@ -153,8 +153,10 @@ private:
     std::vector<bool> find_cavities() {
         std::vector<bool> is_cavity(mesh_.shells.size(), false);
         if (!options_.keep_cavities) return is_cavity;
-        const std::vector<ShellClass> classes = classify_shells(mesh_, *mates_);
-        for (std::size_t s = 0; s < classes.size(); ++s) is_cavity[s] = classes[s].is_cavity();
+        const std::vector<ShellNesting> nesting = classify_shells(mesh_, *mates_);
+        for (std::size_t s = 0; s < nesting.size(); ++s) {
+            is_cavity[s] = nesting[s].is_cavity() && nesting[s].signed_volume < 0;
+        }
         return is_cavity;
     }
 
