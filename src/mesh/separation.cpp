@@ -108,7 +108,7 @@ public:
             [this](std::uint32_t node_a, std::uint32_t node_b) {
                 ++steps_;
                 renew_sets_of_nodes();
-                return are_all_together(node_a, node_b);
+                return are_all_apart(node_a, node_b) || are_all_together(node_a, node_b);
             });
     }
 
@@ -148,6 +148,12 @@ private:
             }
             set_of_node_[i] = set;
         }
+    }
+
+    // Boxes that only border on each other contain no boxes that do more.
+    bool are_all_apart(std::uint32_t node_a, std::uint32_t node_b) const {
+        return node_a != node_b &&
+               !overlap_strictly(tree_.nodes()[node_a].box, tree_.nodes()[node_b].box);
     }
 
     bool are_all_together(std::uint32_t node_a, std::uint32_t node_b) {
