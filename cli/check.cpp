@@ -29,8 +29,8 @@ struct Report {
     Findings findings;
 
     ExitStatus status() const {
-        if (!failure.empty()) return kCannotRead;
-        return findings.has_flaws() ? kFlawed : kClean;
+        if (!failure.empty()) return CannotRead;
+        return findings.has_flaws() ? Flawed : Clean;
     }
 };
 
@@ -77,7 +77,7 @@ std::string size_text(const Findings& findings) {
 
 std::string volume_text(const Findings& findings) {
     if (!std::isfinite(findings.volume)) return "unknown";
-    const std::string text = human_number(findings.volume);
+    std::string text = human_number(findings.volume);
     if (!findings.is_closed) return text + " (not exact: the surface is open)";
     if (findings.volume < 0) return text + " (negative: wound inward)";
     return text;
@@ -145,8 +145,8 @@ std::string summary(const std::vector<ExitStatus>& statuses) {
         return with_separators(
             static_cast<std::uint64_t>(std::count(statuses.begin(), statuses.end(), status)));
     };
-    return counted(statuses.size(), "file") + ": " + number(kClean) + " clean, " + number(kFlawed) +
-           " with flaws, " + number(kCannotRead) + " unreadable\n";
+    return counted(statuses.size(), "file") + ": " + number(Clean) + " clean, " + number(Flawed) +
+           " with flaws, " + number(CannotRead) + " unreadable\n";
 }
 
 // JSON. The keys are a promise to scripts: add, but do not rename.
@@ -210,14 +210,14 @@ int run_check(const Arguments& arguments, Console& console) {
         if (as_json) {
             json.push_back(to_json(report));
         } else if (report.failure.empty()) {
-            console.print((statuses.empty() ? "" : "\n") + table(report, !console.is_quiet()));
+            console.print(table(report, !console.is_quiet()) + (paths.size() > 1 ? "\n" : ""));
         }
         statuses.push_back(report.status());
     }
     if (as_json) {
         console.print(dump(json));
-    } else if (statuses.size() > 1) {
-        console.print("\n" + summary(statuses));
+    } else if (paths.size() > 1) {
+        console.print(summary(statuses));
     }
     return *std::max_element(statuses.begin(), statuses.end());
 }

@@ -25,7 +25,7 @@ int run_convert(const Arguments& arguments, Console& console) {
     const std::string& target = arguments.text("OUT");
     if (!has_extension(target, ".stl")) {
         console.error(target + ": only STL can be written; give a name that ends in .stl");
-        return kUsage;
+        return Usage;
     }
     ProgressLine line(console, source);
     LoadedModel model;
@@ -33,20 +33,20 @@ int run_convert(const Arguments& arguments, Console& console) {
     if (!read_failure.empty()) {
         line.stop();
         console.error(read_failure);
-        return kCannotRead;
+        return CannotRead;
     }
     const std::string write_failure = write_model(model, target);
     line.stop();
-    for (const std::string& warning : load_warnings(model)) console.warn(source + ": " + warning);
+    warn_of(model, console);
     if (!write_failure.empty()) {
         console.error(write_failure);
-        return kCannotWrite;
+        return CannotWrite;
     }
     if (!console.is_quiet()) {
         console.print(on_one_line(target) + ": " + counted(model.mesh.faces.size(), "triangle") +
                       " written\n");
     }
-    return kClean;
+    return Clean;
 }
 
 }  // namespace povmesh::cli

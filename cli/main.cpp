@@ -15,16 +15,16 @@ int run(int argument_count, char** arguments, Console& console) {
     const CommandLine line = read_command_line(argument_count, arguments);
     if (!line.error.empty()) {
         console.error(line.error);
-        return kUsage;
+        return Usage;
     }
-    int status = kClean;
+    int status = Clean;
     if (line.operation != nullptr) {
         console.set_quiet(line.arguments.has("--quiet"));
         status = line.operation->run(line.arguments, console);
     } else {
         console.print(line.text);
     }
-    return console.flush() ? status : std::max<int>(status, kCannotWrite);
+    return console.flush() ? status : std::max<int>(status, CannotWrite);
 }
 
 }  // namespace
@@ -40,5 +40,5 @@ int main(int argument_count, char** arguments) {
     } catch (const std::exception& error) {
         console.error(std::string("internal error: ") + error.what());
     }
-    return povmesh::cli::kCannotRead;
+    return povmesh::cli::CannotRead;
 }

@@ -78,4 +78,11 @@ std::vector<std::string> load_warnings(const LoadedModel& model) {
     return warnings;
 }
 
+void warn_of(const LoadedModel& model, Console& console) {
+    for (std::string warning : load_warnings(model)) {
+        warning.insert(0, model.path + ": ");
+        console.warn(warning);
+    }
+}
+
 }  // namespace povmesh::cli

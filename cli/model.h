@@ -35,4 +35,7 @@ std::string failure_text(const std::string& path);
 /// What a reader of the file should know although it could be read; a line each, without the file.
 std::vector<std::string> load_warnings(const LoadedModel& model);
 
+/// Prints them, with the file.
+void warn_of(const LoadedModel& model, Console& console);
+
 }  // namespace povmesh::cli

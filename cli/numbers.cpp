@@ -35,7 +35,8 @@ std::string counted(std::uint64_t count, std::string_view one, std::string_view 
 std::string human_number(double number) {
     const double size = std::abs(number);
     if (size >= kWholeFrom && size < kExponentFrom) {
-        return (number < 0 ? "-" : "") + with_separators(static_cast<std::uint64_t>(size + 0.5));
+        return (number < 0 ? "-" : "") +
+               with_separators(static_cast<std::uint64_t>(std::llround(size)));
     }
     Buffer buffer;
     char* const end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), number,

@@ -30,26 +30,26 @@ std::string join(std::span<const std::string_view> words, std::string_view betwe
 }  // namespace
 
 std::span<const OptionSpec> common_options() {
-    static const std::array<OptionSpec, 1> kOptions = {
+    static const std::array<OptionSpec, 1> options = {
         OptionSpec{.name = "--quiet",
                    .short_name = "-q",
                    .help = "Print results and errors only: no warnings, no progress"}};
-    return kOptions;
+    return options;
 }
 
 std::span<const ExitStatusSpec> exit_statuses() {
     static constexpr std::array<ExitStatusSpec, 5> kStatuses = {{
-        {kClean, "done, and nothing is wrong"},
-        {kFlawed, "a model has flaws"},
-        {kUsage, "the command line is wrong"},
-        {kCannotRead, "a file cannot be read, or is not a model"},
-        {kCannotWrite, "a result cannot be written"},
+        {Clean, "done, and nothing is wrong"},
+        {Flawed, "a model has flaws"},
+        {Usage, "the command line is wrong"},
+        {CannotRead, "a file cannot be read, or is not a model"},
+        {CannotWrite, "a result cannot be written"},
     }};
     return kStatuses;
 }
 
 std::span<const OperationSpec> operations() {
-    static const std::array<OperationSpec, 4> kOperations = {
+    static const std::array<OperationSpec, 4> table = {
         OperationSpec{
             .name = "check",
             .summary = "Tell whether models are fit to print",
@@ -59,7 +59,7 @@ std::span<const OperationSpec> operations() {
             .positionals = {{"FILE", true, "STL files, binary or ASCII"}},
             .options = {{.name = "--json",
                          .help = "Print one JSON array with an object for each file"}},
-            .statuses = {kClean, kFlawed, kUsage, kCannotRead, kCannotWrite},
+            .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_check},
         OperationSpec{
             .name = "convert",
@@ -69,7 +69,7 @@ std::span<const OperationSpec> operations() {
                 "OUT is replaced only when the new content is complete.",
             .positionals = {{"IN", false, "STL file, binary or ASCII"},
                             {"OUT", false, "File to write; its name ends in .stl"}},
-            .statuses = {kClean, kUsage, kCannotRead, kCannotWrite},
+            .statuses = {Clean, Usage, CannotRead, CannotWrite},
             .run = run_convert},
         OperationSpec{
             .name = "render",
@@ -97,14 +97,14 @@ std::span<const OperationSpec> operations() {
                          .choices = {"iso", "front", "back", "left", "right", "top", "bottom"},
                          .help = "Side to look from; z is up, front looks along y"},
                         {.name = "--flaws", .help = "Draw the flaws in colour, print the legend"}},
-            .statuses = {kClean, kUsage, kCannotRead, kCannotWrite},
+            .statuses = {Clean, Usage, CannotRead, CannotWrite},
             .run = run_render},
         OperationSpec{.name = "version",
                       .summary = "Print the version and how the tool was built",
-                      .statuses = {kClean, kUsage, kCannotWrite},
+                      .statuses = {Clean, Usage, CannotWrite},
                       .run = run_version},
     };
-    return kOperations;
+    return table;
 }
 
 std::string full_help(const OptionSpec& option) {

@@ -14,11 +14,11 @@ class Console;
 
 /// The exit statuses, in the order of their weight: when several apply, the highest wins.
 enum ExitStatus : int {
-    kClean = 0,
-    kFlawed = 1,
-    kUsage = 2,
-    kCannotRead = 3,
-    kCannotWrite = 6,
+    Clean = 0,
+    Flawed = 1,
+    Usage = 2,
+    CannotRead = 3,
+    CannotWrite = 6,
 };
 
 struct ExitStatusSpec {

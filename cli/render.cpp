@@ -82,7 +82,7 @@ int run_render(const Arguments& arguments, Console& console) {
     const std::string& target = arguments.text("--output");
     if (!has_extension(target, ".png")) {
         console.error(target + ": only PNG can be drawn; give a name that ends in .png");
-        return kUsage;
+        return Usage;
     }
     ProgressLine line(console, source);
     LoadedModel model;
@@ -98,19 +98,19 @@ int run_render(const Arguments& arguments, Console& console) {
     line.stop();
     if (!failure.empty()) {
         console.error(failure);
-        return kCannotRead;
+        return CannotRead;
     }
-    for (const std::string& warning : load_warnings(model)) console.warn(source + ": " + warning);
+    warn_of(model, console);
     if (const Status status = write_file(target, picture.png); !status.ok()) {
         console.error(status.text());
-        return kCannotWrite;
+        return CannotWrite;
     }
     if (!console.is_quiet()) {
         console.print(on_one_line(target) + ": " + arguments.text("--size") + " pixels, " +
                       arguments.text("--view") + " view\n");
     }
     console.print(picture.legend);
-    return kClean;
+    return Clean;
 }
 
 }  // namespace povmesh::cli

@@ -23,7 +23,7 @@ std::string compiler() {
 int run_version(const Arguments& /*arguments*/, Console& console) {
     console.print("povmesh " POVMESH_VERSION "\nbuild: " POVMESH_BUILD_TYPE ", " + compiler() +
                   "\n");
-    return kClean;
+    return Clean;
 }
 
 }  // namespace povmesh::cli
