@@ -1,6 +1,8 @@
 // Exported functions on soups with colours, texture coordinates and labels.
 #include "api/steps.h"
+#include "mesh/separation.h"
 #include "povmesh/povmesh.h"
+#include "repair/repair.h"
 
 using namespace povmesh;
 using namespace povmesh::api;
@@ -11,10 +13,10 @@ void modelRepairFromColorData(const float* coordinates_in, const float* colours_
                               float** texture_coordinates, int32_t** labels, uint32_t* count,
                               uint32_t* progress) {
     Job job(progress);
-    const TriMesh mesh = build(
+    TriMesh mesh = build(
         job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(30);
-    // Repair is not built yet.
+    repair(mesh);
     job.progress(70);
     export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
     job.progress(100);
@@ -33,7 +35,7 @@ void modelRepairFromColorDataWithPostDetection(const float* coordinates_in, cons
     TriMesh mesh = build(
         job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(30);
-    // Repair is not built yet.
+    repair(mesh);
     job.progress(70);
     export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
     job.progress(80);
@@ -133,7 +135,7 @@ void separateShellsFromData(const float* coordinates_in, const float* colours_in
     TriMesh mesh = build(
         job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(10);
-    keep_as_one_part(mesh);  // separation is not built yet
+    separate_models(mesh);
     job.progress(80);
     export_parts(mesh,
                  {coordinates, colours, texture_coordinates, labels, part_triangles, part_count});

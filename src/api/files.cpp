@@ -1,8 +1,11 @@
 // Exported functions that read or write model files.
+#include <string>
 #include <string_view>
 
 #include "api/steps.h"
+#include "io/obj.h"
 #include "povmesh/povmesh.h"
+#include "repair/repair.h"
 
 using namespace povmesh;
 using namespace povmesh::api;
@@ -33,10 +36,11 @@ std::uint64_t preprocess_file(const char* path, const SoupOut& out, std::uint32_
 }  // namespace
 
 void modelRepair64(const char* path) {
-    // Repair is not built yet. Writing the file back as it was read would only lose its header.
     Job job;
     TriMesh mesh;
-    load_stl(job, mesh, path);
+    const bool was_read = load_stl(job, mesh, path);
+    repair(mesh);
+    if (was_read) save_stl(mesh, path);
 }
 
 void modelRepair(const char* path) {
@@ -46,8 +50,11 @@ void modelRepair(const char* path) {
 uint64_t flawsDetect64(const char* path) {
     Job job;
     TriMesh mesh;
-    // Reading OBJ is not built yet: such a file counts as empty.
-    if (extension_of(path_of(path)) != "obj") load_stl(job, mesh, path);
+    if (extension_of(path_of(path)) == "obj") {
+        load_obj(mesh, path);
+    } else {
+        load_stl(job, mesh, path);
+    }
     return test_for_flaws(job, mesh);
 }
 
@@ -104,14 +111,18 @@ void importFile(const char* path, float** coordinates, float** colours, float** 
                 int32_t** labels, uint32_t* count) {
     Job job;
     TriMesh mesh;
-    // Reading OBJ is not built yet: such a file counts as empty.
-    if (extension_of(path_of(path)) == "stl") load_stl(job, mesh, path);
+    const std::string name = path_of(path);
+    if (extension_of(name) == "stl") load_stl(job, mesh, path);
+    if (extension_of(name) == "obj") load_obj(mesh, path);
     export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
 }
 
-void saveasObjFromDataDoublePrecision(const char* /*path*/, const double* /*coordinates_in*/,
-                                      const float* /*colours_in*/,
-                                      const double* /*texture_coordinates_in*/,
-                                      const int32_t* /*labels_in*/, int32_t /*count_in*/) {
-    // Writing OBJ is not built yet.
+void saveasObjFromDataDoublePrecision(const char* path, const double* coordinates_in,
+                                      const float* colours_in, const double* texture_coordinates_in,
+                                      const int32_t* labels_in, int32_t count_in) {
+    const bool has_triangles = coordinates_in != nullptr && count_in > 0;
+    TriMesh mesh;
+    build_from_doubles(mesh, {has_triangles ? static_cast<std::size_t>(count_in) : 0,
+                              coordinates_in, colours_in, texture_coordinates_in, labels_in});
+    save_obj(mesh, path);
 }

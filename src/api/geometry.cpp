@@ -5,6 +5,7 @@
 #include "mesh/compact.h"
 #include "mesh/shells.h"
 #include "povmesh/povmesh.h"
+#include "repair/repair.h"
 
 using namespace povmesh;
 using namespace povmesh::api;
@@ -12,9 +13,9 @@ using namespace povmesh::api;
 void modelRepairFromData64(float** coordinates_in, uint32_t* count_in, float** coordinates,
                            uint32_t* count, uint32_t* progress) {
     Job job(progress);
-    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
     job.progress(30);
-    // Repair is not built yet.
+    repair(mesh);
     job.progress(70);
     export_coordinates(job, mesh, {coordinates, count});
     job.progress(100);

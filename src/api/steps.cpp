@@ -3,6 +3,7 @@
 #include <array>
 #include <utility>
 
+#include "io/obj.h"
 #include "io/stl.h"
 #include "mesh/compact.h"
 #include "mesh/export_data.h"
@@ -69,6 +70,14 @@ bool load_stl(Job& job, TriMesh& mesh, const char* path) {
 void save_stl(const TriMesh& mesh, const char* path) {
     if (live_face_count(mesh) == 0) return;
     (void)write_stl(mesh, path_of(path));
+}
+
+void load_obj(TriMesh& mesh, const char* path) {
+    (void)read_obj(path_of(path), mesh);
+}
+
+void save_obj(TriMesh& mesh, const char* path) {
+    (void)write_obj(mesh, path_of(path));
 }
 
 void reduce_and_compact(Job& job, TriMesh& mesh) {

@@ -67,6 +67,12 @@ bool load_stl(Job& job, TriMesh& mesh, const char* path);
 /// told.
 void save_stl(const TriMesh& mesh, const char* path);
 
+/// Reads an OBJ file, as far as that goes.
+void load_obj(TriMesh& mesh, const char* path);
+
+/// Writes an OBJ file. That it cannot be written is not told.
+void save_obj(TriMesh& mesh, const char* path);
+
 /// The reduction that preprocessing hosts get, between progress 57 and 80. Trace: tri.reduce.
 void reduce_and_compact(Job& job, TriMesh& mesh);
 

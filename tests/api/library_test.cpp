@@ -149,6 +149,7 @@ TEST_F(Hosted, ModelsComeBackAsTheyWentIn) {
         Host h(box);
         h.path = box_file;
         if (call.result == Result::None || call.result == Result::Tables) continue;
+        if (call.name == "separateShellsFromData") continue;  // orders faces along their shell
         call.run(functions, h);
 
         if (call.result == Result::Parts) {
@@ -324,14 +325,70 @@ TEST_F(Hosted, OnlyASoundFileIsWrittenBackAndOnlyWhenAskedFor) {
     };
     for (const Row& row : rows) {
         const std::string path = file("model.stl", row.before);
+        const bool is_sound = row.before == whole;
         functions.modelRepair64(path.c_str());
-        EXPECT_EQ(file_bytes(path), row.before) << row.what << ", repaired";
+        EXPECT_TRUE(file_bytes(path) == (is_sound ? rewritten : row.before))
+            << row.what << ", repaired";
+        file("model.stl", row.before);
         functions.meshPreprocessorFromFileSaveAs64(path.c_str(), nullptr, nullptr, nullptr,
                                                    row.save);
-        EXPECT_EQ(file_bytes(path), row.after) << row.what;
+        EXPECT_TRUE(file_bytes(path) == row.after) << row.what;
         functions.freeVertexArray();
     }
     EXPECT_EQ(ProcessState::entries((folder / "").c_str()), 2) << "a file was left behind";
+}
+
+TEST_F(Hosted, BodiesComeApartInTheOrderOfTheirFirstFace) {
+    std::vector<float> soup = box;
+    std::vector<float> apart = box;
+    for (std::size_t i = 0; i < apart.size(); i += 3) apart[i] += 100;
+    soup.insert(soup.begin(), apart.begin(), apart.end());
+    Host h(soup);
+    functions.separateShellsFromData(soup.data(), nullptr, nullptr, nullptr, 24, &h.out.xyz,
+                                     &h.out.rgb, &h.out.uv, &h.out.labels, &h.out.part_triangles,
+                                     &h.out.count, nullptr);
+    ASSERT_EQ(h.out.count, 2);
+    EXPECT_EQ(h.out.part_triangles[0], 12);
+    EXPECT_EQ(h.out.part_triangles[1], 12);
+    for (std::size_t i = 0; i < 108; i += 3) EXPECT_GE(h.out.xyz[i], 100);
+    for (std::size_t i = 108; i < 216; i += 3) EXPECT_LT(h.out.xyz[i], 100);
+    functions.freeAllArray();
+}
+
+TEST_F(Hosted, RepairClosesAnOpenBoxAndCountsWhatIsLeft) {
+    std::vector<float> soup = box;
+    soup.resize(std::size_t{9} * 11);
+    Host h(soup);
+    functions.modelRepairFromColorDataWithPostDetection(
+        soup.data(), nullptr, nullptr, nullptr, 11, &h.out.xyz, &h.out.rgb, &h.out.uv,
+        &h.out.labels, &h.out.count, 1, &h.out.counters[0], &h.out.counters[1], &h.out.counters[2],
+        &h.out.counters[3], nullptr);
+    EXPECT_EQ(h.out.count, 12);
+    EXPECT_EQ(h.out.counters, (std::array<std::uint32_t, 4>{0, 0, 0, 0}));
+    EXPECT_EQ(0, std::memcmp(h.out.xyz, soup.data(), soup.size() * sizeof(float)));
+    functions.freeAllArray();
+}
+
+TEST_F(Hosted, ObjFilesKeepColoursLabelsAndTexture) {
+    Host h(box);
+    const std::string path = folder / "model.obj";
+    const std::vector<double> wide(box.begin(), box.end());
+    const std::vector<double> uv(h.uv.begin(), h.uv.end());
+    functions.saveasObjFromDataDoublePrecision(path.c_str(), wide.data(), h.rgb.data(), uv.data(),
+                                               h.labels.data(), 12);
+    functions.importFile(path.c_str(), &h.out.xyz, &h.out.rgb, &h.out.uv, &h.out.labels,
+                         &h.out.count);
+    ASSERT_EQ(h.out.count, 12);
+    EXPECT_EQ(functions.flawsDetect64(path.c_str()), 0);
+    double area = 0;  // of the faces whose texture came back, in texture space: above zero
+    for (std::size_t t = 0; t < 12; ++t) {
+        if (h.out.labels[t] < 0) continue;
+        for (std::size_t i = 6 * t; i < 6 * t + 6; ++i) area += std::abs(h.out.uv[i]);
+    }
+    EXPECT_GT(area, 0);
+    functions.freeAllArray();
+    functions.saveasObjFromDataDoublePrecision((path + "/no/folder.obj").c_str(), wide.data(),
+                                               nullptr, nullptr, nullptr, -1);
 }
 
 TEST_F(Hosted, TablesOfOperationsThatFindNothingAreEmpty) {
