@@ -46,9 +46,13 @@ public:
     explicit FaceTree(std::span<const Box3f> boxes, std::span<const std::uint32_t> numbers = {});
 
     /// Calls `visit(number)` for every entry whose box overlaps `box`, until one call returns true.
-    /// Returns true when one did.
+    /// Returns true when one did. Nodes for which `skip(node)` returns true are left out.
+    template <typename Visit, typename Skip>
+    bool visit_overlapping(const Box3f& box, Visit&& visit, Skip&& skip) const;
     template <typename Visit>
-    bool visit_overlapping(const Box3f& box, Visit&& visit) const;
+    bool visit_overlapping(const Box3f& box, Visit&& visit) const {
+        return visit_overlapping(box, visit, [](std::uint32_t /*node*/) { return false; });
+    }
 
     /// Calls `visit(number, other_number)` for every pair of an entry here and one of `other` whose
     /// boxes overlap, until one call returns true. Returns true when one did.
@@ -105,8 +109,8 @@ private:
     std::size_t size_ = 0;
 };
 
-template <typename Visit>
-bool FaceTree::visit_overlapping(const Box3f& box, Visit&& visit) const {
+template <typename Visit, typename Skip>
+bool FaceTree::visit_overlapping(const Box3f& box, Visit&& visit, Skip&& skip) const {
     if (nodes_.empty() || box.is_empty()) return false;
     std::array<std::uint32_t, kMaxDepth + 2> stack;
     std::size_t size = 0;
@@ -114,7 +118,7 @@ bool FaceTree::visit_overlapping(const Box3f& box, Visit&& visit) const {
     while (size != 0) {
         const std::uint32_t index = stack[--size];
         const Node& node = nodes_[index];
-        if (!overlap(node.box, box)) continue;
+        if (!overlap(node.box, box) || skip(index)) continue;
         if (node.is_leaf()) {
             for (std::uint32_t i = node.place; i < node.place + node.count; ++i) {
                 if (overlap(boxes_[i], box) && visit(numbers_[i])) return true;

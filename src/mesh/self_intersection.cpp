@@ -1,9 +1,11 @@
 #include "mesh/self_intersection.h"
 
 #include <algorithm>
+#include <span>
 
 #include "base/parallel.h"
 #include "mesh/face_tree.h"
+#include "mesh/hub_faces.h"
 #include "mesh/triangle_intersection.h"
 
 namespace povmesh {
@@ -19,30 +21,64 @@ FaceTree tree_of_sound_faces(const TriMesh& mesh) {
     return FaceTree(boxes);
 }
 
-/// Calls `visit(other)` for the faces of a higher index that the face at a place of the tree meets.
-template <typename Visit>
-void visit_higher(const TriMesh& mesh, const FaceTree& tree, std::size_t place, Visit&& visit) {
-    const std::uint32_t face = tree.numbers()[place];
-    const Triangle triangle = triangle_of(mesh, mesh.faces[face]);
-    tree.visit_overlapping(tree.boxes()[place], [&](std::uint32_t other) {
-        if (other > face && meet_beyond_shared(triangle, triangle_of(mesh, mesh.faces[other]))) {
-            visit(other);
+class SelfIntersector {
+public:
+    explicit SelfIntersector(const TriMesh& mesh)
+        : mesh_(mesh),
+          tree_(tree_of_sound_faces(mesh)),
+          hubs_(mesh, tree_.numbers()),
+          hub_of_node_(hubs_.common_vertex_hubs(tree_)) {}
+
+    /// The faces that take part, in the order of the tree: neighbours stand near one another, so
+    /// that queries in this order find the tree in the cache.
+    std::span<const std::uint32_t> faces() const { return tree_.numbers(); }
+
+    /// Calls `visit(other)` for the faces of a higher index that faces()[place] meets.
+    template <typename Visit>
+    void visit_higher(std::size_t place, Visit&& visit) const {
+        const std::uint32_t face = faces()[place];
+        const std::uint32_t hub = hubs_.vertex_hub(face);
+        const Triangle triangle = triangle_of(mesh_, mesh_.faces[face]);
+        const auto test = [&](std::uint32_t other) {
+            if (other > face &&
+                meet_beyond_shared(triangle, triangle_of(mesh_, mesh_.faces[other]))) {
+                visit(other);
+            }
+        };
+        if (hub == HubFaces::kNone) {
+            tree_.visit_overlapping(tree_.boxes()[place], [&](std::uint32_t other) {
+                test(other);
+                return false;
+            });
+            return;
         }
-        return false;
-    });
-}
+        tree_.visit_overlapping(
+            tree_.boxes()[place],
+            [&](std::uint32_t other) {
+                if (hubs_.vertex_hub(other) != hub) test(other);
+                return false;
+            },
+            [&](std::uint32_t node) { return hub_of_node_[node] == hub; });
+        hubs_.visit_near(face, test);
+    }
+
+private:
+    const TriMesh& mesh_;
+    FaceTree tree_;
+    HubFaces hubs_;
+    Array<std::uint32_t> hub_of_node_;
+};
 
 }  // namespace
 
 SelfIntersections find_self_intersections(const TriMesh& mesh, std::size_t limit) {
-    const FaceTree tree = tree_of_sound_faces(mesh);
-    const std::size_t count = tree.numbers().size();
-
-    // Places of the tree lie near one another, so in their order the queries find it in the cache.
+    const SelfIntersector intersector(mesh);
+    const std::span<const std::uint32_t> faces = intersector.faces();
+    const std::size_t count = faces.size();
     Array<std::uint32_t> met(count);
     parallel_for(count, [&](std::size_t place) {
         std::uint32_t found = 0;
-        visit_higher(mesh, tree, place, [&](std::uint32_t /*other*/) { ++found; });
+        intersector.visit_higher(place, [&](std::uint32_t /*other*/) { ++found; });
         met[place] = found;
     });
 
@@ -54,12 +90,12 @@ SelfIntersections find_self_intersections(const TriMesh& mesh, std::size_t limit
     }
     // The few faces that the list needs are looked up once more.
     std::sort(places.begin(), places.end(),
-              [&](std::size_t a, std::size_t b) { return tree.numbers()[a] < tree.numbers()[b]; });
+              [&](std::size_t a, std::size_t b) { return faces[a] < faces[b]; });
     for (const std::size_t place : places) {
         if (result.pairs.size() >= limit) break;
         const std::size_t first = result.pairs.size();
-        visit_higher(mesh, tree, place, [&](std::uint32_t other) {
-            result.pairs.push_back({tree.numbers()[place], other});
+        intersector.visit_higher(place, [&](std::uint32_t other) {
+            result.pairs.push_back({faces[place], other});
         });
         std::sort(result.pairs.begin() + static_cast<std::ptrdiff_t>(first), result.pairs.end(),
                   [](const FacePair& a, const FacePair& b) { return a.second < b.second; });

@@ -267,13 +267,38 @@ TEST(SelfIntersections, AreThoseOfAllPairs) {
     EXPECT_EQ(some.pairs, std::vector<FacePair>(expected.begin(), expected.begin() + 10));
 }
 
+// Faces around one vertex and one edge are compared by directions; those that lie in the same one
+// must still be found, also across hubs.
+TEST(SelfIntersections, AreFoundAroundHubs) {
+    Random random(9);
+    const auto at = [&] { return static_cast<float>(random.below(12)) - 5.5F; };
+    shapes::SoupVector soup;
+    const float far_out = 1000;
+    for (int i = 0; i < 1200; ++i) {
+        // A needle now and then, and hub vertices (0, 0, 0) and (0, 0, 2) with and without their edge.
+        const float scale = i % 7 == 0 ? far_out : 1;
+        const float height = i % 3 == 0 ? 2 : 0;
+        soup.insert(soup.end(), {0, 0, height});
+        if (i % 2 == 0) {
+            soup.insert(soup.end(), {0, 0, 2 - height});
+        } else {
+            soup.insert(soup.end(), {at(), at(), at() * scale});
+        }
+        soup.insert(soup.end(), {at() * scale, at() * scale, at()});
+    }
+    const TriMesh mesh = shapes::mesh_of(soup);
+    const std::vector<FacePair> expected = slow_self_intersections(mesh);
+    ASSERT_GT(expected.size(), 1000U);
+    EXPECT_EQ(find_self_intersections(mesh, expected.size()).pairs, expected);
+}
+
 TEST(SelfIntersections, SoundSurfacesHaveNone) {
     shapes::SoupVector cavity = shapes::box({-9, -9, -9}, {9, 9, 9});
     shapes::append(cavity, shapes::turned(shapes::sphere(5, 3)));
     shapes::SoupVector doubled = shapes::box({0, 0, 0}, {1, 1, 1});
     shapes::append(doubled, shapes::box({0, 0, 0}, {1, 1, 1}));
     for (const auto& soup : {shapes::sphere(10, 4), shapes::rock(50, 4), cavity, doubled,
-                             shapes::fan(500, 10), shapes::book(500), shapes::SoupVector()}) {
+                             shapes::fan(100000, 10), shapes::book(100000), shapes::SoupVector()}) {
         EXPECT_EQ(find_self_intersections(shapes::mesh_of(soup), 5).count, 0U);
     }
 }
