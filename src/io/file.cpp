@@ -63,7 +63,7 @@ std::string resolve_links(std::string path) {
         const ssize_t length = readlink(path.c_str(), link.data(), link.size());
         if (length < 0) return {};
         link.resize(static_cast<std::size_t>(length));
-        path = link.starts_with('/') ? link : folder_of(path) + link;
+        path = link.starts_with('/') ? link : folder_of(path).append(link);
     }
     errno = ELOOP;
     return {};

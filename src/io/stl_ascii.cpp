@@ -213,7 +213,7 @@ bool AsciiStlParser<kAnyCase>::make_room(const char* p) {
         result_.is_too_large = true;
         return false;
     }
-    constexpr std::size_t kFewest = 9 * 64;
+    constexpr std::size_t kFewest = 9 * std::size_t{64};
     const double whole = static_cast<double>(source_.size) / static_cast<double>(offset_of(p));
     const auto guess = static_cast<std::size_t>(static_cast<double>(float_count_) * whole * 1.02);
     Array<float> larger(std::max(guess, float_count_ + float_count_ / 4) + kFewest);
@@ -280,6 +280,8 @@ AsciiStlResult AsciiStlParser<kAnyCase>::run() {
 AsciiStlResult parse_ascii_stl(const ByteSource& source, bool any_case, Array<float>& coordinates,
                                std::size_t buffer_size) {
     coordinates.clear();
+    buffer_size = static_cast<std::size_t>(
+        std::min<std::uint64_t>(buffer_size, std::max<std::uint64_t>(source.size + 1, 64)));
     if (any_case) return AsciiStlParser<true>(source, coordinates, buffer_size).run();
     return AsciiStlParser<false>(source, coordinates, buffer_size).run();
 }

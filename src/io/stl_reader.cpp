@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -128,14 +129,19 @@ Status judge_binary(const std::string& name, const Layout& layout, std::uint64_t
     return {};
 }
 
+bool is_same_corner(const float* a, const float* b) {
+    return std::equal(a, a + 3, b, [](float x, float y) {
+        return std::bit_cast<std::uint32_t>(x) == std::bit_cast<std::uint32_t>(y);
+    });
+}
+
 // True when a triangle has three different corners, which is what `build_f` asks of a face but for
 // colliding keys.
 bool has_face(const Array<float>& coordinates) {
     for (std::size_t i = 0; i + 9 <= coordinates.size(); i += 9) {
         const float* t = coordinates.data() + i;
-        constexpr std::size_t kCorner = 3 * sizeof(float);
-        if (std::memcmp(t, t + 3, kCorner) != 0 && std::memcmp(t + 3, t + 6, kCorner) != 0 &&
-            std::memcmp(t, t + 6, kCorner) != 0) {
+        if (!is_same_corner(t, t + 3) && !is_same_corner(t + 3, t + 6) &&
+            !is_same_corner(t, t + 6)) {
             return true;
         }
     }
