@@ -120,8 +120,9 @@ struct RandomSoup {
     unsigned present = 0;
 
     RandomSoup(const Kind& kind, Random& random) : present(static_cast<unsigned>(random.below(8))) {
-        constexpr std::array<float, 12> kColours = {0.0F,   1.0F,  0.5F,   0.1F,  -0.5F, 1.5F,
-                                                    300.0F, 1e17F, -3e16F, 1e30F, kNan,  kInfinity};
+        constexpr std::array<float, 12> kColours = {0.0F,   1.0F,  0.5F,         0.1F,
+                                                    -0.5F,  1.5F,  123456792.0F, 1e17F,
+                                                    -3e16F, 1e30F, kNan,         kInfinity};
         constexpr std::array<std::int32_t, 10> kLabels = {
             -1, 0, 1, 65535, 65536, 32767, 32768, 70000, INT32_MIN, INT32_MAX};
         const std::size_t count = random.below(random.below(4) == 0 ? 300 : 30);
