@@ -13,9 +13,7 @@
 #include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -57,10 +55,11 @@ constexpr double kBytesPerTriangle = 160;
 // A picture of 1024 x 1024 pixels of 1.3 million triangles.
 constexpr double kPictureMilliseconds = 300;
 
-const std::vector<std::string> kGrowing = {"rock_5k",   "rock_20k",   "rock_82k",
-                                           "rock_328k", "rock_1311k", "rock_5243k"};
-const std::vector<std::string> kCrowded = {"fan_100k",  "fan_200k",  "star_100k",
-                                           "star_200k", "book_100k", "book_200k"};
+using Inputs = std::array<const char*, 6>;
+constexpr Inputs kGrowing = {"rock_5k",   "rock_20k",   "rock_82k",
+                             "rock_328k", "rock_1311k", "rock_5243k"};
+constexpr Inputs kCrowded = {"fan_100k",  "fan_200k",  "star_100k",
+                             "star_200k", "book_100k", "book_200k"};
 
 void read_results(const char* path, Results& results) {
     std::ifstream file(path);
@@ -163,19 +162,17 @@ void print_floors(const Results& results) {
 }
 
 // Nanoseconds per triangle of every operation that was run on all of the inputs.
-void print_growth(const Results& results, const std::vector<std::string>& names) {
+void print_growth(const Results& results, const Inputs& names) {
     std::printf("\n| ns a triangle |");
-    for (const std::string& name : names) std::printf(" %s |", name.c_str());
+    for (const char* name : names) std::printf(" %s |", name);
     std::printf("\n|---|");
     for (std::size_t i = 0; i < names.size(); ++i) std::printf("--:|");
     std::puts("");
     for (const auto& [operation, inputs] : results) {
-        const auto is_there = [&, &found = inputs](const std::string& name) {
-            return found.contains(name);
-        };
+        const auto is_there = [&found = inputs](const char* name) { return found.contains(name); };
         if (!std::all_of(names.begin(), names.end(), is_there)) continue;
         std::printf("| %s |", operation.c_str());
-        for (const std::string& name : names) {
+        for (const char* name : names) {
             std::printf(" %.1f |", 1e9 / inputs.at(name).items_per_second);
         }
         std::puts("");

@@ -44,7 +44,7 @@ void flaws_detect(benchmark::State& state, const std::string& input, const std::
     const std::string command =
         "'" + this_program + "' --measure '" + path + "' > '" + result + "'";
     double bytes = 0;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         if (std::system(command.c_str()) != 0 || !(std::ifstream(result) >> bytes)) {
             throw std::runtime_error("failed: " + command);
         }
