@@ -1,7 +1,7 @@
 # Installs the build into a folder of its own and builds and runs a program outside against it: once
 # through the CMake package, once through pkg-config.
 # Takes -D BUILD, WORK (emptied first), SOURCE, LIBDIR, BINDIR, PKG_CONFIG (empty: that part is left out),
-# TOOL (ON when the tool is part of the build).
+# TOOL (ON when the tool is part of the build), GENERATOR (of the build: another may have no program here).
 file(REMOVE_RECURSE ${WORK})
 set(prefix ${WORK}/prefix)
 
@@ -10,7 +10,8 @@ function(run)
 endfunction()
 
 function(try_consumer how)
-    run(${CMAKE_COMMAND} -S ${SOURCE} -B ${WORK}/${how} -DCMAKE_BUILD_TYPE=Release ${ARGN})
+    run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${SOURCE} -B ${WORK}/${how} -DCMAKE_BUILD_TYPE=Release
+        ${ARGN})
     run(${CMAKE_COMMAND} --build ${WORK}/${how})
     run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/${LIBDIR} ${WORK}/${how}/consumer)
 endfunction()
