@@ -18,7 +18,7 @@ namespace {
 
 using shapes::Random;
 
-constexpr std::uint32_t kMany = 100'000;
+constexpr std::size_t kMany = 100'000;
 
 // Up to 80 triangles on a grid of 2 to 5 points a side, some of them deleted.
 TriMesh random_mesh(std::uint64_t seed) {
@@ -102,9 +102,9 @@ TEST(Edges, AreFoundInALargeMesh) {
 }
 
 // Separate triangles with their first corner in common.
-shapes::SoupVector bouquet(std::uint32_t count) {
+shapes::SoupVector bouquet(std::size_t count) {
     shapes::SoupVector soup;
-    for (std::uint32_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
         const auto x = static_cast<float>(i);
         soup.insert(soup.end(), {0, 0, 9, x, 1000, 0, x, 1001, 0});
     }
@@ -127,7 +127,7 @@ TEST(Edges, OfManyFacesTakeLinearTime) {
         ASSERT_EQ(mesh.faces.size(), kMany) << c.name;
         const EdgeMates mates(mesh);
         std::array<std::size_t, 3> kinds{};
-        for (std::size_t i = 0; i < kMany * std::size_t{3}; ++i) {
+        for (std::size_t i = 0; i < kMany * 3; ++i) {
             ++kinds[static_cast<std::size_t>(mates.kind(i / 3, i % 3))];
         }
         EXPECT_EQ(kinds[0], c.open) << c.name;

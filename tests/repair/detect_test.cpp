@@ -292,7 +292,7 @@ TEST(DegenerateAngle, IsDecidedInFloatAtFiveHundredths) {
     // A right triangle tells its angle a second way. One last bit of the height is about one of the
     // angle; the widths shift where between two floats the angles fall.
     int at_limit = 0;
-    for (float width = 1; width < 1.5F; width += 0.0625F) {
+    for (const float width : {1.0F, 1.0625F, 1.125F, 1.1875F, 1.25F, 1.3125F, 1.375F, 1.4375F}) {
         auto height =
             static_cast<float>(std::tan(0.05 * std::numbers::pi / 180) * width * (1 - 3e-6));
         for (int i = 0; i < 100; ++i, height = std::nextafter(height, 1.0F)) {
