@@ -120,13 +120,23 @@ Status judge_binary(const std::string& name, const Layout& layout, std::uint64_t
                                   std::to_string(layout.size - kStlPrologueBytes) +
                                   " bytes follow; correct the count at byte 80");
     }
-    if (layout.promised > triangles && triangles < kMaxFaceCount) {
+    if (layout.promised > triangles) {
         return bad_file(name, "truncated binary STL: " + promise + " (" +
                                   std::to_string(layout.promised_bytes()) + " bytes), file holds " +
                                   size);
     }
     if (triangles == 0) return bad_file(name, "binary STL that holds no triangle");
     return {};
+}
+
+// The same for a binary file of which words were read, most likely those of its header.
+Status judge_words_of_binary(const std::string& name, const Layout& layout) {
+    Status status = judge_binary(name, layout, layout.available());
+    if (!status.ok()) return status;
+    return bad_file(
+        name, "binary STL of " + std::to_string(layout.size) + " bytes, but its count asks for " +
+                  std::to_string(layout.promised_bytes()) +
+                  ", and words of an ASCII STL in its header were read instead; change the header");
 }
 
 bool is_same_corner(const float* a, const float* b) {
@@ -163,8 +173,7 @@ Status read_either_form(const ByteSource& source, const std::string& name,
         info.triangles = coordinates.size() / 9;
         if (make_faces(coordinates)) {
             info.is_ascii = true;
-            // Words of a binary file, most likely of its header.
-            if (layout.has_zero) return judge_binary(name, layout, 0);
+            if (layout.has_zero) return judge_words_of_binary(name, layout);
             return judge_ascii(name, source, text, info.triangles);
         }
     }

@@ -328,6 +328,9 @@ TEST(Stl, SizeDecidesBeforeWords) {
     const Read words = read_bytes(cut);
     EXPECT_TRUE(words.info.is_ascii);
     EXPECT_THAT(words.status.text(), HasSubstr("truncated binary STL: header promises 12"));
+    const std::string longer = binary_stl(shapes::box({0, 0, 0}, {1, 1, 1}), 12, facet(1)) + "x";
+    EXPECT_TRUE(read_bytes(longer).info.is_ascii);
+    EXPECT_THAT(read_bytes(longer).status.text(), HasSubstr("words of an ASCII STL in its header"));
 }
 
 TEST(Stl, ProgressAndUntouchedMesh) {
