@@ -14,12 +14,13 @@ namespace povmesh {
 /// nearest end of the range, a NaN becomes 0.
 template <std::integral Int, std::floating_point Float>
 constexpr Int saturate_to(Float value) {
-    // The ends as floating-point numbers: the lower one is exact (0 or a power of two), the upper
-    // one is the first value that no longer fits.
+    // The ends as floating-point numbers: the lower one is exact (0 or a power of two), the upper one
+    // is the first value that no longer fits.
     constexpr Float kLow = static_cast<Float>(std::numeric_limits<Int>::min());
-    constexpr Float kPastHigh =
-        static_cast<Float>(std::numeric_limits<Int>::max() / 2 + 1) * Float{2};
-    if (!(value == value)) return 0;
+    constexpr Float kHalf =
+        static_cast<Float>(std::uintmax_t{1} << (std::numeric_limits<Int>::digits - 1));
+    constexpr Float kPastHigh = kHalf * Float{2};
+    if (value != value) return 0;  // NOLINT(misc-redundant-expression): true of a NaN
     if (value >= kPastHigh) return std::numeric_limits<Int>::max();
     if (value <= kLow) return std::numeric_limits<Int>::min();
     return static_cast<Int>(value);

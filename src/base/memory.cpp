@@ -1,5 +1,6 @@
 #include "base/memory.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
@@ -23,8 +24,7 @@ void* allocate_block(std::size_t bytes) {
         const std::size_t rounded = (bytes + kLargePage - 1) / kLargePage * kLargePage;
         void* block = std::aligned_alloc(kLargePage, rounded);
         if (block == nullptr) throw std::bad_alloc();
-        // Advice only: where the system has no large pages to give, small ones serve.
-        (void)madvise(block, bytes / kLargePage * kLargePage, MADV_HUGEPAGE);
+        advise_large_pages(block, bytes);
         return block;
     }
 #endif
@@ -35,6 +35,20 @@ void* allocate_block(std::size_t bytes) {
 
 void free_block(void* block, std::size_t /*bytes*/) noexcept {
     std::free(block);
+}
+
+void advise_large_pages(void* block, std::size_t bytes) noexcept {
+#if defined(__linux__)
+    if (bytes < kLargeBlock) return;
+    const auto address = reinterpret_cast<std::uintptr_t>(block);
+    const std::uintptr_t first = (address + kLargePage - 1) / kLargePage * kLargePage;
+    const std::uintptr_t last = (address + bytes) / kLargePage * kLargePage;
+    // Advice only: where the system has no large pages to give, small ones serve.
+    (void)madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+#else
+    (void)block;
+    (void)bytes;
+#endif
 }
 
 }  // namespace povmesh

@@ -29,25 +29,28 @@ ShellWalk::ShellWalk(const TriMesh& mesh, const EdgeMates& mates, std::span<cons
       mates_(mates),
       vertices_(vertices),
       state_(mesh.faces.size(), 0),
-      places_(mesh.faces.size(), Place{kNoShell, 0}),
-      tops_(mesh.shells.size(), Top{kNoTop, kNoVertex, 0}),
+      top_heights_(mesh.shells.size(), kNoTop),
       queue_(mesh.shells.faces.size()) {
-    place_faces();
+    number_shells();
     survey(test_degenerate);
 }
 
-void ShellWalk::place_faces() {
+void ShellWalk::number_shells() {
+    if (mesh_.shells.size() == 1) return;
+    shells_.assign(mesh_.faces.size(), kNoShell);
     for (std::uint32_t shell = 0; shell < mesh_.shells.size(); ++shell) {
-        const std::uint32_t end = mesh_.shells.offsets[shell + 1];
-        for (std::uint32_t rank = mesh_.shells.offsets[shell]; rank < end; ++rank) {
-            places_[mesh_.shells.faces[rank]] = {shell, rank};
-        }
+        for (const std::uint32_t face : mesh_.shells[shell]) shells_[face] = shell;
     }
+}
+
+std::uint32_t ShellWalk::shell_of(std::size_t face) const {
+    if (!shells_.empty()) return shells_[face];
+    return mesh_.faces[face].deleted != 0 ? kNoShell : 0;
 }
 
 void ShellWalk::survey(bool test_degenerate) {
     for (std::uint32_t face = 0; face < mesh_.faces.size(); ++face) {
-        if (places_[face].shell == kNoShell) continue;
+        if (shell_of(face) == kNoShell) continue;
         const std::array<std::int32_t, 3>& v = mesh_.faces[face].vertex;
         const Vec3f a = position(v[0]);
         const Vec3f b = position(v[1]);
@@ -57,32 +60,43 @@ void ShellWalk::survey(bool test_degenerate) {
             set(face, kDegenerate);
             ++degenerate_count_;
         }
-        find_top(face, a, b, c);
+        note_height(face, a, b, c);
     }
 }
 
-// Finds the top vertex of a shell: the highest corner of the faces that look up, the first one in
-// shell order among equally high ones.
-void ShellWalk::find_top(std::uint32_t face, Vec3f a, Vec3f b, Vec3f c) {
+// Raises the top of the face's shell to the highest corner of a face that looks up.
+void ShellWalk::note_height(std::uint32_t face, Vec3f a, Vec3f b, Vec3f c) {
     if (!(face_normal(a, b, c).z >= kLooksUp)) return;
-    const auto [shell, rank] = places_[face];
-    Top& top = tops_[shell];
-    const std::array<float, 3> heights = {a.z, b.z, c.z};
-    for (std::size_t corner = 0; corner < 3; ++corner) {
-        const float z = heights[corner];
-        // Faces come by number, the rule asks for their order in the shell: an equally high corner
-        // wins when its face stands earlier there.
-        const bool is_earlier = z == top.z && rank < top.rank && top.vertex != kNoVertex;
-        if (z > top.z || is_earlier) top = {z, mesh_.faces[face].vertex[corner], rank};
+    float height = kNoTop;
+    for (const float z : {a.z, b.z, c.z}) height = z > height ? z : height;
+    float& top = top_heights_[shell_of(face)];
+    if (height < top || height == kNoTop) return;
+    top = height;
+    set(face, kMayHoldTop);
+}
+
+// The highest vertex of the faces that look up: the first corner of that height in shell order.
+std::int32_t ShellWalk::top_vertex(std::uint32_t shell) const {
+    const float top = top_heights_[shell];
+    if (top == kNoTop) return kNoVertex;
+    for (const std::uint32_t face : mesh_.shells[shell]) {
+        if (!has(face, kMayHoldTop)) continue;
+        for (const std::int32_t v : mesh_.faces[face].vertex) {
+            if (position(v).z == top) return v;
+        }
     }
+    return kNoVertex;
 }
 
 ShellWalk::Counts ShellWalk::walk(std::uint32_t shell) {
     counts_ = {};
     std::uint32_t seed = 0;
     if (!find_seed(shell, seed)) return counts_;
+    const std::size_t before = tail_;
     walk_from(seed);
+    // Where edges of many faces stopped the walk, it goes on from the faces left.
     for (const std::uint32_t face : mesh_.shells[shell]) {
+        if (tail_ - before == mesh_.shells[shell].size()) break;
         if (!has(face, kVisited)) walk_from(face);
     }
     return counts_;
@@ -128,8 +142,9 @@ double ShellWalk::sum_z() const {
 // The last face around the top vertex that looks up, after these faces have been made to agree and,
 // if their sum still looks down, been turned over.
 bool ShellWalk::find_seed(std::uint32_t shell, std::uint32_t& seed) {
-    if (tops_[shell].vertex == kNoVertex) return false;
-    gather_around(shell, tops_[shell].vertex);
+    const std::int32_t top = top_vertex(shell);
+    if (top == kNoVertex) return false;
+    gather_around(shell, top);
     if (sum_z() < kLooksUp) {
         for (std::size_t i = 1; i < around_.size(); ++i) {
             if (shares_edge_in_same_direction(corners(around_[i]), corners(around_[i - 1]))) {
@@ -157,7 +172,7 @@ void ShellWalk::gather_around(std::uint32_t shell, std::int32_t vertex) {
     around_.clear();
     if (row.size() <= faces.size()) {
         for (const Use& use : row) {
-            if (places_[use.face()].shell == shell) around_.push_back(use.face());
+            if (shell_of(use.face()) == shell) around_.push_back(use.face());
         }
         return;
     }

@@ -60,19 +60,10 @@ private:
     static constexpr std::uint8_t kDegenerate = 8;
     static constexpr std::uint8_t kOpen = 16;
     static constexpr std::uint8_t kNonManifold = 32;
+    static constexpr std::uint8_t kMayHoldTop = 64;  // as high as any face before it in its shell
 
     static constexpr std::uint32_t kNoShell = 0xFFFFFFFF;
     static constexpr std::int32_t kNoVertex = -1;
-
-    // Where a face stands in the shell table.
-    struct Place {
-        std::uint32_t shell, rank;
-    };
-    struct Top {
-        float z;
-        std::int32_t vertex;
-        std::uint32_t rank;  // of the face that named the vertex
-    };
 
     bool has(std::size_t face, std::uint8_t bit) const { return (state_[face] & bit) != 0; }
     void set(std::size_t face, std::uint8_t bit) {
@@ -85,9 +76,11 @@ private:
     double normal_z(std::uint32_t face) const;
     double sum_z() const;
 
-    void place_faces();
+    void number_shells();
+    std::uint32_t shell_of(std::size_t face) const;
     void survey(bool test_degenerate);
-    void find_top(std::uint32_t face, Vec3f a, Vec3f b, Vec3f c);
+    void note_height(std::uint32_t face, Vec3f a, Vec3f b, Vec3f c);
+    std::int32_t top_vertex(std::uint32_t shell) const;
     bool find_seed(std::uint32_t shell, std::uint32_t& seed);
     void gather_around(std::uint32_t shell, std::int32_t vertex);
     void walk_from(std::uint32_t seed);
@@ -99,11 +92,11 @@ private:
     const EdgeMates& mates_;
     std::span<const Vertex> vertices_;
     std::uint32_t degenerate_count_ = 0;
-    Counts counts_;               // of the shell at hand
-    Array<std::uint8_t> state_;   // of every face
-    Array<Place> places_;         // of every face; shell kNoShell for deleted ones
-    Array<Top> tops_;             // of every shell
-    Array<std::uint32_t> queue_;  // all walks in turn; each face enters once
+    Counts counts_;                // of the shell at hand
+    Array<std::uint8_t> state_;    // of every face
+    Array<std::uint32_t> shells_;  // of every face: its shell; empty when there is one only
+    Array<float> top_heights_;     // of every shell
+    Array<std::uint32_t> queue_;   // all walks in turn; each face enters once
     std::size_t head_ = 0;
     std::size_t tail_ = 0;
     Array<std::uint32_t> around_;  // faces at the top of the shell at hand
