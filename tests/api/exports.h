@@ -3,32 +3,25 @@
 
 #include "povmesh/povmesh.h"
 
-#define POVMESH_FOR_EACH_EXPORT(X)                                                                 \
-    X(modelRepair64)                                                                               \
-    X(modelRepair)                                                                                 \
-    X(flawsDetect64) X(flawsDetect) X(meshReduceFromFile64) X(meshReduceFromFile)                  \
-        X(meshPreprocessorFromFile64) X(meshPreprocessorFromFile) X(                               \
-            meshPreprocessorFromFileSaveAs64) X(meshPreprocessorCtrlFromFile) X(importFile)        \
-            X(saveasObjFromDataDoublePrecision) X(modelRepairFromData64) X(modelRepairFromData) X( \
-                meshPreprocessorFromData) X(meshReduceFromData) X(subdivisionFromData)             \
-                X(reviseTriangleFromData) X(remeshFromData64) X(orientationOptimization) X(        \
-                    hollowFromData) X(cellularInfillFromData) X(balancingFromData) X(voxelize)     \
-                    X(weaknessDetect) X(modelRepairFromColorData) X(                               \
-                        modelRepairFromColorDataWithPostDetection) X(meshReduceFromColorData)      \
-                        X(subdivisionFromColorData) X(lampshadeFromData) X(                        \
-                            errorDetectAfterMeshReduceFromColorData) X(errorDetectFromData)        \
-                            X(uniformRemeshFromColorData) X(separateShellsFromData) X(cutFromData) \
-                                X(planeCutFromData) X(decompositionUniformPreview)                 \
-                                    X(decompositionAutoPreview) X(decompositionUniformFromData)    \
-                                        X(decompositionAutoFromData) X(lampshadePreview) X(        \
-                                            balancingPreviewFromData) X(strengthColoringFromData)  \
-                                            X(columnSupportAutoGenerate)                           \
-                                                X(columnSupportToSlicerExPolygons)                 \
-                                                    X(freeVertexArray) X(freeAllArray)             \
-                                                        X(freeDecompositionPreviewArray)           \
-                                                            X(freeBalancingPreviewArray)           \
-                                                                X(freeColumnSupportPreviewArray)   \
-                                                                    X(freeColumnSupportExPolygons)
+// clang-format off: it takes a list of calls without semicolons for an expression
+#define POVMESH_FOR_EACH_EXPORT(X)                                                               \
+    X(modelRepair64) X(modelRepair) X(flawsDetect64) X(flawsDetect) X(meshReduceFromFile64)      \
+    X(meshReduceFromFile) X(meshPreprocessorFromFile64) X(meshPreprocessorFromFile)              \
+    X(meshPreprocessorFromFileSaveAs64) X(meshPreprocessorCtrlFromFile) X(importFile)            \
+    X(saveasObjFromDataDoublePrecision) X(modelRepairFromData64) X(modelRepairFromData)          \
+    X(meshPreprocessorFromData) X(meshReduceFromData) X(subdivisionFromData)                     \
+    X(reviseTriangleFromData) X(remeshFromData64) X(orientationOptimization) X(hollowFromData)   \
+    X(cellularInfillFromData) X(balancingFromData) X(voxelize) X(weaknessDetect)                 \
+    X(modelRepairFromColorData) X(modelRepairFromColorDataWithPostDetection)                     \
+    X(meshReduceFromColorData) X(subdivisionFromColorData) X(lampshadeFromData)                  \
+    X(errorDetectAfterMeshReduceFromColorData) X(errorDetectFromData)                            \
+    X(uniformRemeshFromColorData) X(separateShellsFromData) X(cutFromData) X(planeCutFromData)   \
+    X(decompositionUniformPreview) X(decompositionAutoPreview) X(decompositionUniformFromData)   \
+    X(decompositionAutoFromData) X(lampshadePreview) X(balancingPreviewFromData)                 \
+    X(strengthColoringFromData) X(columnSupportAutoGenerate) X(columnSupportToSlicerExPolygons)  \
+    X(freeVertexArray) X(freeAllArray) X(freeDecompositionPreviewArray)                          \
+    X(freeBalancingPreviewArray) X(freeColumnSupportPreviewArray) X(freeColumnSupportExPolygons)
+// clang-format on
 
 namespace povmesh {
 
