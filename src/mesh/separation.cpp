@@ -5,12 +5,12 @@
 #include <utility>
 #include <vector>
 
-#include "mesh/build_f.h"
 #include "mesh/face_tree.h"
 #include "mesh/shell_nesting.h"
 #include "mesh/shell_trees.h"
 #include "mesh/shells.h"
 #include "mesh/triangle_intersection.h"
+#include "mesh/vertex_welder.h"
 
 namespace povmesh {
 namespace {
@@ -172,68 +172,105 @@ private:
     bool has_united_ = false;
 };
 
-/// The faces of one part after another as a soup, in buffers that all parts share.
-class PartGatherer {
+/// Builds one part after another as `build_f` would from the soup of its faces. All corners at one
+/// vertex have the same bits, so each vertex is welded once instead of each corner; the order in
+/// which they come up is the same.
+class PartBuilder {
 public:
-    PartGatherer(const TriMesh& mesh, std::size_t most_faces)
-        : mesh_(mesh),
-          coordinates_(most_faces * 9),
-          colours_(most_faces * 9),
-          texture_coordinates_(mesh.texture_coordinates.empty() ? 0 : most_faces * 6),
-          labels_(most_faces) {}
+    explicit PartBuilder(const TriMesh& mesh)
+        : mesh_(mesh), number_(mesh.vertices.size(), kNotMet) {}
 
-    ByteSoup gather(const ShellGroups& groups, std::size_t group) {
+    void build(TriMesh& part, std::span<const std::uint32_t> shells) {
+        used_.clear();
+        part.faces.resize(face_count(shells));
         std::size_t count = 0;
-        for (const std::uint32_t shell : groups[group]) {
-            for (const std::uint32_t face : mesh_.shells[shell]) put(count++, mesh_.faces[face]);
+        for (const std::uint32_t shell : shells) {
+            for (const std::uint32_t f : mesh_.shells[shell]) {
+                Face& face = part.faces[count++] = mesh_.faces[f];
+                for (std::int32_t& v : face.vertex) v = number(v);
+            }
         }
-        return {count, coordinates_.data(), colours_.data(),
-                mesh_.texture_coordinates.empty() ? nullptr : texture_coordinates_.data(),
-                labels_.data()};
+        weld(part.vertices);
+        finish_faces(part);
     }
 
 private:
-    void put(std::size_t place, const Face& face) {
-        float* const xyz = coordinates_.data() + 9 * place;
-        for (std::size_t corner = 0; corner < 3; ++corner) {
-            const Vec3f position = mesh_.corner_position(face, corner);
-            xyz[3 * corner] = position.x;
-            xyz[3 * corner + 1] = position.y;
-            xyz[3 * corner + 2] = position.z;
+    static constexpr std::int32_t kNotMet = -1;
+
+    std::size_t face_count(std::span<const std::uint32_t> shells) const {
+        std::size_t count = 0;
+        for (const std::uint32_t shell : shells) count += mesh_.shells[shell].size();
+        return count;
+    }
+
+    std::int32_t number(std::int32_t vertex) {
+        std::int32_t& number = number_[static_cast<std::size_t>(vertex)];
+        if (number == kNotMet) {
+            number = static_cast<std::int32_t>(used_.size());
+            used_.push_back(vertex);
         }
-        std::copy(face.colour.begin(), face.colour.end(), colours_.data() + 9 * place);
-        labels_[place] = face.label;
-        if (face.label < 0 || mesh_.texture_coordinates.empty()) return;
-        float* const uv = texture_coordinates_.data() + 6 * place;
-        for (std::size_t corner = 0; corner < 3; ++corner) {
-            const std::int32_t index = face.uv[corner];
-            const bool is_there =
-                index >= 0 && static_cast<std::size_t>(index) < mesh_.texture_coordinates.size();
-            const TextureCoordinate record =
-                is_there ? mesh_.texture_coordinates[static_cast<std::size_t>(index)]
-                         : TextureCoordinate{};
-            uv[2 * corner] = static_cast<float>(record.u);
-            uv[2 * corner + 1] = static_cast<float>(record.v);
+        return number;
+    }
+
+    // Welds the used vertices and makes the numbers ready for the next part.
+    void weld(Array<Vertex>& vertices) {
+        positions_.resize(used_.size());
+        welded_.resize(used_.size());
+        WeldBox box;
+        for (std::size_t i = 0; i < used_.size(); ++i) {
+            const auto vertex = static_cast<std::size_t>(used_[i]);
+            positions_[i] = mesh_.vertices[vertex].position();
+            widen(box, positions_[i]);
+            number_[vertex] = kNotMet;
         }
+        static_assert(sizeof(Vec3f) == 3 * sizeof(float));
+        VertexWelder welder(box, used_.size());
+        fresh_.clear();
+        for (std::size_t first = 0; first < used_.size(); first += VertexWelder::kBlock) {
+            const std::size_t count = std::min(VertexWelder::kBlock, used_.size() - first);
+            welder.weld_block(&positions_[first].x, count, &welded_[first], fresh_);
+        }
+        vertices.assign(fresh_.begin(), fresh_.end());
+    }
+
+    // Puts the welded vertices and fresh texture coordinates into the faces and drops those that
+    // lost a corner.
+    void finish_faces(TriMesh& part) const {
+        std::size_t count = 0;
+        for (std::size_t f = 0; f < part.faces.size(); ++f) {
+            Face face = part.faces[f];
+            for (std::int32_t& v : face.vertex) v = welded_[static_cast<std::size_t>(v)];
+            const auto& [a, b, c] = face.vertex;
+            if (a == b || b == c || c == a) continue;
+            if (face.label >= 0 && !mesh_.texture_coordinates.empty()) {
+                for (std::int32_t& uv : face.uv) uv = copy_texture(uv, part.texture_coordinates);
+            } else {
+                face.uv.fill(-1);
+            }
+            part.faces[count++] = face;
+        }
+        part.faces.resize(count);
+    }
+
+    // A soup carries texture coordinates as floats.
+    std::int32_t copy_texture(std::int32_t uv, Array<TextureCoordinate>& records) const {
+        TextureCoordinate record{0, 0, static_cast<std::int32_t>(records.size())};
+        if (uv >= 0 && static_cast<std::size_t>(uv) < mesh_.texture_coordinates.size()) {
+            const TextureCoordinate& from = mesh_.texture_coordinates[static_cast<std::size_t>(uv)];
+            record.u = static_cast<double>(static_cast<float>(from.u));
+            record.v = static_cast<double>(static_cast<float>(from.v));
+        }
+        records.push_back(record);
+        return record.index;
     }
 
     const TriMesh& mesh_;
-    Array<float> coordinates_;
-    Array<std::uint8_t> colours_;
-    Array<float> texture_coordinates_;
-    Array<std::int32_t> labels_;
+    Array<std::int32_t> number_;  // by vertex of the mesh, within the part
+    Array<std::int32_t> used_;    // vertices of the mesh in the order of their numbers
+    Array<Vec3f> positions_;      // theirs
+    Array<std::int32_t> welded_;  // by number: vertex of the part
+    Array<Vertex> fresh_;
 };
-
-std::size_t face_count(const TriMesh& mesh, std::span<const std::uint32_t> shells) {
-    std::size_t count = 0;
-    for (const std::uint32_t shell : shells) count += mesh.shells[shell].size();
-    return count;
-}
-
-// Building reserves for a block of corners, which is much for a model of one triangle.
-void release_reserve(Array<Vertex>& vertices) {
-    if (vertices.capacity() > 2 * vertices.size()) vertices.shrink_to_fit();
-}
 
 }  // namespace
 
@@ -256,15 +293,10 @@ ShellGroups group_shells(TriMesh& mesh, const SeparationOptions& options) {
 }
 
 void build_parts(TriMesh& mesh, const ShellGroups& groups) {
-    std::size_t most_faces = 0;
-    for (std::size_t group = 0; group < groups.size(); ++group) {
-        most_faces = std::max(most_faces, face_count(mesh, groups[group]));
-    }
-    PartGatherer gatherer(mesh, most_faces);
+    PartBuilder builder(mesh);
     std::vector<TriMesh> parts(groups.size());
     for (std::size_t group = 0; group < groups.size(); ++group) {
-        build_f(parts[group], gatherer.gather(groups, group));
-        release_reserve(parts[group].vertices);
+        builder.build(parts[group], groups[group]);
     }
     mesh.parts = std::move(parts);
 }

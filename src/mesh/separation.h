@@ -45,7 +45,7 @@ ShellGroups group_intersecting_shells(const TriMesh& mesh);
 ShellGroups group_shells(TriMesh& mesh, const SeparationOptions& options);
 
 /// Replaces `mesh.parts` by one mesh a group: the faces of its shells, shell after shell in their
-/// order there, built by `build_f`. Texture coordinates are rounded to 32-bit floats. The mesh
+/// order there, as `build_f` would build them from a soup. Texture coordinates are rounded to 32-bit floats. The mesh
 /// itself stays. Linear time.
 void build_parts(TriMesh& mesh, const ShellGroups& groups);
 

@@ -1,5 +1,7 @@
 #include "mesh/shell_trees.h"
 
+#include "base/convert.h"
+
 namespace povmesh {
 namespace {
 
@@ -14,7 +16,7 @@ ShellSample sample_shell(const TriMesh& mesh, std::size_t shell, Sampling sampli
     const std::span<const std::uint32_t> faces = mesh.shells[shell];
     std::size_t stride = 1;
     if (sampling == Sampling::AboutTenThousand && faces.size() >= kSampledSize) {
-        stride = static_cast<std::size_t>(static_cast<double>(faces.size()) * kStrideShare + 0.5);
+        stride = saturate_to<std::size_t>(static_cast<double>(faces.size()) * kStrideShare + 0.5);
     }
     return {faces, stride, faces.size() / stride};
 }
