@@ -1,4 +1,5 @@
-/* clang-format off: the tables keep their layout */
+/* The tables below keep their layout. */
+/* clang-format off */
 /*
  * povmesh: mesh processing for 3D printing. The functions of the shared library Povmesh_64.
  *

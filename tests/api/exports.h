@@ -3,7 +3,8 @@
 
 #include "povmesh/povmesh.h"
 
-// clang-format off: it takes a list of calls without semicolons for an expression
+// A list of calls without semicolons looks like an expression to the formatter.
+// clang-format off
 #define POVMESH_FOR_EACH_EXPORT(X)                                                               \
     X(modelRepair64) X(modelRepair) X(flawsDetect64) X(flawsDetect) X(meshReduceFromFile64)      \
     X(meshReduceFromFile) X(meshPreprocessorFromFile64) X(meshPreprocessorFromFile)              \
