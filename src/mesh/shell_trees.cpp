@@ -1,5 +1,7 @@
 #include "mesh/shell_trees.h"
 
+#include <algorithm>
+
 #include "base/convert.h"
 
 namespace povmesh {
@@ -16,7 +18,8 @@ ShellSample sample_shell(const TriMesh& mesh, std::size_t shell, Sampling sampli
     const std::span<const std::uint32_t> faces = mesh.shells[shell];
     std::size_t stride = 1;
     if (sampling == Sampling::AboutTenThousand && faces.size() >= kSampledSize) {
-        stride = saturate_to<std::size_t>(static_cast<double>(faces.size()) * kStrideShare + 0.5);
+        const double rounded = static_cast<double>(faces.size()) * kStrideShare + 0.5;
+        stride = std::max<std::size_t>(1, saturate_to<std::size_t>(rounded));
     }
     return {faces, stride, faces.size() / stride};
 }

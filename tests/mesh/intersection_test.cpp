@@ -253,7 +253,7 @@ std::vector<FacePair> slow_self_intersections(const TriMesh& mesh) {
 
 TEST(SelfIntersections, AreThoseOfAllPairs) {
     Random random(8);
-    shapes::SoupVector soup(9 * 400);
+    shapes::SoupVector soup(3600);
     for (float& x : soup) x = static_cast<float>(random.below(9));
     TriMesh mesh = shapes::mesh_of(soup);
     mesh.faces[3].deleted = 1;
