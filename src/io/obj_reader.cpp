@@ -1,5 +1,5 @@
-// Works on the whole text in memory, a line at a time. With resolved indices, vertices and texture
-// coordinates are read in a first pass, so that a face can name any of them.
+// Works a line at a time. With resolved indices, vertices and texture coordinates are read in a first
+// pass, so that a face can name any of them.
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "base/convert.h"
+#include "io/byte_source.h"
 #include "io/decimal.h"
 #include "io/file.h"
 #include "io/obj.h"
@@ -27,10 +28,73 @@ bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
 }
 
+/// The lines of a text, out of a buffer for a piece of it: what stays in the caches is not fetched from
+/// memory again, and fresh memory for a whole text takes as long as parsing half of it.
+class Lines {
+public:
+    explicit Lines(const ByteSource& source)
+        : source_(source),
+          buffer_(static_cast<std::size_t>(std::min<std::uint64_t>(kBufferBytes, source.size + 1))),
+          p_(buffer_.data()),
+          end_(p_) {}
+
+    /// The next line without its end, valid until the next call; false when there is none.
+    bool next(std::string_view& line) {
+        const char* end = find_end(p_);
+        while (end == nullptr) {
+            const std::size_t searched = static_cast<std::size_t>(end_ - p_);
+            if (!refill()) break;
+            end = find_end(p_ + searched);
+        }
+        is_ended_ = end != nullptr;
+        if (!is_ended_ && p_ == end_) return false;
+        if (!is_ended_) end = end_;
+        line = {p_, static_cast<std::size_t>(end - p_)};
+        p_ = is_ended_ ? end + 1 : end;
+        return true;
+    }
+
+    /// Whether the line ends with a line feed, and not with the text.
+    bool is_ended() const { return is_ended_; }
+
+    /// Where the line ends.
+    std::uint64_t offset() const { return read_ - static_cast<std::uint64_t>(end_ - p_); }
+
+private:
+    static constexpr std::size_t kBufferBytes = std::size_t{1} << 18;
+
+    const char* find_end(const char* p) const {
+        return static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(end_ - p)));
+    }
+
+    // Moves the rest to the front of the buffer, which grows when a line fills it, and reads on.
+    bool refill() {
+        const auto kept = static_cast<std::size_t>(end_ - p_);
+        if (kept == buffer_.size()) {
+            buffer_.resize(kept * 2);
+        } else if (kept > 0) {
+            std::memmove(buffer_.data(), p_, kept);
+        }
+        p_ = buffer_.data();
+        const std::size_t count =
+            source_.read(read_, {buffer_.data() + kept, buffer_.size() - kept});
+        end_ = p_ + kept + count;
+        read_ += count;
+        return count != 0;
+    }
+
+    const ByteSource& source_;
+    Array<char> buffer_;
+    const char* p_;  // where the next line begins
+    const char* end_;
+    std::uint64_t read_ = 0;
+    bool is_ended_ = false;
+};
+
 /// The words of one line.
 class Words {
 public:
-    Words(const char* first, const char* last) : p_(first), last_(last) {}
+    explicit Words(std::string_view line) : p_(line.data()), last_(p_ + line.size()) {}
 
     /// The next word, empty at the end of the line or at a comment.
     std::string_view next() {
@@ -95,6 +159,17 @@ std::int64_t leading_integer(std::string_view piece) {
     return negative ? -value : value;
 }
 
+// Whether a word is nothing but a number of few digits, as most corners of faces are.
+bool is_short_number(std::string_view word, std::int32_t& number) {
+    constexpr std::size_t kMostDigits = 9;
+    if (word.size() > kMostDigits) return false;
+    for (const char c : word) {
+        if (!detail::is_digit(c)) return false;
+        number = number * 10 + (c - '0');
+    }
+    return true;
+}
+
 struct Corner {
     std::int32_t vertex;  // index, or whatever the file's number less one is
     std::int32_t texture;
@@ -108,15 +183,13 @@ std::uint8_t colour_byte(double channel) {
 
 class ObjParser {
 public:
-    ObjParser(std::string_view text, const std::string& name, const ObjReadOptions& options,
+    ObjParser(const ByteSource& source, const std::string& name, const ObjReadOptions& options,
               TriMesh& mesh, ObjInfo& info)
-        : text_(text), name_(name), options_(options), mesh_(mesh), info_(info) {}
+        : source_(source), name_(name), options_(options), mesh_(mesh), info_(info) {}
 
     Status run() {
         mesh_ = {};
         info_ = {};
-        constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-        if (text_.starts_with(kByteOrderMark)) text_.remove_prefix(kByteOrderMark.size());
         if (options_.resolve_indices) {
             each_line(&ObjParser::read_points);
             each_line(&ObjParser::read_faces_late);
@@ -137,51 +210,45 @@ private:
     using LineReader = void (ObjParser::*)(std::string_view kind, Words& words);
 
     void each_line(LineReader reader) {
-        line_number_ = 0;
-        const char* p = text_.data();
-        const char* const last = p + text_.size();
-        while (p != last && failure_.ok()) {
-            ++line_number_;
-            const char* end = line_end(p, last);
-            if (end != last && is_joined(p, end)) {
-                p = read_joined(p, last, reader);
-                continue;
+        constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+        Lines lines(source_);
+        std::string_view line;
+        for (line_number_ = 1; failure_.ok() && lines.next(line); ++line_number_) {
+            offset_ = lines.offset();
+            if (line_number_ == 1 && line.starts_with(kByteOrderMark)) {
+                line.remove_prefix(kByteOrderMark.size());
             }
-            Words words(p, end);
-            const std::string_view kind = words.next();
-            if (!kind.empty()) (this->*reader)(kind, words);
-            p = end == last ? last : end + 1;
+            if (is_joined(lines, line)) {
+                read_joined(lines, line, reader);
+            } else {
+                read_line(line, reader);
+            }
         }
     }
 
-    static const char* line_end(const char* p, const char* last) {
-        const void* end = std::memchr(p, '\n', static_cast<std::size_t>(last - p));
-        return end == nullptr ? last : static_cast<const char*>(end);
-    }
-
-    static bool is_joined(const char* p, const char* end) {
-        if (end != p && end[-1] == '\r') --end;
-        return end != p && end[-1] == '\\';
-    }
-
-    // Reads lines that end in "\" as one, blanks in the place of the joints; returns where the next begins.
-    const char* read_joined(const char* p, const char* last, LineReader reader) {
-        std::string line;
-        std::size_t joints = 0;
-        while (true) {
-            const char* const end = line_end(p, last);
-            const bool goes_on = end != last && is_joined(p, end);
-            line.append(p, end);
-            if (goes_on) line[line.rfind('\\')] = ' ';
-            p = end == last ? last : end + 1;
-            if (!goes_on || p == last) break;
-            ++joints;
-        }
-        Words words(line.data(), line.data() + line.size());
+    void read_line(std::string_view line, LineReader reader) {
+        Words words(line);
         const std::string_view kind = words.next();
         if (!kind.empty()) (this->*reader)(kind, words);
+    }
+
+    static bool is_joined(const Lines& lines, std::string_view line) {
+        if (line.ends_with('\r')) line.remove_suffix(1);
+        return line.ends_with('\\') && lines.is_ended();
+    }
+
+    // Reads lines that end in "\" as one, blanks in the place of the joints.
+    void read_joined(Lines& lines, std::string_view line, LineReader reader) {
+        std::string joined;
+        std::size_t joints = 0;
+        bool goes_on = true;
+        do {
+            goes_on = is_joined(lines, line);
+            joined.append(line);
+            if (goes_on) joined[joined.rfind('\\')] = ' ';
+        } while (goes_on && lines.next(line) && ++joints > 0);
+        read_line(joined, reader);
         line_number_ += joints;
-        return p;
     }
 
     void read_all(std::string_view kind, Words& words) {
@@ -225,7 +292,9 @@ private:
             info_.has_colours = true;
             if (words.number(colour.y)) words.number(colour.z);
         }
+        make_room(mesh_.vertices, first_vertex_);
         mesh_.vertices.push_back(vertex);
+        make_room(colours_, first_vertex_);
         colours_.push_back({colour_byte(colour.x), colour_byte(colour.y), colour_byte(colour.z)});
         ++info_.vertex_lines;
     }
@@ -236,6 +305,7 @@ private:
         }
         TextureCoordinate record{0, 0, static_cast<std::int32_t>(info_.texture_lines)};
         if (words.number(record.u)) words.number(record.v);
+        make_room(mesh_.texture_coordinates, first_texture_);
         mesh_.texture_coordinates.push_back(record);
         ++info_.texture_lines;
     }
@@ -257,6 +327,11 @@ private:
 
     // Appends the corner that a word names, if it has at most three pieces; false when it is bad.
     bool read_corner(std::string_view word) {
+        std::int32_t number = 0;
+        if (is_short_number(word, number) && is_vertex(number - 1)) {
+            corners_.push_back({number - 1, options_.resolve_indices ? -1 : as_written({})});
+            return true;
+        }
         const std::size_t first = word.find('/');
         const std::string_view vertex = word.substr(0, first);
         std::string_view texture;
@@ -328,6 +403,7 @@ private:
                                     : Colour{255, 255, 255};
             std::copy(colour.begin(), colour.end(), face.colour.begin() + 3 * i);
         }
+        make_room(mesh_.faces, first_face_);
         mesh_.faces.push_back(face);
     }
 
@@ -352,6 +428,25 @@ private:
                std::abs(a.z - b.z) <= kSamePoint;
     }
 
+    // Makes room for one more record: if there is none, for as many as the text will hold if it goes on
+    // as it has since the first of them. Memory that growing leaves behind is as dear as parsing; what is
+    // reserved but not reached costs nothing.
+    template <typename T>
+    void make_room(Array<T>& records, std::uint64_t& first) const {
+        if (records.size() < records.capacity()) return;
+        constexpr std::size_t kFewest = 1024;
+        if (records.empty()) {
+            first = offset_;
+            return records.reserve(kFewest);
+        }
+        const auto count = static_cast<double>(records.size());
+        const double share = static_cast<double>(offset_ - first) /
+                             static_cast<double>(std::max(source_.size, offset_) - first + 1);
+        // The guess may be far off where the text changes.
+        const double guess = std::clamp(count * 1.02 / share, count * 1.25, count * 8.0);
+        records.reserve(static_cast<std::size_t>(guess) + kFewest);
+    }
+
     void fail_too_large(const char* what) {
         failure_ = {StatusCode::TooLarge, one_line(name_) + ": line " +
                                               std::to_string(line_number_) + ": too many " + what +
@@ -360,13 +455,17 @@ private:
 
     using Colour = std::array<std::uint8_t, 3>;
 
-    std::string_view text_;
+    const ByteSource& source_;
     const std::string& name_;
     const ObjReadOptions& options_;
     TriMesh& mesh_;
     ObjInfo& info_;
     Status failure_;
     std::size_t line_number_ = 0;
+    std::uint64_t offset_ = 0;  // where the line ends
+    std::uint64_t first_vertex_ = 0;
+    std::uint64_t first_texture_ = 0;
+    std::uint64_t first_face_ = 0;
     std::size_t vertices_before_ = 0;
     std::size_t textures_before_ = 0;
     std::uint32_t material_ = 0xFFFFFFFF;  // -1; wraps as the label does
@@ -380,7 +479,8 @@ private:
 
 Status parse_obj(std::string_view text, const std::string& name, const ObjReadOptions& options,
                  TriMesh& mesh, ObjInfo& info) {
-    return ObjParser(text, name, options, mesh, info).run();
+    const ByteSource source = bytes_of(std::span<const char>(text));
+    return ObjParser(source, name, options, mesh, info).run();
 }
 
 Status read_obj(const std::string& path, const ObjReadOptions& options, TriMesh& mesh,
@@ -388,8 +488,8 @@ Status read_obj(const std::string& path, const ObjReadOptions& options, TriMesh&
     InputFile file;
     Status status = file.open(path);
     if (!status.ok()) return status;
-    const Array<char> text = file.read_all();
-    return parse_obj({text.data(), text.size()}, path, options, mesh, info);
+    const ByteSource source = bytes_of(file);
+    return ObjParser(source, path, options, mesh, info).run();
 }
 
 Status read_obj(const std::string& path, TriMesh& mesh) {
