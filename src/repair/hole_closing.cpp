@@ -19,13 +19,15 @@ using Loop = std::span<const BoundaryLoops::Entry>;
 // not as a fold, 179 degrees.
 constexpr double kFoldCosine = -0.9998476951563913;
 
-// Angles that differ by less than this in their cosine count as equal, so that rounding does not decide
+// Angles in the same of so many steps of their cosine count as equal, so that rounding does not decide
 // how a flat hole is filled.
-constexpr double kCosineGrain = 1e-7;
+constexpr double kGrains = 1e7;
 
 // Share of the squared length of the diagonals that counts as area: decides where the area does not, and
 // is too small to prefer a larger surface that matters.
 constexpr double kDiagonalShare = 1e-4;
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 /// The undirected edges between rim vertices, old ones and those of new faces.
 class EdgeSet {
@@ -104,29 +106,40 @@ public:
             for (std::size_t i = 0; i + span < n_; ++i) {
                 const std::size_t k = i + span;
                 const bool is_whole = span + 1 == n_;
-                Part& part = part_at(i, k);
-                part = {};
+                Part part;
                 if (is_whole || allowed(rim[i].vertex, rim[k].vertex)) choose(i, k, is_whole, part);
+                set_part(i, k, part);
             }
         }
         const Part& whole = part_at(0, n_ - 1);
-        if (!whole.is_possible || !(whole.plain_area > 0)) return false;
+        if (!whole.is_possible() || !(whole.plain_area > 0)) return false;
         collect(triangles);
         return true;
     }
 
 private:
+    struct Cost {
+        double bend = -kInfinity;  // smallest cosine of a dihedral angle, in grains
+        double area = kInfinity;   // with the share of the diagonals
+
+        bool is_possible() const { return bend > -kInfinity; }
+    };
+
     // The best filling of the rim from entry i to entry k and the edge between them.
-    struct Part {
-        bool is_possible = false;
-        double bend = -2;  // smallest cosine of a dihedral angle, in grains
-        double area = 0;   // with the share of the diagonals
+    struct Part : Cost {
         double plain_area = 0;
         std::size_t apex = 0;  // third entry of the triangle at the edge i-k
         Vec3d normal;          // unit normal of that triangle, or of the mesh face at a rim edge
     };
 
-    Part& part_at(std::size_t i, std::size_t k) { return parts_[i * kMaxHoleEdges + k]; }
+    const Part& part_at(std::size_t i, std::size_t k) const { return parts_[i * n_ + k]; }
+
+    // The costs stand apart from the parts, by either end, so that the search reads them in order.
+    void set_part(std::size_t i, std::size_t k, const Part& part) {
+        parts_[i * n_ + k] = part;
+        costs_from_[i * n_ + k] = part;
+        costs_to_[k * n_ + i] = part;
+    }
 
     // The mesh face at the rim edge from entry i on, as a part without triangles. Its normal is taken as
     // if its winding agreed with the filling.
@@ -140,50 +153,54 @@ private:
             closing_normal_ = normal;
             return;
         }
-        Part& part = part_at(i, next);
-        part = {};
-        part.is_possible = true;
-        part.bend = std::numeric_limits<double>::infinity();
+        Part part;
+        part.bend = kInfinity;
+        part.area = 0;
         part.normal = normal;
+        set_part(i, next, part);
     }
 
     void choose(std::size_t i, std::size_t k, bool is_whole, Part& best) {
         const Vec3d edge = points_[k] - points_[i];
         for (std::size_t m = i + 1; m < k; ++m) {
+            const Cost& left_cost = costs_from_[i * n_ + m];
+            const Cost& right_cost = costs_to_[k * n_ + m];
+            double bend = std::min(left_cost.bend, right_cost.bend);
+            double area = left_cost.area + right_cost.area;
+            // The triangle between them only adds to either.
+            if (bend < best.bend || (bend == best.bend && area >= best.area)) continue;
             const Part& left = part_at(i, m);
             const Part& right = part_at(m, k);
-            if (!left.is_possible || !right.is_possible) continue;
-            double bend = std::min(left.bend, right.bend);
-            if (best.is_possible && bend < best.bend) continue;
             const Vec3d doubled = cross(points_[m] - points_[i], edge);
             const double doubled_area = length(doubled);
             if (!std::isfinite(doubled_area)) continue;
-            const Vec3d normal = doubled_area > 0 ? doubled / doubled_area : Vec3d{};
-            if (!meet(normal, left.normal, bend) || !meet(normal, right.normal, bend)) continue;
-            if (is_whole && !meet(normal, closing_normal_, bend)) continue;
+            Vec3d normal;
+            double cosine =
+                -1;  // a triangle without area has no normal and counts as the sharpest bend
+            if (doubled_area > 0) {
+                normal = doubled / doubled_area;
+                cosine = kInfinity;
+                if (!meet(normal, left.normal, cosine) || !meet(normal, right.normal, cosine)) {
+                    continue;
+                }
+                if (is_whole && !meet(normal, closing_normal_, cosine)) continue;
+            }
+            bend = std::min(bend, std::floor(cosine * kGrains + 0.5));
             const double plain_area = left.plain_area + right.plain_area + doubled_area / 2;
-            double area = left.area + right.area + doubled_area / 2;
+            area += doubled_area / 2;
             if (!is_whole) area += kDiagonalShare * dot(edge, edge);
-            const bool is_better =
-                !best.is_possible || bend > best.bend || (bend == best.bend && area < best.area);
-            if (is_better) best = {true, bend, area, plain_area, m, normal};
+            const bool is_better = bend > best.bend || (bend == best.bend && area < best.area);
+            if (is_better) best = {{bend, area}, plain_area, m, normal};
         }
     }
 
-    // Takes the angle between a new triangle and its neighbour into `bend`; false for a fold. A triangle
-    // without area has no normal and counts as the sharpest bend; a mesh face without area says nothing.
-    static bool meet(Vec3d normal, Vec3d neighbour, double& bend) {
-        const bool has_area = dot(normal, normal) > 0;
-        const bool neighbour_has_area = dot(neighbour, neighbour) > 0;
-        if (!has_area) {
-            bend = std::min(bend, std::floor(-1 / kCosineGrain));
-            return true;
-        }
-        if (!neighbour_has_area) return true;
+    // Takes the angle between a new triangle and its neighbour into the least cosine; false for a fold. A
+    // neighbour without area says nothing.
+    static bool meet(Vec3d normal, Vec3d neighbour, double& least) {
         const double cosine = dot(normal, neighbour);
-        if (!(cosine > kFoldCosine)) return false;
-        bend = std::min(bend, std::floor(cosine / kCosineGrain + 0.5));
-        return true;
+        if (cosine == 0 && !(dot(neighbour, neighbour) > 0)) return true;
+        least = std::min(least, cosine);
+        return cosine > kFoldCosine;
     }
 
     void collect(std::vector<Triangle>& triangles) {
@@ -204,7 +221,10 @@ private:
     std::size_t n_ = 0;
     std::array<Vec3d, kMaxHoleEdges> points_;
     Vec3d closing_normal_;  // of the mesh face at the edge from the last entry to the first
+    // Of the parts from i to k, i < k; by i * n_ + k and k * n_ + i.
     std::array<Part, kMaxHoleEdges * kMaxHoleEdges> parts_;
+    std::array<Cost, kMaxHoleEdges * kMaxHoleEdges> costs_from_;
+    std::array<Cost, kMaxHoleEdges * kMaxHoleEdges> costs_to_;
 };
 
 Box3d box_of(const TriMesh& mesh, Loop rim) {
