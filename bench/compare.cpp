@@ -22,6 +22,7 @@ struct Result {
     double items_per_second = 0;
     double floor_ms = 0;
     double bytes_per_triangle = 0;
+    double file_bytes = 0;
 };
 
 // By operation, then input: benchmarks are named operation/input, and /real_time may follow.
@@ -49,6 +50,16 @@ constexpr std::array kLimits = {
     Limit{"detect, to admesh's exact check", "detect", "detect_admesh", "", 1.0},
     Limit{"detect, random to file order", "detect", "detect", "_random", 4.0},
     Limit{"write binary STL, to admesh", "write_stl", "write_stl_admesh", "", 0.5},
+    Limit{"repair from the soup, to CGAL", "repair", "repair_cgal", "", 0.4},
+    Limit{"closing holes, to CGAL triangulate_hole", "close_holes", "close_holes_cgal", "", 1.0},
+    Limit{"read OBJ, to assimp", "read_obj", "read_obj_assimp", "", 0.5},
+    Limit{"read OBJ, indices resolved, to assimp", "read_exact_obj", "read_exact_obj_assimp", "",
+          0.5},
+    Limit{"write OBJ for hosts, to admesh", "write_obj", "write_obj_admesh", "", 0.6},
+    Limit{"write exact OBJ, to admesh", "write_exact_obj", "write_obj_admesh", "", 0.6},
+    Limit{"separating shells, to CGAL split_connected_components", "separate", "separate_cgal", "",
+          0.02},
+    Limit{"grouping shells, to CGAL intersecting_meshes", "group", "group_cgal", "", 0.5},
 };
 constexpr double kBytesPerTriangle = 160;
 
@@ -83,6 +94,7 @@ void read_results(const char* path, Results& results) {
         const double elapsed = entry.at("real_time");
         result.items_per_second = entry.value("items_per_second", 0.0) * elapsed / milliseconds;
         result.floor_ms = entry.value("floor_ms", 0.0);
+        result.file_bytes = entry.value("bytes", 0.0);
     }
 }
 
@@ -119,6 +131,27 @@ void print_limits(const Results& results, Tally& tally) {
             std::printf("| %s | %s | %.2f | %.2f | %.2f | %.2f | %s |\n", limit.what, input.c_str(),
                         ours.milliseconds, other->milliseconds, ratio, limit.at_most,
                         tally.count(ratio <= limit.at_most));
+        }
+    }
+}
+
+// Text into a mesh, by the byte, beside ASCII STL.
+void print_text(const Results& results, Tally& tally) {
+    bool is_first = true;
+    for (const char* operation : {"read_obj", "read_exact_obj"}) {
+        const auto inputs = results.find(operation);
+        if (inputs == results.end()) continue;
+        for (const auto& [input, obj] : inputs->second) {
+            const Result* stl = find(results, "read_ascii_mesh", input);
+            if (stl == nullptr) continue;
+            if (is_first)
+                std::puts("\n| reading | input | ns a byte | ASCII STL | ratio | holds |");
+            if (is_first) std::puts("|---|---|--:|--:|--:|---|");
+            is_first = false;
+            const double ours = 1e6 * obj.milliseconds / obj.file_bytes;
+            const double yardstick = 1e6 * stl->milliseconds / stl->file_bytes;
+            std::printf("| %s | %s | %.2f | %.2f | %.2f | %s |\n", operation, input.c_str(), ours,
+                        yardstick, ours / yardstick, tally.count(ours <= yardstick));
         }
     }
 }
@@ -190,6 +223,7 @@ int main(int argc, char** argv) try {
     for (int i = 1; i < argc; ++i) read_results(argv[i], results);
     Tally tally;
     print_limits(results, tally);
+    print_text(results, tally);
     print_memory(results, tally);
     print_picture(results, tally);
     print_floors(results);

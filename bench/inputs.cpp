@@ -1,5 +1,6 @@
 #include "inputs.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -14,6 +15,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "io/obj.h"
 #include "io/stl.h"
 
 namespace povmesh::bench {
@@ -46,23 +48,99 @@ bool remove_suffix(std::string& text, std::string_view suffix) {
     return true;
 }
 
-fs::path model_file(const std::string& name) {
-    const char* folder = std::getenv("POVMESH_MODELS");
-    return folder == nullptr ? fs::path() : fs::path(folder) / (name + ".stl");
+shapes::SoupVector soup_of(const TriMesh& mesh) {
+    shapes::SoupVector soup;
+    soup.reserve(mesh.faces.size() * 9);
+    for (const Face& face : mesh.faces) {
+        for (std::size_t corner = 0; corner < 3; ++corner) {
+            const Vec3f p = mesh.corner_position(face, corner);
+            soup.insert(soup.end(), {p.x, p.y, p.z});
+        }
+    }
+    return soup;
+}
+
+// The vertices of all faces at some vertices.
+std::vector<std::size_t> grown(const TriMesh& mesh, const std::vector<std::size_t>& vertices) {
+    std::set<std::size_t> result;
+    for (const std::size_t v : vertices) {
+        for (const Use& use : mesh.uses(v)) {
+            for (const std::int32_t corner : mesh.faces[use.face()].vertex) {
+                result.insert(static_cast<std::size_t>(corner));
+            }
+        }
+    }
+    return {result.begin(), result.end()};
+}
+
+// Takes the faces around random vertices out, up to three rings of them; no two rims touch.
+shapes::SoupVector holed(const shapes::SoupVector& rock) {
+    constexpr std::array kHolesOfRings = {440, 40, 20};
+    TriMesh mesh = shapes::mesh_of(rock);
+    ensure_uses(mesh);
+    shapes::Random random(4);
+    std::vector<bool> is_taken(mesh.vertices.size(), false);
+    for (std::size_t rings = kHolesOfRings.size(); rings > 0; --rings) {
+        for (int left = kHolesOfRings[rings - 1]; left > 0;) {
+            std::vector<std::size_t> inner = {random.below(mesh.vertices.size())};
+            for (std::size_t i = 1; i < rings; ++i) inner = grown(mesh, inner);
+            const std::vector<std::size_t> whole = grown(mesh, inner);
+            if (std::any_of(whole.begin(), whole.end(), [&](auto v) { return is_taken[v]; })) {
+                continue;
+            }
+            for (const std::size_t v : whole) is_taken[v] = true;
+            for (const std::size_t v : inner) {
+                for (const Use& use : mesh.uses(v)) mesh.faces[use.face()].deleted = 1;
+            }
+            --left;
+        }
+    }
+    std::erase_if(mesh.faces, [](const Face& face) { return face.deleted != 0; });
+    return soup_of(mesh);
+}
+
+shapes::SoupVector broken(shapes::SoupVector soup) {
+    constexpr double kTwice = 0.005;
+    constexpr double kTurned = 0.012;
+    const std::size_t count = soup.size();
+    shapes::Random random(5);
+    for (std::size_t i = 0; i < count; i += 9) {
+        const auto corner = [&](std::size_t c) {
+            return soup.begin() + static_cast<std::ptrdiff_t>(i + 3 * c);
+        };
+        if (random.unit() < kTurned) std::swap_ranges(corner(0), corner(1), corner(1));
+        if (random.unit() < kTwice) {
+            const shapes::SoupVector face(corner(0), corner(3));
+            soup.insert(soup.end(), face.begin(), face.end());
+        }
+    }
+    return soup;
 }
 
 shapes::SoupVector read_model(const std::string& name) {
     RunLog log;
     RunContext run{{}, log};
+    const std::string path = model_file(name);
+    if (path.empty()) throw std::runtime_error("no input " + name);
+    TriMesh mesh;
+    if (path.ends_with(".obj")) {
+        const Status status = read_obj(path, mesh);
+        if (!status.ok()) throw std::runtime_error(status.text());
+        return soup_of(mesh);
+    }
     Array<float> coordinates;
     StlInfo info;
-    const Status status = read_stl_soup(model_file(name).string(), {}, run, coordinates, info);
+    const Status status = read_stl_soup(path, {}, run, coordinates, info);
     if (!status.ok()) throw std::runtime_error(status.text());
     return {coordinates.begin(), coordinates.end()};
 }
 
 shapes::SoupVector make_soup(std::string name) {
     if (remove_suffix(name, "_random")) return shapes::shuffled(soup(name), 1);
+    for (const std::string size : {"82k", "328k"}) {
+        if (name == "holed_" + size) return holed(soup("rock_" + size));
+        if (name == "broken_" + size) return broken(soup("holed_" + size));
+    }
     if (name.starts_with("rock_")) {
         for (int levels = 4; levels <= 9; ++levels) {
             const double thousands = 0.02 * std::pow(4, levels);
@@ -182,12 +260,23 @@ std::size_t triangle_count(const std::string& input) {
     return soup(input).size() / 9;
 }
 
-std::vector<std::string> models() {
-    std::vector<std::string> names;
-    for (const char* name : {"benchy", "scorpion", "hammer", "ct_skull"}) {
-        if (fs::exists(model_file(name))) names.emplace_back(name);
+std::string model_file(const std::string& name) {
+    const char* folder = std::getenv("POVMESH_MODELS");
+    if (folder == nullptr) return {};
+    for (const char* ending : {".stl", ".obj"}) {
+        const fs::path path = fs::path(folder) / (name + ending);
+        if (fs::exists(path)) return path.string();
     }
+    return {};
+}
+
+std::vector<std::string> existing_models(std::vector<std::string> names) {
+    std::erase_if(names, [](const std::string& name) { return model_file(name).empty(); });
     return names;
+}
+
+std::vector<std::string> models() {
+    return existing_models({"benchy", "scorpion", "hammer", "ct_skull"});
 }
 
 std::vector<std::string> compared_inputs() {

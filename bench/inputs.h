@@ -20,7 +20,9 @@ namespace povmesh::bench {
 /// - "fan_100k", "fan_200k": all triangles share a vertex and form a ring;
 /// - "star_100k", "star_200k": all triangles share a vertex, but no edge;
 /// - "book_100k", "book_200k": all triangles share an edge;
-/// - any of `models()`;
+/// - "holed_82k", "holed_328k": that rock with 500 holes of 5 to 18 edges;
+/// - "broken_82k", "broken_328k": the same with 0.5 % of its faces twice and 1.2 % turned over;
+/// - any model of the folder, see `model_file`;
 /// - each of them followed by "_random": the same triangles in random order.
 const shapes::SoupVector& soup(const std::string& input);
 
@@ -29,8 +31,14 @@ const TriMesh& mesh(const std::string& input);
 
 std::size_t triangle_count(const std::string& input);
 
-/// Those of benchy.stl, scorpion.stl, hammer.stl and ct_skull.stl that lie in the folder that the
-/// environment variable POVMESH_MODELS names, without ".stl".
+/// The file NAME.stl or NAME.obj in the folder that the environment variable POVMESH_MODELS names;
+/// empty when there is none.
+std::string model_file(const std::string& name);
+
+/// Those of the names that have a model file.
+std::vector<std::string> existing_models(std::vector<std::string> names);
+
+/// Those of benchy, scorpion, hammer and ct_skull that have one.
 std::vector<std::string> models();
 
 /// Inputs for comparisons: rocks of 328 thousand and 1.3 million triangles, both in random order

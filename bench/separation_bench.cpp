@@ -83,7 +83,7 @@ SoupVector make(const std::string& name) {
     if (name == "bubbles_10k") {  // a large rock around small ones
         SoupVector soup = shapes::rock(700, 8);
         shapes::append(soup, rocks(10000, 0, 30, 0));
-        for (std::size_t i = 20 * 65536 * 9; i < soup.size(); ++i) soup[i] -= 315;
+        for (std::size_t i = std::size_t{20} * 65536 * 9; i < soup.size(); ++i) soup[i] -= 315;
         return soup;
     }
     return soup(name);
@@ -217,9 +217,9 @@ void self_intersections_cgal(benchmark::State& state, const std::string& name) {
 void add_own(const std::string& operation, const std::vector<std::string>& names,
              Function function) {
     for (const std::string& name : names) {
+        const std::string title = std::string(operation).append("/").append(name);
         benchmark::RegisterBenchmark(
-            (operation + "/" + name).c_str(),
-            [function, name](benchmark::State& state) { function(state, name); })
+            title.c_str(), [function, name](benchmark::State& state) { function(state, name); })
             ->Unit(benchmark::kMillisecond)
             ->UseRealTime();
     }
