@@ -1,23 +1,19 @@
 // povmesh check: what is in a model, and whether it is fit to print.
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <cstdint>
-#include <limits>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <utility>
+#include <string_view>
 #include <vector>
 
 #include "cli/commands.h"
-#include "cli/findings.h"
+#include "cli/findings_report.h"
+#include "cli/mending.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
 
 namespace povmesh::cli {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 struct Report {
     std::string path;
@@ -26,6 +22,7 @@ struct Report {
     std::size_t triangles = 0;  // in the file
     std::size_t dropped_triangles = 0;
     std::vector<std::string> warnings;
+    std::vector<std::string> suggestions;
     Findings findings;
 
     ExitStatus status() const {
@@ -34,7 +31,7 @@ struct Report {
     }
 };
 
-Report check_file(const std::string& path, const Console& console) {
+Report check_file(const std::string& path, SelfIntersectionSearch search, const Console& console) {
     Report report;
     report.path = path;
     ProgressLine line(console, path);
@@ -42,102 +39,32 @@ Report check_file(const std::string& path, const Console& console) {
         LoadedModel model;
         report.failure = load_model(path, line.progress(), model);
         if (!report.failure.empty()) return report;
-        report.format = model.format();
-        report.triangles = model.info.triangles;
+        report.format = model.format;
+        report.triangles = model.triangles;
         report.dropped_triangles = model.dropped_triangles();
         report.warnings = load_warnings(model);
-        report.findings = examine(model.mesh, line.progress());
+        report.findings = examine(model.mesh, line.progress(), search);
+        report.suggestions = suggestions(model.mesh, report.findings);
     } catch (...) {
         report.failure = failure_text(path);
     }
     return report;
 }
 
-// The table: a label and a value a line.
-
-using Row = std::pair<std::string_view, std::string>;
-
-// In double: the extent of finite floats need not be a finite float.
-std::array<double, 3> extent(const Box3f& box) {
-    const auto along = [](float low, float high) {
-        const double length = static_cast<double>(high) - static_cast<double>(low);
-        return length > std::numeric_limits<float>::max()
-                   ? length
-                   : shortest_double(static_cast<float>(length));
+std::string table(const Report& report, bool with_warnings) {
+    std::vector<Row> rows = {{"format", std::string(report.format)},
+                             {"triangles", with_separators(report.triangles)}};
+    const auto append = [&](const std::vector<Row>& more) {
+        rows.insert(rows.end(), more.begin(), more.end());
     };
-    return {along(box.low.x, box.high.x), along(box.low.y, box.high.y),
-            along(box.low.z, box.high.z)};
-}
-
-std::string size_text(const Findings& findings) {
-    if (findings.box.is_empty()) return "none";
-    const auto [x, y, z] = extent(findings.box);
-    return human_number(x) + " x " + human_number(y) + " x " + human_number(z);
-}
-
-std::string volume_text(const Findings& findings) {
-    if (!std::isfinite(findings.volume)) return "unknown";
-    std::string text = human_number(findings.volume);
-    if (!findings.is_closed) return text + " (not exact: the surface is open)";
-    if (findings.volume < 0) return text + " (negative: wound inward)";
-    return text;
-}
-
-// "3", or "3 (1 edge)" where something else counted says more.
-std::string count_text(std::size_t count, std::size_t other, const std::string& counted_other) {
-    return with_separators(count) + (other != 0 ? " (" + counted_other + ")" : "");
-}
-
-std::string verdict(const Findings& findings) {
-    std::string flaws;
-    const auto add = [&](std::size_t count, std::string_view one, std::string_view several = {}) {
-        if (count != 0) flaws += (flaws.empty() ? "flaws: " : ", ") + counted(count, one, several);
-    };
-    add(findings.flaws.inverted, "inverted face");
-    if (findings.flaws.inverted == 0) {
-        add(findings.turned_edges, "edge of opposite windings", "edges of opposite windings");
-    }
-    add(findings.open_edges, "open edge");
-    add(findings.non_manifold_edges, "non-manifold edge");
-    add(findings.flaws.degenerate, "degenerate face");
-    add(findings.inside_out_shells, "inside-out shell");
-    add(findings.misplaced_vertices, "misplaced vertex", "misplaced vertices");
-    return flaws.empty() ? "clean" : flaws;
-}
-
-std::vector<Row> table_rows(const Report& report, bool with_warnings) {
-    const Findings& f = report.findings;
-    std::vector<Row> rows = {
-        {"format", std::string(report.format)},
-        {"triangles", with_separators(report.triangles)},
-        {"vertices", with_separators(f.vertices)},
-        {"shells", count_text(f.shells, f.cavities, counted(f.cavities, "cavity", "cavities"))},
-        {"size", size_text(f)},
-        {"volume", volume_text(f)},
-        {"closed", f.is_closed ? "yes" : "no"},
-        {"inverted faces", with_separators(f.flaws.inverted)},
-        {"open edges", with_separators(f.open_edges)},
-        {"non-manifold faces", count_text(f.flaws.non_manifold, f.non_manifold_edges,
-                                          counted(f.non_manifold_edges, "edge"))},
-        {"degenerate faces", with_separators(f.flaws.degenerate)},
-        {"inside-out shells", with_separators(f.inside_out_shells)},
-        {"verdict", verdict(f)}};
+    append(finding_rows(report.findings));
+    rows.emplace_back("verdict", verdict(report.findings));
+    append(where_rows(report.findings));
+    for (const std::string& line : report.suggestions) rows.emplace_back("suggestion", line);
     if (with_warnings) {
         for (const std::string& warning : report.warnings) rows.emplace_back("warning", warning);
     }
-    return rows;
-}
-
-std::string table(const Report& report, bool with_warnings) {
-    const std::vector<Row> rows = table_rows(report, with_warnings);
-    std::size_t width = 0;
-    for (const Row& row : rows) width = std::max(width, row.first.size());
-    std::string text = on_one_line(report.path) + "\n";
-    for (const auto& [label, value] : rows) {
-        text +=
-            "  " + std::string(label) + std::string(width + 2 - label.size(), ' ') + value + "\n";
-    }
-    return text;
+    return on_one_line(report.path) + "\n" + table_text(rows);
 }
 
 std::string summary(const std::vector<ExitStatus>& statuses) {
@@ -151,15 +78,6 @@ std::string summary(const std::vector<ExitStatus>& statuses) {
 
 // JSON. The keys are a promise to scripts: add, but do not rename.
 
-Json vector_json(Vec3f v) {
-    return {shortest_double(v.x), shortest_double(v.y), shortest_double(v.z)};
-}
-
-Json box_json(const Box3f& box) {
-    if (box.is_empty()) return nullptr;
-    return {{"low", vector_json(box.low)}, {"high", vector_json(box.high)}};
-}
-
 Json to_json(const Report& report) {
     Json json = {{"file", report.path}};
     if (!report.failure.empty()) {
@@ -172,29 +90,10 @@ Json to_json(const Report& report) {
     json["format"] = report.format;
     json["triangles"] = report.triangles;
     json["dropped_triangles"] = report.dropped_triangles;
-    json["vertices"] = f.vertices;
-    json["shells"] = f.shells;
-    json["cavities"] = f.cavities;
-    json["size"] = f.box.is_empty() ? Json() : Json(extent(f.box));
-    json["box"] = box_json(f.box);
-    json["volume"] = std::isfinite(f.volume) ? Json(f.volume) : Json();
-    json["closed"] = f.is_closed;
-    json["flaws"] = {{"inverted_faces", f.flaws.inverted},
-                     {"open_edges", f.open_edges},
-                     {"open_edge_corners", f.flaws.open_edges},
-                     {"non_manifold_faces", f.flaws.non_manifold},
-                     {"non_manifold_edges", f.non_manifold_edges},
-                     {"degenerate_faces", f.flaws.degenerate},
-                     {"turned_edges", f.turned_edges},
-                     {"inside_out_shells", f.inside_out_shells},
-                     {"misplaced_vertices", f.misplaced_vertices}};
+    add_findings(json, f);
+    json["suggestions"] = report.suggestions;
     json["warnings"] = report.warnings;
     return json;
-}
-
-// A file name that is not UTF-8 gets replacement characters; JSON has no other way.
-std::string dump(const Json& json) {
-    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace
@@ -202,10 +101,13 @@ std::string dump(const Json& json) {
 int run_check(const Arguments& arguments, Console& console) {
     const std::vector<std::string>& paths = arguments.all("FILE");
     const bool as_json = arguments.has("--json");
+    const SelfIntersectionSearch search = arguments.has("--self-intersections")
+                                              ? SelfIntersectionSearch::Always
+                                              : SelfIntersectionSearch::UpToQuickFaces;
     Json json = Json::array();
     std::vector<ExitStatus> statuses;
     for (const std::string& path : paths) {
-        const Report report = check_file(path, console);
+        const Report report = check_file(path, search, console);
         if (!report.failure.empty()) console.error(report.failure);
         if (as_json) {
             json.push_back(to_json(report));
@@ -215,7 +117,7 @@ int run_check(const Arguments& arguments, Console& console) {
         statuses.push_back(report.status());
     }
     if (as_json) {
-        console.print(dump(json));
+        console.print(json_text(json));
     } else if (paths.size() > 1) {
         console.print(summary(statuses));
     }

@@ -9,6 +9,8 @@ namespace povmesh::cli {
 int run_check(const Arguments& arguments, Console& console);
 int run_convert(const Arguments& arguments, Console& console);
 int run_render(const Arguments& arguments, Console& console);
+int run_repair(const Arguments& arguments, Console& console);
+int run_split(const Arguments& arguments, Console& console);
 int run_version(const Arguments& arguments, Console& console);
 
 }  // namespace povmesh::cli

@@ -77,7 +77,7 @@ std::string usage(const OperationSpec& operation) {
 std::string help_text() {
     std::string text =
         "Usage: povmesh OPERATION [OPTIONS] ...\n\n"
-        "Checks, converts and draws triangle models for 3D printing.\n";
+        "Checks, repairs, splits, converts and draws triangle models for 3D printing.\n";
     std::vector<Entry> entries;
     for (const OperationSpec& operation : operations()) {
         entries.emplace_back(operation.name, operation.summary);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 
 #include "cli/commands.h"
 
@@ -16,6 +17,12 @@ bool parse_positive(std::string_view text, int& number) {
 
 std::string whole(double number) {
     return std::to_string(static_cast<long long>(number));
+}
+
+// "16 to 8192", "at least 0".
+std::string range(const OptionSpec& option) {
+    if (option.high == kNoLimit) return "at least " + whole(option.low);
+    return whole(option.low) + " to " + whole(option.high);
 }
 
 std::string join(std::span<const std::string_view> words, std::string_view between) {
@@ -40,7 +47,7 @@ std::span<const OptionSpec> common_options() {
 std::span<const ExitStatusSpec> exit_statuses() {
     static constexpr std::array<ExitStatusSpec, 5> kStatuses = {{
         {Clean, "done, and nothing is wrong"},
-        {Flawed, "a model has flaws"},
+        {Flawed, "a model has flaws, or nothing would be left of it"},
         {Usage, "the command line is wrong"},
         {CannotRead, "a file cannot be read, or is not a model"},
         {CannotWrite, "a result cannot be written"},
@@ -49,33 +56,92 @@ std::span<const ExitStatusSpec> exit_statuses() {
 }
 
 std::span<const OperationSpec> operations() {
-    static const std::array<OperationSpec, 4> table = {
+    static const std::array<OperationSpec, 6> table = {
         OperationSpec{
             .name = "check",
             .summary = "Tell whether models are fit to print",
             .description =
-                "Reads each STL file and prints its size, its volume and the flaws that a printer "
-                "trips over.",
-            .positionals = {{"FILE", true, "STL files, binary or ASCII"}},
+                "Reads each file and prints its size, its volume, the flaws that a printer trips "
+                "over, where they are and what repair would do about them.",
+            .positionals = {{"FILE", true, "STL files, binary or ASCII, and OBJ files"}},
             .options = {{.name = "--json",
-                         .help = "Print one JSON array with an object for each file"}},
+                         .help = "Print one JSON array with an object for each file"},
+                        {.name = "--self-intersections",
+                         .help = "Count faces that cut through each other also in models of more "
+                                 "than 2,000,000 triangles"}},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_check},
         OperationSpec{
-            .name = "convert",
-            .summary = "Write a model as binary STL",
+            .name = "repair",
+            .summary = "Make a model fit to print",
             .description =
-                "Reads binary or ASCII STL and writes binary STL. IN and OUT may be the same file; "
-                "OUT is replaced only when the new content is complete.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII"},
-                            {"OUT", false, "File to write; its name ends in .stl"}},
+                "Removes duplicate faces, closes holes of up to 50 edges and turns faces outward; "
+                "cavities stay cavities. Reads the result back and prints what was wrong, what was "
+                "done and what is left. IN and OUT may be the same file; OUT is replaced only when "
+                "the new content is complete.",
+            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
+            .options = {{.name = "--output",
+                         .short_name = "-o",
+                         .type = ValueType::Text,
+                         .placeholder = "OUT",
+                         .is_required = true,
+                         .help = "File to write; its name ends in .stl or .obj"},
+                        {.name = "--drop-tiny",
+                         .type = ValueType::Number,
+                         .placeholder = "VOLUME",
+                         .unit = "cubed units of the file",
+                         .low = 0,
+                         .high = kNoLimit,
+                         .help = "Drop shells that are smaller than a cube of this volume, in "
+                                 "volume and in area"},
+                        {.name = "--outward", .help = "Turn cavities outward, too"},
+                        {.name = "--json", .help = "Print one JSON object"}},
+            .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+            .run = run_repair},
+        OperationSpec{
+            .name = "split",
+            .summary = "Write each model of a file as a file of its own",
+            .description =
+                "Shells that touch or cut through each other are one model, and a cavity goes with "
+                "the body around it. Writes DIR/NAME_001.stl and so on, NAME being that of IN.",
+            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
+            .options = {{.name = "--output",
+                         .short_name = "-o",
+                         .type = ValueType::Text,
+                         .placeholder = "DIR",
+                         .is_required = true,
+                         .help = "Folder to write to; it is made when it is not there"},
+                        {.name = "--min-volume",
+                         .type = ValueType::Number,
+                         .placeholder = "VOLUME",
+                         .unit = "cubed units of the file",
+                         .default_value = "0",
+                         .low = 0,
+                         .high = kNoLimit,
+                         .help = "Leave out models of less volume"},
+                        {.name = "--format",
+                         .type = ValueType::Choice,
+                         .placeholder = "FORMAT",
+                         .choices = {"stl", "obj"},
+                         .help = "Format to write, by default that of IN"},
+                        {.name = "--json", .help = "Print one JSON object"}},
+            .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+            .run = run_split},
+        OperationSpec{
+            .name = "convert",
+            .summary = "Write a model in another format",
+            .description =
+                "Reads STL, binary or ASCII, or OBJ and writes binary STL or OBJ. IN and OUT may "
+                "be the same file; OUT is replaced only when the new content is complete.",
+            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"},
+                            {"OUT", false, "File to write; its name ends in .stl or .obj"}},
             .statuses = {Clean, Usage, CannotRead, CannotWrite},
             .run = run_convert},
         OperationSpec{
             .name = "render",
             .summary = "Draw a picture of a model",
             .description = "Draws the model in parallel projection and writes a PNG file.",
-            .positionals = {{"FILE", false, "STL file, binary or ASCII"}},
+            .positionals = {{"FILE", false, "STL file, binary or ASCII, or OBJ file"}},
             .options = {{.name = "--output",
                          .short_name = "-o",
                          .type = ValueType::Text,
@@ -96,6 +162,10 @@ std::span<const OperationSpec> operations() {
                          .default_value = "iso",
                          .choices = {"iso", "front", "back", "left", "right", "top", "bottom"},
                          .help = "Side to look from; z is up, front looks along y"},
+                        {.name = "--compare",
+                         .type = ValueType::Text,
+                         .placeholder = "OTHER",
+                         .help = "Draw another model, seen the same way, on the right"},
                         {.name = "--flaws", .help = "Draw the flaws in colour, print the legend"}},
             .statuses = {Clean, Usage, CannotRead, CannotWrite},
             .run = run_render},
@@ -112,7 +182,7 @@ std::string full_help(const OptionSpec& option) {
     const auto note = [&](const std::string& text) { notes += (notes.empty() ? "" : ", ") + text; };
     if (!option.unit.empty()) note(std::string(option.unit));
     if (!option.choices.empty()) note("one of " + join(option.choices, " "));
-    if (option.low < option.high) note(whole(option.low) + " to " + whole(option.high));
+    if (option.low < option.high) note(range(option));
     if (!option.default_value.empty()) note("default " + std::string(option.default_value));
     if (option.is_required) note("must be given");
     return std::string(option.help) + (notes.empty() ? "" : " (" + notes + ")");
@@ -132,7 +202,21 @@ std::string value_error(const OptionSpec& option, const std::string& value) {
                    std::string(option.unit) + " each";
         }
     }
+    if (option.type == ValueType::Number) {
+        const double number = parse_number(value);
+        if (!(number >= option.low && number <= option.high)) {
+            return "'" + value + "' is not a number of " + range(option);
+        }
+    }
     return {};
+}
+
+double parse_number(std::string_view text) {
+    double number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool is_number =
+        error == std::errc() && end == text.data() + text.size() && std::isfinite(number);
+    return is_number ? number : std::numeric_limits<double>::quiet_NaN();
 }
 
 PixelSize parse_pixel_size(std::string_view text) {

@@ -1,6 +1,7 @@
 // The table of what the tool can do: help, man page and shell completion are all made from it.
 #pragma once
 
+#include <limits>
 #include <map>
 #include <span>
 #include <string>
@@ -31,7 +32,10 @@ enum class ValueType {
     Text,       // anything, such as a file name
     Choice,     // one of `choices`
     PixelSize,  // WIDTHxHEIGHT, each from `low` to `high`
+    Number,     // decimal, from `low` to `high`
 };
+
+constexpr double kNoLimit = std::numeric_limits<double>::max();
 
 /// One option. A field that does not apply is empty.
 struct OptionSpec {
@@ -42,7 +46,7 @@ struct OptionSpec {
     std::string_view unit = {};           // "pixels"
     std::string_view default_value = {};  // as the user would write it
     double low = 0;                       // range of a number, both ends included
-    double high = 0;
+    double high = 0;                      // may be kNoLimit
     std::vector<std::string_view> choices = {};
     bool is_required = false;
     std::string_view help = {};
@@ -79,6 +83,9 @@ std::string full_help(const OptionSpec& option);
 /// Empty when the value fits the option, else what is wrong with it.
 std::string value_error(const OptionSpec& option, const std::string& value);
 
+/// Reads a value of type Number; not a number when it is none. The decimal point is a point.
+double parse_number(std::string_view text);
+
 /// What the user gave, defaults filled in. An option without a default that was not given has no
 /// value.
 class Arguments {
@@ -92,6 +99,7 @@ public:
         return values_.at(std::string(name));
     }
     const std::string& text(std::string_view name) const { return all(name).front(); }
+    double number(std::string_view name) const { return parse_number(text(name)); }
 
 private:
     std::map<std::string, std::vector<std::string>> values_;

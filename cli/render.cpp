@@ -1,9 +1,11 @@
 // povmesh render: a picture of a model, with its flaws in colour when asked.
+#include <algorithm>
 #include <array>
-#include <exception>
+#include <cmath>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "cli/commands.h"
 #include "cli/findings.h"
@@ -31,16 +33,17 @@ View view_named(std::string_view name) {
 }
 
 // What the colours of the picture mean, for the flaws that there are. The words follow the palette.
-std::string legend(const Findings& findings, const FlawFaces& faces) {
+std::string legend_of(const Findings& findings, const FlawFaces& faces) {
     std::string text;
-    const auto add = [&](std::string_view colour, std::size_t count, std::string_view what) {
+    const auto add = [&](std::string_view colour, std::uint64_t count, std::string_view what) {
         if (count != 0) text += "  " + std::string(colour) + counted(count, what) + "\n";
     };
     add("red faces:     ", faces.inverted.size(), "inverted face");
-    add("orange lines:  ", findings.open_edges, "open edge");
-    add("purple lines:  ", findings.non_manifold_edges, "non-manifold edge");
-    add("teal dots:     ", findings.flaws.degenerate, "degenerate face");
-    if (findings.open_edges != 0) text += "  blue faces:    the inside, seen through an opening\n";
+    add("orange lines:  ", findings[Flaw::OpenEdges].count, "open edge");
+    add("purple lines:  ", findings[Flaw::NonManifoldEdges].count, "non-manifold edge");
+    add("teal dots:     ", findings.detected.degenerate, "degenerate face");
+    if (findings[Flaw::OpenEdges].count != 0)
+        text += "  blue faces:    the inside, seen through an opening\n";
     return text.empty() ? "  no flaws to show\n" : text;
 }
 
@@ -51,57 +54,113 @@ Status write_file(const std::string& path, const Array<char>& content) {
     return file.commit();
 }
 
-struct Picture {
-    Array<char> png;
+Box3d box_of(const TriMesh& mesh) {
+    Box3d box;
+    for (const Vertex& vertex : mesh.vertices) {
+        const Vec3d p = to_double(vertex.position());
+        if (std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z)) box.widen(p);
+    }
+    return box;
+}
+
+// A model of the picture and what is to be said about it.
+struct Subject {
+    LoadedModel loaded;
     std::string legend;
+
+    Image draw(const RenderOptions& options, bool with_flaws) {
+        povmesh::Model model;
+        model.mesh = &loaded.mesh;
+        model.use_face_colours = has_colours(loaded.mesh);
+        if (with_flaws) {
+            FlawFaces faces;
+            const Findings findings =
+                examine(loaded.mesh, {}, SelfIntersectionSearch::Never, &faces);
+            model.overlay = flaw_overlay(loaded.mesh, faces);
+            legend = legend_of(findings, faces);
+        }
+        return render({model}, options);
+    }
 };
 
-Picture draw(LoadedModel& loaded, const Arguments& arguments, Progress progress) {
-    Picture picture;
-    povmesh::Model model;
-    model.mesh = &loaded.mesh;
-    if (arguments.has("--flaws")) {
-        FlawFaces faces;
-        const Findings findings = examine(loaded.mesh, progress, &faces);
-        model.overlay = flaw_overlay(loaded.mesh, faces);
-        picture.legend = legend(findings, faces);
+// Width of the line between two pictures.
+constexpr std::uint32_t kGap = 2;
+constexpr std::uint8_t kGapGrey = 150;
+
+Image beside(const Image& left, const Image& right, std::uint32_t width) {
+    Image both;
+    both.width = width;
+    both.height = left.height;
+    both.rgb.assign(std::size_t{width} * left.height * 3, kGapGrey);
+    for (std::size_t row = 0; row < left.height; ++row) {
+        const auto copy = [&](const Image& from, std::size_t column) {
+            const std::size_t bytes = std::size_t{from.width} * 3;
+            std::copy_n(from.rgb.begin() + static_cast<std::ptrdiff_t>(row * bytes), bytes,
+                        both.rgb.begin() + static_cast<std::ptrdiff_t>((row * width + column) * 3));
+        };
+        copy(left, 0);
+        copy(right, width - right.width);
     }
+    return both;
+}
+
+// One model fills the picture; two stand side by side, seen by the same camera.
+Image draw(std::vector<Subject>& subjects, const Arguments& arguments) {
     const PixelSize size = parse_pixel_size(arguments.text("--size"));
+    const bool with_flaws = arguments.has("--flaws");
     RenderOptions options;
     options.width = static_cast<std::uint32_t>(size.width);
     options.height = static_cast<std::uint32_t>(size.height);
     options.view = view_named(arguments.text("--view"));
-    picture.png = encode_png(render({model}, options));
-    return picture;
+    if (subjects.size() == 1) return subjects[0].draw(options, with_flaws);
+    for (const Subject& subject : subjects) {
+        const Box3d box = box_of(subject.loaded.mesh);
+        if (box.is_empty()) continue;
+        options.frame.widen(box.low);
+        options.frame.widen(box.high);
+    }
+    const std::uint32_t width = options.width;
+    options.width = (width - kGap) / 2;
+    return beside(subjects[0].draw(options, with_flaws), subjects[1].draw(options, with_flaws),
+                  width);
+}
+
+// Reads the models and draws them; one line for the user when that fails, else empty.
+std::string make_png(const std::vector<std::string>& paths, const Arguments& arguments,
+                     Progress progress, std::vector<Subject>& subjects, Array<char>& png) {
+    for (const std::string& path : paths) {
+        std::string failure = load_model(path, progress, subjects.emplace_back().loaded);
+        if (!failure.empty()) return failure;
+    }
+    try {
+        png = encode_png(draw(subjects, arguments));
+    } catch (...) {
+        return failure_text(paths.front());
+    }
+    return {};
 }
 
 }  // namespace
 
 int run_render(const Arguments& arguments, Console& console) {
-    const std::string& source = arguments.text("FILE");
+    std::vector<std::string> paths = {arguments.text("FILE")};
+    if (arguments.has("--compare")) paths.push_back(arguments.text("--compare"));
     const std::string& target = arguments.text("--output");
     if (!has_extension(target, ".png")) {
         console.error(target + ": only PNG can be drawn; give a name that ends in .png");
         return Usage;
     }
-    ProgressLine line(console, source);
-    LoadedModel model;
-    Picture picture;
-    std::string failure = load_model(source, line.progress(), model);
-    if (failure.empty()) {
-        try {
-            picture = draw(model, arguments, line.progress());
-        } catch (...) {
-            failure = failure_text(source);
-        }
-    }
+    ProgressLine line(console, paths.front());
+    std::vector<Subject> subjects;
+    Array<char> png;
+    const std::string failure = make_png(paths, arguments, line.progress(), subjects, png);
     line.stop();
     if (!failure.empty()) {
         console.error(failure);
         return CannotRead;
     }
-    warn_of(model, console);
-    if (const Status status = write_file(target, picture.png); !status.ok()) {
+    for (const Subject& subject : subjects) warn_of(subject.loaded, console);
+    if (const Status status = write_file(target, png); !status.ok()) {
         console.error(status.text());
         return CannotWrite;
     }
@@ -109,7 +168,12 @@ int run_render(const Arguments& arguments, Console& console) {
         console.print(on_one_line(target) + ": " + arguments.text("--size") + " pixels, " +
                       arguments.text("--view") + " view\n");
     }
-    console.print(picture.legend);
+    for (const Subject& subject : subjects) {
+        if (subjects.size() > 1 && !subject.legend.empty()) {
+            console.print(on_one_line(subject.loaded.path) + "\n");
+        }
+        console.print(subject.legend);
+    }
     return Clean;
 }
 

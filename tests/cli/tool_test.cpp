@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <filesystem>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -42,6 +43,11 @@ SoupVector together(SoupVector soup, const std::vector<SoupVector>& others) {
     return soup;
 }
 
+SoupVector moved(SoupVector soup, Vec3f by) {
+    shapes::move(soup, by);
+    return soup;
+}
+
 // Standing on its base, so that no face at its top looks down although all are turned.
 SoupVector inside_out_cone() {
     return shapes::turned(together(shapes::fan(30, 500), {shapes::turned(shapes::fan(30, 0))}));
@@ -55,6 +61,8 @@ bool is_one_error_line(const std::string& text) {
 TEST_F(ToolTest, CheckTellsTheTruthAboutGeneratedModels) {
     const SoupVector inner = shapes::box({2, 2, 2}, {8, 8, 8});
     const SoupVector innermost = shapes::box({4, 4, 4}, {6, 6, 6});
+    const SoupVector whole = cube();
+    const float* const corner = whole.data();
     const float nan = std::numeric_limits<float>::quiet_NaN();
     struct Case {
         std::string name;
@@ -134,7 +142,8 @@ TEST_F(ToolTest, CheckTellsTheTruthAboutGeneratedModels) {
         {"needle",
          together(cube(), {{20, 0, 0, 30, 0, 0, 30, 0.001F, 0}}),
          1,
-         {{"flaws", {{"degenerate_faces", 1}}}}},
+         {{"flaws", {{"degenerate_faces", 1}}},
+          {"where", {{"degenerate_faces", {{"faces", {12}}}}}}}},
         {"equal corners",
          together(cube(), {{1, 2, 3, 1, 2, 3, 4, 5, 6}}),
          0,
@@ -142,6 +151,28 @@ TEST_F(ToolTest, CheckTellsTheTruthAboutGeneratedModels) {
           {"dropped_triangles", 1},
           {"closed", true},
           {"warnings", {"1 triangle dropped: two corners at the same place"}}}},
+        {"a face twice, once turned",
+         together(cube_with_turned_face(), {SoupVector(corner, corner + 9)}),
+         1,
+         {{"flaws", {{"duplicate_faces", 1}, {"non_manifold_edges", 3}, {"self_intersections", 0}}},
+          {"where", {{"duplicate_faces", {{"faces", {12}}}}}},
+          {"suggestions",
+           {"repair removes 1 duplicate face",
+            "repair leaves the windings of 1 shell as they are: more than 1.5 % of the faces "
+            "there, but not nearly all, would have to be turned"}}}},
+        // The sides of the rod, 8 triangles, each pass through one face above and one below.
+        {"rod through a cube",
+         together(cube(), {shapes::box({2, 5, -1}, {2.25F, 5.25F, 11})}),
+         1,
+         {{"closed", true},
+          {"degenerate_only", false},
+          {"flaws", {{"self_intersections", 16}, {"duplicate_faces", 0}}}}},
+        {"a small hole and a long one",
+         together(cube_with_hole(), {moved(shapes::fan(60, 5), {40, 0, 0})}),
+         1,
+         {{"holes", {{{"edges", 3}, {"count", 1}}, {{"edges", 60}, {"count", 1}}}},
+          {"unclosed_edges", 0},
+          {"suggestions", {"repair closes 1 of 2 holes; the one of 60 edges stays open"}}}},
         {"no number",
          together(cube(), {{nan, 0, 0, 20, 0, 0, 20, 9, 0}}),
          1,
@@ -159,7 +190,7 @@ TEST_F(ToolTest, CheckTellsTheTruthAboutGeneratedModels) {
         ASSERT_EQ(reports.size(), 1U);
         const json truth = c.truth.flatten();
         for (const auto& [place, value] : truth.items()) {
-            EXPECT_EQ(reports[0].at(json::json_pointer(place)), value) << place;
+            EXPECT_EQ(reports[0].value(json::json_pointer(place), json()), value) << place;
         }
     }
 }
@@ -190,12 +221,19 @@ TEST_F(ToolTest, CheckGoesThroughAllFilesAndTheWorstStatusWins) {
 
 TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
     write_stl_file("cube.stl", cube());
-    write("part.obj", "v 0 0 0\n");
+    write("part.obj", "v 0 0 0\nf 1 2 9\n");
+    write("EMPTY.OBJ", "v 0 0 0\n");
+    SoupVector nowhere = cube();
+    nowhere[0] = std::numeric_limits<float>::infinity();
+    write_stl_file("infinite.stl", nowhere);
+    write_stl_file("two.stl", together(cube(), {moved(cube(), {20, 0, 0})}));
     write("cut.stl", read("cube.stl").substr(0, 400));
     write("empty.stl", "");
     write("prose.stl", "This is no model.\n");
     write_stl_file("points.stl", SoupVector(9, 1.0F));
-    ASSERT_EQ(std::system(("mkdir '" + path("folder.stl") + "'").c_str()), 0);
+    for (const char* name : {"folder.stl", "parts", "parts/two_002.stl"}) {
+        ASSERT_TRUE(std::filesystem::create_directory(path(name)));
+    }
     struct Case {
         std::vector<std::string> arguments;
         int status;
@@ -204,17 +242,18 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
     const std::vector<Case> cases = {
         {{"check", "missing.stl"}, 3, {"missing.stl", "No such file"}},
         {{"check", "folder.stl"}, 3, {"folder.stl"}},
-        {{"check", "part.obj"}, 3, {"part.obj", "OBJ", "save the model as STL"}},
-        {{"check", "cube"}, 3, {"cube", "name ends in .stl"}},
+        {{"check", "part.obj"}, 3, {"part.obj", "line 2", "\"2\" names no vertex"}},
+        {{"check", "EMPTY.OBJ"}, 3, {"EMPTY.OBJ", "no face"}},
+        {{"check", "cube"}, 3, {"cube", "name ends in .stl or .obj"}},
         {{"check", "cut.stl"}, 3, {"cut.stl", "truncated", "684 bytes", "400 bytes"}},
         {{"check", "empty.stl"}, 3, {"empty.stl", "empty"}},
         {{"check", "prose.stl"}, 3, {"prose.stl", "not an STL file"}},
         {{"check", "points.stl"}, 3, {"points.stl", "different corners"}},
         {{"check", "two\nlines.stl"}, 3, {"lines.stl"}},
-        {{"check", "two\nlines.obj"}, 3, {"two\\nlines.obj"}},
+        {{"check", "two\nlines.obj"}, 3, {"lines.obj"}},
         {{"check", "%s %n \xC3\xA4.stl"}, 3, {"%s %n \xC3\xA4.stl"}},
         {{"convert", "cut.stl", "new.stl"}, 3, {"cut.stl", "truncated"}},
-        {{"convert", "cube.stl", "new.ply"}, 2, {"new.ply", "name that ends in .stl"}},
+        {{"convert", "cube.stl", "new.ply"}, 2, {"new.ply", "name that ends in .stl or .obj"}},
         {{"convert", "cube.stl", "nowhere/new.stl"}, 6, {"nowhere/new.stl"}},
         {{"convert", "cube.stl", "folder.stl"}, 6, {"folder.stl"}},
         {{"convert", "cube.stl"}, 2, {"OUT is required", "convert --help"}},
@@ -224,6 +263,23 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
         {{"render", "cube.stl", "-o", "x.png", "--size", "800x9"}, 2, {"'800x9'", "16 to"}},
         {{"render", "cube.stl", "-o", "x.png", "--size", "800"}, 2, {"'800'", "WIDTHxHEIGHT"}},
         {{"render", "cube.stl", "-o", "x.png", "--view", "up"}, 2, {"'up'", "iso, front"}},
+        {{"render", "cube.stl", "--compare", "cut.stl", "-o", "x.png"},
+         3,
+         {"cut.stl", "truncated"}},
+        {{"convert", "infinite.stl", "new.obj"}, 6, {"new.obj", "infinite", "write STL"}},
+        {{"repair", "cube.stl"}, 2, {"--output is required"}},
+        {{"repair", "cube.stl", "-o", "new.ply"}, 2, {"new.ply", "ends in .stl or .obj"}},
+        {{"repair", "cut.stl", "-o", "new.stl"}, 3, {"cut.stl", "truncated"}},
+        {{"repair", "cube.stl", "-o", "nowhere/new.stl"}, 6, {"nowhere/new.stl"}},
+        {{"repair", "infinite.stl", "-o", "new.obj"}, 6, {"new.obj", "write STL"}},
+        {{"repair", "cube.stl", "-o", "new.stl", "--drop-tiny", "1001"}, 1, {"nothing is written"}},
+        {{"repair", "cube.stl", "-o", "new.stl", "--drop-tiny", "-1"}, 2, {"'-1'", "at least 0"}},
+        {{"repair", "cube.stl", "-o", "new.stl", "--drop-tiny", "nan"}, 2, {"'nan'"}},
+        {{"split", "cut.stl", "-o", "new.stl"}, 3, {"cut.stl", "truncated"}},
+        {{"split", "cube.stl", "-o", "nowhere/deep"}, 6, {"nowhere/deep", "No such file"}},
+        {{"split", "cube.stl", "-o", "cube.stl"}, 6, {"cube.stl", "cannot be made"}},
+        {{"split", "cube.stl", "-o", "new.stl", "--min-volume", "1001"}, 1, {"largest has 1,000"}},
+        {{"split", "two.stl", "-o", "parts"}, 6, {"two_002.stl", "; written: parts/two_001.stl"}},
         {{"check", "--colour", "cube.stl"}, 2, {"--colour", "check --help"}},
         {{"check"}, 2, {"FILE is required"}},
         {{"mend", "cube.stl"}, 2, {"mend", "--help"}},
@@ -236,7 +292,9 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
         EXPECT_TRUE(is_one_error_line(result.err)) << result.err;
         for (const std::string& word : c.words) EXPECT_THAT(result.err, HasSubstr(word));
     }
-    for (const char* name : {"new.stl", "new.ply", "x.jpg", "x.png"}) EXPECT_EQ(read(name), "");
+    for (const char* name : {"new.stl", "new.ply", "new.obj", "x.jpg", "x.png"}) {
+        EXPECT_FALSE(std::filesystem::exists(path(name))) << name;
+    }
 }
 
 TEST_F(ToolTest, AFullDiskUnderStandardOutputIsAnError) {
@@ -250,6 +308,8 @@ TEST_F(ToolTest, HelpAndVersionSucceed) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{"--help"}, "convert"},
         {{"check", "--help"}, "--json"},
+        {{"repair", "--help"}, "cubed units of the"},
+        {{"split", "--help"}, "default 0"},
         {{"convert", "-h"}, "IN OUT"},
         {{"render", "--help"}, "800x600"},
         {{"version", "--help"}, "--quiet"},
@@ -323,6 +383,19 @@ TEST_F(ToolTest, RenderWritesAPngOfTheSizeAskedFor) {
         run({"render", "model.stl", "-o", "flaws.png", "--view", "bottom", "--flaws", "-q"});
     EXPECT_EQ(flaws.out, "  red faces:     1 inverted face\n");
     EXPECT_NE(read("plain.png"), read("flaws.png"));
+
+    // Each half shows its model as the other model's camera would: a small one stays small.
+    write_stl_file("small.stl", shapes::box({0, 0, 0}, {1, 1, 1}));
+    std::set<std::string> compared;
+    for (const char* other : {"model.stl", "small.stl"}) {
+        const ToolResult result = run({"render", "model.stl", "--compare", other, "-o", "both.png",
+                                       "--size", "64x48", "--flaws", "-q"});
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_THAT(result.out, testing::StartsWith("model.stl\n  red faces"));
+        EXPECT_EQ(read("both.png").substr(0, 24), png_start);
+        compared.insert(read("both.png"));
+    }
+    EXPECT_EQ(compared.size(), 2U);
 }
 
 TEST_F(ToolTest, CountsOfRealModels) {
