@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
 #include "cli/numbers.h"
+#include "mesh/self_intersection.h"
 
 namespace povmesh::cli {
 namespace {
@@ -158,6 +160,13 @@ std::vector<std::string> suggestions(const TriMesh& mesh, const Findings& findin
         lines.push_back("repair leaves the holes open: " + std::string(kLabelReason));
     }
     add(report.holes.holes.size(), hole_suggestion(report.holes));
+    if (report.holes.added_face_count != 0 && findings.has_self_intersection_count) {
+        const std::uint64_t before = findings[Flaw::SelfIntersections].count;
+        const std::uint64_t after = find_self_intersections(copy, 0).count;
+        add(after > before ? 1 : 0, "look at the result: pairs of intersecting faces become " +
+                                        with_separators(after) + ", because a filling meets " +
+                                        "other faces");
+    }
     add(report.holes.unclosed_edge_count,
         "repair leaves " + counted(report.holes.unclosed_edge_count, "open edge") +
             " that form no closed rim");

@@ -162,7 +162,7 @@ std::vector<Row> column(const std::string& head, std::size_t triangles, const Fi
 
 std::string table(const std::string& source, const std::string& target, const Outcome& outcome) {
     std::vector<Row> done = mending_rows(outcome.done);
-    if (done.empty()) done.emplace_back("done", "nothing: there was nothing to do");
+    if (done.empty()) done.emplace_back("done", "nothing: no flaw was found that repair mends");
     done.emplace_back("verified",
                       "read back, " + counted(outcome.triangles_after, "triangle") + " as written");
     const std::string left = verdict(outcome.after);
