@@ -36,10 +36,10 @@ enum class Form { ForHosts, Exact };
 
 // A model as it is, a generated input as we write it.
 std::string obj_file(const std::string& input, Form form) {
-    const std::string model = model_file(input);
+    std::string model = model_file(input);
     if (model.ends_with(".obj")) return model;
     const bool exact = form == Form::Exact;
-    const std::string path = scratch_file(input + (exact ? "_exact.obj" : ".obj"));
+    std::string path = scratch_file(input + (exact ? "_exact.obj" : ".obj"));
     if (!std::filesystem::exists(path)) {
         TriMesh source = mesh(input);
         const Status status = povmesh::write_obj(source, path, {.exact = exact}, false);

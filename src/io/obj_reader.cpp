@@ -344,16 +344,14 @@ private:
                 return true;
             }
         }
-        Corner corner{};
+        Corner corner{0, -1};
         if (!options_.resolve_indices) {
             corner = {as_written(vertex), as_written(texture)};
         } else if (!resolve(vertex, word, vertices_before_, mesh_.vertices.size(), "vertex",
-                            corner.vertex)) {
-            return false;
-        } else if (texture.empty()) {
-            corner.texture = -1;
-        } else if (!resolve(texture, word, textures_before_, mesh_.texture_coordinates.size(),
-                            "texture coordinate", corner.texture)) {
+                            corner.vertex) ||
+                   (!texture.empty() &&
+                    !resolve(texture, word, textures_before_, mesh_.texture_coordinates.size(),
+                             "texture coordinate", corner.texture))) {
             return false;
         }
         corners_.push_back(corner);
