@@ -23,7 +23,6 @@ namespace povmesh {
 namespace {
 
 using shapes::SoupVector;
-using testing::ElementsAre;
 using Groups = std::vector<std::vector<std::uint32_t>>;
 
 Groups as_lists(const ShellGroups& groups) {
@@ -191,7 +190,9 @@ TEST(Separation, ManyShells) {
 
     SoupVector sheet;  // one large shell with 2,500 cubes on it, every other of which cuts it
     for (int i = 0; i < 2500; ++i) {
-        const Vec3f at{static_cast<float>(4 * (i % 50)), static_cast<float>(4 * (i / 50)), 0};
+        const int column = i % 50;
+        const int row = i / 50;
+        const Vec3f at{static_cast<float>(4 * column), static_cast<float>(4 * row), 0};
         shapes::append(sheet, moved({0, 0, 0, 4, 0, 0, 4, 4, 0, 0, 0, 0, 4, 4, 0, 0, 4, 0}, at));
         const float z = i % 2 == 0 ? -0.5F : 0.25F;
         shapes::append(sheet, moved(shapes::box({1, 1, z}, {2, 2, 1}), at));
@@ -353,6 +354,25 @@ TEST(Nesting, InsideMeansInsideTheSurface) {
     EXPECT_TRUE(nesting_of(one_turned)[0].is_closed);
     EXPECT_FALSE(nesting_of(one_turned)[0].is_oriented);
     EXPECT_TRUE(nesting_of(shapes::turned(cube(0, 1)))[0].is_oriented);
+}
+
+// Boxes whose first corner lies, as the ray runs, straight before a corner of the sphere, beside it
+// on an edge or below it.
+TEST(Nesting, RaysMayMeetCorners) {
+    for (const float below : {0.0F, 0.25F}) {
+        SoupVector soup = shapes::sphere(10, 3);
+        const TriMesh sphere = shapes::mesh_of(soup);
+        std::uint32_t boxes = 0;
+        for (const Vertex& v : sphere.vertices) {
+            if (v.x < 4) continue;
+            const float z = v.z - below;
+            shapes::append(soup, shapes::box({0, v.y, z}, {0.001F, v.y + 0.001F, z + 0.001F}));
+            ++boxes;
+        }
+        const std::vector<ShellNesting> nesting = nesting_of(soup);
+        ASSERT_EQ(nesting.size(), boxes + 1);
+        for (std::uint32_t i = 1; i <= boxes; ++i) EXPECT_EQ(nesting[i].depth, 1U) << i;
+    }
 }
 
 TEST(Nesting, ShellsInShells) {
