@@ -160,7 +160,7 @@ TriMesh mesh_of(const SurfaceMesh& surface) {
 }
 
 void repair_cgal(benchmark::State& state, const std::string& input) {
-    const PolygonSoup source = polygon_soup(input);
+    PolygonSoup source = polygon_soup(input);
     const auto run = [](PolygonSoup& soup) {
         SurfaceMesh surface = build(soup);
         fill(surface, holes_of(surface));
