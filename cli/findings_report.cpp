@@ -102,7 +102,8 @@ std::string table_text(std::span<const Row> rows) {
     for (const Row& row : rows) width = std::max(width, row.first.size());
     std::string text;
     for (const auto& [label, value] : rows) {
-        text += "  " + label + std::string(width + 2 - label.size(), ' ') + value + "\n";
+        text.append("  ").append(label).append(width + 2 - label.size(), ' ');
+        text.append(value).append("\n");
     }
     return text;
 }

@@ -41,6 +41,7 @@ std::vector<HoleSize> hole_sizes(const HoleReport& report, const Wanted& wanted)
         if (wanted(hole.fate)) ++counts[hole.edge_count];
     }
     std::vector<HoleSize> sizes;
+    sizes.reserve(counts.size());
     for (const auto& [edges, count] : counts) sizes.push_back({edges, count});
     return sizes;
 }

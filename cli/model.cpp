@@ -172,7 +172,10 @@ bool has_colours(const TriMesh& mesh) {
 }
 
 void warn_of(const std::string& path, const std::vector<std::string>& warnings, Console& console) {
-    for (const std::string& warning : warnings) console.warn(path + ": " + warning);
+    for (std::string warning : warnings) {
+        warning.insert(0, path + ": ");
+        console.warn(warning);
+    }
 }
 
 }  // namespace povmesh::cli
