@@ -7,6 +7,7 @@
 #include "base/convert.h"
 #include "io/obj.h"
 #include "io/obj_keys.h"
+#include "mesh/colour.h"
 #include "mesh/vertex_welder.h"
 #include "mesh/weld_table.h"
 
@@ -55,12 +56,6 @@ private:
     WeldBox box_;
 };
 
-std::uint8_t colour_byte(float channel) {
-    const double scaled = static_cast<double>(channel) * 255.0;
-    if (!(std::abs(scaled) < 0x1p63)) return 0;
-    return static_cast<std::uint8_t>(static_cast<std::int64_t>(scaled));
-}
-
 }  // namespace
 
 void build_from_doubles(TriMesh& mesh, const DoubleSoup& soup) {
@@ -77,7 +72,7 @@ void build_from_doubles(TriMesh& mesh, const DoubleSoup& soup) {
         if (a == b || b == c || c == a) continue;
         if (soup.colours != nullptr) {
             for (std::size_t i = 0; i < 9; ++i)
-                face.colour[i] = colour_byte(soup.colours[9 * t + i]);
+                face.colour[i] = colour_byte(static_cast<double>(soup.colours[9 * t + i]));
         }
         if (soup.labels != nullptr) {
             face.label = static_cast<std::int16_t>(

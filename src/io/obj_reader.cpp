@@ -14,6 +14,7 @@
 #include "io/file.h"
 #include "io/obj.h"
 #include "io/polygon.h"
+#include "mesh/colour.h"
 #include "mesh/compact.h"
 
 namespace povmesh {
@@ -174,12 +175,6 @@ struct Corner {
     std::int32_t vertex;  // index, or whatever the file's number less one is
     std::int32_t texture;
 };
-
-std::uint8_t colour_byte(double channel) {
-    const double scaled = channel * 255.0;
-    if (!(std::abs(scaled) < 0x1p63)) return 0;
-    return static_cast<std::uint8_t>(static_cast<std::int64_t>(scaled));
-}
 
 class ObjParser {
 public:

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "mesh/colour.h"
 #include "mesh/vertex_welder.h"
 
 namespace povmesh {
@@ -11,16 +12,10 @@ namespace {
 
 constexpr std::size_t kTrianglesPerBlock = VertexWelder::kBlock / 3;
 
-// A colour beyond 0..1 wraps in its low 8 bits, as hosts have always got it; one that no 64-bit
-// integer can hold, or NaN, becomes 0.
-std::uint8_t colour_byte(float colour) {
-    const double scaled = static_cast<double>(colour) * 255.0;
-    if (!(std::abs(scaled) < 0x1p63)) return 0;
-    return static_cast<std::uint8_t>(static_cast<std::int64_t>(scaled));
-}
-
 void set_colour(Face& face, const float* colours) {
-    for (std::size_t i = 0; i < 9; ++i) face.colour[i] = colour_byte(colours[i]);
+    for (std::size_t i = 0; i < 9; ++i) {
+        face.colour[i] = colour_byte(static_cast<double>(colours[i]));
+    }
 }
 
 void set_colour(Face& face, const std::uint8_t* colours) {
