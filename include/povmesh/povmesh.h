@@ -231,8 +231,9 @@ POVMESH_API void meshReduceFromData(float target, float** coordinates_in, uint32
                                     float** coordinates, uint32_t* count);
 
 /*
- * Subdivides `levels` times, long edges only. 0 levels, or more than 5, return the built model.
- * Not built yet: returns the built model unchanged.
+ * Smooths and refines by `levels` levels of Loop subdivision. A level splits the edges that are
+ * longer than the mean (0.8 of it where lengths vary by more than 35 %), and moves every vertex that
+ * is not on an open border. 0 levels, or more than 5, return the built model.
  */
 POVMESH_API void subdivisionFromData(uint32_t levels, float** coordinates_in, uint32_t* count_in,
                                      float** coordinates, uint32_t* count);
@@ -343,9 +344,9 @@ POVMESH_API void meshReduceFromColorData(float target, const float* coordinates_
                                          uint32_t* count, uint32_t* progress);
 
 /*
- * Subdivides `levels` times: long edges only when neither colours nor texture coordinates are
- * given, else every edge. 0 levels, or more than 5, return the built model.
- * Not built yet: returns the built model unchanged.
+ * subdivisionFromData with colours, texture coordinates and labels. When colours, or texture
+ * coordinates with labels, are given, a level splits every edge: four triangles of each. New corners
+ * get the mean colour and texture coordinates of their edge.
  */
 POVMESH_API void subdivisionFromColorData(uint32_t levels, const float* coordinates_in,
                                           const float* colours_in,

@@ -69,7 +69,9 @@ void subdivisionFromColorData(uint32_t levels, const float* coordinates_in, cons
     Job job;
     TriMesh mesh = build(
         job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
-    subdivide_levels(mesh, levels);
+    const bool is_plain =
+        colours_in == nullptr && (texture_coordinates_in == nullptr || labels_in == nullptr);
+    subdivide_levels(mesh, levels, is_plain ? SubdivideMode::Adaptive : SubdivideMode::Uniform);
     export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
 }
 

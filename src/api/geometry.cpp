@@ -53,7 +53,7 @@ void subdivisionFromData(uint32_t levels, float** coordinates_in, uint32_t* coun
                          float** coordinates, uint32_t* count) {
     Job job;
     TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
-    subdivide_levels(mesh, levels);
+    subdivide_levels(mesh, levels, SubdivideMode::Adaptive);
     export_coordinates(job, mesh, {coordinates, count});
 }
 

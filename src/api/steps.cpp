@@ -90,10 +90,12 @@ void reduce_and_compact(Job& job, TriMesh& mesh) {
     job.progress(80);
 }
 
-void subdivide_levels(TriMesh& mesh, std::uint32_t levels) {
+void subdivide_levels(TriMesh& mesh, std::uint32_t levels, SubdivideMode mode) {
     if (levels > kMostLevels) return;
-    // Subdivision is not built yet: a level only compacts.
-    for (std::uint32_t level = 0; level < levels; ++level) compact(mesh);
+    for (std::uint32_t level = 0; level < levels; ++level) {
+        subdivide(mesh, mode);
+        compact(mesh);
+    }
 }
 
 std::uint64_t test_for_flaws(Job& job, TriMesh& mesh, const CountersOut& out) {

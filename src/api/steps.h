@@ -9,6 +9,7 @@
 #include "api/slots.h"
 #include "mesh/build_f.h"
 #include "mesh/tri_mesh.h"
+#include "remesh/subdivide.h"
 
 namespace povmesh::api {
 
@@ -76,8 +77,9 @@ void save_obj(TriMesh& mesh, const char* path);
 /// The reduction that preprocessing hosts get, between progress 57 and 80. Trace: tri.reduce.
 void reduce_and_compact(Job& job, TriMesh& mesh);
 
-/// Subdivides 1 to 5 times; any other number of levels does nothing.
-void subdivide_levels(TriMesh& mesh, std::uint32_t levels);
+/// Subdivides 1 to 5 times, each level followed by compacting; any other number of levels does
+/// nothing.
+void subdivide_levels(TriMesh& mesh, std::uint32_t levels, SubdivideMode mode);
 
 /// Presets the counters, tests for flaws and stores the counts; returns 1 when there are any, else
 /// 0. Trace: tri.detect.

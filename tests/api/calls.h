@@ -65,6 +65,7 @@ struct Call {
     std::string_view events;
     void (*run)(const Exports& e, Host& h);
 
+    bool subdivides() const { return name.starts_with("subdivision"); }  // by two levels
     bool reads_file() const { return events.find("5 48") != std::string_view::npos; }
 };
 
