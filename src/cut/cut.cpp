@@ -1,0 +1,185 @@
+#include "cut/cut.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/timer.h"
+#include "cut/cap.h"
+#include "cut/level_split.h"
+#include "cut/mirror.h"
+#include "mesh/separation.h"
+#include "mesh/shell_nesting.h"
+#include "mesh/shells.h"
+
+namespace povmesh {
+namespace {
+
+using Parts = std::vector<TriMesh>;
+
+// Which shells' rims are filled together: a cavity with the body around it, any other shell by
+// itself. Shells that cross each other then each stay closed.
+std::vector<std::uint32_t> fill_group_of_face(TriMesh& model) {
+    label_shells(model);
+    std::vector<std::uint32_t> group(model.faces.size(), 0);
+    if (model.shells.size() < 2) return group;
+    const std::vector<ShellNesting> nesting = classify_shells(model);
+    for (std::uint32_t shell = 0; shell < nesting.size(); ++shell) {
+        const ShellNesting& own = nesting[shell];
+        const bool is_hole =
+            own.is_cavity() && own.signed_volume * nesting[own.around].signed_volume < 0;
+        for (const std::uint32_t face : model.shells[shell]) {
+            group[face] = is_hole ? own.around : shell;
+        }
+    }
+    return group;
+}
+
+class ModelCutter {
+public:
+    ModelCutter(TriMesh& model, const LevelFrame& frame, const CutOptions& options,
+                CutCounts& counts, bool is_one_shell)
+        : model_(model),
+          frame_(frame),
+          options_(options),
+          counts_(counts),
+          is_one_shell_(is_one_shell) {}
+
+    // Returns false when there is nothing to do.
+    bool run(Parts& parts) {
+        LevelSplit split(model_, frame_);
+        switch (options_.operation) {
+            case CutOperation::MirrorBelow:
+                return mirror(split, LevelSide::Below, parts);
+            case CutOperation::MirrorAbove:
+                return mirror(split, LevelSide::Above, parts);
+            default:
+                break;
+        }
+        if (!split.divides()) return false;
+        if (options_.operation == CutOperation::CutAndCap) fill(split);
+        for (const LevelSide side : {LevelSide::Above, LevelSide::Below}) {
+            TriMesh half = split.side_mesh(side, caps_).mesh;
+            divide(half, parts);
+        }
+        return true;
+    }
+
+private:
+    bool mirror(const LevelSplit& split, LevelSide side, Parts& parts) {
+        if (split.face_count(side) == 0 || !(split.divides() || split.touches())) return false;
+        TriMesh whole = mirrored(split, frame_, side);
+        if (whole.faces.empty()) return false;
+        parts.push_back(std::move(whole));
+        return true;
+    }
+
+    void fill(LevelSplit& split) {
+        Array<RimEdge> rim = closed_rim(split.rim());
+        std::vector<std::uint32_t> group;
+        if (!is_one_shell_ && !rim.empty()) {
+            group = fill_group_of_face(model_);
+            std::stable_sort(rim.begin(), rim.end(), [&](const RimEdge& a, const RimEdge& b) {
+                return group[a.face] < group[b.face];
+            });
+        }
+        const auto group_of = [&](const RimEdge& edge) {
+            return group.empty() ? 0 : group[edge.face];
+        };
+        bool is_plain = rim.size() == split.walls().size();
+        Array<CapTriangle> triangles;
+        for (std::size_t i = 0; i < rim.size();) {
+            std::size_t end = i + 1;
+            while (end < rim.size() && group_of(rim[end]) == group_of(rim[i])) ++end;
+            const RimFilling filling = fill_rim(split.points(), frame_, {rim.data() + i, end - i});
+            is_plain = is_plain && filling.is_plain && end - i == rim.size();
+            triangles.insert(triangles.end(), filling.triangles.begin(), filling.triangles.end());
+            i = end;
+        }
+        if (!is_plain) separate_crowded_sides(split.points(), triangles, split.walls());
+        const std::array<std::uint8_t, 3> colour = mean_colour(rim);
+        for (const CapTriangle& t : triangles) caps_.push_back({t, colour});
+    }
+
+    static std::array<std::uint8_t, 3> mean_colour(const Array<RimEdge>& rim) {
+        std::array<std::uint8_t, 3> colour{};
+        if (rim.empty()) return colour;
+        for (std::size_t channel = 0; channel < 3; ++channel) {
+            std::uint64_t sum = 0;
+            for (const RimEdge& edge : rim) sum += edge.colour[channel];
+            colour[channel] = static_cast<std::uint8_t>((sum + rim.size()) / (2 * rim.size()));
+        }
+        return colour;
+    }
+
+    // A side of one shell is a piece as it stands; the faces of others are gathered shell by shell.
+    void divide(TriMesh& half, Parts& parts) const {
+        label_shells(half);
+        if (half.shells.size() == 1) {
+            half.shells.clear();
+            half.use_table.clear();
+            parts.push_back(std::move(half));
+            return;
+        }
+        build_parts(half, group_shells(half, {.keep_cavities = options_.keep_cavities}));
+        std::move(half.parts.begin(), half.parts.end(), std::back_inserter(parts));
+    }
+
+    TriMesh& model_;
+    const LevelFrame& frame_;
+    const CutOptions& options_;
+    CutCounts& counts_;
+    bool is_one_shell_;
+    Array<LevelSplit::CapFace> caps_;
+};
+
+// A mesh of one shell is its model as it stands.
+bool separate(TriMesh& mesh, bool keep_cavities, Parts& models) {
+    label_shells(mesh);
+    if (mesh.shells.size() == 1 && live_face_count(mesh) == mesh.faces.size()) {
+        mesh.shells.clear();
+        mesh.use_table.clear();
+        mesh.parts.clear();
+        models.push_back(std::exchange(mesh, {}));
+        return true;
+    }
+    build_parts(mesh, group_shells(mesh, {.keep_cavities = keep_cavities}));
+    models = std::move(mesh.parts);
+    mesh = {};
+    return false;
+}
+
+}  // namespace
+
+CutCounts cut_models(TriMesh& mesh, const CutOptions& options, RunContext& run) {
+    Parts models;
+    const bool is_one_shell = separate(mesh, options.keep_cavities, models);
+    run.log.append("\nmd_num : " + std::to_string(models.size()));
+    CutCounts counts;
+    counts.models = models.size();
+    const std::optional<LevelFrame> frame = LevelFrame::make(options.plane);
+    const bool mirrors = options.operation == CutOperation::MirrorBelow ||
+                         options.operation == CutOperation::MirrorAbove;
+    for (TriMesh& model : models) {
+        const Timer timer;
+        if (options.operation != CutOperation::None) {
+            if (frame &&
+                ModelCutter(model, *frame, options, counts, is_one_shell).run(mesh.parts)) {
+                ++counts.divided;
+                model = {};
+            } else {
+                mesh.parts.push_back(std::move(model));
+            }
+            run.log.append(std::string("\n---{success} ") + (mirrors ? "symmetry" : "cut") + " : " +
+                           six_decimals(timer.seconds()) + " sec.---\n");
+        } else {
+            mesh.parts.push_back(std::move(model));
+        }
+    }
+    return counts;
+}
+
+}  // namespace povmesh

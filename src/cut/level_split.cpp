@@ -1,0 +1,400 @@
+#include "cut/level_split.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <tuple>
+
+#include "base/parallel.h"
+
+namespace povmesh {
+namespace {
+
+constexpr std::array<std::size_t, 3> kNext = {1, 2, 0};
+constexpr std::array<std::size_t, 3> kPrevious = {2, 0, 1};
+
+constexpr double kSnap = 1e-5;
+// Two units in the last place of a float, relative to it: a made point, which is rounded by less
+// than one, can then never fall onto a vertex beside the level.
+constexpr double kRounding = 0x1p-22;
+
+// The sign of a vertex that has no height.
+constexpr std::int8_t kNowhere = 2;
+
+bool is_finite(Vec3f p) {
+    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
+}
+
+double snap_distance(const TriMesh& model) {
+    Box3f box;
+    for (const Vertex& vertex : model.vertices) {
+        if (is_finite(vertex.position())) box.widen(vertex.position());
+    }
+    if (box.is_empty()) return 0;
+    const Vec3d low = to_double(box.low);
+    const Vec3d high = to_double(box.high);
+    const Vec3d extent = high - low;
+    const double largest = std::max({std::abs(low.x), std::abs(low.y), std::abs(low.z),
+                                     std::abs(high.x), std::abs(high.y), std::abs(high.z)});
+    return std::max(std::max({extent.x, extent.y, extent.z}) * kSnap, largest * kRounding);
+}
+
+// Numbers vertices and texture coordinates of a side as they come up.
+class SideBuilder {
+public:
+    SideBuilder(const CutPoints& points, std::size_t face_count)
+        : points_(points), number_(points.size(), -1) {
+        mesh_.faces.reserve(face_count);
+    }
+
+    void add(Face face, const std::array<std::array<double, 2>, 3>* texture = nullptr) {
+        const auto& [a, b, c] = face.vertex;
+        if (a == b || b == c || c == a) return;
+        for (std::int32_t& v : face.vertex) v = number(v);
+        face.uv.fill(-1);
+        for (std::size_t i = 0; texture != nullptr && i < 3; ++i) {
+            face.uv[i] = static_cast<std::int32_t>(mesh_.texture_coordinates.size());
+            mesh_.texture_coordinates.push_back({(*texture)[i][0], (*texture)[i][1], face.uv[i]});
+        }
+        mesh_.faces.push_back(face);
+    }
+
+    LevelSplit::SideMesh take() { return {std::move(mesh_), std::move(used_)}; }
+
+private:
+    std::int32_t number(std::int32_t point) {
+        std::int32_t& number = number_[static_cast<std::size_t>(point)];
+        if (number < 0) {
+            number = static_cast<std::int32_t>(mesh_.vertices.size());
+            const Vec3f p = points_.rounded(point);
+            used_.push_back(point);
+            mesh_.vertices.push_back({p.x, p.y, p.z, number});
+        }
+        return number;
+    }
+
+    const CutPoints& points_;
+    Array<std::int32_t> number_;  // by point
+    Array<std::int32_t> used_;
+    TriMesh mesh_;
+};
+
+std::array<double, 2> texture_at(const TriMesh& model, std::int32_t uv) {
+    if (uv < 0 || static_cast<std::size_t>(uv) >= model.texture_coordinates.size()) return {0, 0};
+    const TextureCoordinate& record = model.texture_coordinates[static_cast<std::size_t>(uv)];
+    return {record.u, record.v};
+}
+
+}  // namespace
+
+LevelSplit::LevelSplit(const TriMesh& model, const LevelFrame& frame)
+    : model_(model), points_(model) {
+    find_signs(frame);
+    sort_faces(frame);
+    if (!divides()) return;
+    make_points(frame);
+    merge_points();
+    collect_walls();
+    trace_rim();
+}
+
+void LevelSplit::find_signs(const LevelFrame& frame) {
+    const double snap = snap_distance(model_);
+    signs_.resize(model_.vertices.size());
+    parallel_for(signs_.size(), [&](std::size_t v) {
+        const double height = frame.height(to_double(model_.vertices[v].position()));
+        signs_[v] = !std::isfinite(height)     ? kNowhere
+                    : std::abs(height) <= snap ? std::int8_t{0}
+                    : height > 0               ? std::int8_t{1}
+                                               : std::int8_t{-1};
+    });
+}
+
+LevelSplit::Kind LevelSplit::kind_of(const Face& face, const LevelFrame& frame) const {
+    if (face.deleted != 0) return Kind::Left;
+    const int a = sign(face.vertex[0]);
+    const int b = sign(face.vertex[1]);
+    const int c = sign(face.vertex[2]);
+    const bool is_finite_face = a != kNowhere && b != kNowhere && c != kNowhere;
+    const bool has_below = a < 0 || b < 0 || c < 0;
+    const bool has_above = a == 1 || b == 1 || c == 1;
+    if (has_above && has_below && is_finite_face) return Kind::Split;
+    if (has_below) return Kind::Below;
+    if (has_above || !is_finite_face) return Kind::Above;
+    const auto flat = [&](std::size_t corner) {
+        return frame.flat(to_double(model_.corner_position(face, corner)));
+    };
+    return orient2d(flat(0), flat(1), flat(2)) > 0 ? Kind::Below : Kind::Above;
+}
+
+void LevelSplit::sort_faces(const LevelFrame& frame) {
+    kinds_.resize(model_.faces.size());
+    for (std::size_t f = 0; f < kinds_.size(); ++f) {
+        const Kind kind = kinds_[f] = kind_of(model_.faces[f], frame);
+        face_count_[0] += kind == Kind::Above || kind == Kind::Split ? 1 : 0;
+        face_count_[1] += kind == Kind::Below || kind == Kind::Split ? 1 : 0;
+        if (kind == Kind::Split) splits_.push_back({static_cast<std::uint32_t>(f), {-1, -1, -1}});
+    }
+    touches_ = std::find(signs_.begin(), signs_.end(), 0) != signs_.end();
+}
+
+// One point for each edge that crosses the level, computed from its lower vertex number to the
+// higher, so that it does not depend on the face.
+void LevelSplit::make_points(const LevelFrame& frame) {
+    Array<Crossing> crossings;
+    for (std::size_t s = 0; s < splits_.size(); ++s) {
+        const Face& face = model_.faces[splits_[s].face];
+        for (std::size_t i = 0; i < 3; ++i) {
+            const std::int32_t p = face.vertex[i];
+            const std::int32_t q = face.vertex[kNext[i]];
+            if (sign(p) * sign(q) < 0) {
+                crossings.push_back({edge_key(p, q), static_cast<std::uint32_t>(s * 3 + i)});
+            }
+        }
+    }
+    std::sort(crossings.begin(), crossings.end(), [](const Crossing& a, const Crossing& b) {
+        return a.key != b.key ? a.key < b.key : a.slot < b.slot;
+    });
+    for (std::size_t i = 0; i < crossings.size(); ++i) {
+        const Crossing& crossing = crossings[i];
+        if (i == 0 || crossing.key != crossings[i - 1].key) {
+            const Vec3d p = points_.exact(static_cast<std::int32_t>(crossing.key >> 32));
+            const Vec3d q = points_.exact(static_cast<std::int32_t>(crossing.key & 0xFFFFFFFF));
+            const double from = frame.height(p);
+            const double share = from / (from - frame.height(q));
+            points_.add(p + (q - p) * share);
+            shares_.push_back(share);
+        }
+        splits_[crossing.slot / 3].on_side[crossing.slot % 3] =
+            static_cast<std::int32_t>(points_.size() - 1);
+    }
+}
+
+// Points of the level that rounding has brought to one place become one point, as welding would make
+// them, so that the rim is traced as the pieces will have it.
+void LevelSplit::merge_points() {
+    const auto first = static_cast<std::int32_t>(points_.model_size());
+    Array<std::int32_t> order;
+    for (std::size_t v = 0; v < signs_.size(); ++v) {
+        if (signs_[v] == 0) order.push_back(static_cast<std::int32_t>(v));
+    }
+    for (std::size_t i = 0; i < shares_.size(); ++i) {
+        merged_.push_back(first + static_cast<std::int32_t>(i));
+        order.push_back(merged_.back());
+    }
+    const auto key = [this](std::int32_t point) {
+        const Vec3f p = points_.rounded(point);
+        return std::make_tuple(p.x, p.y, p.z, point);
+    };
+    std::sort(order.begin(), order.end(),
+              [&](std::int32_t a, std::int32_t b) { return key(a) < key(b); });
+    std::int32_t kept = -1;
+    for (const std::int32_t point : order) {
+        if (kept >= 0 && point >= first && points_.rounded(point) == points_.rounded(kept)) {
+            merged_[static_cast<std::size_t>(point - first)] = kept;
+        } else {
+            kept = point;
+        }
+    }
+}
+
+// A corner alone on its side gives a triangle there and two on the other; with a corner on the
+// level, there is a triangle on each side.
+LevelSplit::Pieces LevelSplit::pieces_of(const SplitFace& split) const {
+    const Face& face = model_.faces[split.face];
+    const std::array<int, 3> signs = {sign(face.vertex[0]), sign(face.vertex[1]),
+                                      sign(face.vertex[2])};
+    const auto side_of = [&](std::size_t corner) {
+        return signs[corner] < 0 ? LevelSide::Below : LevelSide::Above;
+    };
+    Pieces pieces;
+    std::size_t a = 0;
+    for (std::size_t i = 0; i < 3; ++i) {
+        const int others = signs[kNext[i]] * signs[kPrevious[i]];
+        if (signs[i] == 0 || (others > 0 && signs[i] * signs[kNext[i]] < 0)) a = i;
+    }
+    const auto corner = [](std::size_t i) {
+        return PieceCorner{static_cast<std::uint8_t>(i), false};
+    };
+    const auto made = [](std::size_t i) { return PieceCorner{static_cast<std::uint8_t>(i), true}; };
+    const PieceCorner p = corner(kNext[a]);
+    const PieceCorner q = corner(kPrevious[a]);
+    if (signs[a] == 0) {
+        const PieceCorner x = made(kNext[a]);
+        pieces.add(side_of(kNext[a]), corner(a), p, x);
+        pieces.add(side_of(kPrevious[a]), corner(a), x, q);
+        pieces.rim = {x, corner(a)};
+        if (side_of(kNext[a]) == LevelSide::Above) std::swap(pieces.rim[0], pieces.rim[1]);
+        return pieces;
+    }
+    const PieceCorner x = made(a);
+    const PieceCorner y = made(kPrevious[a]);
+    pieces.add(side_of(a), corner(a), x, y);
+    const auto square = [&](PieceCorner from, PieceCorner to) {
+        const Vec3d d = points_.exact(point_of(split, to)) - points_.exact(point_of(split, from));
+        return dot(d, d);
+    };
+    const LevelSide other = side_of(kNext[a]);
+    if (square(x, q) < square(p, y)) {
+        pieces.add(other, x, p, q);
+        pieces.add(other, x, q, y);
+    } else {
+        pieces.add(other, x, p, y);
+        pieces.add(other, p, q, y);
+    }
+    pieces.rim = {x, y};
+    if (side_of(a) == LevelSide::Above) std::swap(pieces.rim[0], pieces.rim[1]);
+    return pieces;
+}
+
+std::int32_t LevelSplit::point_of(const SplitFace& split, PieceCorner corner) const {
+    if (!corner.is_made) return model_.faces[split.face].vertex[corner.index];
+    const auto made = static_cast<std::size_t>(split.on_side[corner.index]);
+    return merged_[made - points_.model_size()];
+}
+
+// How far along a side of the face the point on it lies.
+double LevelSplit::share_of(const SplitFace& split, std::size_t side) const {
+    const Face& face = model_.faces[split.face];
+    const auto made = static_cast<std::size_t>(split.on_side[side]);
+    const double share = shares_[made - points_.model_size()];
+    return face.vertex[side] < face.vertex[kNext[side]] ? share : 1.0 - share;
+}
+
+std::array<std::uint8_t, 3> LevelSplit::colour_of(const SplitFace& split,
+                                                  PieceCorner corner) const {
+    const Face& face = model_.faces[split.face];
+    const std::size_t i = corner.index;
+    std::array<std::uint8_t, 3> colour{};
+    const double share = corner.is_made ? share_of(split, i) : 0;
+    for (std::size_t channel = 0; channel < 3; ++channel) {
+        const double from = face.colour[i * 3 + channel];
+        const double to = face.colour[kNext[i] * 3 + channel];
+        colour[channel] = saturate_to<std::uint8_t>(from + (to - from) * share + 0.5);
+    }
+    return colour;
+}
+
+std::array<double, 2> LevelSplit::texture_of(const SplitFace& split, PieceCorner corner) const {
+    const Face& face = model_.faces[split.face];
+    const std::array<double, 2> from = texture_at(model_, face.uv[corner.index]);
+    if (!corner.is_made) return from;
+    const std::array<double, 2> to = texture_at(model_, face.uv[kNext[corner.index]]);
+    const double share = share_of(split, corner.index);
+    // As floats, which is what a host's soup can carry.
+    const auto between = [share](double a, double b) {
+        return static_cast<double>(narrow_to_float(a + (b - a) * share));
+    };
+    return {between(from[0], to[0]), between(from[1], to[1])};
+}
+
+void LevelSplit::collect_walls() {
+    const auto add = [this](std::int32_t from, std::int32_t to, std::uint32_t face, bool is_below,
+                            const std::array<std::uint16_t, 3>& colour) {
+        if (from != to)
+            wall_edges_.push_back({edge_key(from, to), face, is_below, from < to, colour});
+    };
+    const auto total = [](const auto& a, const auto& b) {
+        std::array<std::uint16_t, 3> sum{};
+        for (std::size_t i = 0; i < 3; ++i) sum[i] = static_cast<std::uint16_t>(a[i] + b[i]);
+        return sum;
+    };
+    for (const SplitFace& split : splits_) {
+        const Pieces pieces = pieces_of(split);
+        const std::int32_t from = point_of(split, pieces.rim[0]);
+        const std::int32_t to = point_of(split, pieces.rim[1]);
+        const auto colour = total(colour_of(split, pieces.rim[0]), colour_of(split, pieces.rim[1]));
+        add(from, to, split.face, true, colour);
+        add(to, from, split.face, false, colour);
+    }
+    if (!touches_) return;
+    for (std::size_t f = 0; f < kinds_.size(); ++f) {
+        if (kinds_[f] != Kind::Above && kinds_[f] != Kind::Below) continue;
+        const Face& face = model_.faces[f];
+        for (std::size_t i = 0; i < 3; ++i) {
+            const std::int32_t from = face.vertex[i];
+            const std::int32_t to = face.vertex[kNext[i]];
+            if (sign(from) != 0 || sign(to) != 0) continue;
+            const auto colour_at = [&](std::size_t corner) {
+                return std::array<std::uint8_t, 3>{face.colour[corner * 3],
+                                                   face.colour[corner * 3 + 1],
+                                                   face.colour[corner * 3 + 2]};
+            };
+            add(from, to, static_cast<std::uint32_t>(f), kinds_[f] == Kind::Below,
+                total(colour_at(i), colour_at(kNext[i])));
+        }
+    }
+}
+
+// Where the faces below an edge do not make up for one another, and those above do not either, the
+// sides come apart.
+void LevelSplit::trace_rim() {
+    std::sort(wall_edges_.begin(), wall_edges_.end(), [](const WallEdge& a, const WallEdge& b) {
+        return std::tuple(a.key, !a.is_below, a.face) < std::tuple(b.key, !b.is_below, b.face);
+    });
+    for (std::size_t i = 0; i < wall_edges_.size();) {
+        const std::uint64_t key = wall_edges_[i].key;
+        std::array<int, 2> excess{};  // above, below
+        std::array<std::uint32_t, 2> count{};
+        const WallEdge& first = wall_edges_[i];
+        for (; i < wall_edges_.size() && wall_edges_[i].key == key; ++i) {
+            const std::size_t side = wall_edges_[i].is_below ? 1 : 0;
+            excess[side] += wall_edges_[i].is_rising ? 1 : -1;
+            ++count[side];
+        }
+        walls_.push_back({key, std::max(count[0], count[1])});
+        const auto low = static_cast<std::int32_t>(key >> 32);
+        const auto high = static_cast<std::int32_t>(key & 0xFFFFFFFF);
+        // The cap runs against the wall.
+        const RimEdge edge = excess[1] < 0 ? RimEdge{low, high, first.face, first.colour}
+                                           : RimEdge{high, low, first.face, first.colour};
+        for (int k = std::min(std::abs(excess[0]), std::abs(excess[1])); k > 0; --k) {
+            rim_.push_back(edge);
+        }
+    }
+}
+
+LevelSplit::SideMesh LevelSplit::side_mesh(LevelSide side, const Array<CapFace>& caps) const {
+    SideBuilder builder(points_, face_count(side) + splits_.size() + caps.size());
+    const Kind whole = side == LevelSide::Above ? Kind::Above : Kind::Below;
+    std::size_t next_split = 0;
+    std::array<std::array<double, 2>, 3> texture{};
+    const bool has_texture = !model_.texture_coordinates.empty();
+    for (std::size_t f = 0; f < kinds_.size(); ++f) {
+        const Face& face = model_.faces[f];
+        const bool is_textured = has_texture && face.label >= 0;
+        if (kinds_[f] == whole) {
+            if (is_textured) {
+                for (std::size_t i = 0; i < 3; ++i) texture[i] = texture_at(model_, face.uv[i]);
+            }
+            builder.add(face, is_textured ? &texture : nullptr);
+        } else if (kinds_[f] == Kind::Split) {
+            const SplitFace& split = splits_[next_split++];
+            const Pieces pieces = pieces_of(split);
+            for (std::size_t k = 0; k < pieces.count; ++k) {
+                if (pieces.side[k] != side) continue;
+                Face piece = face;
+                for (std::size_t i = 0; i < 3; ++i) {
+                    const PieceCorner corner = pieces.corners[k][i];
+                    piece.vertex[i] = point_of(split, corner);
+                    const auto colour = colour_of(split, corner);
+                    std::copy(colour.begin(), colour.end(),
+                              piece.colour.begin() + 3 * static_cast<std::ptrdiff_t>(i));
+                    if (is_textured) texture[i] = texture_of(split, corner);
+                }
+                builder.add(piece, is_textured ? &texture : nullptr);
+            }
+        }
+    }
+    for (const CapFace& cap : caps) {
+        Face face{};
+        for (std::size_t i = 0; i < 9; ++i) face.colour[i] = cap.colour[i % 3];
+        face.label = -1;
+        face.vertex = cap.point;
+        if (side == LevelSide::Above) std::swap(face.vertex[0], face.vertex[1]);
+        builder.add(face);
+    }
+    return builder.take();
+}
+
+}  // namespace povmesh

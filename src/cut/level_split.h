@@ -1,0 +1,148 @@
+// Divides the faces of a model at a level and traces the edges along it.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "base/array.h"
+#include "cut/cut_points.h"
+#include "cut/level_frame.h"
+#include "mesh/tri_mesh.h"
+
+namespace povmesh {
+
+enum class LevelSide : std::uint8_t { Above, Below };
+
+/// A directed edge of the level with the material below it and the opening of the lower side to its
+/// left, seen from above: the rim that a cap joins to. The cap of the upper side has it the other
+/// way round.
+struct RimEdge {
+    std::int32_t from, to;                // points
+    std::uint32_t face;                   // the one below the rim here
+    std::array<std::uint16_t, 3> colour;  // R, G, B of its two corners added up
+};
+
+/// How many faces of one side at most hold an edge of the level.
+struct LevelWall {
+    std::uint64_t key;  // of the edge
+    std::uint32_t count;
+};
+
+/// Key of an undirected edge.
+inline std::uint64_t edge_key(std::int32_t a, std::int32_t b) {
+    const auto low = static_cast<std::uint32_t>(a < b ? a : b);
+    const auto high = static_cast<std::uint32_t>(a < b ? b : a);
+    return (static_cast<std::uint64_t>(low) << 32) | high;
+}
+
+/// How the faces of a model lie to a level.
+///
+/// A vertex counts as lying on the level when it is nearer than 1e-5 of the largest extent of the
+/// model, or than two units in the last place of its largest coordinate; no point is made next to
+/// it then. A face with vertices on both sides is split; one with none above, or none below,
+/// belongs to the other side; one with all three on the level goes with its solid: below when it
+/// looks up, above when it looks down. Faces with a vertex that is not finite are never split.
+///
+/// Linear in faces and vertices; n log n in those at the level.
+class LevelSplit {
+public:
+    LevelSplit(const TriMesh& model, const LevelFrame& frame);
+
+    /// True when faces lie on both sides.
+    bool divides() const { return face_count_[0] != 0 && face_count_[1] != 0; }
+    std::size_t face_count(LevelSide side) const {
+        return face_count_[static_cast<std::size_t>(side)];
+    }
+    /// True when an edge or vertex of the model lies on the level.
+    bool touches() const { return touches_; }
+
+    bool is_on_level(std::int32_t point) const {
+        const auto i = static_cast<std::size_t>(point);
+        return i >= signs_.size() || signs_[i] == 0;
+    }
+
+    CutPoints& points() { return points_; }
+    const CutPoints& points() const { return points_; }
+
+    /// The edges where the sides come apart, in the order of their keys; walls ordered by key.
+    Array<RimEdge> rim() const { return rim_; }
+    const Array<LevelWall>& walls() const { return walls_; }
+
+    /// The part of the model on one side, made of its faces in their order. Appends the caps, which
+    /// are triangles of points, counterclockwise seen from above.
+    struct CapFace {
+        std::array<std::int32_t, 3> point;
+        std::array<std::uint8_t, 3> colour;
+    };
+    struct SideMesh {
+        TriMesh mesh;
+        Array<std::int32_t> points;  // by vertex of the mesh
+    };
+    SideMesh side_mesh(LevelSide side, const Array<CapFace>& caps) const;
+
+private:
+    enum class Kind : std::uint8_t { Above, Below, Split, Left };
+
+    struct SplitFace {
+        std::uint32_t face;
+        std::array<std::int32_t, 3> on_side;  // the point made on its side i to i + 1, or -1
+    };
+    struct Crossing {
+        std::uint64_t key;
+        std::uint32_t slot;  // split face * 3 + side
+    };
+    // A wall's edge on the level; runs towards the point of the higher number or away from it.
+    struct WallEdge {
+        std::uint64_t key;
+        std::uint32_t face;
+        bool is_below;
+        bool is_rising;
+        std::array<std::uint16_t, 3> colour;
+    };
+    // A corner of a piece of a face: one of the face's own or a point on its side.
+    struct PieceCorner {
+        std::uint8_t index;
+        bool is_made;
+    };
+    struct Pieces {
+        std::array<std::array<PieceCorner, 3>, 3> corners;
+        std::array<LevelSide, 3> side;
+        std::size_t count = 0;
+        std::array<PieceCorner, 2> rim;  // as the piece below runs along the level
+
+        void add(LevelSide where, PieceCorner a, PieceCorner b, PieceCorner c) {
+            corners[count] = {a, b, c};
+            side[count++] = where;
+        }
+    };
+
+    void find_signs(const LevelFrame& frame);
+    void sort_faces(const LevelFrame& frame);
+    Kind kind_of(const Face& face, const LevelFrame& frame) const;
+    void make_points(const LevelFrame& frame);
+    void merge_points();
+    void collect_walls();
+    void trace_rim();
+    int sign(std::int32_t vertex) const { return signs_[static_cast<std::size_t>(vertex)]; }
+    Pieces pieces_of(const SplitFace& split) const;
+    std::int32_t point_of(const SplitFace& split, PieceCorner corner) const;
+    std::array<std::uint8_t, 3> colour_of(const SplitFace& split, PieceCorner corner) const;
+    std::array<double, 2> texture_of(const SplitFace& split, PieceCorner corner) const;
+    double share_of(const SplitFace& split, std::size_t side) const;
+
+    const TriMesh& model_;
+    CutPoints points_;
+    Array<std::int8_t> signs_;  // by vertex
+    Array<Kind> kinds_;         // by face
+    Array<SplitFace> splits_;
+    Array<double> shares_;        // by made point: along its edge, from the lower vertex number
+    Array<std::int32_t> merged_;  // by made point: what stands for it
+    Array<WallEdge> wall_edges_;
+    Array<RimEdge> rim_;
+    Array<LevelWall> walls_;
+    std::array<std::size_t, 2> face_count_{};
+    bool touches_ = false;
+};
+
+}  // namespace povmesh
