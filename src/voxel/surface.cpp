@@ -1,0 +1,311 @@
+#include "voxel/surface.h"
+
+#include <algorithm>
+#include <numeric>
+#include <stdexcept>
+#include <string>
+
+#include "base/convert.h"
+#include "base/timer.h"
+#include "mesh/build_f.h"
+#include "voxel/passes.h"
+
+namespace povmesh {
+namespace {
+
+// Corner of a square: steps along x, y and z from the corner of the voxel with the lowest
+// coordinates, as bits 0, 1 and 2.
+using Corners = std::array<unsigned, 4>;
+
+// Counter-clockwise seen from outside, by side.
+constexpr std::array<Corners, kSideCount> kSquares = {
+    {{4, 5, 7, 6}, {1, 3, 7, 5}, {2, 6, 7, 3}, {0, 2, 3, 1}, {0, 4, 6, 2}, {0, 1, 5, 4}}};
+
+std::array<std::array<unsigned, 3>, 2> triangles_of(const Corners& c) {
+    return {{{c[0], c[1], c[2]}, {c[0], c[2], c[3]}}};
+}
+
+// Model coordinates of the corners along an axis; corner i is the lower border of cell i of the box.
+Array<float> corner_places(std::int32_t low, std::int32_t high, float size, float origin) {
+    Array<float> places;
+    for (std::int64_t i = low; i <= std::int64_t{high} + 1; ++i) {
+        const double at = static_cast<double>(origin) +
+                          (static_cast<double>(i) - 0.5) * static_cast<double>(size);
+        places.push_back(narrow_to_float(at + 0.0));  // not -0.0
+    }
+    return places;
+}
+
+bool is_rising(const Array<float>& places) {
+    return std::adjacent_find(places.begin(), places.end(), std::greater_equal<>()) == places.end();
+}
+
+std::size_t square_count(const VoxelGrid& grid) {
+    std::size_t count = 0;
+    grid.for_each_word([&](std::size_t word) {
+        if (!grid.has_chunk(word)) return;
+        for (std::size_t side = 0; side < kSideCount; ++side) {
+            count += static_cast<std::size_t>(std::popcount(grid.flags_of(word).flags[side]));
+        }
+    });
+    return count;
+}
+
+// Calls `visit(cell, side)` for every exposed square, by voxel in key order, then by side.
+template <typename Visit>
+void for_each_square(const VoxelGrid& grid, Visit&& visit) {
+    grid.for_each_word([&](std::size_t word) {
+        if (!grid.has_chunk(word)) return;
+        const VoxelGrid::Chunk& flags = grid.flags_of(word);
+        std::uint64_t exposed = 0;
+        for (std::size_t side = 0; side < kSideCount; ++side) exposed |= flags.flags[side];
+        for (; exposed != 0; exposed &= exposed - 1) {
+            const auto bit = static_cast<std::size_t>(std::countr_zero(exposed));
+            for (std::size_t side = 0; side < kSideCount; ++side) {
+                if ((flags.flags[side] >> bit & 1U) != 0) visit(word * 64 + bit, side);
+            }
+        }
+    });
+}
+
+// Makes meshes of squares whose vertices are known by their place in the grid.
+class SquareMesher {
+public:
+    explicit SquareMesher(const VoxelGrid& grid)
+        : grid_(grid),
+          x_(corner_places(grid.box().low.x, grid.box().high.x, grid.settings().size.x,
+                           grid.origin().x)),
+          y_(corner_places(grid.box().low.y, grid.box().high.y, grid.settings().size.y,
+                           grid.origin().y)),
+          z_(corner_places(grid.box().low.z, grid.box().high.z, grid.settings().size.z,
+                           grid.origin().z)),
+          row_(grid.words_per_row() * 64) {}
+
+    /// Far from the origin, neighbouring corners can round to the same floats.
+    bool has_distinct_corners() const { return is_rising(x_) && is_rising(y_) && is_rising(z_); }
+
+    void build(TriMesh& mesh, std::size_t squares) {
+        mesh.faces.resize(2 * squares);
+        mesh.vertices.reserve(squares + squares / 16 + 8);
+        // Two layers of corners; a number below the one with which the layer began is an old one.
+        const std::size_t layer_corners = row_ * grid_.rows_per_layer();
+        std::array<Array<std::int32_t>, 2> numbers;
+        for (auto& layer : numbers) layer.assign(layer_corners, -1);
+        std::array<std::int32_t, 2> begins = {0, 0};
+        std::size_t layer = 0;
+        Face* face = mesh.faces.data();
+        for_each_square(grid_, [&](std::size_t cell, std::size_t side) {
+            const std::size_t cells_per_layer = layer_corners;
+            const std::size_t z = cell / cells_per_layer;
+            const std::size_t in_layer = cell % cells_per_layer;
+            if (z != layer) {
+                // The upper corners become the lower ones, unless a layer was left out.
+                const auto now = static_cast<std::int32_t>(mesh.vertices.size());
+                begins = {z == layer + 1 ? begins[1] : now, now};
+                if (z == layer + 1) std::swap(numbers[0], numbers[1]);
+                layer = z;
+            }
+            const std::size_t y = in_layer / row_;
+            const std::size_t x = in_layer % row_;
+            std::array<std::int32_t, 8> vertex{};
+            for (const unsigned c : kSquares[side]) {
+                const unsigned up = c >> 2;
+                const std::size_t at = in_layer + (c & 1U) + (c >> 1 & 1U) * row_;
+                std::int32_t& known = numbers[up][at];
+                if (known < begins[up]) {
+                    known = static_cast<std::int32_t>(mesh.vertices.size());
+                    mesh.vertices.push_back(
+                        {x_[x - 1 + (c & 1U)], y_[y - 1 + (c >> 1 & 1U)], z_[z - 1 + up], known});
+                }
+                vertex[c] = known;
+            }
+            const VoxelColour colour = grid_.colour_of(cell);
+            for (const auto& corners : triangles_of(kSquares[side])) {
+                *face++ = {{colour[0], colour[1], colour[2], colour[0], colour[1], colour[2],
+                            colour[0], colour[1], colour[2]},
+                           0,
+                           -1,
+                           {vertex[corners[0]], vertex[corners[1]], vertex[corners[2]]},
+                           {-1, -1, -1}};
+            }
+        });
+    }
+
+    /// The corners of a square's triangles, 9 floats each, and 9 colour bytes each.
+    void append(std::size_t cell, std::size_t side, Array<float>& soup,
+                Array<std::uint8_t>& colours) const {
+        const std::size_t x = cell % row_;
+        const std::size_t y = cell / row_ % grid_.rows_per_layer();
+        const std::size_t z = cell / row_ / grid_.rows_per_layer();
+        const VoxelColour colour = grid_.colour_of(cell);
+        for (const auto& corners : triangles_of(kSquares[side])) {
+            for (const unsigned c : corners) {
+                soup.push_back(x_[x - 1 + (c & 1U)]);
+                soup.push_back(y_[y - 1 + (c >> 1 & 1U)]);
+                soup.push_back(z_[z - 1 + (c >> 2)]);
+                colours.insert(colours.end(), colour.begin(), colour.end());
+            }
+        }
+    }
+
+private:
+    const VoxelGrid& grid_;
+    Array<float> x_, y_, z_;
+    std::size_t row_;  // cells
+};
+
+void build_soup(TriMesh& mesh, const Array<float>& soup, const Array<std::uint8_t>& colours) {
+    build_f(mesh, ByteSoup{soup.size() / 9, soup.data(), colours.data()});
+}
+
+// Runs of voxels along x, joined over sides; each piece is known by its first run.
+class Pieces {
+public:
+    explicit Pieces(const VoxelGrid& grid) : grid_(grid) {
+        offsets_.resize(grid.row_count() + 1);
+        for (std::size_t row = 0; row < grid.row_count(); ++row) {
+            offsets_[row] = static_cast<std::uint32_t>(runs_.size());
+            add_runs(row);
+        }
+        offsets_[grid.row_count()] = fits<std::uint32_t>(runs_.size());
+        root_.resize(runs_.size());
+        std::iota(root_.begin(), root_.end(), 0U);
+        for (std::size_t row = 0; row < grid.row_count(); ++row) {
+            if (row + 1 < grid.row_count()) join_rows(row, row + 1);
+            if (row + grid.rows_per_layer() < grid.row_count()) {
+                join_rows(row, row + grid.rows_per_layer());
+            }
+        }
+        for (std::uint32_t r = 0; r < root_.size(); ++r) root_[r] = root_[root_[r]];
+    }
+
+    std::uint32_t run_count() const { return static_cast<std::uint32_t>(runs_.size()); }
+    std::uint32_t piece_at(std::size_t cell) const {
+        const std::size_t row = cell / (grid_.words_per_row() * 64);
+        const auto found =
+            std::partition_point(runs_.begin() + offsets_[row], runs_.begin() + offsets_[row + 1],
+                                 [&](const Run& run) { return run.end <= cell; });
+        return root_[static_cast<std::size_t>(found - runs_.begin())];
+    }
+
+private:
+    struct Run {
+        std::size_t begin, end;  // cells
+    };
+
+    void add_runs(std::size_t row) {
+        const std::size_t first = row * grid_.words_per_row();
+        for (std::size_t word = first; word < first + grid_.words_per_row(); ++word) {
+            for (std::uint64_t cells = grid_.occupied()[word]; cells != 0; cells &= cells - 1) {
+                const std::size_t cell =
+                    word * 64 + static_cast<std::size_t>(std::countr_zero(cells));
+                if (!runs_.empty() && runs_.back().end == cell) {
+                    ++runs_.back().end;
+                } else {
+                    runs_.push_back({cell, cell + 1});
+                }
+            }
+        }
+    }
+
+    void join_rows(std::size_t a, std::size_t b) {
+        const std::size_t step = (b - a) * grid_.words_per_row() * 64;
+        std::uint32_t i = offsets_[a];
+        std::uint32_t j = offsets_[b];
+        while (i < offsets_[a + 1] && j < offsets_[b + 1]) {
+            if (runs_[i].begin + step < runs_[j].end && runs_[j].begin < runs_[i].end + step) {
+                const std::uint32_t p = find(i);
+                const std::uint32_t q = find(j);
+                root_[std::max(p, q)] = std::min(p, q);
+            }
+            runs_[i].end + step < runs_[j].end ? ++i : ++j;
+        }
+    }
+
+    std::uint32_t find(std::uint32_t run) {
+        while (root_[run] != run) run = root_[run] = root_[root_[run]];
+        return run;
+    }
+
+    const VoxelGrid& grid_;
+    Array<std::uint32_t> offsets_;  // by row
+    Array<Run> runs_;
+    Array<std::uint32_t> root_;
+};
+
+}  // namespace
+
+void form_surface(VoxelGrid& grid, RunContext& run) {
+    const Timer timer;
+    mark_exposed_sides(grid);
+    run.log.value("form  surface", six_decimals(timer.seconds()) + " sec.");
+}
+
+std::vector<TriMesh> form_surface_pieces(VoxelGrid& grid, std::size_t least_squares,
+                                         RunContext& run) {
+    const Timer timer;
+    mark_exposed_sides(grid);
+    std::vector<TriMesh> meshes;
+    if (!grid.is_empty()) {
+        const SquareMesher mesher(grid);
+        const Pieces pieces(grid);
+        // Squares sorted by piece; within one they keep their order.
+        Array<std::uint32_t> ends;
+        ends.assign(std::size_t{pieces.run_count()} + 1, 0);
+        for_each_square(grid, [&](std::size_t cell, std::size_t /*side*/) {
+            ++ends[pieces.piece_at(cell) + 1];
+        });
+        std::partial_sum(ends.begin(), ends.end(), ends.begin());
+        struct Square {
+            std::size_t cell, side;
+        };
+        Array<Square> squares;
+        squares.resize(ends.back());
+        for_each_square(grid, [&](std::size_t cell, std::size_t side) {
+            squares[ends[pieces.piece_at(cell)]++] = {cell, side};
+        });
+        std::uint32_t begin = 0;
+        for (std::uint32_t piece = 0; piece < pieces.run_count(); ++piece) {
+            const std::uint32_t end = ends[piece];
+            if (end > begin && end - begin >= least_squares) {
+                Array<float> soup;
+                Array<std::uint8_t> colours;
+                for (std::uint32_t i = begin; i < end; ++i) {
+                    mesher.append(squares[i].cell, squares[i].side, soup, colours);
+                }
+                build_soup(meshes.emplace_back(), soup, colours);
+            }
+            begin = end;
+        }
+    }
+    run.log.value("form  surface", six_decimals(timer.seconds()) + " sec.");
+    return meshes;
+}
+
+void export_voxels(TriMesh& mesh, const VoxelGrid& grid, RunContext& run) {
+    run.log.append("\n\n[start export voxel]");
+    const std::size_t squares = square_count(grid);
+    run.log.value("facet number", std::to_string(2 * squares));
+    if (2 * squares > kMaxFaceCount) throw std::length_error("vector<T> too long");
+    mesh.faces.clear();
+    mesh.vertices.clear();
+    mesh.texture_coordinates.clear();
+    mesh.shells.clear();
+    mesh.use_table.clear();
+    if (squares != 0) {
+        SquareMesher mesher(grid);
+        if (mesher.has_distinct_corners()) {
+            mesher.build(mesh, squares);
+        } else {
+            Array<float> soup;
+            Array<std::uint8_t> colours;
+            for_each_square(grid, [&](std::size_t cell, std::size_t side) {
+                mesher.append(cell, side, soup, colours);
+            });
+            build_soup(mesh, soup, colours);
+        }
+    }
+    run.log.append("voxel object has been exported.");
+}
+
+}  // namespace povmesh

@@ -1,0 +1,25 @@
+#include "voxel/voxelise.h"
+
+#include <string>
+
+#include "base/timer.h"
+#include "voxel/passes.h"
+#include "voxel/surface.h"
+
+namespace povmesh {
+
+VoxelGrid voxelise(const TriMesh& mesh, const VoxelSettings& settings, RunContext& run) {
+    run.log.append("\n\n[start voxelization]");
+    const Timer timer;
+    VoxelGrid grid = form_voxels(mesh, settings, run);
+    form_surface(grid, run);
+    drop_enclosed(grid);
+    offset(grid, -3, 1);
+    peel(grid, 2);
+    run.log.value("time voxelize", six_decimals(timer.seconds()) + " sec.");
+    run.log.value("voxel size", static_cast<double>(grid.settings().size.x));
+    run.log.value("voxel num", std::to_string(grid.size()));
+    return grid;
+}
+
+}  // namespace povmesh
