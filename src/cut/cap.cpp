@@ -199,12 +199,12 @@ void divide(const CapTriangle& triangle, const Dividers& dividers, Array<CapTria
 
 }  // namespace
 
-Array<RimEdge> closed_rim(const Array<RimEdge>& rim) {
+Array<RimEdge> closed_rim(std::span<const RimEdge> rim) {
     Nodes nodes(rim);
     nodes.sort();
     Array<LoopEdge> edges;
     for (const RimEdge& edge : rim) edges.push_back({nodes[edge.from], nodes[edge.to]});
-    if (is_balanced(edges, nodes.size())) return rim;
+    if (is_balanced(edges, nodes.size())) return {rim.begin(), rim.end()};
     Array<RimEdge> closed;
     Array<std::uint8_t> is_closed(rim.size(), 0);
     const Loops loops = find_loops(edges, nodes.size(), Direction::Kept);

@@ -15,7 +15,7 @@ namespace povmesh {
 
 /// Keeps the rim edges that close into loops. Edges whose faces disagree about the direction (the
 /// model has turned faces) get that of most edges of their loop; edges on open chains are left out.
-Array<RimEdge> closed_rim(const Array<RimEdge>& rim);
+Array<RimEdge> closed_rim(std::span<const RimEdge> rim);
 
 /// Points of the level, three a triangle, counterclockwise seen from above.
 using CapTriangle = std::array<std::int32_t, 3>;

@@ -65,6 +65,7 @@ public:
             TriMesh half = split.side_mesh(side, caps_).mesh;
             divide(half, parts);
         }
+        ++counts_.divided;
         return true;
     }
 
@@ -74,31 +75,28 @@ private:
         TriMesh whole = mirrored(split, frame_, side);
         if (whole.faces.empty()) return false;
         parts.push_back(std::move(whole));
+        ++counts_.divided;
         return true;
     }
 
     void fill(LevelSplit& split) {
-        Array<RimEdge> rim = closed_rim(split.rim());
         std::vector<std::uint32_t> group;
-        if (!is_one_shell_ && !rim.empty()) {
-            group = fill_group_of_face(model_);
-            std::stable_sort(rim.begin(), rim.end(), [&](const RimEdge& a, const RimEdge& b) {
-                return group[a.face] < group[b.face];
-            });
-        }
-        const auto group_of = [&](const RimEdge& edge) {
-            return group.empty() ? 0 : group[edge.face];
-        };
-        bool is_plain = rim.size() == split.walls().size();
+        if (!is_one_shell_) group = fill_group_of_face(model_);
+        const Array<RimEdge> rim = split.trace_rim(group);
+        bool is_plain = true;
+        std::size_t closed_count = 0;
         Array<CapTriangle> triangles;
         for (std::size_t i = 0; i < rim.size();) {
             std::size_t end = i + 1;
-            while (end < rim.size() && group_of(rim[end]) == group_of(rim[i])) ++end;
-            const RimFilling filling = fill_rim(split.points(), frame_, {rim.data() + i, end - i});
+            while (end < rim.size() && rim[end].group == rim[i].group) ++end;
+            const Array<RimEdge> closed = closed_rim({rim.data() + i, end - i});
+            const RimFilling filling = fill_rim(split.points(), frame_, closed);
             is_plain = is_plain && filling.is_plain && end - i == rim.size();
+            closed_count += closed.size();
             triangles.insert(triangles.end(), filling.triangles.begin(), filling.triangles.end());
             i = end;
         }
+        is_plain = is_plain && closed_count == split.walls().size();
         if (!is_plain) separate_crowded_sides(split.points(), triangles, split.walls());
         const std::array<std::uint8_t, 3> colour = mean_colour(rim);
         for (const CapTriangle& t : triangles) caps_.push_back({t, colour});
@@ -168,7 +166,6 @@ CutCounts cut_models(TriMesh& mesh, const CutOptions& options, RunContext& run) 
         if (options.operation != CutOperation::None) {
             if (frame &&
                 ModelCutter(model, *frame, options, counts, is_one_shell).run(mesh.parts)) {
-                ++counts.divided;
                 model = {};
             } else {
                 mesh.parts.push_back(std::move(model));

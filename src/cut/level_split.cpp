@@ -85,6 +85,10 @@ std::array<double, 2> texture_at(const TriMesh& model, std::int32_t uv) {
     return {record.u, record.v};
 }
 
+std::array<std::uint8_t, 3> corner_colour(const Face& face, std::size_t corner) {
+    return {face.colour[corner * 3], face.colour[corner * 3 + 1], face.colour[corner * 3 + 2]};
+}
+
 }  // namespace
 
 LevelSplit::LevelSplit(const TriMesh& model, const LevelFrame& frame)
@@ -94,8 +98,6 @@ LevelSplit::LevelSplit(const TriMesh& model, const LevelFrame& frame)
     if (!divides()) return;
     make_points(frame);
     merge_points();
-    collect_walls();
-    trace_rim();
 }
 
 void LevelSplit::find_signs(const LevelFrame& frame) {
@@ -288,11 +290,13 @@ std::array<double, 2> LevelSplit::texture_of(const SplitFace& split, PieceCorner
     return {between(from[0], to[0]), between(from[1], to[1])};
 }
 
-void LevelSplit::collect_walls() {
-    const auto add = [this](std::int32_t from, std::int32_t to, std::uint32_t face, bool is_below,
-                            const std::array<std::uint16_t, 3>& colour) {
-        if (from != to)
-            wall_edges_.push_back({edge_key(from, to), face, is_below, from < to, colour});
+Array<LevelSplit::WallEdge> LevelSplit::wall_edges(
+    std::span<const std::uint32_t> group_of_face) const {
+    Array<WallEdge> edges;
+    const auto add = [&](std::int32_t from, std::int32_t to, std::size_t face, bool is_below,
+                         const std::array<std::uint16_t, 3>& colour) {
+        const std::uint32_t group = group_of_face.empty() ? 0 : group_of_face[face];
+        if (from != to) edges.push_back({edge_key(from, to), group, is_below, from < to, colour});
     };
     const auto total = [](const auto& a, const auto& b) {
         std::array<std::uint16_t, 3> sum{};
@@ -307,50 +311,59 @@ void LevelSplit::collect_walls() {
         add(from, to, split.face, true, colour);
         add(to, from, split.face, false, colour);
     }
-    if (!touches_) return;
-    for (std::size_t f = 0; f < kinds_.size(); ++f) {
+    for (std::size_t f = 0; touches_ && f < kinds_.size(); ++f) {
         if (kinds_[f] != Kind::Above && kinds_[f] != Kind::Below) continue;
         const Face& face = model_.faces[f];
         for (std::size_t i = 0; i < 3; ++i) {
             const std::int32_t from = face.vertex[i];
             const std::int32_t to = face.vertex[kNext[i]];
             if (sign(from) != 0 || sign(to) != 0) continue;
-            const auto colour_at = [&](std::size_t corner) {
-                return std::array<std::uint8_t, 3>{face.colour[corner * 3],
-                                                   face.colour[corner * 3 + 1],
-                                                   face.colour[corner * 3 + 2]};
-            };
-            add(from, to, static_cast<std::uint32_t>(f), kinds_[f] == Kind::Below,
-                total(colour_at(i), colour_at(kNext[i])));
+            add(from, to, f, kinds_[f] == Kind::Below,
+                total(corner_colour(face, i), corner_colour(face, kNext[i])));
         }
     }
+    return edges;
 }
 
 // Where the faces below an edge do not make up for one another, and those above do not either, the
 // sides come apart.
-void LevelSplit::trace_rim() {
-    std::sort(wall_edges_.begin(), wall_edges_.end(), [](const WallEdge& a, const WallEdge& b) {
-        return std::tuple(a.key, !a.is_below, a.face) < std::tuple(b.key, !b.is_below, b.face);
+Array<RimEdge> LevelSplit::trace_rim(std::span<const std::uint32_t> group_of_face) {
+    Array<WallEdge> edges = wall_edges(group_of_face);
+    std::stable_sort(edges.begin(), edges.end(), [](const WallEdge& a, const WallEdge& b) {
+        return std::tuple(a.group, a.key, b.is_below) < std::tuple(b.group, b.key, a.is_below);
     });
-    for (std::size_t i = 0; i < wall_edges_.size();) {
-        const std::uint64_t key = wall_edges_[i].key;
+    Array<RimEdge> rim;
+    for (std::size_t i = 0; i < edges.size();) {
+        const WallEdge& first = edges[i];
         std::array<int, 2> excess{};  // above, below
-        std::array<std::uint32_t, 2> count{};
-        const WallEdge& first = wall_edges_[i];
-        for (; i < wall_edges_.size() && wall_edges_[i].key == key; ++i) {
-            const std::size_t side = wall_edges_[i].is_below ? 1 : 0;
-            excess[side] += wall_edges_[i].is_rising ? 1 : -1;
-            ++count[side];
+        for (; i < edges.size() && edges[i].key == first.key && edges[i].group == first.group;
+             ++i) {
+            excess[edges[i].is_below ? 1 : 0] += edges[i].is_rising ? 1 : -1;
         }
-        walls_.push_back({key, std::max(count[0], count[1])});
-        const auto low = static_cast<std::int32_t>(key >> 32);
-        const auto high = static_cast<std::int32_t>(key & 0xFFFFFFFF);
+        const auto low = static_cast<std::int32_t>(first.key >> 32);
+        const auto high = static_cast<std::int32_t>(first.key & 0xFFFFFFFF);
         // The cap runs against the wall.
-        const RimEdge edge = excess[1] < 0 ? RimEdge{low, high, first.face, first.colour}
-                                           : RimEdge{high, low, first.face, first.colour};
-        for (int k = std::min(std::abs(excess[0]), std::abs(excess[1])); k > 0; --k) {
-            rim_.push_back(edge);
-        }
+        const RimEdge edge = excess[1] < 0 ? RimEdge{low, high, first.group, first.colour}
+                                           : RimEdge{high, low, first.group, first.colour};
+        const int count = std::min(std::abs(excess[0]), std::abs(excess[1]));
+        for (int k = 0; k < count; ++k) rim.push_back(edge);
+    }
+    count_walls(edges);
+    return rim;
+}
+
+// By key alone: a cap meets the faces of all groups.
+void LevelSplit::count_walls(Array<WallEdge>& edges) {
+    const auto by_key = [](const WallEdge& a, const WallEdge& b) { return a.key < b.key; };
+    if (!std::is_sorted(edges.begin(), edges.end(), by_key)) {
+        std::sort(edges.begin(), edges.end(), by_key);
+    }
+    walls_.clear();
+    for (std::size_t i = 0; i < edges.size();) {
+        const std::uint64_t key = edges[i].key;
+        std::array<std::uint32_t, 2> count{};
+        for (; i < edges.size() && edges[i].key == key; ++i) ++count[edges[i].is_below ? 1 : 0];
+        walls_.push_back({key, std::max(count[0], count[1])});
     }
 }
 

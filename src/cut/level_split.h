@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "base/array.h"
 #include "cut/cut_points.h"
@@ -19,7 +20,7 @@ enum class LevelSide : std::uint8_t { Above, Below };
 /// way round.
 struct RimEdge {
     std::int32_t from, to;                // points
-    std::uint32_t face;                   // the one below the rim here
+    std::uint32_t group;                  // of the face below the rim here
     std::array<std::uint16_t, 3> colour;  // R, G, B of its two corners added up
 };
 
@@ -65,8 +66,12 @@ public:
     CutPoints& points() { return points_; }
     const CutPoints& points() const { return points_; }
 
-    /// The edges where the sides come apart, in the order of their keys; walls ordered by key.
-    Array<RimEdge> rim() const { return rim_; }
+    /// The edges where the sides come apart: by group of faces, then by key. Each group is looked at by
+    /// itself; without groups all faces are of group 0. To be called when the level divides the model.
+    Array<RimEdge> trace_rim(std::span<const std::uint32_t> group_of_face);
+
+    /// The edges of the model and its pieces that lie on the level, ordered by key; filled by
+    /// `trace_rim`.
     const Array<LevelWall>& walls() const { return walls_; }
 
     /// The part of the model on one side, made of its faces in their order. Appends the caps, which
@@ -95,7 +100,7 @@ private:
     // A wall's edge on the level; runs towards the point of the higher number or away from it.
     struct WallEdge {
         std::uint64_t key;
-        std::uint32_t face;
+        std::uint32_t group;
         bool is_below;
         bool is_rising;
         std::array<std::uint16_t, 3> colour;
@@ -122,8 +127,8 @@ private:
     Kind kind_of(const Face& face, const LevelFrame& frame) const;
     void make_points(const LevelFrame& frame);
     void merge_points();
-    void collect_walls();
-    void trace_rim();
+    Array<WallEdge> wall_edges(std::span<const std::uint32_t> group_of_face) const;
+    void count_walls(Array<WallEdge>& edges);
     int sign(std::int32_t vertex) const { return signs_[static_cast<std::size_t>(vertex)]; }
     Pieces pieces_of(const SplitFace& split) const;
     std::int32_t point_of(const SplitFace& split, PieceCorner corner) const;
@@ -138,8 +143,6 @@ private:
     Array<SplitFace> splits_;
     Array<double> shares_;        // by made point: along its edge, from the lower vertex number
     Array<std::int32_t> merged_;  // by made point: what stands for it
-    Array<WallEdge> wall_edges_;
-    Array<RimEdge> rim_;
     Array<LevelWall> walls_;
     std::array<std::size_t, 2> face_count_{};
     bool touches_ = false;

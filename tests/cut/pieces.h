@@ -61,15 +61,16 @@ inline std::vector<Bits> sorted_points(const TriMesh& mesh) {
 }
 
 /// What is wrong with the capped pieces of a closed, consistently wound model; empty when nothing is.
-/// A model with crowded edges may leave some in its pieces.
+/// A model with crowded edges may leave some in its pieces, and so may one whose shells touch: a point of
+/// a cut can come to lie on the vertex of another shell.
 inline std::string complaint(const TriMesh& model, const CutPlane& plane,
-                             const std::vector<TriMesh>& parts) {
+                             const std::vector<TriMesh>& parts, bool shells_touch = false) {
     const double size = extent(model);
     const double far = length(plane.point) + size;
     const double tolerance = 2e-5 * size + 1e-6 * far;
     const Vec3d normal = plane.normal / length(plane.normal);
     const std::vector<Bits> old_points = sorted_points(model);
-    const bool is_manifold = count_edges(model).crowded == 0;
+    const bool is_manifold = !shells_touch && count_edges(model).crowded == 0;
     double sum = 0;
     double worst = 0;
     for (const TriMesh& part : parts) {
