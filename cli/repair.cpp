@@ -1,20 +1,17 @@
 // povmesh repair: makes a model fit to print, and tells what was wrong, what was done and what is left.
-#include <algorithm>
-#include <array>
-#include <bit>
 #include <cmath>
 #include <cstddef>
-#include <cstdint>
 #include <nlohmann/json.hpp>
-#include <numeric>
 #include <string>
 #include <vector>
 
 #include "cli/commands.h"
 #include "cli/findings_report.h"
+#include "cli/measures.h"
 #include "cli/mending.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
+#include "cli/read_back.h"
 
 namespace povmesh::cli {
 namespace {
@@ -48,55 +45,11 @@ RepairOptions options_of(const Arguments& arguments) {
     return options;
 }
 
-// The live faces in the order in which a file holds them: OBJ groups them by label.
-std::vector<std::uint32_t> file_order(const TriMesh& mesh, FileKind kind) {
-    std::vector<std::uint32_t> order(mesh.faces.size());
-    std::iota(order.begin(), order.end(), 0U);
-    std::erase_if(order, [&](std::uint32_t face) { return mesh.faces[face].deleted != 0; });
-    if (kind == FileKind::Obj) {
-        std::stable_sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
-            return mesh.faces[a].label < mesh.faces[b].label;
-        });
-    }
-    return order;
-}
-
-std::array<std::uint32_t, 9> corner_bits(const TriMesh& mesh, std::uint32_t face) {
-    std::array<std::uint32_t, 9> bits{};
-    for (std::size_t corner = 0; corner < 3; ++corner) {
-        const Vec3f p = mesh.corner_position(mesh.faces[face], corner);
-        bits[corner * 3] = std::bit_cast<std::uint32_t>(p.x);
-        bits[corner * 3 + 1] = std::bit_cast<std::uint32_t>(p.y);
-        bits[corner * 3 + 2] = std::bit_cast<std::uint32_t>(p.z);
-    }
-    return bits;
-}
-
-// What differs between the mesh and what the file gave back, bit for bit; empty when nothing does.
-std::string difference(const TriMesh& mesh, const TriMesh& read, FileKind kind) {
-    const std::vector<std::uint32_t> order = file_order(mesh, kind);
-    if (order.size() != read.faces.size()) {
-        return "it holds " + counted(read.faces.size(), "triangle") + " instead of " +
-               with_separators(order.size());
-    }
-    for (std::uint32_t i = 0; i < order.size(); ++i) {
-        if (corner_bits(mesh, order[i]) != corner_bits(read, i)) {
-            return "triangle " + std::to_string(i) + " differs";
-        }
-    }
-    return {};
-}
-
 // Reads the result back, compares it and examines it.
 void verify(const TriMesh& mesh, const std::string& target, Progress progress, Outcome& outcome) {
     LoadedModel back;
-    const std::string failure = load_model(target, {}, back);
-    const std::string what =
-        failure.empty() ? difference(mesh, back.mesh, kind_of(target)) : failure;
-    if (!what.empty()) {
-        return outcome.fail(CannotWrite, target + ": written, but reading it back failed: " + what +
-                                             "; test the disk and repair again");
-    }
+    const std::string failure = read_back(mesh, target, back);
+    if (!failure.empty()) return outcome.fail(CannotWrite, failure);
     outcome.triangles_after = back.mesh.faces.size();
     outcome.after = examine(back.mesh, progress, SelfIntersectionSearch::UpToQuickFaces);
     outcome.status = outcome.after.has_flaws() ? Flawed : Clean;
@@ -137,20 +90,6 @@ Outcome repair_file(const Arguments& arguments, Progress progress) {
         outcome.fail(CannotRead, failure_text(source));
     }
     return outcome;
-}
-
-// Two columns of values behind one of labels.
-std::string side_by_side(const std::vector<Row>& before, const std::vector<Row>& after) {
-    constexpr std::size_t kGap = 2;
-    std::size_t width = 0;
-    for (const Row& row : before) width = std::max(width, row.second.size());
-    std::vector<Row> rows;
-    for (std::size_t i = 0; i < before.size(); ++i) {
-        const std::string& value = before[i].second;
-        rows.emplace_back(before[i].first,
-                          value + std::string(width + kGap - value.size(), ' ') + after[i].second);
-    }
-    return table_text(rows);
 }
 
 std::vector<Row> column(const std::string& head, std::size_t triangles, const Findings& findings) {

@@ -1,5 +1,7 @@
 #include "mesh/volume.h"
 
+#include "base/parallel.h"
+
 namespace povmesh {
 namespace {
 
@@ -22,6 +24,17 @@ double signed_volume(const TriMesh& mesh) {
         sum += dot(a, cross(b, c));
     }
     return sum / 6.0;
+}
+
+double surface_area(const TriMesh& mesh) {
+    return blocked_sum(mesh.faces.size(), [&](std::size_t f) {
+        const Face& face = mesh.faces[f];
+        if (face.deleted != 0) return 0.0;
+        const Vec3d a = to_double(mesh.corner_position(face, 0));
+        return length(cross(to_double(mesh.corner_position(face, 1)) - a,
+                            to_double(mesh.corner_position(face, 2)) - a)) /
+               2;
+    });
 }
 
 double volume(const TriMesh& mesh) {

@@ -1,4 +1,4 @@
-// The volume of a mesh.
+// The volume and the surface area of a mesh.
 #pragma once
 
 #include "mesh/tri_mesh.h"
@@ -13,5 +13,8 @@ double volume(const TriMesh& mesh);
 
 /// The same sum with its sign: negative for a mesh that is wound inward.
 double signed_volume(const TriMesh& mesh);
+
+/// Area of the live faces in square model units, in double.
+double surface_area(const TriMesh& mesh);
 
 }  // namespace povmesh
