@@ -242,6 +242,7 @@ RimFilling fill_rim(CutPoints& points, const LevelFrame& frame, std::span<const 
 
     RimFilling filling;
     Array<CapTriangle>& triangles = filling.triangles;
+    filling.has_guides = is_filled;
     filling.is_plain = is_filled && triangulation.is_exact();
     if (is_filled) {
         Array<std::int32_t> point_of = nodes.points();

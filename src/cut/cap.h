@@ -22,7 +22,8 @@ using CapTriangle = std::array<std::int32_t, 3>;
 
 struct RimFilling {
     Array<CapTriangle> triangles;
-    bool is_plain = true;  // no loop met itself or another one and no place is covered twice
+    bool has_guides = true;  // false when the loops cross too often for a triangulation
+    bool is_plain = true;    // no loop met itself or another one and no place is covered twice
 };
 
 /// Fills closed rims with triangles; points may be added where loops cross. Whatever the rims are

@@ -1,7 +1,8 @@
 #include "cut/cut.h"
 
 #include <algorithm>
-#include <cmath>
+#include <array>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <utility>
@@ -9,6 +10,7 @@
 
 #include "base/timer.h"
 #include "cut/cap.h"
+#include "cut/connectors.h"
 #include "cut/level_split.h"
 #include "cut/mirror.h"
 #include "mesh/separation.h"
@@ -62,7 +64,7 @@ public:
         if (!split.divides()) return false;
         if (options_.operation == CutOperation::CutAndCap) fill(split);
         for (const LevelSide side : {LevelSide::Above, LevelSide::Below}) {
-            TriMesh half = split.side_mesh(side, caps_).mesh;
+            TriMesh half = split.side_mesh(side, caps_[static_cast<std::size_t>(side)]).mesh;
             divide(half, parts);
         }
         ++counts_.divided;
@@ -83,23 +85,47 @@ private:
         std::vector<std::uint32_t> group;
         if (!is_one_shell_) group = fill_group_of_face(model_);
         const Array<RimEdge> rim = split.trace_rim(group);
-        bool is_plain = true;
-        std::size_t closed_count = 0;
-        Array<CapTriangle> triangles;
+        Array<RimEdge> closed;
         for (std::size_t i = 0; i < rim.size();) {
             std::size_t end = i + 1;
             while (end < rim.size() && rim[end].group == rim[i].group) ++end;
-            const Array<RimEdge> closed = closed_rim({rim.data() + i, end - i});
-            const RimFilling filling = fill_rim(split.points(), frame_, closed);
+            const Array<RimEdge> of_group = closed_rim({rim.data() + i, end - i});
+            closed.insert(closed.end(), of_group.begin(), of_group.end());
+            i = end;
+        }
+        std::vector<Connector> connectors =
+            place_connectors(model_, split, frame_, closed, options_.connectors);
+        ConnectorRings rings(split.points(), frame_, std::move(connectors), options_.connectors);
+        Array<CapTriangle> triangles;
+        if (!fill(split, closed, rings, triangles)) {
+            rings = ConnectorRings(split.points(), frame_, {}, options_.connectors);
+        }
+        counts_.connectors += rings.size();
+        const std::array<std::uint8_t, 3> colour = mean_colour(closed);
+        for (const LevelSide side : {LevelSide::Above, LevelSide::Below}) {
+            for (const CapTriangle& t : rings.cap(side, triangles)) {
+                caps_[static_cast<std::size_t>(side)].push_back({t, colour});
+            }
+        }
+    }
+
+    // Returns false when the rings of connectors are not in the triangles.
+    bool fill(LevelSplit& split, const Array<RimEdge>& rim, const ConnectorRings& rings,
+              Array<CapTriangle>& triangles) const {
+        bool is_plain = rim.size() == split.walls().size();
+        bool has_guides = true;
+        for (std::size_t i = 0; i < rim.size();) {
+            std::size_t end = i + 1;
+            while (end < rim.size() && rim[end].group == rim[i].group) ++end;
+            const RimFilling filling = fill_rim(split.points(), frame_, {rim.data() + i, end - i},
+                                                rings.guides(rim[i].group));
             is_plain = is_plain && filling.is_plain && end - i == rim.size();
-            closed_count += closed.size();
+            has_guides = has_guides && filling.has_guides;
             triangles.insert(triangles.end(), filling.triangles.begin(), filling.triangles.end());
             i = end;
         }
-        is_plain = is_plain && closed_count == split.walls().size();
         if (!is_plain) separate_crowded_sides(split.points(), triangles, split.walls());
-        const std::array<std::uint8_t, 3> colour = mean_colour(rim);
-        for (const CapTriangle& t : triangles) caps_.push_back({t, colour});
+        return has_guides;
     }
 
     static std::array<std::uint8_t, 3> mean_colour(const Array<RimEdge>& rim) {
@@ -131,7 +157,7 @@ private:
     const CutOptions& options_;
     CutCounts& counts_;
     bool is_one_shell_;
-    Array<LevelSplit::CapFace> caps_;
+    std::array<Array<LevelSplit::CapFace>, 2> caps_;  // by side
 };
 
 // A mesh of one shell is its model as it stands.
@@ -175,6 +201,12 @@ CutCounts cut_models(TriMesh& mesh, const CutOptions& options, RunContext& run) 
         } else {
             mesh.parts.push_back(std::move(model));
         }
+    }
+    const ConnectorOptions& connectors = options.connectors;
+    if (options.operation == CutOperation::CutAndCap && connectors.radius > 0 &&
+        counts.connectors < connectors.count * counts.divided) {
+        run.log.caution("connectors that found room: " + std::to_string(counts.connectors) +
+                        " of " + std::to_string(connectors.count * counts.divided) + "\n");
     }
     return counts;
 }

@@ -34,8 +34,8 @@ std::optional<LevelFrame> LevelFrame::make(const CutPlane& plane) {
     }
     LevelFrame frame;
     frame.up_ = normal * -1.0;
-    frame.across_ = unit(cross(direction, frame.up_));
-    frame.along_ = cross(frame.up_, frame.across_);
+    frame.across_ = unit(cross(frame.up_, direction));
+    frame.along_ = cross(frame.across_, frame.up_);
     frame.level_ = dot(frame.up_, plane.point) + plane.offset;
     const Vec3d& up = frame.up_;
     const Vec3d size{std::abs(up.x), std::abs(up.y), std::abs(up.z)};

@@ -58,6 +58,11 @@ public:
     /// True when an edge or vertex of the model lies on the level.
     bool touches() const { return touches_; }
 
+    /// True when a face lies below the level, at least in part.
+    bool reaches_below(std::size_t face) const {
+        return kinds_[face] == Kind::Below || kinds_[face] == Kind::Split;
+    }
+
     bool is_on_level(std::int32_t point) const {
         const auto i = static_cast<std::size_t>(point);
         return i >= signs_.size() || signs_[i] == 0;
