@@ -4,7 +4,8 @@
 // usage: bench_compare RESULTS.json...
 //
 // The times are medians over the repetitions. Of one-thread runs it is the processor time, user and
-// system, so that the time of a busy neighbour does not count; of others the elapsed time.
+// system, so that the time of a busy neighbour does not count; of others, and of those with the counter
+// "is_elapsed", the elapsed time.
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -25,13 +26,16 @@ struct Result {
     double floor_ms = 0;
     double bytes_per_triangle = 0;
     double file_bytes = 0;
+    double rms = 0;  // distance of a result from its source, in 1e-6 of the diagonal
+    double faces = 0;
 };
 
 // By operation, then input: benchmarks are named operation/input, and /real_time may follow.
 using Results = std::map<std::string, std::map<std::string, Result>>;
 
 // An operation may take `at_most` times as long as another one, or as itself on other inputs: those
-// named without `suffix`. `only` is the one input that it is meant for, if there is one.
+// named without `suffix`. `only` is the one input that it is meant for, if there is one. Where
+// `rms_at_most` is set, the result may be that many times as far from its source.
 struct Limit {
     const char* what;
     const char* operation;
@@ -39,6 +43,7 @@ struct Limit {
     const char* suffix;
     double at_most;
     const char* only = "";
+    double rms_at_most = 0;
 };
 
 constexpr std::array kLimits = {
@@ -62,10 +67,37 @@ constexpr std::array kLimits = {
     Limit{"write exact OBJ, to admesh", "write_exact_obj", "write_obj_admesh", "", 0.6},
     Limit{"separating shells, to CGAL split_connected_components", "separate", "separate_cgal", "",
           0.02},
+    Limit{"reduce to a half, to CGAL Garland-Heckbert", "reduce_half", "reduce_half_cgal", "", 0.5,
+          "", 1.35},
+    Limit{"parallel reduction to a half, to CGAL", "parallel_half", "reduce_half_cgal", "", 0.2, "",
+          1.1},
+    Limit{"parallel reduction to a tenth, to CGAL", "parallel_tenth", "reduce_tenth_cgal", "", 0.2,
+          "", 1.1},
+    Limit{"parallel reduction, 2 threads to 1", "parallel_half_2_threads", "parallel_half", "",
+          0.6},
+    Limit{"parallel reduction, with colours to without", "parallel_half_colour", "parallel_half",
+          "", 1.7},
+    Limit{"a level of subdivision, to CGAL Loop", "subdivide_uniform", "subdivide_uniform_cgal", "",
+          0.4},
+    Limit{"a level of subdivision, to OpenMesh LoopT", "subdivide_uniform",
+          "subdivide_uniform_openmesh", "", 0.4},
     Limit{"grouping shells, to CGAL intersecting_meshes", "group", "group_cgal", "", 0.5,
           "meeting_1000_large"},
 };
-constexpr double kBytesPerTriangle = 160;
+
+struct MemoryLimit {
+    const char* operation;
+    double bytes_per_triangle;
+};
+constexpr std::array kMemoryLimits = {
+    MemoryLimit{"flaws_detect_memory", 160},
+    MemoryLimit{"flaws_detect_memory_ascii", 160},
+    MemoryLimit{"reduce_memory", 260},
+    MemoryLimit{"parallel_reduce_memory", 120},
+};
+
+// A reduction as preprocessing hosts get it, of 1.3 million triangles.
+constexpr double kAutomaticMilliseconds = 2500;
 
 // A picture of 1024 x 1024 pixels of 1.3 million triangles.
 constexpr double kPictureMilliseconds = 300;
@@ -97,7 +129,8 @@ void read_results(const char* path, Results& results) {
         Result& result = results[name.substr(0, slash)][input];
         result.bytes_per_triangle =
             std::max(result.bytes_per_triangle, entry.value("bytes_per_triangle", 0.0));
-        const double milliseconds = entry.at(one_thread ? "cpu_time" : "real_time");
+        const bool is_processor_time = one_thread && entry.value("is_elapsed", 0.0) == 0;
+        const double milliseconds = entry.at(is_processor_time ? "cpu_time" : "real_time");
         if (result.milliseconds > 0 && result.milliseconds <= milliseconds) continue;
         result.milliseconds = milliseconds;
         // The library divides by the elapsed time.
@@ -105,6 +138,8 @@ void read_results(const char* path, Results& results) {
         result.items_per_second = entry.value("items_per_second", 0.0) * elapsed / milliseconds;
         result.floor_ms = entry.value("floor_ms", 0.0);
         result.file_bytes = entry.value("bytes", 0.0);
+        result.rms = entry.value("rms", 0.0);
+        result.faces = entry.value("faces", 0.0);
     }
 }
 
@@ -146,6 +181,49 @@ void print_limits(const Results& results, Tally& tally) {
     }
 }
 
+// How far results are from their sources, beside the limits on them.
+void print_quality(const Results& results, Tally& tally) {
+    bool is_first = true;
+    for (const Limit& limit : kLimits) {
+        const auto inputs = results.find(limit.operation);
+        if (limit.rms_at_most == 0 || inputs == results.end()) continue;
+        for (const auto& [input, ours] : inputs->second) {
+            const Result* other = find(results, limit.against, input);
+            if (other == nullptr) continue;
+            if (is_first) {
+                std::puts(
+                    "\n| quality | input | faces | RMS | against | ratio | at most | holds |");
+                std::puts("|---|---|--:|--:|--:|--:|--:|---|");
+            }
+            is_first = false;
+            const double ratio = ours.rms / other->rms;
+            std::printf("| %s | %s | %.0f | %.1f | %.1f | %.2f | %.2f | %s |\n", limit.what,
+                        input.c_str(), ours.faces, ours.rms, other->rms, ratio, limit.rms_at_most,
+                        tally.count(ratio <= limit.rms_at_most));
+        }
+    }
+}
+
+// All that reductions leave, the peers' included.
+void print_reductions(const Results& results, Tally& tally) {
+    bool is_first = true;
+    for (const auto& [operation, inputs] : results) {
+        for (const auto& [input, result] : inputs) {
+            if (result.faces == 0) continue;
+            if (is_first) std::puts("\n| reduction | input | ms | faces | RMS |");
+            if (is_first) std::puts("|---|---|--:|--:|--:|");
+            is_first = false;
+            std::printf("| %s | %s | %.0f | %.0f | %.1f |\n", operation.c_str(), input.c_str(),
+                        result.milliseconds, result.faces, result.rms);
+        }
+    }
+    const Result* automatic = find(results, "reduce_auto", "rock_1311k");
+    if (automatic == nullptr) return;
+    std::printf("\nAutomatic reduction of 1.3 million triangles: %.0f ms, at most %.0f: %s\n",
+                automatic->milliseconds, kAutomaticMilliseconds,
+                tally.count(automatic->milliseconds <= kAutomaticMilliseconds));
+}
+
 // Text into a mesh, by the byte, beside ASCII STL.
 void print_text(const Results& results, Tally& tally) {
     bool is_first = true;
@@ -169,16 +247,16 @@ void print_text(const Results& results, Tally& tally) {
 
 void print_memory(const Results& results, Tally& tally) {
     bool is_first = true;
-    for (const char* operation : {"flaws_detect_memory", "flaws_detect_memory_ascii"}) {
-        const auto inputs = results.find(operation);
+    for (const MemoryLimit& limit : kMemoryLimits) {
+        const auto inputs = results.find(limit.operation);
         if (inputs == results.end()) continue;
         if (is_first) std::puts("\n| peak memory | input | bytes a triangle | at most | holds |");
         if (is_first) std::puts("|---|---|--:|--:|---|");
         is_first = false;
         for (const auto& [input, result] : inputs->second) {
-            std::printf("| %s | %s | %.0f | %.0f | %s |\n", operation, input.c_str(),
-                        result.bytes_per_triangle, kBytesPerTriangle,
-                        tally.count(result.bytes_per_triangle <= kBytesPerTriangle));
+            std::printf("| %s | %s | %.0f | %.0f | %s |\n", limit.operation, input.c_str(),
+                        result.bytes_per_triangle, limit.bytes_per_triangle,
+                        tally.count(result.bytes_per_triangle <= limit.bytes_per_triangle));
         }
     }
 }
@@ -237,6 +315,8 @@ int main(int argc, char** argv) try {
     for (int i = 1; i < argc; ++i) read_results(argv[i], results);
     Tally tally;
     print_limits(results, tally);
+    print_quality(results, tally);
+    print_reductions(results, tally);
     print_text(results, tally);
     print_memory(results, tally);
     print_picture(results, tally);

@@ -1,19 +1,24 @@
-// Peak memory of flawsDetect64 on an STL file, in bytes a triangle. One thread (scripts/bench
-// sets OMP_NUM_THREADS=1).
+// Peak memory of flawsDetect64 on an STL file, and of reductions over the mesh that they are given,
+// in bytes a triangle. One thread (scripts/bench sets OMP_NUM_THREADS=1).
 //
 // Floor: at the peak of the walk a closed mesh has faces (36), vertices (8), uses (38), edge codes
 // (12), shells (4) and a mark a face: about 100 bytes a triangle. Where the reader maps its file,
 // resident pages of it count too.
 //
 // The call runs in a process of its own, this program started again, which has done nothing before:
-// what is counted is how far the peak resident size rises above that of the start.
+// what is counted is how far the peak resident size rises above that of the start, or of the mesh.
+#include <malloc.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
 
 #include "inputs.h"
+#include "io/stl.h"
 #include "povmesh/povmesh.h"
+#include "remesh/parallel_reduce.h"
+#include "remesh/reduce.h"
 
 namespace povmesh::bench {
 namespace {
@@ -30,19 +35,33 @@ double peak_resident_size() {
     throw std::runtime_error("no VmHWM in /proc/self/status");
 }
 
-int measure_call(const char* path) {
+// Lets the peak start again from the present size.
+void forget_peak() {
+    malloc_trim(0);
+    std::ofstream("/proc/self/clear_refs") << 5;
+}
+
+int measure_call(const std::string& operation, const char* path) {
+    TriMesh mesh;
+    RunLog log;
+    RunContext run{{}, log};
+    if (operation != "flaws_detect" && !read_stl(path, run, mesh).ok()) return 1;
+    forget_peak();
     const double before = peak_resident_size();
-    flawsDetect64(path);
+    if (operation == "flaws_detect") flawsDetect64(path);
+    if (operation == "reduce") reduce(mesh, 0.5, 0.05, -1);
+    if (operation == "parallel_reduce") reduce_parallel(mesh, {.target = 0.5}, run);
     std::cout << peak_resident_size() - before << '\n';
     return 0;
 }
 
 std::string this_program;
 
-void flaws_detect(benchmark::State& state, const std::string& input, const std::string& path) {
+void measure_memory(benchmark::State& state, const std::string& operation, const std::string& input,
+                    const std::string& path) {
     const std::string result = scratch_file("peak.txt");
     const std::string command =
-        "'" + this_program + "' --measure '" + path + "' > '" + result + "'";
+        "'" + this_program + "' --measure " + operation + " '" + path + "' > '" + result + "'";
     double bytes = 0;
     while (state.KeepRunning()) {
         if (std::system(command.c_str()) != 0 || !(std::ifstream(result) >> bytes)) {
@@ -53,11 +72,19 @@ void flaws_detect(benchmark::State& state, const std::string& input, const std::
 }
 
 void flaws_detect_binary(benchmark::State& state, const std::string& input) {
-    flaws_detect(state, input, binary_stl(input));
+    measure_memory(state, "flaws_detect", input, binary_stl(input));
 }
 
 void flaws_detect_ascii(benchmark::State& state, const std::string& input) {
-    flaws_detect(state, input, ascii_stl(input));
+    measure_memory(state, "flaws_detect", input, ascii_stl(input));
+}
+
+void reduce_half(benchmark::State& state, const std::string& input) {
+    measure_memory(state, "reduce", input, binary_stl(input));
+}
+
+void parallel_reduce_half(benchmark::State& state, const std::string& input) {
+    measure_memory(state, "parallel_reduce", input, binary_stl(input));
 }
 
 }  // namespace
@@ -65,9 +92,11 @@ void flaws_detect_ascii(benchmark::State& state, const std::string& input) {
 
 int main(int argc, char** argv) {
     using namespace povmesh::bench;  // NOLINT(google-build-using-namespace)
-    if (argc == 3 && std::string(argv[1]) == "--measure") return measure_call(argv[2]);
+    if (argc == 4 && std::string(argv[1]) == "--measure") return measure_call(argv[2], argv[3]);
     this_program = argv[0];
     add("flaws_detect_memory", compared_inputs(), flaws_detect_binary);
     add("flaws_detect_memory_ascii", {"rock_328k", "rock_1311k"}, flaws_detect_ascii);
+    add("reduce_memory", {"rock_328k", "rock_1311k"}, reduce_half);
+    add("parallel_reduce_memory", {"rock_328k", "rock_1311k"}, parallel_reduce_half);
     return run(argc, argv);
 }
