@@ -2,10 +2,13 @@
 #include <algorithm>
 
 #include "api/steps.h"
+#include "design/hollow.h"
 #include "mesh/compact.h"
 #include "mesh/shells.h"
 #include "povmesh/povmesh.h"
 #include "repair/repair.h"
+#include "voxel/surface.h"
+#include "voxel/voxelise.h"
 
 using namespace povmesh;
 using namespace povmesh::api;
@@ -84,12 +87,12 @@ void orientationOptimization(const float* coordinates_in, uint32_t count_in, flo
     std::fill_n(orientations, 4 * static_cast<std::size_t>(capacity), 0.0F);
 }
 
-void hollowFromData(float /*thickness*/, const float* coordinates_in, uint32_t count_in,
+void hollowFromData(float thickness, const float* coordinates_in, uint32_t count_in,
                     float** coordinates, uint32_t* count, uint32_t* progress) {
     Job job(progress);
-    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
     job.progress(10);
-    // Hollowing is not built yet.
+    hollow(mesh, thickness, job.run());
     job.progress(90);
     export_coordinates(job, mesh, {coordinates, count});
     job.progress(100);
@@ -118,11 +121,12 @@ void balancingFromData(float /*thickness*/, const float* coordinates_in, uint32_
     job.progress(100);
 }
 
-void voxelize(float /*voxel_size*/, const float* coordinates_in, const float* colours_in,
+void voxelize(float voxel_size, const float* coordinates_in, const float* colours_in,
               uint32_t count_in, float** coordinates, float** colours, uint32_t* count) {
     Job job;
-    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in, colours_in));
-    // The voxel grid is not built yet.
+    TriMesh mesh = build(job, soup_of(coordinates_in, count_in, colours_in));
+    export_voxels(mesh, voxelise(mesh, {{voxel_size, voxel_size, voxel_size}}, job.run()),
+                  job.run());
     export_coordinates_and_colours(job, mesh, coordinates, colours, count);
 }
 

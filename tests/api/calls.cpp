@@ -121,7 +121,7 @@ constexpr Call kCalls[] = {
    RUN{e.orientationOptimization(PLAIN_IN, h.wants_nothing ? nullptr : h.out.rows.data(), 2);
 }
 }
-, {"hollowFromData", Result::Coordinates, true, kDesign,
+, {"hollowFromData", Result::Coordinates, true, "0 build 10 10 30 40 50 60 90 export 100",
    RUN{e.hollowFromData(1, PLAIN_IN, OUT, h.cell());
 }
 }

@@ -66,6 +66,8 @@ struct Call {
     void (*run)(const Exports& e, Host& h);
 
     bool subdivides() const { return name.starts_with("subdivision"); }  // by two levels
+    bool cuts() const { return name.ends_with("utFromData"); }  // with caps, at half height
+    bool makes_voxels() const { return name == "voxelize" || name == "hollowFromData"; }
     bool reads_file() const { return events.find("5 48") != std::string_view::npos; }
 };
 

@@ -52,13 +52,16 @@ Host box_host() {
     return Host(shapes::box({0, 0, 0}, {2, 3, 4}));
 }
 
-// Records progress values and texts in the order in which they come.
+// Records progress values and trace lines in the order in which they come; the summaries of the
+// operations themselves are tested with these.
 class Recorder {
 public:
     Recorder() {
         api::set_progress_observer(
             [this](std::uint32_t percent) { events.push_back(std::to_string(percent)); });
-        api::set_log_sink([this](std::string_view text) { events.emplace_back(text); });
+        api::set_log_sink([this](std::string_view text) {
+            if (text.starts_with("|> ")) events.emplace_back(text);
+        });
     }
     ~Recorder() {
         api::set_progress_observer({});

@@ -1,0 +1,194 @@
+#include "design/hollow.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "base/convert.h"
+#include "base/timer.h"
+#include "design/smooth.h"
+#include "mesh/compact.h"
+#include "mesh/self_intersection.h"
+#include "mesh/volume.h"
+#include "remesh/reduce.h"
+#include "voxel/distance.h"
+#include "voxel/outside.h"
+#include "voxel/passes.h"
+#include "voxel/surface.h"
+#include "voxel/voxelise.h"
+
+namespace povmesh {
+namespace {
+
+// Voxels that a solid model gets. The exponent is not quite one third: hosts rely on the sizes.
+constexpr double kVoxelsOfASolid = 1.2e6;
+constexpr double kSizeExponent = 0.33;
+constexpr double kSmallestVoxel = 0.4;
+constexpr double kLargestVoxel = 2.0;
+
+// Walls of fewer layers get rid of spikes and ridges first.
+constexpr std::int32_t kLayersOfAThickWall = 5;
+constexpr std::int32_t kCleanUp = 2;
+
+constexpr std::size_t kFewestVoxels = 100;
+
+struct Reduction {
+    double ratio, least_share, least_cosine;
+};
+
+// As few faces as they allow: what hosts know. The grain of the voxels lets few edges pass the
+// normal limit, so the reduction goes on with those at any cost: on curved walls it strays by up to
+// three voxels, and in narrow places sheets come to cross each other. The next one allows larger
+// turns, so that it finds cheap edges everywhere: fewer faces, and nearer to the voxels.
+constexpr std::array kReductions = {Reduction{0.0, 0.05, 0.9}, Reduction{0.1, 0.05, 0.5},
+                                    Reduction{0.25, 0.05, 0.7}, Reduction{0.5, 0.05, 0.9}};
+
+// Share of the area that may lie off the surface of the voxels, by half a voxel or more.
+constexpr double kMostStrayed = 0.01;
+
+float voxel_size(const TriMesh& mesh, double model_volume) {
+    const double size = std::pow(model_volume / kVoxelsOfASolid, kSizeExponent);
+    const auto edge = static_cast<float>(std::clamp(size, kSmallestVoxel, kLargestVoxel));
+    return fitting_size(model_box(mesh), {edge, edge, edge}).x;
+}
+
+std::int32_t layer_count(double thickness, double size) {
+    return saturate_to<std::int32_t>((thickness - 0.5) / size + 1.0);
+}
+
+// A voxel whose squared distance to the outside, in voxels, is below this is too near to it.
+std::int64_t wall_limit(double thickness, double size) {
+    const auto is_wall = [&](double squared) {
+        return (std::sqrt(squared) - 1.0) * size < thickness - 1e-4 * size;
+    };
+    const double cells = std::max(thickness / size + 1.0, 0.0);
+    // Beyond any grid.
+    if (!(cells < 1e6)) return std::int64_t{1} << 40;
+    double limit = std::max(std::floor(cells * cells) - 2 * cells - 2, 0.0);
+    while (is_wall(limit)) ++limit;
+    return static_cast<std::int64_t>(limit);
+}
+
+void drop_wall(VoxelGrid& grid, const VoxelGrid::Words& outside, std::int64_t squared_limit) {
+    if (grid.is_empty()) return;
+    const VoxelGrid::Words wall = cells_within(grid, outside, squared_limit);
+    grid.for_each_word([&](std::size_t word) {
+        const std::uint64_t cells = grid.occupied()[word] & wall[word];
+        if (cells != 0) grid.remove(word, cells);
+    });
+    grid.recount();
+    grid.outside_is_valid = grid.faces_are_valid = false;
+}
+
+// The voxels of the cavity.
+VoxelGrid core_of(const TriMesh& mesh, float size, double thickness, HollowReport& report,
+                  RunContext& run) {
+    VoxelGrid grid = voxelise(mesh, {{size, size, size}}, run);
+    run.progress.set(30);
+    fill_rows(grid, FillColour::White);
+    refresh_outside(grid);
+    const VoxelGrid::Words outside = grid.outside();
+    run.progress.set(40);
+    if (report.layers < kLayersOfAThickWall) clean_up(grid, kCleanUp);
+    run.progress.set(50);
+    peel(grid, report.layers);
+    if (report.layers >= 1) {
+        drop_wall(grid, outside, wall_limit(thickness, report.voxel_size));
+        drop_edge_contacts(grid);
+    }
+    run.progress.set(60);
+    form_surface(grid, run);
+    report.voxels = grid.size();
+    return grid;
+}
+
+// How many layers of cells lie at least between a point and the surface of the voxels: 2, 1 or 0,
+// which is when the eight cells around the point are not all of a kind.
+int layers_off(const VoxelGrid& core, Vec3d point) {
+    const Vec3d p = point - to_double(core.origin());
+    const double size = static_cast<double>(core.settings().size.x);
+    const auto floor_of = [&](double c) { return saturate_to<std::int32_t>(std::floor(c / size)); };
+    const VoxelIndex low = {floor_of(p.x), floor_of(p.y), floor_of(p.z)};
+    const auto is_mixed = [&](std::int32_t margin) {
+        std::size_t voxels = 0;
+        std::size_t cells = 0;
+        for (std::int32_t z = low.z - margin; z <= low.z + 1 + margin; ++z) {
+            for (std::int32_t y = low.y - margin; y <= low.y + 1 + margin; ++y) {
+                for (std::int32_t x = low.x - margin; x <= low.x + 1 + margin; ++x) {
+                    voxels += core.contains({x, y, z}) ? 1 : 0;
+                    ++cells;
+                }
+            }
+        }
+        return voxels != 0 && voxels != cells;
+    };
+    if (is_mixed(0)) return 0;
+    return is_mixed(1) ? 1 : 2;
+}
+
+// Looks at the corners of every face, the middles of its edges and its centre.
+bool follows(const TriMesh& mesh, const VoxelGrid& core) {
+    double area = 0;
+    double strayed = 0;
+    for (const Face& face : mesh.faces) {
+        std::array<Vec3d, 7> points;
+        for (std::size_t i = 0; i < 3; ++i) points[i] = to_double(mesh.corner_position(face, i));
+        for (std::size_t i = 0; i < 3; ++i) points[3 + i] = (points[i] + points[(i + 1) % 3]) * 0.5;
+        points[6] = (points[0] + points[1] + points[2]) / 3.0;
+        const double share =
+            length(cross(points[1] - points[0], points[2] - points[0])) / points.size();
+        for (const Vec3d& point : points) {
+            const int layers = layers_off(core, point);
+            if (layers > 1) return false;
+            area += share;
+            if (layers == 1) strayed += share;
+        }
+    }
+    return strayed <= kMostStrayed * area;
+}
+
+// Collapsing edges keeps the surface a manifold, no more than that. What strays from the voxels or
+// crosses itself is not handed out.
+void reduce_faithfully(TriMesh& mesh, const VoxelGrid& core) {
+    const TriMesh whole = mesh;
+    for (const Reduction& reduction : kReductions) {
+        (void)reduce(mesh, reduction.ratio, reduction.least_share, reduction.least_cosine);
+        compact(mesh);
+        if (follows(mesh, core) && find_self_intersections(mesh, 0).count == 0) return;
+        mesh = whole;
+    }
+}
+
+}  // namespace
+
+HollowReport hollow(TriMesh& mesh, float thickness, RunContext& run, const HollowOptions& options) {
+    HollowReport report;
+    run.progress.set(10);
+    run.log.start("light weight");
+    run.log.value("thickness", double{thickness});
+    const Timer timer;
+    report.model_volume = volume(mesh);
+    const float size = voxel_size(mesh, report.model_volume);
+    report.voxel_size = double{size};
+    report.layers = layer_count(double{thickness}, report.voxel_size);
+    const VoxelGrid core = core_of(mesh, size, double{thickness}, report, run);
+    export_voxels(mesh, core, run);
+    if (report.voxels < kFewestVoxels) {
+        mesh = {};
+        run.log.caution("hollow nothing!\n");
+        return report;
+    }
+    run.progress.set(70);
+    smooth_voxel_surface(mesh);
+    run.progress.set(80);
+    if (options.is_reduced) reduce_faithfully(mesh, core);
+    run.progress.set(85);
+    report.is_hollowed = true;
+    report.cavity_volume = volume(mesh);
+    run.log.value("hollow volume",
+                  six_decimals(report.cavity_volume / report.model_volume * 100) + " %");
+    run.log.success("light weight", timer.seconds());
+    return report;
+}
+
+}  // namespace povmesh
