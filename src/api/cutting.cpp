@@ -1,5 +1,6 @@
 // Exported functions that divide a model: plane cut and decomposition.
 #include "api/steps.h"
+#include "cut/cut.h"
 #include "povmesh/povmesh.h"
 
 using namespace povmesh;
@@ -7,7 +8,38 @@ using namespace povmesh::api;
 
 namespace {
 
-/// The operation of every function here is not built yet, and their frames are the same.
+/// The tolerance that hosts of the cut have always had: the level lies above the plane by this much, on
+/// the side that the normal points away from. Model units.
+constexpr double kLevelOffset = 0.1;
+
+CutOperation operation_of(std::uint32_t code) {
+    switch (code) {
+        case 1:
+            return CutOperation::Cut;
+        case 2:
+            return CutOperation::CutAndCap;
+        case 3:
+            return CutOperation::MirrorBelow;
+        case 4:
+            return CutOperation::MirrorAbove;
+        default:
+            return CutOperation::None;
+    }
+}
+
+// Zero, which makes no plane, for a null pointer.
+Vec3d vector_of(const float* three) {
+    if (three == nullptr) return {};
+    return to_double(Vec3f{three[0], three[1], three[2]});
+}
+
+CutPlane plane_of(const float* normal, const float* direction, const float* point) {
+    CutPlane plane{vector_of(normal), vector_of(direction), vector_of(point), kLevelOffset};
+    if (point == nullptr) plane.normal = {};
+    return plane;
+}
+
+/// The decompositions are not built yet, and their frames are the same.
 void divide(const Soup& soup, const MultiOut& out, std::uint32_t* progress) {
     Job job(progress);
     TriMesh mesh = build(job, soup);
@@ -49,17 +81,27 @@ void cutFromData(const float* normal, const float* direction, const float* point
                      texture_coordinates, labels, part_triangles, part_count, progress_cell());
 }
 
-void planeCutFromData(const float* /*normal*/, const float* /*direction*/, const float* /*point*/,
-                      float /*connector_radius*/, uint32_t /*connector_segments*/,
-                      uint32_t /*connector_count*/, uint64_t /*reserved*/, uint32_t /*operation*/,
-                      uint32_t /*parameter*/, const float* coordinates_in, const float* colours_in,
+void planeCutFromData(const float* normal, const float* direction, const float* point,
+                      float connector_radius, uint32_t connector_segments, uint32_t connector_count,
+                      uint64_t /*reserved*/, uint32_t operation, uint32_t /*parameter*/,
+                      const float* coordinates_in, const float* colours_in,
                       const float* texture_coordinates_in, const int32_t* labels_in,
                       uint32_t count_in, float** coordinates, float** colours,
                       float** texture_coordinates, int32_t** labels, uint32_t** part_triangles,
                       uint32_t* part_count, uint32_t* progress) {
-    divide(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in),
-           {coordinates, colours, texture_coordinates, labels, part_triangles, part_count},
-           progress);
+    CutOptions options;
+    options.operation = operation_of(operation);
+    options.plane = plane_of(normal, direction, point);
+    options.connectors = {connector_radius, connector_count, connector_segments};
+    Job job(progress);
+    TriMesh mesh = build(
+        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    job.progress(10);
+    cut_models(mesh, options, job.run());
+    job.progress(90);
+    export_parts(mesh,
+                 {coordinates, colours, texture_coordinates, labels, part_triangles, part_count});
+    job.progress(100);
 }
 
 void decompositionUniformPreview(float /*size_x*/, float /*size_y*/, float /*size_z*/,
