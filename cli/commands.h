@@ -8,6 +8,7 @@ namespace povmesh::cli {
 
 int run_check(const Arguments& arguments, Console& console);
 int run_convert(const Arguments& arguments, Console& console);
+int run_cut(const Arguments& arguments, Console& console);
 int run_render(const Arguments& arguments, Console& console);
 int run_repair(const Arguments& arguments, Console& console);
 int run_split(const Arguments& arguments, Console& console);

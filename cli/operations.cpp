@@ -56,7 +56,7 @@ std::span<const ExitStatusSpec> exit_statuses() {
 }
 
 std::span<const OperationSpec> operations() {
-    static const std::array<OperationSpec, 6> table = {
+    static const std::array<OperationSpec, 7> table = {
         OperationSpec{
             .name = "check",
             .summary = "Tell whether models are fit to print",
@@ -128,6 +128,57 @@ std::span<const OperationSpec> operations() {
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_split},
         OperationSpec{
+            .name = "cut",
+            .summary = "Divide a model with a plane",
+            .description =
+                "Cuts each model that the plane divides and closes the openings, so that the pieces "
+                "of a closed model are closed. Writes DIR/NAME_001.stl and so on, NAME being that "
+                "of IN: of each model first the piece that the normal points away from.",
+            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
+            .options = {{.name = "--output",
+                         .short_name = "-o",
+                         .type = ValueType::Text,
+                         .placeholder = "DIR",
+                         .is_required = true,
+                         .help = "Folder to write to; it is made when it is not there"},
+                        {.name = "--normal",
+                         .type = ValueType::Vector,
+                         .placeholder = "X,Y,Z",
+                         .default_value = "0,0,1",
+                         .help = "Normal of the plane, of any length"},
+                        {.name = "--point",
+                         .type = ValueType::Vector,
+                         .placeholder = "X,Y,Z",
+                         .unit = "units of the file",
+                         .help = "A point of the plane, by default the middle of the model"},
+                        {.name = "--no-caps", .help = "Leave the openings open"},
+                        {.name = "--mirror",
+                         .help = "Keep the side that the normal points to and add its mirror image"},
+                        {.name = "--pegs",
+                         .type = ValueType::Number,
+                         .placeholder = "COUNT",
+                         .default_value = "0",
+                         .low = 0,
+                         .high = 256,
+                         .help = "Pegs on the first piece of each model cut, with sockets in the "
+                                 "other that are larger by 0.2"},
+                        {.name = "--peg-radius",
+                         .type = ValueType::Number,
+                         .placeholder = "RADIUS",
+                         .unit = "units of the file",
+                         .default_value = "2",
+                         .low = 0,
+                         .high = kNoLimit,
+                         .help = "Radius of the pegs, which are up to twice as long"},
+                        {.name = "--format",
+                         .type = ValueType::Choice,
+                         .placeholder = "FORMAT",
+                         .choices = {"stl", "obj"},
+                         .help = "Format to write, by default that of IN"},
+                        {.name = "--json", .help = "Print one JSON object"}},
+            .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+            .run = run_cut},
+        OperationSpec{
             .name = "convert",
             .summary = "Write a model in another format",
             .description =
@@ -140,8 +191,8 @@ std::span<const OperationSpec> operations() {
         OperationSpec{
             .name = "render",
             .summary = "Draw a picture of a model",
-            .description = "Draws the model in parallel projection and writes a PNG file.",
-            .positionals = {{"FILE", false, "STL file, binary or ASCII, or OBJ file"}},
+            .description = "Draws the models together in parallel projection and writes a PNG file.",
+            .positionals = {{"FILE", true, "STL files, binary or ASCII, and OBJ files"}},
             .options = {{.name = "--output",
                          .short_name = "-o",
                          .type = ValueType::Text,
@@ -166,6 +217,9 @@ std::span<const OperationSpec> operations() {
                          .type = ValueType::Text,
                          .placeholder = "OTHER",
                          .help = "Draw another model, seen the same way, on the right"},
+                        {.name = "--explode",
+                         .help = "Pull the models apart, each body for itself, in two colours by "
+                                 "turns"},
                         {.name = "--flaws", .help = "Draw the flaws in colour, print the legend"}},
             .statuses = {Clean, Usage, CannotRead, CannotWrite},
             .run = run_render},
@@ -202,6 +256,9 @@ std::string value_error(const OptionSpec& option, const std::string& value) {
                    std::string(option.unit) + " each";
         }
     }
+    if (option.type == ValueType::Vector && std::isnan(parse_vector(value).x)) {
+        return "'" + value + "' is not three numbers with commas between them, such as 0,0,1";
+    }
     if (option.type == ValueType::Number) {
         const double number = parse_number(value);
         if (!(number >= option.low && number <= option.high)) {
@@ -217,6 +274,17 @@ double parse_number(std::string_view text) {
     const bool is_number =
         error == std::errc() && end == text.data() + text.size() && std::isfinite(number);
     return is_number ? number : std::numeric_limits<double>::quiet_NaN();
+}
+
+Vec3d parse_vector(std::string_view text) {
+    constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+    const std::size_t first = text.find(',');
+    const std::size_t second = first == text.npos ? text.npos : text.find(',', first + 1);
+    if (second == text.npos) return {kNone, kNone, kNone};
+    const Vec3d v{parse_number(text.substr(0, first)),
+                  parse_number(text.substr(first + 1, second - first - 1)),
+                  parse_number(text.substr(second + 1))};
+    return std::isnan(v.y) || std::isnan(v.z) ? Vec3d{kNone, kNone, kNone} : v;
 }
 
 PixelSize parse_pixel_size(std::string_view text) {

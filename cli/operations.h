@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/vec.h"
+
 namespace povmesh::cli {
 
 class Arguments;
@@ -33,6 +35,7 @@ enum class ValueType {
     Choice,     // one of `choices`
     PixelSize,  // WIDTHxHEIGHT, each from `low` to `high`
     Number,     // decimal, from `low` to `high`
+    Vector,     // X,Y,Z: three decimals
 };
 
 constexpr double kNoLimit = std::numeric_limits<double>::max();
@@ -86,6 +89,9 @@ std::string value_error(const OptionSpec& option, const std::string& value);
 /// Reads a value of type Number; not a number when it is none. The decimal point is a point.
 double parse_number(std::string_view text);
 
+/// Reads a value of type Vector; its x is not a number when it is none.
+Vec3d parse_vector(std::string_view text);
+
 /// What the user gave, defaults filled in. An option without a default that was not given has no
 /// value.
 class Arguments {
@@ -100,6 +106,7 @@ public:
     }
     const std::string& text(std::string_view name) const { return all(name).front(); }
     double number(std::string_view name) const { return parse_number(text(name)); }
+    Vec3d vector(std::string_view name) const { return parse_vector(text(name)); }
 
 private:
     std::map<std::string, std::vector<std::string>> values_;

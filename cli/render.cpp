@@ -1,18 +1,21 @@
-// povmesh render: a picture of a model, with its flaws in colour when asked.
+// povmesh render: a picture of models, with their flaws in colour or pulled apart when asked.
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "base/convert.h"
 #include "cli/commands.h"
 #include "cli/findings.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/picture/picture.h"
 #include "io/file.h"
+#include "mesh/separation.h"
 
 namespace povmesh::cli {
 namespace {
@@ -68,7 +71,7 @@ struct Subject {
     LoadedModel loaded;
     std::string legend;
 
-    Image draw(const RenderOptions& options, bool with_flaws) {
+    povmesh::Model model(bool with_flaws) {
         povmesh::Model model;
         model.mesh = &loaded.mesh;
         model.use_face_colours = has_colours(loaded.mesh);
@@ -79,7 +82,7 @@ struct Subject {
             model.overlay = flaw_overlay(loaded.mesh, faces);
             legend = legend_of(findings, faces);
         }
-        return render({model}, options);
+        return model;
     }
 };
 
@@ -104,25 +107,72 @@ Image beside(const Image& left, const Image& right, std::uint32_t width) {
     return both;
 }
 
-// One model fills the picture; two stand side by side, seen by the same camera.
-Image draw(std::vector<Subject>& subjects, const Arguments& arguments) {
+// How far the bodies of an exploded picture move away from the middle of the scene, in distances of their
+// own middles from it.
+constexpr double kExplosion = 0.6;
+
+void widen(Box3d& box, const Box3d& by) {
+    if (by.is_empty()) return;
+    box.widen(by.low);
+    box.widen(by.high);
+}
+
+Vec3d middle(const Box3d& box) {
+    return box.is_empty() ? Vec3d{} : box.low * 0.5 + box.high * 0.5;
+}
+
+// The bodies of all models, moved apart, in two colours by turns.
+Image draw_exploded(std::vector<Subject>& subjects, const RenderOptions& options) {
+    Box3d scene_box;
+    std::vector<TriMesh> bodies;
+    for (Subject& subject : subjects) {
+        TriMesh& mesh = subject.loaded.mesh;
+        widen(scene_box, box_of(mesh));
+        separate_models(mesh, {.keep_cavities = true});
+        std::move(mesh.parts.begin(), mesh.parts.end(), std::back_inserter(bodies));
+    }
+    Scene scene;
+    for (TriMesh& body : bodies) {
+        const Vec3d by = (middle(box_of(body)) - middle(scene_box)) * kExplosion;
+        for (Vertex& vertex : body.vertices) {
+            vertex.x = narrow_to_float(static_cast<double>(vertex.x) + by.x);
+            vertex.y = narrow_to_float(static_cast<double>(vertex.y) + by.y);
+            vertex.z = narrow_to_float(static_cast<double>(vertex.z) + by.z);
+        }
+        povmesh::Model model;
+        model.mesh = &body;
+        model.use_face_colours = has_colours(body);
+        if (scene.size() % 2 == 1) model.colour = palette::kSecondary;
+        scene.push_back(model);
+    }
+    return render(scene, options);
+}
+
+RenderOptions options_of(const Arguments& arguments) {
     const PixelSize size = parse_pixel_size(arguments.text("--size"));
-    const bool with_flaws = arguments.has("--flaws");
     RenderOptions options;
     options.width = static_cast<std::uint32_t>(size.width);
     options.height = static_cast<std::uint32_t>(size.height);
     options.view = view_named(arguments.text("--view"));
-    if (subjects.size() == 1) return subjects[0].draw(options, with_flaws);
-    for (const Subject& subject : subjects) {
-        const Box3d box = box_of(subject.loaded.mesh);
-        if (box.is_empty()) continue;
-        options.frame.widen(box.low);
-        options.frame.widen(box.high);
+    return options;
+}
+
+// All models fill the picture together; with one to compare, two stand side by side, seen by the same
+// camera.
+Image draw(std::vector<Subject>& subjects, const Arguments& arguments) {
+    const bool with_flaws = arguments.has("--flaws");
+    RenderOptions options = options_of(arguments);
+    if (arguments.has("--explode")) return draw_exploded(subjects, options);
+    if (!arguments.has("--compare")) {
+        Scene scene;
+        for (Subject& subject : subjects) scene.push_back(subject.model(with_flaws));
+        return render(scene, options);
     }
+    for (const Subject& subject : subjects) widen(options.frame, box_of(subject.loaded.mesh));
     const std::uint32_t width = options.width;
     options.width = (width - kGap) / 2;
-    return beside(subjects[0].draw(options, with_flaws), subjects[1].draw(options, with_flaws),
-                  width);
+    const Image left = render({subjects[0].model(with_flaws)}, options);
+    return beside(left, render({subjects[1].model(with_flaws)}, options), width);
 }
 
 // Reads the models and draws them; one line for the user when that fails, else empty.
@@ -140,10 +190,25 @@ std::string make_png(const std::vector<std::string>& paths, const Arguments& arg
     return {};
 }
 
+// What is wrong with a combination of options; empty when nothing is.
+std::string usage_error(const Arguments& arguments) {
+    if (arguments.has("--compare") && arguments.all("FILE").size() > 1) {
+        return "render: --compare draws one model beside another; give one FILE";
+    }
+    if (arguments.has("--explode") && (arguments.has("--compare") || arguments.has("--flaws"))) {
+        return "render: --explode goes with neither --compare nor --flaws";
+    }
+    return {};
+}
+
 }  // namespace
 
 int run_render(const Arguments& arguments, Console& console) {
-    std::vector<std::string> paths = {arguments.text("FILE")};
+    std::vector<std::string> paths = arguments.all("FILE");
+    if (const std::string error = usage_error(arguments); !error.empty()) {
+        console.error(error);
+        return Usage;
+    }
     if (arguments.has("--compare")) paths.push_back(arguments.text("--compare"));
     const std::string& target = arguments.text("--output");
     if (!has_extension(target, ".png")) {

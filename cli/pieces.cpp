@@ -1,0 +1,117 @@
+#include "cli/pieces.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <system_error>
+
+#include "cli/numbers.h"
+#include "mesh/edge_mates.h"
+#include "mesh/volume.h"
+
+namespace povmesh::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Digits of a number in a file name, so that up to 999 names sort by number.
+constexpr std::size_t kDigits = 3;
+
+std::string volume_text(double volume) {
+    return std::isfinite(volume) ? human_number(volume) : "unknown";
+}
+
+}  // namespace
+
+bool is_closed(TriMesh& mesh) {
+    const EdgeMates mates(mesh);
+    for (std::size_t face = 0; face < mesh.faces.size(); ++face) {
+        for (std::size_t edge = 0; edge < 3; ++edge) {
+            if (mates.kind(face, edge) == EdgeMates::Kind::Open) return false;
+        }
+    }
+    return true;
+}
+
+Piece piece_of(TriMesh& mesh, std::size_t shells) {
+    Piece piece;
+    piece.triangles = mesh.faces.size();
+    piece.shells = shells;
+    piece.volume = signed_volume(mesh);
+    for (const Vertex& vertex : mesh.vertices) {
+        if (std::isfinite(vertex.x) && std::isfinite(vertex.y) && std::isfinite(vertex.z)) {
+            piece.box.widen(vertex.position());
+        }
+    }
+    piece.is_closed = is_closed(mesh);
+    return piece;
+}
+
+std::string numbered(const fs::path& folder, const std::string& name, std::size_t number,
+                     const std::string& extension) {
+    std::string digits = std::to_string(number);
+    digits.insert(0, kDigits - std::min(kDigits, digits.size()), '0');
+    return (folder / (name + "_" + digits + extension)).string();
+}
+
+std::string extension_for(const Arguments& arguments, const std::string& source) {
+    if (arguments.has("--format")) return "." + arguments.text("--format");
+    return kind_of(source) == FileKind::Obj ? ".obj" : ".stl";
+}
+
+std::string make_folder(const std::string& folder) {
+    std::error_code error;
+    fs::create_directory(folder, error);
+    if (!error && fs::is_directory(folder, error)) return {};
+    const std::string reason =
+        error ? error.message() : std::make_error_code(std::errc::not_a_directory).message();
+    return folder + ": cannot be made: " + reason + "; name a folder whose parent is there";
+}
+
+std::string written_text(const std::vector<Piece>& pieces) {
+    if (pieces.empty()) return "; nothing was written";
+    std::string text = "; written: " + pieces.front().file;
+    if (pieces.size() > 1) text += " to " + pieces.back().file;
+    return text;
+}
+
+std::string pieces_table(const std::vector<Piece>& pieces) {
+    using Line = std::array<std::string, 6>;
+    std::vector<Line> lines = {{"file", "triangles", "shells", "volume", "closed", "size"}};
+    for (const Piece& piece : pieces) {
+        lines.push_back({on_one_line(fs::path(piece.file).filename().string()),
+                         with_separators(piece.triangles), with_separators(piece.shells),
+                         volume_text(piece.volume), piece.is_closed ? "yes" : "no",
+                         size_text(piece.box)});
+    }
+    std::array<std::size_t, std::tuple_size_v<Line>> widths{};
+    for (const Line& line : lines) {
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            widths[i] = std::max(widths[i], line[i].size());
+        }
+    }
+    std::string text;
+    for (const Line& line : lines) {
+        for (std::size_t i = 0; i + 1 < line.size(); ++i) {
+            text += "  " + line[i] + std::string(widths[i] - line[i].size(), ' ');
+        }
+        text += "  " + line.back() + "\n";
+    }
+    return text;
+}
+
+Json pieces_json(const std::vector<Piece>& pieces) {
+    Json json = Json::array();
+    for (const Piece& piece : pieces) {
+        json.push_back({{"file", piece.file},
+                        {"triangles", piece.triangles},
+                        {"shells", piece.shells},
+                        {"volume", volume_json(piece.volume)},
+                        {"size", size_json(piece.box)},
+                        {"closed", piece.is_closed}});
+    }
+    return json;
+}
+
+}  // namespace povmesh::cli
