@@ -1,0 +1,35 @@
+#include "remesh/collapse_queue.h"
+
+namespace povmesh {
+
+void CollapseQueue::clear(std::size_t expected_entries) {
+    // A heap of this many lies in the caches by itself.
+    constexpr std::size_t kFew = 4096;
+    heap_.clear();
+    for (std::size_t bucket = 0; bucket <= last_ && !heads_.empty(); ++bucket) {
+        heads_[bucket] = kNone;
+    }
+    chunks_.clear();
+    free_ = kNone;
+    last_ = 0;
+    current_ = kBucketCount;
+    if (expected_entries <= kFew) return;
+    if (heads_.empty()) heads_.assign(kBucketCount, kNone);
+    current_ = 0;
+}
+
+std::uint32_t CollapseQueue::add_chunk(std::size_t bucket) {
+    std::uint32_t chunk = free_;
+    if (chunk != kNone) {
+        free_ = chunks_[chunk].next;
+    } else {
+        chunk = static_cast<std::uint32_t>(chunks_.size());
+        chunks_.resize(chunks_.size() + 1);
+    }
+    chunks_[chunk].next = heads_[bucket];
+    chunks_[chunk].count = 0;
+    heads_[bucket] = chunk;
+    return chunk;
+}
+
+}  // namespace povmesh

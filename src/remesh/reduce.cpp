@@ -1,0 +1,568 @@
+#include "remesh/reduce.h"
+
+#include <cassert>
+#include <limits>
+#include <utility>
+
+#include "base/parallel.h"
+#include "mesh/edge_mates.h"
+#include "mesh/shells.h"
+#include "remesh/collapse_queue.h"
+#include "remesh/corner_attributes.h"
+#include "remesh/quadric.h"
+#include "remesh/reduction_target.h"
+
+namespace povmesh {
+namespace {
+
+constexpr std::array<std::size_t, 3> kNext = {1, 2, 0};
+
+// A collapse works through all faces at its two ends, and puts their edges into the queue again.
+// With this bound a hub of many faces cannot make the whole quadratic.
+constexpr std::size_t kMaxUses = 1024;
+
+Vec3f midpoint(Vec3f a, Vec3f b) {
+    const auto half = [](float x, float y) {
+        return static_cast<float>(0.5 * (static_cast<double>(x) + static_cast<double>(y)));
+    };
+    return {half(a.x, b.x), half(a.y, b.y), half(a.z, b.z)};
+}
+
+std::uint8_t mean(std::uint8_t a, std::uint8_t b) {
+    return static_cast<std::uint8_t>((a + b) / 2);
+}
+
+Vec3d unscaled_normal(const std::array<Vec3f, 3>& p) {
+    const Vec3d origin = to_double(p[0]);
+    return cross(to_double(p[1]) - origin, to_double(p[2]) - origin);
+}
+
+// True when the cosine between two normals is below the limit. A face that had no area may turn as
+// it likes, one that loses its area turns too far.
+bool turns_too_far(Vec3d before, Vec3d after, double limit) {
+    const double squares = dot(before, before) * dot(after, after);
+    if (squares > 0) {
+        const double cosine = dot(before, after) / std::sqrt(squares);
+        return cosine < limit;
+    }
+    return dot(before, before) > 0;
+}
+
+// The faces at the vertices while edges collapse: rows of face numbers in one pool. A row may still
+// name faces that are gone; reading it takes them out.
+class FaceRows {
+public:
+    explicit FaceRows(const UseTable& table) {
+        const std::size_t vertex_count = table.offsets.size() - 1;
+        starts_.resize(vertex_count);
+        sizes_.resize(vertex_count);
+        pool_.reserve(table.uses.size() + table.uses.size() / 4 + kMaxUses);
+        for (std::size_t v = 0; v < vertex_count; ++v) {
+            starts_[v] = pool_.size();
+            for (const Use& use : table.row(v)) pool_.push_back(use.face());
+            sizes_[v] = static_cast<std::uint32_t>(pool_.size() - starts_[v]);
+        }
+    }
+
+    std::span<std::uint32_t> row(std::size_t vertex) {
+        return {pool_.data() + starts_[vertex], sizes_[vertex]};
+    }
+    void shorten(std::size_t vertex, std::size_t size) {
+        sizes_[vertex] = static_cast<std::uint32_t>(size);
+    }
+
+    // Row b joins row a. Both are read beforehand, so that they name live faces only.
+    void join(std::size_t a, std::size_t b) {
+        const std::size_t size = std::size_t{sizes_[a]} + sizes_[b];
+        if (starts_[a] + sizes_[a] != pool_.size()) {
+            if (pool_.size() + size > pool_.capacity()) pack(size);
+            const std::size_t start = pool_.size();
+            append(a);
+            starts_[a] = start;
+        } else if (pool_.size() + sizes_[b] > pool_.capacity()) {
+            pack(size);
+            const std::size_t start = pool_.size();
+            append(a);
+            starts_[a] = start;
+        }
+        append(b);
+        sizes_[a] = static_cast<std::uint32_t>(size);
+        sizes_[b] = 0;
+    }
+
+private:
+    void append(std::size_t vertex) {
+        for (std::size_t i = 0; i < sizes_[vertex]; ++i) {
+            pool_.push_back(pool_[starts_[vertex] + i]);
+        }
+    }
+
+    // Moves the rows together, with room for as much as half of what they hold.
+    void pack(std::size_t needed) {
+        std::size_t held = 0;
+        for (const std::uint32_t size : sizes_) held += size;
+        Array<std::uint32_t> packed;
+        packed.reserve(held + held / 2 + 4 * needed);
+        for (std::size_t v = 0; v < starts_.size(); ++v) {
+            const std::size_t start = packed.size();
+            packed.insert(packed.end(), pool_.begin() + static_cast<std::ptrdiff_t>(starts_[v]),
+                          pool_.begin() + static_cast<std::ptrdiff_t>(starts_[v] + sizes_[v]));
+            starts_[v] = start;
+        }
+        pool_ = std::move(packed);
+    }
+
+    Array<std::size_t> starts_;
+    Array<std::uint32_t> sizes_;
+    Array<std::uint32_t> pool_;
+};
+
+// What the corners at the merged vertex get. Corners that carry what a face on the edge carries
+// there belong to that face's side of the edge; others keep what they have.
+class CornerMerge {
+public:
+    struct Side {
+        CornerKey at_a, at_b;
+        const Face* face;
+        std::size_t corner_a, corner_b;
+    };
+
+    CornerMerge(TriMesh& mesh, const Side& first, const Side& second)
+        : mesh_(mesh), sides_{first, second} {
+        for (std::size_t i = 0; i < 2; ++i) values_[i] = mean_of(sides_[i]);
+        both_ = values_[0];
+        if (values_[0].label >= 0) {
+            both_.u = 0.5 * (values_[0].u + values_[1].u);
+            both_.v = 0.5 * (values_[0].v + values_[1].v);
+        } else {
+            for (std::size_t k = 0; k < 3; ++k) {
+                both_.colour[k] = mean(values_[0].colour[k], values_[1].colour[k]);
+            }
+        }
+    }
+
+    void apply(Face& face, std::size_t corner, bool is_at_a) {
+        const CornerKey key(mesh_, face, corner);
+        const bool is_first = key == (is_at_a ? sides_[0].at_a : sides_[0].at_b);
+        const bool is_second = key == (is_at_a ? sides_[1].at_a : sides_[1].at_b);
+        if (is_first && is_second) {
+            store(face, corner, both_);
+        } else if (is_first || is_second) {
+            store(face, corner, values_[is_first ? 0 : 1]);
+        }
+    }
+
+private:
+    struct Value {
+        std::int32_t label = -1;
+        std::array<std::uint8_t, 3> colour{};
+        double u = 0, v = 0;
+        std::int32_t record = -1;  // the texture coordinate made for it
+    };
+
+    static Value mean_of(const Side& side) {
+        Value value;
+        value.label = side.at_a.label;
+        value.u = 0.5 * (side.at_a.u + side.at_b.u);
+        value.v = 0.5 * (side.at_a.v + side.at_b.v);
+        for (std::size_t k = 0; k < 3; ++k) {
+            value.colour[k] = mean(side.face->colour[3 * side.corner_a + k],
+                                   side.face->colour[3 * side.corner_b + k]);
+        }
+        return value;
+    }
+
+    void store(Face& face, std::size_t corner, Value& value) {
+        if (value.label < 0) {
+            std::copy(value.colour.begin(), value.colour.end(), &face.colour[3 * corner]);
+            return;
+        }
+        if (face.uv[corner] < 0) return;
+        if (value.record < 0) {
+            value.record = static_cast<std::int32_t>(mesh_.texture_coordinates.size());
+            mesh_.texture_coordinates.push_back({value.u, value.v, value.record});
+        }
+        face.uv[corner] = value.record;
+    }
+
+    TriMesh& mesh_;
+    std::array<Side, 2> sides_;
+    std::array<Value, 2> values_;
+    Value both_;
+};
+
+template <typename Quadric>
+class EdgeCollapser {
+public:
+    EdgeCollapser(TriMesh& mesh, double normal_limit, ReduceReport& report)
+        : mesh_(mesh),
+          normal_limit_(normal_limit),
+          report_(report),
+          origin_(middle(mesh)),
+          triangles_(mesh.faces.size()),
+          quadrics_(mesh.vertices.size()),
+          rows_(mesh.use_table),
+          vertices_(mesh.vertices.size(), VertexState{}) {
+        for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+            const Face& face = mesh.faces[f];
+            triangles_[f] = face.vertex;
+            if (face.deleted != 0) {
+                triangles_[f][0] = kGone;
+                continue;
+            }
+            for (std::size_t corner = 0; corner < 3; ++corner) {
+                VertexState& state = vertices_[index(face.vertex[corner])];
+                ++state.use_count;
+                state.rim ^= face.vertex[kNext[corner]] ^ face.vertex[kNext[kNext[corner]]];
+            }
+        }
+        parallel_for(mesh.vertices.size(), [&](std::size_t v) {
+            quadrics_[v] = vertex_quadric(v);  // writes only its own record
+        });
+    }
+
+    // Collapses edges of a shell until `to_delete` faces are gone; returns how many went.
+    std::size_t run(std::span<const std::uint32_t> shell, const EdgeMates& mates,
+                    std::size_t to_delete) {
+        queue_.clear(shell.size() * 3 / 2);
+        for (const std::uint32_t f : shell) push_edges_of(f, mates);
+        std::size_t deleted = 0;
+        CollapseQueue::Entry entry;
+        const auto stale = [this](const CollapseQueue::Entry& e) { return is_stale(e); };
+        while (deleted < to_delete && queue_.pop(entry, stale)) {
+            if (is_stale(entry)) continue;
+            if (try_collapse(entry.a, entry.b)) deleted += 2;
+        }
+        return deleted;
+    }
+
+    void write_back() {
+        for (std::size_t f = 0; f < triangles_.size(); ++f) {
+            if (triangles_[f][0] == kGone) {
+                mesh_.faces[f].deleted = 1;
+            } else {
+                mesh_.faces[f].vertex = triangles_[f];
+            }
+        }
+    }
+
+private:
+    static constexpr std::int32_t kGone = -1;  // first vertex of a deleted triangle
+
+    struct VertexState {
+        std::uint64_t changed_at = 0;  // entries with a lower number are stale
+        std::uint32_t use_count = 0;   // live faces
+        // Exclusive-or of the other vertices of all live faces. At a closed fan each comes twice
+        // and the result is 0; anything else is a boundary.
+        std::int32_t rim = 0;
+        std::uint32_t mark = 0;
+        std::uint32_t mark_face = 0;
+    };
+
+    static std::size_t index(std::int32_t v) { return static_cast<std::size_t>(v); }
+
+    // Quadrics lose digits far from their origin.
+    static Vec3d middle(const TriMesh& mesh) {
+        Box3f box;
+        for (const Vertex& v : mesh.vertices) box.widen(v.position());
+        if (box.is_empty()) return {};
+        return (to_double(box.low) + to_double(box.high)) * 0.5;
+    }
+
+    Vec3d local(Vec3f p) const { return to_double(p) - origin_; }
+
+    Vec3f position(std::int32_t v) const { return mesh_.vertices[index(v)].position(); }
+
+    Quadric vertex_quadric(std::size_t v) const {
+        Quadric sum;
+        for (const Use& use : mesh_.uses(v)) {
+            const Face& face = mesh_.faces[use.face()];
+            if (face.deleted != 0) continue;
+            AttributedTriangle triangle;
+            for (std::size_t corner = 0; corner < 3; ++corner) {
+                triangle.position[corner] = local(mesh_.corner_position(face, corner));
+                if constexpr (Quadric::kHasAttributes) {
+                    triangle.attributes[corner] = corner_attributes(mesh_, face, corner);
+                }
+            }
+            sum.add(triangle);
+        }
+        return sum;
+    }
+
+    bool is_stale(const CollapseQueue::Entry& e) const {
+        return vertices_[index(e.a)].changed_at > e.number ||
+               vertices_[index(e.b)].changed_at > e.number;
+    }
+
+    // The error of the midpoint of an edge, with the attributes that the face has there.
+    void push_edge(std::uint32_t face, std::size_t corner, std::int32_t a, std::int32_t b) {
+        const Vec3d p = (local(position(a)) + local(position(b))) * 0.5;
+        Quadric sum = quadrics_[index(a)];
+        sum += quadrics_[index(b)];
+        Attributes middle_attributes{};
+        if constexpr (Quadric::kHasAttributes) {
+            const Face& record = mesh_.faces[face];
+            const Attributes s = corner_attributes(mesh_, record, corner);
+            const Attributes t = corner_attributes(mesh_, record, kNext[corner]);
+            for (std::size_t k = 0; k < 3; ++k) middle_attributes[k] = 0.5 * (s[k] + t[k]);
+        }
+        queue_.push(sum.at(p, middle_attributes), a, b);
+    }
+
+    // An edge comes up once for each of its faces. Where the second face carries the same, its
+    // entry would have the same cost and come right after the first one: it is left out.
+    void push_edges_of(std::uint32_t f, const EdgeMates& mates) {
+        const std::array<std::int32_t, 3> triangle = triangles_[f];
+        if (triangle[0] == kGone) return;
+        for (std::size_t corner = 0; corner < 3; ++corner) {
+            const std::int32_t a = triangle[corner];
+            const std::int32_t b = triangle[kNext[corner]];
+            if (mates.kind(f, corner) == EdgeMates::Kind::Manifold) {
+                const std::uint32_t mate = mates.mate(f, corner);
+                if (mate < f && carry_the_same(f, mate, a, b)) continue;
+            }
+            push_edge(f, corner, a, b);
+        }
+    }
+
+    bool carry_the_same(std::uint32_t f, std::uint32_t g, std::int32_t a, std::int32_t b) const {
+        if constexpr (Quadric::kHasAttributes) {
+            return key_at(f, a) == key_at(g, a) && key_at(f, b) == key_at(g, b);
+        }
+        return true;
+    }
+
+    std::size_t corner_of(std::uint32_t f, std::int32_t v) const {
+        const std::array<std::int32_t, 3>& t = triangles_[f];
+        assert(t[0] == v || t[1] == v || t[2] == v);
+        return t[0] == v ? 0 : t[1] == v ? 1 : 2;
+    }
+    bool holds(std::uint32_t f, std::int32_t v) const {
+        const std::array<std::int32_t, 3>& t = triangles_[f];
+        return t[0] == v || t[1] == v || t[2] == v;
+    }
+    CornerKey key_at(std::uint32_t f, std::int32_t v) const {
+        return {mesh_, mesh_.faces[f], corner_of(f, v)};
+    }
+
+    // Takes deleted faces out of a row.
+    std::span<std::uint32_t> live_row(std::int32_t v) {
+        const std::span<std::uint32_t> row = rows_.row(index(v));
+        const auto end = std::remove_if(
+            row.begin(), row.end(), [this](std::uint32_t f) { return triangles_[f][0] == kGone; });
+        const auto size = static_cast<std::size_t>(end - row.begin());
+        rows_.shorten(index(v), size);
+        return row.first(size);
+    }
+
+    bool try_collapse(std::int32_t a, std::int32_t b) {
+        const VertexState& state_a = vertices_[index(a)];
+        const VertexState& state_b = vertices_[index(b)];
+        if (a == b) return false;
+        if (state_a.use_count < 3 || state_b.use_count < 3) return turn_down(report_.too_few_faces);
+        if (state_a.rim != 0 || state_b.rim != 0) return turn_down(report_.boundary);
+        if (std::size_t{state_a.use_count} + state_b.use_count > kMaxUses) {
+            return turn_down(report_.crowded);
+        }
+        row_a_ = live_row(a);
+        row_b_ = live_row(b);
+        if (!find_edge_faces(b)) return turn_down(report_.link);
+        if (!keeps_the_surface_whole(a, b)) return turn_down(report_.link);
+        const Vec3f target = midpoint(position(a), position(b));
+        if (normal_limit_ > -1 &&
+            (turns_a_face(row_a_, a, b, target) || turns_a_face(row_b_, b, a, target))) {
+            return turn_down(report_.normal_limit);
+        }
+        collapse(a, b, target);
+        return true;
+    }
+
+    static bool turn_down(std::size_t& counter) {
+        ++counter;
+        return false;
+    }
+
+    // Finds the faces on the edge in the row of its first end; false when there are not just two.
+    bool find_edge_faces(std::int32_t b) {
+        std::size_t count = 0;
+        for (const std::uint32_t f : row_a_) {
+            if (!holds(f, b)) continue;
+            if (count == 2) return false;
+            edge_faces_[count++] = f;
+        }
+        return count == 2;
+    }
+
+    std::int32_t third_vertex(std::uint32_t f, std::int32_t a, std::int32_t b) const {
+        const std::array<std::int32_t, 3>& t = triangles_[f];
+        return t[0] ^ t[1] ^ t[2] ^ a ^ b;
+    }
+
+    // The link condition: the only neighbours that both ends have are the vertices opposite the
+    // edge, and no two faces would fall together.
+    bool keeps_the_surface_whole(std::int32_t a, std::int32_t b) {
+        const std::int32_t c = third_vertex(edge_faces_[0], a, b);
+        const std::int32_t d = third_vertex(edge_faces_[1], a, b);
+        if (c == d) return false;
+        const std::uint32_t mark = ++mark_;
+        for (const std::uint32_t f : row_a_) {
+            std::size_t opposite = 0;
+            for (const std::int32_t v : triangles_[f]) {
+                vertices_[index(v)].mark = mark;
+                if (v == c || v == d) ++opposite;
+            }
+            if (opposite == 2) return false;
+        }
+        for (const std::int32_t v : {a, b, c, d}) vertices_[index(v)].mark = 0;
+        for (const std::uint32_t f : row_b_) {
+            for (const std::int32_t v : triangles_[f]) {
+                if (vertices_[index(v)].mark == mark) return false;
+            }
+        }
+        return true;
+    }
+
+    bool turns_a_face(std::span<const std::uint32_t> row, std::int32_t moved, std::int32_t other,
+                      Vec3f target) const {
+        for (const std::uint32_t f : row) {
+            if (holds(f, other)) continue;
+            std::array<Vec3f, 3> p;
+            for (std::size_t i = 0; i < 3; ++i) p[i] = position(triangles_[f][i]);
+            const Vec3d before = unscaled_normal(p);
+            p[corner_of(f, moved)] = target;
+            if (turns_too_far(before, unscaled_normal(p), normal_limit_)) return true;
+        }
+        return false;
+    }
+
+    void collapse(std::int32_t a, std::int32_t b, Vec3f target) {
+        if constexpr (Quadric::kHasAttributes) merge_corners(a, b);
+        for (const std::uint32_t f : edge_faces_) {
+            VertexState& opposite = vertices_[index(third_vertex(f, a, b))];
+            opposite.rim ^= a ^ b;
+            --opposite.use_count;
+            triangles_[f][0] = kGone;
+        }
+        for (const std::uint32_t f : row_b_) {
+            std::array<std::int32_t, 3>& t = triangles_[f];
+            if (t[0] == kGone) continue;
+            for (std::int32_t& v : t) {
+                if (v == b) {
+                    v = a;
+                } else {
+                    vertices_[index(v)].rim ^= a ^ b;
+                }
+            }
+        }
+        VertexState& survivor = vertices_[index(a)];
+        VertexState& removed = vertices_[index(b)];
+        survivor.use_count += removed.use_count - 4;
+        survivor.rim ^= removed.rim;
+        survivor.changed_at = queue_.next_number();
+        removed.use_count = 0;
+        removed.changed_at = std::numeric_limits<std::uint64_t>::max();
+        quadrics_[index(a)] += quadrics_[index(b)];
+        Vertex& vertex = mesh_.vertices[index(a)];
+        vertex.x = target.x;
+        vertex.y = target.y;
+        vertex.z = target.z;
+        live_row(a);
+        live_row(b);
+        rows_.join(index(a), index(b));
+        push_edges_around(a);
+    }
+
+    void merge_corners(std::int32_t a, std::int32_t b) {
+        std::array<typename CornerMerge::Side, 2> sides;
+        for (std::size_t i = 0; i < 2; ++i) {
+            const std::uint32_t f = edge_faces_[i];
+            sides[i] = {key_at(f, a), key_at(f, b), &mesh_.faces[f], corner_of(f, a),
+                        corner_of(f, b)};
+        }
+        CornerMerge merge(mesh_, sides[0], sides[1]);
+        for (const bool is_at_a : {true, false}) {
+            for (const std::uint32_t f : is_at_a ? row_a_ : row_b_) {
+                if (f == edge_faces_[0] || f == edge_faces_[1]) continue;
+                merge.apply(mesh_.faces[f], corner_of(f, is_at_a ? a : b), is_at_a);
+            }
+        }
+    }
+
+    // Each edge around the vertex once, and again where its other face carries something else.
+    void push_edges_around(std::int32_t a) {
+        const std::span<const std::uint32_t> row = rows_.row(index(a));
+        const std::uint32_t mark = ++mark_;
+        for (const std::uint32_t f : row) {
+            const std::size_t corner = corner_of(f, a);
+            const std::int32_t b = triangles_[f][kNext[corner]];
+            vertices_[index(b)].mark = mark;
+            vertices_[index(b)].mark_face = f;
+            push_edge(f, corner, a, b);
+        }
+        for (const std::uint32_t f : row) {
+            const std::size_t corner = kNext[kNext[corner_of(f, a)]];
+            const std::int32_t b = triangles_[f][corner];
+            const VertexState& state = vertices_[index(b)];
+            if (state.mark == mark && carry_the_same(f, state.mark_face, a, b)) continue;
+            push_edge(f, corner, b, a);
+        }
+    }
+
+    TriMesh& mesh_;
+    double normal_limit_;
+    ReduceReport& report_;
+    Vec3d origin_;
+    Array<std::array<std::int32_t, 3>> triangles_;
+    Array<Quadric> quadrics_;
+    FaceRows rows_;
+    Array<VertexState> vertices_;
+    CollapseQueue queue_;
+    std::uint32_t mark_ = 0;
+
+    // Of the collapse at hand.
+    std::span<const std::uint32_t> row_a_, row_b_;
+    std::array<std::uint32_t, 2> edge_faces_{};
+};
+
+template <typename Quadric>
+void collapse_shells(TriMesh& mesh, const EdgeMates& mates, double ratio, double minimum_keep,
+                     double normal_limit, ReduceReport& report) {
+    EdgeCollapser<Quadric> collapser(mesh, normal_limit, report);
+    mesh.use_table.clear();
+    for (std::size_t s = 0; s < mesh.shells.size(); ++s) {
+        const std::span<const std::uint32_t> shell = mesh.shells[s];
+        const std::size_t to_delete = faces_to_delete(shell.size(), ratio, minimum_keep);
+        report.faces_aimed -= to_delete;
+        if (to_delete == 0) continue;
+        const std::size_t deleted = collapser.run(shell, mates, to_delete);
+        report.faces_after -= deleted;
+        if (deleted < to_delete) report.is_reached = false;
+    }
+    collapser.write_back();
+}
+
+}  // namespace
+
+ReduceReport reduce(TriMesh& mesh, double ratio, double minimum_keep, double normal_limit) {
+    ReduceReport report;
+    report.faces_before = report.faces_aimed = report.faces_after = live_face_count(mesh);
+    if (!(ratio < kKeepsAll) || report.faces_before == 0) return report;
+    const EdgeMates mates(mesh);
+    label_shells(mesh, mates);
+    const bool is_kept = [&] {
+        for (std::size_t s = 0; s < mesh.shells.size(); ++s) {
+            if (faces_to_delete(mesh.shells[s].size(), ratio, minimum_keep) != 0) return false;
+        }
+        return true;
+    }();
+    if (is_kept) return report;
+    if (has_varied_attributes(mesh)) {
+        collapse_shells<AttributeQuadric>(mesh, mates, ratio, minimum_keep, normal_limit, report);
+    } else {
+        collapse_shells<PositionQuadric>(mesh, mates, ratio, minimum_keep, normal_limit, report);
+    }
+    return report;
+}
+
+}  // namespace povmesh

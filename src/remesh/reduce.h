@@ -1,0 +1,53 @@
+// Lowers the number of faces by collapsing edges, the cheapest by quadric error first.
+#pragma once
+
+#include <cstddef>
+
+#include "mesh/tri_mesh.h"
+
+namespace povmesh {
+
+/// What a reduction did, and what ended it.
+struct ReduceReport {
+    std::size_t faces_before = 0;  // live faces
+    std::size_t faces_aimed = 0;   // what the target asked for, over all shells
+    std::size_t faces_after = 0;
+
+    // How often an edge was turned down, by the first rule that it broke. An edge that came up
+    // again after a change beside it counts again.
+    std::size_t too_few_faces = 0;  // an end with fewer than 3 faces
+    std::size_t boundary = 0;       // an end on an open or irregular rim, or held by a seam
+    std::size_t link = 0;           // the collapse would pinch the surface
+    std::size_t crowded = 0;        // too many faces would meet at one vertex
+    std::size_t normal_limit = 0;   // a face would turn too far
+
+    /// True when the faces asked for went. A collapse takes two faces, so that a shell may keep one
+    /// face more or less than aimed at.
+    bool is_reached = true;
+};
+
+/// Collapses edges of each shell to their midpoints, in the order of their quadric error, until the
+/// shell has the faces that are asked for or no edge is left that may go.
+///
+/// @param mesh  deleted faces stay in place, vertices are moved, the shells tell of the mesh before
+///              and the use table is cleared: call `compact` next
+/// @param ratio  share of each shell's faces to keep; 0.999 or more changes nothing; below -0.5 a
+///               shell of up to 100,000 faces is kept, and a larger one keeps 100,000 and 30 % of
+///               the rest
+/// @param minimum_keep  least share kept where the ratio is explicit
+/// @param normal_limit  least cosine between the normals of a surrounding face before and after a
+///                      collapse; -1 allows every turn
+///
+/// Edges at open or irregular rims stay, and so do those whose collapse would pinch the surface
+/// (the link condition) or would make a vertex of more than a thousand faces: what was closed and
+/// manifold stays so. Colours and texture coordinates
+/// take part in the error and are averaged at the merged corners; where a seam ends at the edge,
+/// on each side of it for itself. The result is the same bits for any number of threads.
+///
+/// Time O(n log n); at most 230 bytes a triangle beside the mesh.
+///
+/// Source: H. Hoppe, New quadric metric for simplifying meshes with appearance attributes, IEEE
+/// Visualization 1999; link condition: T. Dey et al., Topology preserving edge contraction, 1999.
+ReduceReport reduce(TriMesh& mesh, double ratio, double minimum_keep, double normal_limit);
+
+}  // namespace povmesh
