@@ -1,0 +1,59 @@
+// The connectivity that parallel reduction works on: triangles with their neighbours across edges,
+// shell by shell.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "base/array.h"
+#include "mesh/edge_mates.h"
+#include "mesh/tri_mesh.h"
+
+namespace povmesh {
+
+/// Half-edge h = 3 * triangle + corner runs from that corner to the next one.
+inline std::uint32_t next_half_edge(std::uint32_t h) {
+    return h % 3 == 2 ? h - 2 : h + 1;
+}
+inline std::uint32_t previous_half_edge(std::uint32_t h) {
+    return h % 3 == 0 ? h + 2 : h - 1;
+}
+
+/// Triangles in the order of the shells, each with the half-edge opposite each of its own.
+///
+/// Invariants: opposites[opposites[h]] == h unless it is kNone; the two run in opposite directions
+/// between the same vertices; both belong to live triangles of one shell. A triangle that is gone
+/// has kGone as its first vertex.
+struct CollapseMesh {
+    static constexpr std::uint32_t kNone =
+        0xFFFFFFFF;  // open, irregular or turned against the mate
+    static constexpr std::int32_t kGone = -1;
+
+    Array<std::array<std::int32_t, 3>> triangles;
+    Array<std::uint32_t> opposites;   // 3 a triangle
+    Array<std::uint32_t> faces;       // the mesh's face that each triangle came from
+    Array<std::uint8_t> is_fixed;     // vertices: rim, irregular, of several fans or shells
+    Array<std::uint32_t> use_counts;  // triangles at each vertex
+    Array<std::uint32_t> starts;      // a half-edge from each vertex, kNone without triangles; the
+                                      // collapses do not keep it up to date
+    Array<std::uint32_t> wedges;      // 3 a triangle, or empty: what the corners carry, see Wedges
+
+    bool is_gone(std::size_t triangle) const { return triangles[triangle][0] == kGone; }
+    std::int32_t origin(std::uint32_t h) const { return triangles[h / 3][h % 3]; }
+    std::int32_t target(std::uint32_t h) const { return origin(next_half_edge(h)); }
+    std::int32_t apex(std::uint32_t h) const { return origin(previous_half_edge(h)); }
+
+    /// The next half-edge from the same vertex, on the other side of the triangle of `h`.
+    std::uint32_t turn(std::uint32_t h) const { return opposites[previous_half_edge(h)]; }
+
+    /// Moves the live triangles of [begin, end) to its front, in their order. `places` has room for
+    /// a number for every triangle. Returns the new end.
+    std::size_t pack(std::size_t begin, std::size_t end, Array<std::uint32_t>& places);
+};
+
+/// Made from the shells of the mesh, which are labelled on the way. Its use table is built and
+/// cleared.
+CollapseMesh make_collapse_mesh(TriMesh& mesh);
+
+}  // namespace povmesh

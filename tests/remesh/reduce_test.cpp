@@ -1,0 +1,398 @@
+// Both reductions: targets, what stops them, and what they must not change.
+#include "remesh/reduce.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <array>
+#include <cmath>
+#include <limits>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "mesh/compact.h"
+#include "mesh/edge_mates.h"
+#include "mesh/surface_distance.h"
+#include "mesh/volume.h"
+#include "remesh/collapse_queue.h"
+#include "remesh/parallel_reduce.h"
+#include "remesh/quadric.h"
+#include "remesh/reduction_target.h"
+#include "support/reference.h"
+#include "support/shapes.h"
+
+namespace povmesh {
+namespace {
+
+using shapes::mesh_of;
+using shapes::SoupVector;
+
+using Reduction = ReduceReport (*)(TriMesh&, double target);
+
+ReduceReport by_queue(TriMesh& mesh, double target) {
+    const ReduceReport report = reduce(mesh, target, 0.0, -1.0);
+    compact(mesh);
+    return report;
+}
+
+ReduceReport in_parallel(TriMesh& mesh, double target) {
+    RunLog log;
+    RunContext run{{}, log};
+    return reduce_parallel(mesh, {target, 0.0}, run);
+}
+
+constexpr std::array<Reduction, 2> kReductions = {by_queue, in_parallel};
+
+bool is_closed_manifold(TriMesh mesh) {
+    const EdgeMates mates(mesh);
+    for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        for (std::size_t edge = 0; edge < 3; ++edge) {
+            if (mesh.faces[f].deleted != 0) continue;
+            if (mates.kind(f, edge) != EdgeMates::Kind::Manifold) return false;
+            if (mates.is_same_direction(f, edge)) return false;
+        }
+    }
+    return true;
+}
+
+// A rectangle of 2 * n * n triangles in the plane through `origin`.
+void append_grid(SoupVector& soup, Vec3f origin, Vec3f u, Vec3f v, int n) {
+    const auto at = [&](int i, int j) {
+        return origin + u * (static_cast<float>(i) / static_cast<float>(n)) +
+               v * (static_cast<float>(j) / static_cast<float>(n));
+    };
+    for (int i = 0; i < n; ++i) {
+        for (int j = 0; j < n; ++j) {
+            const std::array<Vec3f, 6> corners = {at(i, j), at(i + 1, j),     at(i + 1, j + 1),
+                                                  at(i, j), at(i + 1, j + 1), at(i, j + 1)};
+            for (const Vec3f p : corners) soup.insert(soup.end(), {p.x, p.y, p.z});
+        }
+    }
+}
+
+// The unit cube, each side a grid.
+SoupVector fine_box(int n) {
+    const Vec3f x{1, 0, 0};
+    const Vec3f y{0, 1, 0};
+    const Vec3f z{0, 0, 1};
+    SoupVector soup;
+    append_grid(soup, {0, 0, 0}, y, x, n);
+    append_grid(soup, {0, 0, 1}, x, y, n);
+    append_grid(soup, {0, 0, 0}, x, z, n);
+    append_grid(soup, {0, 1, 0}, z, x, n);
+    append_grid(soup, {0, 0, 0}, z, y, n);
+    append_grid(soup, {1, 0, 0}, y, z, n);
+    return soup;
+}
+
+// Two cones over one rim of `count` edges, closed.
+SoupVector bipyramid(std::size_t count) {
+    SoupVector soup = shapes::fan(count, 1000);
+    shapes::append(soup, shapes::turned(shapes::fan(count, -1000)));
+    return soup;
+}
+
+std::multiset<std::array<float, 3>> open_positions(TriMesh mesh) {
+    std::multiset<std::array<float, 3>> found;
+    const EdgeMates mates(mesh);
+    for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        for (std::size_t edge = 0; edge < 3; ++edge) {
+            if (mates.kind(f, edge) != EdgeMates::Kind::Open) continue;
+            const Vec3f p = mesh.corner_position(mesh.faces[f], edge);
+            found.insert({p.x, p.y, p.z});
+        }
+    }
+    return found;
+}
+
+TEST(Quadric, HasTheErrorsOfTheClosedForm) {
+    // Three sides of a corner, each of area 1/2: the error is half the squared distances.
+    const std::array<Vec3d, 4> p = {{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+    PositionQuadric corner;
+    for (const auto& [i, j] : {std::pair{1, 2}, {2, 3}, {3, 1}}) {
+        corner.add({{p[0], p[static_cast<std::size_t>(i)], p[static_cast<std::size_t>(j)]}, {}});
+    }
+    EXPECT_NEAR(corner.at({1, 2, 3}), 0.5 * (1 + 4 + 9), 1e-12);
+    EXPECT_EQ(corner.at({0, 0, 0}), 0.0);
+
+    // In the plane of a face, with the attributes that it has there, nothing is wrong; an
+    // attribute that is off by d costs the area times d squared.
+    AttributeQuadric face;
+    face.add({{{{0, 0, 2}, {2, 0, 2}, {0, 2, 2}}}, {{{0, 1, 5}, {1, 1, 3}, {0, 0, 4}}}});
+    EXPECT_NEAR(face.at({1, 3, 2}, {0.5, -0.5, 5 - 1 - 1.5}), 0.0, 1e-12);
+    EXPECT_NEAR(face.at({1, 3, 2.5}, {0.75, -0.5, 2.5}), 2 * (0.25 + 0.0625), 1e-12);
+}
+
+TEST(CollapseQueue, GivesEntriesByCostAndThenByInsertion) {
+    shapes::Random random(7);
+    for (const std::size_t expected : {std::size_t{10}, std::size_t{100000}}) {
+        CollapseQueue queue;
+        queue.clear(expected);
+        std::multimap<double, std::int32_t> literal;
+        for (std::int32_t i = 0; i < 60000; ++i) {
+            if (random.below(3) != 0) {
+                const double cost = random.below(5) == 0 ? std::floor(8 * random.unit()) - 1
+                                                         : std::exp(30 * random.unit() - 20);
+                queue.push(cost, i, -i);
+                literal.insert({cost, i});
+                continue;
+            }
+            CollapseQueue::Entry entry{};
+            const bool found = queue.pop(entry, [](const auto&) { return false; });
+            ASSERT_EQ(found, !literal.empty());
+            if (!found) continue;
+            ASSERT_EQ(entry.a, literal.begin()->second);
+            ASSERT_EQ(entry.cost, literal.begin()->first);
+            literal.erase(literal.begin());
+        }
+        const double nan = std::numeric_limits<double>::quiet_NaN();
+        queue.clear(expected);
+        queue.push(nan, 1, 2);
+        CollapseQueue::Entry entry{};
+        EXPECT_FALSE(queue.pop(entry, [](const auto&) { return false; }));
+    }
+}
+
+TEST(Reduce, AimsAtTheShareOfEachShell) {
+    struct Row {
+        std::size_t faces;
+        double ratio, minimum;
+        std::size_t deleted;
+    };
+    for (const Row& row : {Row{100000, -1, 0.05, 0},
+                           {200000, -1, 0.05, 70000},
+                           {1000, 0.5, 0.05, 500},
+                           {1000, 0.01, 0.05, 950},
+                           {1000, 0.999, 0.05, 0},
+                           {1000, 0, 0, 1000},
+                           {1000, std::nan(""), 0.05, 0},
+                           {1000, -0.5, 0.05, 950}}) {
+        EXPECT_EQ(faces_to_delete(row.faces, row.ratio, row.minimum), row.deleted) << row.ratio;
+    }
+    for (const Reduction reduction : kReductions) {
+        SoupVector soup = shapes::rock(10, 4);    // 5,120 faces
+        SoupVector small = shapes::sphere(3, 2);  // 320
+        shapes::move(small, {50, 0, 0});
+        shapes::append(soup, small);
+        TriMesh mesh = mesh_of(soup);
+        const double volume = reference::signed_volume(mesh);
+        const ReduceReport report = reduction(mesh, 0.25);
+        EXPECT_TRUE(report.is_reached);
+        EXPECT_EQ(report.faces_aimed, 1280U + 80U);
+        EXPECT_EQ(mesh.faces.size(), 1280U + 80U);
+        EXPECT_EQ(report.faces_after, mesh.faces.size());
+        EXPECT_TRUE(is_closed_manifold(mesh));
+        EXPECT_NEAR(reference::signed_volume(mesh) / volume, 1.0, 0.02);
+    }
+}
+
+TEST(Reduce, NeverGoesBelowATetrahedronAndKeepsWhatIsSmall) {
+    for (const Reduction reduction : kReductions) {
+        for (const SoupVector& soup : {shapes::box({0, 0, 0}, {1, 2, 3}), shapes::sphere(1, 1),
+                                       shapes::rock(5, 2), bipyramid(3), bipyramid(7)}) {
+            TriMesh mesh = mesh_of(soup);
+            reduction(mesh, 0.0);
+            EXPECT_GE(mesh.faces.size(), 4U);
+            EXPECT_TRUE(is_closed_manifold(mesh));
+        }
+        TriMesh mesh = mesh_of(shapes::rock(5, 3));
+        const TriMesh before = mesh;
+        reduction(mesh, 0.999);
+        EXPECT_EQ(reference::difference(mesh, before), "");
+        reduction(mesh, -1);
+        EXPECT_EQ(reference::difference(mesh, before), "");
+        TriMesh none;
+        EXPECT_EQ(reduction(none, 0.5).faces_after, 0U);
+    }
+}
+
+TEST(Reduce, TurnsNoFaceOfABoxBeyondTheLimit) {
+    TriMesh mesh = mesh_of(fine_box(8));
+    const ReduceReport report = reduce(mesh, 0.0, 0.0, 0.985);
+    compact(mesh);
+    // The corners stay, because a face at one would turn; what is flat goes.
+    EXPECT_FALSE(report.is_reached);
+    EXPECT_GT(report.normal_limit, 0U);
+    EXPECT_LT(mesh.faces.size(), 100U);
+    EXPECT_TRUE(is_closed_manifold(mesh));
+    EXPECT_NEAR(reference::signed_volume(mesh), 1.0, 1e-6);
+    for (const Face& face : mesh.faces) {
+        const Vec3f p = mesh.corner_position(face, 0);
+        const Vec3d normal =
+            to_double(cross(mesh.corner_position(face, 1) - p, mesh.corner_position(face, 2) - p));
+        const double largest =
+            std::max({std::abs(normal.x), std::abs(normal.y), std::abs(normal.z)});
+        EXPECT_GT(largest, 0.985 * length(normal));
+    }
+}
+
+TEST(Reduce, LeavesRimsWhereTheyAre) {
+    SoupVector sheet;
+    append_grid(sheet, {0, 0, 0}, {3, 0, 0}, {0, 2, 1}, 12);
+    SoupVector cup = shapes::sphere(10, 3);
+    cup.resize(cup.size() / 3);
+    for (const Reduction reduction : kReductions) {
+        for (const SoupVector& soup : {sheet, cup}) {
+            TriMesh mesh = mesh_of(soup);
+            const auto rim = open_positions(mesh);
+            const ReduceReport report = reduction(mesh, 0.0);
+            EXPECT_EQ(open_positions(mesh), rim);
+            EXPECT_FALSE(report.is_reached);
+            EXPECT_LT(report.faces_after, report.faces_before * 3 / 4);
+        }
+    }
+}
+
+// The upper half red, the lower half blue.
+void paint_halves(TriMesh& mesh) {
+    for (Face& face : mesh.faces) {
+        float z = 0;
+        for (std::size_t c = 0; c < 3; ++c) z += mesh.corner_position(face, c).z;
+        face.colour = z > 0 ? std::array<std::uint8_t, 9>{255, 0, 0, 255, 0, 0, 255, 0, 0}
+                            : std::array<std::uint8_t, 9>{0, 0, 255, 0, 0, 255, 0, 0, 255};
+    }
+}
+
+TEST(Reduce, KeepsColoursOnTheirSide) {
+    for (const Reduction reduction : kReductions) {
+        TriMesh mesh = mesh_of(shapes::sphere(10, 4));
+        paint_halves(mesh);
+        EXPECT_TRUE(reduction(mesh, 0.2).is_reached);
+        EXPECT_EQ(mesh.faces.size(), 1024U);
+        for (const Face& face : mesh.faces) {
+            double z = 0;
+            for (std::size_t c = 0; c < 3; ++c) {
+                const auto* colour = &face.colour[3 * c];
+                ASSERT_THAT((std::array{colour[0], colour[1], colour[2]}),
+                            testing::AnyOf(testing::ElementsAre(255, 0, 0),
+                                           testing::ElementsAre(0, 0, 255)));
+                ASSERT_EQ(colour[0], face.colour[0]);
+                z += static_cast<double>(mesh.corner_position(face, c).z) / 3;
+            }
+            // The border ran along edges of length 1.
+            EXPECT_GT(face.colour[0] == 255 ? z : -z, -0.3);
+        }
+    }
+}
+
+TEST(Reduce, CarriesTextureCoordinatesAlong) {
+    // Two labels with a map each, linear in the position, so that it is known everywhere.
+    const auto map = [](std::int16_t label, Vec3f p) {
+        const double sign = label == 0 ? 1 : -1;
+        return std::pair{0.5 + sign * 0.04 * static_cast<double>(p.x),
+                         0.5 + 0.03 * static_cast<double>(p.y)};
+    };
+    for (const Reduction reduction : kReductions) {
+        TriMesh mesh = mesh_of(shapes::sphere(10, 4));
+        for (Face& face : mesh.faces) {
+            float x = 0;
+            for (std::size_t c = 0; c < 3; ++c) x += mesh.corner_position(face, c).x;
+            face.label = x > 0 ? 0 : 1;
+            for (std::size_t c = 0; c < 3; ++c) {
+                const auto [u, v] = map(face.label, mesh.corner_position(face, c));
+                face.uv[c] = static_cast<std::int32_t>(mesh.texture_coordinates.size());
+                mesh.texture_coordinates.push_back({u, v, face.uv[c]});
+            }
+        }
+        reduction(mesh, 0.3);
+        EXPECT_LT(mesh.faces.size(), 2000U);
+        double near_seam = 0;
+        double elsewhere = 0;
+        for (const Face& face : mesh.faces) {
+            for (std::size_t c = 0; c < 3; ++c) {
+                const Vec3f p = mesh.corner_position(face, c);
+                const auto [u, v] = map(face.label, p);
+                const TextureCoordinate& t =
+                    mesh.texture_coordinates[static_cast<std::size_t>(face.uv[c])];
+                double& worst = std::abs(p.x) < 3 ? near_seam : elsewhere;
+                worst = std::max({worst, std::abs(u - t.u), std::abs(v - t.v)});
+            }
+        }
+        // Midpoints of a linear map are exact up to rounding. The queue also draws vertices of the
+        // seam half an edge aside, where the far side keeps what it had. The parallel reduction
+        // leaves the seam alone, but its best places lie off the edges.
+        EXPECT_LT(elsewhere, reduction == by_queue ? 1e-6 : 0.01);
+        EXPECT_LT(near_seam, reduction == by_queue ? 0.04 : 0.01);
+    }
+}
+
+TEST(ReduceParallel, TurnsNothingOverAndStaysClose) {
+    TriMesh mesh = mesh_of(shapes::rock(10, 5));
+    const TriMesh before = mesh;
+    std::vector<std::string> texts;
+    RunLog log([&](std::string_view text) { texts.emplace_back(text); });
+    RunContext run{{}, log};
+    const ReduceReport report = reduce_parallel(mesh, {0.1, 0.05}, run);
+    EXPECT_EQ(mesh.faces.size(), 2048U);
+    EXPECT_TRUE(mesh.use_table.is_built() && is_consistent(mesh) && is_closed_manifold(mesh));
+    ASSERT_EQ(texts.size(), 2U);
+    EXPECT_THAT(texts[0], testing::StartsWith("[meshReduceFromData] random reduce step = "));
+    EXPECT_EQ(texts[1], "[meshReduceFromData] random reduced fn = " +
+                            std::to_string(report.faces_before - 2048));
+    // A hundredth of the radius; the queue with its midpoints comes to 0.05.
+    EXPECT_LT(surface_distance(before, mesh).rms(), 0.03);
+}
+
+TEST(ReduceParallel, IsTheSameForAnyNumberOfThreads) {
+    SoupVector soup = shapes::rock(10, 5);
+    for (int i = 1; i < 40; ++i) {
+        SoupVector more = shapes::rock(1, 2);
+        shapes::move(more, {20 + 3 * static_cast<float>(i), 0, 0});
+        shapes::append(soup, more);
+    }
+    const int threads = omp_get_max_threads();
+    for (const bool is_coloured : {false, true}) {
+        TriMesh first;
+        for (const int count : {1, 2, 5}) {
+            omp_set_num_threads(count);
+            TriMesh mesh = mesh_of(soup);
+            if (is_coloured) paint_halves(mesh);
+            in_parallel(mesh, 0.2);
+            if (count == 1) first = mesh;
+            EXPECT_EQ(reference::difference(mesh, first), "") << count << " threads";
+        }
+    }
+    omp_set_num_threads(threads);
+}
+
+TEST(Reduce, IsNotQuadraticAroundCrowdedVertices) {
+    for (const Reduction reduction : kReductions) {
+        for (const SoupVector& soup :
+             {shapes::fan(100000, 500), bipyramid(100000), shapes::book(100000)}) {
+            TriMesh mesh = mesh_of(soup);
+            reduction(mesh, 0.1);
+            EXPECT_TRUE(is_consistent(mesh));
+        }
+        TriMesh closed = mesh_of(bipyramid(20000));
+        EXPECT_TRUE(reduction(closed, 0.1).is_reached);
+        EXPECT_TRUE(is_closed_manifold(closed));
+    }
+}
+
+TEST(Reduce, SurvivesNumbersThatAreNone) {
+    const float inf = std::numeric_limits<float>::infinity();
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    for (const Reduction reduction : kReductions) {
+        for (const float value : {inf, nan, 3e38F, -3e38F, 1e-42F}) {
+            SoupVector soup = shapes::rock(10, 3);
+            shapes::Random random(3);
+            for (int i = 0; i < 20; ++i) soup[random.below(soup.size())] = value;
+            TriMesh mesh = mesh_of(soup);
+            reduction(mesh, 0.3);
+            EXPECT_TRUE(is_consistent(mesh));
+        }
+        // Tiny and huge models are reduced like any other.
+        for (const float scale : {1e-18F, 1e12F}) {
+            SoupVector soup = shapes::rock(1, 3);
+            for (float& x : soup) x *= scale;
+            TriMesh mesh = mesh_of(soup);
+            EXPECT_TRUE(reduction(mesh, 0.3).is_reached) << scale;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace povmesh
