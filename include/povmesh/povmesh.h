@@ -135,7 +135,6 @@ POVMESH_API uint64_t flawsDetect(const char* path); /* the same */
 /*
  * Reads an STL file, reduces shells of more than 100,000 faces and returns the coordinates.
  * progress: 0, 5, 48, 57, 75, 80, 100.
- * Not built yet: the reduction; the model is returned as read.
  */
 POVMESH_API void meshReduceFromFile64(const char* path, float** coordinates, uint32_t* count,
                                       uint32_t* progress);
@@ -145,7 +144,6 @@ POVMESH_API void meshReduceFromFile(const char* path, float** coordinates, uint3
 /*
  * Reads an STL file, reduces shells of more than 100,000 faces, returns the coordinates and tests
  * the result for flaws. Returns 1 when there are flaws. progress: 0, 5, 48, 57, 75, 80, 85, 100.
- * Not built yet: the reduction; the model is returned as read.
  */
 POVMESH_API uint64_t meshPreprocessorFromFile64(const char* path, float** coordinates,
                                                 uint32_t* count, uint32_t* progress);
@@ -165,7 +163,6 @@ POVMESH_API uint64_t meshPreprocessorFromFileSaveAs64(const char* path, float** 
  * Reads an STL file, reduces it to the share `target` of its faces (0.05 at least; a negative one
  * leaves it as it is), returns the coordinates and tests the result for flaws. `unused` is not
  * read. Returns 1 when there are flaws. progress: 0, 5, 48, 50, 80, 85, 100.
- * Not built yet: the reduction; the model is returned as read.
  */
 POVMESH_API uint64_t meshPreprocessorCtrlFromFile(const char* path, uint64_t unused, float target,
                                                   float** coordinates, uint32_t* count,
@@ -216,7 +213,6 @@ POVMESH_API void modelRepairFromData(float** coordinates_in, uint32_t* count_in,
 /*
  * Reduces shells of more than 100,000 faces, returns the coordinates and tests the result for
  * flaws. Returns 1 when there are flaws. progress: 0, 50, 57, 75, 80, 85, 100.
- * Not built yet: the reduction; the model is returned as built.
  */
 POVMESH_API uint64_t meshPreprocessorFromData(float** coordinates_in, uint32_t* count_in,
                                               float** coordinates, uint32_t* count,
@@ -224,8 +220,8 @@ POVMESH_API uint64_t meshPreprocessorFromData(float** coordinates_in, uint32_t* 
 
 /*
  * Reduces every shell to the share `target` of its faces, 0.05 at least. A target below -0.5
- * reduces shells of more than 100,000 faces only.
- * Not built yet: returns the built model unchanged.
+ * reduces shells of more than 100,000 faces only, and one that is not a number changes nothing.
+ * Open rims stay as they are.
  */
 POVMESH_API void meshReduceFromData(float target, float** coordinates_in, uint32_t* count_in,
                                     float** coordinates, uint32_t* count);
@@ -337,8 +333,8 @@ POVMESH_API void modelRepairFromColorDataWithPostDetection(
     uint32_t* progress);
 
 /*
- * meshReduceFromData with colours, texture coordinates and labels. progress: 0, 50, 90, 100.
- * Not built yet: returns the built model unchanged.
+ * meshReduceFromData with colours, texture coordinates and labels; seams between them stay where
+ * they are. progress: 0, 50, 90, 100.
  */
 POVMESH_API void meshReduceFromColorData(float target, const float* coordinates_in,
                                          const float* colours_in,
@@ -374,7 +370,6 @@ POVMESH_API void lampshadeFromData(float thickness, const float* coordinates_in,
 /*
  * Reduces shells of more than 100,000 faces, returns the result and tests it for flaws. Returns 1
  * when there are flaws. progress: 0, 57, 75, 80, 100.
- * Not built yet: the reduction; the model is returned as built.
  */
 POVMESH_API uint64_t errorDetectAfterMeshReduceFromColorData(
     const float* coordinates_in, const float* colours_in, const float* texture_coordinates_in,

@@ -47,16 +47,16 @@ void modelRepairFromColorDataWithPostDetection(const float* coordinates_in, cons
     job.progress(100);
 }
 
-void meshReduceFromColorData(float /*target*/, const float* coordinates_in, const float* colours_in,
+void meshReduceFromColorData(float target, const float* coordinates_in, const float* colours_in,
                              const float* texture_coordinates_in, const int32_t* labels_in,
                              uint32_t count_in, float** coordinates, float** colours,
                              float** texture_coordinates, int32_t** labels, uint32_t* count,
                              uint32_t* progress) {
     Job job(progress);
-    const TriMesh mesh = build(
+    TriMesh mesh = build(
         job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(50);
-    // The parallel reduction is not built yet.
+    reduce_to_target(job, mesh, target);
     job.progress(90);
     export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
     job.progress(100);

@@ -92,13 +92,13 @@ uint64_t meshPreprocessorFromFileSaveAs64(const char* path, float** coordinates,
     return preprocess_file(path, {coordinates, count}, progress, (save & 0xFF) != 0);
 }
 
-uint64_t meshPreprocessorCtrlFromFile(const char* path, uint64_t /*unused*/, float /*target*/,
+uint64_t meshPreprocessorCtrlFromFile(const char* path, uint64_t /*unused*/, float target,
                                       float** coordinates, uint32_t* count, uint32_t* progress) {
     Job job(progress);
     TriMesh mesh;
     load_stl(job, mesh, path);
     job.progress(50);
-    // The parallel reduction, which a target that is not negative asks for, is not built yet.
+    if (target >= 0) reduce_to_target(job, mesh, target);
     job.progress(80);
     export_coordinates(job, mesh, {coordinates, count});
     job.progress(85);

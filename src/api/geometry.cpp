@@ -44,11 +44,11 @@ uint64_t meshPreprocessorFromData(float** coordinates_in, uint32_t* count_in, fl
     return flawed;
 }
 
-void meshReduceFromData(float /*target*/, float** coordinates_in, uint32_t* count_in,
+void meshReduceFromData(float target, float** coordinates_in, uint32_t* count_in,
                         float** coordinates, uint32_t* count) {
     Job job;
-    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
-    // The parallel reduction is not built yet.
+    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    reduce_to_target(job, mesh, target);
     export_coordinates(job, mesh, {coordinates, count});
 }
 

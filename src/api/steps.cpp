@@ -7,6 +7,8 @@
 #include "io/stl.h"
 #include "mesh/compact.h"
 #include "mesh/export_data.h"
+#include "remesh/parallel_reduce.h"
+#include "remesh/reduce.h"
 #include "repair/detect.h"
 
 namespace povmesh::api {
@@ -14,6 +16,12 @@ namespace {
 
 // A level makes up to four faces of one: five levels turn a million faces into a thousand million.
 constexpr std::uint32_t kMostLevels = 5;
+
+// The reduction of the preprocessing exports: only shells of more than 100,000 faces, and no face
+// turns by more than 9.9 degrees in a collapse.
+constexpr double kAutomatic = -1.0;
+constexpr double kLeastKept = 0.05;
+constexpr double kNormalLimit = 0.985;
 
 constexpr std::array kColourSlots{Slot::Colours, Slot::TextureCoordinates, Slot::Labels};
 
@@ -83,11 +91,16 @@ void save_obj(TriMesh& mesh, const char* path) {
 void reduce_and_compact(Job& job, TriMesh& mesh) {
     job.progress(57);
     job.run().log.trace_in(kTraceUnit, "tri.reduce");
-    // The reduction is not built yet: the mesh keeps its faces.
+    reduce(mesh, kAutomatic, kLeastKept, kNormalLimit);
     job.progress(75);
     compact(mesh);
     job.run().log.trace_out(kTraceUnit, "tri.reduce");
     job.progress(80);
+}
+
+void reduce_to_target(Job& job, TriMesh& mesh, float target) {
+    reduce_parallel(mesh, {.target = static_cast<double>(target), .minimum_keep = kLeastKept},
+                    job.run());
 }
 
 void subdivide_levels(TriMesh& mesh, std::uint32_t levels, SubdivideMode mode) {

@@ -77,6 +77,10 @@ void save_obj(TriMesh& mesh, const char* path);
 /// The reduction that preprocessing hosts get, between progress 57 and 80. Trace: tri.reduce.
 void reduce_and_compact(Job& job, TriMesh& mesh);
 
+/// The reduction to a host's own target, compacting included: the share of each shell's faces to
+/// keep, 0.05 at least; below -0.5 automatic. A target that is not a number changes nothing.
+void reduce_to_target(Job& job, TriMesh& mesh, float target);
+
 /// Subdivides 1 to 5 times, each level followed by compacting; any other number of levels does
 /// nothing.
 void subdivide_levels(TriMesh& mesh, std::uint32_t levels, SubdivideMode mode);

@@ -65,6 +65,10 @@ struct Call {
     std::string_view events;
     void (*run)(const Exports& e, Host& h);
 
+    bool reduces() const {  // to half
+        return name == "meshReduceFromData" || name == "meshReduceFromColorData" ||
+               name == "meshPreprocessorCtrlFromFile";
+    }
     bool subdivides() const { return name.starts_with("subdivision"); }  // by two levels
     bool cuts() const { return name.ends_with("utFromData"); }  // with caps, at half height
     bool makes_voxels() const { return name == "voxelize" || name == "hollowFromData"; }

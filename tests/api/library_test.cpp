@@ -154,7 +154,7 @@ TEST_F(Hosted, ModelsComeBackAsTheyWentIn) {
         h.path = box_file;
         if (call.result == Result::None || call.result == Result::Tables) continue;
         if (call.name == "separateShellsFromData") continue;  // orders faces along their shell
-        if (call.subdivides() || call.cuts() || call.makes_voxels()) continue;
+        if (call.reduces() || call.subdivides() || call.cuts() || call.makes_voxels()) continue;
         call.run(functions, h);
 
         if (call.result == Result::Parts) {
@@ -182,6 +182,27 @@ TEST_F(Hosted, ModelsComeBackAsTheyWentIn) {
         }
         functions.freeAllArray();
     }
+}
+
+TEST_F(Hosted, ReductionsKeepTheShareAskedFor) {
+    Host h(shapes::sphere(10, 4));  // 5,120 faces
+    constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+    const std::pair<float, std::uint32_t> rows[] = {{0.5F, 2560}, {0.0F, 256}, {0.01F, 256},
+                                                    {1.0F, 5120}, {-1, 5120},  {kNan, 5120}};
+    for (const auto& [target, expected] : rows) {
+        functions.meshReduceFromData(target, &h.xyz_pointer, &h.count, &h.out.xyz, &h.out.count);
+        EXPECT_EQ(h.out.count, expected) << target;
+        functions.meshReduceFromColorData(target, h.xyz_pointer, nullptr, nullptr, nullptr, h.count,
+                                          &h.out.xyz, &h.out.rgb, &h.out.uv, &h.out.labels,
+                                          &h.out.count, h.cell());
+        EXPECT_EQ(h.out.count, expected) << target;
+        functions.freeAllArray();
+    }
+    Host large(shapes::sphere(10, 7));
+    functions.meshPreprocessorFromData(&large.xyz_pointer, &large.count, &large.out.xyz,
+                                       &large.out.count, large.cell());
+    EXPECT_EQ(large.out.count, 168304);  // 100,000 and 30 % of 227,680
+    functions.freeAllArray();
 }
 
 TEST_F(Hosted, SubdivisionSplitsLongEdgesOfPlainModelsAndAllEdgesOfOthers) {
