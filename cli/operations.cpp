@@ -56,7 +56,7 @@ std::span<const ExitStatusSpec> exit_statuses() {
 }
 
 std::span<const OperationSpec> operations() {
-    static const std::array<OperationSpec, 7> table = {
+    static const std::array<OperationSpec, 11> table = {
         OperationSpec{
             .name = "check",
             .summary = "Tell whether models are fit to print",
@@ -179,6 +179,120 @@ std::span<const OperationSpec> operations() {
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_cut},
         OperationSpec{
+            .name = "reduce",
+            .summary = "Make a model of fewer triangles",
+            .description =
+                "Collapses edges where the surface changes least. Open borders stay, and so do the "
+                "borders of colours and of texture coordinates. Give one of --keep, --faces and "
+                "--auto. Reads the result back and prints what ended the reduction.",
+            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
+            .options = {{.name = "--output",
+                         .short_name = "-o",
+                         .type = ValueType::Text,
+                         .placeholder = "OUT",
+                         .is_required = true,
+                         .help = "File to write; its name ends in .stl or .obj"},
+                        {.name = "--keep",
+                         .type = ValueType::Number,
+                         .placeholder = "SHARE",
+                         .low = 0,
+                         .high = 1,
+                         .help = "Share of the triangles of each shell that shall stay"},
+                        {.name = "--faces",
+                         .type = ValueType::Number,
+                         .placeholder = "COUNT",
+                         .unit = "triangles",
+                         .low = 1,
+                         .high = kNoLimit,
+                         .help = "How many shall stay, every shell keeping the same share"},
+                        {.name = "--auto",
+                         .help = "Reduce shells of more than 100,000 triangles to these and 30 % "
+                                 "of the rest, turning no face by more than 9.9 degrees"},
+                        {.name = "--measure", .help = "Print how far the result is from the model"},
+                        {.name = "--json", .help = "Print one JSON object"}},
+            .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+            .run = run_reduce},
+        OperationSpec{
+            .name = "subdivide",
+            .summary = "Smooth a model and give it more triangles",
+            .description =
+                "Loop subdivision. A level makes four triangles of one where it splits all edges; "
+                "open borders keep their places. Reads the result back.",
+            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
+            .options = {{.name = "--output",
+                         .short_name = "-o",
+                         .type = ValueType::Text,
+                         .placeholder = "OUT",
+                         .is_required = true,
+                         .help = "File to write; its name ends in .stl or .obj"},
+                        {.name = "--levels",
+                         .type = ValueType::Choice,
+                         .placeholder = "LEVELS",
+                         .default_value = "1",
+                         .choices = {"1", "2", "3", "4", "5"},
+                         .help = "How many times"},
+                        {.name = "--mode",
+                         .type = ValueType::Choice,
+                         .placeholder = "MODE",
+                         .default_value = "uniform",
+                         .choices = {"uniform", "adaptive", "smooth"},
+                         .help = "Split all edges, only those longer than average, or none"},
+                        {.name = "--json", .help = "Print one JSON object"}},
+            .statuses = {Clean, Usage, CannotRead, CannotWrite},
+            .run = run_subdivide},
+        OperationSpec{
+            .name = "hollow",
+            .summary = "Make a shell of a solid model",
+            .description =
+                "Finds the cavity that leaves a wall of the thickness, and writes the model with it. "
+                "Works on voxels of 0.4 to 2 units, so that the wall is right within about 1.4 of "
+                "them; a wall is at least 0.5 thick.",
+            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
+            .options = {{.name = "--output",
+                         .short_name = "-o",
+                         .type = ValueType::Text,
+                         .placeholder = "OUT",
+                         .is_required = true,
+                         .help = "File to write; its name ends in .stl or .obj"},
+                        {.name = "--thickness",
+                         .type = ValueType::Number,
+                         .placeholder = "THICKNESS",
+                         .unit = "units of the file",
+                         .low = 0,
+                         .high = kNoLimit,
+                         .is_required = true,
+                         .help = "Thickness of the wall"},
+                        {.name = "--cavity-only",
+                         .help = "Write the surface of the cavity alone, its outside out"},
+                        {.name = "--json", .help = "Print one JSON object"}},
+            .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+            .run = run_hollow},
+        OperationSpec{
+            .name = "voxelize",
+            .summary = "Make a model of cubes",
+            .description =
+                "Writes the surface of the cubes that the model fills. What the model encloses counts "
+                "as filled, but for cavities; colours of OBJ files are kept.",
+            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
+            .options = {{.name = "--output",
+                         .short_name = "-o",
+                         .type = ValueType::Text,
+                         .placeholder = "OUT",
+                         .is_required = true,
+                         .help = "File to write; its name ends in .stl or .obj"},
+                        {.name = "--size",
+                         .type = ValueType::Number,
+                         .placeholder = "SIZE",
+                         .unit = "units of the file",
+                         .low = 0,
+                         .high = kNoLimit,
+                         .is_required = true,
+                         .help = "Edge of a cube; raised where more than 792 would lie along x or "
+                                 "y"},
+                        {.name = "--json", .help = "Print one JSON object"}},
+            .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+            .run = run_voxelize},
+        OperationSpec{
             .name = "convert",
             .summary = "Write a model in another format",
             .description =
@@ -220,6 +334,11 @@ std::span<const OperationSpec> operations() {
                         {.name = "--explode",
                          .help = "Pull the models apart, each body for itself, in two colours by "
                                  "turns"},
+                        {.name = "--section",
+                         .type = ValueType::Text,
+                         .placeholder = "AXIS[=VALUE]",
+                         .help = "Cut the models open across x, y or z, through the middle of the "
+                                 "picture or at VALUE"},
                         {.name = "--flaws", .help = "Draw the flaws in colour, print the legend"}},
             .statuses = {Clean, Usage, CannotRead, CannotWrite},
             .run = run_render},

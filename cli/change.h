@@ -1,0 +1,32 @@
+// The frame of the operations that make another model of a model: reading, the table of before and
+// after, writing, reading back.
+#pragma once
+
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "cli/commands.h"
+#include "cli/findings_report.h"
+#include "mesh/tri_mesh.h"
+#include "run/progress.h"
+
+namespace povmesh::cli {
+
+/// What an operation tells beyond the measures of the model before and after.
+struct ChangeReport {
+    std::string failure;  // why there is no result, without the file; nothing is written then
+    double seconds = 0;   // that it took, without reading and writing
+    std::vector<Row> rows;
+    Json json = Json::object();
+};
+
+/// Changes the mesh and leaves it compact. Progress goes from 50 to 80.
+using Change = std::function<ChangeReport(TriMesh& mesh, Progress progress)>;
+
+/// Changes the model IN and writes it as --output, with a table or, with --json, an object of what
+/// changed. A result without faces is not written. Returns the exit status.
+int run_change(const Arguments& arguments, Console& console, const Change& change);
+
+}  // namespace povmesh::cli

@@ -1,0 +1,164 @@
+// povmesh reduce: makes a model of fewer triangles, and tells what ended that.
+#include "remesh/reduce.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/timer.h"
+#include "cli/change.h"
+#include "cli/measures.h"
+#include "cli/numbers.h"
+#include "mesh/compact.h"
+#include "mesh/surface_distance.h"
+#include "remesh/parallel_reduce.h"
+
+namespace povmesh::cli {
+namespace {
+
+// What --auto stands for: the reduction that hosts get who preprocess a model.
+constexpr double kAutomatic = -1;
+constexpr double kLeastKept = 0.05;
+constexpr double kNormalLimit = 0.985;
+
+// Distances below this share of the diagonal are what the search for the nearest point rounds to.
+constexpr double kRounding = 1e-12;
+
+// A rule that kept edges from being collapsed, and how often.
+struct Rule {
+    std::size_t count;
+    std::string_view key;  // in JSON
+    std::string text;
+};
+
+std::vector<Rule> rules(const ReduceReport& report, bool is_automatic) {
+    std::vector<Rule> all = {
+        {report.normal_limit, "normal_limit",
+         is_automatic ? "would turn a face by more than 9.9 degrees"
+                      : "would turn a face by 90 degrees or more"},
+        {report.boundary, "boundary", "have an end on a border"},
+        {report.link, "link", "would pinch the surface"},
+    };
+    if (is_automatic) {  // the parallel reduction counts neither
+        all.push_back({report.crowded, "crowded", "would crowd a vertex"});
+        all.push_back(
+            {report.too_few_faces, "too_few_faces", "have an end with fewer than 3 faces"});
+    }
+    std::stable_sort(all.begin(), all.end(),
+                     [](const Rule& a, const Rule& b) { return a.count > b.count; });
+    return all;
+}
+
+// Which rule ended the reduction, in words and as a key.
+std::pair<std::string, std::string> end_of(const ReduceReport& report, bool is_automatic) {
+    if (report.faces_aimed >= report.faces_before) {
+        return {is_automatic ? "nothing to do: no shell has more than 100,000 triangles"
+                             : "nothing to do: all triangles may stay",
+                "nothing_to_do"};
+    }
+    if (report.is_reached) return {"target reached", "target"};
+    std::string text;
+    for (const Rule& rule : rules(report, is_automatic)) {
+        if (rule.count == 0) continue;
+        text += text.empty() ? "no edge left that may go: " : ", ";
+        text += with_separators(rule.count) + " " + rule.text;
+    }
+    // Borders are left out from the start there.
+    if (text.empty()) return {"no edge left that may go: all have an end on a border", "boundary"};
+    return {text, std::string(rules(report, is_automatic).front().key)};
+}
+
+// "0.0123 (0.0071 % of the diagonal)".
+std::string distance_text(double distance, double diagonal) {
+    if (!std::isfinite(distance)) return "unknown";
+    if (distance < kRounding * diagonal) return "0";
+    std::string text = human_number(distance);
+    if (diagonal > 0) {
+        // Two digits tell enough of a share.
+        const double percent = distance / diagonal * 100;
+        const double unit = percent > 0 ? std::pow(10, std::floor(std::log10(percent)) - 1) : 1;
+        text += " (" + human_number(std::round(percent / unit) * unit) + " % of the diagonal)";
+    }
+    return text;
+}
+
+void add_distance(ChangeReport& report, const TriMesh& from, const TriMesh& to) {
+    const SurfaceDistance distance = surface_distance(from, to);
+    const double diagonal = measures_of(from).diagonal();
+    report.rows.emplace_back("distance, RMS", distance_text(distance.rms(), diagonal));
+    report.rows.emplace_back("distance, greatest", distance_text(distance.greatest(), diagonal));
+    report.json["distance"] = {{"rms", distance.rms()},
+                               {"greatest", distance.greatest()},
+                               {"rms_share", distance.rms() / diagonal},
+                               {"greatest_share", distance.greatest() / diagonal}};
+}
+
+ReduceReport reduce_mesh(TriMesh& mesh, const Arguments& arguments) {
+    if (arguments.has("--auto")) {
+        const ReduceReport report = reduce(mesh, kAutomatic, kLeastKept, kNormalLimit);
+        compact(mesh);
+        return report;
+    }
+    double target = 0;
+    if (arguments.has("--keep")) {
+        target = arguments.number("--keep");
+    } else {
+        target = arguments.number("--faces") / static_cast<double>(live_face_count(mesh));
+    }
+    RunLog log;
+    RunContext run{{}, log};
+    return reduce_parallel(mesh, {.target = target, .minimum_keep = 0}, run);
+}
+
+ChangeReport change(TriMesh& mesh, const Arguments& arguments) {
+    TriMesh source;
+    if (arguments.has("--measure")) source = mesh;
+    ChangeReport told;
+    const std::size_t count = live_face_count(mesh);
+    const Timer timer;
+    const ReduceReport report = reduce_mesh(mesh, arguments);
+    told.seconds = timer.seconds();
+
+    const bool is_automatic = arguments.has("--auto");
+    const auto [text, key] = end_of(report, is_automatic);
+    const double kept = static_cast<double>(live_face_count(mesh)) / static_cast<double>(count);
+    told.rows = {{"kept", human_number(std::round(kept * 1e4) / 100) + " %"},
+                 {"aimed at", counted(report.faces_aimed, "triangle")},
+                 {"ended by", text}};
+    told.json["aimed"] = report.faces_aimed;
+    told.json["ended_by"] = key;
+    for (const Rule& rule : rules(report, is_automatic)) {
+        told.json["turned_down"][std::string(rule.key)] = rule.count;
+    }
+    if (arguments.has("--measure")) add_distance(told, source, mesh);
+    return told;
+}
+
+// Empty when the options say how far to reduce.
+std::string wrong_options(const Arguments& arguments) {
+    int given = 0;
+    for (const char* option : {"--keep", "--faces", "--auto"})
+        given += arguments.has(option) ? 1 : 0;
+    if (given != 1) return "reduce: give one of --keep, --faces and --auto";
+    if (arguments.has("--faces")) {
+        const double count = arguments.number("--faces");
+        if (count != std::floor(count)) return "reduce: --faces takes a whole number";
+    }
+    return {};
+}
+
+}  // namespace
+
+int run_reduce(const Arguments& arguments, Console& console) {
+    if (const std::string wrong = wrong_options(arguments); !wrong.empty()) {
+        console.error(wrong + "; see 'povmesh reduce --help'");
+        return Usage;
+    }
+    return run_change(arguments, console, [&](TriMesh& mesh, Progress /*progress*/) {
+        return change(mesh, arguments);
+    });
+}
+
+}  // namespace povmesh::cli

@@ -1,0 +1,111 @@
+// Reducing and subdividing, as users of the tool meet them.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "support/shapes.h"
+#include "tool_runner.h"
+
+namespace povmesh {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+
+class Remesh : public ToolTest {
+protected:
+    void SetUp() override {
+        ToolTest::SetUp();
+        write_stl_file("sphere.stl", shapes::sphere(10, 4));  // 5,120 triangles
+        write_stl_file("cube.stl", shapes::box({0, 0, 0}, {10, 10, 10}));
+        shapes::SoupVector strip;  // every vertex is on its border
+        for (float x = 0; x < 5; ++x) {
+            shapes::append(strip, std::vector<float>{x, 0, 0, x + 1, 0, 0, x, 1, 0,  //
+                                                     x, 1, 0, x + 1, 0, 0, x + 1, 1, 0});
+        }
+        write_stl_file("strip.stl", strip);
+    }
+
+    json done(std::vector<std::string> arguments) const {
+        arguments.emplace_back("--json");
+        const ToolResult result = run(arguments);
+        EXPECT_EQ(result.status, 0) << result.err;
+        return json::parse(result.out);
+    }
+};
+
+TEST_F(Remesh, ReducesToTheTargetOrTellsWhichRuleEndedIt) {
+    struct Row {
+        std::vector<std::string> how;
+        std::string model;
+        std::string ended_by;
+        int least, most;  // triangles of the result
+    };
+    const Row rows[] = {
+        {{"--keep", "0.1"}, "sphere.stl", "target", 510, 512},
+        {{"--faces", "100"}, "sphere.stl", "target", 98, 100},
+        {{"--keep", "1"}, "sphere.stl", "nothing_to_do", 5120, 5120},
+        {{"--auto"}, "sphere.stl", "nothing_to_do", 5120, 5120},
+        {{"--keep", "0.1"}, "strip.stl", "boundary", 10, 10},
+    };
+    for (const Row& row : rows) {
+        std::vector<std::string> arguments = {"reduce", row.model, "-o", "out.stl", "--measure"};
+        arguments.insert(arguments.end(), row.how.begin(), row.how.end());
+        SCOPED_TRACE(row.model + testing::PrintToString(row.how));
+        const json object = done(arguments);
+        EXPECT_EQ(object["ended_by"], row.ended_by);
+        EXPECT_GE(object["after"]["triangles"], row.least);
+        EXPECT_LE(object["after"]["triangles"], row.most);
+        const json checked = json::parse(run({"check", "--json", "out.stl"}).out);
+        EXPECT_EQ(checked[0]["triangles"], object["after"]["triangles"]);
+        if (row.model != "sphere.stl") continue;
+        EXPECT_EQ(checked[0]["verdict"], "clean");
+        // The chord of 100 triangles lies about 0.06 radii below the arc, 0.018 of the diagonal.
+        EXPECT_LT(object["distance"]["greatest_share"], 0.04);
+        EXPECT_LE(object["distance"]["rms"], object["distance"]["greatest"]);
+        EXPECT_EQ(object["distance"]["rms_share"] > 1e-6, row.ended_by == "target");
+    }
+    const ToolResult table = run({"reduce", "sphere.stl", "-o", "out.stl", "--keep", "0.1"});
+    EXPECT_THAT(table.out, HasSubstr("triangles     5,120"));
+    EXPECT_THAT(table.out, HasSubstr("ended by  target reached"));
+}
+
+TEST_F(Remesh, SubdividesAndTellsBeforeAndAfter) {
+    const json uniform = done({"subdivide", "cube.stl", "-o", "out.obj", "--levels", "3"});
+    EXPECT_EQ(uniform["before"]["area"], 600);
+    EXPECT_EQ(uniform["after"]["triangles"], 12 << 6);
+    EXPECT_LT(uniform["after"]["volume"], 600);  // rounded from 1,000
+    EXPECT_EQ(
+        done({"subdivide", "cube.stl", "-o", "out.stl", "--mode", "smooth"})["after"]["triangles"],
+        12);
+    // Only the diagonals are longer than the mean: one edge of every face.
+    const ToolResult table = run({"subdivide", "cube.stl", "-o", "out.stl", "--mode", "adaptive"});
+    EXPECT_THAT(table.out, HasSubstr("triangles     12            24\n"));
+    EXPECT_THAT(table.out, HasSubstr("read back, 24 triangles as written"));
+}
+
+TEST_F(Remesh, TellsWhatCannotBe) {
+    const std::pair<std::vector<std::string>, int> rows[] = {
+        {{"reduce", "cube.stl", "-o", "out.stl"}, 2},
+        {{"reduce", "cube.stl", "-o", "out.stl", "--keep", "0.5", "--auto"}, 2},
+        {{"reduce", "cube.stl", "-o", "out.stl", "--keep", "1.5"}, 2},
+        {{"reduce", "cube.stl", "-o", "out.stl", "--faces", "10.5"}, 2},
+        {{"subdivide", "cube.stl", "-o", "out.stl", "--levels", "6"}, 2},
+        {{"subdivide", "cube.stl", "-o", "out.ply"}, 2},
+        {{"subdivide", "missing.stl", "-o", "out.stl"}, 3},
+        {{"reduce", "missing.stl", "-o", "out.stl", "--auto"}, 3},
+        {{"subdivide", "cube.stl", "-o", "no/folder/out.stl"}, 6},
+    };
+    for (const auto& [arguments, status] : rows) {
+        const ToolResult result = run(arguments);
+        EXPECT_EQ(result.status, status) << testing::PrintToString(arguments);
+        EXPECT_THAT(result.err, HasSubstr("povmesh: "));
+        EXPECT_EQ(run({"check", "out.stl"}).status, 3);  // nothing was written
+    }
+}
+
+}  // namespace
+}  // namespace povmesh
