@@ -16,7 +16,7 @@ enum class SubdivideMode : std::uint32_t {
 /// Refines the live faces by one level: vertices move by Loop's vertex rule, split edges get a
 /// vertex by his edge rule, and a face with split edges is marked deleted and replaced by two to
 /// four new ones at the end of the face array. Call `compact` next; what was closed and manifold
-/// stays so. Uniform subdivision makes four faces of each.
+/// stays so, unless two faces had the same three vertices. Uniform subdivision makes four faces of each.
 ///
 /// A vertex stays where an odd number of faces holds one of its edges, so open borders keep their
 /// vertices; an open edge is split at its middle. Where more than two faces hold an edge, its new
