@@ -13,6 +13,7 @@
 #include "cut/connectors.h"
 #include "cut/level_split.h"
 #include "cut/mirror.h"
+#include "mesh/edge_mates.h"
 #include "mesh/separation.h"
 #include "mesh/shell_nesting.h"
 #include "mesh/shells.h"
@@ -43,12 +44,8 @@ std::vector<std::uint32_t> fill_group_of_face(TriMesh& model) {
 class ModelCutter {
 public:
     ModelCutter(TriMesh& model, const LevelFrame& frame, const CutOptions& options,
-                CutCounts& counts, bool is_one_shell)
-        : model_(model),
-          frame_(frame),
-          options_(options),
-          counts_(counts),
-          is_one_shell_(is_one_shell) {}
+                CutCounts& counts, const EdgeMates* mates)
+        : model_(model), frame_(frame), options_(options), counts_(counts), mates_(mates) {}
 
     // Returns false when there is nothing to do.
     bool run(Parts& parts) {
@@ -65,7 +62,11 @@ public:
         if (options_.operation == CutOperation::CutAndCap) fill(split);
         for (const LevelSide side : {LevelSide::Above, LevelSide::Below}) {
             TriMesh half = split.side_mesh(side, caps_[static_cast<std::size_t>(side)]).mesh;
-            divide(half, parts);
+            if (mates_ != nullptr && split.hangs_together(side, *mates_)) {
+                parts.push_back(std::move(half));
+            } else {
+                divide(half, parts);
+            }
         }
         ++counts_.divided;
         return true;
@@ -83,7 +84,7 @@ private:
 
     void fill(LevelSplit& split) {
         std::vector<std::uint32_t> group;
-        if (!is_one_shell_) group = fill_group_of_face(model_);
+        if (mates_ == nullptr) group = fill_group_of_face(model_);
         const Array<RimEdge> rim = split.trace_rim(group);
         Array<RimEdge> closed;
         for (std::size_t i = 0; i < rim.size();) {
@@ -156,31 +157,34 @@ private:
     const LevelFrame& frame_;
     const CutOptions& options_;
     CutCounts& counts_;
-    bool is_one_shell_;
+    const EdgeMates* mates_;                          // of a model of one shell, else null
     std::array<Array<LevelSplit::CapFace>, 2> caps_;  // by side
 };
 
-// A mesh of one shell is its model as it stands.
-bool separate(TriMesh& mesh, bool keep_cavities, Parts& models) {
-    label_shells(mesh);
-    if (mesh.shells.size() == 1 && live_face_count(mesh) == mesh.faces.size()) {
+// The models of a mesh. A mesh of one shell is its model as it stands; its edges are then kept.
+Parts separate(TriMesh& mesh, bool keep_cavities, std::optional<EdgeMates>& mates) {
+    mates.emplace(mesh);
+    label_shells(mesh, *mates);
+    Parts models;
+    if (mesh.shells.size() == 1 && mesh.shells.faces.size() == mesh.faces.size()) {
         mesh.shells.clear();
         mesh.use_table.clear();
         mesh.parts.clear();
         models.push_back(std::exchange(mesh, {}));
-        return true;
+        return models;
     }
+    mates.reset();
     build_parts(mesh, group_shells(mesh, {.keep_cavities = keep_cavities}));
     models = std::move(mesh.parts);
     mesh = {};
-    return false;
+    return models;
 }
 
 }  // namespace
 
 CutCounts cut_models(TriMesh& mesh, const CutOptions& options, RunContext& run) {
-    Parts models;
-    const bool is_one_shell = separate(mesh, options.keep_cavities, models);
+    std::optional<EdgeMates> mates;
+    Parts models = separate(mesh, options.keep_cavities, mates);
     run.log.append("\nmd_num : " + std::to_string(models.size()));
     CutCounts counts;
     counts.models = models.size();
@@ -190,8 +194,8 @@ CutCounts cut_models(TriMesh& mesh, const CutOptions& options, RunContext& run) 
     for (TriMesh& model : models) {
         const Timer timer;
         if (options.operation != CutOperation::None) {
-            if (frame &&
-                ModelCutter(model, *frame, options, counts, is_one_shell).run(mesh.parts)) {
+            if (frame && ModelCutter(model, *frame, options, counts, mates ? &*mates : nullptr)
+                             .run(mesh.parts)) {
                 model = {};
             } else {
                 mesh.parts.push_back(std::move(model));

@@ -367,6 +367,40 @@ void LevelSplit::count_walls(Array<WallEdge>& edges) {
     }
 }
 
+bool LevelSplit::hangs_together(LevelSide side, const EdgeMates& mates) const {
+    const Kind whole = side == LevelSide::Above ? Kind::Above : Kind::Below;
+    const int own_sign = side == LevelSide::Above ? 1 : -1;
+    const auto is_here = [&](std::size_t face) {
+        return kinds_[face] == whole || kinds_[face] == Kind::Split;
+    };
+    // 1 for faces of the other side too.
+    Array<std::uint8_t> is_reached(kinds_.size());
+    Array<std::uint32_t> reached;
+    reached.reserve(face_count(side));
+    for (std::size_t f = 0; f < kinds_.size(); ++f) {
+        is_reached[f] = is_here(f) ? 0 : 1;
+        if (!reached.empty() || is_reached[f] != 0) continue;
+        reached.push_back(static_cast<std::uint32_t>(f));
+        is_reached[f] = 1;
+    }
+    for (std::size_t next = 0; next < reached.size(); ++next) {
+        const std::uint32_t f = reached[next];
+        const Face& face = model_.faces[f];
+        for (std::size_t i = 0; i < 3; ++i) {
+            if (mates.kind(f, i) != EdgeMates::Kind::Manifold) continue;
+            const std::uint32_t mate = mates.mate(f, i);
+            if (is_reached[mate] != 0) continue;
+            // An edge on the level joins faces that are both here; any other must reach to this side.
+            const int from = sign(face.vertex[i]);
+            const int to = sign(face.vertex[kNext[i]]);
+            if (from != own_sign && to != own_sign && (from != 0 || to != 0)) continue;
+            is_reached[mate] = 1;
+            reached.push_back(mate);
+        }
+    }
+    return reached.size() == face_count(side);
+}
+
 LevelSplit::SideMesh LevelSplit::side_mesh(LevelSide side, const Array<CapFace>& caps) const {
     SideBuilder builder(points_, face_count(side) + splits_.size() + caps.size());
     const Kind whole = side == LevelSide::Above ? Kind::Above : Kind::Below;

@@ -9,6 +9,7 @@
 #include "base/array.h"
 #include "cut/cut_points.h"
 #include "cut/level_frame.h"
+#include "mesh/edge_mates.h"
 #include "mesh/tri_mesh.h"
 
 namespace povmesh {
@@ -57,6 +58,10 @@ public:
     }
     /// True when an edge or vertex of the model lies on the level.
     bool touches() const { return touches_; }
+
+    /// True when the faces of a side hang together over edges on that side. False also where edges of
+    /// more than two faces would have to be looked at for it.
+    bool hangs_together(LevelSide side, const EdgeMates& mates) const;
 
     /// True when a face lies below the level, at least in part.
     bool reaches_below(std::size_t face) const {
