@@ -14,6 +14,7 @@
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/picture/picture.h"
+#include "cli/section.h"
 #include "io/file.h"
 #include "mesh/separation.h"
 
@@ -69,6 +70,8 @@ Box3d box_of(const TriMesh& mesh) {
 // A model of the picture and what is to be said about it.
 struct Subject {
     LoadedModel loaded;
+    TriMesh opened;  // what a section leaves of it
+    TriMesh caps;
     std::string legend;
 
     povmesh::Model model(bool with_flaws) {
@@ -148,6 +151,25 @@ Image draw_exploded(std::vector<Subject>& subjects, const RenderOptions& options
     return render(scene, options);
 }
 
+// The models with what is nearer to the viewer taken away, the cut itself in the second colour.
+Image draw_section(std::vector<Subject>& subjects, const Section& section,
+                   const RenderOptions& options) {
+    Box3d scene_box;
+    for (const Subject& subject : subjects) widen(scene_box, box_of(subject.loaded.mesh));
+    Scene scene;
+    for (Subject& subject : subjects) {
+        subject.opened = subject.loaded.mesh;
+        cut_open(subject.opened, section, options.view, scene_box, subject.caps);
+        scene.push_back(subject.model(false));
+        scene.back().mesh = &subject.opened;
+        povmesh::Model& caps = scene.emplace_back();
+        caps.mesh = &subject.caps;
+        caps.colour = palette::kSecondary;
+        caps.inside = palette::kSecondary;
+    }
+    return render(scene, options);
+}
+
 RenderOptions options_of(const Arguments& arguments) {
     const PixelSize size = parse_pixel_size(arguments.text("--size"));
     RenderOptions options;
@@ -163,6 +185,9 @@ Image draw(std::vector<Subject>& subjects, const Arguments& arguments) {
     const bool with_flaws = arguments.has("--flaws");
     RenderOptions options = options_of(arguments);
     if (arguments.has("--explode")) return draw_exploded(subjects, options);
+    if (arguments.has("--section")) {
+        return draw_section(subjects, *parse_section(arguments.text("--section")), options);
+    }
     if (!arguments.has("--compare")) {
         Scene scene;
         for (Subject& subject : subjects) scene.push_back(subject.model(with_flaws));
@@ -197,6 +222,14 @@ std::string usage_error(const Arguments& arguments) {
     }
     if (arguments.has("--explode") && (arguments.has("--compare") || arguments.has("--flaws"))) {
         return "render: --explode goes with neither --compare nor --flaws";
+    }
+    if (arguments.has("--section")) {
+        if (!parse_section(arguments.text("--section"))) {
+            return "render: --section takes x, y or z, or one of them with a place, such as z=12.5";
+        }
+        if (arguments.has("--compare") || arguments.has("--explode") || arguments.has("--flaws")) {
+            return "render: --section goes with neither --compare nor --explode nor --flaws";
+        }
     }
     return {};
 }

@@ -66,14 +66,15 @@ private:
 };
 
 // The cells that one more layer takes in, of those outside or of those enclosed. All are found before
-// the first is added.
+// the first is added. Margin and padding are outside, so that only growing outward meets them.
 void next_layer(const VoxelGrid& grid, bool goes_outward, Words& layer) {
     const BoxMask in_box(grid);
-    const std::uint64_t turned = goes_outward ? 0 : ~std::uint64_t{0};
     grid.for_each_word([&](std::size_t word) {
-        const std::uint64_t open =
-            ~grid.occupied()[word] & (grid.outside()[word] ^ turned) & in_box(word);
-        layer[word] = open == 0 ? 0 : open & any_neighbour(grid, grid.occupied(), word);
+        const std::uint64_t outside = grid.outside()[word];
+        std::uint64_t open = ~grid.occupied()[word] & (goes_outward ? outside : ~outside);
+        if (open != 0) open &= any_neighbour(grid, grid.occupied(), word);
+        if (open != 0 && goes_outward) open &= in_box(word);
+        layer[word] = open;
     });
 }
 
@@ -92,16 +93,21 @@ void grow(VoxelGrid& grid, std::int64_t layers, bool goes_outward) {
     grid.recount();
 }
 
-// The outermost removal pass without bookkeeping of the outside.
+// One pass of a peel, without bookkeeping of the outside.
 struct PeelPass {
     VoxelGrid& grid;
     Words gone;
+    bool any_gone = false;
 
-    explicit PeelPass(VoxelGrid& g) : grid(g), gone(empty_words(g)) {
+    explicit PeelPass(VoxelGrid& g) : grid(g), gone(empty_words(g)) {}
+
+    // Settles what goes.
+    void begin() {
+        any_gone = false;
         grid.for_each_word([&](std::size_t word) {
-            if (!grid.has_chunk(word)) return;
             const Chunk& flags = grid.flags_of(word);
             gone[word] = any_side(flags) & ~(flags.flags[kKeepLow] | flags.flags[kKeepHigh]);
+            any_gone = any_gone || gone[word] != 0;
         });
     }
 
@@ -149,27 +155,18 @@ struct PeelPass {
         return 0;
     }
 
-    bool remove() {
+    void remove() {
         // What is uncovered is settled before the flags of what goes are cleared.
         Array<std::pair<std::size_t, Chunk>> marks;
-        bool any_gone = false;
+        if (any_gone) find_marks(marks);
         grid.for_each_word([&](std::size_t word) {
-            any_gone = any_gone || gone[word] != 0;
-            const std::uint64_t staying = grid.occupied()[word] & ~gone[word];
-            if (staying == 0) return;
-            Chunk marked{};
-            for (const Side side : kSides) {
-                marked.flags[number(side)] = uncovered(word, side) & staying;
-            }
-            if (any_side(marked) != 0) marks.push_back({word, marked});
-        });
-        grid.for_each_word([&](std::size_t word) {
-            if (gone[word] != 0) grid.remove(word, gone[word]);
             if (!grid.has_chunk(word)) return;
+            if (gone[word] != 0) grid.remove(word, gone[word]);
+            const Chunk& kept = grid.flags_of(word);
+            if ((kept.flags[kKeepLow] | kept.flags[kKeepHigh]) == 0) return;
             Chunk& flags = grid.edit_flags(word);
             std::uint64_t& low = flags.flags[kKeepLow];
             std::uint64_t& high = flags.flags[kKeepHigh];
-            if ((low | high) == 0) return;
             // Above 64: a count of 2 or more, or one with a side. What this pass uncovers counts.
             const std::uint64_t sides = any_side(flags) | sides_in(marks, word);
             const std::uint64_t lowered = high | (low & sides);
@@ -180,8 +177,19 @@ struct PeelPass {
             Chunk& flags = grid.edit_flags(word);
             for (std::size_t i = 0; i < kSideCount; ++i) flags.flags[i] |= marked.flags[i];
         }
-        grid.recount();
-        return any_gone;
+        if (any_gone) grid.recount();
+    }
+
+    void find_marks(Array<std::pair<std::size_t, Chunk>>& marks) const {
+        grid.for_each_word([&](std::size_t word) {
+            const std::uint64_t staying = grid.occupied()[word] & ~gone[word];
+            if (staying == 0 || (any_neighbour(grid, gone, word) & staying) == 0) return;
+            Chunk marked{};
+            for (const Side side : kSides) {
+                marked.flags[number(side)] = uncovered(word, side) & staying;
+            }
+            if (any_side(marked) != 0) marks.push_back({word, marked});
+        });
     }
 
     static std::uint64_t sides_in(const Array<std::pair<std::size_t, Chunk>>& marks,
@@ -200,9 +208,8 @@ void move_outside(VoxelGrid& grid, const Words& gone) {
     Words& outside = grid.outside();
     bool opens = false;
     grid.for_each_word([&](std::size_t word) { outside[word] |= gone[word]; });
-    const BoxMask in_box(grid);
     grid.for_each_word([&](std::size_t word) {
-        const std::uint64_t enclosed = ~grid.occupied()[word] & ~outside[word] & in_box(word);
+        const std::uint64_t enclosed = ~(grid.occupied()[word] | outside[word]);
         opens = opens || (enclosed != 0 && (any_neighbour(grid, gone, word) & enclosed) != 0);
     });
     if (opens) grid.outside_is_valid = grid.faces_are_valid = false;
@@ -408,13 +415,15 @@ void fill_rows(VoxelGrid& grid, FillColour colour) {
 }
 
 void peel(VoxelGrid& grid, std::int32_t layers, std::vector<Voxel>* removed) {
+    if (layers <= 0) return;
+    PeelPass pass(grid);
     for (std::int32_t layer = 0; layer < layers; ++layer) {
-        PeelPass pass(grid);
+        pass.begin();
         if (removed != nullptr) pass.list(*removed, layer == 0);
-        const bool any_gone = pass.remove();
-        if (any_gone) move_outside(grid, pass.gone);
+        pass.remove();
+        if (pass.any_gone) move_outside(grid, pass.gone);
         // Keep counts are at most 3: from then on a pass that removes nothing is the last that could.
-        if (!any_gone && layer >= kMostKept) break;
+        if (!pass.any_gone && layer >= kMostKept) break;
         if (grid.is_empty()) break;
     }
 }

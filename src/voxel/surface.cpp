@@ -93,29 +93,35 @@ public:
         for (auto& layer : numbers) layer.assign(layer_corners, -1);
         std::array<std::int32_t, 2> begins = {0, 0};
         std::size_t layer = 0;
+        std::size_t row = 0;
+        std::size_t row_begin = 0;  // its first cell
+        std::size_t in_layer = 0;   // that cell's number in its layer
         Face* face = mesh.faces.data();
         for_each_square(grid_, [&](std::size_t cell, std::size_t side) {
-            const std::size_t cells_per_layer = layer_corners;
-            const std::size_t z = cell / cells_per_layer;
-            const std::size_t in_layer = cell % cells_per_layer;
-            if (z != layer) {
-                // The upper corners become the lower ones, unless a layer was left out.
-                const auto now = static_cast<std::int32_t>(mesh.vertices.size());
-                begins = {z == layer + 1 ? begins[1] : now, now};
-                if (z == layer + 1) std::swap(numbers[0], numbers[1]);
-                layer = z;
+            if (cell - row_begin >= row_) {
+                const std::size_t next_row = cell / row_;
+                const std::size_t next_layer = next_row / grid_.rows_per_layer();
+                row = next_row % grid_.rows_per_layer();
+                row_begin = next_row * row_;
+                in_layer = row * row_;
+                if (next_layer != layer) {
+                    // The upper corners become the lower ones, unless a layer was left out.
+                    const auto now = static_cast<std::int32_t>(mesh.vertices.size());
+                    begins = {next_layer == layer + 1 ? begins[1] : now, now};
+                    if (next_layer == layer + 1) std::swap(numbers[0], numbers[1]);
+                    layer = next_layer;
+                }
             }
-            const std::size_t y = in_layer / row_;
-            const std::size_t x = in_layer % row_;
+            const std::size_t x = cell - row_begin;
             std::array<std::int32_t, 8> vertex{};
             for (const unsigned c : kSquares[side]) {
                 const unsigned up = c >> 2;
-                const std::size_t at = in_layer + (c & 1U) + (c >> 1 & 1U) * row_;
+                const std::size_t at = in_layer + x + (c & 1U) + (c >> 1 & 1U) * row_;
                 std::int32_t& known = numbers[up][at];
                 if (known < begins[up]) {
                     known = static_cast<std::int32_t>(mesh.vertices.size());
-                    mesh.vertices.push_back(
-                        {x_[x - 1 + (c & 1U)], y_[y - 1 + (c >> 1 & 1U)], z_[z - 1 + up], known});
+                    mesh.vertices.push_back({x_[x - 1 + (c & 1U)], y_[row - 1 + (c >> 1 & 1U)],
+                                             z_[layer - 1 + up], known});
                 }
                 vertex[c] = known;
             }

@@ -12,18 +12,8 @@ std::int32_t nearest(double point, float size) {
     return saturate_to<std::int32_t>(std::floor(point / static_cast<double>(size) + 0.5));
 }
 
-float place(std::int32_t index, float size) {
-    return narrow_to_float(static_cast<double>(index) * static_cast<double>(size));
-}
-
 std::size_t count(std::int32_t low, std::int32_t high) {
     return static_cast<std::size_t>(std::int64_t{high} - low + 1);
-}
-
-// The same place in a value that counts from the default, there and back.
-VoxelColour lacking(VoxelColour c) {
-    for (std::uint8_t& channel : c) channel = static_cast<std::uint8_t>(255 - channel);
-    return c;
 }
 
 }  // namespace
@@ -90,7 +80,7 @@ void VoxelGrid::clear_flags() {
 
 VoxelColour VoxelGrid::colour_of(std::size_t cell) const {
     if (!has_colours_) return kWhite;
-    return lacking(colours_[chunk_of_[cell / 64]][cell % 64]);
+    return turned(colours_[chunk_of_[cell / 64]][cell % 64]);
 }
 
 void VoxelGrid::set_colour(std::size_t cell, VoxelColour colour) {
@@ -99,7 +89,7 @@ void VoxelGrid::set_colour(std::size_t cell, VoxelColour colour) {
         has_colours_ = true;
         colours_.assign(chunks_.size(), ColourChunk{});
     }
-    colours_[make_chunk(cell / 64)][cell % 64] = lacking(colour);
+    colours_[make_chunk(cell / 64)][cell % 64] = turned(colour);
 }
 
 void VoxelGrid::set_angle(std::size_t cell, std::int8_t angle) {
@@ -108,34 +98,13 @@ void VoxelGrid::set_angle(std::size_t cell, std::int8_t angle) {
 }
 
 Voxel VoxelGrid::voxel_at(std::size_t cell) const {
-    const std::uint32_t chunk = chunk_of_[cell / 64];
-    const std::size_t bit = cell % 64;
     Voxel voxel;
     voxel.index = index_of(cell);
     voxel.key = key_of(voxel.index);
     voxel.centre = centre_of(voxel.index);
-    if (chunk == 0) return voxel;
-    for (std::size_t i = 0; i < kFlagCount; ++i) {
-        voxel.flags =
-            static_cast<std::uint8_t>(voxel.flags | (chunks_[chunk].flags[i] >> bit & 1U) << i);
-    }
-    if (has_colours_) voxel.colour = lacking(colours_[chunk][bit]);
-    if (settings_.keeps_angles) {
-        voxel.angle = static_cast<std::int8_t>(kNoAngle - angles_[chunk][bit]);
-    }
+    const std::uint32_t chunk = chunk_of_[cell / 64];
+    if (chunk != 0) read_payload(chunk, cell % 64, voxel);
     return voxel;
-}
-
-void VoxelGrid::insert(VoxelIndex index, VoxelColour colour, std::int8_t angle) {
-    assert(can_hold(index));
-    const std::size_t cell = cell_of(index);
-    if (!test(occupied_, cell)) {
-        occupied_[cell / 64] |= std::uint64_t{1} << (cell % 64);
-        ++size_;
-        outside_is_valid = faces_are_valid = false;
-    }
-    set_colour(cell, colour);
-    set_angle(cell, angle);
 }
 
 void VoxelGrid::erase(VoxelIndex index) {

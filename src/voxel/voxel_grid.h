@@ -7,8 +7,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <utility>
 
 #include "base/array.h"
+#include "base/convert.h"
 #include "base/vec.h"
 
 namespace povmesh {
@@ -116,7 +118,19 @@ public:
 
     /// Adds a voxel, or gives the one that is there another colour and angle. The box must be able
     /// to hold it. Its flags and those of its neighbours stay as they are.
-    void insert(VoxelIndex index, VoxelColour colour = kWhite, std::int8_t angle = kNoAngle);
+    void insert(VoxelIndex index, VoxelColour colour = kWhite, std::int8_t angle = kNoAngle) {
+        assert(can_hold(index));
+        const std::size_t cell = cell_of(index);
+        std::uint64_t& word = occupied_[cell / 64];
+        const std::uint64_t bit = std::uint64_t{1} << (cell % 64);
+        if ((word & bit) == 0) {
+            word |= bit;
+            ++size_;
+            outside_is_valid = faces_are_valid = false;
+        }
+        if (has_colours_ || colour != kWhite) set_colour(cell, colour);
+        if (settings_.keeps_angles) set_angle(cell, angle);
+    }
     /// Removes a voxel if it is there.
     void erase(VoxelIndex index);
     bool contains(VoxelIndex index) const {
@@ -207,6 +221,15 @@ private:
         return (bits[cell / 64] >> (cell % 64) & 1U) != 0;
     }
     std::uint32_t make_chunk(std::size_t word);
+    void read_payload(std::uint32_t chunk, std::size_t bit, Voxel& voxel) const;
+    static float place(std::int32_t index, float size) {
+        return narrow_to_float(static_cast<double>(index) * static_cast<double>(size));
+    }
+    // A colour in what it lacks of white, and back.
+    static VoxelColour turned(VoxelColour c) {
+        for (std::uint8_t& channel : c) channel = static_cast<std::uint8_t>(255 - channel);
+        return c;
+    }
 
     // Colours and angles are kept as what they lack of the default, so that zeros mean white and
     // no angle.
@@ -240,14 +263,36 @@ constexpr std::int64_t kMostPaddedCells = std::int64_t{1} << 31;
 
 template <typename Visit>
 void VoxelGrid::for_each(Visit&& visit) const {
-    for (std::size_t word = 0; word < occupied_.size(); ++word) {
+    for (std::size_t word = 0; word < word_count(); ++word) {
         std::uint64_t cells = occupied_[word];
+        if (cells == 0) continue;
+        const VoxelIndex first = index_of(word * 64);
+        Voxel voxel;
+        voxel.index = first;
+        voxel.centre = centre_of(first);
+        const std::int64_t first_key = key_of(first);
         while (cells != 0) {
             const auto bit = static_cast<std::size_t>(std::countr_zero(cells));
-            visit(voxel_at(word * 64 + bit));
+            voxel.index.x = first.x + static_cast<std::int32_t>(bit);
+            voxel.key = first_key + 2 * static_cast<std::int64_t>(bit);
+            voxel.centre.x = place(voxel.index.x, settings_.size.x);
+            if (chunk_of_[word] != 0) read_payload(chunk_of_[word], bit, voxel);
+            visit(std::as_const(voxel));
             // What the visit erased or inserted ahead counts.
-            cells = bit == 63 ? 0 : occupied_[word] & (~std::uint64_t{1} << bit);
+            cells = occupied_[word] & (~std::uint64_t{1} << bit);
         }
+    }
+}
+
+inline void VoxelGrid::read_payload(std::uint32_t chunk, std::size_t bit, Voxel& voxel) const {
+    unsigned flags = 0;
+    for (unsigned i = 0; i < kFlagCount; ++i) {
+        flags |= static_cast<unsigned>(chunks_[chunk].flags[i] >> bit & 1U) << i;
+    }
+    voxel.flags = static_cast<std::uint8_t>(flags);
+    if (has_colours_) voxel.colour = turned(colours_[chunk][bit]);
+    if (settings_.keeps_angles) {
+        voxel.angle = static_cast<std::int8_t>(kNoAngle - angles_[chunk][bit]);
     }
 }
 
