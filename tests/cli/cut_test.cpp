@@ -1,0 +1,96 @@
+// Cutting models and drawing their pieces, as users of the tool meet it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "support/shapes.h"
+#include "tool_runner.h"
+
+namespace povmesh {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+
+using Cut = ToolTest;
+
+TEST_F(Cut, WritesThePiecesOfClosedModels) {
+    shapes::SoupVector set = shapes::box({0, 0, 0}, {10, 10, 20});
+    shapes::append(set, shapes::turned(shapes::box({2, 2, 2}, {8, 8, 18})));
+    shapes::append(set, shapes::box({20, 0, 0}, {30, 10, 5}));
+    write_stl_file("set.stl", set);
+    const struct {
+        std::vector<std::string> options;
+        std::vector<double> volumes;
+        int pegs;
+    } cases[] = {
+        {{}, {2000 / 2 - 576 / 2, 2000 / 2 - 576 / 2, 500}, 0},
+        {{"--point", "0,0,1"}, {100, 2000 - 576 - 100, 100, 400}, 0},
+        {{"--point", "25,0,0", "--normal", "-1,0,0"}, {2000 - 576, 250, 250}, 0},
+        {{"--point", "0,0,4", "--mirror"}, {2 * (1600 - 36 * 14), 200}, 0},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> line = {"cut", "set.stl", "-o", "parts", "--json"};
+        line.insert(line.end(), c.options.begin(), c.options.end());
+        const ToolResult result = run(line);
+        EXPECT_EQ(result.status, 0) << result.err;
+        const json told = json::parse(result.out);
+        ASSERT_EQ(told.at("pieces").size(), c.volumes.size()) << result.out;
+        for (std::size_t i = 0; i < c.volumes.size(); ++i) {
+            const json& piece = told.at("pieces")[i];
+            EXPECT_NEAR(piece.at("volume").get<double>(), c.volumes[i], 1e-3);
+            EXPECT_EQ(piece.at("closed"), true);
+            EXPECT_EQ(run({"check", "-q", piece.at("file")}).status, 0);
+        }
+    }
+    const ToolResult table = run({"cut", "set.stl", "-o", "parts", "--point", "0,0,1", "--pegs",
+                                  "2", "--peg-radius", "0.2", "--format", "obj"});
+    EXPECT_THAT(table.out, testing::StartsWith("set.stl: 4 pieces in parts, 4 pegs\n"));
+    EXPECT_THAT(read("parts/set_004.obj"), HasSubstr("\nf "));
+    const ToolResult tight =
+        run({"cut", "set.stl", "-o", "parts", "--point", "0,0,1", "--pegs", "1"});
+    EXPECT_THAT(tight.err, HasSubstr("only 1 of 2 pegs found room"));
+    EXPECT_THAT(run({"cut", "set.stl", "-o", "parts", "--no-caps"}).out,
+                HasSubstr("  no      10 x"));
+
+    const ToolResult drawn = run({"render", "parts/set_001.stl", "parts/set_002.stl", "-o", "x.png",
+                                  "--explode", "--size", "64x48"});
+    EXPECT_EQ(drawn.status, 0) << drawn.err;
+    EXPECT_NE(read("x.png"), "");
+}
+
+TEST_F(Cut, SaysWhatIsWrong) {
+    write_stl_file("box.stl", shapes::box({0, 0, 0}, {10, 10, 20}));
+    write("file", "in the way");
+    const struct {
+        std::vector<std::string> line;
+        int status;
+        const char* says;
+    } cases[] = {
+        {{"cut", "box.stl", "-o", "x", "--point", "0,0,20"}, 1, "misses the model; nothing"},
+        {{"cut", "box.stl", "-o", "x", "--normal", "0,0,0"}, 2, "--normal must not be 0,0,0"},
+        {{"cut", "box.stl", "-o", "x", "--normal", "0,1"}, 2, "'0,1' is not three numbers"},
+        {{"cut", "box.stl", "-o", "x", "--point", "0,1,nan"}, 2, "'0,1,nan' is not three"},
+        {{"cut", "box.stl", "-o", "x", "--pegs", "-1"}, 2, "'-1' is not a number of 0 to 256"},
+        {{"cut", "box.stl", "-o", "x", "--pegs", "1", "--mirror"}, 2, "leave out --mirror"},
+        {{"cut", "box.stl", "-o", "x", "--no-caps", "--mirror"}, 2, "leave out --no-caps"},
+        {{"cut", "none.stl", "-o", "x"}, 3, "none.stl"},
+        {{"cut", "box.stl", "-o", "file"}, 6, "file: cannot be made"},
+        {{"render", "box.stl", "-o", "x.png", "--explode", "--flaws"}, 2, "neither --compare nor"},
+        {{"render", "box.stl", "box.stl", "-o", "x.png", "--compare", "box.stl"},
+         2,
+         "give one FILE"},
+    };
+    for (const auto& c : cases) {
+        const ToolResult result = run(c.line);
+        EXPECT_EQ(result.status, c.status) << c.says;
+        EXPECT_THAT(result.err, HasSubstr(c.says));
+    }
+    EXPECT_EQ(run({"check", "x/box_001.stl"}).status, 3);
+}
+
+}  // namespace
+}  // namespace povmesh
