@@ -1,0 +1,65 @@
+// Voxelising beside OpenVDB, in a program of its own: its headers and libraries are large. One thread
+// (scripts/bench sets OMP_NUM_THREADS=1, here also for its task scheduler).
+//
+// OpenVDB makes signed distances: everywhere inside, where ours has filled rows, or, as
+// `voxelise_openvdb_band`, in a band of three voxels inside of the surface, which is its least work. For
+// every cell of a ball it would take a minute.
+#include <openvdb/openvdb.h>
+#include <openvdb/tools/MeshToVolume.h>
+#include <tbb/global_control.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "voxel_inputs.h"
+
+namespace povmesh::bench {
+namespace {
+
+constexpr float kBand = 3;
+
+void voxelise_openvdb(benchmark::State& state, const std::string& name, float inside) {
+    const TriMesh& mesh = boxed_mesh(name);
+    const auto size = static_cast<double>(boxed_size(name).x);
+    std::vector<openvdb::Vec3s> points;
+    std::vector<openvdb::Vec3I> triangles;
+    for (const Vertex& v : mesh.vertices) points.emplace_back(v.x, v.y, v.z);
+    for (const Face& f : mesh.faces) {
+        triangles.emplace_back(static_cast<std::uint32_t>(f.vertex[0]),
+                               static_cast<std::uint32_t>(f.vertex[1]),
+                               static_cast<std::uint32_t>(f.vertex[2]));
+    }
+    const auto transform = openvdb::math::Transform::createLinearTransform(size);
+    for (openvdb::Vec3s& p : points) p = openvdb::Vec3s(transform->worldToIndex(p));
+    openvdb::tools::QuadAndTriangleDataAdapter<openvdb::Vec3s, openvdb::Vec3I> adapter(points,
+                                                                                       triangles);
+    measure(state, [&] {
+        const auto grid =
+            openvdb::tools::meshToVolume<openvdb::FloatGrid>(adapter, *transform, 1, inside);
+        state.counters["voxels"] = static_cast<double>(grid->activeVoxelCount());
+        return grid->activeVoxelCount();
+    });
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(mesh.faces.size()));
+}
+
+void add_own(const std::string& operation, float inside) {
+    for (const std::string& name : boxed_inputs({200, 400})) {
+        if (inside > kBand && name.starts_with("sphere")) continue;
+        benchmark::RegisterBenchmark(
+            std::string(operation).append("/").append(name).c_str(),
+            [name, inside](benchmark::State& state) { voxelise_openvdb(state, name, inside); })
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime();
+    }
+}
+
+}  // namespace
+}  // namespace povmesh::bench
+
+int main(int argc, char** argv) {
+    const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
+    openvdb::initialize();
+    povmesh::bench::add_own("voxelise_openvdb", std::numeric_limits<float>::max());
+    povmesh::bench::add_own("voxelise_openvdb_band", povmesh::bench::kBand);
+    return povmesh::bench::run(argc, argv);
+}
