@@ -1,0 +1,82 @@
+// Voxelising, hollowing and sections, as users of the tool meet them.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "support/shapes.h"
+#include "tool_runner.h"
+
+namespace povmesh {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+
+class Voxels : public ToolTest {
+protected:
+    void SetUp() override {
+        ToolTest::SetUp();
+        write_stl_file("cube.stl", shapes::box({0, 0, 0}, {20, 20, 20}));
+        write_stl_file("thin.stl", shapes::box({0, 0, 0}, {20, 20, 2}));
+    }
+
+    json done(std::vector<std::string> arguments, int status = 0) const {
+        arguments.emplace_back("--json");
+        const ToolResult result = run(arguments);
+        EXPECT_EQ(result.status, status) << result.err;
+        return json::parse(result.out);
+    }
+};
+
+TEST_F(Voxels, HollowWritesTheModelWithItsCavity) {
+    const json object = done({"hollow", "cube.stl", "-o", "out.stl", "--thickness", "3"});
+    EXPECT_NEAR(object["cavity_volume"], 14 * 14 * 14, 300);
+    EXPECT_NEAR(object["smallest_wall"], 3, 0.6);
+    EXPECT_NEAR(object["after"]["volume"], 8000 - double{object["cavity_volume"]}, 1);
+    EXPECT_NEAR(object["saved_percent"], double{object["cavity_volume"]} / 80, 0.01);
+    const json checked = json::parse(run({"check", "out.stl", "--json"}).out)[0];
+    EXPECT_EQ(checked["verdict"], "clean");
+    const json cavity =
+        done({"hollow", "cube.stl", "-o", "out.obj", "--thickness", "3", "--cavity-only"});
+    EXPECT_EQ(cavity["after"]["volume"], cavity["cavity_volume"]);
+}
+
+TEST_F(Voxels, HollowSaysWhenNothingIsLeftAndWritesNothing) {
+    for (const char* thickness : {"1.5", "0.2", "0", "1e30"}) {
+        const json object =
+            done({"hollow", "thin.stl", "-o", "out.stl", "--thickness", thickness}, 1);
+        EXPECT_THAT(std::string(object["error"]), HasSubstr("nothing can be hollowed"))
+            << thickness;
+        EXPECT_FALSE(std::filesystem::exists(path("out.stl")));
+    }
+    EXPECT_EQ(run({"hollow", "thin.stl", "-o", "out.stl", "--thickness", "-1"}).status, 2);
+    EXPECT_EQ(run({"hollow", "thin.stl", "-o", "out.stl"}).status, 2);
+}
+
+TEST_F(Voxels, VoxelizeFillsTheModel) {
+    const json object = done({"voxelize", "cube.stl", "-o", "out.stl", "--size", "2"});
+    EXPECT_EQ(object["voxels"], 11 * 11 * 11);
+    EXPECT_NEAR(object["after"]["volume"], 22 * 22 * 22, 1e-6);
+    EXPECT_EQ(object["after"]["triangles"], 12 * 11 * 11);
+    EXPECT_THAT(run({"voxelize", "thin.stl", "-o", "out.stl", "--size", "0.001"}).out,
+                HasSubstr("raised from 0.001"));
+    EXPECT_EQ(run({"voxelize", "cube.stl", "-o", "none.stl", "--size", "0"}).status, 1);
+    EXPECT_FALSE(std::filesystem::exists(path("none.stl")));
+}
+
+TEST_F(Voxels, SectionsAreDrawnWhereAskedFor) {
+    const auto draw = [&](const std::string& section) {
+        return run({"render", "cube.stl", "-o", "cut.png", "--section", section}).status;
+    };
+    for (const char* section : {"x", "y=5", "z=-100"}) EXPECT_EQ(draw(section), 0) << section;
+    for (const char* section : {"", "w", "x=", "xy", "y=1e", "z=nan"}) {
+        EXPECT_EQ(draw(section), 2) << section;
+    }
+}
+
+}  // namespace
+}  // namespace povmesh
