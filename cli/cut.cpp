@@ -13,6 +13,7 @@
 #include "cli/numbers.h"
 #include "cli/pieces.h"
 #include "cut/cut.h"
+#include "mesh/edge_mates.h"
 #include "mesh/shells.h"
 
 namespace povmesh::cli {
@@ -43,6 +44,15 @@ Box3d box_of(const TriMesh& mesh) {
         if (std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z)) box.widen(p);
     }
     return box;
+}
+
+// True when each edge is held by an even number of faces, so that the faces enclose something.
+bool encloses(TriMesh& mesh) {
+    const EdgeMates mates(mesh);
+    for (std::size_t group = 0; group < mates.group_count(); ++group) {
+        if (mates.group(group).size() % 2 != 0) return false;
+    }
+    return is_closed(mesh);
 }
 
 class Cutter {
@@ -96,7 +106,7 @@ private:
         TriMesh& mesh = model_.mesh;
         const std::vector<std::string> lost = loss_warnings(model_, kind_of("x" + extension_));
         const CutOptions cut_options = options();
-        const bool was_closed = is_closed(mesh);
+        const bool was_closed = encloses(mesh);
         RunLog log;
         RunContext run{progress_, log};
         outcome_.counts = cut_models(mesh, cut_options, run);

@@ -18,6 +18,7 @@ namespace povmesh::pieces {
 struct EdgeCounts {
     std::size_t open = 0;     // edges whose faces do not cancel out: held more often one way
     std::size_t crowded = 0;  // more than two faces
+    std::size_t odd = 0;      // an odd number of faces
 };
 
 inline EdgeCounts count_edges(const TriMesh& mesh) {
@@ -41,6 +42,7 @@ inline EdgeCounts count_edges(const TriMesh& mesh) {
         }
         counts.open += sum != 0 ? 1 : 0;
         counts.crowded += i - begin > 2 ? 1 : 0;
+        counts.odd += (i - begin) % 2;
     }
     return counts;
 }
@@ -107,13 +109,15 @@ inline std::string complaint(const TriMesh& model, const CutPlane& plane,
 
 /// The pieces of a model cut with caps.
 inline std::vector<TriMesh> cut(TriMesh model, const CutPlane& plane,
-                                CutOperation operation = CutOperation::CutAndCap) {
+                                CutOperation operation = CutOperation::CutAndCap,
+                                const ConnectorOptions& connectors = {}) {
     RunLog log;
     RunContext run{{}, log};
     CutOptions options;
     options.operation = operation;
     options.plane = plane;
     options.keep_cavities = true;
+    options.connectors = connectors;
     cut_models(model, options, run);
     return std::move(model.parts);
 }
