@@ -22,7 +22,6 @@ Vec3d unit_vector(std::size_t axis) {
 double viewer_side(View view, std::size_t axis) {
     switch (view) {
         case View::Iso:
-            return axis == 1 ? -1 : 1;
         case View::Front:
             return axis == 1 ? -1 : 1;
         case View::Left:

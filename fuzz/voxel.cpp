@@ -125,7 +125,7 @@ void compare_passes(Bytes& bytes, VoxelGrid& grid, literal::Grid& expected) {
     for (int pass = 0; pass < 6; ++pass) {
         const std::string different = literal::difference(grid, expected);
         require(different.empty(), story + ": " + different);
-        story += " " + run_pass(bytes.next(), grid, expected);
+        story.append(" ").append(run_pass(bytes.next(), grid, expected));
     }
     Job job;
     TriMesh mesh;

@@ -43,6 +43,6 @@ Vec3f fitting_size(const ModelBox& model, Vec3f size);
 /// of grid points near them and of grid rows.
 ///
 /// Log: size and centre of the model, the time.
-VoxelGrid form_voxels(const TriMesh& mesh, const VoxelSettings& settings, RunContext& run);
+VoxelGrid form_voxels(const TriMesh& mesh, const VoxelSettings& wanted, RunContext& run);
 
 }  // namespace povmesh

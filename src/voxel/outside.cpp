@@ -207,21 +207,23 @@ private:
             flat[i] = {corners[i].y, corners[i].z};
             box.widen(corners[i]);
         }
-        const double first_z = std::ceil(box.low.z / size_z_);
-        const double last_z = std::floor(box.high.z / size_z_);
+        const auto first_z = saturate_to<std::int64_t>(std::ceil(box.low.z / size_z_));
+        const auto last_z = saturate_to<std::int64_t>(std::floor(box.high.z / size_z_));
         const double first_y = std::ceil(box.low.y / size_y_);
         const double last_y = std::floor(box.high.y / size_y_);
         if (first_z > last_z || first_y > last_y) return;
         const Vec3d normal = cross(corners[1] - corners[0], corners[2] - corners[0]);
-        for (double kz = first_z; kz <= last_z; ++kz) {
-            const double z = kz * size_z_;
+        for (std::int64_t kz = first_z; kz <= last_z; ++kz) {
+            const double z = static_cast<double>(kz) * size_z_;
             double low = box.high.y;
             double high = box.low.y;
             for (std::size_t i = 0; i < 3; ++i) clip(flat[i], flat[(i + 1) % 3], z, low, high);
-            const double from = std::max(first_y, std::ceil(low / size_y_ - kSlack));
-            const double to = std::min(last_y, std::floor(high / size_y_ + kSlack));
-            for (double ky = from; ky <= to; ++ky) {
-                const double y = ky * size_y_;
+            const auto from =
+                saturate_to<std::int64_t>(std::max(first_y, std::ceil(low / size_y_ - kSlack)));
+            const auto to =
+                saturate_to<std::int64_t>(std::min(last_y, std::floor(high / size_y_ + kSlack)));
+            for (std::int64_t ky = from; ky <= to; ++ky) {
+                const double y = static_cast<double>(ky) * size_y_;
                 const int turns = winding(flat, {y, z});
                 if (turns == 0) continue;
                 double x =
@@ -244,10 +246,10 @@ private:
         high = std::max({high, at, a.y == b.y ? b.x : at});
     }
 
-    void add(double ky, double kz, double kx, int turns) {
+    void add(std::int64_t ky, std::int64_t kz, double kx, int turns) {
         const VoxelIndex low = grid_.box().low;
-        const auto row_y = saturate_to<std::int64_t>(ky) - low.y + 1;
-        const auto row_z = saturate_to<std::int64_t>(kz) - low.z + 1;
+        const auto row_y = ky - low.y + 1;
+        const auto row_z = kz - low.z + 1;
         const auto rows_y = static_cast<std::int64_t>(grid_.rows_per_layer());
         const auto rows_z = static_cast<std::int64_t>(grid_.layer_count());
         if (row_y < 1 || row_y + 1 >= rows_y || row_z < 1 || row_z + 1 >= rows_z) return;
@@ -312,7 +314,8 @@ bool flood_with_barrier(VoxelGrid& grid, const RelativeFaces& faces) {
     grid.for_each_word([&](std::size_t word) {
         const std::size_t in_row = word % grid.words_per_row();
         if (in_row == 0) barrier[word] &= ~std::uint64_t{1};
-        const auto cells = static_cast<std::size_t>(grid.box().high.x - grid.box().low.x + 1);
+        const auto cells =
+            static_cast<std::size_t>(std::int64_t{grid.box().high.x} - grid.box().low.x + 1);
         const std::size_t end = cells + 1;
         if (in_row * 64 + 63 >= end) {
             const std::size_t keep = end > in_row * 64 ? end - in_row * 64 : 0;

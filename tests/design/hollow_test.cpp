@@ -33,10 +33,11 @@ struct Job {
     RunContext run{Progress(nullptr, &observer), log};
 };
 
-HollowReport hollowed(const SoupVector& soup, float thickness, TriMesh& mesh) {
+HollowReport hollowed(const SoupVector& soup, float thickness, TriMesh& mesh,
+                      const HollowOptions& options = {}) {
     Job job;
     mesh = shapes::mesh_of(soup);
-    return hollow(mesh, thickness, job.run);
+    return hollow(mesh, thickness, job.run, options);
 }
 
 // Distance of a point inside the model from its surface; negative outside.
@@ -128,7 +129,7 @@ TEST(Hollow, LeavesTheWall) {
         {"slotted block", slotted_block(), slot_depth},
     };
     for (const auto& model : models) {
-        for (const float thickness : {1.3F, 2.0F, 5.0F}) {
+        for (const float thickness : {1.3F, 5.0F}) {
             const std::string what = std::string(model.what) + " " + std::to_string(thickness);
             TriMesh cavity;
             const HollowReport report = hollowed(model.soup, thickness, cavity);
@@ -172,13 +173,14 @@ TEST(Hollow, ChoosesVoxelsAndLayers) {
     };
     for (const auto& c : cases) {
         TriMesh mesh;
-        const HollowReport report = hollowed(shapes::box({0, 0, 0}, c.size), c.thickness, mesh);
+        const HollowReport report =
+            hollowed(shapes::box({0, 0, 0}, c.size), c.thickness, mesh, {.is_reduced = false});
         EXPECT_NEAR(report.voxel_size, c.voxel, 1e-4) << c.thickness;
         EXPECT_EQ(report.layers, c.layers) << c.thickness;
     }
     // Nothing is peeled: the box itself with half a voxel around.
     TriMesh mesh;
-    hollowed(shapes::box({0, 0, 0}, {100, 100, 120}), 0.3F, mesh);
+    hollowed(shapes::box({0, 0, 0}, {100, 100, 120}), 0.3F, mesh, {.is_reduced = false});
     EXPECT_NEAR(volume(mesh), 101.0 * 101 * 121, 0.01 * 1.2e6);
 }
 
@@ -198,7 +200,7 @@ TEST(Hollow, TellsWhatItDoes) {
     // Walls that leave nothing, whatever the reason.
     const SoupVector thin = shapes::box({0, 0, 0}, {50, 50, 3});
     SoupVector open = shapes::box({0, 0, 0}, {40, 40, 40});
-    open.resize(open.size() - 2 * 9);
+    open.resize(open.size() - 18);
     const std::vector<std::pair<SoupVector, float>> nothing = {
         {thin, 2},
         {thin, 1e30F},
