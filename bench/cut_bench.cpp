@@ -44,7 +44,7 @@ std::vector<TriMesh> cut(TriMesh& mesh, const CutOptions& options) {
 
 // Off the vertices that generated models have at their middle.
 constexpr double kOff = 0.001;
-const Vec3d kOblique{0.1, 0.2, 1};
+constexpr Vec3d kOblique{0.1, 0.2, 1};
 
 void cut_in_two(benchmark::State& state, const std::string& name) {
     const CutOptions options = options_at(centre_of(mesh(name)) + Vec3d{0, 0, kOff}, kOblique);

@@ -91,7 +91,7 @@ private:
     void insert_point(std::size_t point, Point2d position);
     Place locate(Point2d p, int& zero_sides);
     void split_cell(std::int32_t index, std::int32_t corner);
-    void split_side(Place place, std::int32_t corner);
+    void split_side(Place place, std::int32_t x);
     std::size_t side_from(std::int32_t index, std::int32_t corner) const;
     Place beyond(Place place) const;
     Place find_side(std::int32_t a, std::int32_t b) const;

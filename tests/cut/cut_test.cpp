@@ -317,7 +317,7 @@ TEST(Cut, BadModelsStayClosed) {
         for (const double z : {0.0, 1.5}) {
             std::size_t open = 0;
             const auto parts = pieces::cut(mesh, {{0, 0, 1}, {1, 0, 0}, {0, 0, z}, 0});
-            for (TriMesh part : parts) {
+            for (const TriMesh& part : parts) {
                 EXPECT_TRUE(is_consistent(part));
                 open += pieces::count_edges(part).open;
             }

@@ -41,7 +41,8 @@ inline SoupVector cells(std::array<int, 3> size, const std::vector<std::uint8_t>
         for (std::size_t i = 0; i < 3; ++i) {
             if (p[i] < 0 || p[i] >= size[i]) return false;
         }
-        return is_set[static_cast<std::size_t>(p[0] + size[0] * (p[1] + size[1] * p[2]))] != 0;
+        const int place = p[0] + size[0] * (p[1] + size[1] * p[2]);
+        return is_set[static_cast<std::size_t>(place)] != 0;
     };
     SoupVector soup;
     for (int z = 0; z < size[2]; ++z) {
@@ -76,9 +77,9 @@ inline SoupVector cells(std::array<int, 3> size, const std::vector<std::uint8_t>
 
 /// Cells of a grid, each set with a chance of `eighths` in 8.
 inline SoupVector random_cells(shapes::Random& random, int side, std::uint64_t eighths) {
-    std::vector<std::uint8_t> is_set;
-    for (int i = 0; i < side * side * side; ++i)
-        is_set.push_back(random.below(8) < eighths ? 1 : 0);
+    const auto n = static_cast<std::size_t>(side);
+    std::vector<std::uint8_t> is_set(n * n * n);
+    for (std::uint8_t& cell : is_set) cell = random.below(8) < eighths ? 1 : 0;
     return cells({side, side, side}, is_set);
 }
 
