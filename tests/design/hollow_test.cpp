@@ -108,7 +108,7 @@ bool is_closed_manifold(TriMesh& mesh) {
 TEST(Hollow, LeavesTheWall) {
     const Rotation turn(Vec3d{1, 2, 3} / std::sqrt(14.0), 33);
     const Rotation back(Vec3d{1, 2, 3} / std::sqrt(14.0), -33);
-    SoupVector turned_box = shapes::box({-25, -20, -15}, {25, 20, 15});
+    SoupVector turned_box = shapes::box({-18, -14, -11}, {18, 14, 11});
     for (std::size_t i = 0; i < turned_box.size(); i += 3) {
         const Vec3f p = turn.apply(Vec3f{turned_box[i], turned_box[i + 1], turned_box[i + 2]});
         std::copy_n(std::array{p.x, p.y, p.z}.begin(), 3,
@@ -119,13 +119,13 @@ TEST(Hollow, LeavesTheWall) {
         SoupVector soup;
         Depth depth;
     } models[] = {
-        {"sphere", shapes::sphere(30, 6), [](Vec3d p) { return 30 - length(p); }},
+        {"sphere", shapes::sphere(20, 6), [](Vec3d p) { return 20 - length(p); }},
         {"turned box", turned_box,
          [&](Vec3d p) {
-             return box_depth(back.apply(p), {25, 20, 15});
+             return box_depth(back.apply(p), {18, 14, 11});
          }},
-        {"torus", torus(40, 14, 200),
-         [](Vec3d p) { return 14 - std::hypot(std::hypot(p.x, p.y) - 40, p.z); }},
+        {"torus", torus(25, 10, 150),
+         [](Vec3d p) { return 10 - std::hypot(std::hypot(p.x, p.y) - 25, p.z); }},
         {"slotted block", slotted_block(), slot_depth},
     };
     for (const auto& model : models) {
