@@ -43,6 +43,11 @@ struct Reduction {
 constexpr std::array kReductions = {Reduction{0.0, 0.05, 0.9}, Reduction{0.1, 0.05, 0.5},
                                     Reduction{0.25, 0.05, 0.7}, Reduction{0.5, 0.05, 0.9}};
 
+// Surfaces of more faces begin with the third one: a try takes seconds there, and on the grain of a
+// curved surface of that size the first two hardly ever hold.
+constexpr std::size_t kLargeSurface = 500000;
+constexpr std::size_t kFirstOfLarge = 2;
+
 // Share of the area that may lie off the surface of the voxels, by half a voxel or more.
 constexpr double kMostStrayed = 0.01;
 
@@ -151,7 +156,9 @@ bool follows(const TriMesh& mesh, const VoxelGrid& core) {
 // crosses itself is not handed out.
 void reduce_faithfully(TriMesh& mesh, const VoxelGrid& core) {
     const TriMesh whole = mesh;
-    for (const Reduction& reduction : kReductions) {
+    const std::size_t first = whole.faces.size() > kLargeSurface ? kFirstOfLarge : 0;
+    for (std::size_t i = first; i < kReductions.size(); ++i) {
+        const Reduction& reduction = kReductions[i];
         (void)reduce(mesh, reduction.ratio, reduction.least_share, reduction.least_cosine);
         compact(mesh);
         if (follows(mesh, core) && find_self_intersections(mesh, 0).count == 0) return;
