@@ -22,7 +22,8 @@ protected:
         write_stl_file("sphere.stl", shapes::sphere(10, 4));  // 5,120 triangles
         write_stl_file("cube.stl", shapes::box({0, 0, 0}, {10, 10, 10}));
         shapes::SoupVector strip;  // every vertex is on its border
-        for (float x = 0; x < 5; ++x) {
+        for (int i = 0; i < 5; ++i) {
+            const auto x = static_cast<float>(i);
             shapes::append(strip, std::vector<float>{x, 0, 0, x + 1, 0, 0, x, 1, 0,  //
                                                      x, 1, 0, x + 1, 0, 0, x + 1, 1, 0});
         }
