@@ -202,7 +202,7 @@ void reduce_cgal(benchmark::State& state, const std::string& operation, const st
     collapse(result, share);
     report_quality(state, operation, input, mesh(input), mesh_of(result));
     measure(
-        state, [&] { return source; },
+        state, [&] { return Surface(source); },
         [&](Surface& surface) {
             collapse(surface, share);
             return surface.number_of_faces();
