@@ -244,8 +244,8 @@ POVMESH_API void reviseTriangleFromData(float** coordinates_in, uint32_t* count_
 /*
  * Remeshes to given edge lengths, in model units: 1 value is the target everywhere, one value per
  * input triangle is a sizing field. Any other `edge_length_count` returns the built model. The
- * lengths are only read, through the two pointers.
- * Not built yet: returns the built model unchanged.
+ * lengths are only read, through the two pointers. Sharp edges (beyond 40 degrees) and open borders
+ * stay. A length that would make more than 50 million triangles is raised until it does not.
  */
 POVMESH_API void remeshFromData64(float** coordinates_in, uint32_t* count_in, float** coordinates,
                                   uint32_t* count, float** edge_lengths,
@@ -263,10 +263,10 @@ POVMESH_API void orientationOptimization(const float* coordinates_in, uint32_t c
 /*
  * Returns the surface of the cavity that leaves a wall of `thickness` model units, closed and wound
  * outward; no triangle when there is nothing to hollow. The wall is right within about 1.4 voxels,
- * which are 0.4 to 2 model units large, a millionth of the model's volume or so. The model should be closed; small
- * holes are closed on the way. A thickness below 0.5 peels nothing off: the result is then the
- * model's own voxels. progress: 0, 10, 10, 30, 40, 50, 60, 70, 80, 85, 90, 100, without 70 to 85
- * when nothing can be hollowed.
+ * whose edges are 0.4 to 2 model units. The model should be closed; small holes are closed on the
+ * way. A thickness below 0.5 peels nothing off: the result is then the model's own voxels.
+ * progress: 0, 10, 10, 30, 40, 50, 60, 70, 80, 85, 90, 100, without 70 to 85 when nothing can be
+ * hollowed.
  */
 POVMESH_API void hollowFromData(float thickness, const float* coordinates_in, uint32_t count_in,
                                 float** coordinates, uint32_t* count, uint32_t* progress);
@@ -385,8 +385,9 @@ POVMESH_API uint64_t errorDetectFromData(const float* coordinates_in, const floa
                                          uint32_t* non_manifold, uint32_t* degenerate);
 
 /*
- * Remeshes to edges of `edge_length` model units.
- * Not built yet: returns the built model unchanged.
+ * Remeshes to edges of `edge_length` model units; 0, a negative length or one that is not a number
+ * returns the built model. Sharp edges (beyond 40 degrees), borders of labels and of texture maps,
+ * and open borders stay; colours, labels and texture coordinates are those of the nearest point.
  */
 POVMESH_API void uniformRemeshFromColorData(float edge_length, const float* coordinates_in,
                                             const float* colours_in,

@@ -2,6 +2,7 @@
 #include "api/steps.h"
 #include "mesh/separation.h"
 #include "povmesh/povmesh.h"
+#include "remesh/remesh.h"
 #include "repair/repair.h"
 
 using namespace povmesh;
@@ -116,15 +117,15 @@ uint64_t errorDetectFromData(const float* coordinates_in, const float* colours_i
     return test_for_flaws(job, mesh, {inverted, open_edges, non_manifold, degenerate});
 }
 
-void uniformRemeshFromColorData(float /*edge_length*/, const float* coordinates_in,
+void uniformRemeshFromColorData(float edge_length, const float* coordinates_in,
                                 const float* colours_in, const float* texture_coordinates_in,
                                 const int32_t* labels_in, uint32_t count_in, float** coordinates,
                                 float** colours, float** texture_coordinates, int32_t** labels,
                                 uint32_t* count) {
     Job job;
-    const TriMesh mesh = build(
+    TriMesh mesh = build(
         job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
-    // Uniform remeshing is not built yet.
+    remesh(mesh, {.edge_length = static_cast<double>(edge_length)}, job.run());
     export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
 }
 

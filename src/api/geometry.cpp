@@ -70,10 +70,11 @@ void reviseTriangleFromData(float** coordinates_in, uint32_t* count_in, float** 
 }
 
 void remeshFromData64(float** coordinates_in, uint32_t* count_in, float** coordinates,
-                      uint32_t* count, float** /*edge_lengths*/, uint32_t* /*edge_length_count*/) {
+                      uint32_t* count, float** edge_lengths, uint32_t* edge_length_count) {
     Job job;
-    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
-    // Remeshing is not built yet.
+    const Soup soup = soup_of(coordinates_in, count_in);
+    TriMesh mesh = build(job, soup);
+    remesh_by_lengths(job, mesh, soup, edge_lengths, edge_length_count);
     compact(mesh);
     export_coordinates(job, mesh, {coordinates, count});
 }

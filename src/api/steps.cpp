@@ -1,7 +1,10 @@
 #include "api/steps.h"
 
 #include <array>
+#include <cstring>
+#include <span>
 #include <utility>
+#include <vector>
 
 #include "io/obj.h"
 #include "io/stl.h"
@@ -9,6 +12,7 @@
 #include "mesh/export_data.h"
 #include "remesh/parallel_reduce.h"
 #include "remesh/reduce.h"
+#include "remesh/remesh.h"
 #include "repair/detect.h"
 
 namespace povmesh::api {
@@ -30,6 +34,30 @@ SoupArrays export_traced(Job& job, const TriMesh& mesh) {
     const SoupArrays arrays = export_data(mesh);
     job.run().log.trace_out(kTraceUnit, "tri.export_data");
     return arrays;
+}
+
+// The lengths of those triangles that became faces. Which ones did is found by building the soup
+// once more, with the number of each triangle for its colours.
+std::vector<float> lengths_of_faces(const TriMesh& mesh, const Soup& soup,
+                                    std::span<const float> lengths) {
+    if (mesh.faces.size() == lengths.size()) return {lengths.begin(), lengths.end()};
+    std::vector<std::uint8_t> numbers(9 * lengths.size());
+    for (std::uint32_t i = 0; i < lengths.size(); ++i) {
+        std::memcpy(&numbers[9 * std::size_t{i}], &i, sizeof(i));
+    }
+    TriMesh numbered;
+    build_f(numbered, ByteSoup{.triangle_count = soup.triangle_count,
+                               .coordinates = soup.coordinates,
+                               .colours = numbers.data(),
+                               .texture_coordinates = nullptr,
+                               .labels = nullptr});
+    std::vector<float> kept;
+    for (const Face& face : numbered.faces) {
+        std::uint32_t number = 0;
+        std::memcpy(&number, face.colour.data(), sizeof(number));
+        kept.push_back(lengths[number]);
+    }
+    return kept;
 }
 
 void hand_over_soup(const SoupArrays& arrays, const ColourOut& out) {
@@ -108,6 +136,18 @@ void subdivide_levels(TriMesh& mesh, std::uint32_t levels, SubdivideMode mode) {
     for (std::uint32_t level = 0; level < levels; ++level) {
         subdivide(mesh, mode);
         compact(mesh);
+    }
+}
+
+void remesh_by_lengths(Job& job, TriMesh& mesh, const Soup& soup, float* const* edge_lengths,
+                       const std::uint32_t* edge_length_count) {
+    if (edge_lengths == nullptr || *edge_lengths == nullptr || edge_length_count == nullptr) return;
+    const std::span<const float> lengths(*edge_lengths, *edge_length_count);
+    if (lengths.size() == 1) {
+        remesh(mesh, {.edge_length = static_cast<double>(lengths[0])}, job.run());
+    } else if (lengths.size() == soup.triangle_count) {
+        const std::vector<float> kept = lengths_of_faces(mesh, soup, lengths);
+        remesh(mesh, {.face_lengths = kept}, job.run());
     }
 }
 

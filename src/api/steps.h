@@ -85,6 +85,11 @@ void reduce_to_target(Job& job, TriMesh& mesh, float target);
 /// nothing.
 void subdivide_levels(TriMesh& mesh, std::uint32_t levels, SubdivideMode mode);
 
+/// Remeshes by a host's edge lengths: one for the whole model, or one for each triangle of the soup
+/// that the mesh was built from. Any other number of them, or none, changes nothing.
+void remesh_by_lengths(Job& job, TriMesh& mesh, const Soup& soup, float* const* edge_lengths,
+                       const std::uint32_t* edge_length_count);
+
 /// Presets the counters, tests for flaws and stores the counts; returns 1 when there are any, else
 /// 0. Trace: tri.detect.
 std::uint64_t test_for_flaws(Job& job, TriMesh& mesh, const CountersOut& out = {});

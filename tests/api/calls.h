@@ -69,6 +69,9 @@ struct Call {
         return name == "meshReduceFromData" || name == "meshReduceFromColorData" ||
                name == "meshPreprocessorCtrlFromFile";
     }
+    bool remeshes() const {
+        return name == "remeshFromData64" || name == "uniformRemeshFromColorData";
+    }
     bool subdivides() const { return name.starts_with("subdivision"); }  // by two levels
     bool cuts() const { return name.ends_with("utFromData"); }  // with caps, at half height
     bool makes_voxels() const { return name == "voxelize" || name == "hollowFromData"; }

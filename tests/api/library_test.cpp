@@ -154,7 +154,8 @@ TEST_F(Hosted, ModelsComeBackAsTheyWentIn) {
         h.path = box_file;
         if (call.result == Result::None || call.result == Result::Tables) continue;
         if (call.name == "separateShellsFromData") continue;  // orders faces along their shell
-        if (call.reduces() || call.subdivides() || call.cuts() || call.makes_voxels()) continue;
+        if (call.reduces() || call.subdivides() || call.remeshes()) continue;
+        if (call.cuts() || call.makes_voxels()) continue;
         call.run(functions, h);
 
         if (call.result == Result::Parts) {
@@ -202,6 +203,33 @@ TEST_F(Hosted, ReductionsKeepTheShareAskedFor) {
     functions.meshPreprocessorFromData(&large.xyz_pointer, &large.count, &large.out.xyz,
                                        &large.out.count, large.cell());
     EXPECT_EQ(large.out.count, 168304);  // 100,000 and 30 % of 227,680
+    functions.freeAllArray();
+}
+
+TEST_F(Hosted, RemeshingFollowsOneLengthOrOneForEachTriangle) {
+    Host h(shapes::sphere(10, 3));             // 1,280 faces, edges of 1.4
+    h.xyz.insert(h.xyz.begin() + 9, 9, 0.0F);  // and a triangle that makes no face
+    h.xyz_pointer = h.xyz.data();
+    ++h.count;
+    const auto count_of = [&](std::vector<float> lengths) {
+        float* first = lengths.data();
+        auto length_count = static_cast<std::uint32_t>(lengths.size());
+        functions.remeshFromData64(&h.xyz_pointer, &h.count, &h.out.xyz, &h.out.count, &first,
+                                   &length_count);
+        const std::uint32_t count = h.out.count;
+        functions.freeAllArray();
+        return count;
+    };
+    EXPECT_NEAR(count_of({0.7F}), 4 * 1280, 1500);
+    // A field is narrowed to floats on the way.
+    EXPECT_NEAR(count_of(std::vector<float>(1281, 0.7F)), count_of({0.7F}), 50);
+    EXPECT_EQ(count_of({0.7F, 0.7F}), 1280);
+    EXPECT_EQ(count_of({}), 1280);
+    EXPECT_EQ(count_of({0.0F}), 1280);
+    functions.uniformRemeshFromColorData(0.7F, h.xyz_pointer, nullptr, nullptr, nullptr, h.count,
+                                         &h.out.xyz, &h.out.rgb, &h.out.uv, &h.out.labels,
+                                         &h.out.count);
+    EXPECT_EQ(h.out.count, count_of({0.7F}));
     functions.freeAllArray();
 }
 
@@ -299,7 +327,9 @@ TEST_F(Hosted, NoInputCrashesAnyFunction) {
                     ASSERT_NE(h.out.xyz, nullptr);
                 }
                 if (has_soup && !h.wants_nothing && !call.makes_voxels()) {
-                    EXPECT_LE(h.out.count, (call.subdivides() || call.cuts() ? 16 : 1) * h.count);
+                    EXPECT_LE(
+                        h.out.count,
+                        (call.subdivides() || call.cuts() || call.remeshes() ? 16 : 1) * h.count);
                 }
                 if (call.result == Result::Tables && !h.wants_nothing) {
                     EXPECT_EQ(h.out.count, 0);

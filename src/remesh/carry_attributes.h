@@ -1,0 +1,14 @@
+// Gives a new surface the colours, labels and texture coordinates of an old one.
+#pragma once
+
+#include "mesh/nearest_face.h"
+#include "mesh/tri_mesh.h"
+
+namespace povmesh {
+
+/// Fills labels, colours and texture coordinates of the faces of `to`, which have none, from the
+/// nearest points of `from`. A face takes the label under its middle. Its corners are looked up a
+/// little inside of it, so that they fall on its own side of a seam.
+void carry_attributes(const TriMesh& from, const NearestFace& tree, TriMesh& to);
+
+}  // namespace povmesh

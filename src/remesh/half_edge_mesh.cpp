@@ -1,0 +1,275 @@
+#include "remesh/half_edge_mesh.h"
+
+#include <vector>
+
+namespace povmesh {
+namespace {
+
+constexpr std::array<std::size_t, 3> kNext = {1, 2, 0};
+
+// More faces at a vertex are neither looked through nor made.
+constexpr std::uint32_t kMaxUses = 128;
+
+}  // namespace
+
+HalfEdgeMesh::HalfEdgeMesh(const TriMesh& mesh, const EdgeMates& mates) {
+    Array<std::uint32_t> place(mesh.faces.size());
+    Array<std::uint32_t> faces;
+    for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        if (mesh.faces[f].deleted != 0) continue;
+        place[f] = static_cast<std::uint32_t>(faces.size());
+        faces.push_back(static_cast<std::uint32_t>(f));
+        triangles.push_back(mesh.faces[f].vertex);
+    }
+    positions.resize(mesh.vertices.size());
+    for (std::size_t v = 0; v < positions.size(); ++v) {
+        positions[v] = to_double(mesh.vertices[v].position());
+    }
+    opposites.assign(3 * triangles.size(), kNone);
+    is_feature.assign(opposites.size(), 1);
+    is_locked.assign(opposites.size(), 0);
+    starts.assign(positions.size(), kNone);
+    uses.assign(positions.size(), 0);
+    kinds.assign(positions.size(), Free);
+    for (std::size_t t = 0; t < triangles.size(); ++t) {
+        for (std::size_t corner = 0; corner < 3; ++corner) {
+            const std::size_t h = 3 * t + corner;
+            const std::uint32_t f = faces[t];
+            starts[index(triangles[t][corner])] = static_cast<std::uint32_t>(h);
+            ++uses[index(triangles[t][corner])];
+            if (mates.kind(f, corner) == EdgeMates::Kind::Open) continue;
+            if (mates.kind(f, corner) == EdgeMates::Kind::NonManifold ||
+                mates.is_same_direction(f, corner)) {
+                is_locked[h] = 1;
+                kinds[index(triangles[t][corner])] = Irregular;
+                kinds[index(triangles[t][kNext[corner]])] = Irregular;
+                continue;
+            }
+            const std::uint32_t other = place[mates.mate(f, corner)];
+            const std::array<std::int32_t, 3>& o = triangles[other];
+            const std::int32_t b = triangles[t][kNext[corner]];
+            opposites[h] = other * 3 + (o[0] == b ? 0U : o[1] == b ? 1U : 2U);
+            is_feature[h] = 0;
+        }
+    }
+    for (std::size_t v = 0; v < positions.size(); ++v) {
+        if (starts[v] == kNone) continue;
+        std::uint32_t count = 0;
+        around(static_cast<std::int32_t>(v), [&](std::uint32_t /*h*/) { ++count; });
+        if (count != uses[v]) kinds[v] = Irregular;
+    }
+}
+
+Vec3d HalfEdgeMesh::normal(std::size_t triangle) const {
+    const std::array<std::int32_t, 3>& t = triangles[triangle];
+    const Vec3d p = position(t[0]);
+    return cross(position(t[1]) - p, position(t[2]) - p);
+}
+
+double HalfEdgeMesh::squared_length(std::uint32_t h) const {
+    const Vec3d along = position(target(h)) - position(origin(h));
+    return dot(along, along);
+}
+
+bool HalfEdgeMesh::is_open(std::int32_t v) const {
+    bool found = false;
+    around(v, [&](std::uint32_t h) {
+        found = found || opposites[h] == kNone || opposites[previous(h)] == kNone;
+    });
+    return found;
+}
+
+std::uint32_t HalfEdgeMesh::new_triangle() {
+    if (!unused_.empty()) {
+        const std::uint32_t t = unused_.back();
+        unused_.pop_back();
+        return t;
+    }
+    const auto t = static_cast<std::uint32_t>(triangles.size());
+    triangles.push_back({kGone, kGone, kGone});
+    opposites.resize(opposites.size() + 3);
+    is_feature.resize(opposites.size());
+    is_locked.resize(opposites.size());
+    return t;
+}
+
+void HalfEdgeMesh::join(std::uint32_t h, std::uint32_t g) {
+    if (h != kNone) opposites[h] = g;
+    if (g != kNone) opposites[g] = h;
+}
+
+std::int32_t HalfEdgeMesh::split(std::uint32_t h, Vec3d place) {
+    const std::uint32_t g = opposites[h];
+    const std::int32_t b = target(h);
+    const std::int32_t c = apex(h);
+    const auto m = static_cast<std::int32_t>(positions.size());
+    positions.push_back(place);
+    kinds.push_back(is_feature[h] != 0 ? Line : Free);
+    uses.push_back(g == kNone ? 2 : 4);
+    ++uses[index(c)];
+
+    // (a, b, c) becomes (a, m, c), and (m, b, c) is new.
+    const std::uint32_t n = 3 * new_triangle();
+    const std::uint32_t hn = next(h);
+    triangles[n / 3] = {m, b, c};
+    triangles[hn / 3][hn % 3] = m;
+    is_feature[n] = is_feature[h];
+    is_feature[n + 1] = is_feature[hn];
+    is_locked[n] = is_locked[h];
+    is_locked[n + 1] = is_locked[hn];
+    is_feature[n + 2] = is_feature[hn] = 0;
+    is_locked[n + 2] = is_locked[hn] = 0;
+    join(n + 1, opposites[hn]);
+    join(n + 2, hn);
+    opposites[n] = kNone;
+    starts.push_back(hn);
+    starts[index(b)] = n + 1;
+    if (g == kNone) return m;
+
+    // (b, a, d) becomes (m, a, d), and (b, m, d) is new.
+    const std::uint32_t gp = previous(g);
+    const std::int32_t d = origin(gp);
+    ++uses[index(d)];
+    const std::uint32_t k = 3 * new_triangle();
+    triangles[k / 3] = {b, m, d};
+    triangles[g / 3][g % 3] = m;
+    is_feature[k] = is_feature[g];
+    is_feature[k + 2] = is_feature[gp];
+    is_locked[k] = is_locked[g];
+    is_locked[k + 2] = is_locked[gp];
+    is_feature[k + 1] = is_feature[gp] = 0;
+    is_locked[k + 1] = is_locked[gp] = 0;
+    join(k + 2, opposites[gp]);
+    join(k + 1, gp);
+    join(n, k);
+    return m;
+}
+
+void HalfEdgeMesh::flip(std::uint32_t h) {
+    const std::uint32_t g = opposites[h];
+    const std::uint32_t hn = next(h);
+    const std::uint32_t hp = previous(h);
+    const std::uint32_t gn = next(g);
+    const std::uint32_t gp = previous(g);
+    const std::int32_t a = origin(h);
+    const std::int32_t b = origin(g);
+    const std::int32_t c = origin(hp);
+    const std::int32_t d = origin(gp);
+    struct Side {
+        std::uint32_t opposite;
+        std::uint8_t feature, locked;
+    };
+    const auto side = [this](std::uint32_t e) {
+        return Side{opposites[e], is_feature[e], is_locked[e]};
+    };
+    const Side bc = side(hn);
+    const Side ca = side(hp);
+    const Side ad = side(gn);
+    const Side db = side(gp);
+    const auto set = [this](std::uint32_t e, const Side& s) {
+        join(e, s.opposite);
+        opposites[e] = s.opposite;
+        is_feature[e] = s.feature;
+        is_locked[e] = s.locked;
+    };
+    // h becomes d -> c in (d, c, a), g becomes c -> d in (c, d, b).
+    triangles[h / 3][h % 3] = d;
+    triangles[h / 3][hn % 3] = c;
+    triangles[h / 3][hp % 3] = a;
+    triangles[g / 3][g % 3] = c;
+    triangles[g / 3][gn % 3] = d;
+    triangles[g / 3][gp % 3] = b;
+    set(hn, ca);
+    set(hp, ad);
+    set(gn, db);
+    set(gp, bc);
+    join(h, g);
+    starts[index(a)] = hp;
+    starts[index(c)] = g;
+    starts[index(b)] = gp;
+    starts[index(d)] = h;
+    --uses[index(a)];
+    --uses[index(b)];
+    ++uses[index(c)];
+    ++uses[index(d)];
+}
+
+bool HalfEdgeMesh::can_collapse(std::uint32_t h) const {
+    const std::int32_t a = origin(h);
+    const std::int32_t b = target(h);
+    const std::uint32_t g = opposites[h];
+    if (is_locked[h] != 0 || kinds[index(a)] == Irregular || kinds[index(b)] == Irregular)
+        return false;
+    if (uses[index(a)] + uses[index(b)] > kMaxUses) return false;
+    // The two other sides of a triangle on the edge fall together: they cannot both be features,
+    // nor both be open.
+    for (const std::uint32_t e : {h, g}) {
+        if (e == kNone) continue;
+        if (is_feature[next(e)] != 0 && is_feature[previous(e)] != 0) return false;
+        const std::uint32_t far = opposites[next(e)];
+        const std::uint32_t back = opposites[previous(e)];
+        if (far == kNone && back == kNone) return false;
+        if (uses[index(apex(e))] < (far == kNone || back == kNone ? 2U : 4U) && !is_open(apex(e))) {
+            return false;
+        }
+    }
+    std::array<std::int32_t, kMaxUses + 1> ring;
+    std::size_t size = 0;
+    around(a, [&](std::uint32_t e) {
+        ring[size++] = target(e);
+        if (opposites[previous(e)] == kNone) ring[size++] = apex(e);
+    });
+    std::size_t common = 0;
+    const auto count = [&](std::int32_t v) {
+        for (std::size_t i = 0; i < size; ++i) common += ring[i] == v ? 1 : 0;
+    };
+    around(b, [&](std::uint32_t e) {
+        count(target(e));
+        if (opposites[previous(e)] == kNone) count(apex(e));
+    });
+    if (common != (g == kNone ? 1U : 2U)) return false;
+    // Two triangles on the same three corners would be left of a tetrahedron.
+    return g == kNone || uses[index(a)] + uses[index(b)] > 6 || is_open(a) || is_open(b);
+}
+
+void HalfEdgeMesh::collapse(std::uint32_t h, Vec3d place) {
+    const std::int32_t a = origin(h);
+    const std::int32_t b = target(h);
+    const std::uint32_t g = opposites[h];
+    std::array<std::uint32_t, kMaxUses> fan;
+    std::size_t size = 0;
+    around(b, [&](std::uint32_t e) { fan[size++] = e; });
+    for (std::size_t i = 0; i < size; ++i) triangles[fan[i] / 3][fan[i] % 3] = a;
+    uses[index(a)] += uses[index(b)] - (g == kNone ? 2U : 4U);
+    uses[index(b)] = 0;
+    starts[index(b)] = kNone;
+    positions[index(a)] = place;
+    remove_side(h);
+    if (g != kNone) remove_side(g);
+}
+
+// Takes a triangle on the collapsed edge out and joins what lay beside it.
+void HalfEdgeMesh::remove_side(std::uint32_t h) {
+    const std::uint32_t hn = next(h);
+    const std::uint32_t hp = previous(h);
+    const std::int32_t a = origin(h);
+    const std::int32_t c = origin(hp);
+    const std::uint32_t from_c = opposites[hn];  // c -> survivor
+    const std::uint32_t from_a = opposites[hp];  // survivor -> c
+    const bool feature = is_feature[hn] != 0 || is_feature[hp] != 0;
+    const bool locked = is_locked[hn] != 0 || is_locked[hp] != 0;
+    for (const auto& [e, other] : {std::pair{from_c, from_a}, std::pair{from_a, from_c}}) {
+        if (e == kNone) continue;
+        opposites[e] = other;
+        is_feature[e] = feature || other == kNone ? 1 : 0;
+        is_locked[e] = locked ? 1 : 0;
+    }
+    // A half-edge from either end that is still there.
+    starts[index(c)] = from_c != kNone ? from_c : next(from_a);
+    starts[index(a)] = from_a != kNone ? from_a : next(from_c);
+    --uses[index(c)];
+    triangles[h / 3] = {kGone, kGone, kGone};
+    unused_.push_back(h / 3);
+}
+
+}  // namespace povmesh

@@ -1,0 +1,101 @@
+// A triangle mesh whose edges can be split, flipped and collapsed.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "base/array.h"
+#include "base/vec.h"
+#include "mesh/edge_mates.h"
+#include "mesh/tri_mesh.h"
+
+namespace povmesh {
+
+/// Triangles on flat arrays. Half-edge h = 3 * triangle + corner runs from that corner to the next
+/// one.
+///
+/// Invariants: opposites[opposites[h]] == h unless it is kNone; the two run in opposite directions
+/// between the same vertices. starts[v] is a half-edge from v. Triangles that are gone have kGone as
+/// their first vertex and come back with the next one that is made.
+///
+/// Edges of more than two faces, and those whose faces are wound against each other, have no
+/// opposite here and are locked.
+class HalfEdgeMesh {
+public:
+    static constexpr std::uint32_t kNone = 0xFFFFFFFF;
+    static constexpr std::int32_t kGone = -1;
+
+    enum Kind : std::uint8_t {
+        Free,       // inside a smooth patch
+        Line,       // on a feature line, between just two of its edges
+        Fixed,      // where lines end, meet or turn sharply
+        Irregular,  // on an edge without opposite that is not open, or where several fans meet
+    };
+
+    Array<std::array<std::int32_t, 3>> triangles;
+    Array<std::uint32_t> opposites;  // 3 a triangle
+    Array<std::uint8_t> is_feature;  // 3 a triangle: the edge must stay where it is
+    Array<std::uint8_t> is_locked;   // 3 a triangle: the edge is irregular and may not be split
+    Array<Vec3d> positions;
+    Array<std::uint32_t> starts;
+    Array<std::uint32_t> uses;  // triangles at each vertex
+    Array<std::uint8_t> kinds;
+
+    /// Of the live faces of a mesh; triangle t is the t-th of them. Features are not marked, but for
+    /// edges without an opposite.
+    HalfEdgeMesh(const TriMesh& mesh, const EdgeMates& mates);
+
+    static std::uint32_t next(std::uint32_t h) { return h % 3 == 2 ? h - 2 : h + 1; }
+    static std::uint32_t previous(std::uint32_t h) { return h % 3 == 0 ? h + 2 : h - 1; }
+    static std::size_t index(std::int32_t v) { return static_cast<std::size_t>(v); }
+
+    bool is_gone(std::size_t triangle) const { return triangles[triangle][0] == kGone; }
+    std::int32_t origin(std::uint32_t h) const { return triangles[h / 3][h % 3]; }
+    std::int32_t target(std::uint32_t h) const { return origin(next(h)); }
+    std::int32_t apex(std::uint32_t h) const { return origin(previous(h)); }
+    Vec3d position(std::int32_t v) const { return positions[index(v)]; }
+    Vec3d normal(std::size_t triangle) const;  // not of unit length
+    double squared_length(std::uint32_t h) const;
+
+    /// Calls visit(h) for each half-edge from the vertex in its fan; of several fans, in one. Where
+    /// `previous(h)` has no opposite, the neighbour at the open border is the apex of h.
+    template <typename Visit>
+    void around(std::int32_t v, Visit&& visit) const {
+        const std::uint32_t first = starts[index(v)];
+        std::uint32_t h = first;
+        do {
+            visit(h);
+            h = opposites[previous(h)];
+        } while (h != kNone && h != first);
+        if (h == first) return;
+        // An open fan: what lies on the other side of the start.
+        for (h = first; opposites[h] != kNone;) {
+            h = next(opposites[h]);
+            visit(h);
+        }
+    }
+
+    bool is_open(std::int32_t v) const;
+
+    /// Puts a vertex on an edge. Returns the vertex; its kind is Line on a feature, else Free.
+    std::int32_t split(std::uint32_t h, Vec3d place);
+
+    /// Turns an edge with two triangles within their quadrilateral. The half-edge keeps its number.
+    void flip(std::uint32_t h);
+
+    /// True when the edge can go without pinching the surface or joining feature lines.
+    bool can_collapse(std::uint32_t h) const;
+
+    /// Merges the target of the edge into its origin, which moves to `place`.
+    void collapse(std::uint32_t h, Vec3d place);
+
+private:
+    std::uint32_t new_triangle();
+    void join(std::uint32_t h, std::uint32_t g);
+    void remove_side(std::uint32_t h);
+
+    Array<std::uint32_t> unused_;  // triangles
+};
+
+}  // namespace povmesh

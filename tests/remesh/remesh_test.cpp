@@ -1,0 +1,219 @@
+// Remeshing: even triangles on the same surface, with its features and attributes.
+#include "remesh/remesh.h"
+
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "mesh/edge_mates.h"
+#include "mesh/surface_distance.h"
+#include "support/reference.h"
+#include "support/shapes.h"
+
+namespace povmesh {
+namespace {
+
+using shapes::mesh_of;
+using shapes::SoupVector;
+
+TriMesh remeshed(TriMesh mesh, const RemeshOptions& options, std::string* caution = nullptr) {
+    RunLog log([&](std::string_view text) {
+        if (caution != nullptr) *caution += text;
+    });
+    RunContext run{{}, log};
+    remesh(mesh, options, run);
+    EXPECT_TRUE(is_consistent(mesh));
+    return mesh;
+}
+
+bool is_closed_manifold(TriMesh mesh) {
+    const EdgeMates mates(mesh);
+    for (std::size_t i = 0; i < 3 * mesh.faces.size(); ++i) {
+        if (mates.kind(i / 3, i % 3) != EdgeMates::Kind::Manifold) return false;
+        if (mates.is_same_direction(i / 3, i % 3)) return false;
+    }
+    return true;
+}
+
+std::vector<double> edges_of(const TriMesh& mesh) {
+    std::vector<double> lengths;
+    for (const Face& face : mesh.faces) {
+        for (std::size_t c = 0; c < 3; ++c) {
+            lengths.push_back(static_cast<double>(
+                length(mesh.corner_position(face, (c + 1) % 3) - mesh.corner_position(face, c))));
+        }
+    }
+    return lengths;
+}
+
+double share_within(const std::vector<double>& values, double low, double high) {
+    const auto inside =
+        std::count_if(values.begin(), values.end(), [&](double x) { return x > low && x < high; });
+    return static_cast<double>(inside) / static_cast<double>(values.size());
+}
+
+double smallest_angle(const TriMesh& mesh) {
+    double worst = 180;
+    for (const Face& face : mesh.faces) {
+        for (std::size_t c = 0; c < 3; ++c) {
+            const Vec3d p = to_double(mesh.corner_position(face, c));
+            const Vec3d a = to_double(mesh.corner_position(face, (c + 1) % 3)) - p;
+            const Vec3d b = to_double(mesh.corner_position(face, (c + 2) % 3)) - p;
+            worst = std::min(worst, std::acos(dot(a, b) / (length(a) * length(b))));
+        }
+    }
+    return worst * 180 / std::numbers::pi;
+}
+
+TEST(Remesh, MakesSmoothSurfacesEven) {
+    const TriMesh sphere = mesh_of(shapes::sphere(10, 4));
+    const TriMesh rock = mesh_of(shapes::rock(10, 4));
+    for (const TriMesh* mesh : {&sphere, &rock}) {
+        for (const double l : {0.6, 1.0, 2.0}) {  // the edges are 0.7 long
+            const TriMesh result = remeshed(*mesh, {.edge_length = l});
+            EXPECT_TRUE(is_closed_manifold(result));
+            EXPECT_GT(share_within(edges_of(result), 0.6 * l, 1.6 * l), 0.99);
+            EXPECT_GT(smallest_angle(result), 28.0) << l;
+            EXPECT_LT(surface_distance(*mesh, result).rms(), 0.05 * l);
+            EXPECT_GT(reference::signed_volume(result), 0.95 * reference::signed_volume(*mesh));
+        }
+    }
+}
+
+TEST(Remesh, KeepsSharpEdgesAndCorners) {
+    const TriMesh box = mesh_of(shapes::box({0, 0, 0}, {10, 20, 30}));
+    const TriMesh result = remeshed(box, {.edge_length = 1});
+    EXPECT_TRUE(is_closed_manifold(result));
+    EXPECT_NEAR(reference::signed_volume(result), 6000, 0.01);
+    EXPECT_GT(share_within(edges_of(result), 0.6, 1.6), 0.99);
+    EXPECT_GT(smallest_angle(result), 20.0);
+    std::set<std::array<float, 3>> corners;
+    for (const Vertex& v : result.vertices) {
+        if ((v.x == 0 || v.x == 10) && (v.y == 0 || v.y == 20) && (v.z == 0 || v.z == 30)) {
+            corners.insert({v.x, v.y, v.z});
+        }
+    }
+    EXPECT_EQ(corners.size(), 8U);
+}
+
+TEST(Remesh, KeepsOpenRimsAndIrregularEdges) {
+    // A disc: its rim stays a circle.
+    SoupVector disc = shapes::fan(60, 0);
+    for (float& x : disc) x *= 0.01F;  // radius 10
+    const TriMesh open = remeshed(mesh_of(disc), {.edge_length = 1});
+    EXPECT_GT(share_within(edges_of(open), 0.5, 1.7), 0.95);
+    TriMesh copy = open;
+    const EdgeMates mates(copy);
+    std::size_t rim = 0;
+    for (std::size_t i = 0; i < 3 * copy.faces.size(); ++i) {
+        if (mates.kind(i / 3, i % 3) != EdgeMates::Kind::Open) continue;
+        ++rim;
+        EXPECT_NEAR(static_cast<double>(length(copy.corner_position(copy.faces[i / 3], i % 3))), 10,
+                    0.03);
+    }
+    EXPECT_NEAR(static_cast<double>(rim), 2 * std::numbers::pi * 10, 12);
+
+    // Five sheets on one edge: it has the same five faces afterwards.
+    SoupVector book = shapes::book(5);
+    const TriMesh pages = remeshed(mesh_of(book), {.edge_length = 100});
+    std::size_t on_edge = 0;
+    for (const Face& face : pages.faces) {
+        std::size_t ends = 0;
+        for (std::size_t c = 0; c < 3; ++c) {
+            const Vec3f p = pages.corner_position(face, c);
+            ends += p.x == 0 && p.y == 0 && (p.z == 0 || p.z == 1) ? 1 : 0;
+        }
+        on_edge += ends == 2 ? 1 : 0;
+    }
+    EXPECT_EQ(on_edge, 5U);
+}
+
+TEST(Remesh, CarriesLabelsColoursAndTexture) {
+    TriMesh mesh = mesh_of(shapes::sphere(10, 4));
+    for (Face& face : mesh.faces) {
+        float x = 0;
+        for (std::size_t c = 0; c < 3; ++c) x += mesh.corner_position(face, c).x;
+        face.label = x > 0 ? 3 : -1;
+        for (std::size_t c = 0; c < 3; ++c) {
+            const Vec3f p = mesh.corner_position(face, c);
+            face.colour[3 * c] = static_cast<std::uint8_t>(128 + 10 * p.y);
+            if (face.label < 0) continue;
+            face.uv[c] = static_cast<std::int32_t>(mesh.texture_coordinates.size());
+            mesh.texture_coordinates.push_back(
+                {static_cast<double>(p.y), static_cast<double>(p.z), face.uv[c]});
+        }
+    }
+    const TriMesh result = remeshed(mesh, {.edge_length = 0.8});
+    std::size_t labelled = 0;
+    for (const Face& face : result.faces) {
+        labelled += face.label == 3 ? 1 : 0;
+        for (std::size_t c = 0; c < 3; ++c) {
+            const Vec3f p = result.corner_position(face, c);
+            EXPECT_NEAR(face.colour[3 * c], 128 + 10 * p.y, 2.5);
+            if (face.label != 3) continue;
+            const TextureCoordinate& t =
+                result.texture_coordinates[static_cast<std::size_t>(face.uv[c])];
+            EXPECT_NEAR(t.u, static_cast<double>(p.y), 0.1);
+            EXPECT_NEAR(t.v, static_cast<double>(p.z), 0.1);
+            EXPECT_GT(p.x, -0.9F);  // the border ran along edges of 0.7
+        }
+    }
+    EXPECT_NEAR(static_cast<double>(labelled) / static_cast<double>(result.faces.size()), 0.5,
+                0.03);
+}
+
+TEST(Remesh, FollowsASizingField) {
+    const TriMesh mesh = mesh_of(shapes::sphere(10, 4));
+    std::vector<float> lengths;
+    for (const Face& face : mesh.faces) {
+        lengths.push_back(mesh.corner_position(face, 0).z > 0 ? 0.4F : 1.2F);
+    }
+    const TriMesh result = remeshed(mesh, {.face_lengths = lengths});
+    EXPECT_TRUE(is_closed_manifold(result));
+    std::vector<double> above;
+    std::vector<double> below;
+    for (const Face& face : result.faces) {
+        const Vec3f p = result.corner_position(face, 0);
+        const double l = static_cast<double>(length(result.corner_position(face, 1) - p));
+        if (p.z > 2) above.push_back(l);
+        if (p.z < -2) below.push_back(l);
+    }
+    EXPECT_GT(share_within(above, 0.24, 0.64), 0.97);
+    EXPECT_GT(share_within(below, 0.72, 1.92), 0.97);
+}
+
+TEST(Remesh, LeavesTheMeshAloneForLengthsThatAreNone) {
+    const TriMesh mesh = mesh_of(shapes::rock(10, 2));
+    for (const double l : {0.0, -1.0, std::nan(""), std::numeric_limits<double>::infinity()}) {
+        EXPECT_EQ(reference::difference(remeshed(mesh, {.edge_length = l}), mesh), "");
+    }
+    const std::vector<float> too_few(5, 1.0F);
+    EXPECT_EQ(reference::difference(remeshed(mesh, {.face_lengths = too_few}), mesh), "");
+    // One that is far too long leaves a body all the same.
+    EXPECT_TRUE(is_closed_manifold(remeshed(mesh, {.edge_length = 1e6})));
+    SoupVector broken = shapes::rock(10, 2);
+    broken[10] = std::numeric_limits<float>::quiet_NaN();
+    broken[50] = 3e38F;
+    remeshed(mesh_of(broken), {.edge_length = 1});
+    remeshed({}, {.edge_length = 1});
+}
+
+TEST(Remesh, IsTheSameForAnyNumberOfThreads) {
+    const TriMesh mesh = mesh_of(shapes::rock(10, 4));
+    const int threads = omp_get_max_threads();
+    omp_set_num_threads(1);
+    const TriMesh first = remeshed(mesh, {.edge_length = 0.6});
+    omp_set_num_threads(3);
+    EXPECT_EQ(reference::difference(remeshed(mesh, {.edge_length = 0.6}), first), "");
+    omp_set_num_threads(threads);
+}
+
+}  // namespace
+}  // namespace povmesh
