@@ -156,7 +156,8 @@ public:
         const auto low = points_.exact(static_cast<std::int32_t>(sides[0].key >> 32));
         const auto high = points_.exact(static_cast<std::int32_t>(sides[0].key & 0xFFFFFFFF));
         for (std::size_t i = 0; i < pairs; ++i) {
-            const double share = static_cast<double>(2 * i + 1) / static_cast<double>(2 * pairs);
+            // Off the middle, where models drawn on a grid have vertices.
+            const double share = (static_cast<double>(i) + 0.4375) / static_cast<double>(pairs);
             const std::int32_t point = points_.add(low + (high - low) * share);
             for (const TriangleSide& side : {rising_[i], falling_[i]}) {
                 dividers_[side.triangle][side.side] = point;

@@ -1,5 +1,6 @@
 #include "cut/cut.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 
 #include "cut/pieces.h"
 #include "cut/solids.h"
+#include "mesh/shells.h"
 #include "support/shapes.h"
 
 namespace povmesh {
@@ -148,6 +150,10 @@ TEST(Cut, PiecesAreThoseOneExpects) {
         {"shells that stay together", shapes::mesh_of(overlapping), level(3.5F), {16, 20}},
         {"and come apart", shapes::mesh_of(overlapping), level(2), {8, 28}},
         {"legs", arch, level(1), {1, 1, 3}},
+        {"legs of one shell",
+         shapes::mesh_of(solids::legs()),
+         {{0, 1, 0}, {1, 0, 0}, {0, 2, 0}, 0},
+         {3.833333, 3.833333, 15.333333}},
         {"models that stay whole", shapes::mesh_of(table), level(2), {81, 2, 2, 2, 2}},
         {"along a face", shapes::mesh_of(solids::cells({2, 1, 2}, {1, 1, 1, 0})), level(1), {2, 1}},
         {"through a void", shapes::mesh_of(solids::hollow_box()), level(2), {56, 112}},
@@ -161,11 +167,15 @@ TEST(Cut, PiecesAreThoseOneExpects) {
     for (const auto& c : cases) {
         std::vector<double> volumes;
         for (const TriMesh& part : pieces::cut(c.mesh, c.plane)) {
-            volumes.push_back(std::round(signed_volume(part) * 1e6) / 1e6);
+            volumes.push_back(signed_volume(part));
             EXPECT_EQ(pieces::count_edges(part).open, 0U) << c.what;
         }
-        EXPECT_EQ(volumes, c.volumes) << c.what;
+        EXPECT_THAT(volumes, testing::Pointwise(testing::DoubleNear(1e-4), c.volumes)) << c.what;
     }
+    // Shells that cross keep a cap each.
+    TriMesh upper = pieces::cut(shapes::mesh_of(overlapping), level(3.5F))[1];
+    label_shells(upper);
+    EXPECT_EQ(upper.shells.size(), 2U);
 }
 
 TEST(Cut, OtherOperationsAndMissesKeepTheFaces) {
@@ -333,6 +343,15 @@ TEST(Cut, CrowdsAndWildNumbers) {
     const TriMesh fan = shapes::mesh_of(shapes::fan(100000, 3));
     EXPECT_EQ(pieces::cut(fan, level(1)).size(), 2U);
     EXPECT_EQ(pieces::cut(fan, {{1, 0.1, 0}, {0, 0, 1}, {0, 0, 0}, 0}).size(), 2U);
+    // Just below the tip of a cone far out, where the points of the cut round to few places.
+    SoupVector cone = shapes::fan(1000, 3000);
+    for (float& coordinate : cone) coordinate /= 1000;
+    shapes::move(cone, {900, 900, 900});
+    const auto tip = pieces::cut(shapes::mesh_of(cone), level(902.9995F));
+    ASSERT_EQ(tip.size(), 2U);
+    EXPECT_LT(tip[1].faces.size(), 500U);
+    EXPECT_EQ(pieces::count_edges(tip[1]).open, 0U);
+    for (const TriMesh& part : tip) EXPECT_FALSE(pieces::has_double_points(part));
     const std::vector<float> wild = {0, 1, -1, 1e-45F, 3e38F, -3e38F, INFINITY, NAN, 1e6F};
     shapes::Random random(5);
     for (int i = 0; i < 300; ++i) {

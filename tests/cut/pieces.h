@@ -62,6 +62,11 @@ inline std::vector<Bits> sorted_points(const TriMesh& mesh) {
     return points;
 }
 
+inline bool has_double_points(const TriMesh& mesh) {
+    const std::vector<Bits> points = sorted_points(mesh);
+    return std::adjacent_find(points.begin(), points.end()) != points.end();
+}
+
 /// What is wrong with the capped pieces of a closed, consistently wound model; empty when nothing is.
 /// A model with crowded edges may leave some in its pieces, and so may one whose shells touch: a point of
 /// a cut can come to lie on the vertex of another shell.
@@ -81,6 +86,7 @@ inline std::string complaint(const TriMesh& model, const CutPlane& plane,
         if (is_manifold && edges.crowded != 0)
             return std::to_string(edges.crowded) + " crowded edges";
         if (!is_consistent(part)) return "inconsistent";
+        if (!shells_touch && has_double_points(part)) return "two vertices at one place";
         const double volume = signed_volume(part);
         sum += volume;
         worst = std::min(worst, volume);

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <numbers>
+#include <utility>
 #include <vector>
 
 #include "support/shapes.h"
@@ -81,6 +82,28 @@ inline SoupVector random_cells(shapes::Random& random, int side, std::uint64_t e
     std::vector<std::uint8_t> is_set(n * n * n);
     for (std::uint8_t& cell : is_set) cell = random.below(8) < eighths ? 1 : 0;
     return cells({side, side, side}, is_set);
+}
+
+/// Two legs that meet at y = 4, of the area 23 in the plane of x and y, and 1 deep. The faces of both legs
+/// share an edge at the top.
+inline SoupVector legs() {
+    const std::array<std::array<float, 2>, 6> p = {
+        {{0, 0}, {2, 0}, {3, 4}, {4, 0}, {6, 0}, {3, 9}}};
+    SoupVector soup;
+    const auto add = [&](std::size_t i, float z) {
+        soup.insert(soup.end(), {p[i][0], p[i][1], z});
+    };
+    for (std::size_t i = 0; i < 6; ++i) {
+        const std::size_t k = (i + 1) % 6;
+        for (const auto& [at, z] :
+             {std::pair{i, 1.0F}, {i, 0.0F}, {k, 0.0F}, {i, 1.0F}, {k, 0.0F}, {k, 1.0F}}) {
+            add(at, z);
+        }
+        if (i == 4 || i == 5) continue;
+        for (const std::size_t at : {i, k, std::size_t{5}}) add(at, 1);
+        for (const std::size_t at : {k, i, std::size_t{5}}) add(at, 0);
+    }
+    return soup;
 }
 
 /// A box with a bore along z.
