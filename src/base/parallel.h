@@ -11,6 +11,19 @@ namespace povmesh {
 /// threads would change their rounding.
 constexpr std::size_t kParallelBlock = 4096;
 
+/// While one of these lives, the loops of this thread run on it alone: for work so small that
+/// handing it to other threads, and waiting for them, takes longer than doing it.
+class OneThread {
+public:
+    OneThread();
+    ~OneThread();
+    OneThread(const OneThread&) = delete;
+    OneThread& operator=(const OneThread&) = delete;
+
+private:
+    int before_;
+};
+
 namespace detail {
 
 using BlockFunction = void (*)(void* context, std::size_t block);

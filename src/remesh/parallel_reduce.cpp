@@ -33,7 +33,9 @@ std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
         results[shell] = {reducer.rounds(), deleted, reducer.links(), reducer.folds()};
     };
     detail::for_blocks(mesh.shells.size(), [&](std::size_t shell) {
-        if (mesh.shells[shell].size() <= kSmallShell) work(shell);
+        if (mesh.shells[shell].size() > kSmallShell) return;
+        const OneThread here;  // a round takes less time than waking the others
+        work(shell);
     });
     std::size_t rounds = 0;
     for (std::size_t shell = 0; shell < mesh.shells.size(); ++shell) {

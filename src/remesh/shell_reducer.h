@@ -25,9 +25,9 @@
 
 namespace povmesh {
 
-// Shells up to this size are reduced side by side, larger ones one after another with all threads
-// on each.
-inline constexpr std::size_t kSmallShell = 20000;
+// Shells up to this size are reduced side by side, a thread each, larger ones one after another with
+// all threads on each.
+inline constexpr std::size_t kSmallShell = 50000;
 
 template <typename Quadric>
 class ShellReducer {
