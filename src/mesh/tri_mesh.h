@@ -61,9 +61,14 @@ struct UseTable {
     std::span<const Use> row(std::size_t vertex) const {
         return {uses.data() + offsets[vertex], uses.data() + offsets[vertex + 1]};
     }
+    /// Empties the table but keeps its memory for the next one; `release` gives that back.
     void clear() {
-        offsets = {};
-        uses = {};
+        offsets.clear();
+        uses.clear();
+    }
+    void release() {
+        Array<std::uint32_t>().swap(offsets);
+        Array<Use>().swap(uses);
     }
 };
 

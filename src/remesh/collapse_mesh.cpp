@@ -89,7 +89,7 @@ CollapseMesh make_collapse_mesh(TriMesh& mesh) {
     CollapseMesh result;
     const EdgeMates mates(mesh);
     label_shells(mesh, mates);
-    mesh.use_table.clear();
+    mesh.use_table.release();
     const std::size_t count = mesh.shells.faces.size();
     Array<std::uint32_t> place_of_face(mesh.faces.size());
     result.triangles.resize(count);

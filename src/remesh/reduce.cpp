@@ -529,7 +529,7 @@ template <typename Quadric>
 void collapse_shells(TriMesh& mesh, const EdgeMates& mates, double ratio, double minimum_keep,
                      double normal_limit, ReduceReport& report) {
     EdgeCollapser<Quadric> collapser(mesh, normal_limit, report);
-    mesh.use_table.clear();
+    mesh.use_table.release();
     for (std::size_t s = 0; s < mesh.shells.size(); ++s) {
         const std::span<const std::uint32_t> shell = mesh.shells[s];
         const std::size_t to_delete = faces_to_delete(shell.size(), ratio, minimum_keep);

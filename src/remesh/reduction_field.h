@@ -67,7 +67,7 @@ struct ReductionField {
         parallel_for(mesh.vertices.size(), [&](std::size_t v) {
             quadrics[v] = vertex_quadric(v);  // writes only its own record
         });
-        corners.starts = {};
+        Array<std::uint32_t>().swap(corners.starts);
         costs.resize(corners.opposites.size());
         keys.resize(mesh.vertices.size());
         places.resize(corners.triangles.size());
