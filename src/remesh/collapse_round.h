@@ -28,6 +28,9 @@ inline constexpr std::size_t kLeastCandidates = 512;
 // time: the result is the same with 1, a third slower (parallel_tenth).
 inline constexpr double kMostCandidates = 0.2;
 
+// Another sweep over all edges is made when the last one took more than one face in this many.
+inline constexpr std::size_t kLeastGain = 1000;
+
 // Squared edge length counts a little, so that flat regions get faces of good shape.
 inline constexpr double kLengthWeight = 1e-7;
 

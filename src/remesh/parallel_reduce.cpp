@@ -18,7 +18,7 @@ std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
                           ReduceReport& report) {
     ReductionField<Quadric> field(mesh);
     struct Result {
-        std::size_t rounds = 0, deleted = 0, links = 0, folds = 0;
+        std::size_t rounds = 0, deleted = 0, links = 0, folds = 0, bound = 0;
     };
     std::vector<Result> results(mesh.shells.size());
     const auto to_delete = [&](std::size_t shell) {
@@ -30,7 +30,8 @@ std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
         ShellReducer<Quadric> reducer(field, mesh.shells.offsets[shell],
                                       mesh.shells.offsets[shell + 1]);
         const std::size_t deleted = reducer.run(wanted);
-        results[shell] = {reducer.rounds(), deleted, reducer.links(), reducer.folds()};
+        results[shell] = {reducer.rounds(), deleted, reducer.links(), reducer.folds(),
+                          deleted < wanted ? reducer.bound_edges() : 0};
     };
     detail::for_blocks(mesh.shells.size(), [&](std::size_t shell) {
         if (mesh.shells[shell].size() > kSmallShell) return;
@@ -46,6 +47,7 @@ std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
         report.faces_after -= result.deleted;
         report.link += result.links;
         report.normal_limit += result.folds;
+        report.boundary += result.bound;
         if (result.deleted < to_delete(shell)) report.is_reached = false;
     }
     for (Face& face : mesh.faces) face.deleted = 1;

@@ -38,20 +38,31 @@ public:
     /// Collapses edges until `to_delete` faces are gone; returns how many went.
     std::size_t run(std::size_t to_delete) {
         const std::size_t before = live_;
+        std::size_t live_at_start = live_;  // of the sweep: until nothing is left to collapse
         evaluate_all();
-        bool is_fresh = true;
         while (before - live_ < to_delete) {
             const std::size_t wanted = (to_delete - (before - live_) + 1) / 2;
             const std::size_t done = round(wanted);
             ++rounds_;
-            if (done == 0) {
-                if (is_fresh) break;
-                evaluate_all();  // what was turned down may have become possible
-            }
-            is_fresh = done == 0;
             if (live_ * 4 < (end_ - begin_) * 3) pack();
+            if (done != 0) continue;
+            // What was turned down may have become possible, but a sweep must be worth its time.
+            if ((live_at_start - live_) * kLeastGain <= live_) break;
+            live_at_start = live_;
+            evaluate_all();
         }
         return before - live_;
+    }
+
+    /// Edges that stay because an end is fixed.
+    std::size_t bound_edges() const {
+        std::size_t count = 0;
+        for (std::size_t h = 3 * begin_; h < 3 * end_; ++h) {
+            const auto edge = static_cast<std::uint32_t>(h);
+            const bool is_lower = edge < mesh_.opposites[edge];  // kNone is the largest
+            if (!mesh_.is_gone(h / 3) && is_lower && !may_collapse(edge)) ++count;
+        }
+        return count;
     }
 
     std::size_t rounds() const { return rounds_; }
