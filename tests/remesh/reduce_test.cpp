@@ -337,7 +337,7 @@ TEST(ReduceParallel, TurnsNothingOverAndStaysClose) {
 }
 
 TEST(ReduceParallel, IsTheSameForAnyNumberOfThreads) {
-    SoupVector soup = shapes::rock(10, 5);
+    SoupVector soup = shapes::rock(10, 6);  // large enough for all threads to share it
     for (int i = 1; i < 40; ++i) {
         SoupVector more = shapes::rock(1, 2);
         shapes::move(more, {20 + 3 * static_cast<float>(i), 0, 0});
