@@ -16,6 +16,7 @@
 #include "mesh/edge_mates.h"
 #include "mesh/self_intersection.h"
 #include "mesh/volume.h"
+#include "support/reference.h"
 #include "support/shapes.h"
 
 namespace povmesh {
@@ -96,15 +97,6 @@ double slot_depth(Vec3d p) {
     return std::min(outer, std::hypot(across, below));
 }
 
-bool is_closed_manifold(TriMesh& mesh) {
-    const EdgeMates mates(mesh);
-    for (std::size_t i = 0; i < mesh.faces.size() * 3; ++i) {
-        if (mates.kind(i / 3, i % 3) != EdgeMates::Kind::Manifold) return false;
-        if (mates.is_same_direction(i / 3, i % 3)) return false;
-    }
-    return !mesh.faces.empty();
-}
-
 TEST(Hollow, LeavesTheWall) {
     const Rotation turn(Vec3d{1, 2, 3} / std::sqrt(14.0), 33);
     const Rotation back(Vec3d{1, 2, 3} / std::sqrt(14.0), -33);
@@ -134,7 +126,7 @@ TEST(Hollow, LeavesTheWall) {
             TriMesh cavity;
             const HollowReport report = hollowed(model.soup, thickness, cavity);
             ASSERT_TRUE(report.is_hollowed) << what;
-            EXPECT_TRUE(is_closed_manifold(cavity)) << what;
+            EXPECT_TRUE(reference::is_closed_manifold(cavity)) << what;
             EXPECT_GT(signed_volume(cavity), 0) << what;
             EXPECT_EQ(find_self_intersections(cavity, 0).count, 0U) << what;
             // By area: the middles of all faces.

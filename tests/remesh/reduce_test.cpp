@@ -46,18 +46,6 @@ ReduceReport in_parallel(TriMesh& mesh, double target) {
 
 constexpr std::array<Reduction, 2> kReductions = {by_queue, in_parallel};
 
-bool is_closed_manifold(TriMesh mesh) {
-    const EdgeMates mates(mesh);
-    for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
-        for (std::size_t edge = 0; edge < 3; ++edge) {
-            if (mesh.faces[f].deleted != 0) continue;
-            if (mates.kind(f, edge) != EdgeMates::Kind::Manifold) return false;
-            if (mates.is_same_direction(f, edge)) return false;
-        }
-    }
-    return true;
-}
-
 // A rectangle of 2 * n * n triangles in the plane through `origin`.
 void append_grid(SoupVector& soup, Vec3f origin, Vec3f u, Vec3f v, int n) {
     const auto at = [&](int i, int j) {
@@ -184,7 +172,7 @@ TEST(Reduce, AimsAtTheShareOfEachShell) {
         EXPECT_EQ(report.faces_aimed, 1280U + 80U);
         EXPECT_EQ(mesh.faces.size(), 1280U + 80U);
         EXPECT_EQ(report.faces_after, mesh.faces.size());
-        EXPECT_TRUE(is_closed_manifold(mesh));
+        EXPECT_TRUE(reference::is_closed_manifold(mesh));
         EXPECT_NEAR(reference::signed_volume(mesh) / volume, 1.0, 0.02);
     }
 }
@@ -196,7 +184,7 @@ TEST(Reduce, NeverGoesBelowATetrahedronAndKeepsWhatIsSmall) {
             TriMesh mesh = mesh_of(soup);
             reduction(mesh, 0.0);
             EXPECT_GE(mesh.faces.size(), 4U);
-            EXPECT_TRUE(is_closed_manifold(mesh));
+            EXPECT_TRUE(reference::is_closed_manifold(mesh));
         }
         TriMesh mesh = mesh_of(shapes::rock(5, 3));
         const TriMesh before = mesh;
@@ -217,7 +205,7 @@ TEST(Reduce, TurnsNoFaceOfABoxBeyondTheLimit) {
     EXPECT_FALSE(report.is_reached);
     EXPECT_GT(report.normal_limit, 0U);
     EXPECT_LT(mesh.faces.size(), 100U);
-    EXPECT_TRUE(is_closed_manifold(mesh));
+    EXPECT_TRUE(reference::is_closed_manifold(mesh));
     EXPECT_NEAR(reference::signed_volume(mesh), 1.0, 1e-6);
     for (const Face& face : mesh.faces) {
         const Vec3f p = mesh.corner_position(face, 0);
@@ -327,7 +315,8 @@ TEST(ReduceParallel, TurnsNothingOverAndStaysClose) {
     RunContext run{{}, log};
     const ReduceReport report = reduce_parallel(mesh, {0.1, 0.05}, run);
     EXPECT_EQ(mesh.faces.size(), 2048U);
-    EXPECT_TRUE(mesh.use_table.is_built() && is_consistent(mesh) && is_closed_manifold(mesh));
+    EXPECT_TRUE(mesh.use_table.is_built() && is_consistent(mesh) &&
+                reference::is_closed_manifold(mesh));
     ASSERT_EQ(texts.size(), 2U);
     EXPECT_THAT(texts[0], testing::StartsWith("[meshReduceFromData] random reduce step = "));
     EXPECT_EQ(texts[1], "[meshReduceFromData] random reduced fn = " +
@@ -368,7 +357,7 @@ TEST(Reduce, IsNotQuadraticAroundCrowdedVertices) {
         }
         TriMesh closed = mesh_of(bipyramid(20000));
         EXPECT_TRUE(reduction(closed, 0.1).is_reached);
-        EXPECT_TRUE(is_closed_manifold(closed));
+        EXPECT_TRUE(reference::is_closed_manifold(closed));
     }
 }
 

@@ -33,15 +33,6 @@ TriMesh remeshed(TriMesh mesh, const RemeshOptions& options, std::string* cautio
     return mesh;
 }
 
-bool is_closed_manifold(TriMesh mesh) {
-    const EdgeMates mates(mesh);
-    for (std::size_t i = 0; i < 3 * mesh.faces.size(); ++i) {
-        if (mates.kind(i / 3, i % 3) != EdgeMates::Kind::Manifold) return false;
-        if (mates.is_same_direction(i / 3, i % 3)) return false;
-    }
-    return true;
-}
-
 std::vector<double> edges_of(const TriMesh& mesh) {
     std::vector<double> lengths;
     for (const Face& face : mesh.faces) {
@@ -78,7 +69,7 @@ TEST(Remesh, MakesSmoothSurfacesEven) {
     for (const TriMesh* mesh : {&sphere, &rock}) {
         for (const double l : {0.6, 1.0, 2.0}) {  // the edges are 0.7 long
             const TriMesh result = remeshed(*mesh, {.edge_length = l});
-            EXPECT_TRUE(is_closed_manifold(result));
+            EXPECT_TRUE(reference::is_closed_manifold(result));
             EXPECT_GT(share_within(edges_of(result), 0.6 * l, 1.6 * l), 0.99);
             EXPECT_GT(smallest_angle(result), 28.0) << l;
             EXPECT_LT(surface_distance(*mesh, result).rms(), 0.05 * l);
@@ -90,7 +81,7 @@ TEST(Remesh, MakesSmoothSurfacesEven) {
 TEST(Remesh, KeepsSharpEdgesAndCorners) {
     const TriMesh box = mesh_of(shapes::box({0, 0, 0}, {10, 20, 30}));
     const TriMesh result = remeshed(box, {.edge_length = 1});
-    EXPECT_TRUE(is_closed_manifold(result));
+    EXPECT_TRUE(reference::is_closed_manifold(result));
     EXPECT_NEAR(reference::signed_volume(result), 6000, 0.01);
     EXPECT_GT(share_within(edges_of(result), 0.6, 1.6), 0.99);
     EXPECT_GT(smallest_angle(result), 20.0);
@@ -176,7 +167,7 @@ TEST(Remesh, FollowsASizingField) {
         lengths.push_back(mesh.corner_position(face, 0).z > 0 ? 0.4F : 1.2F);
     }
     const TriMesh result = remeshed(mesh, {.face_lengths = lengths});
-    EXPECT_TRUE(is_closed_manifold(result));
+    EXPECT_TRUE(reference::is_closed_manifold(result));
     std::vector<double> above;
     std::vector<double> below;
     for (const Face& face : result.faces) {
@@ -197,7 +188,7 @@ TEST(Remesh, LeavesTheMeshAloneForLengthsThatAreNone) {
     const std::vector<float> too_few(5, 1.0F);
     EXPECT_EQ(reference::difference(remeshed(mesh, {.face_lengths = too_few}), mesh), "");
     // One that is far too long leaves a body all the same.
-    EXPECT_TRUE(is_closed_manifold(remeshed(mesh, {.edge_length = 1e6})));
+    EXPECT_TRUE(reference::is_closed_manifold(remeshed(mesh, {.edge_length = 1e6})));
     SoupVector broken = shapes::rock(10, 2);
     broken[10] = std::numeric_limits<float>::quiet_NaN();
     broken[50] = 3e38F;

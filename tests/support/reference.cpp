@@ -403,6 +403,23 @@ Flaws detect(TriMesh mesh) {
     return Detector(mesh).run();
 }
 
+bool is_closed_manifold(const TriMesh& mesh) {
+    using Side = std::pair<std::int32_t, std::int32_t>;
+    std::vector<Side> sides;
+    std::vector<Side> turned;
+    for (const Face& face : mesh.faces) {
+        if (face.deleted != 0) continue;
+        for (std::size_t c = 0; c < 3; ++c) {
+            sides.emplace_back(face.vertex[c], face.vertex[(c + 1) % 3]);
+            turned.emplace_back(sides.back().second, sides.back().first);
+        }
+    }
+    std::sort(sides.begin(), sides.end());
+    std::sort(turned.begin(), turned.end());
+    const bool is_once = std::adjacent_find(sides.begin(), sides.end()) == sides.end();
+    return !sides.empty() && is_once && sides == turned;
+}
+
 std::string difference(const TriMesh& a, const TriMesh& b) {
     const auto compare = [](const char* what, const auto& x, const auto& y) -> std::string {
         if (x.size() != y.size()) {

@@ -59,6 +59,9 @@ struct Flaws {
 };
 Flaws detect(TriMesh mesh);
 
+/// True when every edge is held by two live faces in opposite directions. An empty mesh is not.
+bool is_closed_manifold(const TriMesh& mesh);
+
 /// Where two meshes differ in faces, vertices or texture coordinates, by bits; empty when they
 /// agree.
 std::string difference(const TriMesh& a, const TriMesh& b);

@@ -68,18 +68,6 @@ SoupVector cube(float half) {
     return shapes::box({-half, -half, -half}, {half, half, half});
 }
 
-bool is_closed_manifold(TriMesh& mesh) {
-    const EdgeMates mates(mesh);
-    for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
-        for (std::size_t e = 0; e < 3; ++e) {
-            if (mates.kind(f, e) != EdgeMates::Kind::Manifold || mates.is_same_direction(f, e)) {
-                return false;
-            }
-        }
-    }
-    return true;
-}
-
 // Triangles of every kind: large, needle, smaller than a voxel, in a grid plane, without area.
 TEST(FormVoxels, TakesTheGridPointsThatTheRulesName) {
     shapes::Random random(11);
@@ -214,7 +202,7 @@ TEST(Surface, OfASolidIsClosedAndHoldsItsCubes) {
         form_surface(grid, run.context);
         TriMesh mesh;
         export_voxels(mesh, grid, run.context);
-        EXPECT_TRUE(is_closed_manifold(mesh)) << size;
+        EXPECT_TRUE(reference::is_closed_manifold(mesh)) << size;
         EXPECT_NEAR(signed_volume(mesh), cubes(grid), 1e-5 * cubes(grid)) << size;
         EXPECT_EQ(grid.size() == 1, mesh.faces.size() == 12) << size;
     }
@@ -245,7 +233,7 @@ TEST(Surface, HandsPiecesBack) {
     ASSERT_EQ(all.size(), 3U);
     double sum = 0;
     for (TriMesh piece : all) {
-        EXPECT_TRUE(is_closed_manifold(piece));
+        EXPECT_TRUE(reference::is_closed_manifold(piece));
         sum += signed_volume(piece);
     }
     EXPECT_NEAR(sum, cubes(grid), 1e-3);
