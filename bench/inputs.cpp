@@ -17,6 +17,7 @@
 
 #include "io/obj.h"
 #include "io/stl.h"
+#include "mesh/bounds.h"
 
 namespace povmesh::bench {
 namespace {
@@ -260,6 +261,10 @@ std::size_t triangle_count(const std::string& input) {
     return soup(input).size() / 9;
 }
 
+double diagonal(const TriMesh& mesh) {
+    return length(to_double(finite_bounds(mesh).extent()));
+}
+
 std::string model_file(const std::string& name) {
     const char* folder = std::getenv("POVMESH_MODELS");
     if (folder == nullptr) return {};
@@ -325,6 +330,19 @@ void add(const std::string& operation, const std::vector<std::string>& inputs, F
         };
 #ifndef __clang_analyzer__  // sees a leak in the library, which keeps the object in a global list
         benchmark::RegisterBenchmark(name.c_str(), run)
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime();
+#endif
+    }
+}
+
+void add_named(const std::string& operation, const std::vector<std::string>& names,
+               Function function) {
+    for (const std::string& name : names) {
+        const std::string title = std::string(operation).append("/").append(name);
+        const auto run = [function, name](benchmark::State& state) { function(state, name); };
+#ifndef __clang_analyzer__  // as above
+        benchmark::RegisterBenchmark(title.c_str(), run)
             ->Unit(benchmark::kMillisecond)
             ->UseRealTime();
 #endif

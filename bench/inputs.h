@@ -31,6 +31,9 @@ const TriMesh& mesh(const std::string& input);
 
 std::size_t triangle_count(const std::string& input);
 
+/// Of the bounding box.
+double diagonal(const TriMesh& mesh);
+
 /// The file NAME.stl or NAME.obj in the folder that the environment variable POVMESH_MODELS names;
 /// empty when there is none.
 std::string model_file(const std::string& name);
@@ -65,6 +68,10 @@ std::string scratch_file(const std::string& name);
 /// twice counts once. `function` is called with the state and the input's name.
 using Function = void (*)(benchmark::State& state, const std::string& input);
 void add(const std::string& operation, const std::vector<std::string>& inputs, Function function);
+
+/// The same for names of a program's own: `operation/name`, without a count of triangles.
+void add_named(const std::string& operation, const std::vector<std::string>& names,
+               Function function);
 
 /// Times `work(item)` on a fresh `prepare()` per iteration. Preparing, and destroying item and result, are
 /// not counted, nor is a first turn: on a virtual machine memory that has not been used for a while comes

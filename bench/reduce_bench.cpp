@@ -47,12 +47,6 @@ constexpr double kTenth = 0.1;
 constexpr double kLeastKept = 0.05;
 constexpr double kFloorBytes = 1500;
 
-double diagonal(const TriMesh& mesh) {
-    Box3f box;
-    for (const Vertex& vertex : mesh.vertices) box.widen(vertex.position());
-    return length(to_double(box.extent()));
-}
-
 // The quality of a result, measured once: a benchmark is run several times.
 void report_quality(benchmark::State& state, const std::string& operation, const std::string& input,
                     const TriMesh& source, TriMesh result) {

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "inputs.h"
+#include "mesh/bounds.h"
 #include "mesh/surface_distance.h"
 #include "remesh/remesh.h"
 
@@ -59,12 +60,6 @@ Shape shape_of(const TriMesh& mesh) {
     return shape;
 }
 
-double diagonal(const TriMesh& mesh) {
-    Box3f box;
-    for (const Vertex& vertex : mesh.vertices) box.widen(vertex.position());
-    return length(to_double(box.extent()));
-}
-
 void report_quality(benchmark::State& state, const std::string& name, const TriMesh& source,
                     const TriMesh& result) {
     static std::map<std::string, double> known;  // a benchmark is run several times
@@ -102,9 +97,7 @@ void remesh_twice(benchmark::State& state, const std::string& input) {
 // What colouring a model by its strength asks for: a mean extent of 100, an edge of 1.
 void remesh_normal(benchmark::State& state, const std::string& input) {
     TriMesh source = mesh(input);
-    Box3f box;
-    for (const Vertex& v : source.vertices) box.widen(v.position());
-    const Vec3f extent = box.extent();
+    const Vec3f extent = finite_bounds(source).extent();
     const float scale = 300.0F / (extent.x + extent.y + extent.z);
     for (Vertex& v : source.vertices) {
         v.x *= scale;

@@ -214,38 +214,28 @@ void self_intersections_cgal(benchmark::State& state, const std::string& name) {
 }
 #endif
 
-void add_own(const std::string& operation, const std::vector<std::string>& names,
-             Function function) {
-    for (const std::string& name : names) {
-        const std::string title = std::string(operation).append("/").append(name);
-        benchmark::RegisterBenchmark(
-            title.c_str(), [function, name](benchmark::State& state) { function(state, name); })
-            ->Unit(benchmark::kMillisecond)
-            ->UseRealTime();
-    }
-}
-
 }  // namespace
 }  // namespace povmesh::bench
 
 int main(int argc, char** argv) {
     using namespace povmesh::bench;  // NOLINT(google-build-using-namespace)
     const std::vector<std::string> many = {"apart_1000_large", "meeting_1000_large"};
-    add_own("separate", {"apart_1000_large", "meeting_1000_large", "heap_100k_small", "rock_1311k"},
-            separate);
-    add_own("group",
-            {"apart_1000_large", "meeting_1000_large", "chain_200", "bubbles_10k",
-             "heap_100k_small", "heap_100k_large", "star_100k"},
-            group);
-    add_own("classify", {"bubbles_10k", "meeting_1000_large"}, classify);
-    add_own("self_intersections",
-            {"rock_328k", "rock_1311k", "rock_1311k_random", "meeting_1000_large", "fan_100k",
-             "book_100k", "star_100k"},
-            self_intersections);
+    add_named("separate",
+              {"apart_1000_large", "meeting_1000_large", "heap_100k_small", "rock_1311k"},
+              separate);
+    add_named("group",
+              {"apart_1000_large", "meeting_1000_large", "chain_200", "bubbles_10k",
+               "heap_100k_small", "heap_100k_large", "star_100k"},
+              group);
+    add_named("classify", {"bubbles_10k", "meeting_1000_large"}, classify);
+    add_named("self_intersections",
+              {"rock_328k", "rock_1311k", "rock_1311k_random", "meeting_1000_large", "fan_100k",
+               "book_100k", "star_100k"},
+              self_intersections);
 #ifdef POVMESH_BENCH_PEERS
-    add_own("separate_cgal", {"apart_1000_large"}, separate_cgal);
-    add_own("group_cgal", many, group_cgal);
-    add_own("self_intersections_cgal", {"rock_328k", "rock_1311k"}, self_intersections_cgal);
+    add_named("separate_cgal", {"apart_1000_large"}, separate_cgal);
+    add_named("group_cgal", many, group_cgal);
+    add_named("self_intersections_cgal", {"rock_328k", "rock_1311k"}, self_intersections_cgal);
 #endif
     return run(argc, argv);
 }

@@ -247,39 +247,28 @@ void hollow_400(benchmark::State& state, const std::string& /*name*/) {
         });
 }
 
-void add_own(const std::string& operation, const std::vector<std::string>& names,
-             Function function) {
-    for (const std::string& name : names) {
-        const std::string title = std::string(operation).append("/").append(name);
-        benchmark::RegisterBenchmark(
-            title.c_str(), [function, name](benchmark::State& state) { function(state, name); })
-            ->Unit(benchmark::kMillisecond)
-            ->UseRealTime();
-    }
-}
-
 }  // namespace
 }  // namespace povmesh::bench
 
 int main(int argc, char** argv) {
     using namespace povmesh::bench;  // NOLINT(google-build-using-namespace)
     const std::vector<std::string> balls = {"ball_1m", "ball_10m"};
-    add_own("voxel_build", balls, voxel_build);
-    add_own("voxel_build_map", balls, voxel_build_map);
-    add_own("voxel_walk", balls, voxel_walk);
-    add_own("voxel_walk_map", balls, voxel_walk_map);
-    add_own("voxel_faces", balls, voxel_faces);
-    add_own("voxel_faces_map", balls, voxel_faces_map);
-    add_own("voxel_peel", balls, voxel_peel);
-    add_own("voxel_peel_map", balls, voxel_peel_map);
-    add_own("voxel_fill", balls, voxel_fill);
-    add_own("voxel_fill_map", balls, voxel_fill_map);
+    add_named("voxel_build", balls, voxel_build);
+    add_named("voxel_build_map", balls, voxel_build_map);
+    add_named("voxel_walk", balls, voxel_walk);
+    add_named("voxel_walk_map", balls, voxel_walk_map);
+    add_named("voxel_faces", balls, voxel_faces);
+    add_named("voxel_faces_map", balls, voxel_faces_map);
+    add_named("voxel_peel", balls, voxel_peel);
+    add_named("voxel_peel_map", balls, voxel_peel_map);
+    add_named("voxel_fill", balls, voxel_fill);
+    add_named("voxel_fill_map", balls, voxel_fill_map);
     const std::vector<std::string> models = boxed_inputs({100, 200, 400, 790});
-    add_own("form_voxels", models, form_voxels_of);
-    add_own("voxelise_fill", models, voxelise_and_fill);
-    add_own("fill_rows", models, fill_rows_of);
-    add_own("export_voxels", models, export_of);
-    add_own("hollow_only", {"ball_400"}, hollow_400<false>);
-    add_own("hollow_reduced", {"ball_400"}, hollow_400<true>);
+    add_named("form_voxels", models, form_voxels_of);
+    add_named("voxelise_fill", models, voxelise_and_fill);
+    add_named("fill_rows", models, fill_rows_of);
+    add_named("export_voxels", models, export_of);
+    add_named("hollow_only", {"ball_400"}, hollow_400<false>);
+    add_named("hollow_reduced", {"ball_400"}, hollow_400<true>);
     return run(argc, argv);
 }

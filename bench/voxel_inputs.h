@@ -6,6 +6,7 @@
 
 #include "base/vec.h"
 #include "inputs.h"
+#include "mesh/bounds.h"
 #include "mesh/tri_mesh.h"
 #include "support/shapes.h"
 
@@ -29,9 +30,7 @@ inline const TriMesh& boxed_mesh(const std::string& name) {
 }
 
 inline Vec3f boxed_size(const std::string& name) {
-    Box3f box;
-    for (const Vertex& vertex : boxed_mesh(name).vertices) box.widen(vertex.position());
-    const Vec3f extent = box.extent();
+    const Vec3f extent = finite_bounds(boxed_mesh(name)).extent();
     const float longest = std::max({extent.x, extent.y, extent.z});
     const float size = longest / std::stof(name.substr(name.rfind('_') + 1));
     return {size, size, size};
