@@ -94,34 +94,20 @@ private:
     }
 
     bool try_flip(std::uint32_t h) {
+        if (!surface_.can_flip(h)) return false;
         const std::uint32_t g = surface_.opposites[h];
-        if (g == HalfEdgeMesh::kNone || surface_.is_feature[h] != 0) return false;
-        const std::int32_t a = surface_.origin(h);
-        const std::int32_t b = surface_.target(h);
-        const std::int32_t c = surface_.apex(h);
-        const std::int32_t d = surface_.apex(g);
-        if (c == d || surface_.uses[index(a)] <= 3 || surface_.uses[index(b)] <= 3) return false;
-        const Triangle first = {at(d), at(c), at(a)};
-        const Triangle second = {at(c), at(d), at(b)};
+        const Vec3d c = at(surface_.apex(h));
+        const Vec3d d = at(surface_.apex(g));
+        const Triangle first = {d, c, at(surface_.origin(h))};
+        const Triangle second = {c, d, at(surface_.target(h))};
         const double before =
             std::max(worst_cosine(triangle(h / 3)), worst_cosine(triangle(g / 3)));
         const double after = std::max(worst_cosine(first), worst_cosine(second));
         if (!(after < before - kLeastGain)) return false;
         const Vec3d old = surface_.normal(h / 3) + surface_.normal(g / 3);
         if (turns(old, normal_of(first)) || turns(old, normal_of(second))) return false;
-        bool is_new = true;
-        if (is_crowded(c) || is_crowded(d)) return false;
-        surface_.around(c, [&](std::uint32_t e) {
-            if (surface_.target(e) == d || surface_.apex(e) == d) is_new = false;
-        });
-        if (!is_new) return false;
         surface_.flip(h);
         return true;
-    }
-
-    static bool turns(Vec3d before, Vec3d after) {
-        const double d = dot(before, after);
-        return !(d > 0 && d * d > 0.25 * dot(before, before) * dot(after, after));
     }
 
     // The mean direction of the faces at a vertex, by area.

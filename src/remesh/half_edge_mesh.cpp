@@ -101,48 +101,55 @@ void HalfEdgeMesh::join(std::uint32_t h, std::uint32_t g) {
 std::int32_t HalfEdgeMesh::split(std::uint32_t h, Vec3d place) {
     const std::uint32_t g = opposites[h];
     const std::int32_t b = target(h);
-    const std::int32_t c = apex(h);
     const auto m = static_cast<std::int32_t>(positions.size());
     positions.push_back(place);
     kinds.push_back(is_feature[h] != 0 ? Line : Free);
     uses.push_back(g == kNone ? 2 : 4);
-    ++uses[index(c)];
+    starts.push_back(kNone);
+    const std::uint32_t from_m = split_side(h, m);  // m -> b
+    starts[index(m)] = from_m;
+    starts[index(b)] = next(from_m);
+    opposites[from_m] = kNone;
+    if (g == kNone) return m;
+    const std::uint32_t back = split_side(g, m);  // m -> a
+    starts[index(target(back))] = h;
+    join(h, back);
+    join(from_m, g);
+    return m;
+}
 
-    // (a, b, c) becomes (a, m, c), and (m, b, c) is new.
-    const std::uint32_t n = 3 * new_triangle();
+// The triangle (p, q, r) of the half-edge p -> q becomes (p, m, r), and (m, q, r) is new. Returns the
+// half-edge m -> q of that; what lies beyond p -> m and m -> q is not joined.
+std::uint32_t HalfEdgeMesh::split_side(std::uint32_t h, std::int32_t m) {
     const std::uint32_t hn = next(h);
-    triangles[n / 3] = {m, b, c};
+    const std::uint32_t n = 3 * new_triangle();
+    triangles[n / 3] = {m, target(h), apex(h)};
     triangles[hn / 3][hn % 3] = m;
+    ++uses[index(apex(h))];
     is_feature[n] = is_feature[h];
-    is_feature[n + 1] = is_feature[hn];
     is_locked[n] = is_locked[h];
+    is_feature[n + 1] = is_feature[hn];
     is_locked[n + 1] = is_locked[hn];
     is_feature[n + 2] = is_feature[hn] = 0;
     is_locked[n + 2] = is_locked[hn] = 0;
+    opposites[n + 1] = kNone;
     join(n + 1, opposites[hn]);
     join(n + 2, hn);
-    opposites[n] = kNone;
-    starts.push_back(hn);
-    starts[index(b)] = n + 1;
-    if (g == kNone) return m;
+    return n;
+}
 
-    // (b, a, d) becomes (m, a, d), and (b, m, d) is new.
-    const std::uint32_t gp = previous(g);
-    const std::int32_t d = origin(gp);
-    ++uses[index(d)];
-    const std::uint32_t k = 3 * new_triangle();
-    triangles[k / 3] = {b, m, d};
-    triangles[g / 3][g % 3] = m;
-    is_feature[k] = is_feature[g];
-    is_feature[k + 2] = is_feature[gp];
-    is_locked[k] = is_locked[g];
-    is_locked[k + 2] = is_locked[gp];
-    is_feature[k + 1] = is_feature[gp] = 0;
-    is_locked[k + 1] = is_locked[gp] = 0;
-    join(k + 2, opposites[gp]);
-    join(k + 1, gp);
-    join(n, k);
-    return m;
+bool HalfEdgeMesh::can_flip(std::uint32_t h) const {
+    const std::uint32_t g = opposites[h];
+    if (g == kNone || is_feature[h] != 0) return false;
+    const std::int32_t c = apex(h);
+    const std::int32_t d = apex(g);
+    if (c == d || uses[index(origin(h))] <= 3 || uses[index(target(h))] <= 3) return false;
+    if (uses[index(c)] > kMaxUses || uses[index(d)] > kMaxUses) return false;
+    bool is_new = true;
+    around(c, [&](std::uint32_t e) {
+        if (target(e) == d || apex(e) == d) is_new = false;
+    });
+    return is_new;
 }
 
 void HalfEdgeMesh::flip(std::uint32_t h) {

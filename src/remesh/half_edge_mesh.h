@@ -12,6 +12,15 @@
 
 namespace povmesh {
 
+/// True when a face with the first normal, of any length, would turn by more than 60 degrees to get
+/// the second one; also when either is none.
+inline bool turns(Vec3d before, Vec3d after) {
+    constexpr double kLeastCosine = 0.5;
+    const double d = dot(before, after);
+    return !(d > 0 &&
+             d * d > kLeastCosine * kLeastCosine * dot(before, before) * dot(after, after));
+}
+
 /// Triangles on flat arrays. Half-edge h = 3 * triangle + corner runs from that corner to the next
 /// one.
 ///
@@ -81,6 +90,10 @@ public:
     /// Puts a vertex on an edge. Returns the vertex; its kind is Line on a feature, else Free.
     std::int32_t split(std::uint32_t h, Vec3d place);
 
+    /// True when the edge is no feature, has two triangles, and turning it would neither double an
+    /// edge nor leave a vertex with two triangles. Not where it would end at a crowded vertex.
+    bool can_flip(std::uint32_t h) const;
+
     /// Turns an edge with two triangles within their quadrilateral. The half-edge keeps its number.
     void flip(std::uint32_t h);
 
@@ -92,6 +105,7 @@ public:
 
 private:
     std::uint32_t new_triangle();
+    std::uint32_t split_side(std::uint32_t h, std::int32_t m);
     void join(std::uint32_t h, std::uint32_t g);
     void remove_side(std::uint32_t h);
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/parallel.h"
+#include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
 #include "mesh/shells.h"
 #include "remesh/collapse_queue.h"
@@ -74,13 +75,9 @@ public:
     // Row b joins row a. Both are read beforehand, so that they name live faces only.
     void join(std::size_t a, std::size_t b) {
         const std::size_t size = std::size_t{sizes_[a]} + sizes_[b];
-        if (starts_[a] + sizes_[a] != pool_.size()) {
-            if (pool_.size() + size > pool_.capacity()) pack(size);
-            const std::size_t start = pool_.size();
-            append(a);
-            starts_[a] = start;
-        } else if (pool_.size() + sizes_[b] > pool_.capacity()) {
-            pack(size);
+        if (pool_.size() + size > pool_.capacity()) pack(size);
+        const bool is_last = starts_[a] + sizes_[a] == pool_.size();
+        if (!is_last) {
             const std::size_t start = pool_.size();
             append(a);
             starts_[a] = start;
@@ -263,8 +260,7 @@ private:
 
     // Quadrics lose digits far from their origin.
     static Vec3d middle(const TriMesh& mesh) {
-        Box3f box;
-        for (const Vertex& v : mesh.vertices) box.widen(v.position());
+        const Box3f box = finite_bounds(mesh);
         if (box.is_empty()) return {};
         return (to_double(box.low) + to_double(box.high)) * 0.5;
     }

@@ -37,16 +37,8 @@ constexpr double kLongest = 1.55;
 // which grows with its square, is less than that of a surface without relaxation.
 constexpr double kAim = 0.92;
 
-// A face may turn this far (cosine) when an edge collapses or flips, or a vertex moves.
-constexpr double kLeastCosine = 0.5;
-
 double squared(double x) {
     return x * x;
-}
-
-bool turns(Vec3d before, Vec3d after) {
-    const double d = dot(before, after);
-    return !(d > 0 && d * d > squared(kLeastCosine) * dot(before, before) * dot(after, after));
 }
 
 // The feature lines as triangles that are lines, for the search of their nearest point.
@@ -289,34 +281,18 @@ private:
     }
 
     bool may_flip(std::uint32_t h) const {
+        if (!surface_.can_flip(h)) return false;
         const std::uint32_t g = surface_.opposites[h];
-        const std::int32_t a = surface_.origin(h);
-        const std::int32_t b = surface_.target(h);
-        const std::int32_t c = surface_.apex(h);
-        const std::int32_t d = surface_.apex(g);
-        if (c == d || surface_.uses[index(a)] <= 3 || surface_.uses[index(b)] <= 3) return false;
-        const Vec3d pa = surface_.position(a);
-        const Vec3d pb = surface_.position(b);
-        const Vec3d pc = surface_.position(c);
-        const Vec3d pd = surface_.position(d);
-        const Vec3d before_1 = surface_.normal(h / 3);
-        const Vec3d before_2 = surface_.normal(g / 3);
-        const Vec3d after_1 = cross(pd - pa, pc - pa);
-        const Vec3d after_2 = cross(pc - pb, pd - pb);
-        if (turns(before_1, after_1) || turns(before_1, after_2) || turns(before_2, after_1) ||
-            turns(before_2, after_2)) {
-            return false;
+        const Vec3d a = surface_.position(surface_.origin(h));
+        const Vec3d b = surface_.position(surface_.target(h));
+        const Vec3d c = surface_.position(surface_.apex(h));
+        const Vec3d d = surface_.position(surface_.apex(g));
+        const Vec3d first = cross(d - a, c - a);
+        const Vec3d second = cross(c - b, d - b);
+        for (const Vec3d before : {surface_.normal(h / 3), surface_.normal(g / 3)}) {
+            if (turns(before, first) || turns(before, second)) return false;
         }
-        bool is_new = true;
-        surface_.around(surface_.uses[index(c)] < surface_.uses[index(d)] ? c : d,
-                        [&](std::uint32_t e) {
-                            const std::int32_t other =
-                                surface_.uses[index(c)] < surface_.uses[index(d)] ? d : c;
-                            if (surface_.target(e) == other || surface_.apex(e) == other) {
-                                is_new = false;
-                            }
-                        });
-        return is_new;
+        return true;
     }
 
     // Draws every vertex to the middle of its neighbours, along the surface, and back onto the
@@ -499,10 +475,9 @@ double raising(const TriMesh& mesh, const Array<float>& face_lengths, double edg
     return factor;
 }
 
-bool is_finite(const TriMesh& mesh) {
-    return std::all_of(mesh.vertices.begin(), mesh.vertices.end(), [](const Vertex& v) {
-        return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
-    });
+bool has_finite_vertices(const TriMesh& mesh) {
+    return std::all_of(mesh.vertices.begin(), mesh.vertices.end(),
+                       [](const Vertex& v) { return is_finite(v.position()); });
 }
 
 }  // namespace
@@ -512,7 +487,7 @@ void remesh(TriMesh& mesh, const RemeshOptions& options, RunContext& run) {
     const bool has_field = !options.face_lengths.empty();
     if (has_field && options.face_lengths.size() != mesh.faces.size()) return;
     if (!has_field && !(options.edge_length > 0 && std::isfinite(options.edge_length))) return;
-    if (live_face_count(mesh) == 0 || !is_finite(mesh)) return;
+    if (live_face_count(mesh) == 0 || !has_finite_vertices(mesh)) return;
     used.edge_length *= kAim;
     Array<float> lengths = usable_lengths(mesh, options.face_lengths);
     for (float& l : lengths) l *= static_cast<float>(kAim);
