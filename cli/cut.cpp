@@ -13,6 +13,7 @@
 #include "cli/numbers.h"
 #include "cli/pieces.h"
 #include "cut/cut.h"
+#include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
 #include "mesh/shells.h"
 
@@ -36,15 +37,6 @@ struct Outcome {
         failure = text;
     }
 };
-
-Box3d box_of(const TriMesh& mesh) {
-    Box3d box;
-    for (const Vertex& vertex : mesh.vertices) {
-        const Vec3d p = to_double(vertex.position());
-        if (std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z)) box.widen(p);
-    }
-    return box;
-}
 
 // True when each edge is held by an even number of faces, so that the faces enclose something.
 bool encloses(TriMesh& mesh) {
@@ -92,8 +84,8 @@ private:
         options.plane.direction = n.y == 0 && n.z == 0 ? Vec3d{0, 1, 0} : Vec3d{1, 0, 0};
         if (arguments_.has("--point")) {
             options.plane.point = arguments_.vector("--point");
-        } else if (const Box3d box = box_of(model_.mesh); !box.is_empty()) {
-            options.plane.point = box.low * 0.5 + box.high * 0.5;
+        } else if (const Box3f box = finite_bounds(model_.mesh); !box.is_empty()) {
+            options.plane.point = to_double(box.low) * 0.5 + to_double(box.high) * 0.5;
         }
         options.connectors.count = static_cast<std::uint32_t>(arguments_.number("--pegs"));
         options.connectors.radius = arguments_.number("--peg-radius");

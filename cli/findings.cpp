@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
 #include "mesh/self_intersection.h"
 #include "mesh/shell_nesting.h"
@@ -20,10 +21,6 @@
 
 namespace povmesh::cli {
 namespace {
-
-bool is_finite(Vec3f p) {
-    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
-}
 
 void list_face(FlawFinding& finding, std::uint32_t face) {
     std::vector<std::uint32_t>& faces = finding.faces;
@@ -57,9 +54,7 @@ void list_faces(const TriMesh& mesh, std::span<const std::uint32_t> faces, FlawF
 void measure(const TriMesh& mesh, Findings& findings) {
     findings.vertices = mesh.vertices.size();
     findings.volume = signed_volume(mesh);
-    for (const Vertex& vertex : mesh.vertices) {
-        if (is_finite(vertex.position())) findings.box.widen(vertex.position());
-    }
+    findings.box = finite_bounds(mesh);
     findings.has_labels = std::any_of(mesh.faces.begin(), mesh.faces.end(),
                                       [](const Face& face) { return face.label >= 0; });
 }

@@ -131,7 +131,8 @@ std::span<const OperationSpec> operations() {
             .name = "cut",
             .summary = "Divide a model with a plane",
             .description =
-                "Cuts each model that the plane divides and closes the openings, so that the pieces "
+                "Cuts each model that the plane divides and closes the openings, so that the "
+                "pieces "
                 "of a closed model are closed. Writes DIR/NAME_001.stl and so on, NAME being that "
                 "of IN: of each model first the piece that the normal points away from.",
             .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
@@ -153,7 +154,8 @@ std::span<const OperationSpec> operations() {
                          .help = "A point of the plane, by default the middle of the model"},
                         {.name = "--no-caps", .help = "Leave the openings open"},
                         {.name = "--mirror",
-                         .help = "Keep the side that the normal points to and add its mirror image"},
+                         .help =
+                             "Keep the side that the normal points to and add its mirror image"},
                         {.name = "--pegs",
                          .type = ValueType::Number,
                          .placeholder = "COUNT",
@@ -244,7 +246,8 @@ std::span<const OperationSpec> operations() {
             .name = "hollow",
             .summary = "Make a shell of a solid model",
             .description =
-                "Finds the cavity that leaves a wall of the thickness, and writes the model with it. "
+                "Finds the cavity that leaves a wall of the thickness, and writes the model with "
+                "it. "
                 "Works on voxels of 0.4 to 2 units, so that the wall is right within about 1.4 of "
                 "them; a wall is at least 0.5 thick.",
             .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
@@ -270,9 +273,9 @@ std::span<const OperationSpec> operations() {
         OperationSpec{
             .name = "voxelize",
             .summary = "Make a model of cubes",
-            .description =
-                "Writes the surface of the cubes that the model fills. What the model encloses counts "
-                "as filled, but for cavities; colours of OBJ files are kept.",
+            .description = "Writes the surface of the cubes that the model fills. What the model "
+                           "encloses counts "
+                           "as filled, but for cavities; colours of OBJ files are kept.",
             .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
             .options = {{.name = "--output",
                          .short_name = "-o",
@@ -305,7 +308,8 @@ std::span<const OperationSpec> operations() {
         OperationSpec{
             .name = "render",
             .summary = "Draw a picture of a model",
-            .description = "Draws the models together in parallel projection and writes a PNG file.",
+            .description =
+                "Draws the models together in parallel projection and writes a PNG file.",
             .positionals = {{"FILE", true, "STL files, binary or ASCII, and OBJ files"}},
             .options = {{.name = "--output",
                          .short_name = "-o",

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "cli/numbers.h"
+#include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
 #include "mesh/volume.h"
 
@@ -39,11 +40,7 @@ Piece piece_of(TriMesh& mesh, std::size_t shells) {
     piece.triangles = mesh.faces.size();
     piece.shells = shells;
     piece.volume = signed_volume(mesh);
-    for (const Vertex& vertex : mesh.vertices) {
-        if (std::isfinite(vertex.x) && std::isfinite(vertex.y) && std::isfinite(vertex.z)) {
-            piece.box.widen(vertex.position());
-        }
-    }
+    piece.box = finite_bounds(mesh);
     piece.is_closed = is_closed(mesh);
     return piece;
 }

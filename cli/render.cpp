@@ -16,6 +16,7 @@
 #include "cli/picture/picture.h"
 #include "cli/section.h"
 #include "io/file.h"
+#include "mesh/bounds.h"
 #include "mesh/separation.h"
 
 namespace povmesh::cli {
@@ -59,12 +60,8 @@ Status write_file(const std::string& path, const Array<char>& content) {
 }
 
 Box3d box_of(const TriMesh& mesh) {
-    Box3d box;
-    for (const Vertex& vertex : mesh.vertices) {
-        const Vec3d p = to_double(vertex.position());
-        if (std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z)) box.widen(p);
-    }
-    return box;
+    const Box3f box = finite_bounds(mesh);
+    return box.is_empty() ? Box3d{} : Box3d{to_double(box.low), to_double(box.high)};
 }
 
 // A model of the picture and what is to be said about it.

@@ -36,10 +36,6 @@ Vec3d to_viewer(View view) {
     return Vec3d{1, -1, 1} / std::sqrt(3.0);
 }
 
-bool is_finite(Vec3f p) {
-    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
-}
-
 }  // namespace
 
 Camera::Camera(const Scene& scene, const RenderOptions& options) {

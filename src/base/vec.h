@@ -36,6 +36,11 @@ T length(Vec3<T> a) {
 }
 
 template <typename T>
+bool is_finite(Vec3<T> a) {
+    return std::isfinite(a.x) && std::isfinite(a.y) && std::isfinite(a.z);
+}
+
+template <typename T>
 constexpr Vec3d to_double(Vec3<T> a) {
     return {static_cast<double>(a.x), static_cast<double>(a.y), static_cast<double>(a.z)};
 }

@@ -6,10 +6,6 @@
 namespace povmesh {
 namespace {
 
-bool is_finite(Vec3d v) {
-    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
-}
-
 // Of unit length; zero when there is none. Scaled first, so that no length over- or underflows.
 Vec3d unit(Vec3d v) {
     const double size = std::max({std::abs(v.x), std::abs(v.y), std::abs(v.z)});

@@ -6,6 +6,7 @@
 #include <tuple>
 
 #include "base/parallel.h"
+#include "mesh/bounds.h"
 
 namespace povmesh {
 namespace {
@@ -21,15 +22,8 @@ constexpr double kRounding = 0x1p-22;
 // The sign of a vertex that has no height.
 constexpr std::int8_t kNowhere = 2;
 
-bool is_finite(Vec3f p) {
-    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
-}
-
 double snap_distance(const TriMesh& model) {
-    Box3f box;
-    for (const Vertex& vertex : model.vertices) {
-        if (is_finite(vertex.position())) box.widen(vertex.position());
-    }
+    const Box3f box = finite_bounds(model);
     if (box.is_empty()) return 0;
     const Vec3d low = to_double(box.low);
     const Vec3d high = to_double(box.high);

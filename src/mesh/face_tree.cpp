@@ -17,10 +17,6 @@ struct Entry {
     std::uint32_t source;
 };
 
-bool is_finite(Vec3f p) {
-    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
-}
-
 // The centres only order the entries; an infinite box may stand anywhere.
 float finite_or_0(float value) {
     return std::isfinite(value) ? value : 0.0F;

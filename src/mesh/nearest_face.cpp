@@ -51,10 +51,6 @@ NearestPoint nearest_on_edges(Vec3d p, const Triangle3d& t) {
     return best;
 }
 
-bool is_finite(Vec3d p) {
-    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
-}
-
 }  // namespace
 
 NearestPoint nearest_on_triangle(Vec3d p, const Triangle3d& t) {

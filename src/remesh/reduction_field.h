@@ -8,6 +8,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "mesh/bounds.h"
 #include "remesh/collapse_mesh.h"
 #include "remesh/corner_attributes.h"
 #include "remesh/quadric.h"
@@ -27,8 +28,7 @@ inline constexpr double kAttributeScale = 0.01;
 class UnitFrame {
 public:
     explicit UnitFrame(const TriMesh& mesh) {
-        Box3f box;
-        for (const Vertex& v : mesh.vertices) box.widen(v.position());
+        const Box3f box = finite_bounds(mesh);
         if (box.is_empty()) return;
         const Vec3d low = to_double(box.low);
         const Vec3d high = to_double(box.high);

@@ -7,6 +7,7 @@
 
 #include "base/convert.h"
 #include "base/timer.h"
+#include "mesh/bounds.h"
 #include "voxel/outside.h"
 #include "voxel/relative_faces.h"
 
@@ -20,10 +21,6 @@ using Point = std::array<double, 3>;
 constexpr double kLeastNormal = 0.001;
 // Hosts have always got angles by this value.
 constexpr double kPi = 3.1415926;
-
-bool is_finite(Vec3f p) {
-    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
-}
 
 Point components(Vec3d v) {
     return {v.x, v.y, v.z};
@@ -349,9 +346,7 @@ VoxelGrid empty_grid(const ModelBox& model, const VoxelSettings& settings) {
 
 ModelBox model_box(const TriMesh& mesh) {
     ModelBox model;
-    for (const Vertex& vertex : mesh.vertices) {
-        if (is_finite(vertex.position())) model.box.widen(vertex.position());
-    }
+    model.box = finite_bounds(mesh);
     if (model.box.is_empty()) return model;
     const Vec3d low = to_double(model.box.low);
     const Vec3d high = to_double(model.box.high);
