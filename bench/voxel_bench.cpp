@@ -121,9 +121,8 @@ void voxel_build_map(benchmark::State& state, const std::string& name) {
 void voxel_walk(benchmark::State& state, const std::string& name) {
     const VoxelGrid& grid = solid(name);
     measure(state, [&] {
-        double sum = 0;
-        grid.for_each(
-            [&](const Voxel& voxel) { sum += static_cast<double>(voxel.centre.x) + voxel.flags; });
+        std::int64_t sum = 0;
+        grid.for_each([&](const Voxel& voxel) { sum += voxel.key + voxel.flags; });
         return sum;
     });
     set_items(state, grid.size());

@@ -71,10 +71,12 @@ std::uint32_t VoxelGrid::make_chunk(std::size_t word) {
 }
 
 VoxelGrid::Chunk& VoxelGrid::edit_flags(std::size_t word) {
+    ++edits_;
     return chunks_[make_chunk(word)];
 }
 
 void VoxelGrid::clear_flags() {
+    ++edits_;
     for (Chunk& chunk : chunks_) chunk = {};
 }
 
@@ -132,6 +134,7 @@ void VoxelGrid::set_flags(VoxelIndex index, std::uint8_t flags) {
 }
 
 void VoxelGrid::recount() {
+    ++edits_;
     size_ = 0;
     for (const std::uint64_t word : occupied_) {
         size_ += static_cast<std::size_t>(std::popcount(word));
@@ -139,6 +142,7 @@ void VoxelGrid::recount() {
 }
 
 void VoxelGrid::add_white(std::size_t word, std::uint64_t cells) {
+    ++edits_;
     occupied_[word] |= cells;
     const std::uint32_t chunk = chunk_of_[word];
     if (chunk == 0 || !(has_colours_ || settings_.keeps_angles)) return;
@@ -150,6 +154,7 @@ void VoxelGrid::add_white(std::size_t word, std::uint64_t cells) {
 }
 
 void VoxelGrid::remove(std::size_t word, std::uint64_t cells) {
+    ++edits_;
     occupied_[word] &= ~cells;
     if (chunk_of_[word] == 0) return;
     for (std::uint64_t& flags : chunks_[chunk_of_[word]].flags) flags &= ~cells;

@@ -126,6 +126,7 @@ public:
         if ((word & bit) == 0) {
             word |= bit;
             ++size_;
+            ++edits_;
             outside_is_valid = faces_are_valid = false;
         }
         if (has_colours_ || colour != kWhite) set_colour(cell, colour);
@@ -244,6 +245,7 @@ private:
     std::size_t rows_per_layer_ = 0;
     std::size_t layer_count_ = 0;
     std::size_t size_ = 0;
+    std::uint32_t edits_ = 0;  // counts changes of voxels and flags, for walks
     bool has_colours_ = false;
     Words occupied_;
     Words outside_;
@@ -263,6 +265,11 @@ constexpr std::int64_t kMostPaddedCells = std::int64_t{1} << 31;
 
 template <typename Visit>
 void VoxelGrid::for_each(Visit&& visit) const {
+    // The cells of a word for which there may be more to tell than that they are there.
+    const auto marked = [this](std::size_t word) {
+        if (!has_chunk(word)) return std::uint64_t{0};
+        return has_colours_ || settings_.keeps_angles ? ~std::uint64_t{0} : flags_of(word).any();
+    };
     for (std::size_t word = 0; word < word_count(); ++word) {
         std::uint64_t cells = occupied_[word];
         if (cells == 0) continue;
@@ -271,15 +278,27 @@ void VoxelGrid::for_each(Visit&& visit) const {
         voxel.index = first;
         voxel.centre = centre_of(first);
         const std::int64_t first_key = key_of(first);
+        std::uint32_t edits = edits_;
+        std::uint64_t to_read = marked(word);
         while (cells != 0) {
             const auto bit = static_cast<std::size_t>(std::countr_zero(cells));
             voxel.index.x = first.x + static_cast<std::int32_t>(bit);
             voxel.key = first_key + 2 * static_cast<std::int64_t>(bit);
             voxel.centre.x = place(voxel.index.x, settings_.size.x);
-            if (chunk_of_[word] != 0) read_payload(chunk_of_[word], bit, voxel);
+            if ((to_read >> bit & 1U) != 0) {
+                read_payload(chunk_of_[word], bit, voxel);
+            } else {
+                voxel.flags = 0;
+                voxel.colour = kWhite;
+                voxel.angle = kNoAngle;
+            }
             visit(std::as_const(voxel));
-            // What the visit erased or inserted ahead counts.
+            cells &= cells - 1;
+            if (edits_ == edits) continue;
+            // What the visit erased, inserted or marked ahead counts.
+            edits = edits_;
             cells = occupied_[word] & (~std::uint64_t{1} << bit);
+            to_read = marked(word);
         }
     }
 }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -107,6 +108,38 @@ struct Pair {
         }
     }
 };
+
+// Whatever a visit changes ahead of it, in its own word and in later ones, a walk finds as a map would.
+TEST(VoxelGrid, WalksOverWhatVisitsChange) {
+    VoxelSettings settings;
+    settings.size = {1, 1, 1};
+    VoxelGrid grid(settings, {{0, 0, 0}, {99, 3, 3}});
+    for (std::int32_t x = 0; x < 90; x += 3) grid.insert({x, 1, 1});
+    std::vector<std::array<int, 2>> seen;  // x and flags
+    grid.for_each([&](const Voxel& voxel) {
+        seen.push_back({voxel.index.x, voxel.flags});
+        const VoxelIndex next{voxel.index.x + 3, 1, 1};
+        switch (voxel.index.x % 9) {
+            case 0:
+                grid.set_flags(next, 5);
+                break;
+            case 3:
+                grid.erase(next);
+                grid.insert({next.x + 1, 1, 1});
+                grid.insert({next.x - 4, 1, 1});  // behind
+                break;
+            default:
+                break;
+        }
+    });
+    std::vector<std::array<int, 2>> expected;
+    for (int x = 0; x < 90; x += 9) {
+        for (const auto& found : {std::array{x, 0}, std::array{x + 3, 5}, std::array{x + 7, 0}}) {
+            expected.push_back(found);
+        }
+    }
+    EXPECT_EQ(seen, expected);
+}
 
 // Passes in any order, on flags fresh and stale, solid, sparse and hollow grids.
 TEST(VoxelPasses, AreThoseOfTheMap) {
