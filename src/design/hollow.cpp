@@ -16,6 +16,7 @@
 #include "voxel/passes.h"
 #include "voxel/surface.h"
 #include "voxel/voxelise.h"
+#include "voxel/wall.h"
 
 namespace povmesh {
 namespace {
@@ -61,30 +62,6 @@ std::int32_t layer_count(double thickness, double size) {
     return saturate_to<std::int32_t>((thickness - 0.5) / size + 1.0);
 }
 
-// A voxel whose squared distance to the outside, in voxels, is below this is too near to it.
-std::int64_t wall_limit(double thickness, double size) {
-    const auto is_wall = [&](double squared) {
-        return (std::sqrt(squared) - 1.0) * size < thickness - 1e-4 * size;
-    };
-    const double cells = std::max(thickness / size + 1.0, 0.0);
-    // Beyond any grid.
-    if (!(cells < 1e6)) return std::int64_t{1} << 40;
-    double limit = std::max(std::floor(cells * cells) - 2 * cells - 2, 0.0);
-    while (is_wall(limit)) ++limit;
-    return static_cast<std::int64_t>(limit);
-}
-
-void drop_wall(VoxelGrid& grid, const VoxelGrid::Words& outside, std::int64_t squared_limit) {
-    if (grid.is_empty()) return;
-    const VoxelGrid::Words wall = cells_within(grid, outside, squared_limit);
-    grid.for_each_word([&](std::size_t word) {
-        const std::uint64_t cells = grid.occupied()[word] & wall[word];
-        if (cells != 0) grid.remove(word, cells);
-    });
-    grid.recount();
-    grid.outside_is_valid = grid.faces_are_valid = false;
-}
-
 // The voxels of the cavity.
 VoxelGrid core_of(const TriMesh& mesh, float size, double thickness, HollowReport& report,
                   RunContext& run) {
@@ -98,7 +75,7 @@ VoxelGrid core_of(const TriMesh& mesh, float size, double thickness, HollowRepor
     run.progress.set(50);
     peel(grid, report.layers);
     if (report.layers >= 1) {
-        drop_wall(grid, outside, wall_limit(thickness, report.voxel_size));
+        drop_cells(grid, cells_within(grid, outside, wall_limit(thickness, report.voxel_size)));
         drop_edge_contacts(grid);
     }
     run.progress.set(60);
