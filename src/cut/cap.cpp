@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <tuple>
 
-#include "cut/loops.h"
 #include "cut/planar_triangulation.h"
+#include "mesh/loops.h"
 
 namespace povmesh {
 namespace {

@@ -1,4 +1,4 @@
-#include "cut/loops.h"
+#include "mesh/loops.h"
 
 #include <vector>
 
