@@ -26,14 +26,17 @@ double signed_volume(const TriMesh& mesh) {
     return sum / 6.0;
 }
 
+double face_area(const TriMesh& mesh, const Face& face) {
+    const Vec3d a = to_double(mesh.corner_position(face, 0));
+    return length(cross(to_double(mesh.corner_position(face, 1)) - a,
+                        to_double(mesh.corner_position(face, 2)) - a)) /
+           2;
+}
+
 double surface_area(const TriMesh& mesh) {
     return blocked_sum(mesh.faces.size(), [&](std::size_t f) {
         const Face& face = mesh.faces[f];
-        if (face.deleted != 0) return 0.0;
-        const Vec3d a = to_double(mesh.corner_position(face, 0));
-        return length(cross(to_double(mesh.corner_position(face, 1)) - a,
-                            to_double(mesh.corner_position(face, 2)) - a)) /
-               2;
+        return face.deleted != 0 ? 0.0 : face_area(mesh, face);
     });
 }
 

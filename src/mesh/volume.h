@@ -14,6 +14,9 @@ double volume(const TriMesh& mesh);
 /// The same sum with its sign: negative for a mesh that is wound inward.
 double signed_volume(const TriMesh& mesh);
 
+/// Area of a face in square model units.
+double face_area(const TriMesh& mesh, const Face& face);
+
 /// Area of the live faces in square model units, in double.
 double surface_area(const TriMesh& mesh);
 

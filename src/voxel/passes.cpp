@@ -65,23 +65,16 @@ private:
     std::size_t end_;  // bit of a row behind its last cell
 };
 
-// The cells that one more layer takes in, of those outside or of those enclosed. All are found before
-// the first is added. Margin and padding are outside, so that only growing outward meets them.
-void next_layer(const VoxelGrid& grid, bool goes_outward, Words& layer) {
-    const BoxMask in_box(grid);
-    grid.for_each_word([&](std::size_t word) {
-        const std::uint64_t outside = grid.outside()[word];
-        std::uint64_t open = ~grid.occupied()[word] & (goes_outward ? outside : ~outside);
-        if (open != 0) open &= any_neighbour(grid, grid.occupied(), word);
-        if (open != 0 && goes_outward) open &= in_box(word);
-        layer[word] = open;
-    });
-}
-
-void grow(VoxelGrid& grid, std::int64_t layers, bool goes_outward) {
+// Adds layers of neighbours of the voxels. `open_cells(word)` are those cells of a word that may be
+// taken; they must be empty and in the box. All cells of a layer are found before the first is added.
+template <typename OpenCells>
+void grow(VoxelGrid& grid, std::int64_t layers, OpenCells&& open_cells) {
     Words layer = empty_words(grid);
     for (; layers > 0; --layers) {
-        next_layer(grid, goes_outward, layer);
+        grid.for_each_word([&](std::size_t word) {
+            const std::uint64_t open = open_cells(word);
+            layer[word] = open == 0 ? 0 : open & any_neighbour(grid, grid.occupied(), word);
+        });
         bool any = false;
         grid.for_each_word([&](std::size_t word) {
             if (layer[word] == 0) return;
@@ -433,12 +426,18 @@ void offset(VoxelGrid& grid, std::int32_t layers, std::int32_t slack) {
     refresh_outside(grid);
     if (layers > 0) {
         grid.widen(layers);
-        grow(grid, layers, true);
+        const BoxMask in_box(grid);
+        grow(grid, layers, [&](std::size_t word) {
+            const std::uint64_t open = ~grid.occupied()[word] & grid.outside()[word];
+            return open == 0 ? 0 : open & in_box(word);
+        });
         grid.outside_is_valid = false;
         mark_exposed_sides(grid);
         return;
     }
-    grow(grid, -std::int64_t{layers}, false);
+    // Margin and padding are outside, so that only growing outward meets them.
+    grow(grid, -std::int64_t{layers},
+         [&](std::size_t word) { return ~(grid.occupied()[word] | grid.outside()[word]); });
     mark_exposed_sides(grid);
     const auto kept = static_cast<std::uint64_t>(
         std::clamp<std::int64_t>(-std::int64_t{layers} - slack, 0, kMostKept));
@@ -450,6 +449,12 @@ void offset(VoxelGrid& grid, std::int32_t layers, std::int32_t slack) {
         flags.flags[kKeepLow] = (kept & 1U) != 0 ? exposed : 0;
         flags.flags[kKeepHigh] = (kept & 2U) != 0 ? exposed : 0;
     });
+}
+
+void offset_within(VoxelGrid& grid, std::int32_t layers, const Words& within) {
+    grow(grid, layers, [&](std::size_t word) { return ~grid.occupied()[word] & within[word]; });
+    grid.outside_is_valid = false;
+    mark_exposed_sides(grid);
 }
 
 void clean_up(VoxelGrid& grid, std::int32_t k) {

@@ -44,6 +44,10 @@ void peel(VoxelGrid& grid, std::int32_t layers, std::vector<Voxel>* removed = nu
 /// where it was; growing outward and peeling back would close slots.
 void offset(VoxelGrid& grid, std::int32_t layers, std::int32_t slack);
 
+/// Grows the voxels by so many layers of neighbours, but only into these cells of the box, and marks
+/// the faces afresh.
+void offset_within(VoxelGrid& grid, std::int32_t layers, const VoxelGrid::Words& within);
+
 /// Removes every voxel with 6 - k or more exposed sides, in one pass over the flags as they stand, then
 /// marks the faces afresh.
 void clean_up(VoxelGrid& grid, std::int32_t k);

@@ -1,0 +1,158 @@
+#include "design/cell_pieces.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <utility>
+
+#include "base/convert.h"
+#include "base/parallel.h"
+#include "base/rotation.h"
+#include "base/timer.h"
+#include "design/cell_division.h"
+#include "mesh/volume.h"
+#include "voxel/distance.h"
+#include "voxel/outside.h"
+#include "voxel/passes.h"
+#include "voxel/surface.h"
+#include "voxel/voxelise.h"
+#include "voxel/wall.h"
+
+namespace povmesh {
+namespace {
+
+// Voxels that a solid model gets. The exponent is not quite one third: hosts rely on the sizes.
+constexpr double kVoxelsOfASolid = 1e6;
+constexpr double kSizeExponent = 0.33;
+constexpr double kSmallestVoxel = 0.25;
+constexpr double kLargestVoxel = 1.0;
+
+// So that no side of a box lies along the voxels.
+constexpr Vec3d kTiltAxis = {1, 0, 0};
+constexpr double kTiltDegrees = 45;
+
+constexpr std::size_t kFewestVoxels = 100;
+
+// Layers that are taken off a cell and put back, and how many exposed sides a corner is short of.
+constexpr std::int32_t kTakenLayers = 3;
+constexpr std::int32_t kGivenLayers = 2;
+constexpr std::int32_t kCleanUp = 3;
+
+// Half the thickness of a wall, in voxels.
+constexpr double kHalfWall = 1;
+
+using Words = VoxelGrid::Words;
+
+void rotate(TriMesh& mesh, double degrees) {
+    const Rotation rotation(kTiltAxis, degrees);
+    parallel_for(mesh.vertices.size(), [&](std::size_t v) {
+        Vertex& vertex = mesh.vertices[v];
+        const Vec3d p = rotation.apply(to_double(vertex.position()));
+        vertex.x = narrow_to_float(p.x);
+        vertex.y = narrow_to_float(p.y);
+        vertex.z = narrow_to_float(p.z);
+    });
+}
+
+float voxel_size(double model_volume) {
+    const double size = std::pow(model_volume / kVoxelsOfASolid, kSizeExponent);
+    return static_cast<float>(std::clamp(size, kSmallestVoxel, kLargestVoxel));
+}
+
+VoxelGrid solid_of(const TriMesh& mesh, RunContext& run) {
+    const float size = voxel_size(volume(mesh));
+    VoxelGrid grid = voxelise(mesh, {{size, size, size}}, run);
+    run.progress.set(30);
+    fill_rows(grid, FillColour::White);
+    refresh_outside(grid);
+    run.progress.set(40);
+    return grid;
+}
+
+// Takes the voxels of `cells` out of `from`, which has as many words.
+void subtract(Words& from, const Words& cells) {
+    for (std::size_t w = 0; w < from.size(); ++w) from[w] &= ~cells[w];
+}
+
+double count(const Words& words) {
+    std::size_t sum = 0;
+    for (const std::uint64_t word : words) sum += static_cast<std::size_t>(std::popcount(word));
+    return static_cast<double>(sum);
+}
+
+// Divides what lies below the skin. The skin is a layer thinner here: each cell loses one that it
+// does not get back.
+CellDivision divide(VoxelGrid& grid, double skin, double cells_per_million, RunContext& run) {
+    run.log.append("\n\n[start voronoi]");
+    const Timer timer;
+    const auto size = static_cast<double>(grid.settings().size.x);
+    if (!grid.is_empty()) {
+        drop_cells(grid, cells_within(grid, grid.outside(), wall_limit(skin - size, size)));
+    }
+    CellDivision division;
+    run.log.append("\ncell / cell vol.");
+    if (grid.size() >= kFewestVoxels) {
+        const auto voxels = static_cast<double>(grid.size());
+        const double cells = std::max(1.0, std::round(cells_per_million * voxels / 1e6));
+        division = divide_into_cells(grid, static_cast<std::size_t>(cells));
+        run.log.append("\n" + std::to_string(division.seeds.size()) + " / " +
+                       six_decimals(voxels / cells * size * size * size));
+    }
+    run.log.value("voxel num", std::to_string(grid.size()));
+    run.log.value("voronoi", six_decimals(timer.seconds()) + " sec.");
+    return division;
+}
+
+// Leaves of every cell what a wall does not need.
+void form_walls(VoxelGrid& grid, const CellDivision& division, const Words& skin) {
+    part_cells(grid, division);
+    Words room = grid.occupied();
+    subtract(room, skin);
+    subtract(room, voxels_near_borders(grid, division.seeds, division.seed_of, kHalfWall));
+    mark_exposed_sides(grid);
+    peel(grid, kTakenLayers - 1);  // the first went with the parting
+    clean_up(grid, kCleanUp);
+    offset_within(grid, kGivenLayers, room);
+    drop_edge_contacts(grid);
+}
+
+// Each cell writes its own entry.
+std::vector<Cell> measured(std::vector<TriMesh> pieces) {
+    std::vector<Cell> cells(pieces.size());
+    detail::for_blocks(cells.size(), [&](std::size_t i) {
+        Cell& cell = cells[i];
+        cell.mesh = std::move(pieces[i]);
+        cell.volume = volume(cell.mesh);
+        for (const Face& face : cell.mesh.faces) cell.surface += face_area(cell.mesh, face);
+    });
+    return cells;
+}
+
+}  // namespace
+
+CellPieces make_cells(TriMesh& mesh, double skin, double cells_per_million, RunContext& run) {
+    CellPieces made;
+    rotate(mesh, kTiltDegrees);
+    VoxelGrid grid = solid_of(mesh, run);
+    mesh = {};
+    const auto size = static_cast<double>(grid.settings().size.x);
+    made.voxel_size = size;
+    const Words whole_skin = cells_within(grid, grid.outside(), wall_limit(skin, size));
+    const CellDivision division = divide(grid, skin, cells_per_million, run);
+    if (division.seeds.empty()) return made;
+    made.has_room = true;
+    Words inside = grid.occupied();
+    subtract(inside, whole_skin);
+    made.inside_volume = count(inside) * size * size * size;
+    run.progress.set(50);
+    form_walls(grid, division, whole_skin);
+    run.progress.set(55);
+    std::vector<TriMesh> pieces = form_surface_pieces(grid, kLeastSquares, run);
+    run.progress.set(60);
+    for (TriMesh& piece : pieces) rotate(piece, -kTiltDegrees);
+    run.progress.set(70);
+    made.cells = measured(std::move(pieces));
+    return made;
+}
+
+}  // namespace povmesh

@@ -1,0 +1,15 @@
+// Puts meshes together.
+#pragma once
+
+#include "mesh/tri_mesh.h"
+
+namespace povmesh {
+
+enum class AppendAs { ItIs, TurnedOver };
+
+/// Appends the faces, vertices and texture coordinates of another mesh, nothing welded. Shells and
+/// uses become empty, `parts` stays.
+/// Throws std::length_error beyond kMaxFaceCount triangles.
+void append_mesh(TriMesh& to, const TriMesh& from, AppendAs as = AppendAs::ItIs);
+
+}  // namespace povmesh
