@@ -1,0 +1,131 @@
+#include "support/column_supports.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <numbers>
+
+#include "base/convert.h"
+#include "support/gap_search.h"
+#include "support/undersides.h"
+#include "voxel/passes.h"
+#include "voxel/surface.h"
+#include "voxel/voxelise.h"
+
+namespace povmesh {
+namespace {
+
+constexpr float kLayerHeight = 1.0F;
+constexpr double kApart = 0.2;   // of the sides of two columns at their edges, each
+constexpr double kBeyond = 2.0;  // that a column reaches beyond its gap
+constexpr double kShortest = 1.0;
+constexpr double kTip = 0.001;  // height of the pyramids at the ends of a tube
+
+// The column of a gap; too short when it is none.
+struct Stretch {
+    double upper, lower;
+};
+
+Stretch stretch_of(const Gap& gap, double plate) {
+    return {double{gap.upper} + kBeyond, std::max(double{gap.lower} - kBeyond, plate)};
+}
+
+// Cuts off what reaches into the model.
+Stretch cut_at_surface(Stretch stretch, const Underside* underside) {
+    if (underside == nullptr) return stretch;
+    if (underside->is_over_axis) stretch.upper = double{underside->top};
+    stretch.lower = std::max(stretch.lower, double{underside->floor});
+    return stretch;
+}
+
+}  // namespace
+
+double column_radius(double spacing) {
+    return spacing * 0.5 - kApart;
+}
+
+double column_half_side(double spacing) {
+    const double radius = column_radius(spacing);
+    return radius > 0 ? radius / std::numbers::sqrt2 : 0.0;
+}
+
+Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, RunContext& run) {
+    Array<Column> columns;
+    const auto edge = static_cast<float>(options.spacing);
+    const VoxelSettings settings{{edge, edge, kLayerHeight}, false, true};
+    if (!is_voxel_size(settings.size) || !std::isfinite(options.plate)) return columns;
+    const auto threshold = saturate_to<std::int8_t>(90 - options.angle);
+
+    VoxelGrid grid = voxelise(mesh, settings, run);
+    form_surface(grid, run);
+    mark_faces(grid, run);
+    fill_rows(grid, FillColour::White);
+    const Undersides undersides = fit_to_columns(grid, mesh, column_half_side(options.spacing));
+    drop_grain(grid, undersides, clamped_angle(threshold));
+    const GapGrid gaps = find_gaps(grid, threshold, options.plate);
+
+    const Vec3d size = to_double(grid.settings().size);
+    const Vec3d origin = to_double(grid.origin());
+    for (std::size_t i = 0; i < gaps.count_x; ++i) {
+        for (std::size_t j = 0; j < gaps.count_y; ++j) {
+            const std::int32_t ix = gaps.low_x + static_cast<std::int32_t>(i);
+            const std::int32_t iy = gaps.low_y + static_cast<std::int32_t>(j);
+            for (const Gap& gap : gaps.at(i, j)) {
+                Stretch stretch = stretch_of(gap, options.plate);
+                if (!(stretch.upper - stretch.lower >= kShortest)) continue;
+                stretch = cut_at_surface(stretch, undersides.find({ix, iy, gap.seed}));
+                const float x = narrow_to_float(ix * size.x + origin.x);
+                const float y = narrow_to_float(iy * size.y + origin.y);
+                columns.push_back({{x, y, narrow_to_float(stretch.upper)},
+                                   {x, y, narrow_to_float(stretch.lower)}});
+            }
+        }
+    }
+    return columns;
+}
+
+void add_tubes(TriMesh& mesh, std::span<const Column> columns, double radius) {
+    if (!(radius > 0)) return;
+    const double d = radius / std::numbers::sqrt2;
+    constexpr std::array<std::array<int, 2>, 4> kCorners = {{{1, 1}, {-1, 1}, {-1, -1}, {1, -1}}};
+    const auto add_vertex = [&](double x, double y, double z) {
+        const auto index = fits<std::int32_t>(mesh.vertices.size());
+        mesh.vertices.push_back(
+            {narrow_to_float(x), narrow_to_float(y), narrow_to_float(z), index});
+        return index;
+    };
+    const auto add_face = [&](std::int32_t a, std::int32_t b, std::int32_t c) {
+        Face face{};
+        face.colour.fill(255);
+        face.label = -1;
+        face.vertex = {a, b, c};
+        face.uv = {-1, -1, -1};
+        mesh.faces.push_back(face);
+    };
+    for (const Column& column : columns) {
+        const Vec3d top = to_double(column.top);
+        const Vec3d bottom = to_double(column.bottom);
+        const std::int32_t tip = add_vertex(top.x, top.y, top.z);
+        for (const auto& [x, y] : kCorners) add_vertex(top.x + x * d, top.y + y * d, top.z - kTip);
+        for (const auto& [x, y] : kCorners) {
+            add_vertex(bottom.x + x * d, bottom.y + y * d, bottom.z + kTip);
+        }
+        const std::int32_t foot = add_vertex(bottom.x, bottom.y, bottom.z);
+        for (std::int32_t k = 0; k < 4; ++k) {
+            const std::int32_t upper = tip + 1 + k;
+            const std::int32_t next_upper = tip + 1 + (k + 1) % 4;
+            const std::int32_t lower = upper + 4;
+            const std::int32_t next_lower = next_upper + 4;
+            add_face(tip, upper, next_upper);
+            add_face(upper, lower, next_lower);
+            add_face(upper, next_lower, next_upper);
+            add_face(foot, next_lower, lower);
+        }
+    }
+    mesh.use_table.clear();
+    mesh.shells.clear();
+}
+
+}  // namespace povmesh

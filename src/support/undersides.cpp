@@ -1,0 +1,294 @@
+#include "support/undersides.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <tuple>
+
+#include "base/convert.h"
+#include "support/column_lines.h"
+#include "voxel/passes.h"
+
+namespace povmesh {
+namespace {
+
+constexpr float kNoFloor = std::numeric_limits<float>::lowest();
+// Hosts have always got angles by this value.
+constexpr double kPi = 3.1415926;
+constexpr std::size_t kLines = 9;
+constexpr std::size_t kAxis = 0;
+
+// A stretch of a line inside the model.
+struct Stretch {
+    std::int32_t first, last;  // layers
+    std::size_t line;
+    float from, to;  // heights, relative to the origin
+    float steepness;
+};
+
+std::int8_t angle_of(float steepness) {
+    double cosine = double{steepness};
+    if (cosine < 0.001) cosine = 0;
+    return saturate_to<std::int8_t>(std::acos(std::min(cosine, 1.0)) * 180.0 / kPi);
+}
+
+class ColumnFitter {
+public:
+    ColumnFitter(VoxelGrid& grid, const TriMesh& mesh, double half_side)
+        : grid_(grid),
+          half_side_(half_side),
+          layer_height_(double{grid.settings().size.z}),
+          lines_(mesh, grid.origin(), lattice_of(grid)) {
+        const double d = half_side;
+        offsets_ = {{{0, 0}, {-d, -d}, {0, -d}, {d, -d}, {-d, 0}, {d, 0}, {-d, d}, {0, d}, {d, d}}};
+        toggles_.assign(grid.word_count() + 1, 0);
+    }
+
+    Undersides run() {
+        for (std::int32_t y = grid_.box().low.y; y <= grid_.box().high.y; ++y) fit_row(y);
+        remove_cells();
+        mark_exposed_sides(grid_);
+        for (std::size_t i = 0; i < found_.all.size(); ++i) {
+            const Underside& underside = found_.all[i];
+            const VoxelIndex at = {underside.x, underside.y, underside.layer};
+            if (grid_.contains(at)) grid_.set_angle(grid_.cell_of(at), angles_[i]);
+        }
+        return std::move(found_);
+    }
+
+private:
+    static LineLattice lattice_of(const VoxelGrid& grid) {
+        const IndexBox& box = grid.box();
+        const Vec3d size = to_double(grid.settings().size);
+        return {box.low.x * size.x,
+                box.low.y * size.y,
+                size.x,
+                size.y,
+                static_cast<std::size_t>(std::int64_t{box.high.x} - box.low.x + 1),
+                static_cast<std::size_t>(std::int64_t{box.high.y} - box.low.y + 1)};
+    }
+
+    void fit_row(std::int32_t y) {
+        const std::size_t line_count = half_side_ > 0 ? kLines : 1;
+        std::array<std::size_t, kLines> next{};
+        for (std::size_t line = 0; line < line_count; ++line) {
+            lines_.find(static_cast<std::size_t>(std::int64_t{y} - grid_.box().low.y),
+                        offsets_[line][0], offsets_[line][1], row_[line]);
+        }
+        for (std::int32_t x = grid_.box().low.x; x <= grid_.box().high.x; ++x) {
+            stretches_.clear();
+            bool is_whole = true;
+            const auto i = static_cast<std::uint32_t>(std::int64_t{x} - grid_.box().low.x);
+            for (std::size_t line = 0; line < line_count; ++line) {
+                is_whole = follow(line, i, next[line]) && is_whole;
+            }
+            if (is_whole) {
+                fit_column(x, y);
+            } else {
+                toggle({x, y, grid_.box().low.z});
+            }
+        }
+    }
+
+    // False when the line does not come out of the model in the end.
+    bool follow(std::size_t line, std::uint32_t i, std::size_t& next) {
+        const Array<Crossing>& row = row_[line];
+        std::int32_t depth = 0;
+        for (; next < row.size() && row[next].i == i; ++next) {
+            const Crossing& crossing = row[next];
+            if (depth == 0) {
+                stretches_.push_back(
+                    {layer_above(crossing.z), 0, line, crossing.z, 0, crossing.steepness});
+            }
+            depth += crossing.way;
+            if (depth == 0) {
+                Stretch& stretch = stretches_.back();
+                stretch.to = crossing.z;
+                stretch.last = std::max(stretch.first, layer_below(crossing.z));
+            }
+        }
+        return depth == 0;
+    }
+
+    // The layer that holds a height; of a height between two layers, the one above or below.
+    std::int32_t layer_above(float z) const {
+        return within(std::floor(double{z} / layer_height_ + 0.5));
+    }
+    std::int32_t layer_below(float z) const {
+        return within(std::ceil(double{z} / layer_height_ - 0.5));
+    }
+    std::int32_t within(double layer) const {
+        return std::clamp(saturate_to<std::int32_t>(layer), grid_.box().low.z, grid_.box().high.z);
+    }
+
+    void fit_column(std::int32_t x, std::int32_t y) {
+        std::sort(stretches_.begin(), stretches_.end(), [](const Stretch& a, const Stretch& b) {
+            return std::tie(a.first, a.line, a.from) < std::tie(b.first, b.line, b.from);
+        });
+        float floor = kNoFloor;
+        for (std::size_t i = 0; i < stretches_.size();) {
+            const std::int32_t first = stretches_[i].first;
+            std::int32_t last = stretches_[i].last;
+            std::size_t end = i + 1;
+            while (end < stretches_.size() && stretches_[end].first <= last + 1) {
+                last = std::max(last, stretches_[end++].last);
+            }
+            toggle({x, y, first});
+            toggle({x, y, last + 1});
+            add_underside({stretches_.data() + i, stretches_.data() + end}, x, y, floor);
+            for (; i < end; ++i) {
+                if (stretches_[i].line == kAxis) floor = std::max(floor, stretches_[i].to);
+            }
+        }
+    }
+
+    // Of the stretches of one run of voxels.
+    void add_underside(std::span<const Stretch> run, std::int32_t x, std::int32_t y, float floor) {
+        const std::int32_t layer = run.front().first;
+        const double bottom = (layer - 0.5) * layer_height_;
+        const double origin = double{grid_.origin().z};
+        Underside underside{x, y, layer, false, 0, kNoFloor};
+        if (floor != kNoFloor) underside.floor = narrow_to_float(double{floor} + origin);
+        float level = -1;  // the steepness of the flattest entry
+        const Stretch* axis = nullptr;
+        for (const Stretch& stretch : run) {
+            if (stretch.line == kAxis && (axis == nullptr || stretch.from < axis->from)) {
+                axis = &stretch;
+            }
+            if (stretch.first == layer) level = std::max(level, stretch.steepness);
+        }
+        if (axis != nullptr) {
+            const double cosine = double{axis->steepness};
+            const double rise =
+                half_side_ * std::numbers::sqrt2 * std::sqrt(std::max(1 - cosine * cosine, 0.0));
+            underside.is_over_axis = (double{axis->from} - bottom - layer_height_) * cosine <= rise;
+        }
+        if (underside.is_over_axis) {
+            underside.top = narrow_to_float(double{axis->from} + origin);
+            level = axis->steepness;
+        }
+        found_.all.push_back(underside);
+        angles_.push_back(angle_of(level));
+    }
+
+    // The voxels of a column stay from every second toggle on to the next.
+    void toggle(VoxelIndex at) {
+        const std::size_t cell = grid_.cell_of(at);
+        toggles_[cell / 64] ^= std::uint64_t{1} << (cell % 64);
+    }
+
+    void remove_cells() {
+        const std::size_t layer = grid_.words_per_layer();
+        for (std::size_t word = layer; word < grid_.word_count(); ++word) {
+            toggles_[word] ^= toggles_[word - layer];
+            const std::uint64_t gone = grid_.occupied()[word] & ~toggles_[word];
+            if (gone != 0) grid_.remove(word, gone);
+        }
+        grid_.recount();
+        grid_.outside_is_valid = grid_.faces_are_valid = false;
+    }
+
+    VoxelGrid& grid_;
+    double half_side_;
+    double layer_height_;
+    ColumnLines lines_;
+    std::array<std::array<double, 2>, kLines> offsets_{};
+    std::array<Array<Crossing>, kLines> row_;
+    Array<Stretch> stretches_;
+    VoxelGrid::Words toggles_;
+    Undersides found_;
+    Array<std::int8_t> angles_;  // by underside
+};
+
+bool is_before(const Underside& a, VoxelIndex b) {
+    return std::tie(a.y, a.x, a.layer) < std::tie(b.y, b.x, b.z);
+}
+
+// Undersides that can get a column, asked by column.
+class SeedTable {
+public:
+    SeedTable(const VoxelGrid& grid, const Undersides& undersides, std::int8_t threshold) {
+        constexpr std::size_t kBottom = static_cast<std::size_t>(Side::Bottom);
+        for (const Underside& underside : undersides.all) {
+            const VoxelIndex at = {underside.x, underside.y, underside.layer};
+            if (!grid.contains(at)) continue;
+            const Voxel voxel = grid.voxel_at(grid.cell_of(at));
+            if ((voxel.flags >> kBottom & 1) != 0 && voxel.angle <= threshold) {
+                seeds_.all.push_back(underside);
+            }
+        }
+    }
+
+    const Array<Underside>& all() const { return seeds_.all; }
+
+    // Calls `visit(seed)` for those in the eight columns around whose layers are `reach` away at most.
+    template <typename Visit>
+    void for_each_beside(const Underside& seed, std::int64_t reach, Visit&& visit) const {
+        const auto low = saturate(std::int64_t{seed.layer} - reach);
+        for (std::int32_t y = seed.y - 1; y <= seed.y + 1; ++y) {
+            for (std::int32_t x = seed.x - 1; x <= seed.x + 1; ++x) {
+                if (x == seed.x && y == seed.y) continue;
+                auto place = std::lower_bound(seeds_.all.begin(), seeds_.all.end(),
+                                              VoxelIndex{x, y, low}, is_before);
+                for (; place != seeds_.all.end() && place->x == x && place->y == y &&
+                       std::int64_t{place->layer} - seed.layer <= reach;
+                     ++place) {
+                    visit(*place);
+                }
+            }
+        }
+    }
+
+private:
+    static std::int32_t saturate(std::int64_t layer) {
+        return static_cast<std::int32_t>(
+            std::max<std::int64_t>(layer, std::numeric_limits<std::int32_t>::min()));
+    }
+
+    Undersides seeds_;
+};
+
+bool stands_alone(const VoxelGrid& grid, VoxelIndex at) {
+    for (std::int32_t dy = -1; dy <= 1; ++dy) {
+        for (std::int32_t dx = -1; dx <= 1; ++dx) {
+            if ((dx != 0 || dy != 0) && grid.contains({at.x + dx, at.y + dy, at.z})) return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+const Underside* Undersides::find(VoxelIndex at) const {
+    const auto place = std::lower_bound(all.begin(), all.end(), at, is_before);
+    if (place == all.end() || VoxelIndex{place->x, place->y, place->layer} != at) return nullptr;
+    return &*place;
+}
+
+Undersides fit_to_columns(VoxelGrid& grid, const TriMesh& mesh, double half_side) {
+    if (grid.word_count() == 0) return {};
+    return ColumnFitter(grid, mesh, half_side).run();
+}
+
+void drop_grain(VoxelGrid& grid, const Undersides& undersides, std::int8_t threshold) {
+    const Vec3d size = to_double(grid.settings().size);
+    const auto reach = std::int64_t{saturate_to<std::int32_t>(size.x / size.z + 1)};
+    const SeedTable seeds(grid, undersides, threshold);
+    for (const Underside& seed : seeds.all()) {
+        bool has_company = false;
+        bool is_held_beside = false;
+        seeds.for_each_beside(seed, reach, [&](const Underside& other) {
+            has_company = true;
+            is_held_beside = is_held_beside || other.is_over_axis;
+        });
+        const VoxelIndex at = {seed.x, seed.y, seed.layer};
+        const bool is_rim = !seed.is_over_axis && is_held_beside;
+        if (is_rim || (!has_company && !stands_alone(grid, at))) {
+            grid.set_angle(grid.cell_of(at), kNoAngle);
+        }
+    }
+}
+
+}  // namespace povmesh
