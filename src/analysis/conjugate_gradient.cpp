@@ -1,0 +1,152 @@
+// Notation of the literature: K x = f, residual r, direction p, preconditioned residual z.
+#include "analysis/conjugate_gradient.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <utility>
+#include <vector>
+
+#include "analysis/stiffness.h"
+#include "base/clones.h"
+#include "base/parallel.h"
+
+namespace povmesh {
+namespace {
+
+constexpr std::size_t kLanes = 8;
+
+struct Sums {
+    double rr = 0;
+    double rz = 0;
+};
+
+// Goes one step along p, and sums r r and r z.
+POVMESH_CLONES Sums step(float alpha, const float* POVMESH_RESTRICT p,
+                         const float* POVMESH_RESTRICT product,
+                         const float* POVMESH_RESTRICT inverse, float* POVMESH_RESTRICT x,
+                         float* POVMESH_RESTRICT r, std::size_t count) {
+    std::array<double, kLanes> rr{};
+    std::array<double, kLanes> rz{};
+    for (std::size_t i = 0; i < count; ++i) x[i] += alpha * p[i];
+    for (std::size_t i = 0; i < count; ++i) r[i] -= alpha * product[i];
+    const auto add = [&](std::size_t i, std::size_t lane) {
+        rr[lane] += static_cast<double>(r[i]) * static_cast<double>(r[i]);
+        rz[lane] += static_cast<double>(r[i]) * static_cast<double>(inverse[i] * r[i]);
+    };
+    std::size_t i = 0;
+    for (; i + kLanes <= count; i += kLanes) {
+        for (std::size_t lane = 0; lane < kLanes; ++lane) add(i + lane, lane);
+    }
+    for (; i < count; ++i) add(i, 0);
+    Sums sums;
+    for (std::size_t lane = 0; lane < kLanes; ++lane) {
+        sums.rr += rr[lane];
+        sums.rz += rz[lane];
+    }
+    return sums;
+}
+
+// p = z + beta p
+POVMESH_CLONES void turn(float beta, const float* POVMESH_RESTRICT r,
+                         const float* POVMESH_RESTRICT inverse, float* POVMESH_RESTRICT p,
+                         std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) p[i] = inverse[i] * r[i] + beta * p[i];
+}
+
+class Solver {
+public:
+    Solver(const FemModel& model, NodeField force)
+        : model_(model),
+          stiffness_(model),
+          inverse_(model.node_count()),
+          r_(std::move(force)),
+          p_(model.node_count()) {
+        solution_.displacements = NodeField(model.node_count());
+        for (std::size_t node = 0; node < inverse_.size(); ++node) {
+            const float diagonal =
+                stiffness_.diagonal_share() * static_cast<float>(model.users[node]);
+            inverse_[node] = diagonal > 0 ? 1.0F / diagonal : 1.0F;
+        }
+    }
+
+    Solution run(const SolveOptions& options) && {
+        // A step of length 0 leaves everything as it is and gives the sums.
+        Sums sums = advance(0.0F);
+        const double load = sums.rr;
+        const double enough = options.tolerance * options.tolerance * load;
+        if (load == 0) return std::move(solution_);
+        float beta = 0;
+        while (solution_.steps < options.most_steps && sums.rr >= enough) {
+            turn_by(beta);
+            const double energy = stiffness_.multiply(p_);
+            ++solution_.steps;
+            if (!(energy > 0)) break;  // nothing resists, or what does is no number
+            const double rz = sums.rz;
+            sums = advance(static_cast<float>(rz / energy));
+            beta = static_cast<float>(sums.rz / rz);
+        }
+        solution_.residual = std::sqrt(sums.rr / load);
+        return std::move(solution_);
+    }
+
+private:
+    // Calls `work(slab, first, last)` with the free nodes of each slab.
+    template <typename Work>
+    void for_each_slab(Work&& work) {
+        const std::vector<Stiffness::Slab>& slabs = stiffness_.slabs();
+        detail::for_blocks(slabs.size(), [&](std::size_t s) {
+            const std::size_t first = std::max<std::size_t>(slabs[s].first, model_.fixed_nodes);
+            if (first < slabs[s].last) work(s, first, std::size_t{slabs[s].last});
+        });
+    }
+
+    Sums advance(float alpha) {
+        std::vector<Sums> parts(stiffness_.slabs().size());
+        const bool is_still = alpha == 0;
+        for_each_slab([&](std::size_t s, std::size_t first, std::size_t last) {
+            const Stiffness::Slab& slab = stiffness_.slabs()[s];
+            for (std::size_t a = 0; a < 3; ++a) {
+                // Before the first product there is none: the direction, all zeros, stands for it.
+                const float* product = is_still
+                                           ? p_.axis(a) + first
+                                           : stiffness_.product(slab, a) + (first - slab.first);
+                const Sums sums =
+                    step(alpha, p_.axis(a) + first, product, inverse_.data() + first,
+                         solution_.displacements.axis(a) + first, r_.axis(a) + first, last - first);
+                parts[s].rr += sums.rr;
+                parts[s].rz += sums.rz;
+            }
+        });
+        Sums total;
+        for (const Sums& part : parts) {
+            total.rr += part.rr;
+            total.rz += part.rz;
+        }
+        return total;
+    }
+
+    void turn_by(float beta) {
+        for_each_slab([&](std::size_t, std::size_t first, std::size_t last) {
+            for (std::size_t a = 0; a < 3; ++a) {
+                turn(beta, r_.axis(a) + first, inverse_.data() + first, p_.axis(a) + first,
+                     last - first);
+            }
+        });
+    }
+
+    const FemModel& model_;
+    Stiffness stiffness_;
+    Array<float> inverse_;  // of the diagonal, by node
+    NodeField r_;
+    NodeField p_;
+    Solution solution_;
+};
+
+}  // namespace
+
+Solution solve(const FemModel& model, NodeField force, const SolveOptions& options) {
+    return Solver(model, std::move(force)).run(options);
+}
+
+}  // namespace povmesh

@@ -1,0 +1,165 @@
+#include "analysis/fem_analysis.h"
+
+#include <algorithm>
+#include <numeric>
+#include <string>
+#include <utility>
+
+#include "analysis/stiffness.h"
+#include "base/parallel.h"
+#include "base/timer.h"
+#include "voxel/form_voxels.h"
+#include "voxel/surface.h"
+
+namespace povmesh {
+namespace {
+
+constexpr int kSmoothings = 3;
+
+void log_completed(const RunLog& log, const Timer& timer, std::string_view end) {
+    log.append("complete in  " + six_decimals(timer.seconds()) + std::string(end));
+}
+
+// Adds the energies of the runs to the sums of their nodes.
+void add_to_nodes(const FemModel& model, const Array<float>& energies, Array<float>& sums) {
+    for (const ElementRun& run : model.runs) {
+        const float* energy = energies.data() + run.first;
+        for (const std::uint32_t row : run.rows) {
+            float* sum = sums.data() + row;
+            for (std::size_t i = 0; i < run.count; ++i) sum[i] += energy[i];
+            for (std::size_t i = 0; i < run.count; ++i) sum[i + 1] += energy[i];
+        }
+    }
+}
+
+void smooth(const FemModel& model, Array<float>& energies, Array<float>& nodes) {
+    std::fill(nodes.begin(), nodes.end(), 0.0F);
+    add_to_nodes(model, energies, nodes);
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        if (model.users[i] != 0) nodes[i] /= static_cast<float>(model.users[i]);
+    }
+    for (const ElementRun& run : model.runs) {
+        const auto row = [&](std::size_t r) { return nodes.data() + run.rows[r]; };
+        const float* a = row(0);
+        const float* b = row(1);
+        const float* c = row(2);
+        const float* d = row(3);
+        float* energy = energies.data() + run.first;
+        for (std::size_t i = 0; i < run.count; ++i) {
+            energy[i] = 0.125F * ((a[i] + a[i + 1]) + (b[i] + b[i + 1]) + (c[i] + c[i + 1]) +
+                                  (d[i] + d[i + 1]));
+        }
+    }
+}
+
+// Bodies of elements with common nodes, as trees of nodes.
+class Bodies {
+public:
+    explicit Bodies(std::size_t nodes) : parent_(nodes) {
+        std::iota(parent_.begin(), parent_.end(), 0U);
+    }
+    std::uint32_t root(std::uint32_t node) {
+        while (parent_[node] != node) {
+            parent_[node] = parent_[parent_[node]];
+            node = parent_[node];
+        }
+        return node;
+    }
+    // The lower node is the root: those of fixed ones are fixed.
+    void join(std::uint32_t a, std::uint32_t b) {
+        a = root(a);
+        b = root(b);
+        parent_[std::max(a, b)] = std::min(a, b);
+    }
+
+private:
+    Array<std::uint32_t> parent_;
+};
+
+void export_energies(const FemModel& model, const Array<float>& energies, FemResult& result) {
+    float largest = energies[0];
+    for (const float energy : energies) {
+        if (energy > largest) largest = energy;
+    }
+    result.values.resize(energies.size());
+    result.centres.resize(energies.size());
+    for_each_element(model, [&](const Element& element) {
+        result.centres[element.index] = model.centre_of(element);
+        result.values[element.index] = energies[element.index] / largest;
+    });
+}
+
+// False when there is nothing to solve.
+bool make_model(const TriMesh& mesh, float voxel_size, FemModel& model, RunContext& run) {
+    VoxelGrid grid = form_voxels(mesh, {{voxel_size, voxel_size, voxel_size}}, run);
+    form_surface(grid, run);
+    if (grid.is_empty()) {
+        run.log.append("\nVoxelization: 0 voxels --> break");
+        return false;
+    }
+    run.log.append("\nVoxel Num:" + std::to_string(grid.size()));
+    return build_fem_model(grid, model, run.log) && fix_lowest_layer(model, run.log);
+}
+
+}  // namespace
+
+Array<float> smoothed_energies(const FemModel& model, const NodeField& displacements, int passes,
+                               const RunLog& log) {
+    log.append("\n | compute Energy...");
+    Timer timer;
+    Array<float> energies;
+    Stiffness(model).energies(displacements, energies);
+    for (float& energy : energies) energy *= 0.5F * kYoungsModulus;
+    log_completed(log, timer, " sec.");
+    timer = {};
+    Array<float> nodes(model.node_count());
+    for (int pass = 0; pass < passes; ++pass) smooth(model, energies, nodes);
+    log_completed(log, timer, " sec.\n");
+    return energies;
+}
+
+void unload_loose_bodies(const FemModel& model, NodeField& force) {
+    Bodies bodies(model.node_count());
+    for (const ElementRun& run : model.runs) {
+        for (const std::uint32_t row : run.rows) {
+            bodies.join(row, run.rows[0]);
+            for (std::uint32_t i = 0; i < run.count; ++i) bodies.join(row + i, row + i + 1);
+        }
+    }
+    for (std::uint32_t node = 0; node < model.node_count(); ++node) {
+        if (bodies.root(node) < model.fixed_nodes) continue;
+        for (std::size_t axis = 0; axis < 3; ++axis) force.axis(axis)[node] = 0;
+    }
+}
+
+FemResult fem_analysis(const TriMesh& mesh, float voxel_size, LoadCase load, RunContext& run) {
+    const Timer timer;
+    FemResult result;
+    FemModel model;
+    if (!make_model(mesh, voxel_size, model, run)) return result;
+    result.voxel_size = static_cast<double>(model.size);
+    result.nodes = model.node_count();
+    result.free_dofs = model.free_dofs();
+
+    NodeField force = load_of(model, load, run.log);
+    unload_loose_bodies(model, force);
+    run.log.append("\n | CG..");
+    Timer step;
+    const Solution solution = solve(model, std::move(force));
+    result.is_solved = true;
+    result.steps = solution.steps;
+    result.residual = solution.residual;
+    result.solve_seconds = step.seconds();
+    run.log.append(six_decimals(result.solve_seconds) +
+                   "sec.  iter:" + std::to_string(solution.steps));
+    step = {};
+    run.log.append("\n | compute Displacement...");
+    log_completed(run.log, step, " sec.");
+    const Array<float> energies =
+        smoothed_energies(model, solution.displacements, kSmoothings, run.log);
+    export_energies(model, energies, result);
+    run.log.success("fem_analysis", timer.seconds());
+    return result;
+}
+
+}  // namespace povmesh

@@ -1,0 +1,542 @@
+// Voxel finite elements against theory, an assembled matrix and loads listed by hand.
+#include "analysis/fem_analysis.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "analysis/stiffness.h"
+#include "base/parallel.h"
+#include "support/shapes.h"
+#include "voxel/passes.h"
+
+namespace povmesh {
+namespace {
+
+using testing::HasSubstr;
+
+struct Context {
+    std::string text;
+    RunLog log{[this](std::string_view t) { text += t; }};
+    RunContext context{{}, log};
+};
+
+using Inside = std::function<bool(std::int32_t, std::int32_t, std::int32_t)>;
+
+VoxelGrid grid_of(
+    std::int32_t nx, std::int32_t ny, std::int32_t nz, float size,
+    const Inside& inside = [](auto...) { return true; }) {
+    VoxelGrid grid(VoxelSettings{{size, size, size}}, {{0, 0, 0}, {nx - 1, ny - 1, nz - 1}});
+    for (std::int32_t z = 0; z < nz; ++z) {
+        for (std::int32_t y = 0; y < ny; ++y) {
+            for (std::int32_t x = 0; x < nx; ++x) {
+                if (inside(x, y, z)) grid.insert({x, y, z});
+            }
+        }
+    }
+    mark_exposed_sides(grid);
+    return grid;
+}
+
+FemModel model_of(const VoxelGrid& grid) {
+    FemModel model;
+    EXPECT_TRUE(build_fem_model(grid, model, {}));
+    EXPECT_TRUE(fix_lowest_layer(model, {}));
+    return model;
+}
+
+FemModel block(std::int32_t nx, std::int32_t ny, std::int32_t nz, float size = 1) {
+    return model_of(grid_of(nx, ny, nz, size));
+}
+
+FemModel ball(std::int32_t n) {
+    const auto off = [n](std::int32_t i) { return i - 0.5 * (n - 1); };
+    return model_of(grid_of(n, n, n, 2, [&](std::int32_t x, std::int32_t y, std::int32_t z) {
+        return off(x) * off(x) + off(y) * off(y) + off(z) * off(z) <= 0.25 * n * n;
+    }));
+}
+
+// Twice the distance from the middle of the model, in elements, of each node.
+std::vector<std::array<std::int32_t, 3>> places_of(const FemModel& model) {
+    std::vector<std::array<std::int32_t, 3>> places(model.node_count());
+    for_each_element(model, [&](const Element& e) {
+        for (std::size_t c = 0; c < kCorners; ++c) {
+            const std::array<int, 3> sign = kCornerSigns[c];
+            places[e.nodes[c]] = {e.x + sign[0], e.y + sign[1], e.z + sign[2]};
+        }
+    });
+    return places;
+}
+
+// The assembled matrix, a map for each row, of all DoFs or of the free ones (numbered from 0).
+template <typename Real>
+class Assembled {
+public:
+    Assembled(const FemModel& model, std::size_t fixed) : rows(3 * (model.node_count() - fixed)) {
+        const ElementMatrix element = element_matrix(model.size);
+        for_each_element(model, [&](const Element& e) {
+            for (std::size_t i = 0; i < kElementDofs; ++i) {
+                for (std::size_t j = 0; j < kElementDofs; ++j) {
+                    const std::size_t a = e.nodes[i / 3];
+                    const std::size_t b = e.nodes[j / 3];
+                    if (a < fixed || b < fixed) continue;
+                    rows[3 * (a - fixed) + i % 3][3 * (b - fixed) + j % 3] +=
+                        static_cast<Real>(element[i][j]);
+                }
+            }
+        });
+    }
+
+    std::vector<Real> times(const std::vector<Real>& x) const {
+        std::vector<Real> product(rows.size());
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            for (const auto& [j, value] : rows[i]) product[i] += value * x[j];
+        }
+        return product;
+    }
+
+    std::vector<std::map<std::size_t, Real>> rows;
+};
+
+double dot_of(const std::vector<float>& a, const std::vector<float>& b) {
+    return dot(a.data(), b.data(), a.size());
+}
+
+template <typename Real>
+std::vector<Real> free_values(const FemModel& model, const NodeField& field) {
+    std::vector<Real> values;
+    for (std::size_t node = model.fixed_nodes; node < model.node_count(); ++node) {
+        for (std::size_t a = 0; a < 3; ++a) values.push_back(field.axis(a)[node]);
+    }
+    return values;
+}
+
+// Textbook conjugate gradients in the same precision.
+std::size_t reference_steps(const FemModel& model, const NodeField& force, double tolerance) {
+    const Assembled<float> matrix(model, model.fixed_nodes);
+    std::vector<float> r = free_values<float>(model, force);
+    std::vector<float> z(r.size());
+    std::vector<float> p(r.size());
+    const double enough = tolerance * tolerance * dot_of(r, r);
+    double rz = 0;
+    for (std::size_t steps = 0;; ++steps) {
+        if (dot_of(r, r) < enough || steps == 3500) return steps;
+        for (std::size_t i = 0; i < r.size(); ++i) z[i] = r[i] / matrix.rows[i].at(i);
+        const double next = dot_of(r, z);
+        const auto beta = static_cast<float>(steps == 0 ? 0 : next / rz);
+        rz = next;
+        for (std::size_t i = 0; i < r.size(); ++i) p[i] = z[i] + beta * p[i];
+        const std::vector<float> product = matrix.times(p);
+        const auto alpha = static_cast<float>(rz / dot_of(p, product));
+        for (std::size_t i = 0; i < r.size(); ++i) r[i] -= alpha * product[i];
+    }
+}
+
+// Gaussian elimination without pivots, which a positive definite matrix does not need.
+std::vector<double> solved_densely(const Assembled<double>& matrix, std::vector<double> f) {
+    const std::size_t n = f.size();
+    std::vector<std::vector<double>> a(n, std::vector<double>(n));
+    for (std::size_t i = 0; i < n; ++i) {
+        for (const auto& [j, value] : matrix.rows[i]) a[i][j] = value;
+    }
+    for (std::size_t k = 0; k < n; ++k) {
+        for (std::size_t i = k + 1; i < n; ++i) {
+            const double factor = a[i][k] / a[k][k];
+            if (factor == 0) continue;
+            for (std::size_t j = k; j < n; ++j) a[i][j] -= factor * a[k][j];
+            f[i] -= factor * f[k];
+        }
+    }
+    for (std::size_t k = n; k-- > 0;) {
+        for (std::size_t j = k + 1; j < n; ++j) f[k] -= a[k][j] * f[j];
+        f[k] /= a[k][k];
+    }
+    return f;
+}
+
+// An L with a bridge and a cavity: rows of nodes with gaps, nodes of all kinds.
+VoxelGrid crooked() {
+    return grid_of(5, 4, 5, 2, [](std::int32_t x, std::int32_t y, std::int32_t z) {
+        return z < 2 || (x == 0 && y < 3) || (x == 4 && y > 0) || (z == 4 && (x + y) % 3 != 0);
+    });
+}
+
+NodeField random_field(std::size_t nodes, std::size_t fixed = 0) {
+    NodeField field(nodes);
+    shapes::Random random(7);
+    for (std::size_t node = fixed; node < nodes; ++node) {
+        for (std::size_t a = 0; a < 3; ++a) {
+            field.axis(a)[node] = static_cast<float>(random.unit() - 0.5);
+        }
+    }
+    return field;
+}
+
+TEST(ElementMatrix, IsThatOfAnIsotropicCube) {
+    const float h = 3;
+    const ElementMatrix k = element_matrix(h);
+    for (std::size_t i = 0; i < kElementDofs; ++i) {
+        for (std::size_t j = 0; j < kElementDofs; ++j) EXPECT_EQ(k[i][j], k[j][i]);
+    }
+    const auto twice_energy = [&](const std::array<double, 9>& gradient) {
+        std::array<double, kElementDofs> u{};
+        for (std::size_t i = 0; i < kElementDofs; ++i) {
+            for (std::size_t a = 0; a < 3; ++a) {
+                u[i] += gradient[3 * (i % 3) + a] * kCornerSigns[i / 3][a] * 0.5 * double{h};
+            }
+        }
+        double sum = 0;
+        for (std::size_t i = 0; i < kElementDofs; ++i) {
+            for (std::size_t j = 0; j < kElementDofs; ++j) sum += u[i] * double{k[i][j]} * u[j];
+        }
+        return sum;
+    };
+    // Any constant gradient: turning costs nothing, strain what Hooke's law tells.
+    shapes::Random random(1);
+    const double e = double{kYoungsModulus};
+    const double nu = double{kPoissonRatio};
+    for (int round = 0; round < 20; ++round) {
+        std::array<double, 9> g{};
+        for (double& value : g) value = random.unit() - 0.5;
+        const double trace = g[0] + g[4] + g[8];
+        double squares = 0;
+        for (std::size_t i = 0; i < 3; ++i) {
+            for (std::size_t j = 0; j < 3; ++j) {
+                squares += std::pow(0.5 * (g[3 * i + j] + g[3 * j + i]), 2);
+            }
+        }
+        const double lambda = e * nu / ((1 + nu) * (1 - 2 * nu));
+        const double density = lambda * trace * trace + e / (1 + nu) * squares;
+        EXPECT_NEAR(twice_energy(g), density * h * h * h, 1e-4 * density * h * h * h);
+    }
+    EXPECT_NEAR(twice_energy({0, 1, 2, -1, 0, 3, -2, -3, 0}), 0, 0.5);
+    // Bodies shift for nothing.
+    for (const auto& row : k) {
+        for (std::size_t a = 0; a < 3; ++a) {
+            double sum = 0;
+            for (std::size_t j = a; j < kElementDofs; j += 3) sum += double{row[j]};
+            EXPECT_NEAR(sum, 0, 1e-3);
+        }
+    }
+}
+
+TEST(Stiffness, MultipliesLikeTheAssembledMatrix) {
+    // Rows beyond a run's 63 elements count as well, and so do several slabs.
+    for (const FemModel& model :
+         {model_of(crooked()), block(1, 1, 1), block(63, 2, 2), block(130, 3, 2), ball(9)}) {
+        const NodeField u = random_field(model.node_count(), model.fixed_nodes);
+        Stiffness stiffness(model, 40);
+        const double energy = stiffness.multiply(u);
+        const std::vector<double> x = free_values<double>(model, u);
+        const std::vector<double> wanted = Assembled<double>(model, model.fixed_nodes).times(x);
+        double twice = 0;
+        for (std::size_t i = 0; i < x.size(); ++i) twice += x[i] * wanted[i];
+        EXPECT_NEAR(energy, twice, 1e-5 * twice);
+        std::size_t compared = 0;
+        for (const Stiffness::Slab& slab : stiffness.slabs()) {
+            for (std::size_t n = std::max<std::size_t>(slab.first, model.fixed_nodes);
+                 n < slab.last; ++n) {
+                for (std::size_t a = 0; a < 3; ++a, ++compared) {
+                    ASSERT_NEAR(stiffness.product(slab, a)[n - slab.first],
+                                wanted[3 * (n - model.fixed_nodes) + a], 2e-6 * 2800 * 2);
+                }
+            }
+        }
+        EXPECT_EQ(compared, model.free_dofs());
+        Array<float> energies;
+        stiffness.energies(u, energies);
+        double sum = 0;
+        for (const float part : energies) sum += double{part};
+        EXPECT_NEAR(sum, twice, 1e-5 * twice);
+    }
+}
+
+TEST(Solve, AgreesWithADenseSolutionInDouble) {
+    const FemModel model = model_of(crooked());
+    const NodeField force = load_of(model, LoadCase::PressureZ, {});
+    const std::vector<double> wanted = solved_densely(Assembled<double>(model, model.fixed_nodes),
+                                                      free_values<double>(model, force));
+    const Solution solution = solve(model, force, {1e-6, 3500});
+    const std::vector<double> found = free_values<double>(model, solution.displacements);
+    double largest = 0;
+    for (const double w : wanted) largest = std::max(largest, std::abs(w));
+    for (std::size_t i = 0; i < wanted.size(); ++i) {
+        EXPECT_NEAR(found[i], wanted[i], 1e-4 * largest);
+    }
+    for (std::size_t n = 0; n < model.fixed_nodes; ++n) {
+        for (std::size_t a = 0; a < 3; ++a) EXPECT_EQ(solution.displacements.axis(a)[n], 0);
+    }
+}
+
+TEST(Solve, StepsAsOftenAsTheReference) {
+    for (const FemModel& model : {block(10, 10, 10, 2), ball(12)}) {
+        for (const double tolerance : {0.05, 1e-3}) {
+            const NodeField force = load_of(model, LoadCase::PressureZ, {});
+            const Solution solution = solve(model, force, {tolerance, 3500});
+            EXPECT_NEAR(static_cast<double>(solution.steps),
+                        static_cast<double>(reference_steps(model, force, tolerance)), 1);
+            EXPECT_LT(solution.residual, tolerance);
+        }
+    }
+    const FemModel model = block(4, 4, 4);
+    EXPECT_EQ(solve(model, NodeField(model.node_count())).steps, 0U);
+    EXPECT_EQ(solve(model, load_of(model, LoadCase::Gravity, {}), {1e-30, 5}).steps, 5U);
+}
+
+TEST(Solve, BendsACantileverAsBeamTheoryTells) {
+    const FemModel model = block(10, 10, 60);
+    const auto places = places_of(model);
+    const double push = 1.0 / (11 * 11);
+    NodeField force(model.node_count());
+    for (std::size_t n = 0; n < places.size(); ++n) {
+        if (places[n][2] == 60) force.axis(0)[n] = static_cast<float>(push);
+    }
+    const Solution solution = solve(model, force, {1e-4, 3500});
+    double tip = 0;
+    for (std::size_t n = 0; n < places.size(); ++n) {
+        if (places[n][2] == 60) tip += double{solution.displacements.axis(0)[n]} * push;
+    }
+    // Timoshenko: bending, and shear with 10 (1 + nu) / (12 + 11 nu) of a rectangle's area.
+    const double e = double{kYoungsModulus};
+    const double nu = double{kPoissonRatio};
+    const double inertia = 10 * 1000.0 / 12;
+    const double share = 10 * (1 + nu) / (12 + 11 * nu);
+    const double wanted =
+        60.0 * 60 * 60 / (3 * e * inertia) + 60 / (share * e / (2 + 2 * nu) * 100);
+    EXPECT_NEAR(tip, wanted, 0.05 * wanted);
+}
+
+TEST(Solve, GivesSymmetricEnergiesForSymmetricLoads) {
+    const FemModel model = ball(14);
+    const Solution solution = solve(model, load_of(model, LoadCase::Gravity, {}), {1e-4, 3500});
+    const Array<float> energies = smoothed_energies(model, solution.displacements, 3, {});
+    std::map<std::array<std::int32_t, 3>, float> at;
+    float largest = 0;
+    for_each_element(model, [&](const Element& e) {
+        at[{e.x, e.y, e.z}] = energies[e.index];
+        largest = std::max(largest, energies[e.index]);
+    });
+    for (const auto& [place, energy] : at) {
+        const auto [x, y, z] = place;
+        for (const float other : {at.at({-x, y, z}), at.at({x, -y, z}), at.at({y, x, z})}) {
+            EXPECT_NEAR(energy, other, 2e-2 * largest);
+        }
+    }
+}
+
+TEST(Model, FillsRowsAndNumbersNodesByPlace) {
+    // A shell of voxels; what is open to the right is not filled, nor is the last of a row.
+    const auto model_in_row = [](std::initializer_list<std::pair<int, int>> voxels) {
+        VoxelGrid grid(VoxelSettings{{1, 1, 1}}, {{0, 0, 0}, {9, 0, 0}});
+        for (const auto& [x, flags] : voxels) grid.insert({x, 0, 0});
+        for (const auto& [x, flags] : voxels) {
+            grid.set_flags({x, 0, 0}, static_cast<std::uint8_t>(flags));
+        }
+        FemModel model;
+        build_fem_model(grid, model, {});
+        std::string row(10, '.');
+        for_each_element(model, [&](const Element& e) {
+            const double x = double{model.centre_of(e).x};
+            row[static_cast<std::size_t>(std::lround(x))] = model.faces[e.index] != 0 ? 'V' : 'f';
+        });
+        return row;
+    };
+    EXPECT_EQ(model_in_row({{1, 61}, {5, 47}}), ".VfffV....");
+    EXPECT_EQ(model_in_row({{1, 63}, {5, 47}}), ".V...V....");
+    EXPECT_EQ(model_in_row({{1, 61}, {3, 0}, {5, 45}}),
+              ".VfffV....");  // unmarked ones do not count
+    EXPECT_EQ(model_in_row({{1, 0}}), "..........");
+
+    const FemModel model = model_of(crooked());
+    const auto places = places_of(model);
+    std::array<std::int32_t, 3> before{0, 0, -100};
+    for (const std::array<std::int32_t, 3>& place : places) {
+        EXPECT_TRUE(std::tie(before[2], before[1], before[0]) <
+                    std::tie(place[2], place[1], place[0]));
+        before = place;
+    }
+    for (std::size_t n = 0; n < model.node_count(); ++n) {
+        EXPECT_EQ(n < model.fixed_nodes, places[n][2] == places[0][2]);
+    }
+}
+
+TEST(Model, TellsItsNumbers) {
+    Context run;
+    FemModel model;
+    ASSERT_TRUE(build_fem_model(grid_of(1, 1, 1, 2), model, run.log));
+    ASSERT_TRUE(fix_lowest_layer(model, run.log));
+    EXPECT_EQ(model.free_dofs(), 12U);
+    EXPECT_EQ(run.text,
+              "\n-----------------------------------------------\n                start to do FEM"
+              "\nnode    number: 8element number: 1\nfreeDoF number: 12\t");
+    // All nodes at one height.
+    FemModel flat;
+    flat.signs.resize(4);
+    flat.layer_nodes = {0, 4};
+    Context flat_run;
+    EXPECT_FALSE(fix_lowest_layer(flat, flat_run.log));
+    EXPECT_EQ(flat_run.text, "error when setting Force: DoF <= 0");
+}
+
+// "x 1 0 1: -0.25" for a force along x on the node at (1, 0, 1), counted from the lowest corner.
+std::set<std::string> loads_of(const FemModel& model, LoadCase load, std::string* text = nullptr) {
+    Context run;
+    const NodeField field = load_of(model, load, run.log);
+    if (text != nullptr) *text = run.text;
+    const auto places = places_of(model);
+    std::set<std::string> loads;
+    for (std::size_t n = 0; n < places.size(); ++n) {
+        for (std::size_t a = 0; a < 3; ++a) {
+            const float force = field.axis(a)[n];
+            if (force == 0) continue;
+            std::string line(1, static_cast<char>('x' + a));
+            for (std::size_t i = 0; i < 3; ++i) {
+                line += " " + std::to_string((places[n][i] - places[0][i]) / 2);
+            }
+            loads.insert(line + ": " + six_decimals(double{force}).substr(0, force < 0 ? 6 : 5));
+        }
+    }
+    return loads;
+}
+
+TEST(Loads, ActOnTheNodesListedByHand) {
+    using S = std::set<std::string>;
+    const FemModel two = block(1, 1, 2, 2);  // h^2 / 4 = 1
+    EXPECT_EQ(loads_of(two, LoadCase::PressureX),
+              (S{"x 1 0 1: -1.000", "x 1 1 1: -1.000", "x 1 0 2: -1.000", "x 1 1 2: -1.000"}));
+    // Of elements below one another, only the lowest begins a row.
+    EXPECT_EQ(loads_of(two, LoadCase::PressureNegX), (S{"x 0 0 1: 1.000", "x 0 1 1: 1.000"}));
+    EXPECT_EQ(loads_of(two, LoadCase::PressureY),
+              (S{"y 0 1 1: -2.000", "y 1 1 1: -2.000", "y 0 1 2: -1.000", "y 1 1 2: -1.000"}));
+    EXPECT_EQ(loads_of(two, LoadCase::PressureNegY),
+              (S{"y 0 0 1: 2.000", "y 1 0 1: 2.000", "y 0 0 2: 1.000", "y 1 0 2: 1.000"}));
+    EXPECT_EQ(loads_of(two, LoadCase::PressureZ), S{});     // the first of five is left out
+    EXPECT_EQ(loads_of(two, LoadCase::PressureNegZ), S{});  // fixed
+    EXPECT_EQ(loads_of(two, static_cast<LoadCase>(0)), S{});
+    EXPECT_EQ(loads_of(two, LoadCase::Pressure),
+              (S{"x 0 0 1: 2.000",  "x 0 1 1: 2.000",  "x 1 0 1: -2.000", "x 1 1 1: -2.000",
+                 "y 0 0 1: 2.000",  "y 1 0 1: 2.000",  "y 0 1 1: -2.000", "y 1 1 1: -2.000",
+                 "x 0 0 2: 1.000",  "x 0 1 2: 1.000",  "x 1 0 2: -1.000", "x 1 1 2: -1.000",
+                 "y 0 0 2: 1.000",  "y 1 0 2: 1.000",  "y 0 1 2: -1.000", "y 1 1 2: -1.000",
+                 "z 0 0 2: -1.000", "z 0 1 2: -1.000", "z 1 0 2: -1.000", "z 1 1 2: -1.000"}));
+    // Ten times as much on the first element alone.
+    EXPECT_EQ(loads_of(two, LoadCase::PressureLight),
+              (S{"x 0 0 1: 10.00", "x 0 1 1: 10.00", "x 1 0 1: -10.00", "x 1 1 1: -10.00",
+                 "y 0 0 1: 10.00", "y 1 0 1: 10.00", "y 0 1 1: -10.00", "y 1 1 1: -10.00"}));
+    EXPECT_EQ(loads_of(block(5, 1, 1, 2), LoadCase::PressureZ),
+              (S{"z 4 0 1: -1.000", "z 4 1 1: -1.000", "z 5 0 1: -1.000", "z 5 1 1: -1.000"}));
+    // A mushroom, counted from its stem: of the cap's lower side, the middle is inside.
+    const FemModel mushroom =
+        model_of(grid_of(3, 1, 2, 2, [](int x, int, int z) { return z == 1 || x == 1; }));
+    EXPECT_EQ(loads_of(mushroom, LoadCase::PressureNegZ),
+              (S{"z -1 0 1: 1.000", "z -1 1 1: 1.000", "z 2 0 1: 1.000", "z 2 1 1: 1.000"}));
+    double weight = 0;
+    const NodeField gravity = load_of(two, LoadCase::Gravity, {});
+    for (std::size_t n = 0; n < two.node_count(); ++n) weight += double{gravity.axis(2)[n]};
+    EXPECT_NEAR(weight, -8 * 1.5 * double{kDensity}, 1e-9);  // a quarter hangs on fixed nodes
+}
+
+TEST(Loads, FindTheCentreAndTheSidesOfTheTop) {
+    using S = std::set<std::string>;
+    std::string text;
+    const auto top = [](int x, int y, int z) {
+        S loads;
+        for (const int i : {0, 1}) {
+            for (const int j : {0, 1}) {
+                loads.insert("z " + std::to_string(x + i) + " " + std::to_string(y + j) + " " +
+                             std::to_string(z) + ": 0.250");
+            }
+        }
+        return loads;
+    };
+    const auto both = [](S a, const S& b) {
+        a.insert(b.begin(), b.end());
+        return a;
+    };
+    const FemModel odd = block(5, 5, 2);
+    EXPECT_EQ(loads_of(odd, LoadCase::CentreTop, &text), top(2, 2, 2));
+    EXPECT_EQ(text, "\n | set ForceOnCenterTop,Force= 1.000000...");
+    EXPECT_EQ(loads_of(odd, LoadCase::SidesOfYTop, &text), both(top(4, 2, 2), top(0, 2, 2)));
+    EXPECT_EQ(text, "\n | set ForceOnBoundaryYSideCenterTop,Force= 1.000000...");
+    EXPECT_EQ(loads_of(odd, LoadCase::SidesOfXTop), both(top(2, 4, 2), top(2, 0, 2)));
+
+    const FemModel even = block(4, 4, 2);  // no element over the middle
+    EXPECT_EQ(loads_of(even, LoadCase::CentreTop, &text), S{});
+    EXPECT_THAT(text, HasSubstr("...\n | fail to find the position of center top!"));
+    EXPECT_EQ(loads_of(even, LoadCase::SidesOfYTop, &text), S{});
+    EXPECT_THAT(text, HasSubstr("\n | fail to find the +x-position of Y Side center top! "
+                                "\n | Stop adding force on -x-position of Y side."));
+    EXPECT_EQ(loads_of(even, LoadCase::SidesOfXTop, &text), S{});
+    EXPECT_THAT(text, HasSubstr("\n | fail to find the +y-position of X Side center top!"
+                                "\n | Stop adding force on -y-position of X side."));
+    const FemModel corner = model_of(grid_of(5, 5, 2, 1, [](int x, int y, int z) {
+        return z == 0 || (x == 4 && y == 2) || (x == 4 && y == 4);
+    }));
+    EXPECT_EQ(loads_of(corner, LoadCase::SidesOfYTop, &text),
+              (S{"z 4 2 2: 0.500", "z 4 3 2: 0.500", "z 5 2 2: 0.500", "z 5 3 2: 0.500"}));
+    // An element can be found from the end and be no other's opposite.
+    const FemModel tooth = model_of(
+        grid_of(5, 5, 2, 1, [](int x, int y, int z) { return z == 0 || (x == 4 && y == 2); }));
+    EXPECT_EQ(loads_of(tooth, LoadCase::SidesOfYTop, &text), top(4, 2, 2));
+    EXPECT_THAT(text, HasSubstr("\n | fail to find the -x-position of Y Side center top!"
+                                "\n | Stop adding force on +x-position of Y side."));
+}
+
+TEST(Loads, RandomPointsAreTheSameInEveryRun) {
+    EXPECT_EQ(loads_of(block(10, 10, 10), LoadCase::RandomPoints).size(), 0U);  // 3630 free DoFs
+    const FemModel large = block(22, 22, 22);                                   // 34914: three
+    std::string text;
+    const std::set<std::string> loads = loads_of(large, LoadCase::RandomPoints, &text);
+    EXPECT_EQ(loads.size(), 3U);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\t'), 3);
+    EXPECT_EQ(loads, loads_of(large, LoadCase::RandomPoints));
+}
+
+TEST(FemAnalysis, LooksAtMeshesWhereverTheyAre) {
+    shapes::SoupVector soup = shapes::box({0, 0, 0}, {20, 10, 30});
+    shapes::append(soup, shapes::box({40, 0, 20}, {50, 10, 30}));  // hangs in the air
+    shapes::move(soup, {1000, -200, 5});
+    Context run;
+    const FemResult result =
+        fem_analysis(shapes::mesh_of(soup), 2, LoadCase::PressureZ, run.context);
+    ASSERT_TRUE(result.is_solved);
+    float largest = 0;
+    for (std::size_t i = 0; i < result.values.size(); ++i) {
+        const Vec3f p = result.centres[i];
+        EXPECT_TRUE(p.x >= 999 && p.x <= 1051 && p.y >= -201 && p.y <= -189 && p.z >= 4 &&
+                    p.z <= 36);
+        EXPECT_TRUE(p.x < 1030 || result.values[i] == 0);
+        largest = std::max(largest, result.values[i]);
+    }
+    EXPECT_EQ(largest, 1);
+    for (const char* line :
+         {"\nVoxel Num:", "\n | set PressureZdir    ,Force= 1.000000...\n | CG..",
+          "sec.  iter:", "\n | compute Displacement...complete in  ",
+          "\n | compute Energy...complete in  ", "\n---{success} fem_analysis : "}) {
+        EXPECT_THAT(run.text, HasSubstr(line));
+    }
+    // The same bits on one thread.
+    const OneThread alone;
+    EXPECT_EQ(fem_analysis(shapes::mesh_of(soup), 2, LoadCase::PressureZ, run.context).values,
+              result.values);
+}
+
+TEST(FemAnalysis, FailsWithoutVoxelsAndKeepsNaNWithoutLoad) {
+    Context run;
+    EXPECT_FALSE(fem_analysis({}, 2, LoadCase::PressureZ, run.context).is_solved);
+    EXPECT_THAT(run.text, HasSubstr("\nVoxelization: 0 voxels --> break"));
+    const FemResult still = fem_analysis(shapes::mesh_of(shapes::box({0, 0, 0}, {9, 9, 9})), 2,
+                                         static_cast<LoadCase>(99), run.context);
+    ASSERT_TRUE(still.is_solved);
+    EXPECT_EQ(still.steps, 0U);
+    EXPECT_TRUE(std::isnan(still.values[0]));
+}
+
+}  // namespace
+}  // namespace povmesh
