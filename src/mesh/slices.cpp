@@ -149,9 +149,15 @@ void write_undirected(const Segments& segments, const Loops& loops, LoopWriter& 
     }
 }
 
-// Without its loops a graph is a forest: paths from leaf to leaf use it up, each from a point with
-// an odd number of segments. Each is closed by a straight line.
-void write_chains(const Segments& segments, LoopWriter& writer) {
+// A path along segments from a point that it does not return to.
+struct Chain {
+    Array<std::uint32_t> segments;
+    std::int32_t start, end;
+};
+
+// Divides a forest, which a graph without its loops is, into paths from leaf to leaf. Where segments
+// are passed against their direction more often than along it, the path is turned round.
+std::vector<Chain> find_chains(const Segments& segments) {
     const std::size_t node_count = segments.points.size();
     Array<std::uint32_t> next;
     next.assign(node_count + 2, 0);
@@ -168,26 +174,80 @@ void write_chains(const Segments& segments, LoopWriter& writer) {
     const Array<std::uint32_t> begin = next;
     Array<std::uint8_t> is_used;
     is_used.assign(segments.edges.size(), 0);
-    const auto take_edge = [&](std::size_t v) {
+    const auto find_edge = [&](std::size_t v) {
         while (next[v] < begin[v + 1] && is_used[at_node[next[v]]] != 0) ++next[v];
-        return next[v] < begin[v + 1] ? static_cast<std::int64_t>(at_node[next[v]]) : -1;
+        return next[v] < begin[v + 1];
     };
-    for (std::size_t start = 0; start < node_count; ++start) {
-        if ((begin[start + 1] - begin[start]) % 2 == 0) continue;
-        std::int64_t edge = take_edge(start);
-        if (edge < 0) continue;
-        auto here = static_cast<std::int32_t>(start);
+    std::vector<Chain> chains;
+    for (std::size_t v = 0; v < node_count; ++v) {
+        if ((begin[v + 1] - begin[v]) % 2 == 0 || !find_edge(v)) continue;
+        Chain chain{{}, static_cast<std::int32_t>(v), static_cast<std::int32_t>(v)};
         std::ptrdiff_t against = 0;
-        for (; edge >= 0; edge = take_edge(at(here))) {
-            const auto e = static_cast<std::size_t>(edge);
+        while (find_edge(at(chain.end))) {
+            const std::uint32_t e = at_node[next[at(chain.end)]];
             is_used[e] = 1;
-            writer.add(here, segments.faces[e]);
-            const bool is_forward = segments.edges[e].from == here;
+            chain.segments.push_back(e);
+            const bool is_forward = segments.edges[e].from == chain.end;
             against += is_forward ? -1 : 1;
-            here = is_forward ? segments.edges[e].to : segments.edges[e].from;
+            chain.end = is_forward ? segments.edges[e].to : segments.edges[e].from;
         }
-        writer.add(here, LoopWriter::kNoFace);
-        writer.close(against > 0);
+        if (against > 0) {
+            std::reverse(chain.segments.begin(), chain.segments.end());
+            std::swap(chain.start, chain.end);
+        }
+        chains.push_back(std::move(chain));
+    }
+    return chains;
+}
+
+// For each chain the one that is to follow it: the nearest pairs of an end and a start first. Each
+// follows itself where there are too many for that.
+std::vector<std::size_t> successors(const Segments& segments, const std::vector<Chain>& chains) {
+    struct Gap {
+        double width;
+        std::size_t from, to;
+    };
+    constexpr std::size_t kMostJoined = 200;  // 40,000 gaps are looked at then
+    std::vector<std::size_t> next(chains.size());
+    for (std::size_t i = 0; i < next.size(); ++i) next[i] = i;
+    if (chains.size() > kMostJoined) return next;
+    std::vector<Gap> gaps;
+    for (std::size_t from = 0; from < chains.size(); ++from) {
+        const Point2d p = segments.points[at(chains[from].end)];
+        for (std::size_t to = 0; to < chains.size(); ++to) {
+            const Point2d q = segments.points[at(chains[to].start)];
+            gaps.push_back({std::hypot(q.x - p.x, q.y - p.y), from, to});
+        }
+    }
+    std::stable_sort(gaps.begin(), gaps.end(),
+                     [](const Gap& a, const Gap& b) { return a.width < b.width; });
+    std::vector<std::uint8_t> has_next(chains.size(), 0);
+    std::vector<std::uint8_t> has_previous(chains.size(), 0);
+    for (const Gap& gap : gaps) {
+        if (has_next[gap.from] != 0 || has_previous[gap.to] != 0) continue;
+        has_next[gap.from] = has_previous[gap.to] = 1;
+        next[gap.from] = gap.to;
+    }
+    return next;
+}
+
+void write_chains(const Segments& segments, LoopWriter& writer) {
+    const std::vector<Chain> chains = find_chains(segments);
+    const std::vector<std::size_t> next = successors(segments, chains);
+    std::vector<std::uint8_t> is_written(chains.size(), 0);
+    for (std::size_t first = 0; first < chains.size(); ++first) {
+        if (is_written[first] != 0) continue;
+        for (std::size_t i = first; is_written[i] == 0; i = next[i]) {
+            is_written[i] = 1;
+            std::int32_t here = chains[i].start;
+            for (const std::uint32_t e : chains[i].segments) {
+                writer.add(here, segments.faces[e]);
+                const LoopEdge& edge = segments.edges[e];
+                here = edge.from == here ? edge.to : edge.from;
+            }
+            writer.add(here, LoopWriter::kNoFace);
+        }
+        writer.close(false);
     }
 }
 

@@ -69,7 +69,8 @@ public:
     /// for the point on it.
     ///
     /// What the windings of faces leave open is closed first by passing faces against their winding
-    /// (the loop turns as most of its faces tell), then by straight lines.
+    /// (the loop turns as most of its faces tell), then by straight lines from ends to starts, the
+    /// nearest first.
     void slice(std::size_t layer, SliceLoops& loops) const;
 
     std::size_t layer_count() const { return heights_.size(); }
