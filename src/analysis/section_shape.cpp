@@ -1,0 +1,73 @@
+#include "analysis/section_shape.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace povmesh {
+namespace {
+
+// Moments that differ by less than this share are the same: coordinates are rounded to 32 bits.
+constexpr double kSameMoments = 1e-5;
+
+// Area, first and second moments about an origin.
+struct Moments {
+    double one = 0;
+    double x = 0, y = 0;
+    double xx = 0, xy = 0, yy = 0;
+
+    // The triangle from the origin to an edge; negative where the edge turns clockwise.
+    void add_edge(double ax, double ay, double bx, double by) {
+        const double area = (ax * by - ay * bx) / 2;
+        one += area;
+        x += area * (ax + bx) / 3;
+        y += area * (ay + by) / 3;
+        xx += area * (ax * ax + ax * bx + bx * bx) / 6;
+        yy += area * (ay * ay + ay * by + by * by) / 6;
+        xy += area * (2 * ax * ay + ax * by + bx * ay + 2 * bx * by) / 12;
+    }
+};
+
+Moments moments_about(Point2d origin, const SliceLoops& loops,
+                      std::span<const std::uint32_t> part) {
+    Moments moments;
+    for (const std::uint32_t l : part) {
+        const auto loop = loops[l];
+        Point2d a = loop.back();
+        for (const Point2d b : loop) {
+            moments.add_edge(a.x - origin.x, a.y - origin.y, b.x - origin.x, b.y - origin.y);
+            a = b;
+        }
+    }
+    return moments;
+}
+
+}  // namespace
+
+SectionShape section_shape(const SliceLoops& loops, std::span<const std::uint32_t> part) {
+    const auto outer = loops[part.front()];
+    const Moments rough = moments_about(outer.front(), loops, part);
+    SectionShape shape;
+    if (!(rough.one > 0)) return shape;
+    shape.area = rough.one;
+    shape.centroid = {outer.front().x + rough.x / rough.one, outer.front().y + rough.y / rough.one};
+    // A second time about the centroid: nothing cancels.
+    const Moments moments = moments_about(shape.centroid, loops, part);
+    const double mean = (moments.xx + moments.yy) / 2;
+    const double spread = std::hypot((moments.xx - moments.yy) / 2, moments.xy);
+    shape.smallest_moment = std::max(mean - spread, 0.0);
+    shape.largest_moment = mean + spread;
+    const bool is_same_all_round = spread <= kSameMoments * mean;
+    const double angle = std::atan2(2 * moments.xy, moments.xx - moments.yy) / 2;
+    const double across_x = -std::sin(angle);
+    const double across_y = std::cos(angle);
+    for (const Point2d p : outer) {
+        const double x = p.x - shape.centroid.x;
+        const double y = p.y - shape.centroid.y;
+        const double distance =
+            is_same_all_round ? std::hypot(x, y) : std::abs(across_x * x + across_y * y);
+        shape.fibre = std::max(shape.fibre, distance);
+    }
+    return shape;
+}
+
+}  // namespace povmesh
