@@ -1,6 +1,7 @@
 // Exported functions on soups of coordinates alone.
 #include <algorithm>
 
+#include "analysis/weakness.h"
 #include "api/steps.h"
 #include "design/hollow.h"
 #include "mesh/compact.h"
@@ -132,20 +133,12 @@ void voxelize(float voxel_size, const float* coordinates_in, const float* colour
 }
 
 void weaknessDetect(const float* coordinates_in, uint32_t count_in, float** centres,
-                    float** normals, float** scores, uint32_t* section_count, uint64_t /*option*/) {
+                    float** normals, float** scores, uint32_t* section_count, uint64_t option) {
     Job job;
     TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
-    run_log().trace_in(kTraceUnit, "tri.reduce");
-    // Neither the reduction nor the parallel reduction after it is built yet.
-    compact(mesh);
-    run_log().trace_out(kTraceUnit, "tri.reduce");
+    reduce_for_analysis(job, mesh);
     label_shells(mesh);
-    // The analysis is not built yet: no section.
-    auto no_centres = allocate_result<float>(0);
-    auto no_normals = allocate_result<float>(0);
-    auto no_scores = allocate_result<float>(0);
-    hand_over(Slot::WeaknessCentres, std::move(no_centres), centres);
-    hand_over(Slot::WeaknessNormals, std::move(no_normals), normals);
-    hand_over(Slot::WeaknessScores, std::move(no_scores), scores);
-    store(section_count, uint32_t{0});
+    const SectionMode mode = (option & 0xFF) == 0 ? SectionMode::All : SectionMode::LocalMinima;
+    export_sections(detect_weakness(mesh, mode, job.run()),
+                    {centres, normals, scores, section_count});
 }

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/convert.h"
 #include "io/obj.h"
 #include "io/stl.h"
 #include "mesh/compact.h"
@@ -26,6 +27,9 @@ constexpr std::uint32_t kMostLevels = 5;
 constexpr double kAutomatic = -1.0;
 constexpr double kLeastKept = 0.05;
 constexpr double kNormalLimit = 0.985;
+
+// Outlines of cross-sections are as good with half the faces.
+constexpr float kKeptForAnalysis = 0.5F;
 
 constexpr std::array kColourSlots{Slot::Colours, Slot::TextureCoordinates, Slot::Labels};
 
@@ -131,6 +135,14 @@ void reduce_to_target(Job& job, TriMesh& mesh, float target) {
                     job.run());
 }
 
+void reduce_for_analysis(Job& job, TriMesh& mesh) {
+    job.run().log.trace_in(kTraceUnit, "tri.reduce");
+    reduce(mesh, kAutomatic, kLeastKept, kNormalLimit);
+    reduce_to_target(job, mesh, kKeptForAnalysis);
+    compact(mesh);
+    job.run().log.trace_out(kTraceUnit, "tri.reduce");
+}
+
 void subdivide_levels(TriMesh& mesh, std::uint32_t levels, SubdivideMode mode) {
     if (levels > kMostLevels) return;
     for (std::uint32_t level = 0; level < levels; ++level) {
@@ -176,6 +188,26 @@ void export_coordinates_and_colours(Job& job, const TriMesh& mesh, float** coord
                                     float** colours, std::uint32_t* count) {
     export_soup(job, mesh, {coordinates, colours, nullptr, nullptr, count});
     free_slots(std::array{Slot::TextureCoordinates, Slot::Labels});
+}
+
+void export_sections(std::span<const WeakSection> sections, const SectionsOut& out) {
+    auto centres = allocate_result<float>(3 * sections.size());
+    auto normals = allocate_result<float>(3 * sections.size());
+    auto scores = allocate_result<float>(sections.size());
+    for (std::size_t i = 0; i < sections.size(); ++i) {
+        const Vec3d centre = sections[i].centre;
+        const Vec3d normal = sections[i].normal;
+        const std::array values = {centre.x, centre.y, centre.z, normal.x, normal.y, normal.z};
+        for (std::size_t k = 0; k < 3; ++k) {
+            centres[3 * i + k] = narrow_to_float(values[k]);
+            normals[3 * i + k] = narrow_to_float(values[3 + k]);
+        }
+        scores[i] = sections[i].score;
+    }
+    hand_over(Slot::WeaknessCentres, std::move(centres), out.centres);
+    hand_over(Slot::WeaknessNormals, std::move(normals), out.normals);
+    hand_over(Slot::WeaknessScores, std::move(scores), out.scores);
+    store(out.count, fits<std::uint32_t>(sections.size()));
 }
 
 void keep_as_one_part(TriMesh& mesh) {

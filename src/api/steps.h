@@ -3,8 +3,10 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 
+#include "analysis/sections.h"
 #include "api/job.h"
 #include "api/slots.h"
 #include "mesh/build_f.h"
@@ -45,6 +47,14 @@ struct CountersOut {
     void store_all(std::uint32_t value) const;
 };
 
+/// Where a host wants cross-sections: 3 floats, 3 floats and 1 float for each.
+struct SectionsOut {
+    float** centres;
+    float** normals;
+    float** scores;
+    std::uint32_t* count;
+};
+
 /// Value of a counter when no flaw test ran.
 constexpr std::uint32_t kNotTested = 0xFFFFFFFF;
 
@@ -81,6 +91,10 @@ void reduce_and_compact(Job& job, TriMesh& mesh);
 /// keep, 0.05 at least; below -0.5 automatic. A target that is not a number changes nothing.
 void reduce_to_target(Job& job, TriMesh& mesh, float target);
 
+/// The reduction ahead of an analysis that needs no detail: the automatic one, then half the faces of
+/// each shell. Trace: tri.reduce.
+void reduce_for_analysis(Job& job, TriMesh& mesh);
+
 /// Subdivides 1 to 5 times, each level followed by compacting; any other number of levels does
 /// nothing.
 void subdivide_levels(TriMesh& mesh, std::uint32_t levels, SubdivideMode mode);
@@ -101,6 +115,9 @@ void export_soup(Job& job, const TriMesh& mesh, const ColourOut& out);
 void export_coordinates(Job& job, const TriMesh& mesh, const SoupOut& out);
 void export_coordinates_and_colours(Job& job, const TriMesh& mesh, float** coordinates,
                                     float** colours, std::uint32_t* count);
+
+/// Hands cross-sections over in their order.
+void export_sections(std::span<const WeakSection> sections, const SectionsOut& out);
 
 /// Makes the mesh its own only part, leaving it empty.
 void keep_as_one_part(TriMesh& mesh);

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
+#include <functional>
 #include <sstream>
 #include <stdexcept>
 
@@ -247,6 +249,33 @@ TEST_F(Frames, FreeFunctionsFreeTheirSlotsInOrderAndOnce) {
         }
         freeAllArray();
     }
+}
+
+TEST_F(Frames, TellWhereAModelIsWeak) {
+    shapes::SoupVector waisted = shapes::sphere(30, 5);
+    for (std::size_t i = 0; i < waisted.size(); i += 3) {
+        const float squeeze = 0.1F + 0.9F * std::abs(waisted[i + 2]) / 30;
+        waisted[i] *= squeeze;
+        waisted[i + 1] *= squeeze;
+        waisted[i + 2] += 7;
+    }
+    const auto count = static_cast<std::uint32_t>(waisted.size() / 9);
+    std::uint32_t section_count = 0;
+    float* centres = nullptr;
+    float* normals = nullptr;
+    float* scores = nullptr;
+    // Bits beyond the low 8 of the option are not read.
+    weaknessDetect(waisted.data(), count, &centres, &normals, &scores, &section_count, 0x10001);
+    ASSERT_EQ(section_count, 1U);
+    EXPECT_NEAR(centres[2], 7, 1.5);
+    EXPECT_NEAR(std::hypot(centres[0], centres[1]), 0, 0.1);
+    EXPECT_EQ(std::vector<float>(normals, normals + 3), (std::vector<float>{0, 0, 1}));
+    EXPECT_EQ(scores[0], 100);
+    freeAllArray();
+    weaknessDetect(waisted.data(), count, &centres, &normals, &scores, &section_count, 0x100);
+    EXPECT_GT(section_count, 100U);
+    EXPECT_TRUE(std::is_sorted(scores, scores + section_count, std::greater<>()));
+    EXPECT_NEAR(centres[2], 7, 1.5);
 }
 
 TEST_F(Frames, LetExceptionsPassAndAreReadyAfterwards) {

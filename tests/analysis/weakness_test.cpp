@@ -1,0 +1,64 @@
+// Weak places of models of several shells.
+#include "analysis/weakness.h"
+
+#include <gtest/gtest.h>
+
+#include "analysis/section_shapes.h"
+#include "mesh/shells.h"
+
+namespace povmesh {
+namespace {
+
+using shapes::SoupVector;
+
+std::vector<WeakSection> weakness_of(const SoupVector& soup, SectionMode mode) {
+    TriMesh mesh = shapes::mesh_of(soup);
+    label_shells(mesh);
+    RunLog log;
+    RunContext run{{}, log};
+    return detect_weakness(mesh, mode, run);
+}
+
+// 70 high; the plane at 34.5 or its like is the weakest.
+SoupVector spool(double size, Vec3d by) {
+    const std::vector<Point2d> profile = {{20, 0}, {20, 20}, {6, 32}, {6, 38}, {20, 50}, {20, 70}};
+    return shapes::placed(shapes::lathe(profile, 40), [&](Vec3d p) { return p * size + by; });
+}
+
+TEST(Weakness, ComparesTheShellsOfAModel) {
+    SoupVector soup = spool(1, {});
+    shapes::append(soup, spool(4, {200, 0, 100}));
+    shapes::append(soup, shapes::box({-90, -30, 0}, {-30, 30, 150}));
+    const auto sections = weakness_of(soup, SectionMode::LocalMinima);
+    ASSERT_EQ(sections.size(), 2U);
+    EXPECT_EQ(sections[0].score, 100);  // four times as large: a quarter of the strength
+    EXPECT_NEAR(sections[1].score, 25, 1.5);
+    EXPECT_NEAR(sections[0].centre.x, 200, 1e-3);
+    EXPECT_NEAR(sections[0].position, 100 + 4 * 35, 10);
+    EXPECT_NEAR(sections[1].position, 35, 4);
+}
+
+TEST(Weakness, TakesACavityForPartOfItsBody) {
+    SoupVector whole = spool(1, {});
+    const SoupVector core = shapes::lathe({{3, 10}, {3, 60}}, 24);
+    SoupVector turned_core = whole;
+    shapes::append(turned_core, shapes::turned(core));
+    SoupVector outward_core = whole;
+    shapes::append(outward_core, core);
+    const auto sections = weakness_of(turned_core, SectionMode::All);
+    EXPECT_EQ(weakness_of(outward_core, SectionMode::All).size(), sections.size());
+    for (const WeakSection& s : sections) {
+        const bool meets_core =
+            s.axis == 2 ? s.position > 10 && s.position < 60 : s.position > -3 && s.position < 3;
+        EXPECT_EQ(s.holes.size(), meets_core ? 1U : 0U) << s.axis << ' ' << s.position;
+    }
+    EXPECT_GT(sections.size(), 150U);
+}
+
+TEST(Weakness, TakesNothing) {
+    EXPECT_TRUE(weakness_of({}, SectionMode::All).empty());
+    EXPECT_TRUE(weakness_of({1, 1, 1, 2, 2, 2, 3, 3, 3}, SectionMode::All).empty());
+}
+
+}  // namespace
+}  // namespace povmesh
