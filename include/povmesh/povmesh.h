@@ -527,10 +527,14 @@ POVMESH_API void strengthColoringFromData(uint32_t method, uint32_t load,
                                           uint32_t* count, uint32_t* progress);
 
 /*
- * Finds vertical support columns `spacing` model units apart below overhangs flatter than `angle`
- * degrees. Per column 6 floats: top point, bottom point. When no column is found, `columns` and
- * `column_count` are left as they were: preset the count to 0.
- * Not built yet: finds no column.
+ * Finds vertical support columns, `spacing` model units apart along x and y, below overhangs: surfaces
+ * that lean out from upright by more than `angle` degrees (45 is usual; 90 takes level ones only). Per
+ * column 6 floats: the point on its axis at the overhang, then the point below it on the build plate
+ * (z = 0) or on the model. Columns have a square cross-section whose corners lie on the diagonals,
+ * spacing / 2 - 0.2 from the axis, and do not pass through the model; overhangs less than 4 to 5 units
+ * above what is below, and those smaller than a column, get none. A spacing for which more than 792 would stand along
+ * x or y is raised. A spacing that is not above 0 or not finite finds no column.
+ * When no column is found, `columns` and `column_count` are left as they were: preset the count to 0.
  */
 POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in,
                                            float spacing, float angle, float** columns,
@@ -538,8 +542,15 @@ POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t
 
 /*
  * Turns support columns into polygons per layer of `layer_height` model units: 3 floats a point,
- * the number of all points, and per polygon its number of points. `columns` is only read.
- * Not built yet: no polygon; the two arrays are empty.
+ * the number of all points, and per polygon its number of points. `columns` is only read; it has 6
+ * floats a column as columnSupportAutoGenerate makes them, and `spacing` is what it was given. Columns that
+ * are not finite are left out; null or a negative count means none.
+ * Layers begin at z = 0. A layer has the cross-sections of the columns at its middle, which is the z of its
+ * points, without the outline of the model there grown by 0.2. Polygons are closed, the last point
+ * joining the first: outer ones counterclockwise seen from above, holes clockwise behind the polygon
+ * that they are in.
+ * The two arrays are empty when there is no polygon: also for a layer height that is not above 0 or not
+ * finite, more than a million layers, or a spacing of 0.4 or less or more than 10,000.
  */
 POVMESH_API void columnSupportToSlicerExPolygons(const float* coordinates_in, uint32_t count_in,
                                                  const float* columns, int32_t column_count,

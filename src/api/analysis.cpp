@@ -1,6 +1,12 @@
 // Exported functions that analyse a model, preview a feature or find supports.
+#include <cstring>
+#include <utility>
+
 #include "api/steps.h"
+#include "base/convert.h"
 #include "povmesh/povmesh.h"
+#include "support/column_supports.h"
+#include "support/slice_polygons.h"
 
 using namespace povmesh;
 using namespace povmesh::api;
@@ -8,6 +14,28 @@ using namespace povmesh::api;
 namespace {
 
 constexpr std::uint64_t kNothingMade = 1;
+
+// Height of the build plate in a host's coordinates.
+constexpr double kPlate = 0;
+
+// The same bytes as numbers of a host.
+template <typename T, typename Item>
+ResultArray<T> result_of(const Array<Item>& items) {
+    static_assert(sizeof(Item) % sizeof(T) == 0);
+    auto result = allocate_result<T>(items.size() * (sizeof(Item) / sizeof(T)));
+    if (!items.empty()) std::memcpy(result.get(), items.data(), items.size() * sizeof(Item));
+    return result;
+}
+
+Array<Column> columns_of(const float* columns, std::int32_t count) {
+    Array<Column> result;
+    if (columns == nullptr || count <= 0) return result;
+    for (std::int32_t i = 0; i < count; ++i, columns += 6) {
+        result.push_back(
+            {{columns[0], columns[1], columns[2]}, {columns[3], columns[4], columns[5]}});
+    }
+    return result;
+}
 
 }  // namespace
 
@@ -52,25 +80,30 @@ void strengthColoringFromData(uint32_t /*method*/, uint32_t /*load*/, const floa
     job.progress(100);
 }
 
-void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in, float /*spacing*/,
-                               float /*angle*/, float** /*columns*/, int32_t* /*column_count*/) {
+void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in, float spacing,
+                               float angle, float** columns, int32_t* column_count) {
     Job job;
     const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
-    // The search is not built yet: no column, and without one the outputs are not touched.
+    const Array<Column> found =
+        find_columns(mesh, {double{spacing}, double{angle}, kPlate}, job.run());
+    if (found.empty()) return;  // hosts find their outputs as they were
+    hand_over(Slot::SupportColumns, result_of<float>(found), columns);
+    store(column_count, fits<int32_t>(found.size()));
 }
 
 void columnSupportToSlicerExPolygons(const float* coordinates_in, uint32_t count_in,
-                                     const float* /*columns*/, int32_t /*column_count*/,
-                                     float /*spacing*/, float /*layer_height*/, float** points,
-                                     uint32_t* point_count, uint32_t** polygon_sizes,
-                                     uint32_t* polygon_count) {
+                                     const float* columns, int32_t column_count, float spacing,
+                                     float layer_height, float** points, uint32_t* point_count,
+                                     uint32_t** polygon_sizes, uint32_t* polygon_count) {
     Job job;
     const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
-    // The conversion is not built yet: no polygon.
-    auto no_points = allocate_result<float>(0);
-    auto no_sizes = allocate_result<uint32_t>(0);
-    hand_over(Slot::SlicerPoints, std::move(no_points), points);
-    hand_over(Slot::SlicerPolygonSizes, std::move(no_sizes), polygon_sizes);
-    store(point_count, uint32_t{0});
-    store(polygon_count, uint32_t{0});
+    SlicePolygons polygons;
+    (void)slice_columns(mesh, columns_of(columns, column_count),
+                        {double{spacing}, double{layer_height}, kPlate}, job.run(), polygons);
+    auto all_points = result_of<float>(polygons.points);
+    auto sizes = result_of<uint32_t>(polygons.sizes);
+    hand_over(Slot::SlicerPoints, std::move(all_points), points);
+    hand_over(Slot::SlicerPolygonSizes, std::move(sizes), polygon_sizes);
+    store(point_count, fits<uint32_t>(polygons.points.size()));
+    store(polygon_count, fits<uint32_t>(polygons.sizes.size()));
 }

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <functional>
+#include <numeric>
 #include <sstream>
 #include <stdexcept>
 
@@ -249,6 +250,35 @@ TEST_F(Frames, FreeFunctionsFreeTheirSlotsInOrderAndOnce) {
         }
         freeAllArray();
     }
+}
+
+TEST_F(Frames, HandSupportColumnsFromOneCallToTheNext) {
+    shapes::SoupVector table = shapes::box({-2, -2, 0}, {2, 2, 21});
+    shapes::append(table, shapes::box({-15, -15, 20}, {15, 15, 23}));
+    const auto count = static_cast<std::uint32_t>(table.size() / 9);
+    float* columns = nullptr;
+    std::int32_t column_count = 0;
+    columnSupportAutoGenerate(table.data(), count, 3, 45, &columns, &column_count);
+    ASSERT_GT(column_count, 20);
+    for (std::int32_t i = 0; i < column_count; ++i) {
+        EXPECT_THAT(std::vector<float>(columns + 6 * i + 2, columns + 6 * i + 6),
+                    ::testing::ElementsAre(20, columns[6 * i], columns[6 * i + 1], 0));
+    }
+    float* points = nullptr;
+    std::uint32_t* sizes = nullptr;
+    std::uint32_t point_count = 0;
+    std::uint32_t polygon_count = 0;
+    columnSupportToSlicerExPolygons(table.data(), count, columns, column_count, 3, 0.25F, &points,
+                                    &point_count, &sizes, &polygon_count);
+    EXPECT_EQ(polygon_count, 80 * static_cast<std::uint32_t>(column_count));
+    EXPECT_EQ(std::accumulate(sizes, sizes + polygon_count, 0U), point_count);
+    EXPECT_FLOAT_EQ(points[3 * std::size_t{point_count} - 1], 19.875F);
+    freeColumnSupportPreviewArray();
+    freeColumnSupportExPolygons();
+
+    // Nothing found: outputs as they were.
+    columnSupportAutoGenerate(table.data(), 12, 3, 45, &columns, &column_count);
+    EXPECT_GT(column_count, 20);
 }
 
 TEST_F(Frames, TellWhereAModelIsWeak) {
