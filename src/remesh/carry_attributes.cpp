@@ -1,5 +1,6 @@
 #include "remesh/carry_attributes.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 
@@ -82,15 +83,16 @@ private:
 
 }  // namespace
 
-void carry_attributes(const TriMesh& from, const NearestFace& tree, TriMesh& to) {
-    if (from.faces.empty()) return;
-    if (has_varied_attributes(from) || from.faces[0].label >= 0) {
-        Carrier(from, tree, to).run();
-        return;
-    }
-    for (Face& face : to.faces) {
-        face.colour = from.faces[0].colour;
-        face.label = from.faces[0].label;
+void carry_attributes(const TriMesh& from, const NearestFace* tree, TriMesh& to) {
+    const auto first = std::find_if(from.faces.begin(), from.faces.end(),
+                                    [](const Face& face) { return face.deleted == 0; });
+    if (first == from.faces.end()) return;
+    if (first->label < 0 && !has_varied_attributes(from)) {
+        for (Face& face : to.faces) face.colour = first->colour;
+    } else if (tree != nullptr) {
+        Carrier(from, *tree, to).run();
+    } else {
+        Carrier(from, NearestFace(from), to).run();
     }
 }
 

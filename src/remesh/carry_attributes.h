@@ -9,6 +9,8 @@ namespace povmesh {
 /// Fills labels, colours and texture coordinates of the faces of `to`, which have none, from the
 /// nearest points of `from`. A face takes the label under its middle. Its corners are looked up a
 /// little inside of it, so that they fall on its own side of a seam.
-void carry_attributes(const TriMesh& from, const NearestFace& tree, TriMesh& to);
+///
+/// @param tree  of `from`; null: it is built if it is needed
+void carry_attributes(const TriMesh& from, const NearestFace* tree, TriMesh& to);
 
 }  // namespace povmesh

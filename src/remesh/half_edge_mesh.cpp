@@ -1,14 +1,11 @@
 #include "remesh/half_edge_mesh.h"
 
-#include <vector>
+#include <utility>
 
 namespace povmesh {
 namespace {
 
 constexpr std::array<std::size_t, 3> kNext = {1, 2, 0};
-
-// More faces at a vertex are neither looked through nor made.
-constexpr std::uint32_t kMaxUses = 128;
 
 }  // namespace
 
@@ -118,8 +115,8 @@ std::int32_t HalfEdgeMesh::split(std::uint32_t h, Vec3d place) {
     return m;
 }
 
-// The triangle (p, q, r) of the half-edge p -> q becomes (p, m, r), and (m, q, r) is new. Returns the
-// half-edge m -> q of that; what lies beyond p -> m and m -> q is not joined.
+// The triangle (p, q, r) of the half-edge p -> q becomes (p, m, r), and (m, q, r) is new. Returns
+// the half-edge m -> q of that; what lies beyond p -> m and m -> q is not joined.
 std::uint32_t HalfEdgeMesh::split_side(std::uint32_t h, std::int32_t m) {
     const std::uint32_t hn = next(h);
     const std::uint32_t n = 3 * new_triangle();
@@ -138,18 +135,27 @@ std::uint32_t HalfEdgeMesh::split_side(std::uint32_t h, std::int32_t m) {
     return n;
 }
 
+bool HalfEdgeMesh::are_neighbours(std::int32_t v, std::int32_t w) const {
+    bool found = false;
+    around(v, [&](std::uint32_t h) { found = found || target(h) == w || apex(h) == w; });
+    return found;
+}
+
 bool HalfEdgeMesh::can_flip(std::uint32_t h) const {
     const std::uint32_t g = opposites[h];
     if (g == kNone || is_feature[h] != 0) return false;
-    const std::int32_t c = apex(h);
-    const std::int32_t d = apex(g);
-    if (c == d || uses[index(origin(h))] <= 3 || uses[index(target(h))] <= 3) return false;
-    if (uses[index(c)] > kMaxUses || uses[index(d)] > kMaxUses) return false;
-    bool is_new = true;
-    around(c, [&](std::uint32_t e) {
-        if (target(e) == d || apex(e) == d) is_new = false;
-    });
-    return is_new;
+    for (const std::uint32_t e : {h, g}) {
+        if (uses[index(origin(e))] <= 3 && !is_open(origin(e))) return false;
+    }
+    std::int32_t c = apex(h);
+    std::int32_t d = apex(g);
+    // An irregular vertex does not tell all its neighbours, a crowded one has too many.
+    const auto tells = [&](std::int32_t v) {
+        return kinds[index(v)] != Irregular && uses[index(v)] <= kMaxUses;
+    };
+    if (c == d) return false;
+    if (!tells(c)) std::swap(c, d);
+    return tells(c) && !are_neighbours(c, d);
 }
 
 void HalfEdgeMesh::flip(std::uint32_t h) {
@@ -201,13 +207,14 @@ void HalfEdgeMesh::flip(std::uint32_t h) {
     ++uses[index(d)];
 }
 
-bool HalfEdgeMesh::can_collapse(std::uint32_t h) const {
+bool HalfEdgeMesh::can_collapse(std::uint32_t h, bool into_crowded) const {
     const std::int32_t a = origin(h);
     const std::int32_t b = target(h);
     const std::uint32_t g = opposites[h];
     if (is_locked[h] != 0 || kinds[index(a)] == Irregular || kinds[index(b)] == Irregular)
         return false;
-    if (uses[index(a)] + uses[index(b)] > kMaxUses) return false;
+    const bool is_crowded = uses[index(a)] + uses[index(b)] > kMaxUses;
+    if (is_crowded && (!into_crowded || uses[index(b)] > kMaxUses)) return false;
     // The two other sides of a triangle on the edge fall together: they cannot both be features,
     // nor both be open.
     for (const std::uint32_t e : {h, g}) {
@@ -220,13 +227,35 @@ bool HalfEdgeMesh::can_collapse(std::uint32_t h) const {
             return false;
         }
     }
+    if (common_neighbours(a, b, is_crowded) != (g == kNone ? 1U : 2U)) return false;
+    // Two triangles on the same three corners would be left of a tetrahedron.
+    return g == kNone || uses[index(a)] + uses[index(b)] > 6 || is_open(a) || is_open(b);
+}
+
+// Neighbours of b that are neighbours of a, too. Those of a crowded vertex are asked about
+// themselves; one that cannot tell counts as many.
+std::size_t HalfEdgeMesh::common_neighbours(std::int32_t a, std::int32_t b, bool is_crowded) const {
     std::array<std::int32_t, kMaxUses + 1> ring;
     std::size_t size = 0;
-    around(a, [&](std::uint32_t e) {
-        ring[size++] = target(e);
-        if (opposites[previous(e)] == kNone) ring[size++] = apex(e);
-    });
+    const auto add = [&](std::int32_t v) { ring[size++] = v; };
+    const auto add_ring = [&](std::int32_t of) {
+        around(of, [&](std::uint32_t e) {
+            add(target(e));
+            if (opposites[previous(e)] == kNone) add(apex(e));
+        });
+    };
     std::size_t common = 0;
+    if (is_crowded) {
+        add_ring(b);
+        for (std::size_t i = 0; i < size; ++i) {
+            const std::int32_t v = ring[i];
+            if (v == a) continue;
+            if (kinds[index(v)] == Irregular || uses[index(v)] > kMaxUses) return kMaxUses;
+            common += are_neighbours(v, a) ? 1 : 0;
+        }
+        return common;
+    }
+    add_ring(a);
     const auto count = [&](std::int32_t v) {
         for (std::size_t i = 0; i < size; ++i) common += ring[i] == v ? 1 : 0;
     };
@@ -234,9 +263,7 @@ bool HalfEdgeMesh::can_collapse(std::uint32_t h) const {
         count(target(e));
         if (opposites[previous(e)] == kNone) count(apex(e));
     });
-    if (common != (g == kNone ? 1U : 2U)) return false;
-    // Two triangles on the same three corners would be left of a tetrahedron.
-    return g == kNone || uses[index(a)] + uses[index(b)] > 6 || is_open(a) || is_open(b);
+    return common;
 }
 
 void HalfEdgeMesh::collapse(std::uint32_t h, Vec3d place) {

@@ -25,8 +25,8 @@ inline bool turns(Vec3d before, Vec3d after) {
 /// one.
 ///
 /// Invariants: opposites[opposites[h]] == h unless it is kNone; the two run in opposite directions
-/// between the same vertices. starts[v] is a half-edge from v. Triangles that are gone have kGone as
-/// their first vertex and come back with the next one that is made.
+/// between the same vertices. starts[v] is a half-edge from v. Triangles that are gone have kGone
+/// as their first vertex and come back with the next one that is made.
 ///
 /// Edges of more than two faces, and those whose faces are wound against each other, have no
 /// opposite here and are locked.
@@ -34,6 +34,9 @@ class HalfEdgeMesh {
 public:
     static constexpr std::uint32_t kNone = 0xFFFFFFFF;
     static constexpr std::int32_t kGone = -1;
+
+    /// A vertex of more triangles is crowded: going round it for each of them would take for ever.
+    static constexpr std::uint32_t kMaxUses = 128;
 
     enum Kind : std::uint8_t {
         Free,       // inside a smooth patch
@@ -51,8 +54,8 @@ public:
     Array<std::uint32_t> uses;  // triangles at each vertex
     Array<std::uint8_t> kinds;
 
-    /// Of the live faces of a mesh; triangle t is the t-th of them. Features are not marked, but for
-    /// edges without an opposite.
+    /// Of the live faces of a mesh; triangle t is the t-th of them. Features are not marked, but
+    /// for edges without an opposite.
     HalfEdgeMesh(const TriMesh& mesh, const EdgeMates& mates);
 
     static std::uint32_t next(std::uint32_t h) { return h % 3 == 2 ? h - 2 : h + 1; }
@@ -91,19 +94,24 @@ public:
     std::int32_t split(std::uint32_t h, Vec3d place);
 
     /// True when the edge is no feature, has two triangles, and turning it would neither double an
-    /// edge nor leave a vertex with two triangles. Not where it would end at a crowded vertex.
+    /// edge nor leave a vertex inside with two triangles. Not between two vertices that are crowded
+    /// or irregular.
     bool can_flip(std::uint32_t h) const;
 
     /// Turns an edge with two triangles within their quadrilateral. The half-edge keeps its number.
     void flip(std::uint32_t h);
 
-    /// True when the edge can go without pinching the surface or joining feature lines.
-    bool can_collapse(std::uint32_t h) const;
+    /// True when the edge can go without pinching the surface or joining feature lines. That an
+    /// inner edge does not join two open borders is for the caller to see to. Where the two
+    /// vertices together are crowded, only on demand, and not when the target is.
+    bool can_collapse(std::uint32_t h, bool into_crowded = false) const;
 
     /// Merges the target of the edge into its origin, which moves to `place`.
     void collapse(std::uint32_t h, Vec3d place);
 
 private:
+    bool are_neighbours(std::int32_t v, std::int32_t w) const;  // v is regular
+    std::size_t common_neighbours(std::int32_t a, std::int32_t b, bool is_crowded) const;
     std::uint32_t new_triangle();
     std::uint32_t split_side(std::uint32_t h, std::int32_t m);
     void join(std::uint32_t h, std::uint32_t g);

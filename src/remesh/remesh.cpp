@@ -103,7 +103,7 @@ public:
             face.colour.fill(255);
             made.faces.push_back(face);
         }
-        carry_attributes(original_, tree_, made);
+        carry_attributes(original_, &tree_, made);
         return made;
     }
 
@@ -425,7 +425,8 @@ private:
 
 // What the area needs in equilateral triangles, and the edges in pieces with a triangle on each
 // side, whichever is more: a needle has edges and no area.
-double triangles_made(const TriMesh& mesh, const Array<float>& face_lengths, double edge_length) {
+double triangles_made(const TriMesh& mesh, std::span<const float> face_lengths, double edge_length,
+                      double factor) {
     const double equilateral = std::sqrt(3.0) / 4;
     double by_area = 0;
     double by_edges = 0;
@@ -435,7 +436,8 @@ double triangles_made(const TriMesh& mesh, const Array<float>& face_lengths, dou
         const Vec3d a = to_double(mesh.corner_position(face, 0));
         const Vec3d b = to_double(mesh.corner_position(face, 1));
         const Vec3d c = to_double(mesh.corner_position(face, 2));
-        const double l = face_lengths.empty() ? edge_length : static_cast<double>(face_lengths[f]);
+        const double l =
+            factor * (face_lengths.empty() ? edge_length : static_cast<double>(face_lengths[f]));
         by_area += 0.5 * length(cross(b - a, c - a)) / (equilateral * l * l);
         by_edges += (length(b - a) + length(c - b) + length(a - c)) / l;
     }
@@ -461,20 +463,6 @@ Array<float> usable_lengths(const TriMesh& mesh, std::span<const float> given) {
     return lengths;
 }
 
-// Factor for all lengths that keeps the number of triangles in bounds; infinite coordinates have
-// none.
-double raising(const TriMesh& mesh, const Array<float>& face_lengths, double edge_length) {
-    double factor = 1;
-    for (int step = 0; step < 200; ++step) {
-        const double count = triangles_made(mesh, face_lengths, edge_length * factor);
-        const double scaled = face_lengths.empty() ? count : count / (factor * factor);
-        if (!(scaled > kMostTriangles)) break;
-        factor *= std::max(1.01, std::sqrt(scaled / kMostTriangles));
-        if (!std::isfinite(factor)) break;
-    }
-    return factor;
-}
-
 bool has_finite_vertices(const TriMesh& mesh) {
     return std::all_of(mesh.vertices.begin(), mesh.vertices.end(),
                        [](const Vertex& v) { return is_finite(v.position()); });
@@ -482,16 +470,28 @@ bool has_finite_vertices(const TriMesh& mesh) {
 
 }  // namespace
 
-void remesh(TriMesh& mesh, const RemeshOptions& options, RunContext& run) {
+double raising_factor(const TriMesh& mesh, std::span<const float> face_lengths, double edge_length,
+                      double most) {
+    double factor = 1;
+    // Infinite coordinates have no factor.
+    for (int step = 0; step < 200 && std::isfinite(factor); ++step) {
+        const double count = triangles_made(mesh, face_lengths, edge_length, factor);
+        if (!(count > most)) break;
+        factor *= std::max(1.01, std::sqrt(count / most));
+    }
+    return factor;
+}
+
+RemeshReport remesh(TriMesh& mesh, const RemeshOptions& options, RunContext& run) {
     RemeshOptions used = options;
     const bool has_field = !options.face_lengths.empty();
-    if (has_field && options.face_lengths.size() != mesh.faces.size()) return;
-    if (!has_field && !(options.edge_length > 0 && std::isfinite(options.edge_length))) return;
-    if (live_face_count(mesh) == 0 || !has_finite_vertices(mesh)) return;
+    if (has_field && options.face_lengths.size() != mesh.faces.size()) return {};
+    if (!has_field && !(options.edge_length > 0 && std::isfinite(options.edge_length))) return {};
+    if (live_face_count(mesh) == 0 || !has_finite_vertices(mesh)) return {};
     used.edge_length *= kAim;
     Array<float> lengths = usable_lengths(mesh, options.face_lengths);
     for (float& l : lengths) l *= static_cast<float>(kAim);
-    const double factor = raising(mesh, lengths, used.edge_length);
+    const double factor = raising_factor(mesh, lengths, used.edge_length, kMostTriangles);
     if (factor > 1) {
         run.log.caution("edge length raised, the model would have more than 50 million triangles");
         used.edge_length *= factor;
@@ -507,6 +507,7 @@ void remesh(TriMesh& mesh, const RemeshOptions& options, RunContext& run) {
     mesh.use_table.clear();
     mesh.shells.clear();
     compact(mesh);
+    return {true, factor};
 }
 
 }  // namespace povmesh

@@ -21,9 +21,15 @@ struct RemeshOptions {
     double feature_angle = 40;  // degrees; sharper edges are kept
 };
 
+struct RemeshReport {
+    bool is_done =
+        false;  // false: the mesh is as it was, for want of a length, faces or finite vertices
+    double raised = 1;  // by this factor, all lengths
+};
+
 /// Edges longer than 4/3 of the length are split, those shorter than 4/5 collapsed, and others
-/// flipped so that six meet at each vertex; vertices are drawn to the middle of their neighbours and
-/// back onto the original surface.
+/// flipped so that six meet at each vertex; vertices are drawn to the middle of their neighbours
+/// and back onto the original surface.
 ///
 /// Sharp edges, borders of labels and texture maps, and open edges stay as lines: their vertices
 /// move along them only, and the corners between them stay. Edges of more than two faces stay as
@@ -34,6 +40,12 @@ struct RemeshOptions {
 /// caution in the log. The result is compact, and the same bits for any number of threads.
 ///
 /// Source: M. Botsch and L. Kobbelt, A remeshing approach to multiresolution modeling, SGP 2004.
-void remesh(TriMesh& mesh, const RemeshOptions& options, RunContext& run);
+RemeshReport remesh(TriMesh& mesh, const RemeshOptions& options, RunContext& run);
+
+/// The factor, 1 or more, by which the lengths must be raised so that there will be no more than
+/// `most` triangles, as far as areas and edges tell. Lengths for each face go before the one for
+/// all.
+double raising_factor(const TriMesh& mesh, std::span<const float> face_lengths, double edge_length,
+                      double most);
 
 }  // namespace povmesh
