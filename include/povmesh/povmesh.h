@@ -173,11 +173,12 @@ POVMESH_API uint64_t meshPreprocessorCtrlFromFile(const char* path, uint64_t unu
  * (lower case, the whole extension); anything else gives an empty model. STL files give white
  * corners and labels of -1.
  *
- * An OBJ face gets the number of "usemtl" lines before it, less one, as its label if all its corners
- * have a texture coordinate, else -1; corners have the colours that follow the coordinates of "v"
- * lines, else white. Vertex numbers are taken as they stand, negative ones are not counted back: a
- * triangle that names no vertex is left out, a polygon of more corners that names no vertex read so
- * far ends the call with the C++ exception std::out_of_range ("invalid vector<T> subscript").
+ * An OBJ face gets the number of "usemtl" lines before it, less one, as its label if all its
+ * corners have a texture coordinate, else -1; corners have the colours that follow the coordinates
+ * of "v" lines, else white. Vertex numbers are taken as they stand, negative ones are not counted
+ * back: a triangle that names no vertex is left out, a polygon of more corners that names no vertex
+ * read so far ends the call with the C++ exception std::out_of_range ("invalid vector<T>
+ * subscript").
  */
 POVMESH_API void importFile(const char* path, float** coordinates, float** colours,
                             float** texture_coordinates, int32_t** labels, uint32_t* count);
@@ -200,9 +201,9 @@ POVMESH_API void saveasObjFromDataDoublePrecision(const char* path, const double
  * consistent and outward, of cavities too. progress: 0, 30, 70, 100.
  *
  * A shell goes when its volume and its area are below 1 (model units). Of faces with the same three
- * vertices the first stays, in models of fewer than 300,000 faces. Holes of 3 to 50 edges are closed
- * unless a face has a label of 0 or more. A shell of which between 1.5 % and 99 % of the faces would
- * have to be turned stays as it is. Input positions keep their bits.
+ * vertices the first stays, in models of fewer than 300,000 faces. Holes of 3 to 50 edges are
+ * closed unless a face has a label of 0 or more. A shell of which between 1.5 % and 99 % of the
+ * faces would have to be turned stays as it is. Input positions keep their bits.
  */
 POVMESH_API void modelRepairFromData64(float** coordinates_in, uint32_t* count_in,
                                        float** coordinates, uint32_t* count, uint32_t* progress);
@@ -228,15 +229,17 @@ POVMESH_API void meshReduceFromData(float target, float** coordinates_in, uint32
 
 /*
  * Smooths and refines by `levels` levels of Loop subdivision. A level splits the edges that are
- * longer than the mean (0.8 of it where lengths vary by more than 35 %), and moves every vertex that
- * is not on an open border. 0 levels, or more than 5, return the built model.
+ * longer than the mean (0.8 of it where lengths vary by more than 35 %), and moves every vertex
+ * that is not on an open border. 0 levels, or more than 5, return the built model.
  */
 POVMESH_API void subdivisionFromData(uint32_t levels, float** coordinates_in, uint32_t* count_in,
                                      float** coordinates, uint32_t* count);
 
 /*
- * Improves badly shaped triangles without changing the surface.
- * Not built yet: returns the built model unchanged.
+ * Mends triangles of bad shape and leaves the others alone: needles, whose one edge is under 1/20
+ * of the others, are collapsed; caps, which have an angle above 170 degrees, are turned or split
+ * away. The surface moves by at most 1/1000 of the diagonal of its bounding box; a closed model
+ * stays closed. What can only be mended by more than that stays.
  */
 POVMESH_API void reviseTriangleFromData(float** coordinates_in, uint32_t* count_in,
                                         float** coordinates, uint32_t* count);
@@ -300,15 +303,15 @@ POVMESH_API void voxelize(float voxel_size, const float* coordinates_in, const f
                           uint32_t count_in, float** coordinates, float** colours, uint32_t* count);
 
 /*
- * Finds weak cross-sections, the weakest first. Per section: the centre of its area (3 floats, model
- * units), the unit normal of its plane (3 floats: the x, y or z axis) and a score (1 float): 100 for
- * the weakest, 50 for one that would stand twice the load, down to 0.
- * The model is reduced, then each shell is cut by planes across the three axes, a hundredth of the
- * mean of the model's extents apart. The bending strength of each connected part of a section is
- * divided by what hangs on it: the volume of the smaller body that a cut there would take off, times
- * the distance of its centroid. The low 8 bits of `option` choose: 0 returns all sections, any
- * other value only weak places, where that ratio falls and rises again by a half or more. A plain
- * box, ball or cone has none; the three arrays are then empty.
+ * Finds weak cross-sections, the weakest first. Per section: the centre of its area (3 floats,
+ * model units), the unit normal of its plane (3 floats: the x, y or z axis) and a score (1 float):
+ * 100 for the weakest, 50 for one that would stand twice the load, down to 0. The model is reduced,
+ * then each shell is cut by planes across the three axes, a hundredth of the mean of the model's
+ * extents apart. The bending strength of each connected part of a section is divided by what hangs
+ * on it: the volume of the smaller body that a cut there would take off, times the distance of its
+ * centroid. The low 8 bits of `option` choose: 0 returns all sections, any other value only weak
+ * places, where that ratio falls and rises again by a half or more. A plain box, ball or cone has
+ * none; the three arrays are then empty.
  */
 POVMESH_API void weaknessDetect(const float* coordinates_in, uint32_t count_in, float** centres,
                                 float** normals, float** scores, uint32_t* section_count,
@@ -317,8 +320,8 @@ POVMESH_API void weaknessDetect(const float* coordinates_in, uint32_t count_in, 
 /* ------------------------------------------------------------------------------- colour form */
 
 /*
- * modelRepairFromData64 with colours, texture coordinates and labels. New faces have the label -1 and
- * the mean colour of their surroundings. progress: 0, 30, 70, 100.
+ * modelRepairFromData64 with colours, texture coordinates and labels. New faces have the label -1
+ * and the mean colour of their surroundings. progress: 0, 30, 70, 100.
  */
 POVMESH_API void modelRepairFromColorData(const float* coordinates_in, const float* colours_in,
                                           const float* texture_coordinates_in,
@@ -352,8 +355,8 @@ POVMESH_API void meshReduceFromColorData(float target, const float* coordinates_
 
 /*
  * subdivisionFromData with colours, texture coordinates and labels. When colours, or texture
- * coordinates with labels, are given, a level splits every edge: four triangles of each. New corners
- * get the mean colour and texture coordinates of their edge.
+ * coordinates with labels, are given, a level splits every edge: four triangles of each. New
+ * corners get the mean colour and texture coordinates of their edge.
  */
 POVMESH_API void subdivisionFromColorData(uint32_t levels, const float* coordinates_in,
                                           const float* colours_in,
@@ -426,20 +429,21 @@ POVMESH_API void separateShellsFromData(const float* coordinates_in, const float
  *   2  cut and close the openings with caps, so that the pieces of a closed body are closed
  *   3  keep the side that the normal points to, and add its mirror image; faces in the plane go
  *   4  the same with the other side
- * Any other leaves the model as it is, and so does a plane of which a pointer is null, or a vector zero or not
- * finite; a body that the plane misses stays as it is. The cut runs 0.1 model units beside the plane,
- * away from where the normal points; a vertex closer to it than 1e-5 of the body's extent counts as
- * lying on it.
+ * Any other leaves the model as it is, and so does a plane of which a pointer is null, or a vector
+ * zero or not finite; a body that the plane misses stays as it is. The cut runs 0.1 model units
+ * beside the plane, away from where the normal points; a vertex closer to it than 1e-5 of the
+ * body's extent counts as lying on it.
  *
- * Pegs, with operation 2: `connector_count` of them for each body that is cut, of `connector_radius`
- * model units with `connector_segments` sides (3 to 512), as far as they fit. They stand on the first
- * piece, twice as long as their radius where there is room; the sockets in the other are larger by 0.2
- * all around and at the end. None when count or radius is 0. `reserved` and `parameter` are not read.
+ * Pegs, with operation 2: `connector_count` of them for each body that is cut, of
+ * `connector_radius` model units with `connector_segments` sides (3 to 512), as far as they fit.
+ * They stand on the first piece, twice as long as their radius where there is room; the sockets in
+ * the other are larger by 0.2 all around and at the end. None when count or radius is 0. `reserved`
+ * and `parameter` are not read.
  *
- * Returns parts, in the order of the bodies: first the pieces on the side that the normal points away
- * from, then the others. A piece without caps may be left out for its volume (see the head), and so
- * may one of a cavity, which is a body by itself here. Corners on the cut get colours and texture
- * coordinates in proportion; caps have the label -1 and the mean colour along the cut.
+ * Returns parts, in the order of the bodies: first the pieces on the side that the normal points
+ * away from, then the others. A piece without caps may be left out for its volume (see the head),
+ * and so may one of a cavity, which is a body by itself here. Corners on the cut get colours and
+ * texture coordinates in proportion; caps have the label -1 and the mean colour along the cut.
  */
 POVMESH_API void cutFromData(const float* normal, const float* direction, const float* point,
                              float connector_radius, uint32_t connector_segments,
@@ -527,14 +531,15 @@ POVMESH_API void strengthColoringFromData(uint32_t method, uint32_t load,
                                           uint32_t* count, uint32_t* progress);
 
 /*
- * Finds vertical support columns, `spacing` model units apart along x and y, below overhangs: surfaces
- * that lean out from upright by more than `angle` degrees (45 is usual; 90 takes level ones only). Per
- * column 6 floats: the point on its axis at the overhang, then the point below it on the build plate
- * (z = 0) or on the model. Columns have a square cross-section whose corners lie on the diagonals,
- * spacing / 2 - 0.2 from the axis, and do not pass through the model; overhangs less than 4 to 5 units
- * above what is below, and those smaller than a column, get none. A spacing for which more than 792 would stand along
- * x or y is raised. A spacing that is not above 0 or not finite finds no column.
- * When no column is found, `columns` and `column_count` are left as they were: preset the count to 0.
+ * Finds vertical support columns, `spacing` model units apart along x and y, below overhangs:
+ * surfaces that lean out from upright by more than `angle` degrees (45 is usual; 90 takes level
+ * ones only). Per column 6 floats: the point on its axis at the overhang, then the point below it
+ * on the build plate (z = 0) or on the model. Columns have a square cross-section whose corners lie
+ * on the diagonals, spacing / 2 - 0.2 from the axis, and do not pass through the model; overhangs
+ * less than 4 to 5 units above what is below, and those smaller than a column, get none. A spacing
+ * for which more than 792 would stand along x or y is raised. A spacing that is not above 0 or not
+ * finite finds no column. When no column is found, `columns` and `column_count` are left as they
+ * were: preset the count to 0.
  */
 POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in,
                                            float spacing, float angle, float** columns,
@@ -543,14 +548,14 @@ POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t
 /*
  * Turns support columns into polygons per layer of `layer_height` model units: 3 floats a point,
  * the number of all points, and per polygon its number of points. `columns` is only read; it has 6
- * floats a column as columnSupportAutoGenerate makes them, and `spacing` is what it was given. Columns that
- * are not finite are left out; null or a negative count means none.
- * Layers begin at z = 0. A layer has the cross-sections of the columns at its middle, which is the z of its
- * points, without the outline of the model there grown by 0.2. Polygons are closed, the last point
- * joining the first: outer ones counterclockwise seen from above, holes clockwise behind the polygon
- * that they are in.
- * The two arrays are empty when there is no polygon: also for a layer height that is not above 0 or not
- * finite, more than a million layers, or a spacing of 0.4 or less or more than 10,000.
+ * floats a column as columnSupportAutoGenerate makes them, and `spacing` is what it was given.
+ * Columns that are not finite are left out; null or a negative count means none. Layers begin at z
+ * = 0. A layer has the cross-sections of the columns at its middle, which is the z of its points,
+ * without the outline of the model there grown by 0.2. Polygons are closed, the last point joining
+ * the first: outer ones counterclockwise seen from above, holes clockwise behind the polygon that
+ * they are in. The two arrays are empty when there is no polygon: also for a layer height that is
+ * not above 0 or not finite, more than a million layers, or a spacing of 0.4 or less or more than
+ * 10,000.
  */
 POVMESH_API void columnSupportToSlicerExPolygons(const float* coordinates_in, uint32_t count_in,
                                                  const float* columns, int32_t column_count,

@@ -7,6 +7,7 @@
 #include "mesh/compact.h"
 #include "mesh/shells.h"
 #include "povmesh/povmesh.h"
+#include "remesh/revise.h"
 #include "repair/repair.h"
 #include "voxel/surface.h"
 #include "voxel/voxelise.h"
@@ -65,7 +66,7 @@ void reviseTriangleFromData(float** coordinates_in, uint32_t* count_in, float** 
                             uint32_t* count) {
     Job job;
     TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
-    // Triangle revision is not built yet.
+    revise_triangles(mesh);
     compact(mesh);
     export_coordinates(job, mesh, {coordinates, count});
 }
