@@ -67,9 +67,12 @@ std::string table(const std::string& source, const std::string& target, const Ou
     done.emplace_back("time", seconds_text(outcome.report.seconds));
     done.emplace_back("verified",
                       "read back, " + counted(outcome.after.triangles, "triangle") + " as written");
-    return on_one_line(source) + " -> " + on_one_line(target) + "\n" +
-           side_by_side(measure_rows("before", outcome.before),
-                        measure_rows("after", outcome.after)) +
+    std::vector<Row> before = measure_rows("before", outcome.before);
+    std::vector<Row> after = measure_rows("after", outcome.after);
+    const ChangeReport& report = outcome.report;
+    before.insert(before.end(), report.before.begin(), report.before.end());
+    after.insert(after.end(), report.after.begin(), report.after.end());
+    return on_one_line(source) + " -> " + on_one_line(target) + "\n" + side_by_side(before, after) +
            "\n" + table_text(done);
 }
 
@@ -81,6 +84,8 @@ Json to_json(const std::string& source, const std::string& target, const Outcome
     }
     json["before"] = measures_json(outcome.before);
     json["after"] = measures_json(outcome.after);
+    json["before"].update(outcome.report.json_before);
+    json["after"].update(outcome.report.json_after);
     json.update(outcome.report.json);
     json["seconds"] = outcome.report.seconds;
     std::vector<std::string> warnings = outcome.warnings;

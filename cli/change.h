@@ -18,7 +18,9 @@ namespace povmesh::cli {
 struct ChangeReport {
     std::string failure;  // why there is no result, without the file; nothing is written then
     double seconds = 0;   // that it took, without reading and writing
+    std::vector<Row> before, after;  // of the same labels, to stand beside each other
     std::vector<Row> rows;
+    Json json_before = Json::object(), json_after = Json::object();
     Json json = Json::object();
 };
 

@@ -56,7 +56,7 @@ std::span<const ExitStatusSpec> exit_statuses() {
 }
 
 std::span<const OperationSpec> operations() {
-    static const std::array<OperationSpec, 11> table = {
+    static const std::array<OperationSpec, 13> table = {
         OperationSpec{
             .name = "check",
             .summary = "Tell whether models are fit to print",
@@ -214,6 +214,49 @@ std::span<const OperationSpec> operations() {
                         {.name = "--json", .help = "Print one JSON object"}},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_reduce},
+        OperationSpec{
+            .name = "remesh",
+            .summary = "Make the triangles of a model even",
+            .description =
+                "Makes new triangles on the same surface, all of about the same edge length. Edges "
+                "sharper than 40 degrees, open borders and the borders of labels and texture maps "
+                "stay. Reads the result back and prints edges, angles and the distance.",
+            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
+            .options = {{.name = "--output",
+                         .short_name = "-o",
+                         .type = ValueType::Text,
+                         .placeholder = "OUT",
+                         .is_required = true,
+                         .help = "File to write; its name ends in .stl or .obj"},
+                        {.name = "--edge",
+                         .type = ValueType::Number,
+                         .placeholder = "LENGTH",
+                         .unit = "units of the file",
+                         .low = 0,
+                         .high = kNoLimit,
+                         .is_required = true,
+                         .help = "Length that the edges shall have, above 0"},
+                        {.name = "--json", .help = "Print one JSON object"}},
+            .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+            .run = run_remesh},
+        OperationSpec{
+            .name = "revise",
+            .summary = "Mend triangles of bad shape and leave the others alone",
+            .description =
+                "Collapses needles, whose one edge is under 1/20 of the others, and turns or "
+                "splits away caps, which have an angle above 170 degrees. The surface moves by at "
+                "most 1/1000 of the model's diagonal. Reads the result back and prints how many "
+                "were and are left.",
+            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
+            .options = {{.name = "--output",
+                         .short_name = "-o",
+                         .type = ValueType::Text,
+                         .placeholder = "OUT",
+                         .is_required = true,
+                         .help = "File to write; its name ends in .stl or .obj"},
+                        {.name = "--json", .help = "Print one JSON object"}},
+            .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+            .run = run_revise},
         OperationSpec{
             .name = "subdivide",
             .summary = "Smooth a model and give it more triangles",

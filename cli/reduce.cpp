@@ -9,10 +9,9 @@
 
 #include "base/timer.h"
 #include "cli/change.h"
-#include "cli/measures.h"
+#include "cli/distance.h"
 #include "cli/numbers.h"
 #include "mesh/compact.h"
-#include "mesh/surface_distance.h"
 #include "remesh/parallel_reduce.h"
 
 namespace povmesh::cli {
@@ -22,9 +21,6 @@ namespace {
 constexpr double kAutomatic = -1;
 constexpr double kLeastKept = 0.05;
 constexpr double kNormalLimit = 0.985;
-
-// Distances below this share of the diagonal are what the search for the nearest point rounds to.
-constexpr double kRounding = 1e-12;
 
 // A rule that kept edges from being collapsed, and how often.
 struct Rule {
@@ -70,31 +66,6 @@ std::pair<std::string, std::string> end_of(const ReduceReport& report, bool is_a
     return {text, std::string(rules(report, is_automatic).front().key)};
 }
 
-// "0.0123 (0.0071 % of the diagonal)".
-std::string distance_text(double distance, double diagonal) {
-    if (!std::isfinite(distance)) return "unknown";
-    if (distance < kRounding * diagonal) return "0";
-    std::string text = human_number(distance);
-    if (diagonal > 0) {
-        // Two digits tell enough of a share.
-        const double percent = distance / diagonal * 100;
-        const double unit = percent > 0 ? std::pow(10, std::floor(std::log10(percent)) - 1) : 1;
-        text += " (" + human_number(std::round(percent / unit) * unit) + " % of the diagonal)";
-    }
-    return text;
-}
-
-void add_distance(ChangeReport& report, const TriMesh& from, const TriMesh& to) {
-    const SurfaceDistance distance = surface_distance(from, to);
-    const double diagonal = measures_of(from).diagonal();
-    report.rows.emplace_back("distance, RMS", distance_text(distance.rms(), diagonal));
-    report.rows.emplace_back("distance, greatest", distance_text(distance.greatest(), diagonal));
-    report.json["distance"] = {{"rms", distance.rms()},
-                               {"greatest", distance.greatest()},
-                               {"rms_share", distance.rms() / diagonal},
-                               {"greatest_share", distance.greatest() / diagonal}};
-}
-
 ReduceReport reduce_mesh(TriMesh& mesh, const Arguments& arguments) {
     if (arguments.has("--auto")) {
         const ReduceReport report = reduce(mesh, kAutomatic, kLeastKept, kNormalLimit);
@@ -132,7 +103,7 @@ ChangeReport change(TriMesh& mesh, const Arguments& arguments) {
     for (const Rule& rule : rules(report, is_automatic)) {
         told.json["turned_down"][std::string(rule.key)] = rule.count;
     }
-    if (arguments.has("--measure")) add_distance(told, source, mesh);
+    if (arguments.has("--measure")) add_distance(source, mesh, told);
     return told;
 }
 

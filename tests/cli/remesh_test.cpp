@@ -1,4 +1,4 @@
-// Reducing and subdividing, as users of the tool meet them.
+// Reducing, subdividing, remeshing and revising, as users of the tool meet them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -90,6 +90,43 @@ TEST_F(Remesh, SubdividesAndTellsBeforeAndAfter) {
     EXPECT_THAT(table.out, HasSubstr("read back, 24 triangles as written"));
 }
 
+TEST_F(Remesh, RemeshesAndRevisesAndTellsBeforeAndAfter) {
+    const json even = done({"remesh", "cube.stl", "-o", "out.stl", "--edge", "2"});
+    EXPECT_EQ(even["before"]["edges"]["shortest"], 10);
+    EXPECT_NEAR(even["after"]["edges"]["mean"], 2, 0.2);
+    EXPECT_GT(even["after"]["angles"]["smallest"], 20);
+    EXPECT_EQ(even["after"]["angles"]["below_20_share"], 0);
+    EXPECT_LT(even["distance"]["greatest"], 1e-6);
+    EXPECT_EQ(even.count("raised_to"), 0U);
+    EXPECT_EQ(json::parse(run({"check", "--json", "out.stl"}).out)[0]["verdict"], "clean");
+
+    shapes::SoupVector cube = shapes::box({0, 0, 0}, {10, 10, 10});
+    // The corner of a face is cut off: two needles.
+    const std::vector<float> first(cube.begin(), cube.begin() + 9);
+    std::vector<float> m(3);
+    for (std::size_t i = 0; i < 3; ++i) {
+        m[i] = first[i] + 0.0005F * (first[3 + i] + first[6 + i] - 2 * first[i]);
+    }
+    cube.erase(cube.begin(), cube.begin() + 9);
+    for (std::size_t c = 0; c < 3; ++c) {
+        for (const std::size_t from : {c, (c + 1) % 3}) {
+            cube.insert(cube.end(), first.begin() + static_cast<std::ptrdiff_t>(3 * from),
+                        first.begin() + static_cast<std::ptrdiff_t>(3 * from + 3));
+        }
+        shapes::append(cube, m);
+    }
+    write_stl_file("needles.stl", cube);
+    const json revised = done({"revise", "needles.stl", "-o", "out.stl"});
+    EXPECT_EQ(revised["before"]["needles"], 2);
+    EXPECT_EQ(revised["before"]["degenerate"], 2);
+    EXPECT_EQ(revised["after"]["needles"], 0);
+    EXPECT_EQ(revised["after"]["triangles"], 12);
+    EXPECT_EQ(revised["collapsed"], 1);
+    const ToolResult table = run({"revise", "needles.stl", "-o", "out.stl"});
+    EXPECT_THAT(table.out, HasSubstr("degenerate        2             0"));
+    EXPECT_THAT(table.out, HasSubstr("edges collapsed     1\n"));
+}
+
 TEST_F(Remesh, TellsWhatCannotBe) {
     const std::pair<std::vector<std::string>, int> rows[] = {
         {{"reduce", "cube.stl", "-o", "out.stl"}, 2},
@@ -98,6 +135,10 @@ TEST_F(Remesh, TellsWhatCannotBe) {
         {{"reduce", "cube.stl", "-o", "out.stl", "--faces", "10.5"}, 2},
         {{"subdivide", "cube.stl", "-o", "out.stl", "--levels", "6"}, 2},
         {{"subdivide", "cube.stl", "-o", "out.ply"}, 2},
+        {{"remesh", "cube.stl", "-o", "out.stl"}, 2},
+        {{"remesh", "cube.stl", "-o", "out.stl", "--edge", "0"}, 2},
+        {{"remesh", "cube.stl", "-o", "out.stl", "--edge", "nan"}, 2},
+        {{"revise", "missing.stl", "-o", "out.stl"}, 3},
         {{"subdivide", "missing.stl", "-o", "out.stl"}, 3},
         {{"reduce", "missing.stl", "-o", "out.stl", "--auto"}, 3},
         {{"subdivide", "cube.stl", "-o", "no/folder/out.stl"}, 6},

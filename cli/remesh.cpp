@@ -1,0 +1,58 @@
+// povmesh remesh: makes the triangles of a model even.
+#include "remesh/remesh.h"
+
+#include <string>
+
+#include "base/timer.h"
+#include "cli/change.h"
+#include "cli/distance.h"
+#include "cli/numbers.h"
+#include "cli/triangle_quality.h"
+
+namespace povmesh::cli {
+namespace {
+
+ChangeReport change(TriMesh& mesh, double edge_length) {
+    const TriMesh source = mesh;
+    const TriangleQuality before = triangle_quality(mesh);
+    ChangeReport told;
+    RunLog log;
+    RunContext run{{}, log};
+    const Timer timer;
+    const RemeshReport report = remesh(mesh, {.edge_length = edge_length}, run);
+    told.seconds = timer.seconds();
+    if (!report.is_done) {
+        told.failure = "a coordinate is not finite; take these triangles out first";
+        return told;
+    }
+    const TriangleQuality after = triangle_quality(mesh);
+    told.before = quality_rows(before);
+    told.after = quality_rows(after);
+    told.json_before = quality_json(before);
+    told.json_after = quality_json(after);
+    told.rows = {{"edge asked for", human_number(edge_length)}};
+    told.json["edge"] = edge_length;
+    if (report.raised > 1) {
+        const double raised = edge_length * report.raised;
+        told.rows.emplace_back("raised to",
+                               human_number(raised) + ", to stay below 50 million triangles");
+        told.json["raised_to"] = raised;
+    }
+    add_distance(source, mesh, told);
+    return told;
+}
+
+}  // namespace
+
+int run_remesh(const Arguments& arguments, Console& console) {
+    const double edge_length = arguments.number("--edge");
+    if (!(edge_length > 0)) {
+        console.error("remesh: --edge must be above 0; see 'povmesh remesh --help'");
+        return Usage;
+    }
+    return run_change(arguments, console, [&](TriMesh& mesh, Progress /*progress*/) {
+        return change(mesh, edge_length);
+    });
+}
+
+}  // namespace povmesh::cli

@@ -1,0 +1,55 @@
+// povmesh revise: mends triangles of bad shape, and tells how many were and are left.
+#include "remesh/revise.h"
+
+#include <string>
+
+#include "base/timer.h"
+#include "cli/change.h"
+#include "cli/distance.h"
+#include "cli/numbers.h"
+#include "cli/triangle_quality.h"
+
+namespace povmesh::cli {
+namespace {
+
+std::vector<Row> all_rows(const TriangleQuality& quality) {
+    std::vector<Row> rows = shape_rows(quality);
+    for (Row& row : quality_rows(quality)) rows.push_back(std::move(row));
+    return rows;
+}
+
+Json all_json(const TriangleQuality& quality) {
+    Json json = shape_json(quality);
+    json.update(quality_json(quality));
+    return json;
+}
+
+ChangeReport change(TriMesh& mesh) {
+    const TriMesh source = mesh;
+    const TriangleQuality before = triangle_quality(mesh);
+    ChangeReport told;
+    const Timer timer;
+    const ReviseReport report = revise_triangles(mesh);
+    told.seconds = timer.seconds();
+    const TriangleQuality after = triangle_quality(mesh);
+    told.before = all_rows(before);
+    told.after = all_rows(after);
+    told.json_before = all_json(before);
+    told.json_after = all_json(after);
+    told.rows = {{"edges collapsed", with_separators(report.collapses)},
+                 {"edges turned", with_separators(report.flips)},
+                 {"edges split", with_separators(report.splits)}};
+    told.json = {
+        {"collapsed", report.collapses}, {"turned", report.flips}, {"split", report.splits}};
+    add_distance(source, mesh, told);
+    return told;
+}
+
+}  // namespace
+
+int run_revise(const Arguments& arguments, Console& console) {
+    return run_change(arguments, console,
+                      [](TriMesh& mesh, Progress /*progress*/) { return change(mesh); });
+}
+
+}  // namespace povmesh::cli
