@@ -17,6 +17,7 @@ int run_repair(const Arguments& arguments, Console& console);
 int run_revise(const Arguments& arguments, Console& console);
 int run_split(const Arguments& arguments, Console& console);
 int run_subdivide(const Arguments& arguments, Console& console);
+int run_support(const Arguments& arguments, Console& console);
 int run_version(const Arguments& arguments, Console& console);
 int run_voxelize(const Arguments& arguments, Console& console);
 

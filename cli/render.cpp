@@ -70,10 +70,12 @@ struct Subject {
     TriMesh opened;  // what a section leaves of it
     TriMesh caps;
     std::string legend;
+    bool is_secondary = false;
 
     povmesh::Model model(bool with_flaws) {
         povmesh::Model model;
         model.mesh = &loaded.mesh;
+        if (is_secondary) model.colour = palette::kSecondary;
         model.use_face_colours = has_colours(loaded.mesh);
         if (with_flaws) {
             FlawFaces faces;
@@ -204,6 +206,7 @@ std::string make_png(const std::vector<std::string>& paths, const Arguments& arg
         std::string failure = load_model(path, progress, subjects.emplace_back().loaded);
         if (!failure.empty()) return failure;
     }
+    subjects.back().is_secondary = arguments.has("--supports");
     try {
         png = encode_png(draw(subjects, arguments));
     } catch (...) {
@@ -216,6 +219,9 @@ std::string make_png(const std::vector<std::string>& paths, const Arguments& arg
 std::string usage_error(const Arguments& arguments) {
     if (arguments.has("--compare") && arguments.all("FILE").size() > 1) {
         return "render: --compare draws one model beside another; give one FILE";
+    }
+    if (arguments.has("--supports") && (arguments.has("--compare") || arguments.has("--explode"))) {
+        return "render: --supports goes with neither --compare nor --explode";
     }
     if (arguments.has("--explode") && (arguments.has("--compare") || arguments.has("--flaws"))) {
         return "render: --explode goes with neither --compare nor --flaws";
@@ -239,7 +245,9 @@ int run_render(const Arguments& arguments, Console& console) {
         console.error(error);
         return Usage;
     }
-    if (arguments.has("--compare")) paths.push_back(arguments.text("--compare"));
+    for (const char* option : {"--compare", "--supports"}) {
+        if (arguments.has(option)) paths.push_back(arguments.text(option));
+    }
     const std::string& target = arguments.text("--output");
     if (!has_extension(target, ".png")) {
         console.error(target + ": only PNG can be drawn; give a name that ends in .png");
