@@ -1,0 +1,62 @@
+// Paints a model from blue to red where it is weak.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "analysis/load_cases.h"
+#include "base/array.h"
+#include "mesh/tri_mesh.h"
+#include "run/run_context.h"
+
+namespace povmesh {
+
+/// Numbers that hosts know; any other analyses nothing and paints all of the model as strong.
+enum class StrengthMethod : std::uint32_t {
+    Sections = 0,        // narrow cross-sections weaken what is near
+    FiniteElements = 1,  // energy of the strain under a load
+};
+
+struct StrengthOptions {
+    StrengthMethod method = StrengthMethod::FiniteElements;
+    LoadCase load = LoadCase::PressureZ;  // for finite elements
+
+    // In hundredths of the model's mean extent; hosts know these values.
+    double edge_length = 1;  // of the painted triangles
+    float voxel_size = 2;    // of finite elements
+};
+
+/// The load that a host's number stands for: 0 the top faces, 1 all faces, any other the centre of
+/// the top.
+LoadCase strength_load(std::uint32_t selector);
+
+struct StrengthReport {
+    bool is_analysed = false;  // false: nothing was found to be judged, all of the model is strong
+    Array<float> values;       // by vertex, smoothed; the higher, the weaker
+    float lowest = 0;          // of the values that are numbers
+    float highest = 0;
+    double scale = 1;  // analysed units a model unit: the model is analysed at a mean extent of 100
+    std::size_t sections = 0;  // the rest is of finite elements
+    std::size_t elements = 0;
+    std::size_t nodes = 0;
+    double voxel_size = 0;  // model units
+    std::size_t steps = 0;  // of the solver
+    double residual = 0;    // relative to the load
+    double solve_seconds = 0;
+};
+
+/// Red, green and blue for 0 (strong) to 1 (weak); what is beyond counts as the nearer end, and what
+/// is no number as 0.
+std::array<std::uint8_t, 3> strength_colour(double t);
+
+/// Analyses the model and gives each corner of each face the colour of its vertex, on a scale from
+/// the least to the greatest value. Before, a model of more than 200,000 triangles is reduced to a
+/// tenth; and any is remeshed to even triangles, so that the colours show where they belong. Vertices that the remeshing leaves in place keep their coordinates bit for
+/// bit.
+///
+/// Log: those of the analysis, the lowest and the highest value, the time. The same bits for any
+/// number of threads.
+StrengthReport colour_strength(TriMesh& mesh, const StrengthOptions& options, RunContext& run);
+
+}  // namespace povmesh
