@@ -24,25 +24,31 @@ struct FoundGap {
     Gap gap;
 };
 
-// The voxels that there are along x, y and z.
+// The voxels that there are along x, y and z; the grid is not empty.
 IndexBox occupied_box(const VoxelGrid& grid) {
-    constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
-    IndexBox box{{kMost, kMost, kMost}, {-kMost, -kMost, -kMost}};
-    const auto widen = [&](VoxelIndex i) {
-        box.low = {std::min(box.low.x, i.x), std::min(box.low.y, i.y), std::min(box.low.z, i.z)};
-        box.high = {std::max(box.high.x, i.x), std::max(box.high.y, i.y),
-                    std::max(box.high.z, i.z)};
-    };
-    grid.for_each_word([&](std::size_t word) {
-        const std::uint64_t cells = grid.occupied()[word];
-        if (cells == 0) return;
-        VoxelIndex first = grid.index_of(word * 64);
-        VoxelIndex last = first;
-        first.x += std::countr_zero(cells);
-        last.x += 63 - std::countl_zero(cells);
-        widen(first);
-        widen(last);
-    });
+    const std::size_t layer = grid.words_per_layer();
+    VoxelGrid::Words footprint;
+    footprint.assign(layer, 0);
+    IndexBox box;
+    std::size_t first = grid.word_count();
+    for (std::size_t begin = 0; begin < grid.word_count(); begin += layer) {
+        for (std::size_t i = 0; i < layer; ++i) {
+            const std::uint64_t cells = grid.occupied()[begin + i];
+            footprint[i] |= cells;
+            if (cells != 0 && first > begin + i) first = begin + i;
+        }
+    }
+    box.low = box.high = grid.index_of(first * 64);
+    box.low.x = std::numeric_limits<std::int32_t>::max();
+    box.high.x = std::numeric_limits<std::int32_t>::min();
+    for (std::size_t i = 0; i < layer; ++i) {
+        if (footprint[i] == 0) continue;
+        const VoxelIndex at = grid.index_of(i * 64);
+        box.low.x = std::min(box.low.x, at.x + std::countr_zero(footprint[i]));
+        box.high.x = std::max(box.high.x, at.x + 63 - std::countl_zero(footprint[i]));
+        box.low.y = std::min(box.low.y, at.y);
+        box.high.y = std::max(box.high.y, at.y);
+    }
     return box;
 }
 
@@ -85,11 +91,17 @@ private:
     double height(std::int32_t layer) const { return origin_z_ + layer * layer_height_; }
 
     void begin_below(std::size_t first, std::int32_t z) {
+        const VoxelGrid::Words& occupied = grid_.occupied();
         const std::size_t down = static_cast<std::size_t>(layers_) * open_.size();
         for (std::size_t i = 0; i < open_.size(); ++i) {
+            // What bits alone tell comes first: flags lie apart.
             const std::size_t word = first + i;
-            std::uint64_t cells = grid_.flags_of(word).flags[kBottom] & grid_.occupied()[word];
-            if (cells != 0 && word >= down) cells &= ~grid_.occupied()[word - down];
+            std::uint64_t cells = occupied[word];
+            if (cells == 0) continue;
+            cells &= ~occupied[word - open_.size()];
+            if (word >= down) cells &= ~occupied[word - down];
+            if (cells == 0) continue;
+            cells &= grid_.flags_of(word).flags[kBottom];
             for (; cells != 0; cells &= cells - 1) {
                 const auto bit = static_cast<std::size_t>(std::countr_zero(cells));
                 const std::int8_t angle = grid_.voxel_at(word * 64 + bit).angle;
