@@ -4,6 +4,7 @@
 #include "analysis/weakness.h"
 #include "api/steps.h"
 #include "design/hollow.h"
+#include "design/infill.h"
 #include "mesh/compact.h"
 #include "mesh/shells.h"
 #include "povmesh/povmesh.h"
@@ -101,13 +102,13 @@ void hollowFromData(float thickness, const float* coordinates_in, uint32_t count
     job.progress(100);
 }
 
-void cellularInfillFromData(float /*surface_thickness*/, float /*infill_density*/,
+void cellularInfillFromData(float surface_thickness, float infill_density,
                             const float* coordinates_in, uint32_t count_in, float** coordinates,
                             uint32_t* count, uint32_t* progress) {
     Job job(progress);
-    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
     job.progress(10);
-    // Cellular infill is not built yet.
+    cellular_infill(mesh, surface_thickness, infill_density, job.run());
     job.progress(90);
     export_coordinates(job, mesh, {coordinates, count});
     job.progress(100);

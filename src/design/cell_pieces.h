@@ -22,11 +22,17 @@ struct CellPieces {
     double inside_volume = 0;  // of all that lies below the skin, cubic model units
 };
 
+struct CellOptions {
+    double skin = 1;                // model units
+    double cells_per_million = 18;  // cells for each million voxels below the skin
+    // Takes smaller voxels where the skin would have less than two of them, up to 64 million for a
+    // solid model. Without it the skin of a large model may be too thin to keep the cells inside.
+    bool follows_skin = false;
+};
+
 /// Fills a model with cells, a share of which makes an infill.
 ///
 /// @param mesh  gets lost
-/// @param skin  model units; below 0 counts as 0
-/// @param cells_per_million  cells for each million voxels below the skin
 ///
 /// The model is rotated by 45 degrees about the x axis, turned into voxels of 0.25 to 1 model units, about a
 /// million for a solid one, and filled. What is nearer to the outside than the skin, measured straight, is taken off;
@@ -41,6 +47,6 @@ struct CellPieces {
 /// Progress: 30, 40, 50, 55, 60, 70, the last four only when there is room. Log: that of the voxels and of the
 /// division.
 /// Time: linear in the voxels of the model's box. The same bits for any number of threads.
-CellPieces make_cells(TriMesh& mesh, double skin, double cells_per_million, RunContext& run);
+CellPieces make_cells(TriMesh& mesh, const CellOptions& options, RunContext& run);
 
 }  // namespace povmesh

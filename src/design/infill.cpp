@@ -1,6 +1,7 @@
 #include "design/infill.h"
 
 #include <algorithm>
+#include <iterator>
 #include <vector>
 
 #include "base/timer.h"
@@ -95,7 +96,8 @@ InfillOutcome cellular_infill(TriMesh& mesh, float skin, float density, RunConte
     const double wanted = double{density} < kLeastDensity ? kLeastDensity : double{density};
     run.progress.set(10);
     const Timer timer;
-    const CellPieces made = make_cells(mesh, double{skin}, cells_per_million(wanted), run);
+    const CellPieces made = make_cells(
+        mesh, {.skin = double{skin}, .cells_per_million = cells_per_million(wanted)}, run);
     if (!made.has_room) {
         run.log.caution("Peel too much ,nothing to design\n");
         return InfillOutcome::NothingInside;
@@ -116,7 +118,11 @@ InfillOutcome cellular_infill(TriMesh& mesh, float skin, float density, RunConte
 }
 
 InfillReport infill_to_density(TriMesh& mesh, const InfillOptions& options, RunContext& run) {
-    CellPieces made = make_cells(mesh, options.skin, cells_per_million(options.density), run);
+    CellPieces made = make_cells(mesh,
+                                 {.skin = options.skin,
+                                  .cells_per_million = cells_per_million(options.density),
+                                  .follows_skin = true},
+                                 run);
     InfillReport report;
     report.voxel_size = made.voxel_size;
     report.inside_volume = made.inside_volume;
@@ -126,12 +132,23 @@ InfillReport infill_to_density(TriMesh& mesh, const InfillOptions& options, RunC
         for (int pass = 0; pass < kSmoothingPasses; ++pass) smooth_voxel_surface(cell.mesh);
         cell.volume = volume(cell.mesh);
     }
-    for (const std::size_t i : by_largest(made.cells, [](const Cell& c) { return c.volume; })) {
-        append_mesh(mesh, made.cells[i].mesh);
-        report.cells_volume += made.cells[i].volume;
+    const auto density_with = [&](std::size_t cell) {
+        return 1 - ratio(report.cells_volume + made.cells[cell].volume, report.inside_volume);
+    };
+    const std::vector<std::size_t> order =
+        by_largest(made.cells, [](const Cell& cell) { return cell.volume; });
+    for (auto next = order.begin(); next != order.end(); ++next) {
+        // The last one is the smallest that will do.
+        const auto enough = std::partition_point(next, order.end(), [&](std::size_t cell) {
+            return density_with(cell) <= options.density;
+        });
+        const bool is_last = enough != next;
+        const std::size_t cell = is_last ? *std::prev(enough) : *next;
+        report.density = density_with(cell);
+        report.cells_volume += made.cells[cell].volume;
         ++report.taken;
-        report.density = 1 - ratio(report.cells_volume, report.inside_volume);
-        if (report.density <= options.density) break;
+        append_mesh(mesh, made.cells[cell].mesh);
+        if (is_last) break;
     }
     return report;
 }

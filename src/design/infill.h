@@ -43,8 +43,8 @@ struct InfillReport {
 };
 
 /// Replaces the mesh by cells, wound outward, that leave a share of its inside: the largest are taken first,
-/// until no more than the density stays, or all are taken. An empty mesh when no cell could be
-/// made. Progress and log are those of `make_cells`.
+/// until no more than the density stays, or all are taken; the last one is the smallest that will do. An
+/// empty mesh when no cell could be made. Progress and log are those of `make_cells`.
 InfillReport infill_to_density(TriMesh& mesh, const InfillOptions& options, RunContext& run);
 
 }  // namespace povmesh

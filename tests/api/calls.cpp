@@ -125,7 +125,7 @@ constexpr Call kCalls[] = {
    RUN{e.hollowFromData(1, PLAIN_IN, OUT, h.cell());
 }
 }
-, {"cellularInfillFromData", Result::Coordinates, true, kDesign,
+, {"cellularInfillFromData", Result::Coordinates, true, "0 build 10 10 30 40 50 55 60 70 90 export 100",
    RUN{e.cellularInfillFromData(1, 0.5F, PLAIN_IN, OUT, h.cell());
 }
 }
@@ -223,7 +223,7 @@ constexpr Call kCalls[] = {
 }
 }
 , {"strengthColoringFromData", Result::Colour, true, kRepair,
-   RUN{e.strengthColoringFromData(1, 0, COLOUR_IN, COLOUR_OUT, h.cell());
+   RUN{e.strengthColoringFromData(9, 0, COLOUR_IN, COLOUR_OUT, h.cell());
 }
 }
 , {"columnSupportAutoGenerate", Result::None, false, "build",

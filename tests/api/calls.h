@@ -72,9 +72,12 @@ struct Call {
     bool remeshes() const {
         return name == "remeshFromData64" || name == "uniformRemeshFromColorData";
     }
+    bool paints() const { return name == "strengthColoringFromData"; }  // and analyses nothing
     bool subdivides() const { return name.starts_with("subdivision"); }  // by two levels
     bool cuts() const { return name.ends_with("utFromData"); }  // with caps, at half height
-    bool makes_voxels() const { return name == "voxelize" || name == "hollowFromData"; }
+    bool makes_voxels() const {
+        return name == "voxelize" || name == "hollowFromData" || name == "cellularInfillFromData";
+    }
     bool reads_file() const { return events.find("5 48") != std::string_view::npos; }
 };
 
