@@ -26,9 +26,11 @@ void add_option(CLI::App& app, const OptionSpec& spec, Arguments& arguments) {
             names, [&arguments, name](std::int64_t /*times*/) { arguments.add(name, "true"); });
         return;
     }
-    app.add_option(names, keep_values(arguments, spec.name))
-        ->required(spec.is_required)
-        ->check([&spec](const std::string& value) { return value_error(spec, value); });
+    CLI::Option* option =
+        app.add_option(names, keep_values(arguments, spec.name))
+            ->required(spec.is_required)
+            ->check([&spec](const std::string& value) { return value_error(spec, value); });
+    if (spec.takes_several) option->take_all();
 }
 
 void add_positional(CLI::App& app, const PositionalSpec& spec, Arguments& arguments) {

@@ -1,60 +1,20 @@
 // povmesh hollow: makes a shell of a solid model.
 #include "design/hollow.h"
 
-#include <algorithm>
 #include <cmath>
-#include <limits>
 #include <string>
+#include <vector>
 
 #include "base/timer.h"
+#include "cli/cavity.h"
 #include "cli/change.h"
 #include "cli/numbers.h"
+#include "design/drain.h"
 #include "mesh/compact.h"
-#include "mesh/nearest_face.h"
 #include "mesh/volume.h"
 
 namespace povmesh::cli {
 namespace {
-
-// Adds the cavity to the model, its inside out.
-void add_turned(TriMesh& model, const TriMesh& cavity) {
-    const auto first = static_cast<std::int32_t>(model.vertices.size());
-    for (Vertex vertex : cavity.vertices) {
-        vertex.index += first;
-        model.vertices.push_back(vertex);
-    }
-    for (Face face : cavity.faces) {
-        for (std::int32_t& vertex : face.vertex) vertex += first;
-        turn_over(face);
-        model.faces.push_back(face);
-    }
-    model.use_table.clear();
-    model.shells.clear();
-}
-
-// The least distance of the one surface's corners and face centres from the other, both ways.
-double smallest_wall(const TriMesh& model, const TriMesh& cavity) {
-    double least = std::numeric_limits<double>::infinity();  // squared
-    const auto look = [&](const TriMesh& from, const TriMesh& at) {
-        const NearestFace nearest(at);
-        const auto ask = [&](Vec3d p) {
-            const NearestPoint found = nearest.find(p, least);
-            if (found.is_found()) least = found.squared_distance;
-        };
-        for (const Face& face : from.faces) {
-            Vec3d centre;
-            for (std::size_t i = 0; i < 3; ++i) {
-                const Vec3d corner = to_double(from.corner_position(face, i));
-                ask(corner);
-                centre = centre + corner / 3.0;
-            }
-            ask(centre);
-        }
-    };
-    look(cavity, model);
-    look(model, cavity);
-    return std::sqrt(least);
-}
 
 std::string failure_of(const HollowReport& report, double thickness) {
     return "nothing can be hollowed: a wall of " + human_number(thickness) + " leaves " +
@@ -62,6 +22,33 @@ std::string failure_of(const HollowReport& report, double thickness) {
                                : "only " + counted(report.voxels, "voxel")) +
            " of " + human_number(report.voxel_size) +
            " inside; take a thinner wall, or repair the model if it has holes";
+}
+
+std::vector<Drain> drains_of(const Arguments& arguments) {
+    std::vector<Drain> drains;
+    if (!arguments.has("--drain")) return drains;
+    for (const std::string& text : arguments.all("--drain")) {
+        const Circle circle = parse_circle(text);
+        drains.push_back({circle.place, circle.radius});
+    }
+    return drains;
+}
+
+// Empty when there is a hole.
+std::string failure_of(const DrainReport& report, const std::string& text) {
+    const std::string start = "no drain at " + text + ": ";
+    switch (report.outcome) {
+        case DrainOutcome::Done:
+            return {};
+        case DrainOutcome::FarAway:
+            return start + "the surface is " + human_number(report.distance) +
+                   " away; the nearest point of it has x " + human_number(report.mouth.x) + ", y " +
+                   human_number(report.mouth.y) + ", z " + human_number(report.mouth.z);
+        case DrainOutcome::NoCavity:
+            return start + "the cavity does not lie below that place; take one over the cavity";
+        default:
+            return start + "the model is open there; repair it first";
+    }
 }
 
 ChangeReport report_of(const HollowReport& hollowed, double wall) {
@@ -83,6 +70,13 @@ ChangeReport report_of(const HollowReport& hollowed, double wall) {
 }  // namespace
 
 int run_hollow(const Arguments& arguments, Console& console) {
+    if (arguments.has("--drain") && arguments.has("--cavity-only")) {
+        console.error(
+            "--drain cuts holes through the wall, which --cavity-only leaves out; take one of "
+            "them; "
+            "see 'povmesh hollow --help'");
+        return Usage;
+    }
     const double thickness = arguments.number("--thickness");
     return run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
         const Timer timer;
@@ -102,10 +96,19 @@ int run_hollow(const Arguments& arguments, Console& console) {
         report.seconds = seconds;
         if (arguments.has("--cavity-only")) {
             mesh = std::move(cavity);
-        } else {
-            add_turned(mesh, cavity);
-            compact(mesh);
+            return report;
         }
+        const std::size_t model_faces = mesh.faces.size();
+        add_cavities(mesh, cavity);
+        const std::vector<Drain> drains = drains_of(arguments);
+        const auto made = cut_drains(mesh, model_faces, thickness, drains);
+        for (std::size_t i = 0; i < made.size() && report.failure.empty(); ++i) {
+            report.failure = failure_of(made[i], arguments.all("--drain")[i]);
+        }
+        if (made.empty()) return report;
+        compact(mesh);
+        report.rows.emplace_back("drain holes", std::to_string(made.size()));
+        report.json["drains"] = made.size();
         return report;
     });
 }

@@ -56,7 +56,7 @@ std::span<const ExitStatusSpec> exit_statuses() {
 }
 
 std::span<const OperationSpec> operations() {
-    static const std::array<OperationSpec, 14> table = {
+    static const std::array<OperationSpec, 16> table = {
         OperationSpec{
             .name = "check",
             .summary = "Tell whether models are fit to print",
@@ -308,11 +308,54 @@ std::span<const OperationSpec> operations() {
                          .high = kNoLimit,
                          .is_required = true,
                          .help = "Thickness of the wall"},
+                        {.name = "--drain",
+                         .type = ValueType::Circle,
+                         .placeholder = "X,Y,Z,R",
+                         .unit = "units of the file",
+                         .takes_several = true,
+                         .help =
+                             "Cut a round hole of radius R through the wall at the place X,Y,Z on "
+                             "the surface; may be given several times"},
                         {.name = "--cavity-only",
                          .help = "Write the surface of the cavity alone, its outside out"},
                         {.name = "--json", .help = "Print one JSON object"}},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_hollow},
+        OperationSpec{
+            .name = "infill",
+            .summary = "Take material out of a solid model in closed cells",
+            .description = "Fills the inside of the model, below a skin, with cells that have "
+                           "walls between them, and "
+                           "writes the model with the largest of them taken out, as many as the "
+                           "density allows. "
+                           "Works on voxels of 0.25 to 1 unit; walls are two voxels thick.",
+            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
+            .options = {{.name = "--output",
+                         .short_name = "-o",
+                         .type = ValueType::Text,
+                         .placeholder = "OUT",
+                         .is_required = true,
+                         .help = "File to write; its name ends in .stl or .obj"},
+                        {.name = "--skin",
+                         .type = ValueType::Number,
+                         .placeholder = "THICKNESS",
+                         .unit = "units of the file",
+                         .low = 0,
+                         .high = kNoLimit,
+                         .is_required = true,
+                         .help = "Thickness of the skin above the cells"},
+                        {.name = "--density",
+                         .type = ValueType::Number,
+                         .placeholder = "SHARE",
+                         .low = 0,
+                         .high = 1,
+                         .is_required = true,
+                         .help = "Share of what lies below the skin that stays material"},
+                        {.name = "--cells-only",
+                         .help = "Write the surfaces of the cells alone, their outside out"},
+                        {.name = "--json", .help = "Print one JSON object"}},
+            .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+            .run = run_infill},
         OperationSpec{
             .name = "voxelize",
             .summary = "Make a model of cubes",
@@ -394,6 +437,41 @@ std::span<const OperationSpec> operations() {
                         {.name = "--json", .help = "Print one JSON object"}},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_support},
+        OperationSpec{
+            .name = "strength",
+            .summary = "Colour a model where it is weak",
+            .description =
+                "Holds the lowest layer of the model, loads it and finds by finite elements where "
+                "it is strained, or looks for thin cross-sections. Writes the model in even "
+                "triangles, coloured from blue (strong) to red (weak), and tells the weakest "
+                "places.",
+            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
+            .options = {{.name = "--output",
+                         .short_name = "-o",
+                         .type = ValueType::Text,
+                         .placeholder = "OUT",
+                         .is_required = true,
+                         .help = "File to write; its name ends in .obj"},
+                        {.name = "--method",
+                         .type = ValueType::Choice,
+                         .placeholder = "METHOD",
+                         .default_value = "fem",
+                         .choices = {"fem", "sections"},
+                         .help = "Finite elements, or thin cross-sections"},
+                        {.name = "--load",
+                         .type = ValueType::Choice,
+                         .placeholder = "LOAD",
+                         .default_value = "top",
+                         .choices = {"top", "all", "centre"},
+                         .help = "Pressure on the top or on all faces, or a force on the centre of "
+                                 "the top; for fem"},
+                        {.name = "--render",
+                         .type = ValueType::Text,
+                         .placeholder = "PNG",
+                         .help = "Draw a picture with a legend, too"},
+                        {.name = "--json", .help = "Print one JSON object"}},
+            .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+            .run = run_strength},
         OperationSpec{
             .name = "convert",
             .summary = "Write a model in another format",
@@ -485,6 +563,11 @@ std::string value_error(const OptionSpec& option, const std::string& value) {
     if (option.type == ValueType::Vector && std::isnan(parse_vector(value).x)) {
         return "'" + value + "' is not three numbers with commas between them, such as 0,0,1";
     }
+    if (option.type == ValueType::Circle && !(parse_circle(value).radius > 0)) {
+        return "'" + value +
+               "' is not a place and a radius above 0, four numbers with commas between " +
+               "them, such as 0,0,-10,1.5";
+    }
     if (option.type == ValueType::Number) {
         const double number = parse_number(value);
         if (!(number >= option.low && number <= option.high)) {
@@ -502,15 +585,35 @@ double parse_number(std::string_view text) {
     return is_number ? number : std::numeric_limits<double>::quiet_NaN();
 }
 
+namespace {
+
+// Those between commas; none when one of them is no number.
+std::vector<double> parse_numbers(std::string_view text) {
+    std::vector<double> numbers;
+    for (;;) {
+        const std::size_t comma = std::min(text.find(','), text.size());
+        numbers.push_back(parse_number(text.substr(0, comma)));
+        if (std::isnan(numbers.back())) return {};
+        if (comma == text.size()) return numbers;
+        text.remove_prefix(comma + 1);
+    }
+}
+
+}  // namespace
+
 Vec3d parse_vector(std::string_view text) {
-    constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
-    const std::size_t first = text.find(',');
-    const std::size_t second = first == text.npos ? text.npos : text.find(',', first + 1);
-    if (second == text.npos) return {kNone, kNone, kNone};
-    const Vec3d v{parse_number(text.substr(0, first)),
-                  parse_number(text.substr(first + 1, second - first - 1)),
-                  parse_number(text.substr(second + 1))};
-    return std::isnan(v.y) || std::isnan(v.z) ? Vec3d{kNone, kNone, kNone} : v;
+    const std::vector<double> numbers = parse_numbers(text);
+    if (numbers.size() != 3) {
+        constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+        return {kNone, kNone, kNone};
+    }
+    return {numbers[0], numbers[1], numbers[2]};
+}
+
+Circle parse_circle(std::string_view text) {
+    const std::vector<double> numbers = parse_numbers(text);
+    if (numbers.size() != 4 || !(numbers[3] > 0)) return {};
+    return {{numbers[0], numbers[1], numbers[2]}, numbers[3]};
 }
 
 PixelSize parse_pixel_size(std::string_view text) {

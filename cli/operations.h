@@ -36,6 +36,7 @@ enum class ValueType {
     PixelSize,  // WIDTHxHEIGHT, each from `low` to `high`
     Number,     // decimal, from `low` to `high`
     Vector,     // X,Y,Z: three decimals
+    Circle,     // X,Y,Z,R: a place and a radius above 0
 };
 
 constexpr double kNoLimit = std::numeric_limits<double>::max();
@@ -52,6 +53,7 @@ struct OptionSpec {
     double high = 0;                      // may be kNoLimit
     std::vector<std::string_view> choices = {};
     bool is_required = false;
+    bool takes_several = false;  // may be given more than once
     std::string_view help = {};
 };
 
@@ -91,6 +93,14 @@ double parse_number(std::string_view text);
 
 /// Reads a value of type Vector; its x is not a number when it is none.
 Vec3d parse_vector(std::string_view text);
+
+struct Circle {
+    Vec3d place;
+    double radius = 0;
+};
+
+/// Reads a value of type Circle; its radius is 0 when it is none.
+Circle parse_circle(std::string_view text);
 
 /// What the user gave, defaults filled in. An option without a default that was not given has no
 /// value.

@@ -8,9 +8,13 @@
 
 #include "cut/bore.h"
 #include "mesh/nearest_face.h"
+#include "remesh/revise.h"
 
 namespace povmesh {
 namespace {
+
+// Of the surface when slivers are mended, as a share of the model's diagonal.
+constexpr double kMostMovement = 1e-4;
 
 constexpr double kFar = std::numeric_limits<double>::infinity();
 
@@ -140,7 +144,13 @@ std::vector<DrainReport> cut_drains(TriMesh& shell, std::size_t model_faces, dou
     std::vector<DrainReport> reports;
     if (drains.empty()) return reports;
     DrainCutter cutter(shell, std::min(model_faces, shell.faces.size()), wall);
-    for (const Drain& drain : drains) reports.push_back(cutter.cut(drain));
+    bool is_changed = false;
+    for (const Drain& drain : drains) {
+        reports.push_back(cutter.cut(drain));
+        is_changed = is_changed || reports.back().outcome == DrainOutcome::Done;
+    }
+    // Where a hole passes close to an edge of the surface, slivers come about.
+    if (is_changed) revise_triangles(shell, {kMostMovement});
     return reports;
 }
 

@@ -57,6 +57,39 @@ TEST_F(Voxels, HollowSaysWhenNothingIsLeftAndWritesNothing) {
     EXPECT_EQ(run({"hollow", "thin.stl", "-o", "out.stl"}).status, 2);
 }
 
+TEST_F(Voxels, HollowCutsDrainsOrSaysWhyNot) {
+    const std::vector<std::string> hollow = {"hollow",  "cube.stl",    "-o",
+                                             "out.stl", "--thickness", "3"};
+    const auto with = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), hollow.begin(), hollow.end());
+        return more;
+    };
+    const json plain = done(hollow);
+    std::filesystem::remove(path("out.stl"));
+    struct Case {
+        const char* drain;
+        int status;
+        const char* text;
+    };
+    for (const Case& test :
+         {Case{"10,10,-9,1", 1, "nearest point of it has x 10, y 10, z 0"},
+          Case{"0,0,0,1", 1, "cavity does not lie below"}, Case{"10,10,0,0", 2, "radius above 0"},
+          Case{"10,10,0", 2, "four numbers"}}) {
+        const ToolResult result = run(with({"--drain", "10,10,0,1", "--drain", test.drain}));
+        EXPECT_EQ(result.status, test.status) << test.drain;
+        EXPECT_THAT(result.err, HasSubstr(test.text));
+        EXPECT_FALSE(std::filesystem::exists(path("out.stl")));
+    }
+    EXPECT_EQ(run(with({"--drain", "10,10,0,1", "--cavity-only"})).status, 2);
+    const json drained = done(with({"--drain", "10,10,0,1", "--drain", "0,10,10,2"}));
+    EXPECT_EQ(drained["drains"], 2);
+    const double taken = double{plain["after"]["volume"]} - double{drained["after"]["volume"]};
+    EXPECT_NEAR(taken, 3.14 * (1 + 4) * 3, 8);
+    const json checked = json::parse(run({"check", "out.stl", "--json"}).out)[0];
+    EXPECT_EQ(checked["verdict"], "clean");
+    EXPECT_EQ(checked["shells"], 1);
+}
+
 TEST_F(Voxels, VoxelizeFillsTheModel) {
     const json object = done({"voxelize", "cube.stl", "-o", "out.stl", "--size", "2"});
     EXPECT_EQ(object["voxels"], 11 * 11 * 11);

@@ -13,6 +13,7 @@
 #include "mesh/append_mesh.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
+#include "remesh/revise.h"
 #include "support/reference.h"
 #include "support/shapes.h"
 
@@ -81,6 +82,7 @@ TEST(Drains, OpenTheCavity) {
             expected += std::numbers::pi * radius * radius * reports[i].wall_depth;
         }
         EXPECT_TRUE(reference::is_closed_manifold(mesh));
+        EXPECT_EQ(count_shapes(mesh).slivers, 0U);
         label_shells(mesh);
         EXPECT_EQ(mesh.shells.size(), 1U);
         const double taken = volume(test.shell.mesh) - volume(mesh);
