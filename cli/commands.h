@@ -12,6 +12,7 @@ int run_reduce(const Arguments& arguments, Console& console);
 int run_cut(const Arguments& arguments, Console& console);
 int run_hollow(const Arguments& arguments, Console& console);
 int run_remesh(const Arguments& arguments, Console& console);
+int run_infill(const Arguments& arguments, Console& console);
 int run_render(const Arguments& arguments, Console& console);
 int run_repair(const Arguments& arguments, Console& console);
 int run_revise(const Arguments& arguments, Console& console);

@@ -13,16 +13,20 @@
 namespace povmesh::cli {
 namespace {
 
+// Cells come up to the surface less the skin by as many voxels at most.
+constexpr double kLeastSkin = 1.5;
+
 // Empty when there is a result.
 std::string failure_of(const InfillReport& report, double skin) {
     const std::string size = human_number(report.voxel_size);
-    if (skin < report.voxel_size) {
-        return "a skin of " + human_number(skin) + " is thinner than the cubes of " + size +
-               " that cells of this model are made of; take at least " + size;
+    const double least = kLeastSkin * report.voxel_size;
+    if (skin < least) {
+        return "a skin of " + human_number(skin) + " is too thin for the cubes of " + size +
+               " that cells of this model are made of; take at least " + human_number(least);
     }
     if (report.taken > 0) return "";
     return "no cell fits under a skin of " + human_number(skin) +
-           ": one needs room for about 12 cubes of " + size +
+           ": one needs room for about eight cubes of " + size +
            " each way; take a thinner skin, or repair the model if it has holes";
 }
 
