@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "design/cell_seeds.h"
+#include "design/infill.h"
 #include "inputs.h"
 #ifdef POVMESH_BENCH_PEERS
 #include <nanoflann.hpp>
@@ -90,6 +91,21 @@ void nearest_seed_nanoflann(benchmark::State& state, const std::string& name) {
 }
 #endif
 
+// A cube of 100 units and a ball as large: a million voxels each.
+void infill_1m(benchmark::State& state, const std::string& name) {
+    RunLog log;
+    RunContext run{{}, log};
+    const TriMesh model = shapes::mesh_of(name == "cube" ? shapes::box({0, 0, 0}, {100, 100, 100})
+                                                         : shapes::sphere(62, 7));
+    measure(
+        state, [&] { return model; },
+        [&](TriMesh& mesh) {
+            (void)cellular_infill(mesh, 3, 0.39F, run);
+            state.counters["triangles"] = static_cast<double>(mesh.faces.size());
+            return mesh.faces.size();
+        });
+}
+
 }  // namespace
 }  // namespace povmesh::bench
 
@@ -100,5 +116,6 @@ int main(int argc, char** argv) {
 #ifdef POVMESH_BENCH_PEERS
     add_named("nearest_seed_nanoflann", counts, nearest_seed_nanoflann);
 #endif
+    add_named("infill_1m", {"cube", "ball"}, infill_1m);
     return run(argc, argv);
 }
