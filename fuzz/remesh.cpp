@@ -1,4 +1,4 @@
-// Subdivision and both reductions of meshes whose corners lie on a tiny grid, so that every kind of
+// Subdivision, both reductions, remeshing and revision of meshes whose corners lie on a tiny grid, so that every kind of
 // border, fold and touch comes up. The points of the grid are shaken a little, each always alike:
 // else middles of different edges would meet, and compacting would join them.
 #include <algorithm>
@@ -15,6 +15,8 @@
 #include "mesh/edge_mates.h"
 #include "remesh/parallel_reduce.h"
 #include "remesh/reduce.h"
+#include "remesh/remesh.h"
+#include "remesh/revise.h"
 #include "remesh/subdivide.h"
 #include "require.h"
 #include "support/reference.h"
@@ -31,6 +33,7 @@ struct Input {
     double ratio = 0;
     double minimum_keep = 0;
     double normal_limit = -1;
+    double edge_length = 1;
     std::vector<float> coordinates, colours, texture_coordinates;
     std::vector<std::int32_t> labels;
 
@@ -42,6 +45,7 @@ struct Input {
         ratio = data[1] == 255 ? -1 : data[1] == 254 ? std::nan("") : data[1] / 200.0;
         minimum_keep = (data[0] & 128U) != 0 ? 0.05 : 0;
         normal_limit = data[2] / 127.5 - 1;
+        edge_length = 1 + data[1] % 64 / 16.0;
         const unsigned side = 2 + data[4] % 5;
         constexpr std::size_t kMostTriangles = 50;
         std::array<unsigned, 3> point{};
@@ -141,6 +145,57 @@ void check_reduction(const TriMesh& source, const TriMesh& reduced, const Reduce
     require(after.is_manifold || !before.is_manifold, "reduction made a junction");
 }
 
+// Closed and open meshes stay so, and no edge gets a third face.
+void check_borders(const TriMesh& source, const TriMesh& made, const std::string& what) {
+    require(is_consistent(made), "inconsistent after " + what);
+    const Borders before(source);
+    const Borders after(made);
+    require(before.open.empty() == after.open.empty(), what + " opened or closed the mesh");
+    require(after.is_manifold || !before.is_manifold, what + " made a junction");
+    require(!reference::is_closed_manifold(source) || reference::is_closed_manifold(made),
+            what + " turned a face");
+}
+
+void check_remeshing(const TriMesh& source, const Input& input) {
+    RunLog log;
+    RunContext run{{}, log};
+    TriMesh even = source;
+    const RemeshReport report = remesh(even, {.edge_length = input.edge_length}, run);
+    require(report.is_done == !source.faces.empty(), "remeshing did nothing");
+    check_borders(source, even, "remeshing");
+    std::vector<float> lengths;
+    for (std::size_t f = 0; f < source.faces.size(); ++f) {
+        lengths.push_back(static_cast<float>(input.edge_length) * static_cast<float>(1 + f % 3));
+    }
+    TriMesh sized = source;
+    remesh(sized, {.face_lengths = lengths}, run);
+    check_borders(source, sized, "remeshing by lengths");
+}
+
+bool is_no_worse(const ShapeCounts& after, const ShapeCounts& before) {
+    return after.slivers < before.slivers ||
+           (after.slivers == before.slivers &&
+            after.needles + after.caps <= 2 * (before.needles + before.caps));
+}
+
+// Stretched along an axis, everything is a needle or a cap.
+void check_revision(const TriMesh& source) {
+    for (const float stretch : {1.0F, 30.0F}) {
+        TriMesh stretched = source;
+        for (Vertex& v : stretched.vertices) v.x *= stretch;
+        for (const double movement : {0.0, 1e-3, 0.1}) {
+            TriMesh revised = stretched;
+            const ReviseReport report = revise_triangles(revised, {.most_movement = movement});
+            check_borders(stretched, revised, "revision");
+            require(is_no_worse(count_shapes(revised), count_shapes(stretched)),
+                    "revision made bad triangles");
+            const bool any = report.collapses + report.flips + report.splits != 0;
+            require(any || reference::difference(stretched, revised).empty(),
+                    "revision did nothing, but something");
+        }
+    }
+}
+
 }  // namespace
 
 // NOLINTNEXTLINE(readability-identifier-naming)
@@ -149,6 +204,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     TriMesh mesh;
     build_f(mesh, input.soup());
     check_subdivision(mesh, input.mode);
+    check_remeshing(mesh, input);
+    check_revision(mesh);
     for (unsigned level = 0; level < input.levels; ++level) {
         subdivide(mesh, SubdivideMode::Uniform);
         compact(mesh);

@@ -316,7 +316,9 @@ private:
             const std::int32_t b = triangle[kNext[corner]];
             if (mates.kind(f, corner) == EdgeMates::Kind::Manifold) {
                 const std::uint32_t mate = mates.mate(f, corner);
-                if (mate < f && carry_the_same(f, mate, a, b)) continue;
+                // Collapses of another shell at the same vertex may have parted the two.
+                const bool is_shared = holds(mate, a) && holds(mate, b);
+                if (mate < f && is_shared && carry_the_same(f, mate, a, b)) continue;
             }
             push_edge(f, corner, a, b);
         }

@@ -32,10 +32,17 @@ constexpr double kShort = 4.0 / 5.0;
 // Mending small angles may make edges up to this long.
 constexpr double kLongest = 1.55;
 
-// The edges of a relaxed surface come out longer than the middle of the two bounds. With this factor
-// for the lengths their mean is 0.94 of the length asked for, and the distance to the original,
-// which grows with its square, is less than that of a surface without relaxation.
+// The edges of a relaxed surface come out longer than the middle of the two bounds. With this
+// factor for the lengths their mean is 0.94 of the length asked for, and the distance to the
+// original, which grows with its square, is less than that of a surface without relaxation.
 constexpr double kAim = 0.92;
+
+// Height of a triangle, as a share of its longest edge, from which on it is divided beside that.
+constexpr double kLeastHeight = 0.25;
+
+// More triangles than this many times those expected and those there are not made: an end to
+// splitting whatever the input.
+constexpr double kMostOfExpected = 20;
 
 double squared(double x) {
     return x * x;
@@ -58,12 +65,14 @@ TriMesh lines_of(const HalfEdgeMesh& surface, const TriMesh& mesh) {
 class Remesher {
 public:
     Remesher(TriMesh& mesh, const EdgeMates& mates, const RemeshOptions& options,
-             Array<float> face_lengths)
+             Array<float> face_lengths, double expected)
         : original_(mesh),
           options_(options),
           surface_(mesh, mates),
           tree_(mesh),
-          face_lengths_(std::move(face_lengths)) {
+          face_lengths_(std::move(face_lengths)),
+          most_triangles_(saturate_to<std::size_t>(
+              kMostOfExpected * (expected + static_cast<double>(surface_.triangles.size())))) {
         mark_features(surface_, mesh, options.feature_angle);
         lines_.emplace(lines_of(surface_, mesh));
         lengths_.resize(surface_.positions.size(), options.edge_length);
@@ -144,10 +153,12 @@ private:
             heap.pop_back();
             const std::uint32_t h = edge.half_edge;
             if (surface_.squared_length(h) != edge.squared) continue;  // halved since
+            if (is_outdone(h) || is_outdone(surface_.opposites[h])) continue;
             const Vec3d a = surface_.position(surface_.origin(h));
             const Vec3d b = surface_.position(surface_.target(h));
             const Vec3d middle = (a + b) * 0.5;
             if (middle == a || middle == b) continue;
+            if (surface_.triangles.size() >= most_triangles_) return;
             lengths_.push_back(length_at(h));
             // The edges beyond have new numbers, and those they are waiting under are lost.
             surface_.around(surface_.split(h, middle), [&](std::uint32_t e) {
@@ -172,11 +183,32 @@ private:
         if (heap.size() != size) std::push_heap(heap.begin(), heap.end());
     }
 
+    bool is_long(std::uint32_t h) const {
+        return surface_.squared_length(h) > squared(kLong * length_at(h));
+    }
+
     void add_if_long(std::uint32_t h, std::vector<LongEdge>& heap) const {
-        const double squared_length = surface_.squared_length(h);
-        if (surface_.is_locked[h] == 0 && squared_length > squared(kLong * length_at(h))) {
-            heap.push_back({squared_length, h});
+        if (surface_.is_locked[h] == 0 && is_long(h)) {
+            heap.push_back({surface_.squared_length(h), h});
         }
+    }
+
+    // True when a longer edge of the triangle, which would have been split before, could not be:
+    // one that is locked, or outdone itself. What is split beside it leaves long edges again,
+    // without end; so that is done only as far as the triangle does not get too flat. Edges grow
+    // shorter with the distance from those that are locked.
+    bool is_outdone(std::uint32_t h) const {
+        if (h == HalfEdgeMesh::kNone) return false;
+        const double square = surface_.squared_length(h);
+        const Vec3d normal = surface_.normal(h / 3);
+        for (const std::uint32_t e : {HalfEdgeMesh::next(h), HalfEdgeMesh::previous(h)}) {
+            const double longer = surface_.squared_length(e);
+            if (longer > square && is_long(e) &&
+                dot(normal, normal) < squared(kLeastHeight * longer)) {
+                return true;
+            }
+        }
+        return false;
     }
 
     void collapse_short_edges() {
@@ -420,6 +452,7 @@ private:
     std::optional<NearestFace> lines_;
     Array<float> face_lengths_;
     Array<double> lengths_;  // wanted at each vertex
+    std::size_t most_triangles_;
     Array<Vec3d> targets_;
 };
 
@@ -498,7 +531,8 @@ RemeshReport remesh(TriMesh& mesh, const RemeshOptions& options, RunContext& run
         for (float& l : lengths) l = narrow_to_float(static_cast<double>(l) * factor);
     }
     const EdgeMates mates(mesh);
-    Remesher remesher(mesh, mates, used, std::move(lengths));
+    const double expected = triangles_made(mesh, lengths, used.edge_length, 1);
+    Remesher remesher(mesh, mates, used, std::move(lengths), expected);
     remesher.run();
     TriMesh made = remesher.result();
     std::swap(mesh.faces, made.faces);

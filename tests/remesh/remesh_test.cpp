@@ -124,6 +124,12 @@ TEST(Remesh, KeepsOpenRimsAndIrregularEdges) {
         on_edge += ends == 2 ? 1 : 0;
     }
     EXPECT_EQ(on_edge, 5U);
+    // Splitting ends where such an edge is far too long.
+    const SoupVector three = {0, 0,  0, 0, 0, 9, 9, 0, 4, 0, 0,  0,  0, 0,
+                              9, -4, 8, 5, 0, 0, 0, 0, 0, 9, -4, -8, 5};
+    const std::size_t count = remeshed(mesh_of(three), {.edge_length = 1}).faces.size();
+    EXPECT_GT(count, 100U);
+    EXPECT_LT(count, 1'000U);
 }
 
 TEST(Remesh, CarriesLabelsColoursAndTexture) {
