@@ -4,6 +4,8 @@
 #include <bit>
 #include <cassert>
 #include <cmath>
+#include <utility>
+#include <vector>
 
 #include "base/convert.h"
 #include "mesh/loops.h"

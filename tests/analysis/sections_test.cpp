@@ -247,7 +247,9 @@ TEST(Sections, FindNecksAndNothingElse) {
                     UnorderedElementsAreArray(lying))
             << name;
         if (expected.empty()) continue;
-        EXPECT_EQ(places(weak_places(soup))[0], expected[0]) << name;
+        const Places found = places(weak_places(soup));
+        ASSERT_FALSE(found.empty()) << name;
+        EXPECT_EQ(found.front(), expected.front()) << name;
     }
 }
 
@@ -277,6 +279,23 @@ TEST(Sections, TellWhereHowAndHowMuch) {
                                    SectionMode::LocalMinima, 2);
     ASSERT_EQ(twice.size(), 1U);
     EXPECT_NEAR(twice.front().strength, waist.strength / 2, 1e-6 * waist.strength);
+}
+
+TEST(Sections, ShareWhatTheyHoldTogether) {
+    // Two blocks of 21 x 10 x 20 joined by a bar 3 x 10 on the left and one of 6 x 10 on the right.
+    const auto sections =
+        weak_places(shapes::blocks(Planes{{{0, 3, 15, 21}, {0, 10}, {0, 20, 61, 81}}},
+                                   [](int i, int, int k) { return k != 1 || i != 1; }));
+    // The centroid of one half from that of both sections: along z, and along x.
+    const double lever =
+        std::hypot((4200 * 30.5 + 1845 * 10.25) / 6045, 12.5 - (4200 * 10.5 + 1845 * 12.5) / 6045);
+    double load = 0;
+    for (const WeakSection& s : sections) {
+        if (s.axis != 2) continue;
+        EXPECT_NEAR(s.load / s.area, 6045 * lever / 90, 1e-3);
+        load += s.load;
+    }
+    EXPECT_NEAR(load, 6045 * lever, 0.1);
 }
 
 TEST(Sections, AreClosedPolygonsInTheirPlane) {
