@@ -2,6 +2,7 @@
 #include <cstring>
 #include <utility>
 
+#include "analysis/strength.h"
 #include "api/steps.h"
 #include "base/convert.h"
 #include "povmesh/povmesh.h"
@@ -65,16 +66,16 @@ uint64_t balancingPreviewFromData(float /*thickness*/, const float* coordinates_
     return kNothingMade;
 }
 
-void strengthColoringFromData(uint32_t /*method*/, uint32_t /*load*/, const float* coordinates_in,
+void strengthColoringFromData(uint32_t method, uint32_t load, const float* coordinates_in,
                               const float* colours_in, const float* texture_coordinates_in,
                               const int32_t* labels_in, uint32_t count_in, float** coordinates,
                               float** colours, float** texture_coordinates, int32_t** labels,
                               uint32_t* count, uint32_t* progress) {
     Job job(progress);
-    const TriMesh mesh = build(
+    TriMesh mesh = build(
         job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(30);
-    // Strength colouring is not built yet.
+    colour_strength(mesh, {StrengthMethod{method}, strength_load(load)}, job.run());
     job.progress(70);
     export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
     job.progress(100);

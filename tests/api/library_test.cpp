@@ -166,7 +166,7 @@ TEST_F(Hosted, ModelsComeBackAsTheyWentIn) {
         }
         EXPECT_EQ(0, std::memcmp(h.out.xyz, box.data(), box.size() * sizeof(float)));
         const bool from_file = call.reads_file();
-        if (call.result != Result::Coordinates) {
+        if (call.result != Result::Coordinates && !call.paints()) {
             for (std::size_t i = 0; i < h.rgb.size(); ++i) {  // stored as bytes
                 const double byte = from_file ? 255 : std::trunc(h.rgb[i] * 255.0);
                 ASSERT_EQ(h.out.rgb[i], static_cast<float>(byte / 255.0)) << i;
@@ -343,6 +343,26 @@ TEST_F(Hosted, NoInputCrashesAnyFunction) {
                 functions.freeAllArray();
             }
         }
+    }
+}
+
+TEST_F(Hosted, StrengthIsPaintedFromBlueToRed) {
+    for (const std::uint32_t method : {0U, 1U}) {
+        Host h(shapes::box({0, 0, 0}, {10, 1, 1}));
+        functions.strengthColoringFromData(method, 0, h.xyz.data(), nullptr, nullptr, nullptr,
+                                           h.count, &h.out.xyz, &h.out.rgb, &h.out.uv,
+                                           &h.out.labels, &h.out.count, &h.out.progress);
+        EXPECT_GT(h.out.count, 10000);
+        EXPECT_EQ(h.out.progress, 100);
+        float most_red = 0;
+        float most_blue = 0;
+        for (std::size_t i = 0; i < 9 * std::size_t{h.out.count}; i += 3) {
+            most_red = std::max(most_red, h.out.rgb[i]);
+            most_blue = std::max(most_blue, h.out.rgb[i + 2]);
+        }
+        EXPECT_EQ(most_red, method == 0 ? 100 / 255.0F : 1);  // a box has no weak section
+        EXPECT_EQ(most_blue, 1);
+        functions.freeAllArray();
     }
 }
 
