@@ -14,8 +14,8 @@
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/picture/picture.h"
+#include "cli/picture_file.h"
 #include "cli/section.h"
-#include "io/file.h"
 #include "mesh/bounds.h"
 #include "mesh/separation.h"
 
@@ -50,13 +50,6 @@ std::string legend_of(const Findings& findings, const FlawFaces& faces) {
     if (findings[Flaw::OpenEdges].count != 0)
         text += "  blue faces:    the inside, seen through an opening\n";
     return text.empty() ? "  no flaws to show\n" : text;
-}
-
-Status write_file(const std::string& path, const Array<char>& content) {
-    ReplacementFile file;
-    if (Status status = file.open(path); !status.ok()) return status;
-    if (Status status = file.write(content); !status.ok()) return status;
-    return file.commit();
 }
 
 Box3d box_of(const TriMesh& mesh) {

@@ -1,0 +1,190 @@
+// povmesh strength: colours that tell where a model is weak.
+#include "analysis/strength.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/timer.h"
+#include "cli/change.h"
+#include "cli/model.h"
+#include "cli/numbers.h"
+#include "cli/picture/picture.h"
+#include "cli/picture_file.h"
+
+namespace povmesh::cli {
+namespace {
+
+constexpr std::size_t kMostPlaces = 5;
+constexpr float kLeastShare = 0.3F;  // of the highest value, that a weak place has
+constexpr double kPlaceRadius =
+    0.15;  // of the mean extent, within which a higher value hides others
+
+constexpr std::uint32_t kPictureWidth = 1088;  // without the legend
+constexpr std::uint32_t kPictureHeight = 900;
+
+struct WeakPlace {
+    Vec3f place;
+    double share;  // of the highest value
+};
+
+// Vertices whose value no neighbour surpasses, the highest first.
+std::vector<std::uint32_t> peaks_of(TriMesh& mesh, const StrengthReport& report) {
+    ensure_uses(mesh);
+    std::vector<std::uint32_t> peaks;
+    for (std::uint32_t v = 0; v < report.values.size(); ++v) {
+        const float value = report.values[v];
+        if (!(value >= kLeastShare * report.highest) || !(value > report.lowest)) continue;
+        const auto row = mesh.uses(v);
+        if (std::none_of(row.begin(), row.end(), [&](const Use& use) {
+                return report.values[static_cast<std::size_t>(use.next)] > value;
+            })) {
+            peaks.push_back(v);
+        }
+    }
+    std::stable_sort(peaks.begin(), peaks.end(), [&](std::uint32_t a, std::uint32_t b) {
+        return report.values[a] > report.values[b];
+    });
+    return peaks;
+}
+
+std::vector<WeakPlace> weak_places(TriMesh& mesh, const StrengthReport& report) {
+    const double radius = kPlaceRadius * 100 / report.scale;
+    std::vector<WeakPlace> places;
+    for (const std::uint32_t v : peaks_of(mesh, report)) {
+        const Vec3f p = mesh.vertices[v].position();
+        if (std::any_of(places.begin(), places.end(), [&](const WeakPlace& other) {
+                return length(to_double(p) - to_double(other.place)) < radius;
+            })) {
+            continue;
+        }
+        places.push_back({p, static_cast<double>(report.values[v] / report.highest)});
+        if (places.size() == kMostPlaces) break;
+    }
+    return places;
+}
+
+LoadCase load_named(const std::string& name) {
+    if (name == "all") return strength_load(1);
+    return strength_load(name == "centre" ? 2 : 0);
+}
+
+std::string load_text(const std::string& name) {
+    if (name == "all") return "pressure on all faces";
+    return name == "centre" ? "a force on the centre of the top" : "pressure on the top faces";
+}
+
+double rounded(double value, double unit) {
+    return std::round(value / unit) * unit;
+}
+
+std::string percent(double share) {
+    return human_number(rounded(100 * share, 0.1)) + " %";
+}
+
+void tell_places(const std::vector<WeakPlace>& places, ChangeReport& report) {
+    std::string label = "weakest";
+    report.json["weakest"] = Json::array();
+    for (const WeakPlace& weak : places) {
+        const auto [x, y, z] = to_double(weak.place);
+        report.rows.emplace_back(
+            label, human_number(rounded(x, 1e-3)) + ", " + human_number(rounded(y, 1e-3)) + ", " +
+                       human_number(rounded(z, 1e-3)) + "   " + percent(weak.share));
+        report.json["weakest"].push_back({{"place", {x, y, z}}, {"share", weak.share}});
+        label = "then";
+    }
+    if (places.empty()) report.rows.emplace_back("weakest", "no place stands out");
+}
+
+ChangeReport report_of(const StrengthReport& strength, const std::string& load, bool is_fem) {
+    ChangeReport report;
+    if (!is_fem) {
+        report.rows = {{"weak sections", std::to_string(strength.sections)}};
+        report.json = {{"method", "sections"}, {"sections", strength.sections}};
+        return report;
+    }
+    report.rows = {{"load", load_text(load)},
+                   {"elements", with_separators(strength.elements) + " of " +
+                                    human_number(strength.voxel_size)},
+                   {"steps", std::to_string(strength.steps) + " in " +
+                                 human_number(rounded(strength.solve_seconds, 1e-3)) +
+                                 " s, residual " + percent(strength.residual)}};
+    report.json = {{"method", "fem"},
+                   {"load", load},
+                   {"elements", strength.elements},
+                   {"nodes", strength.nodes},
+                   {"voxel_size", strength.voxel_size},
+                   {"steps", strength.steps},
+                   {"residual", strength.residual},
+                   {"solve_seconds", strength.solve_seconds}};
+    return report;
+}
+
+Image picture_of(const TriMesh& mesh) {
+    povmesh::Model model;
+    model.mesh = &mesh;
+    model.use_face_colours = true;
+    RenderOptions options;
+    options.width = kPictureWidth;
+    options.height = kPictureHeight;
+    Image image = render({model}, options);
+    add_strength_legend(image);
+    return image;
+}
+
+// What is wrong with the command line; empty when nothing is.
+std::string usage_error(const Arguments& arguments) {
+    if (!has_extension(arguments.text("--output"), ".obj")) {
+        return arguments.text("--output") +
+               ": only OBJ files keep colours; give a name that ends in .obj";
+    }
+    if (arguments.has("--render") && !has_extension(arguments.text("--render"), ".png")) {
+        return arguments.text("--render") +
+               ": only PNG can be drawn; give a name that ends in .png";
+    }
+    return {};
+}
+
+}  // namespace
+
+int run_strength(const Arguments& arguments, Console& console) {
+    if (const std::string error = usage_error(arguments); !error.empty()) {
+        console.error(error);
+        return Usage;
+    }
+    const bool is_fem = arguments.text("--method") == "fem";
+    const std::string& load = arguments.text("--load");
+    std::optional<Image> image;
+    const int status = run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
+        const Timer timer;
+        RunLog log;
+        RunContext run{{}, log};
+        StrengthOptions options;
+        options.method = is_fem ? StrengthMethod::FiniteElements : StrengthMethod::Sections;
+        options.load = load_named(load);
+        const StrengthReport strength = colour_strength(mesh, options, run);
+        progress.set(75);
+        const double seconds = timer.seconds();
+        ChangeReport report = report_of(strength, load, is_fem);
+        report.seconds = seconds;
+        if (!strength.is_analysed) {
+            report.failure = "there is nothing to analyse: the model makes no voxel";
+            return report;
+        }
+        tell_places(weak_places(mesh, strength), report);
+        if (arguments.has("--render")) image = picture_of(mesh);
+        return report;
+    });
+    if (status != Clean || !image) return status;
+    if (const Status written = write_file(arguments.text("--render"), encode_png(*image));
+        !written.ok()) {
+        console.error(written.text());
+        return CannotWrite;
+    }
+    return Clean;
+}
+
+}  // namespace povmesh::cli
