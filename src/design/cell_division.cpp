@@ -83,8 +83,8 @@ std::uint64_t spread(std::uint64_t bits) {
     return (bits | bits << 2) & 0x1249249249249249;
 }
 
-// One random voxel out of each of `count` equal parts of the voxels along a Z-order curve, which keeps
-// what is near together.
+// One random voxel out of each of `count` equal parts of the voxels along a Z-order curve, which
+// keeps what is near together.
 Array<Vec3d> first_seeds(const VoxelGrid& samples, std::size_t count) {
     struct Sample {
         std::uint64_t code;

@@ -49,9 +49,9 @@ constexpr std::int32_t kCleanUp = 3;
 // Half the thickness of a wall, in voxels.
 constexpr double kHalfWall = 1;
 
-// What the skin of the cells has more than the distance rule gives it, in voxels. Outside begins a voxel
-// and up to 0.87 beyond the surface, and a corner of a cell's voxel is up to 0.87 nearer to it than its centre: cells
-// would come up by 1.6 voxels on real models.
+// What the skin of the cells has more than the distance rule gives it, in voxels. Outside begins a
+// voxel and up to 0.87 beyond the surface, and a corner of a cell's voxel is up to 0.87 nearer to
+// it than its centre: cells would come up by 1.6 voxels on real models.
 constexpr double kMoreSkin = 0.5;
 
 using Words = VoxelGrid::Words;
@@ -78,8 +78,8 @@ float voxel_size(double model_volume, const CellOptions& options) {
     return static_cast<float>(size);
 }
 
-// Opens the voxels of surfaces that lie deep in the solid: of slits too narrow for a voxel, of bodies that
-// overlap. They count as outside from then on, so that a skin remains around them.
+// Opens the voxels of surfaces that lie deep in the solid: of slits too narrow for a voxel, of
+// bodies that overlap. They count as outside from then on, so that a skin remains around them.
 void open_inner_surfaces(VoxelGrid& grid, const TriMesh& mesh) {
     if (grid.is_empty()) return;
     RunLog no_log;

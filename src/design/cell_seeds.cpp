@@ -23,8 +23,8 @@ struct CellBox {
     double half;
 };
 
-// Lists of seeds for regions and the blocks in them. Cells of the grid are counted from its first one, the
-// margin included.
+// Lists of seeds for regions and the blocks in them. Cells of the grid are counted from its first
+// one, the margin included.
 class SeedLists {
 public:
     /// @param margin  widens all boxes: the lists are those for all points that near
@@ -59,8 +59,8 @@ public:
     std::size_t region_count() const { return counts_[0] * counts_[1] * counts_[2]; }
     const Vec3d& place(SeedNumber seed) const { return places_[seed]; }
 
-    /// Calls `visit(corner, list)` for every block of the region that holds a voxel; the list is a function
-    /// that calls its argument with each candidate, in order of their numbers.
+    /// Calls `visit(corner, list)` for every block of the region that holds a voxel; the list is a
+    /// function that calls its argument with each candidate, in order of their numbers.
     template <typename Visit>
     void for_each_block(std::size_t region, Visit&& visit) const {
         const std::span<const SeedNumber> candidates{numbers_.data() + offsets_[region],
@@ -152,9 +152,9 @@ private:
         return nearest;
     }
 
-    // Whether a point of the box is no farther from the seed than from `other`: the difference of the
-    // squared distances is linear, so its greatest value is at a corner. The rounding of the comparison
-    // of voxels later, in floats, is well below the slack.
+    // Whether a point of the box is no farther from the seed than from `other`: the difference of
+    // the squared distances is linear, so its greatest value is at a corner. The rounding of the
+    // comparison of voxels later, in floats, is well below the slack.
     bool reaches(SeedNumber seed, Vec3d other, const CellBox& box) const {
         constexpr double kSlack = 1e-3;
         const Vec3d to_seed = places_[seed] - box.centre;

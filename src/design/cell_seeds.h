@@ -22,14 +22,14 @@ constexpr std::size_t kMostSeeds = std::numeric_limits<SeedNumber>::max();
 /// @param nearest  by number of the cell in the grid, see VoxelGrid; unset where no voxel is
 ///
 /// Works on blocks of 8 x 8 x 8 cells. Each has a list of the seeds that can be nearest to one of
-/// its points: those that the bisector with the seed nearest to the block's centre does not part from
-/// the block. All voxels of a block are compared with all seeds of its list, a row at a time. On all
-/// threads.
+/// its points: those that the bisector with the seed nearest to the block's centre does not part
+/// from the block. All voxels of a block are compared with all seeds of its list, a row at a time.
+/// On all threads.
 void find_nearest_seeds(const VoxelGrid& grid, std::span<const Vec3d> seeds,
                         Array<SeedNumber>& nearest);
 
-/// The voxels whose centres are nearer than `distance`, in voxels, to the border between their cell and
-/// another. @param nearest  as found with these seeds
+/// The voxels whose centres are nearer than `distance`, in voxels, to the border between their cell
+/// and another. @param nearest  as found with these seeds
 VoxelGrid::Words voxels_near_borders(const VoxelGrid& grid, std::span<const Vec3d> seeds,
                                      const Array<SeedNumber>& nearest, double distance);
 

@@ -20,9 +20,10 @@ enum class InfillOutcome {
 /// @param skin     thickness of the skin above the cells, model units
 /// @param density  0 changes nothing; below 0.05 counts as 0.05
 ///
-/// Cells are taken by their volume over their surface, the largest first, until the surface of those taken over
-/// their volume exceeds the density, in 1 / model units, and there are four of them. Where it exceeds it
-/// earlier, the density is raised by 0.05. A density that is not a number takes all cells.
+/// Cells are taken by their volume over their surface, the largest first, until the surface of
+/// those taken over their volume exceeds the density, in 1 / model units, and there are four of
+/// them. Where it exceeds it earlier, the density is raised by 0.05. A density that is not a number
+/// takes all cells.
 ///
 /// Progress: 10, 30, 40, 50, 55, 60, 70. Log: the summary of "cellular infill".
 InfillOutcome cellular_infill(TriMesh& mesh, float skin, float density, RunContext& run);
@@ -42,9 +43,10 @@ struct InfillReport {
     double density = 1;  // that was reached
 };
 
-/// Replaces the mesh by cells, wound outward, that leave a share of its inside: the largest are taken first,
-/// until no more than the density stays, or all are taken; the last one is the smallest that will do. An
-/// empty mesh when no cell could be made. Progress and log are those of `make_cells`.
+/// Replaces the mesh by cells, wound outward, that leave a share of its inside: the largest are
+/// taken first, until no more than the density stays, or all are taken; the last one is the
+/// smallest that will do. An empty mesh when no cell could be made. Progress and log are those of
+/// `make_cells`.
 InfillReport infill_to_density(TriMesh& mesh, const InfillOptions& options, RunContext& run);
 
 }  // namespace povmesh
