@@ -398,16 +398,18 @@ TEST(Columns, ComeOutOfBadInput) {
     wild[0] = std::numeric_limits<float>::quiet_NaN();
     wild[100] = std::numeric_limits<float>::infinity();
     (void)columns_of(shapes::mesh_of(wild), {});
-    for (const float size : {1e38F, 1e-38F}) {
+    // Along x and y: as many layers as fit the height would take their time.
+    for (const float size : {1e37F, 1e-38F}) {
         SoupVector scaled = letter_t();
-        for (float& c : scaled) c *= size / 36;
+        for (std::size_t i = 0; i < scaled.size(); ++i) scaled[i] *= i % 3 == 2 ? 1 : size / 4;
         (void)columns_of(shapes::mesh_of(scaled), {});
+        (void)columns_of(shapes::mesh_of(scaled), {double{size}, 45, 0});
     }
     // A hundred thousand faces around a point, its apex up and down.
     for (const float height : {20.0F, -20.0F}) {
         SoupVector fan = shapes::fan(100000, height);
         shapes::move(fan, {0, 0, 30});
-        (void)columns_of(shapes::mesh_of(fan), {40, 45, 0});
+        (void)columns_of(shapes::mesh_of(fan), {200, 45, 0});
     }
 }
 
