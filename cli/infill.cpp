@@ -31,7 +31,7 @@ std::string failure_of(const InfillReport& report, double skin) {
 }
 
 std::string density_text(const InfillReport& report, double wanted) {
-    const std::string reached = human_number(std::round(report.density * 1e4) / 1e4);
+    std::string reached = human_number(std::round(report.density * 1e4) / 1e4);
     if (report.density <= wanted) return reached;
     return reached + ", with all cells taken; " + human_number(wanted) + " cannot be reached";
 }
