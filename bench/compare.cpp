@@ -81,6 +81,7 @@ constexpr std::array kLimits = {
           0.4},
     Limit{"a level of subdivision, to OpenMesh LoopT", "subdivide_uniform",
           "subdivide_uniform_openmesh", "", 0.4},
+    Limit{"remeshing, to CGAL isotropic_remeshing", "remesh", "remesh_cgal", "", 0.7, "", 1.0},
     Limit{"cutting in two, to CGAL clip", "cut", "clip_cgal", "", 0.1},
     Limit{"inserting voxels in key order, to std::map", "voxel_build", "voxel_build_map", "", 0.25},
     Limit{"walking voxels, to std::map", "voxel_walk", "voxel_walk_map", "", 0.2},

@@ -202,6 +202,16 @@ TEST(Remesh, LeavesTheMeshAloneForLengthsThatAreNone) {
     remeshed({}, {.edge_length = 1});
 }
 
+TEST(Remesh, RaisesLengthsThatWouldMakeTooManyTriangles) {
+    const TriMesh cube = mesh_of(shapes::box({0, 0, 0}, {10, 10, 10}));
+    const double equilateral = std::sqrt(3.0) / 4;
+    EXPECT_EQ(raising_factor(cube, {}, 1, 1400), 1);  // 600 / equilateral = 1386
+    const double all = raising_factor(cube, {}, 0.01, 1000);
+    EXPECT_NEAR(all * 0.01, std::sqrt(600 / equilateral / 1000), 0.02);
+    const std::vector<float> lengths(cube.faces.size(), 0.02F);
+    EXPECT_NEAR(raising_factor(cube, lengths, 0, 1000) / all, 0.5, 0.02);
+}
+
 TEST(Remesh, IsTheSameForAnyNumberOfThreads) {
     const TriMesh mesh = mesh_of(shapes::rock(10, 4));
     const int threads = omp_get_max_threads();
