@@ -170,8 +170,9 @@ Stand stand_of(const TriMesh& mesh, const Column& column) {
     constexpr int kSteps = 5;
     const double side = column_half_side(kSpacing) * 0.98;
     for (int i = 0; i < kSteps * kSteps; ++i) {
+        const int row = i / kSteps;
         const double dx = side * (2.0 * (i % kSteps) / (kSteps - 1) - 1) + 1e-4;
-        const double dy = side * (2.0 * (i / kSteps) / (kSteps - 1) - 1) + 2e-4;
+        const double dy = side * (2.0 * row / (kSteps - 1) - 1) + 2e-4;
         const double x = double{column.top.x} + dx;
         const double y = double{column.top.y} + dy;
         for (const Overhang& over : overhangs(mesh, x, y)) {
@@ -234,8 +235,12 @@ void expect_good_columns(const TriMesh& mesh, double angle, const Array<Column>&
     const Box3f box = finite_bounds(mesh);
     std::size_t asked = 0;
     std::size_t far = 0;
-    for (double x = double{box.low.x} + 0.137; x < double{box.high.x}; x += 1.31) {
-        for (double y = double{box.low.y} + 0.173; y < double{box.high.y}; y += 1.27) {
+    const int steps_x = static_cast<int>(box.extent().x / 1.31F);
+    const int steps_y = static_cast<int>(box.extent().y / 1.27F);
+    for (int i = 0; i < steps_x; ++i) {
+        for (int k = 0; k < steps_y; ++k) {
+            const double x = double{box.low.x} + 0.137 + 1.31 * i;
+            const double y = double{box.low.y} + 0.173 + 1.27 * k;
             for (const Overhang& over : overhangs(mesh, x, y)) {
                 if (over.angle > 90 - angle - 2 || over.z - over.floor < 8) continue;
                 ++asked;

@@ -117,8 +117,10 @@ TEST(SlicePolygons, SliceThroughVerticesExactly) {
     // The sphere has vertices in the middles of layers: its equator and others along it.
     const TriMesh mesh = shapes::mesh_of(shapes::sphere(10, 4));
     std::vector<Column> columns;
-    for (float x = -12; x <= 12; x += 3) {
-        for (float y = -12; y <= 12; y += 3) columns.push_back(column(x, y, -10, 10));
+    for (int x = -12; x <= 12; x += 3) {
+        for (int y = -12; y <= 12; y += 3) {
+            columns.push_back(column(static_cast<float>(x), static_cast<float>(y), -10, 10));
+        }
     }
     for (std::size_t i = 0; i < mesh.vertices.size(); i += 60) {
         const Vertex& vertex = mesh.vertices[i];
@@ -138,8 +140,9 @@ TEST(SlicePolygons, SliceThroughVerticesExactly) {
         constexpr int kSteps = 40;
         for (const Column& c : here) {
             for (int k = 0; k < kSteps * kSteps; ++k) {
+                const int row = k / kSteps;
                 const double x = double{c.top.x} + kSide * ((k % kSteps + 0.5) / kSteps - 0.5);
-                const double y = double{c.top.y} + kSide * ((k / kSteps + 0.5) / kSteps - 0.5);
+                const double y = double{c.top.y} + kSide * ((row + 0.5) / kSteps - 0.5);
                 if (std::hypot(x, y) > radius + 0.2) expected += kSide * kSide / kSteps / kSteps;
             }
         }
