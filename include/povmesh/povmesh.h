@@ -34,20 +34,17 @@
  *   library then no longer knows the first array, which stays valid and is the caller's to free().
  *   An array that is still in its slot must not be passed to free().
  *
- *     slots                              filled by                        freed by (and by
- * freeAllArray) coordinates                        every result that is a soup      freeVertexArray
- *     colours, texture coordinates,
- *       labels                           colour form, parts
- *     part triangle counts               parts
- *     weakness centres, normals, scores  weaknessDetect
- *     lampshade points, contour sizes,
- *       levels                           lampshadePreview
- *     decomposition planes, boxes,
- *       volumes                          decomposition...Preview freeDecompositionPreviewArray
- *     support columns                    columnSupportAutoGenerate freeColumnSupportPreviewArray
- *     slicer points, polygon sizes       columnSupportToSlicerExPolygons
- * freeColumnSupportExPolygons balancing preview                  balancingPreviewFromData
- * freeBalancingPreviewArray
+ *     A slot: what fills it; what frees it, beside freeAllArray.
+ *     - coordinates: every result that is a soup; freeVertexArray
+ *     - colours, texture coordinates, labels: the colour form, parts
+ *     - part triangle counts: parts
+ *     - weakness centres, normals, scores: weaknessDetect
+ *     - lampshade points, contour sizes, levels: lampshadePreview
+ *     - decomposition planes, boxes, volumes: decomposition...Preview;
+ *       freeDecompositionPreviewArray
+ *     - support columns: columnSupportAutoGenerate; freeColumnSupportPreviewArray
+ *     - slicer points, polygon sizes: columnSupportToSlicerExPolygons; freeColumnSupportExPolygons
+ *     - balancing preview: balancingPreviewFromData; freeBalancingPreviewArray
  *
  *   A function that returns coordinates alone leaves the slots of colours, texture coordinates and
  *   labels empty; `voxelize` those of texture coordinates and labels. An output pointer may be
@@ -543,13 +540,13 @@ POVMESH_API void strengthColoringFromData(uint32_t method, uint32_t load,
 /*
  * Finds vertical support columns, `spacing` model units apart along x and y, below overhangs:
  * surfaces that lean out from upright by more than `angle` degrees (45 is usual; 90 takes level
- * ones only). Per column 6 floats: the point on its axis at the overhang, then the point below it
- * on the build plate (z = 0) or on the model. Columns have a square cross-section whose corners lie
- * on the diagonals, spacing / 2 - 0.2 from the axis, and do not pass through the model; overhangs
- * less than 4 to 5 units above what is below, and those smaller than a column, get none. A spacing
- * for which more than 792 would stand along x or y is raised. A spacing that is not above 0 or not
- * finite finds no column. When no column is found, `columns` and `column_count` are left as they
- * were: preset the count to 0.
+ * ones only). Per column 6 floats: the point on its axis about 2 units within the overhang, then
+ * the point below it on the build plate (z = 0) or about 2 units within the model. Columns have a
+ * square cross-section whose corners lie on the diagonals, spacing / 2 - 0.2 from the axis, and
+ * between their ends do not pass through the model; overhangs less than 4 to 5 units above what is
+ * below, and those smaller than a column, get none. A spacing for which more than 792 would stand
+ * along x or y is raised. A spacing that is not above 0 or not finite finds no column. When no
+ * column is found, `columns` and `column_count` are left as they were: preset the count to 0.
  */
 POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in,
                                            float spacing, float angle, float** columns,

@@ -75,7 +75,9 @@ Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, Ru
             for (const Gap& gap : gaps.at(i, j)) {
                 Stretch stretch = stretch_of(gap, options.plate);
                 if (!(stretch.upper - stretch.lower >= kShortest)) continue;
-                stretch = cut_at_surface(stretch, undersides.find({ix, iy, gap.seed}));
+                if (options.ends_at_surface) {
+                    stretch = cut_at_surface(stretch, undersides.find({ix, iy, gap.seed}));
+                }
                 const float x = narrow_to_float(ix * size.x + origin.x);
                 const float y = narrow_to_float(iy * size.y + origin.y);
                 columns.push_back({{x, y, narrow_to_float(stretch.upper)},

@@ -21,6 +21,9 @@ struct ColumnOptions {
     double spacing = 3;  // of the columns along x and y, model units
     double angle = 45;   // degrees from upright: surfaces that lean out more are overhangs
     double plate = 0;    // height of the build plate
+    // Ends columns where their axis meets the surface. Otherwise they reach 2 units into the model at
+    // both ends, as hosts have always got them.
+    bool ends_at_surface = true;
 };
 
 /// From the axis of a column to its edges: 0.2 less than half the spacing, so that neighbours stay apart. 0
@@ -36,7 +39,8 @@ double column_half_side(double spacing);
 /// The model becomes voxels as wide as the spacing and 1 unit high, and of each column of voxels the
 /// gaps below overhangs are searched (`find_gaps`); overhangs that are grain of the voxels get none
 /// (`drop_grain`). A column begins 2 units into the overhang and ends 2 units into the model below,
-/// seen from the voxels, or at the plate. Where its axis meets the surface it is cut off there.
+/// seen from the voxels, or at the plate; with `ends_at_surface` it is cut off where its axis meets the
+/// surface.
 ///
 /// Columns stand on the centres of the voxels, ordered by x, then y, then from above to below. Models
 /// that need more than 792 voxels along x or y get a wider spacing. A spacing that is not above 0, or options
