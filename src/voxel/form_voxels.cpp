@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cmath>
 #include <string>
 
@@ -32,8 +33,22 @@ double snap(double coordinate, double size) {
     return ratio > 0 ? std::ceil(ratio - 0.5) : std::floor(ratio + 0.5);
 }
 
+// Of numbers of cells in a grid; the library's functions are calls where the processor is not known
+// to have an instruction for them.
+std::int64_t ceiling(double x) {
+    const auto whole = static_cast<std::int64_t>(x);
+    return whole + (x > static_cast<double>(whole) ? 1 : 0);
+}
+std::int64_t floor_of(double x) {
+    const auto whole = static_cast<std::int64_t>(x);
+    return whole - (x < static_cast<double>(whole) ? 1 : 0);
+}
+
+// The same for a coordinate within the grid.
 std::int64_t snapped(double coordinate, double size) {
-    return saturate_to<std::int64_t>(snap(coordinate, size));
+    const double ratio = coordinate / size;
+    assert(std::abs(ratio) < 0x1p62);
+    return ratio > 0 ? ceiling(ratio - 0.5) : floor_of(ratio + 0.5);
 }
 
 struct AxisCells {
@@ -224,6 +239,9 @@ private:
             base[i] =
                 slope[w] * plane_base - area_base_[i] + beyond + std::abs(slope[w]) * half_slab;
         }
+        const double cells_per_w = 1 / edge_[w];
+        const auto lowest_w = static_cast<double>(low_[w]);
+        const auto highest_w = static_cast<double>(high_[w]);
         Cell3 k{};
         for (k[u] = low_[u]; k[u] <= high_[u]; ++k[u]) {
             const double pu = static_cast<double>(k[u]) * edge_[u];
@@ -237,17 +255,18 @@ private:
                 if (along_v[i] < 0) v_high = std::min(v_high, border + kSlack);
             }
             if (!(v_low <= v_high)) continue;
-            const auto first_v = static_cast<std::int64_t>(std::ceil(v_low));
-            const auto last_v = static_cast<std::int64_t>(std::floor(v_high));
+            const std::int64_t first_v = ceiling(v_low);
+            const std::int64_t last_v = floor_of(v_high);
             for (k[v] = first_v; k[v] <= last_v; ++k[v]) {
                 const double pv = static_cast<double>(k[v]) * edge_[v];
                 const double on_plane = plane_base + plane_u * pu + plane_v * pv;
-                const double w_low = (on_plane - half_slab) / edge_[w] - kSlack;
-                const double w_high = (on_plane + half_slab) / edge_[w] + kSlack;
-                const auto first_w = saturate_to<std::int64_t>(
-                    std::ceil(std::max(w_low, static_cast<double>(low_[w]))));
-                const auto last_w = saturate_to<std::int64_t>(
-                    std::floor(std::min(w_high, static_cast<double>(high_[w]))));
+                const double w_low =
+                    std::max((on_plane - half_slab) * cells_per_w - kSlack, lowest_w);
+                const double w_high =
+                    std::min((on_plane + half_slab) * cells_per_w + kSlack, highest_w);
+                if (!(w_low <= w_high)) continue;
+                const std::int64_t first_w = ceiling(w_low);
+                const std::int64_t last_w = floor_of(w_high);
                 for (k[w] = first_w; k[w] <= last_w; ++k[w]) {
                     if (is_accepted(k)) mark(k);
                 }
