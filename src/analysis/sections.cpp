@@ -139,10 +139,16 @@ private:
         if (best == kNone || modulus_[part] > modulus_[best]) best = part;
     }
 
-    // The next section of the same limb; beyond a fork that of the strongest limb.
+    // The next section of the same limb; beyond a fork that of the strongest limb. In models whose
+    // faces contradict one another a piece may lie on both sides of a plane; the limb ends there.
     std::uint32_t neighbour(std::uint32_t part, Way way) const {
-        return way == Way::Up ? strongest_above_[sweep_.graph.joints[part].above]
-                              : strongest_below_[sweep_.graph.joints[part].below];
+        const SectionGraph::Joint& joint = sweep_.graph.joints[part];
+        const bool is_up = way == Way::Up;
+        const std::uint32_t next =
+            is_up ? strongest_above_[joint.above] : strongest_below_[joint.below];
+        if (next == kNone) return kNone;
+        const std::uint32_t layer = sweep_.graph.joints[next].layer;
+        return (is_up ? layer > joint.layer : layer < joint.layer) ? next : kNone;
     }
 
     // True when the ratio rises well above that of the part before it falls below.

@@ -351,6 +351,19 @@ TEST(Sections, TakeAnything) {
         EXPECT_EQ(sections_of(hourglass(), SectionMode::All, step).size(), 0U) << step;
     }
     EXPECT_EQ(weak_places({}).size(), 0U);
+    // Faces that contradict one another: every third one is turned, or all lie anyhow.
+    shapes::Random random(4);
+    for (int round = 0; round < 20; ++round) {
+        SoupVector mixed = hourglass();
+        SoupVector wild;
+        for (std::size_t i = 0; i < mixed.size(); i += 9) {
+            if (random.below(3) == 0) std::swap_ranges(&mixed[i], &mixed[i + 3], &mixed[i + 3]);
+            if (i >= 900) continue;
+            for (int k = 0; k < 9; ++k) wild.push_back(static_cast<float>(random.unit() * 40));
+        }
+        for (const WeakSection& s : weak_places(mixed)) EXPECT_GE(s.score, 0);
+        for (const WeakSection& s : weak_places(wild)) EXPECT_LE(s.score, 100);
+    }
     const SoupVector giant = shapes::box({-3e38F, -3e38F, -3e38F}, {3e38F, 1e38F, 3e38F});
     EXPECT_EQ(sections_of(giant, SectionMode::All).size(), 3 * kMostSectionPlanes);
     const auto fine = sections_of(shapes::box({0, 0, 0}, {1, 1, 1}), SectionMode::All, 1e-300);
