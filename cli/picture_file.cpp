@@ -68,7 +68,8 @@ Status write_file(const std::string& path, const Array<char>& content) {
 void add_strength_legend(Image& image) {
     constexpr std::string_view kWeak = "WEAK";
     constexpr std::string_view kStrong = "STRONG";
-    constexpr std::uint32_t kPanel = kStrong.size() * kLetterWidth + 2 * kMargin;
+    constexpr auto kLongest = static_cast<std::uint32_t>(kStrong.size());
+    constexpr std::uint32_t kPanel = kLongest * kLetterWidth + 2 * kMargin;
     Image wide;
     wide.width = image.width + kPanel;
     wide.height = image.height;
