@@ -80,6 +80,7 @@ public:
     }
 
     void run() {
+        collapse_short_edges();
         for (int round = 0; round < options_.rounds; ++round) {
             split_long_edges();
             collapse_short_edges();
