@@ -93,7 +93,7 @@ TEST(Strength, IsLeastAtAWaistAndAtANeck) {
         EXPECT_THAT(run.text, testing::HasSubstr("\n---{success} strength_coloring : "));
         EXPECT_THAT(run.text, testing::EndsWith(" sec.---\n"));
     }
-    // By its own weight a T is weakest at its foot; pressed from above, where its arms begin.
+    // Pressed from above, a T is weakest where its arms begin.
     Context run;
     TriMesh t = shapes::mesh_of(letter_t());
     const StrengthReport report = colour_strength(
