@@ -14,6 +14,7 @@
 
 #include "mesh/edge_mates.h"
 #include "mesh/surface_distance.h"
+#include "mesh/volume.h"
 #include "support/reference.h"
 #include "support/shapes.h"
 
@@ -210,6 +211,14 @@ TEST(Remesh, RaisesLengthsThatWouldMakeTooManyTriangles) {
     EXPECT_NEAR(all * 0.01, std::sqrt(600 / equilateral / 1000), 0.02);
     const std::vector<float> lengths(cube.faces.size(), 0.02F);
     EXPECT_NEAR(raising_factor(cube, lengths, 0, 1000) / all, 0.5, 0.02);
+}
+
+// The apex has 100,000 faces; they are gone before a search would have to look at all of them often.
+TEST(Remesh, TakesACrowdedVertex) {
+    const TriMesh mesh = remeshed(mesh_of(shapes::fan(100'000, 200)), {.edge_length = 600});
+    EXPECT_LT(mesh.faces.size(), 100U);
+    EXPECT_GT(mesh.faces.size(), 4U);
+    EXPECT_GT(surface_area(mesh), 0.9 * std::numbers::pi * 1000 * 1000);
 }
 
 TEST(Remesh, IsTheSameForAnyNumberOfThreads) {
