@@ -80,7 +80,7 @@ public:
     }
 
     void run() {
-        collapse_short_edges();
+        if (swells_when_split()) collapse_short_edges();
         for (int round = 0; round < options_.rounds; ++round) {
             split_long_edges();
             collapse_short_edges();
@@ -142,6 +142,18 @@ private:
     }
 
     // The longest edge first: the new edges beside it are then shorter, and there is an end.
+    // True where most triangles of a split would be there to be collapsed again or to fill large faces: needles
+    // are better collapsed first.
+    bool swells_when_split() const {
+        double pieces = 0;
+        for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
+            if (surface_.is_gone(h / 3) || is_upper(h)) continue;
+            const double share = std::sqrt(surface_.squared_length(h)) / length_at(h);
+            if (share > kLong) pieces += share;
+        }
+        return pieces > static_cast<double>(surface_.opposites.size()) / 6;
+    }
+
     void split_long_edges() {
         std::vector<LongEdge> heap;
         for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
