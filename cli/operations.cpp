@@ -34,6 +34,27 @@ std::string join(std::span<const std::string_view> words, std::string_view betwe
     return text;
 }
 
+// What most operations take.
+
+constexpr PositionalSpec kModelFile = {"IN", false, "STL file, binary or ASCII, or OBJ file"};
+
+OptionSpec output(std::string_view placeholder, std::string_view help) {
+    return {.name = "--output",
+            .short_name = "-o",
+            .type = ValueType::Text,
+            .placeholder = placeholder,
+            .is_required = true,
+            .help = help};
+}
+
+OptionSpec model_output() {
+    return output("OUT", "File to write; its name ends in .stl or .obj");
+}
+
+OptionSpec json_object() {
+    return {.name = "--json", .help = "Print one JSON object"};
+}
+
 }  // namespace
 
 std::span<const OptionSpec> common_options() {
@@ -79,13 +100,8 @@ std::span<const OperationSpec> operations() {
                 "cavities stay cavities. Reads the result back and prints what was wrong, what was "
                 "done and what is left. IN and OUT may be the same file; OUT is replaced only when "
                 "the new content is complete.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
-            .options = {{.name = "--output",
-                         .short_name = "-o",
-                         .type = ValueType::Text,
-                         .placeholder = "OUT",
-                         .is_required = true,
-                         .help = "File to write; its name ends in .stl or .obj"},
+            .positionals = {kModelFile},
+            .options = {model_output(),
                         {.name = "--drop-tiny",
                          .type = ValueType::Number,
                          .placeholder = "VOLUME",
@@ -95,7 +111,7 @@ std::span<const OperationSpec> operations() {
                          .help = "Drop shells that are smaller than a cube of this volume, in "
                                  "volume and in area"},
                         {.name = "--outward", .help = "Turn cavities outward, too"},
-                        {.name = "--json", .help = "Print one JSON object"}},
+                        json_object()},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_repair},
         OperationSpec{
@@ -104,13 +120,8 @@ std::span<const OperationSpec> operations() {
             .description =
                 "Shells that touch or cut through each other are one model, and a cavity goes with "
                 "the body around it. Writes DIR/NAME_001.stl and so on, NAME being that of IN.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
-            .options = {{.name = "--output",
-                         .short_name = "-o",
-                         .type = ValueType::Text,
-                         .placeholder = "DIR",
-                         .is_required = true,
-                         .help = "Folder to write to; it is made when it is not there"},
+            .positionals = {kModelFile},
+            .options = {output("DIR", "Folder to write to; it is made when it is not there"),
                         {.name = "--min-volume",
                          .type = ValueType::Number,
                          .placeholder = "VOLUME",
@@ -124,7 +135,7 @@ std::span<const OperationSpec> operations() {
                          .placeholder = "FORMAT",
                          .choices = {"stl", "obj"},
                          .help = "Format to write, by default that of IN"},
-                        {.name = "--json", .help = "Print one JSON object"}},
+                        json_object()},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_split},
         OperationSpec{
@@ -135,13 +146,8 @@ std::span<const OperationSpec> operations() {
                 "pieces "
                 "of a closed model are closed. Writes DIR/NAME_001.stl and so on, NAME being that "
                 "of IN: of each model first the piece that the normal points away from.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
-            .options = {{.name = "--output",
-                         .short_name = "-o",
-                         .type = ValueType::Text,
-                         .placeholder = "DIR",
-                         .is_required = true,
-                         .help = "Folder to write to; it is made when it is not there"},
+            .positionals = {kModelFile},
+            .options = {output("DIR", "Folder to write to; it is made when it is not there"),
                         {.name = "--normal",
                          .type = ValueType::Vector,
                          .placeholder = "X,Y,Z",
@@ -177,7 +183,7 @@ std::span<const OperationSpec> operations() {
                          .placeholder = "FORMAT",
                          .choices = {"stl", "obj"},
                          .help = "Format to write, by default that of IN"},
-                        {.name = "--json", .help = "Print one JSON object"}},
+                        json_object()},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_cut},
         OperationSpec{
@@ -187,13 +193,8 @@ std::span<const OperationSpec> operations() {
                 "Collapses edges where the surface changes least. Open borders stay, and so do the "
                 "borders of colours and of texture coordinates. Give one of --keep, --faces and "
                 "--auto. Reads the result back and prints what ended the reduction.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
-            .options = {{.name = "--output",
-                         .short_name = "-o",
-                         .type = ValueType::Text,
-                         .placeholder = "OUT",
-                         .is_required = true,
-                         .help = "File to write; its name ends in .stl or .obj"},
+            .positionals = {kModelFile},
+            .options = {model_output(),
                         {.name = "--keep",
                          .type = ValueType::Number,
                          .placeholder = "SHARE",
@@ -211,7 +212,7 @@ std::span<const OperationSpec> operations() {
                          .help = "Reduce shells of more than 100,000 triangles to these and 30 % "
                                  "of the rest, turning no face by more than 9.9 degrees"},
                         {.name = "--measure", .help = "Print how far the result is from the model"},
-                        {.name = "--json", .help = "Print one JSON object"}},
+                        json_object()},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_reduce},
         OperationSpec{
@@ -221,13 +222,8 @@ std::span<const OperationSpec> operations() {
                 "Makes new triangles on the same surface, all of about the same edge length. Edges "
                 "sharper than 40 degrees, open borders and the borders of labels and texture maps "
                 "stay. Reads the result back and prints edges, angles and the distance.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
-            .options = {{.name = "--output",
-                         .short_name = "-o",
-                         .type = ValueType::Text,
-                         .placeholder = "OUT",
-                         .is_required = true,
-                         .help = "File to write; its name ends in .stl or .obj"},
+            .positionals = {kModelFile},
+            .options = {model_output(),
                         {.name = "--edge",
                          .type = ValueType::Number,
                          .placeholder = "LENGTH",
@@ -236,7 +232,7 @@ std::span<const OperationSpec> operations() {
                          .high = kNoLimit,
                          .is_required = true,
                          .help = "Length that the edges shall have, above 0"},
-                        {.name = "--json", .help = "Print one JSON object"}},
+                        json_object()},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_remesh},
         OperationSpec{
@@ -247,14 +243,8 @@ std::span<const OperationSpec> operations() {
                 "splits away caps, which have an angle above 170 degrees. The surface moves by at "
                 "most 1/1000 of the model's diagonal. Reads the result back and prints how many "
                 "were and are left.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
-            .options = {{.name = "--output",
-                         .short_name = "-o",
-                         .type = ValueType::Text,
-                         .placeholder = "OUT",
-                         .is_required = true,
-                         .help = "File to write; its name ends in .stl or .obj"},
-                        {.name = "--json", .help = "Print one JSON object"}},
+            .positionals = {kModelFile},
+            .options = {model_output(), json_object()},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_revise},
         OperationSpec{
@@ -263,13 +253,8 @@ std::span<const OperationSpec> operations() {
             .description =
                 "Loop subdivision. A level makes four triangles of one where it splits all edges; "
                 "open borders keep their places. Reads the result back.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
-            .options = {{.name = "--output",
-                         .short_name = "-o",
-                         .type = ValueType::Text,
-                         .placeholder = "OUT",
-                         .is_required = true,
-                         .help = "File to write; its name ends in .stl or .obj"},
+            .positionals = {kModelFile},
+            .options = {model_output(),
                         {.name = "--levels",
                          .type = ValueType::Choice,
                          .placeholder = "LEVELS",
@@ -282,7 +267,7 @@ std::span<const OperationSpec> operations() {
                          .default_value = "uniform",
                          .choices = {"uniform", "adaptive", "smooth"},
                          .help = "Split all edges, only those longer than average, or none"},
-                        {.name = "--json", .help = "Print one JSON object"}},
+                        json_object()},
             .statuses = {Clean, Usage, CannotRead, CannotWrite},
             .run = run_subdivide},
         OperationSpec{
@@ -293,13 +278,8 @@ std::span<const OperationSpec> operations() {
                 "it. "
                 "Works on voxels of 0.4 to 2 units, so that the wall is right within about 1.4 of "
                 "them; a wall is at least 0.5 thick.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
-            .options = {{.name = "--output",
-                         .short_name = "-o",
-                         .type = ValueType::Text,
-                         .placeholder = "OUT",
-                         .is_required = true,
-                         .help = "File to write; its name ends in .stl or .obj"},
+            .positionals = {kModelFile},
+            .options = {model_output(),
                         {.name = "--thickness",
                          .type = ValueType::Number,
                          .placeholder = "THICKNESS",
@@ -318,7 +298,7 @@ std::span<const OperationSpec> operations() {
                              "the surface; may be given several times"},
                         {.name = "--cavity-only",
                          .help = "Write the surface of the cavity alone, its outside out"},
-                        {.name = "--json", .help = "Print one JSON object"}},
+                        json_object()},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_hollow},
         OperationSpec{
@@ -329,13 +309,8 @@ std::span<const OperationSpec> operations() {
                            "writes the model with the largest of them taken out, as many as the "
                            "density allows. "
                            "Works on voxels of 0.25 to 1 unit; walls are two voxels thick.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
-            .options = {{.name = "--output",
-                         .short_name = "-o",
-                         .type = ValueType::Text,
-                         .placeholder = "OUT",
-                         .is_required = true,
-                         .help = "File to write; its name ends in .stl or .obj"},
+            .positionals = {kModelFile},
+            .options = {model_output(),
                         {.name = "--skin",
                          .type = ValueType::Number,
                          .placeholder = "THICKNESS",
@@ -353,7 +328,7 @@ std::span<const OperationSpec> operations() {
                          .help = "Share of what lies below the skin that stays material"},
                         {.name = "--cells-only",
                          .help = "Write the surfaces of the cells alone, their outside out"},
-                        {.name = "--json", .help = "Print one JSON object"}},
+                        json_object()},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_infill},
         OperationSpec{
@@ -362,13 +337,8 @@ std::span<const OperationSpec> operations() {
             .description = "Writes the surface of the cubes that the model fills. What the model "
                            "encloses counts "
                            "as filled, but for cavities; colours of OBJ files are kept.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
-            .options = {{.name = "--output",
-                         .short_name = "-o",
-                         .type = ValueType::Text,
-                         .placeholder = "OUT",
-                         .is_required = true,
-                         .help = "File to write; its name ends in .stl or .obj"},
+            .positionals = {kModelFile},
+            .options = {model_output(),
                         {.name = "--size",
                          .type = ValueType::Number,
                          .placeholder = "SIZE",
@@ -378,7 +348,7 @@ std::span<const OperationSpec> operations() {
                          .is_required = true,
                          .help = "Edge of a cube; raised where more than 792 would lie along x or "
                                  "y"},
-                        {.name = "--json", .help = "Print one JSON object"}},
+                        json_object()},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_voxelize},
         OperationSpec{
@@ -387,13 +357,8 @@ std::span<const OperationSpec> operations() {
             .description = "Finds what leans out over free space and puts square columns below it, "
                            "down to the "
                            "plate or the model. Writes them as a model of their own.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
-            .options = {{.name = "--output",
-                         .short_name = "-o",
-                         .type = ValueType::Text,
-                         .placeholder = "OUT",
-                         .is_required = true,
-                         .help = "File to write; its name ends in .stl or .obj"},
+            .positionals = {kModelFile},
+            .options = {model_output(),
                         {.name = "--spacing",
                          .type = ValueType::Number,
                          .placeholder = "DISTANCE",
@@ -434,7 +399,7 @@ std::span<const OperationSpec> operations() {
                          .type = ValueType::Text,
                          .placeholder = "JSON",
                          .help = "Write the polygons of all layers as a JSON file"},
-                        {.name = "--json", .help = "Print one JSON object"}},
+                        json_object()},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_support},
         OperationSpec{
@@ -445,13 +410,8 @@ std::span<const OperationSpec> operations() {
                 "it is strained, or looks for thin cross-sections. Writes the model in even "
                 "triangles, coloured from blue (strong) to red (weak), and tells the weakest "
                 "places.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"}},
-            .options = {{.name = "--output",
-                         .short_name = "-o",
-                         .type = ValueType::Text,
-                         .placeholder = "OUT",
-                         .is_required = true,
-                         .help = "File to write; its name ends in .obj"},
+            .positionals = {kModelFile},
+            .options = {output("OUT", "File to write; its name ends in .obj"),
                         {.name = "--method",
                          .type = ValueType::Choice,
                          .placeholder = "METHOD",
@@ -469,7 +429,7 @@ std::span<const OperationSpec> operations() {
                          .type = ValueType::Text,
                          .placeholder = "PNG",
                          .help = "Draw a picture with a legend, too"},
-                        {.name = "--json", .help = "Print one JSON object"}},
+                        json_object()},
             .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
             .run = run_strength},
         OperationSpec{
@@ -478,7 +438,7 @@ std::span<const OperationSpec> operations() {
             .description =
                 "Reads STL, binary or ASCII, or OBJ and writes binary STL or OBJ. IN and OUT may "
                 "be the same file; OUT is replaced only when the new content is complete.",
-            .positionals = {{"IN", false, "STL file, binary or ASCII, or OBJ file"},
+            .positionals = {kModelFile,
                             {"OUT", false, "File to write; its name ends in .stl or .obj"}},
             .statuses = {Clean, Usage, CannotRead, CannotWrite},
             .run = run_convert},
@@ -488,12 +448,7 @@ std::span<const OperationSpec> operations() {
             .description =
                 "Draws the models together in parallel projection and writes a PNG file.",
             .positionals = {{"FILE", true, "STL files, binary or ASCII, and OBJ files"}},
-            .options = {{.name = "--output",
-                         .short_name = "-o",
-                         .type = ValueType::Text,
-                         .placeholder = "PNG",
-                         .is_required = true,
-                         .help = "File to write; its name ends in .png"},
+            .options = {output("PNG", "File to write; its name ends in .png"),
                         {.name = "--size",
                          .type = ValueType::PixelSize,
                          .placeholder = "WIDTHxHEIGHT",
