@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "base/array.h"
+#include "base/convert.h"
 #include "base/vec.h"
 #include "mesh/edge_mates.h"
 #include "mesh/tri_mesh.h"
@@ -109,6 +110,11 @@ public:
     /// Merges the target of the edge into its origin, which moves to `place`.
     void collapse(std::uint32_t h, Vec3d place);
 
+    /// The triangles t for which takes(t), in their order, white and without labels, with all the
+    /// vertices.
+    template <typename Takes>
+    TriMesh plain_mesh(Takes&& takes) const;
+
 private:
     bool are_neighbours(std::int32_t v, std::int32_t w) const;  // v is regular
     std::size_t common_neighbours(std::int32_t a, std::int32_t b, bool is_crowded) const;
@@ -119,5 +125,23 @@ private:
 
     Array<std::uint32_t> unused_;  // triangles
 };
+
+template <typename Takes>
+TriMesh HalfEdgeMesh::plain_mesh(Takes&& takes) const {
+    TriMesh mesh;
+    mesh.vertices.reserve(positions.size());
+    for (std::size_t v = 0; v < positions.size(); ++v) {
+        const Vec3d p = positions[v];
+        mesh.vertices.push_back({narrow_to_float(p.x), narrow_to_float(p.y), narrow_to_float(p.z),
+                                 static_cast<std::int32_t>(v)});
+    }
+    for (std::size_t t = 0; t < triangles.size(); ++t) {
+        if (is_gone(t) || !takes(t)) continue;
+        Face face{{}, 0, -1, triangles[t], {-1, -1, -1}};
+        face.colour.fill(255);
+        mesh.faces.push_back(face);
+    }
+    return mesh;
+}
 
 }  // namespace povmesh

@@ -479,20 +479,7 @@ private:
 
     // In the order of the triangles, with all the vertices.
     TriMesh changed_faces() const {
-        TriMesh made;
-        made.vertices.reserve(surface_.positions.size());
-        for (std::size_t v = 0; v < surface_.positions.size(); ++v) {
-            const Vec3d p = surface_.positions[v];
-            made.vertices.push_back({narrow_to_float(p.x), narrow_to_float(p.y),
-                                     narrow_to_float(p.z), static_cast<std::int32_t>(v)});
-        }
-        for (std::size_t t = 0; t < surface_.triangles.size(); ++t) {
-            if (surface_.is_gone(t) || states_[t] == Same) continue;
-            Face face{{}, 0, -1, surface_.triangles[t], {-1, -1, -1}};
-            face.colour.fill(255);
-            made.faces.push_back(face);
-        }
-        return made;
+        return surface_.plain_mesh([this](std::size_t t) { return states_[t] != Same; });
     }
 
     TriMesh& mesh_;
