@@ -16,6 +16,7 @@
 #include "mesh/edge_mates.h"
 #include "mesh/self_intersection.h"
 #include "mesh/volume.h"
+#include "support/job.h"
 #include "support/reference.h"
 #include "support/shapes.h"
 
@@ -23,16 +24,6 @@ namespace povmesh {
 namespace {
 
 using shapes::SoupVector;
-
-struct Job {
-    std::string text;
-    std::string progress;
-    ProgressObserver observer = [this](std::uint32_t percent) {
-        progress += std::to_string(percent) + " ";
-    };
-    RunLog log{[this](std::string_view t) { text += t; }};
-    RunContext run{Progress(nullptr, &observer), log};
-};
 
 HollowReport hollowed(const SoupVector& soup, float thickness, TriMesh& mesh,
                       const HollowOptions& options = {}) {

@@ -22,6 +22,7 @@
 #include "mesh/shell_nesting.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
+#include "support/job.h"
 #include "support/reference.h"
 #include "support/shapes.h"
 
@@ -32,16 +33,6 @@ using shapes::SoupVector;
 
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
-
-struct Job {
-    std::string text;
-    std::string progress;
-    ProgressObserver observer = [this](std::uint32_t percent) {
-        progress += std::to_string(percent) + " ";
-    };
-    RunLog log{[this](std::string_view t) { text += t; }};
-    RunContext run{Progress(nullptr, &observer), log};
-};
 
 VoxelGrid ball(std::int32_t radius) {
     VoxelGrid grid({{1, 1, 1}}, {{-radius, -radius, -radius}, {radius, radius, radius}});
