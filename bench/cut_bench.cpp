@@ -9,6 +9,7 @@
 #include <numbers>
 #include <utility>
 
+#include "cgal_surface.h"
 #include "cut/cap.h"
 #include "cut/cut.h"
 #include "inputs.h"
@@ -153,14 +154,7 @@ SurfaceMesh half_space(Vec3d point, Vec3d normal, double size) {
 // One half: the other is thrown away.
 void clip_cgal(benchmark::State& state, const std::string& name) {
     const TriMesh& from = mesh(name);
-    SurfaceMesh surface;
-    for (const Vertex& v : from.vertices) surface.add_vertex({v.x, v.y, v.z});
-    for (const Face& face : from.faces) {
-        const auto corner = [&](std::size_t i) {
-            return SurfaceMesh::Vertex_index(static_cast<std::uint32_t>(face.vertex[i]));
-        };
-        surface.add_face(corner(0), corner(1), corner(2));
-    }
+    const auto surface = cgal_surface<SurfaceMesh>(from);
     const SurfaceMesh half = half_space(centre_of(from) + Vec3d{0, 0, kOff}, kOblique, 1000);
     measure(
         state, [&] { return surface; },

@@ -11,6 +11,7 @@
 
 #include "analysis/section_sweep.h"
 #include "analysis/sections.h"
+#include "cgal_surface.h"
 #include "inputs.h"
 #include "mesh/bounds.h"
 
@@ -103,14 +104,7 @@ using SurfaceMesh = CGAL::Surface_mesh<Kernel::Point_3>;
 
 void slices_cgal(benchmark::State& state, const std::string& name) {
     const TriMesh& from = mesh(name);
-    SurfaceMesh surface;
-    for (const Vertex& v : from.vertices) surface.add_vertex({v.x, v.y, v.z});
-    for (const Face& face : from.faces) {
-        const auto corner = [&](std::size_t i) {
-            return SurfaceMesh::Vertex_index(static_cast<std::uint32_t>(face.vertex[i]));
-        };
-        surface.add_face(corner(0), corner(1), corner(2));
-    }
+    const auto surface = cgal_surface<SurfaceMesh>(from);
     const std::vector<double> heights = heights_of(from, 2);
     double points = 0;
     measure(state, [&] {

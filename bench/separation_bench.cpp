@@ -9,6 +9,7 @@
 #include <cmath>
 #include <map>
 
+#include "cgal_surface.h"
 #include "inputs.h"
 #include "mesh/self_intersection.h"
 #include "mesh/separation.h"
@@ -166,16 +167,7 @@ const SurfaceMesh& surface_mesh(const std::string& name) {
     static std::map<std::string, SurfaceMesh> made;
     const auto place = made.find(name);
     if (place != made.end()) return place->second;
-    SurfaceMesh& surface = made[name];
-    const TriMesh& mesh = input_mesh(name);
-    for (const Vertex& v : mesh.vertices) surface.add_vertex({v.x, v.y, v.z});
-    for (const Face& face : mesh.faces) {
-        const auto corner = [&](std::size_t i) {
-            return SurfaceMesh::Vertex_index(static_cast<std::uint32_t>(face.vertex[i]));
-        };
-        surface.add_face(corner(0), corner(1), corner(2));
-    }
-    return surface;
+    return made[name] = cgal_surface<SurfaceMesh>(input_mesh(name));
 }
 
 void separate_cgal(benchmark::State& state, const std::string& name) {

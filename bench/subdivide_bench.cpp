@@ -3,6 +3,7 @@
 //
 // Floor of a uniform level, per triangle, far beyond the caches: faces read (36) and copied into the
 // larger array (72), four faces written (144), vertices read and written (40): 292 bytes.
+#include "cgal_surface.h"
 #include "inputs.h"
 #include "mesh/compact.h"
 #include "remesh/subdivide.h"
@@ -58,14 +59,7 @@ void subdivide_five_levels(benchmark::State& state, const std::string& input) {
 void subdivide_uniform_cgal(benchmark::State& state, const std::string& input) {
     using Point = CGAL::Simple_cartesian<double>::Point_3;
     using Surface = CGAL::Surface_mesh<Point>;
-    const TriMesh& from = mesh(input);
-    Surface source;
-    std::vector<Surface::Vertex_index> vertices;
-    for (const Vertex& v : from.vertices) vertices.push_back(source.add_vertex({v.x, v.y, v.z}));
-    const auto vertex = [&](std::int32_t v) { return vertices[static_cast<std::size_t>(v)]; };
-    for (const Face& face : from.faces) {
-        source.add_face(vertex(face.vertex[0]), vertex(face.vertex[1]), vertex(face.vertex[2]));
-    }
+    const auto source = cgal_surface<Surface>(mesh(input));
     measure(
         state, [&] { return source; },
         [](Surface& surface) {
