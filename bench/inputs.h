@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "helpers/shapes.h"
 #include "mesh/tri_mesh.h"
-#include "support/shapes.h"
 
 namespace povmesh::bench {
 

@@ -7,8 +7,8 @@
 // the clearing.
 #include <benchmark/benchmark.h>
 
+#include "helpers/shapes.h"
 #include "picture/picture.h"
-#include "support/shapes.h"
 
 namespace povmesh {
 namespace {

@@ -18,9 +18,9 @@
 
 #include "inputs.h"
 #include "mesh/compact.h"
-#include "mesh/surface_distance.h"
 #include "remesh/parallel_reduce.h"
 #include "remesh/reduce.h"
+#include "spatial/surface_distance.h"
 
 #ifdef POVMESH_BENCH_PEERS
 #include <CGAL/Polygon_mesh_processing/orient_polygon_soup.h>

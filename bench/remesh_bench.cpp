@@ -14,8 +14,8 @@
 
 #include "inputs.h"
 #include "mesh/bounds.h"
-#include "mesh/surface_distance.h"
 #include "remesh/remesh.h"
+#include "spatial/surface_distance.h"
 
 #ifdef POVMESH_BENCH_PEERS
 #include <CGAL/Exact_predicates_inexact_constructions_kernel.h>

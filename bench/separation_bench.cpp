@@ -11,10 +11,10 @@
 
 #include "cgal_surface.h"
 #include "inputs.h"
-#include "mesh/self_intersection.h"
-#include "mesh/separation.h"
-#include "mesh/shell_nesting.h"
 #include "mesh/shells.h"
+#include "spatial/self_intersection.h"
+#include "spatial/separation.h"
+#include "spatial/shell_nesting.h"
 
 #ifdef POVMESH_BENCH_PEERS
 #include <CGAL/Exact_predicates_inexact_constructions_kernel.h>

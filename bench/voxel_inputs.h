@@ -5,10 +5,10 @@
 #include <vector>
 
 #include "base/vec.h"
+#include "helpers/shapes.h"
 #include "inputs.h"
 #include "mesh/bounds.h"
 #include "mesh/tri_mesh.h"
-#include "support/shapes.h"
 
 namespace povmesh::bench {
 

@@ -5,7 +5,7 @@
 
 #include "mesh/append_mesh.h"
 #include "mesh/compact.h"
-#include "mesh/nearest_face.h"
+#include "spatial/nearest_face.h"
 
 namespace povmesh::cli {
 

@@ -5,7 +5,7 @@
 
 #include "cli/measures.h"
 #include "cli/numbers.h"
-#include "mesh/surface_distance.h"
+#include "spatial/surface_distance.h"
 
 namespace povmesh::cli {
 namespace {

@@ -12,12 +12,12 @@
 
 #include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
-#include "mesh/self_intersection.h"
-#include "mesh/shell_nesting.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
 #include "repair/boundary_loops.h"
 #include "repair/duplicates.h"
+#include "spatial/self_intersection.h"
+#include "spatial/shell_nesting.h"
 
 namespace povmesh::cli {
 namespace {

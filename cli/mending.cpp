@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "cli/numbers.h"
-#include "mesh/self_intersection.h"
+#include "spatial/self_intersection.h"
 
 namespace povmesh::cli {
 namespace {

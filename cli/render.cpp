@@ -17,7 +17,7 @@
 #include "cli/picture_file.h"
 #include "cli/section.h"
 #include "mesh/bounds.h"
-#include "mesh/separation.h"
+#include "spatial/separation.h"
 
 namespace povmesh::cli {
 namespace {

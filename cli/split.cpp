@@ -12,8 +12,8 @@
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/pieces.h"
-#include "mesh/separation.h"
 #include "mesh/shells.h"
+#include "spatial/separation.h"
 
 namespace povmesh::cli {
 namespace {

@@ -16,7 +16,7 @@
 #include "io/file.h"
 #include "mesh/append_mesh.h"
 #include "mesh/bounds.h"
-#include "mesh/slices.h"
+#include "slice/slices.h"
 #include "support/column_supports.h"
 #include "support/slice_polygons.h"
 

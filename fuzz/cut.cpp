@@ -9,8 +9,8 @@
 
 #include "cut/pieces.h"
 #include "cut/solids.h"
+#include "helpers/shapes.h"
 #include "require.h"
-#include "support/shapes.h"
 
 namespace {
 

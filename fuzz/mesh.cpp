@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "helpers/reference.h"
 #include "mesh/build_f.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
@@ -19,7 +20,6 @@
 #include "mesh/volume.h"
 #include "repair/detect.h"
 #include "require.h"
-#include "support/reference.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "helpers/reference.h"
 #include "mesh/build_f.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
@@ -19,7 +20,6 @@
 #include "remesh/revise.h"
 #include "remesh/subdivide.h"
 #include "require.h"
-#include "support/reference.h"
 
 namespace {
 

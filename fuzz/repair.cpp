@@ -11,11 +11,11 @@
 
 #include "mesh/build_f.h"
 #include "mesh/edge_mates.h"
-#include "mesh/shell_nesting.h"
 #include "repair/boundary_loops.h"
 #include "repair/detect.h"
 #include "repair/duplicates.h"
 #include "require.h"
+#include "spatial/shell_nesting.h"
 
 namespace {
 

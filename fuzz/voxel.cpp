@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "design/hollow.h"
+#include "helpers/reference.h"
 #include "mesh/build_f.h"
 #include "mesh/edge_mates.h"
 #include "require.h"
-#include "support/reference.h"
 #include "voxel/form_voxels.h"
 #include "voxel/literal_grid.h"
 #include "voxel/passes.h"

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "analysis/stiffness.h"
-#include "base/clones.h"
+#include "base/multiversion.h"
 #include "base/parallel.h"
 
 namespace povmesh {
@@ -27,10 +27,10 @@ struct Sums {
 };
 
 // Goes one step along p, and sums r r and r z.
-POVMESH_CLONES Sums step(float alpha, const float* POVMESH_RESTRICT p,
-                         const float* POVMESH_RESTRICT product,
-                         const float* POVMESH_RESTRICT inverse, float* POVMESH_RESTRICT x,
-                         float* POVMESH_RESTRICT r, std::size_t count) {
+POVMESH_MULTIVERSION Sums step(float alpha, const float* POVMESH_RESTRICT p,
+                               const float* POVMESH_RESTRICT product,
+                               const float* POVMESH_RESTRICT inverse, float* POVMESH_RESTRICT x,
+                               float* POVMESH_RESTRICT r, std::size_t count) {
     std::array<double, kLanes> rr{};
     std::array<double, kLanes> rz{};
     for (std::size_t i = 0; i < count; ++i) x[i] += alpha * p[i];
@@ -53,9 +53,9 @@ POVMESH_CLONES Sums step(float alpha, const float* POVMESH_RESTRICT p,
 }
 
 // p = z + beta p
-POVMESH_CLONES void turn(float beta, const float* POVMESH_RESTRICT r,
-                         const float* POVMESH_RESTRICT inverse, float* POVMESH_RESTRICT p,
-                         std::size_t count) {
+POVMESH_MULTIVERSION void turn(float beta, const float* POVMESH_RESTRICT r,
+                               const float* POVMESH_RESTRICT inverse, float* POVMESH_RESTRICT p,
+                               std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) p[i] = inverse[i] * r[i] + beta * p[i];
 }
 
@@ -102,7 +102,7 @@ private:
     template <typename Work>
     void for_each_slab(Work&& work) {
         const std::vector<Stiffness::Slab>& slabs = stiffness_.slabs();
-        detail::for_blocks(slabs.size(), [&](std::size_t s) {
+        for_blocks(slabs.size(), [&](std::size_t s) {
             const std::size_t first = std::max<std::size_t>(slabs[s].first, model_.fixed_nodes);
             if (first < slabs[s].last) work(s, first, std::size_t{slabs[s].last});
         });

@@ -5,7 +5,7 @@
 #include <span>
 
 #include "base/predicates.h"
-#include "mesh/slices.h"
+#include "slice/slices.h"
 
 namespace povmesh {
 

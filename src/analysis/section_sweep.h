@@ -6,8 +6,8 @@
 
 #include "analysis/section_graph.h"
 #include "analysis/section_shape.h"
-#include "mesh/slices.h"
 #include "mesh/tri_mesh.h"
+#include "slice/slices.h"
 
 namespace povmesh {
 

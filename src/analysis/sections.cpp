@@ -6,8 +6,8 @@
 
 #include "analysis/section_sweep.h"
 #include "mesh/bounds.h"
-#include "mesh/slices.h"
 #include "mesh/volume.h"
+#include "slice/slices.h"
 
 namespace povmesh {
 namespace {

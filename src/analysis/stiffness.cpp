@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <span>
 
-#include "base/clones.h"
+#include "base/multiversion.h"
 #include "base/parallel.h"
 
 namespace povmesh {
@@ -143,10 +143,10 @@ inline void add_row(const RowForces& f, std::size_t lanes, float* POVMESH_RESTRI
 
 // Adds the forces of the runs to `out`, which begins at node `first`. Lanes behind the end of a run
 // compute with what stands there and add 0.
-POVMESH_CLONES void add_forces(const ElementRun* runs, std::size_t run_count,
-                               const ElementModes& modes, const float* in_x, const float* in_y,
-                               const float* in_z, float* out_x, float* out_y, float* out_z,
-                               std::size_t first) {
+POVMESH_MULTIVERSION void add_forces(const ElementRun* runs, std::size_t run_count,
+                                     const ElementModes& modes, const float* in_x,
+                                     const float* in_y, const float* in_z, float* out_x,
+                                     float* out_y, float* out_z, std::size_t first) {
     RunForces forces{};
     const std::array<float*, 3> out = {out_x, out_y, out_z};
     for (std::size_t r = 0; r < run_count; ++r) {
@@ -178,9 +178,9 @@ POVMESH_CLONES void add_forces(const ElementRun* runs, std::size_t run_count,
     }
 }
 
-POVMESH_CLONES void store_energies(const ElementRun* runs, std::size_t run_count,
-                                   const ElementModes& modes, const float* in_x, const float* in_y,
-                                   const float* in_z, float* energies) {
+POVMESH_MULTIVERSION void store_energies(const ElementRun* runs, std::size_t run_count,
+                                         const ElementModes& modes, const float* in_x,
+                                         const float* in_y, const float* in_z, float* energies) {
     for (std::size_t r = 0; r < run_count; ++r) {
         const ElementRun& run = runs[r];
         const RowPointers x = pointers(run, in_x);
@@ -195,7 +195,7 @@ POVMESH_CLONES void store_energies(const ElementRun* runs, std::size_t run_count
 
 }  // namespace
 
-POVMESH_CLONES double dot(const float* a, const float* b, std::size_t count) {
+POVMESH_MULTIVERSION double dot(const float* a, const float* b, std::size_t count) {
     std::array<double, kLanes> sums{};
     std::size_t i = 0;
     for (; i + kLanes <= count; i += kLanes) {
@@ -240,7 +240,7 @@ Stiffness::Stiffness(const FemModel& model, std::size_t slab_elements)
 
 double Stiffness::multiply(const NodeField& displacements) {
     std::vector<double> sums(slabs_.size());
-    detail::for_blocks(slabs_.size(), [&](std::size_t s) {
+    for_blocks(slabs_.size(), [&](std::size_t s) {
         const Slab& slab = slabs_[s];
         float* out = products_.data() + slab.offset;
         std::fill(out, out + 3 * slab.stride, 0.0F);
@@ -268,7 +268,7 @@ double Stiffness::multiply(const NodeField& displacements) {
 
 void Stiffness::energies(const NodeField& displacements, Array<float>& energies) const {
     energies.resize(model_.element_count());
-    detail::for_blocks(slabs_.size(), [&](std::size_t s) {
+    for_blocks(slabs_.size(), [&](std::size_t s) {
         const Slab& slab = slabs_[s];
         store_energies(model_.runs.data() + slab.first_run, slab.last_run - slab.first_run, modes_,
                        displacements.axis(0), displacements.axis(1), displacements.axis(2),

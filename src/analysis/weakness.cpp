@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "mesh/bounds.h"
-#include "mesh/shell_nesting.h"
+#include "spatial/shell_nesting.h"
 
 namespace povmesh {
 namespace {

@@ -1,9 +1,9 @@
 // Exported functions on soups with colours, texture coordinates and labels.
 #include "api/steps.h"
-#include "mesh/separation.h"
 #include "povmesh/povmesh.h"
 #include "remesh/remesh.h"
 #include "repair/repair.h"
+#include "spatial/separation.h"
 
 using namespace povmesh;
 using namespace povmesh::api;

@@ -27,27 +27,27 @@ private:
 namespace detail {
 
 using BlockFunction = void (*)(void* context, std::size_t block);
-
-/// Calls `function(context, block)` for every block below `count`, on the threads of the OpenMP
-/// runtime; on the calling thread when there is one block. Blocks run in any order.
 void run_blocks(std::size_t count, BlockFunction function, void* context);
 
+}  // namespace detail
+
+/// Calls `body(block)` for every block below `count`, on the threads of the OpenMP runtime; on the
+/// calling thread when there is one block. Blocks run in any order and at the same time, so each may
+/// write only what belongs to it. The body must not throw.
 template <typename Body>
 void for_blocks(std::size_t count, Body&& body) {
     using Plain = std::remove_reference_t<Body>;
-    run_blocks(
+    detail::run_blocks(
         count, [](void* context, std::size_t block) { (*static_cast<Plain*>(context))(block); },
         const_cast<void*>(static_cast<const void*>(&body)));
 }
-
-}  // namespace detail
 
 /// Calls `body(i)` for every i below `count`. The calls of different blocks run at the same time,
 /// so each may write only what belongs to its own i. The body must not throw.
 template <typename Body>
 void parallel_for(std::size_t count, Body&& body) {
     const std::size_t blocks = (count + kParallelBlock - 1) / kParallelBlock;
-    detail::for_blocks(blocks, [&](std::size_t block) {
+    for_blocks(blocks, [&](std::size_t block) {
         const std::size_t end = block + 1 == blocks ? count : (block + 1) * kParallelBlock;
         for (std::size_t i = block * kParallelBlock; i < end; ++i) body(i);
     });
@@ -59,7 +59,7 @@ template <typename Term>
 double blocked_sum(std::size_t count, Term&& term) {
     const std::size_t blocks = (count + kParallelBlock - 1) / kParallelBlock;
     std::vector<double> sums(blocks);
-    detail::for_blocks(blocks, [&](std::size_t block) {
+    for_blocks(blocks, [&](std::size_t block) {
         const std::size_t end = block + 1 == blocks ? count : (block + 1) * kParallelBlock;
         double sum = 0;
         for (std::size_t i = block * kParallelBlock; i < end; ++i) sum += term(i);

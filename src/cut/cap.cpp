@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "cut/planar_triangulation.h"
-#include "mesh/loops.h"
+#include "slice/loops.h"
 
 namespace povmesh {
 namespace {

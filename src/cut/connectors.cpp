@@ -6,7 +6,7 @@
 #include <numbers>
 #include <utility>
 
-#include "mesh/face_tree.h"
+#include "spatial/face_tree.h"
 
 namespace povmesh {
 namespace {

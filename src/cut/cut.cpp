@@ -14,9 +14,9 @@
 #include "cut/level_split.h"
 #include "cut/mirror.h"
 #include "mesh/edge_mates.h"
-#include "mesh/separation.h"
-#include "mesh/shell_nesting.h"
 #include "mesh/shells.h"
+#include "spatial/separation.h"
+#include "spatial/shell_nesting.h"
 
 namespace povmesh {
 namespace {

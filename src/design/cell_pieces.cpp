@@ -161,7 +161,7 @@ void form_walls(VoxelGrid& grid, const CellDivision& division, const Words& skin
 // Each cell writes its own entry.
 std::vector<Cell> measured(std::vector<TriMesh> pieces) {
     std::vector<Cell> cells(pieces.size());
-    detail::for_blocks(cells.size(), [&](std::size_t i) {
+    for_blocks(cells.size(), [&](std::size_t i) {
         Cell& cell = cells[i];
         cell.mesh = std::move(pieces[i]);
         cell.volume = volume(cell.mesh);

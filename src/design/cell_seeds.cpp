@@ -270,7 +270,7 @@ void find_nearest_seeds(const VoxelGrid& grid, std::span<const Vec3d> seeds,
     if (grid.is_empty()) return;
     const SeedLists lists(grid, seeds, 0);
     // Each region writes the cells of its own words.
-    detail::for_blocks(lists.region_count(), [&](std::size_t region) {
+    for_blocks(lists.region_count(), [&](std::size_t region) {
         lists.for_each_block(region, [&](const auto& at, const auto& list) {
             BlockSearch search(lists, at);
             list([&](SeedNumber seed) { search.add(seed); });

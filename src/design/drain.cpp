@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "cut/bore.h"
-#include "mesh/nearest_face.h"
 #include "remesh/revise.h"
+#include "spatial/nearest_face.h"
 
 namespace povmesh {
 namespace {

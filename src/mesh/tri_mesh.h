@@ -12,6 +12,14 @@
 
 namespace povmesh {
 
+/// The corners of a triangle after and before a corner, in the winding order.
+constexpr std::size_t next_corner(std::size_t corner) {
+    return corner == 2 ? 0 : corner + 1;
+}
+constexpr std::size_t previous_corner(std::size_t corner) {
+    return corner == 0 ? 2 : corner - 1;
+}
+
 /// One triangle. Operations delete a face by its flag and leave the record in place; `compact`
 /// removes it.
 struct Face {

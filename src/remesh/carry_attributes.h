@@ -1,8 +1,8 @@
 // Gives a new surface the colours, labels and texture coordinates of an old one.
 #pragma once
 
-#include "mesh/nearest_face.h"
 #include "mesh/tri_mesh.h"
+#include "spatial/nearest_face.h"
 
 namespace povmesh {
 

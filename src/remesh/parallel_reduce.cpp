@@ -33,7 +33,7 @@ std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
         results[shell] = {reducer.rounds(), deleted, reducer.links(), reducer.folds(),
                           deleted < wanted ? reducer.bound_edges() : 0};
     };
-    detail::for_blocks(mesh.shells.size(), [&](std::size_t shell) {
+    for_blocks(mesh.shells.size(), [&](std::size_t shell) {
         if (mesh.shells[shell].size() > kSmallShell) return;
         const OneThread here;  // a round takes less time than waking the others
         work(shell);

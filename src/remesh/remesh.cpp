@@ -12,12 +12,12 @@
 #include "base/parallel.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
-#include "mesh/nearest_face.h"
 #include "remesh/angle_mending.h"
 #include "remesh/carry_attributes.h"
 #include "remesh/corner_attributes.h"
 #include "remesh/features.h"
 #include "remesh/half_edge_mesh.h"
+#include "spatial/nearest_face.h"
 
 namespace povmesh {
 namespace {

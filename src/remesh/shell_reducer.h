@@ -227,7 +227,7 @@ private:
         constexpr std::size_t kBlock = std::size_t{1} << 18;
         const std::size_t block_count = (all.size() + kBlock - 1) / kBlock;
         std::vector<std::array<std::uint32_t, kBuckets>> counts(block_count);
-        detail::for_blocks(block_count, [&](std::size_t block) {
+        for_blocks(block_count, [&](std::size_t block) {
             counts[block].fill(0);
             const std::size_t last = std::min(all.size(), (block + 1) * kBlock);
             for (std::size_t i = block * kBlock; i < last; ++i) {
@@ -287,7 +287,7 @@ private:
         const std::size_t count = 3 * (end_ - begin_);
         const std::size_t block_count = (count + kParallelBlock - 1) / kParallelBlock;
         std::vector<std::vector<Candidate>> found(block_count);
-        detail::for_blocks(block_count, [&](std::size_t block) {
+        for_blocks(block_count, [&](std::size_t block) {
             const std::size_t last = std::min(count, (block + 1) * kParallelBlock);
             for (std::size_t i = block * kParallelBlock; i < last; ++i) {
                 const auto h = static_cast<std::uint32_t>(3 * begin_ + i);
@@ -325,7 +325,7 @@ private:
     std::size_t collapse_all(const std::vector<Candidate>& chosen) {
         std::vector<Outcome> outcomes(chosen.size());
         constexpr std::size_t kBlock = 256;
-        detail::for_blocks((chosen.size() + kBlock - 1) / kBlock, [&](std::size_t block) {
+        for_blocks((chosen.size() + kBlock - 1) / kBlock, [&](std::size_t block) {
             const std::size_t last = std::min(chosen.size(), (block + 1) * kBlock);
             for (std::size_t i = block * kBlock; i < last; ++i) {
                 outcomes[i] = try_collapse(chosen[i].half_edge);

@@ -9,10 +9,10 @@
 #include "base/rotation.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
-#include "mesh/shell_nesting.h"
 #include "mesh/shells.h"
 #include "repair/duplicates.h"
 #include "repair/shell_walk.h"
+#include "spatial/shell_nesting.h"
 
 namespace povmesh {
 namespace {

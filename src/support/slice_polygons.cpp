@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "base/convert.h"
-#include "mesh/face_tree.h"
-#include "mesh/slices.h"
+#include "slice/slices.h"
+#include "spatial/face_tree.h"
 
 namespace povmesh {
 namespace {
@@ -313,7 +313,7 @@ private:
     double half_side_;
     Array<double> heights_;
     Slicer slicer_;
-    Stabbing by_layer_;
+    IntervalTree by_layer_;
     FaceTree tree_;
     Array<std::uint8_t> is_near_;  // by column: of this layer
     bool overlap_ = false;         // some columns do

@@ -13,7 +13,7 @@
 
 #include "analysis/stiffness.h"
 #include "base/parallel.h"
-#include "support/shapes.h"
+#include "helpers/shapes.h"
 #include "voxel/passes.h"
 
 namespace povmesh {

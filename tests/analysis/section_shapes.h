@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "base/predicates.h"
-#include "support/shapes.h"
+#include "helpers/shapes.h"
 
 namespace povmesh::shapes {
 

@@ -13,7 +13,7 @@
 
 #include "analysis/fem_analysis.h"
 #include "base/parallel.h"
-#include "support/shapes.h"
+#include "helpers/shapes.h"
 
 namespace povmesh {
 namespace {

@@ -14,7 +14,7 @@
 #include "api/job.h"
 #include "api/slots.h"
 #include "calls.h"
-#include "support/shapes.h"
+#include "helpers/shapes.h"
 
 namespace {
 

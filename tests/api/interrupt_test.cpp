@@ -10,8 +10,8 @@
 #include <thread>
 
 #include "calls.h"
+#include "helpers/shapes.h"
 #include "povmesh/povmesh.h"
-#include "support/shapes.h"
 
 namespace povmesh {
 namespace {

@@ -16,9 +16,9 @@ constexpr std::string_view kInclude = "#include \"";
 
 std::optional<int> layer_of(const std::string& folder) {
     static const std::map<std::string, int> layers = {
-        {"base", 0},    {"run", 1}, {"mesh", 2},  {"io", 3},     {"repair", 3},
-        {"remesh", 3},  {"cut", 3}, {"voxel", 3}, {"design", 4}, {"analysis", 4},
-        {"support", 4}, {"api", 5}, {"cli", 5},
+        {"base", 0},   {"run", 1},      {"mesh", 2},    {"spatial", 3}, {"slice", 3},
+        {"io", 4},     {"repair", 4},   {"remesh", 4},  {"cut", 4},     {"voxel", 4},
+        {"design", 5}, {"analysis", 5}, {"support", 5}, {"api", 6},     {"cli", 6},
     };
     const auto found = layers.find(folder);
     if (found == layers.end()) return {};

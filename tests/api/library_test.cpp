@@ -12,8 +12,8 @@
 #include <thread>
 
 #include "calls.h"
+#include "helpers/shapes.h"
 #include "mesh/volume.h"
-#include "support/shapes.h"
 
 namespace povmesh {
 namespace {

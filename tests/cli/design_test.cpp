@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "analysis/section_shapes.h"
-#include "support/shapes.h"
+#include "helpers/shapes.h"
 #include "tool_runner.h"
 
 namespace povmesh {

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "support/shapes.h"
+#include "helpers/shapes.h"
 #include "tool_runner.h"
 
 namespace povmesh {

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "support/shapes.h"
+#include "helpers/shapes.h"
 #include "tool_runner.h"
 
 namespace povmesh {

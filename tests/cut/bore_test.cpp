@@ -7,10 +7,10 @@
 #include <numbers>
 #include <string>
 
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
-#include "support/reference.h"
-#include "support/shapes.h"
 
 namespace povmesh {
 namespace {

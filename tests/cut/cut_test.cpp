@@ -12,8 +12,8 @@
 
 #include "cut/pieces.h"
 #include "cut/solids.h"
+#include "helpers/shapes.h"
 #include "mesh/shells.h"
-#include "support/shapes.h"
 
 namespace povmesh {
 namespace {

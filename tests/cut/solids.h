@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/shapes.h"
+#include "helpers/shapes.h"
 
 namespace povmesh::solids {
 

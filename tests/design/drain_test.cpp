@@ -10,12 +10,12 @@
 #include <utility>
 #include <vector>
 
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 #include "mesh/append_mesh.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
 #include "remesh/revise.h"
-#include "support/reference.h"
-#include "support/shapes.h"
 
 namespace povmesh {
 namespace {

@@ -13,12 +13,12 @@
 #include <vector>
 
 #include "base/rotation.h"
+#include "helpers/job.h"
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 #include "mesh/edge_mates.h"
-#include "mesh/self_intersection.h"
 #include "mesh/volume.h"
-#include "support/job.h"
-#include "support/reference.h"
-#include "support/shapes.h"
+#include "spatial/self_intersection.h"
 
 namespace povmesh {
 namespace {

@@ -15,16 +15,16 @@
 #include "base/rotation.h"
 #include "design/cell_division.h"
 #include "design/cell_pieces.h"
+#include "helpers/job.h"
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 #include "io/stl.h"
 #include "mesh/append_mesh.h"
-#include "mesh/nearest_face.h"
-#include "mesh/self_intersection.h"
-#include "mesh/shell_nesting.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
-#include "support/job.h"
-#include "support/reference.h"
-#include "support/shapes.h"
+#include "spatial/nearest_face.h"
+#include "spatial/self_intersection.h"
+#include "spatial/shell_nesting.h"
 
 namespace povmesh {
 namespace {

@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "support/shapes.h"
+#include "helpers/shapes.h"
 
 namespace povmesh {
 namespace {

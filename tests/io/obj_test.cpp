@@ -12,8 +12,8 @@
 #include <tuple>
 #include <vector>
 
+#include "helpers/shapes.h"
 #include "mesh/build_f.h"
-#include "support/shapes.h"
 #include "temporary_folder.h"
 
 namespace povmesh {

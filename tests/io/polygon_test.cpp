@@ -7,7 +7,7 @@
 #include <numbers>
 #include <vector>
 
-#include "support/shapes.h"
+#include "helpers/shapes.h"
 
 namespace povmesh {
 namespace {

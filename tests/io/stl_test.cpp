@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "helpers/shapes.h"
 #include "io/stl_ascii.h"
 #include "mesh/build_f.h"
-#include "support/shapes.h"
 #include "temporary_folder.h"
 
 namespace povmesh {

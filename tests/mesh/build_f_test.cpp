@@ -9,8 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "support/reference.h"
-#include "support/shapes.h"
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 
 namespace povmesh {
 namespace {

@@ -8,10 +8,10 @@
 #include <set>
 #include <vector>
 
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 #include "mesh/edge_mates.h"
 #include "mesh/shells.h"
-#include "support/reference.h"
-#include "support/shapes.h"
 
 namespace povmesh {
 namespace {

@@ -7,12 +7,12 @@
 #include <stdexcept>
 #include <vector>
 
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 #include "mesh/compact.h"
 #include "mesh/export_data.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
-#include "support/reference.h"
-#include "support/shapes.h"
 
 namespace povmesh {
 namespace {

@@ -10,8 +10,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "helpers/shapes.h"
 #include "picture/raster.h"
-#include "support/shapes.h"
 
 namespace povmesh {
 namespace {

@@ -13,16 +13,16 @@
 #include <string>
 #include <vector>
 
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
-#include "mesh/surface_distance.h"
 #include "mesh/volume.h"
 #include "remesh/collapse_queue.h"
 #include "remesh/parallel_reduce.h"
 #include "remesh/quadric.h"
 #include "remesh/reduction_target.h"
-#include "support/reference.h"
-#include "support/shapes.h"
+#include "spatial/surface_distance.h"
 
 namespace povmesh {
 namespace {

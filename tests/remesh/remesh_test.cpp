@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 #include "mesh/edge_mates.h"
-#include "mesh/surface_distance.h"
 #include "mesh/volume.h"
-#include "support/reference.h"
-#include "support/shapes.h"
+#include "spatial/surface_distance.h"
 
 namespace povmesh {
 namespace {

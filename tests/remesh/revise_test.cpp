@@ -10,12 +10,12 @@
 #include <set>
 #include <vector>
 
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 #include "mesh/edge_mates.h"
-#include "mesh/surface_distance.h"
 #include "remesh/patch_distance.h"
 #include "remesh/triangle_shape.h"
-#include "support/reference.h"
-#include "support/shapes.h"
+#include "spatial/surface_distance.h"
 
 namespace povmesh {
 namespace {

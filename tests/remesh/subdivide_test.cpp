@@ -13,11 +13,11 @@
 #include <utility>
 #include <vector>
 
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
 #include "mesh/volume.h"
-#include "support/reference.h"
-#include "support/shapes.h"
 
 namespace povmesh {
 namespace {

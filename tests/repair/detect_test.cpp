@@ -10,10 +10,10 @@
 #include <numbers>
 #include <vector>
 
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 #include "io/stl.h"
 #include "repair/degenerate.h"
-#include "support/reference.h"
-#include "support/shapes.h"
 
 namespace povmesh {
 namespace {

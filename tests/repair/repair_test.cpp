@@ -9,11 +9,11 @@
 #include <set>
 #include <vector>
 
+#include "helpers/shapes.h"
 #include "mesh/volume.h"
 #include "repair/boundary_loops.h"
 #include "repair/detect.h"
 #include "repair/duplicates.h"
-#include "support/shapes.h"
 
 namespace povmesh {
 namespace {

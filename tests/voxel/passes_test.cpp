@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "support/reference.h"
-#include "support/shapes.h"
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 #include "voxel/distance.h"
 #include "voxel/literal_grid.h"
 #include "voxel/outside.h"

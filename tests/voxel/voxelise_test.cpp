@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "base/rotation.h"
+#include "helpers/reference.h"
+#include "helpers/shapes.h"
 #include "mesh/edge_mates.h"
-#include "mesh/nearest_face.h"
 #include "mesh/volume.h"
-#include "support/reference.h"
-#include "support/shapes.h"
+#include "spatial/nearest_face.h"
 #include "voxel/literal_grid.h"
 #include "voxel/passes.h"
 #include "voxel/surface.h"

@@ -1,0 +1,249 @@
+// Nearest point of a triangle by its Voronoi regions: C. Ericson, Real-time collision detection,
+// 2005, section 5.1.5.
+#include "spatial/nearest_face.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <span>
+
+#include "base/parallel.h"
+
+namespace povmesh {
+namespace {
+
+// A triangle whose squared sine at its first corner is smaller is searched edge by edge: the plane
+// of such a needle is lost in rounding.
+constexpr double kNeedle = 1e-20;
+
+// A node has a capsule when that is this many times thinner than long, and than the box's second
+// extent.
+constexpr double kThin = 8;
+
+// Below this share of all nodes capsules are not worth the look whether there is one.
+constexpr double kLeastThinShare = 0.02;
+
+// Room for rounding around a capsule, as a share of its length.
+constexpr double kSlack = 1e-12;
+
+double squared_distance(Vec3d p, Vec3d a, Vec3d b) {
+    const Vec3d along = b - a;
+    const double square = dot(along, along);
+    const double s = square > 0 ? std::clamp(dot(p - a, along) / square, 0.0, 1.0) : 0.0;
+    const Vec3d away = p - a - along * s;
+    return dot(away, away);
+}
+
+double middle_extent(const Box3f& box) {
+    const Vec3d e = to_double(box.high) - to_double(box.low);
+    return std::max(std::min(e.x, e.y), std::min(std::max(e.x, e.y), e.z));
+}
+
+double squared_distance(Vec3d p, const Box3f& box) {
+    const double x = std::max(
+        {static_cast<double>(box.low.x) - p.x, 0.0, p.x - static_cast<double>(box.high.x)});
+    const double y = std::max(
+        {static_cast<double>(box.low.y) - p.y, 0.0, p.y - static_cast<double>(box.high.y)});
+    const double z = std::max(
+        {static_cast<double>(box.low.z) - p.z, 0.0, p.z - static_cast<double>(box.high.z)});
+    return x * x + y * y + z * z;
+}
+
+NearestPoint point_of(Vec3d p, const Triangle3d& t, const std::array<double, 3>& weights) {
+    NearestPoint result;
+    result.weights = weights;
+    result.point = t[0] + (t[1] - t[0]) * weights[1] + (t[2] - t[0]) * weights[2];
+    const Vec3d away = p - result.point;
+    result.squared_distance = dot(away, away);
+    return result;
+}
+
+NearestPoint nearest_on_edges(Vec3d p, const Triangle3d& t) {
+    NearestPoint best;
+    for (std::size_t i = 0; i < 3; ++i) {
+        const std::size_t next = (i + 1) % 3;
+        const Vec3d edge = t[next] - t[i];
+        const double square = dot(edge, edge);
+        const double s = square > 0 ? std::clamp(dot(p - t[i], edge) / square, 0.0, 1.0) : 0.0;
+        std::array<double, 3> weights{};
+        weights[i] = 1 - s;
+        weights[next] = s;
+        const NearestPoint here = point_of(p, t, weights);
+        if (!(here.squared_distance >= best.squared_distance)) best = here;
+    }
+    return best;
+}
+
+}  // namespace
+
+NearestPoint nearest_on_triangle(Vec3d p, const Triangle3d& t) {
+    const Vec3d ab = t[1] - t[0];
+    const Vec3d ac = t[2] - t[0];
+    const Vec3d ap = p - t[0];
+    const double d1 = dot(ab, ap);
+    const double d2 = dot(ac, ap);
+    if (d1 <= 0 && d2 <= 0) return point_of(p, t, {1, 0, 0});
+    const Vec3d bp = p - t[1];
+    const double d3 = dot(ab, bp);
+    const double d4 = dot(ac, bp);
+    if (d3 >= 0 && d4 <= d3) return point_of(p, t, {0, 1, 0});
+    const Vec3d cp = p - t[2];
+    const double d5 = dot(ab, cp);
+    const double d6 = dot(ac, cp);
+    if (d6 >= 0 && d5 <= d6) return point_of(p, t, {0, 0, 1});
+
+    const Vec3d normal = cross(ab, ac);
+    const double square = dot(normal, normal);
+    if (!(square > kNeedle * dot(ab, ab) * dot(ac, ac))) return nearest_on_edges(p, t);
+    const double vc = d1 * d4 - d3 * d2;
+    if (vc <= 0 && d1 >= 0 && d3 <= 0) {
+        const double s = d1 / (d1 - d3);
+        return point_of(p, t, {1 - s, s, 0});
+    }
+    const double vb = d5 * d2 - d1 * d6;
+    if (vb <= 0 && d2 >= 0 && d6 <= 0) {
+        const double s = d2 / (d2 - d6);
+        return point_of(p, t, {1 - s, 0, s});
+    }
+    const double va = d3 * d6 - d5 * d4;
+    if (va <= 0 && d4 >= d3 && d5 >= d6) {
+        const double s = (d4 - d3) / ((d4 - d3) + (d5 - d6));
+        return point_of(p, t, {0, 1 - s, s});
+    }
+    const double sum = va + vb + vc;
+    return point_of(p, t, {va / sum, vb / sum, vc / sum});
+}
+
+NearestFace::NearestFace(const TriMesh& mesh) {
+    Array<Box3f> boxes(mesh.faces.size());
+    parallel_for(boxes.size(), [&](std::size_t f) {
+        const Face& face = mesh.faces[f];
+        boxes[f] = face.deleted == 0 ? face_box(mesh, face) : Box3f{};
+    });
+    tree_ = FaceTree(boxes);
+    triangles_.resize(tree_.numbers().size());
+    parallel_for(triangles_.size(), [&](std::size_t i) {
+        const Face& face = mesh.faces[tree_.numbers()[i]];
+        for (std::size_t c = 0; c < 3; ++c) triangles_[i][c] = mesh.corner_position(face, c);
+    });
+    find_capsules();
+}
+
+NearestFace::Capsule NearestFace::capsule_of_entry(std::size_t entry) const {
+    const Triangle3d t = {to_double(triangles_[entry][0]), to_double(triangles_[entry][1]),
+                          to_double(triangles_[entry][2])};
+    std::size_t longest = 0;  // the corner before the longest edge
+    double square = -1;
+    for (std::size_t c = 0; c < 3; ++c) {
+        const Vec3d edge = t[(c + 1) % 3] - t[c];
+        if (dot(edge, edge) > square) {
+            square = dot(edge, edge);
+            longest = c;
+        }
+    }
+    const Vec3d a = t[longest];
+    const Vec3d b = t[(longest + 1) % 3];
+    return {a, b,
+            std::sqrt(squared_distance(t[(longest + 2) % 3], a, b)) + kSlack * std::sqrt(square)};
+}
+
+// Around the segment between the two ends that are farthest apart.
+NearestFace::Capsule NearestFace::joined(const Capsule& first, const Capsule& second) {
+    const std::array<Vec3d, 4> ends = {first.a, first.b, second.a, second.b};
+    const std::array<double, 2> radii = {first.radius, second.radius};
+    Capsule all;
+    double farthest = -1;
+    for (std::size_t i = 0; i < 4; ++i) {
+        for (std::size_t k = i + 1; k < 4; ++k) {
+            const Vec3d between = ends[k] - ends[i];
+            if (dot(between, between) > farthest) {
+                farthest = dot(between, between);
+                all = {ends[i], ends[k]};
+            }
+        }
+    }
+    for (std::size_t i = 0; i < 4; ++i) {
+        all.radius =
+            std::max(all.radius, std::sqrt(squared_distance(ends[i], all.a, all.b)) + radii[i / 2]);
+    }
+    all.radius += kSlack * std::sqrt(farthest);
+    return all;
+}
+
+// From the leaves up: children stand behind their parents.
+void NearestFace::find_capsules() {
+    const std::span<const FaceTree::Node> nodes = tree_.nodes();
+    Array<Capsule> all(nodes.size());
+    capsule_of_.assign(nodes.size(), NearestPoint::kNoFace);
+    for (std::size_t i = nodes.size(); i-- > 0;) {
+        const FaceTree::Node& node = nodes[i];
+        if (node.is_leaf()) {
+            all[i] = capsule_of_entry(node.place);
+            for (std::uint32_t k = 1; k < node.count; ++k) {
+                all[i] = joined(all[i], capsule_of_entry(node.place + k));
+            }
+        } else {
+            all[i] = joined(all[i + 1], all[node.place]);
+        }
+        const double size = std::min(length(all[i].b - all[i].a), middle_extent(node.box));
+        if (!(size > kThin * all[i].radius)) continue;
+        capsule_of_[i] = static_cast<std::uint32_t>(capsules_.size());
+        capsules_.push_back(all[i]);
+    }
+    if (static_cast<double>(capsules_.size()) <
+        kLeastThinShare * static_cast<double>(nodes.size())) {
+        Array<Capsule>().swap(capsules_);
+        Array<std::uint32_t>().swap(capsule_of_);
+    }
+}
+
+// No point of the node is nearer, squared.
+double NearestFace::lower_bound(Vec3d p, std::uint32_t node) const {
+    const double to_box = squared_distance(p, tree_.nodes()[node].box);
+    if (capsule_of_.empty() || capsule_of_[node] == NearestPoint::kNoFace) return to_box;
+    const Capsule& capsule = capsules_[capsule_of_[node]];
+    const double distance = std::sqrt(squared_distance(p, capsule.a, capsule.b)) - capsule.radius;
+    return distance > 0 ? std::max(to_box, distance * distance) : to_box;
+}
+
+NearestPoint NearestFace::find(Vec3d p, double limit) const {
+    NearestPoint best;
+    if (is_empty() || !is_finite(p)) return best;
+    best.squared_distance = limit;
+
+    struct Waiting {
+        std::uint32_t node;
+        double squared_distance;
+    };
+    const std::span<const FaceTree::Node> nodes = tree_.nodes();
+    std::array<Waiting, FaceTree::kMaxDepth + 2> stack;
+    std::size_t size = 0;
+    stack[size++] = {0, lower_bound(p, 0)};
+    while (size != 0) {
+        const Waiting top = stack[--size];
+        if (!(top.squared_distance < best.squared_distance)) continue;
+        const FaceTree::Node& node = nodes[top.node];
+        if (!node.is_leaf()) {
+            // The nearer child is looked at first.
+            Waiting far{node.place, lower_bound(p, node.place)};
+            Waiting near{top.node + 1, lower_bound(p, top.node + 1)};
+            if (far.squared_distance < near.squared_distance) std::swap(near, far);
+            if (far.squared_distance < best.squared_distance) stack[size++] = far;
+            if (near.squared_distance < best.squared_distance) stack[size++] = near;
+            continue;
+        }
+        for (std::uint32_t i = node.place; i < node.place + node.count; ++i) {
+            if (!(squared_distance(p, tree_.boxes()[i]) < best.squared_distance)) continue;
+            const std::array<Vec3f, 3>& t = triangles_[i];
+            const NearestPoint here =
+                nearest_on_triangle(p, {to_double(t[0]), to_double(t[1]), to_double(t[2])});
+            if (!(here.squared_distance < best.squared_distance)) continue;
+            best = here;
+            best.face = tree_.numbers()[i];
+        }
+    }
+    if (!best.is_found()) best.squared_distance = std::numeric_limits<double>::infinity();
+    return best;
+}
+
+}  // namespace povmesh
