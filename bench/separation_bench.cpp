@@ -117,7 +117,7 @@ void separate(benchmark::State& state, const std::string& name) {
     measure(
         state, [&] { return fresh_mesh(name); },
         [&](TriMesh& mesh) {
-            separate_models(mesh);
+            separate_bodies(mesh);
             state.counters["models"] = static_cast<double>(mesh.parts.size());
             return mesh.parts.size();
         });

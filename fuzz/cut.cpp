@@ -78,7 +78,7 @@ void check_damaged(TriMesh& model, const CutPlane& plane, unsigned kind) {
     const bool was_manifold = pieces::count_edges(model).crowded == 0;
     const bool is_closed = (kind & 2U) != 0;
     if (is_closed) {
-        turn_over(model.faces[face]);
+        reverse_winding(model.faces[face]);
     } else {
         model.faces.erase(model.faces.begin() + static_cast<std::ptrdiff_t>(face));
     }

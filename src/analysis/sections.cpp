@@ -211,7 +211,7 @@ std::vector<WeakSection> analyse_sections(const TriMesh& mesh, double step, Sect
         if (signed_volume(mesh) < 0) {
             turned.vertices = mesh.vertices;
             turned.faces = mesh.faces;
-            for (Face& face : turned.faces) turn_over(face);
+            for (Face& face : turned.faces) reverse_winding(face);
         }
         const TriMesh& outward = turned.faces.empty() ? mesh : turned;
         for (std::size_t axis = 0; axis < 3; ++axis) {

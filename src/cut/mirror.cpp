@@ -32,7 +32,7 @@ TriMesh mirrored(const LevelSplit& split, const LevelFrame& frame, LevelSide sid
     for (std::size_t f = 0; f < face_count; ++f) {
         Face face = mesh.faces[f];
         for (std::int32_t& v : face.vertex) v = image[static_cast<std::size_t>(v)];
-        turn_over(face);
+        reverse_winding(face);
         mesh.faces.push_back(face);
     }
     if (face_count == 0) return {};

@@ -301,7 +301,7 @@ void build_parts(TriMesh& mesh, const ShellGroups& groups) {
     mesh.parts = std::move(parts);
 }
 
-void separate_models(TriMesh& mesh, const SeparationOptions& options) {
+void separate_bodies(TriMesh& mesh, const SeparationOptions& options) {
     label_shells(mesh);
     build_parts(mesh, group_shells(mesh, options));
 }

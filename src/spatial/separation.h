@@ -50,6 +50,6 @@ ShellGroups group_shells(TriMesh& mesh, const SeparationOptions& options);
 void build_parts(TriMesh& mesh, const ShellGroups& groups);
 
 /// Labels the shells, groups them and builds the parts.
-void separate_models(TriMesh& mesh, const SeparationOptions& options = {});
+void separate_bodies(TriMesh& mesh, const SeparationOptions& options = {});
 
 }  // namespace povmesh

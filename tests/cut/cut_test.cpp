@@ -323,7 +323,7 @@ TEST(Cut, BadModelsStayClosed) {
         if (i % 3 == 1) soup = shapes::shuffled(soup, 1);
         TriMesh mesh = shapes::mesh_of(soup);
         const bool is_turned = i % 3 == 2;
-        if (is_turned) turn_over(mesh.faces[0]);
+        if (is_turned) reverse_winding(mesh.faces[0]);
         for (const double z : {0.0, 1.5}) {
             std::size_t open = 0;
             const auto parts = pieces::cut(mesh, {{0, 0, 1}, {1, 0, 0}, {0, 0, z}, 0});

@@ -205,11 +205,11 @@ TEST(TurnOver, ExchangesTwoCornersAndComesBack) {
                            {10, 11, 12},
                            {20, 21, 22}};
         Face turned = face;
-        turn_over(turned);
+        reverse_winding(turned);
         EXPECT_EQ(turned.vertex, (std::array{11, 10, 12}));
         EXPECT_EQ(turned.colour, (std::array<std::uint8_t, 9>{4, 5, 6, 1, 2, 3, 7, 8, 9}));
         EXPECT_EQ(turned.uv, label < 0 ? face.uv : (std::array{21, 20, 22}));
-        turn_over(turned);
+        reverse_winding(turned);
         EXPECT_EQ(turned.vertex, face.vertex);
         EXPECT_EQ(turned.colour, face.colour);
         EXPECT_EQ(turned.uv, face.uv);

@@ -226,7 +226,7 @@ TEST(Separation, PartsHoldTheFacesOfTheirShells) {
     for (std::size_t i = 0; i < count; ++i) labels[i] = static_cast<std::int32_t>(i % 4) - 1;
     TriMesh mesh;
     build_f(mesh, Soup{count, soup.data(), colours.data(), uv.data(), labels.data()});
-    separate_models(mesh);
+    separate_bodies(mesh);
 
     ASSERT_EQ(mesh.parts.size(), 2U);
     const Groups groups = as_lists(group_intersecting_shells(mesh));
@@ -262,7 +262,7 @@ TEST(Separation, PartsHoldTheFacesOfTheirShells) {
 TEST(Separation, DeletedFacesAreInNoPart) {
     TriMesh mesh = shapes::mesh_of(joined({cube(0, 1), cube(2, 3)}));
     for (std::size_t f = 0; f < 13; ++f) mesh.faces[f].deleted = 1;
-    separate_models(mesh);
+    separate_bodies(mesh);
     ASSERT_EQ(mesh.parts.size(), 1U);
     EXPECT_EQ(mesh.parts[0].faces.size(), 11U);
 }
