@@ -74,7 +74,7 @@ TEST(Remesh, MakesSmoothSurfacesEven) {
             EXPECT_GT(share_within(edges_of(result), 0.6 * l, 1.6 * l), 0.99);
             EXPECT_GT(smallest_angle(result), 28.0) << l;
             EXPECT_LT(surface_distance(*mesh, result).rms(), 0.05 * l);
-            EXPECT_GT(reference::signed_volume(result), 0.95 * reference::signed_volume(*mesh));
+            EXPECT_GT(signed_volume(result), 0.95 * signed_volume(*mesh));
         }
     }
 }
@@ -83,7 +83,7 @@ TEST(Remesh, KeepsSharpEdgesAndCorners) {
     const TriMesh box = mesh_of(shapes::box({0, 0, 0}, {10, 20, 30}));
     const TriMesh result = remeshed(box, {.edge_length = 1});
     EXPECT_TRUE(reference::is_closed_manifold(result));
-    EXPECT_NEAR(reference::signed_volume(result), 6000, 0.01);
+    EXPECT_NEAR(signed_volume(result), 6000, 0.01);
     EXPECT_GT(share_within(edges_of(result), 0.6, 1.6), 0.99);
     EXPECT_GT(smallest_angle(result), 20.0);
     std::set<std::array<float, 3>> corners;
