@@ -13,7 +13,6 @@
 #include "base/parallel.h"
 #include "base/timer.h"
 #include "mesh/bounds.h"
-#include "mesh/compact.h"
 #include "remesh/reduce.h"
 #include "remesh/remesh.h"
 
@@ -358,8 +357,7 @@ std::array<std::uint8_t, 3> strength_colour(double t) {
 StrengthReport colour_strength(TriMesh& mesh, const StrengthOptions& options, RunContext& run) {
     const Timer timer;
     if (mesh.faces.size() > kManyTriangles) {
-        (void)reduce(mesh, 0.1, 0.05, 0.985);
-        compact(mesh);
+        (void)reduce(mesh, kReduceToATenth);
     }
     const Normalisation normalisation(mesh);
     StrengthReport report;

@@ -1,4 +1,16 @@
 // A triangle mesh whose edges can be split, flipped and collapsed.
+//
+//             apex(h)
+//             /    \           h = 3 * triangle + corner runs from that corner to the next one;
+//            /  h   \          its triangle lies to the left
+//          a ------> b         a = origin(h), b = target(h)
+//            \  o   /          o = opposites[h] runs from b to a
+//             \    /
+//             apex(o)
+//
+// split(h) puts a vertex on the edge, joined to both apexes; flip(h) lets it run from one apex to
+// the other; collapse(h) merges b into a: the triangles of h and o go, all others at b are handed
+// to a.
 #pragma once
 
 #include <array>
@@ -10,6 +22,7 @@
 #include "base/vec.h"
 #include "mesh/edge_mates.h"
 #include "mesh/tri_mesh.h"
+#include "remesh/triangle_half_edges.h"
 
 namespace povmesh {
 
@@ -22,8 +35,7 @@ inline bool turns(Vec3d before, Vec3d after) {
              d * d > kLeastCosine * kLeastCosine * dot(before, before) * dot(after, after));
 }
 
-/// Triangles on flat arrays. Half-edge h = 3 * triangle + corner runs from that corner to the next
-/// one.
+/// Triangles on flat arrays.
 ///
 /// Invariants: opposites[opposites[h]] == h unless it is kNone; the two run in opposite directions
 /// between the same vertices. starts[v] is a half-edge from v. Triangles that are gone have kGone
@@ -59,8 +71,8 @@ public:
     /// for edges without an opposite.
     HalfEdgeMesh(const TriMesh& mesh, const EdgeMates& mates);
 
-    static std::uint32_t next(std::uint32_t h) { return h % 3 == 2 ? h - 2 : h + 1; }
-    static std::uint32_t previous(std::uint32_t h) { return h % 3 == 0 ? h + 2 : h - 1; }
+    static std::uint32_t next(std::uint32_t h) { return next_half_edge(h); }
+    static std::uint32_t previous(std::uint32_t h) { return previous_half_edge(h); }
     static std::size_t index(std::int32_t v) { return static_cast<std::size_t>(v); }
 
     bool is_gone(std::size_t triangle) const { return triangles[triangle][0] == kGone; }
