@@ -12,6 +12,7 @@
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/pieces.h"
+#include "cli/shared_options.h"
 #include "cut/cut.h"
 #include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
@@ -196,8 +197,6 @@ std::string usage_error(const Arguments& arguments) {
     return {};
 }
 
-}  // namespace
-
 int run_cut(const Arguments& arguments, Console& console) {
     if (const std::string error = usage_error(arguments); !error.empty()) {
         console.error(error);
@@ -216,6 +215,58 @@ int run_cut(const Arguments& arguments, Console& console) {
         console.print(summary(source, folder, outcome) + pieces_table(outcome.pieces));
     }
     return outcome.status;
+}
+
+}  // namespace
+
+OperationSpec cut_operation() {
+    return {
+        .name = "cut",
+        .summary = "Divide a model with a plane",
+        .description =
+            "Cuts each model that the plane divides and closes the openings, so that the pieces of "
+            "a closed model are closed. Writes DIR/NAME_001.stl and so on, NAME being that of IN: "
+            "of each model first the piece that the normal points away from.",
+        .positionals = {kModelFile},
+        .options = {output("DIR", "Folder to write to; it is made when it is not there"),
+                    {.name = "--normal",
+                     .type = ValueType::Vector,
+                     .placeholder = "X,Y,Z",
+                     .default_value = "0,0,1",
+                     .help = "Normal of the plane, of any length"},
+                    {.name = "--point",
+                     .type = ValueType::Vector,
+                     .placeholder = "X,Y,Z",
+                     .unit = "units of the file",
+                     .help = "A point of the plane, by default the middle of the model"},
+                    {.name = "--no-caps", .help = "Leave the openings open"},
+                    {.name = "--mirror",
+                     .help = "Keep the side that the normal points to and add its mirror image"},
+                    {.name = "--pegs",
+                     .type = ValueType::Number,
+                     .placeholder = "COUNT",
+                     .default_value = "0",
+                     .low = 0,
+                     .high = 256,
+                     .help = "Pegs on the first piece of each model cut, with sockets in the other "
+                             "that are larger by 0.2"},
+                    {.name = "--peg-radius",
+                     .type = ValueType::Number,
+                     .placeholder = "RADIUS",
+                     .unit = "units of the file",
+                     .default_value = "2",
+                     .low = 0,
+                     .high = kNoLimit,
+                     .help = "Radius of the pegs, which are up to twice as long"},
+                    {.name = "--format",
+                     .type = ValueType::Choice,
+                     .placeholder = "FORMAT",
+                     .choices = {"stl", "obj"},
+                     .help = "Format to write, by default that of IN"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_cut,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -16,6 +16,7 @@
 #include "cli/picture/picture.h"
 #include "cli/picture_file.h"
 #include "cli/section.h"
+#include "cli/shared_options.h"
 #include "mesh/bounds.h"
 #include "spatial/separation.h"
 
@@ -230,8 +231,6 @@ std::string usage_error(const Arguments& arguments) {
     return {};
 }
 
-}  // namespace
-
 int run_render(const Arguments& arguments, Console& console) {
     std::vector<std::string> paths = arguments.all("FILE");
     if (const std::string error = usage_error(arguments); !error.empty()) {
@@ -271,6 +270,51 @@ int run_render(const Arguments& arguments, Console& console) {
         console.print(subject.legend);
     }
     return Clean;
+}
+
+}  // namespace
+
+OperationSpec render_operation() {
+    return {
+        .name = "render",
+        .summary = "Draw a picture of a model",
+        .description = "Draws the models together in parallel projection and writes a PNG file.",
+        .positionals = {{"FILE", true, "STL files, binary or ASCII, and OBJ files"}},
+        .options = {output("PNG", "File to write; its name ends in .png"),
+                    {.name = "--size",
+                     .type = ValueType::PixelSize,
+                     .placeholder = "WIDTHxHEIGHT",
+                     .unit = "pixels",
+                     .default_value = "800x600",
+                     .low = 16,
+                     .high = 8192,
+                     .help = "Size of the picture"},
+                    {.name = "--view",
+                     .type = ValueType::Choice,
+                     .placeholder = "VIEW",
+                     .default_value = "iso",
+                     .choices = {"iso", "front", "back", "left", "right", "top", "bottom"},
+                     .help = "Side to look from; z is up, front looks along y"},
+                    {.name = "--compare",
+                     .type = ValueType::Text,
+                     .placeholder = "OTHER",
+                     .help = "Draw another model, seen the same way, on the right"},
+                    {.name = "--supports",
+                     .type = ValueType::Text,
+                     .placeholder = "SUPPORTS",
+                     .help = "Draw another model, such as supports, with the others, in green"},
+                    {.name = "--explode",
+                     .help =
+                         "Pull the models apart, each body for itself, in two colours by turns"},
+                    {.name = "--section",
+                     .type = ValueType::Text,
+                     .placeholder = "AXIS[=VALUE]",
+                     .help = "Cut the models open across x, y or z, through the middle of the "
+                             "picture or at VALUE"},
+                    {.name = "--flaws", .help = "Draw the flaws in colour, print the legend"}},
+        .statuses = {Clean, Usage, CannotRead, CannotWrite},
+        .run = run_render,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -12,6 +12,7 @@
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/read_back.h"
+#include "cli/shared_options.h"
 
 namespace povmesh::cli {
 namespace {
@@ -137,8 +138,6 @@ Json to_json(const std::string& source, const std::string& target, const Outcome
     return json;
 }
 
-}  // namespace
-
 int run_repair(const Arguments& arguments, Console& console) {
     const std::string& source = arguments.text("IN");
     const std::string& target = arguments.text("--output");
@@ -155,6 +154,35 @@ int run_repair(const Arguments& arguments, Console& console) {
         console.print(table(source, target, outcome));
     }
     return outcome.status;
+}
+
+}  // namespace
+
+OperationSpec repair_operation() {
+    return {
+        .name = "repair",
+        .summary = "Make a model fit to print",
+        .description =
+            "Removes duplicate faces, closes holes of up to 50 edges and turns faces outward; "
+            "cavities stay cavities. Reads the result back and prints what was wrong, what was "
+            "done and what is left. IN and OUT may be the same file; OUT is replaced only when the "
+            "new content is complete.",
+        .positionals = {kModelFile},
+        .options =
+            {model_output(),
+             {.name = "--drop-tiny",
+              .type = ValueType::Number,
+              .placeholder = "VOLUME",
+              .unit = "cubed units of the file",
+              .low = 0,
+              .high = kNoLimit,
+              .help =
+                  "Drop shells that are smaller than a cube of this volume, in volume and in area"},
+             {.name = "--outward", .help = "Turn cavities outward, too"},
+             json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_repair,
+    };
 }
 
 }  // namespace povmesh::cli

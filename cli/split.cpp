@@ -12,6 +12,7 @@
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/pieces.h"
+#include "cli/shared_options.h"
 #include "mesh/shells.h"
 #include "spatial/separation.h"
 
@@ -137,8 +138,6 @@ Json to_json(const std::string& source, const std::string& folder, const Outcome
     return json;
 }
 
-}  // namespace
-
 int run_split(const Arguments& arguments, Console& console) {
     const std::string& source = arguments.text("IN");
     const std::string& folder = arguments.text("--output");
@@ -153,6 +152,36 @@ int run_split(const Arguments& arguments, Console& console) {
         console.print(table(source, folder, outcome));
     }
     return outcome.status;
+}
+
+}  // namespace
+
+OperationSpec split_operation() {
+    return {
+        .name = "split",
+        .summary = "Write each model of a file as a file of its own",
+        .description =
+            "Shells that touch or cut through each other are one model, and a cavity goes with the "
+            "body around it. Writes DIR/NAME_001.stl and so on, NAME being that of IN.",
+        .positionals = {kModelFile},
+        .options = {output("DIR", "Folder to write to; it is made when it is not there"),
+                    {.name = "--min-volume",
+                     .type = ValueType::Number,
+                     .placeholder = "VOLUME",
+                     .unit = "cubed units of the file",
+                     .default_value = "0",
+                     .low = 0,
+                     .high = kNoLimit,
+                     .help = "Leave out models of less volume"},
+                    {.name = "--format",
+                     .type = ValueType::Choice,
+                     .placeholder = "FORMAT",
+                     .choices = {"stl", "obj"},
+                     .help = "Format to write, by default that of IN"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_split,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -10,10 +10,12 @@
 
 #include "base/timer.h"
 #include "cli/change.h"
+#include "cli/commands.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/picture/picture.h"
 #include "cli/picture_file.h"
+#include "cli/shared_options.h"
 
 namespace povmesh::cli {
 namespace {
@@ -148,8 +150,6 @@ std::string usage_error(const Arguments& arguments) {
     return {};
 }
 
-}  // namespace
-
 int run_strength(const Arguments& arguments, Console& console) {
     if (const std::string error = usage_error(arguments); !error.empty()) {
         console.error(error);
@@ -185,6 +185,41 @@ int run_strength(const Arguments& arguments, Console& console) {
         return CannotWrite;
     }
     return Clean;
+}
+
+}  // namespace
+
+OperationSpec strength_operation() {
+    return {
+        .name = "strength",
+        .summary = "Colour a model where it is weak",
+        .description =
+            "Holds the lowest layer of the model, loads it and finds by finite elements where it "
+            "is strained, or looks for thin cross-sections. Writes the model in even triangles, "
+            "coloured from blue (strong) to red (weak), and tells the weakest places.",
+        .positionals = {kModelFile},
+        .options = {output("OUT", "File to write; its name ends in .obj"),
+                    {.name = "--method",
+                     .type = ValueType::Choice,
+                     .placeholder = "METHOD",
+                     .default_value = "fem",
+                     .choices = {"fem", "sections"},
+                     .help = "Finite elements, or thin cross-sections"},
+                    {.name = "--load",
+                     .type = ValueType::Choice,
+                     .placeholder = "LOAD",
+                     .default_value = "top",
+                     .choices = {"top", "all", "centre"},
+                     .help = "Pressure on the top or on all faces, or a force on the centre of the "
+                             "top; for fem"},
+                    {.name = "--render",
+                     .type = ValueType::Text,
+                     .placeholder = "PNG",
+                     .help = "Draw a picture with a legend, too"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_strength,
+    };
 }
 
 }  // namespace povmesh::cli
