@@ -125,14 +125,14 @@ ChangeReport report_of(const StrengthReport& strength, const std::string& load, 
     return report;
 }
 
-Image picture_of(const TriMesh& mesh) {
-    povmesh::Model model;
+picture::Image picture_of(const TriMesh& mesh) {
+    picture::Model model;
     model.mesh = &mesh;
     model.use_face_colours = true;
-    RenderOptions options;
+    picture::RenderOptions options;
     options.width = kPictureWidth;
     options.height = kPictureHeight;
-    Image image = render({model}, options);
+    picture::Image image = picture::render({model}, options);
     add_strength_legend(image);
     return image;
 }
@@ -157,7 +157,7 @@ int run_strength(const Arguments& arguments, Console& console) {
     }
     const bool is_fem = arguments.text("--method") == "fem";
     const std::string& load = arguments.text("--load");
-    std::optional<Image> image;
+    std::optional<picture::Image> image;
     const int status = run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
         const Timer timer;
         RunLog log;
@@ -179,7 +179,7 @@ int run_strength(const Arguments& arguments, Console& console) {
         return report;
     });
     if (status != Clean || !image) return status;
-    if (const Status written = write_file(arguments.text("--render"), encode_png(*image));
+    if (const Status written = write_file(arguments.text("--render"), picture::encode_png(*image));
         !written.ok()) {
         console.error(written.text());
         return CannotWrite;
