@@ -9,7 +9,7 @@
 #include "base/parallel.h"
 #include "base/timer.h"
 #include "voxel/form_voxels.h"
-#include "voxel/surface.h"
+#include "voxel/passes.h"
 
 namespace povmesh {
 namespace {
@@ -92,7 +92,7 @@ void export_energies(const FemModel& model, const Array<float>& energies, FemRes
 // False when there is nothing to solve.
 bool make_model(const TriMesh& mesh, float voxel_size, FemModel& model, RunContext& run) {
     VoxelGrid grid = form_voxels(mesh, {{voxel_size, voxel_size, voxel_size}}, run);
-    form_surface(grid, run);
+    mark_exposed_sides(grid, kSurfaceLine, run);
     if (grid.is_empty()) {
         run.log.append("\nVoxelization: 0 voxels --> break");
         return false;
