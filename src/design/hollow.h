@@ -32,8 +32,8 @@ struct HollowReport {
 /// the model's surface within about 1.4 voxels, is closed and manifold, and so is a result with
 /// several pieces. Cavities that the model has already (wound inward) get a wall, too.
 ///
-/// A thickness of less than 0.5 that makes no layer erodes nothing: the result is then the voxels of
-/// the whole model.
+/// A thickness of less than 0.5 that makes no layer erodes nothing: the result is then the voxels
+/// of the whole model.
 ///
 /// Progress: 10, 30, 40, 50, 60, 70, 80, 85; the last three when something is left. Log: the
 /// summary of "light weight".
