@@ -187,15 +187,9 @@ void centre_places(const VoxelGrid& grid, Model& model) {
 }
 
 // Corners bring their nodes in with the outer faces of the element that they lie on.
-<<<<<<< HEAD
-void set_signs(FemModel& model, std::size_t node_count) {
+void set_signs(Model& model, std::size_t node_count) {
     constexpr std::array kUp = {voxel::Side::Right, voxel::Side::Back, voxel::Side::Top};
     constexpr std::array kDown = {voxel::Side::Left, voxel::Side::Front, voxel::Side::Bottom};
-=======
-void set_signs(Model& model, std::size_t node_count) {
-    constexpr std::array kUp = {Side::Right, Side::Back, Side::Top};
-    constexpr std::array kDown = {Side::Left, Side::Front, Side::Bottom};
->>>>>>> main
     model.signs.assign(node_count, {});
     model.element_counts.assign(node_count, 0);
     for_each_element(model, [&](const Element& element) {
