@@ -14,6 +14,13 @@
 
 namespace povmesh {
 
+/// The exported functions as a host has them: found by name, or linked.
+struct Exports {
+#define POVMESH_MEMBER(result, name, parameters) result(*name) parameters = nullptr;
+    POVMESH_FOR_EACH_EXPORT(POVMESH_MEMBER)
+#undef POVMESH_MEMBER
+};
+
 /// What a host passes in and gets back. Fresh outputs hold values that no function stores.
 struct Host {
     explicit Host(std::vector<float> soup);
@@ -72,7 +79,7 @@ struct Call {
     bool remeshes() const {
         return name == "remeshFromData64" || name == "uniformRemeshFromColorData";
     }
-    bool paints() const { return name == "strengthColoringFromData"; }  // and analyses nothing
+    bool paints() const { return name == "strengthColoringFromData"; }   // and analyses nothing
     bool subdivides() const { return name.starts_with("subdivision"); }  // by two levels
     bool cuts() const { return name.ends_with("utFromData"); }  // with caps, at half height
     bool makes_voxels() const {

@@ -45,7 +45,7 @@ using ::testing::ElementsAreArray;
 
 Exports linked() {
     Exports e;
-#define POVMESH_LINK(name) e.name = &::name;
+#define POVMESH_LINK(result, name, parameters) e.name = &::name;
     POVMESH_FOR_EACH_EXPORT(POVMESH_LINK)
 #undef POVMESH_LINK
     return e;

@@ -24,7 +24,7 @@ class Library {
 public:
     Library() : handle_(dlopen(POVMESH_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
         if (handle_ == nullptr) throw std::runtime_error(dlerror());
-#define POVMESH_FIND(name) find(#name, exports.name);
+#define POVMESH_FIND(result, name, parameters) find(#name, exports.name);
         POVMESH_FOR_EACH_EXPORT(POVMESH_FIND)
 #undef POVMESH_FIND
     }
