@@ -4,8 +4,8 @@
 // usage: bench_compare RESULTS.json...
 //
 // The fastest repetition counts. Of one-thread runs it is the processor time, user and
-// system, so that the time of a busy neighbour does not count; of others, and of those with the counter
-// "is_elapsed", the elapsed time.
+// system, so that the time of a busy neighbour does not count; of others, and of those with the
+// counter "is_elapsed", the elapsed time.
 #include <algorithm>
 #include <array>
 #include <cstdio>

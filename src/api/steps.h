@@ -87,8 +87,8 @@ auto traced(std::string_view operation, Step step) {
 /// Makes the mesh from the soup. Trace: tri.build_f.
 TriMesh build(const Soup& soup);
 
-/// Reads an STL file, as far as that goes. Returns true when the file was read whole. The reader sets
-/// progress 5 and 48.
+/// Reads an STL file, as far as that goes. Returns true when the file was read whole. The reader
+/// sets progress 5 and 48.
 bool load_stl(Job& job, TriMesh& mesh, const char* path);
 
 /// Writes the live faces over the file, unless there are none. That it cannot be written is not
@@ -105,8 +105,8 @@ void save_obj(TriMesh& mesh, const char* path);
 /// next.
 void reduce_large_shells(TriMesh& mesh);
 
-/// The reduction ahead of an analysis that needs no detail: that of large shells, then half the faces
-/// of each.
+/// The reduction ahead of an analysis that needs no detail: that of large shells, then half the
+/// faces of each.
 void reduce_for_analysis(Job& job, TriMesh& mesh);
 
 /// Subdivides so many times, each level followed by compacting.

@@ -46,7 +46,8 @@ struct Host {
     } out;
     std::uint64_t returned = 7777;
 
-    // The optional arrays are passed as null; every output and the progress cell are passed as null.
+    // The optional arrays are passed as null; every output and the progress cell are passed as
+    // null.
     bool bare = false;
     bool wants_nothing = false;
     bool wants_progress = true;
@@ -67,8 +68,8 @@ struct Call {
     std::string_view name;
     Result result;
     bool has_progress;  // takes a cell
-    // Progress values and trace lines in order. "build", "export" and "detect" stand for the in and out
-    // line of the step; "5 48" are the STL reader's.
+    // Progress values and trace lines in order. "build", "export" and "detect" stand for the in and
+    // out line of the step; "5 48" are the STL reader's.
     std::string_view events;
     void (*run)(const Exports& e, Host& h);
 

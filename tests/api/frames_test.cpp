@@ -14,6 +14,7 @@
 #include "api/job.h"
 #include "api/slots.h"
 #include "calls.h"
+#include "helpers/job.h"
 #include "helpers/shapes.h"
 
 namespace {
@@ -55,25 +56,18 @@ Host box_host() {
     return Host(shapes::box({0, 0, 0}, {2, 3, 4}));
 }
 
-// Records progress values and trace lines in the order in which they come; the summaries of the
-// operations themselves are tested with these.
-class Recorder {
-public:
-    Recorder() {
-        api::set_progress_observer(
-            [this](std::uint32_t percent) { events.push_back(std::to_string(percent)); });
-        api::set_log_sink([this](std::string_view text) {
-            if (text.starts_with("|> ")) events.emplace_back(text);
+// Records what the exports report; the summaries of the operations themselves are tested with these.
+struct Attached : Recorder {
+    Attached() {
+        api::set_progress_observer(observer);
+        api::set_log_sink([this](std::string_view more) {
+            if (more.starts_with("|> ")) sink(more);
         });
     }
-    ~Recorder() {
+    ~Attached() {
         api::set_progress_observer({});
         api::set_log_sink({});
     }
-    Recorder(const Recorder&) = delete;
-    Recorder& operator=(const Recorder&) = delete;
-
-    std::vector<std::string> events;
 };
 
 bool is_number(const std::string& word) {
@@ -125,7 +119,7 @@ TEST_F(Frames, WriteTheirProgressValuesAndTraceLinesInOrder) {
                 Host h = box_host();
                 h.path = file_opens ? box_file : missing;
                 h.wants_progress = has_cell;
-                Recorder recorder;
+                Attached recorder;
                 call.run(functions, h);
                 EXPECT_THAT(recorder.events,
                             ElementsAreArray(
@@ -235,7 +229,7 @@ TEST_F(Frames, FreeFunctionsFreeTheirSlotsInOrderAndOnce) {
 
         freed_arrays.clear();
         freed_arrays.reserve(arrays.size());
-        Recorder recorder;
+        Attached recorder;
         watched_arrays = &arrays;
         row.function();
         row.function();

@@ -29,5 +29,11 @@ TEST(Exports, AreThoseOfTheLinkerMapForCAndForCpp) {
     EXPECT_EQ(count_exports_in_c(), 51);
 }
 
+TEST(Exports, HeaderHasOneVersion) {
+    EXPECT_EQ(POVMESH_VERSION, std::to_string(POVMESH_VERSION_MAJOR) + "." +
+                                   std::to_string(POVMESH_VERSION_MINOR) + "." +
+                                   std::to_string(POVMESH_VERSION_PATCH));
+}
+
 }  // namespace
 }  // namespace povmesh
