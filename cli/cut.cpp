@@ -75,7 +75,7 @@ public:
 private:
     CutOptions options() const {
         CutOptions options;
-        options.operation = arguments_.has("--mirror")    ? CutOperation::MirrorBelow
+        options.operation = arguments_.has("--mirror")    ? CutOperation::MirrorFront
                             : arguments_.has("--no-caps") ? CutOperation::Cut
                                                           : CutOperation::CutAndCap;
         options.plane.normal = arguments_.vector("--normal");

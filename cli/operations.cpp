@@ -422,9 +422,10 @@ std::span<const OperationSpec> operations() {
                          .type = ValueType::Choice,
                          .placeholder = "LOAD",
                          .default_value = "top",
-                         .choices = {"top", "all", "centre"},
-                         .help = "Pressure on the top or on all faces, or a force on the centre of "
-                                 "the top; for fem"},
+                         .choices = {"top", "all", "centre", "gravity", "bottom", "right", "left",
+                                     "back", "front", "ends-x", "ends-y", "spots", "points"},
+                         .help = "Pressure from the top, all sides or one side, a force on the "
+                                 "centre or the ends of the top, or the own weight; for fem"},
                         {.name = "--render",
                          .type = ValueType::Text,
                          .placeholder = "PNG",

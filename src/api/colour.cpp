@@ -1,10 +1,10 @@
 // Exported functions on soups with colours, texture coordinates and labels.
 #include "api/host_numbers.h"
 #include "api/steps.h"
-#include "mesh/compact.h"
 #include "mesh/export_data.h"
 #include "povmesh/povmesh.h"
 #include "remesh/parallel_reduce.h"
+#include "remesh/reduce.h"
 #include "remesh/remesh.h"
 #include "repair/repair.h"
 #include "spatial/separation.h"
@@ -104,9 +104,8 @@ uint64_t errorDetectAfterMeshReduceFromColorData(
         build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(57);
     traced("tri.reduce", [&] {
-        reduce_large_shells(mesh);
+        reduce(mesh, kReduceScans);
         job.progress(75);
-        compact(mesh);
     });
     job.progress(80);
     export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
@@ -146,7 +145,7 @@ void separateShellsFromData(const float* coordinates_in, const float* colours_in
     TriMesh mesh =
         build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(10);
-    separate_models(mesh);
+    separate_bodies(mesh);
     job.progress(80);
     drop_small_parts(mesh);
     export_parts(mesh,

@@ -5,9 +5,9 @@
 #include "api/host_numbers.h"
 #include "api/steps.h"
 #include "io/obj.h"
-#include "mesh/compact.h"
 #include "povmesh/povmesh.h"
 #include "remesh/parallel_reduce.h"
+#include "remesh/reduce.h"
 #include "repair/repair.h"
 
 using namespace povmesh;
@@ -29,9 +29,8 @@ std::uint64_t preprocess_file(const char* path, const SoupOut& out, std::uint32_
     const bool was_read = load_stl(job, mesh, path);
     job.progress(57);
     traced("tri.reduce", [&] {
-        reduce_large_shells(mesh);
+        reduce(mesh, kReduceScans);
         job.progress(75);
-        compact(mesh);
     });
     job.progress(80);
     export_coordinates(mesh, out);
@@ -78,9 +77,8 @@ void meshReduceFromFile64(const char* path, float** coordinates, uint32_t* count
     load_stl(job, mesh, path);
     job.progress(57);
     traced("tri.reduce", [&] {
-        reduce_large_shells(mesh);
+        reduce(mesh, kReduceScans);
         job.progress(75);
-        compact(mesh);
     });
     job.progress(80);
     export_coordinates(mesh, {coordinates, count});

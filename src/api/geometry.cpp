@@ -6,10 +6,10 @@
 #include "api/steps.h"
 #include "design/hollow.h"
 #include "design/infill.h"
-#include "mesh/compact.h"
 #include "mesh/shells.h"
 #include "povmesh/povmesh.h"
 #include "remesh/parallel_reduce.h"
+#include "remesh/reduce.h"
 #include "remesh/revise.h"
 #include "repair/repair.h"
 #include "voxel/surface.h"
@@ -42,9 +42,8 @@ uint64_t meshPreprocessorFromData(float** coordinates_in, uint32_t* count_in, fl
         job.progress(50);
         job.progress(57);
         traced("tri.reduce", [&] {
-            reduce_large_shells(mesh);
+            reduce(mesh, kReduceScans);
             job.progress(75);
-            compact(mesh);
         });
         job.progress(80);
         export_coordinates(mesh, {coordinates, count});
@@ -76,7 +75,6 @@ void reviseTriangleFromData(float** coordinates_in, uint32_t* count_in, float** 
     Job job;
     TriMesh mesh = build(soup_of(coordinates_in, count_in));
     revise_triangles(mesh);
-    compact(mesh);
     export_coordinates(mesh, {coordinates, count});
 }
 
@@ -86,7 +84,6 @@ void remeshFromData64(float** coordinates_in, uint32_t* count_in, float** coordi
     const Soup soup = soup_of(coordinates_in, count_in);
     TriMesh mesh = build(soup);
     remesh_by_lengths(job, mesh, soup, lengths_of(edge_lengths, edge_length_count));
-    compact(mesh);
     export_coordinates(mesh, {coordinates, count});
 }
 

@@ -5,8 +5,8 @@
 namespace povmesh::api {
 namespace {
 
-// Hosts cut this far beside their plane, on the side that the normal points away from. Model units.
-constexpr double kLevelOffset = 0.1;
+// Hosts rely on this tolerance: the cut lies this far at the back of their plane. Model units.
+constexpr double kPlaneOffset = -0.1;
 
 // A level makes up to four faces of one: five levels turn a million faces into a thousand million.
 constexpr std::uint32_t kMostLevels = 5;
@@ -31,9 +31,9 @@ CutOperation cut_operation(std::uint32_t code) {
         case 2:
             return CutOperation::CutAndCap;
         case 3:
-            return CutOperation::MirrorBelow;
+            return CutOperation::MirrorFront;
         case 4:
-            return CutOperation::MirrorAbove;
+            return CutOperation::MirrorBack;
         default:
             return CutOperation::None;
     }
@@ -41,7 +41,7 @@ CutOperation cut_operation(std::uint32_t code) {
 
 CutPlane cut_plane(const float* normal, const float* direction, const float* point) {
     if (normal == nullptr || direction == nullptr || point == nullptr) return {};
-    return {vector_of(normal), vector_of(direction), vector_of(point), kLevelOffset};
+    return {vector_of(normal), vector_of(direction), vector_of(point), kPlaneOffset};
 }
 
 SectionMode section_mode(std::uint64_t option) {
@@ -52,9 +52,9 @@ StrengthMethod strength_method(std::uint32_t code) {
     return StrengthMethod{code};
 }
 
-LoadCase load_case(std::uint32_t code) {
-    if (code == 0) return LoadCase::PressureZ;
-    return code == 1 ? LoadCase::Pressure : LoadCase::CentreTop;
+fem::LoadCase load_case(std::uint32_t code) {
+    if (code == 0) return fem::LoadCase::PressureZ;
+    return code == 1 ? fem::LoadCase::Pressure : fem::LoadCase::CentreTop;
 }
 
 std::uint32_t level_count(std::uint32_t levels) {
@@ -68,7 +68,7 @@ SubdivideMode subdivide_mode(const float* colours, const float* texture_coordina
 }
 
 ParallelReduceOptions reduction_to(float target) {
-    return {.target = static_cast<double>(target), .minimum_keep = kLeastKept};
+    return {.keep = static_cast<double>(target), .least_keep = kLeastKept};
 }
 
 std::span<const float> lengths_of(float* const* edge_lengths, const std::uint32_t* count) {

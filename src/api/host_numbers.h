@@ -31,7 +31,7 @@ SectionMode section_mode(std::uint64_t option);
 StrengthMethod strength_method(std::uint32_t code);
 
 /// 0 the top faces, 1 all faces, any other the centre of the top.
-LoadCase load_case(std::uint32_t code);
+fem::LoadCase load_case(std::uint32_t code);
 
 /// Levels of subdivision to make: 1 to 5 as asked for, else none.
 std::uint32_t level_count(std::uint32_t levels);

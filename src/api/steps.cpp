@@ -8,7 +8,6 @@
 #include "base/convert.h"
 #include "io/obj.h"
 #include "io/stl.h"
-#include "mesh/compact.h"
 #include "mesh/export_data.h"
 #include "remesh/parallel_reduce.h"
 #include "remesh/reduce.h"
@@ -17,12 +16,6 @@
 
 namespace povmesh::api {
 namespace {
-
-// The reduction of the preprocessing exports: only shells of more than 100,000 faces, and no face
-// turns by more than 9.9 degrees in a collapse.
-constexpr double kAutomatic = -1.0;
-constexpr double kLeastKept = 0.05;
-constexpr double kNormalLimit = 0.985;
 
 // Outlines of cross-sections are as good with half the faces.
 constexpr float kKeptForAnalysis = 0.5F;
@@ -83,20 +76,14 @@ void save_obj(TriMesh& mesh, const char* path) {
     (void)write_obj(mesh, path_of(path));
 }
 
-void reduce_large_shells(TriMesh& mesh) {
-    reduce(mesh, kAutomatic, kLeastKept, kNormalLimit);
-}
-
 void reduce_for_analysis(Job& job, TriMesh& mesh) {
-    reduce_large_shells(mesh);
+    reduce(mesh, kReduceScans);
     reduce_parallel(mesh, reduction_to(kKeptForAnalysis), job.run());
-    compact(mesh);
 }
 
 void subdivide_levels(TriMesh& mesh, std::uint32_t levels, SubdivideMode mode) {
     for (std::uint32_t level = 0; level < levels; ++level) {
         subdivide(mesh, mode);
-        compact(mesh);
     }
 }
 

@@ -101,15 +101,11 @@ void load_obj(TriMesh& mesh, const char* path);
 /// Writes an OBJ file. That it cannot be written is not told.
 void save_obj(TriMesh& mesh, const char* path);
 
-/// The reduction that preprocessing hosts get, of shells of more than 100,000 faces; call `compact`
-/// next.
-void reduce_large_shells(TriMesh& mesh);
-
 /// The reduction ahead of an analysis that needs no detail: that of large shells, then half the
 /// faces of each.
 void reduce_for_analysis(Job& job, TriMesh& mesh);
 
-/// Subdivides so many times, each level followed by compacting.
+/// Subdivides so many times.
 void subdivide_levels(TriMesh& mesh, std::uint32_t levels, SubdivideMode mode);
 
 /// Remeshes by edge lengths: one for the whole model, or one for each triangle of the soup that the

@@ -7,7 +7,6 @@
 #include "base/convert.h"
 #include "base/timer.h"
 #include "design/smooth.h"
-#include "mesh/compact.h"
 #include "mesh/volume.h"
 #include "remesh/reduce.h"
 #include "spatial/self_intersection.h"
@@ -33,16 +32,12 @@ constexpr std::int32_t kCleanUp = 2;
 
 constexpr std::size_t kFewestVoxels = 100;
 
-struct Reduction {
-    double ratio, least_share, least_cosine;
-};
-
 // As few faces as they allow: what hosts know. The grain of the voxels lets few edges pass the
 // normal limit, so the reduction goes on with those at any cost: on curved walls it strays by up to
 // three voxels, and in narrow places sheets come to cross each other. The next one allows larger
 // turns, so that it finds cheap edges everywhere: fewer faces, and nearer to the voxels.
-constexpr std::array kReductions = {Reduction{0.0, 0.05, 0.9}, Reduction{0.1, 0.05, 0.5},
-                                    Reduction{0.25, 0.05, 0.7}, Reduction{0.5, 0.05, 0.9}};
+constexpr std::array kReductions = {ReduceOptions{0.0, 0.05, 0.9}, ReduceOptions{0.1, 0.05, 0.5},
+                                    ReduceOptions{0.25, 0.05, 0.7}, ReduceOptions{0.5, 0.05, 0.9}};
 
 // Surfaces of more faces begin with the third one: a try takes seconds there, and on the grain of a
 // curved surface of that size the first two hardly ever hold.
@@ -135,9 +130,7 @@ void reduce_faithfully(TriMesh& mesh, const VoxelGrid& core) {
     const TriMesh whole = mesh;
     const std::size_t first = whole.faces.size() > kLargeSurface ? kFirstOfLarge : 0;
     for (std::size_t i = first; i < kReductions.size(); ++i) {
-        const Reduction& reduction = kReductions[i];
-        (void)reduce(mesh, reduction.ratio, reduction.least_share, reduction.least_cosine);
-        compact(mesh);
+        (void)reduce(mesh, kReductions[i]);
         if (follows(mesh, core) && find_self_intersections(mesh, 0).count == 0) return;
         mesh = whole;
     }

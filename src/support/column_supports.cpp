@@ -1,3 +1,5 @@
+// Voxels as wide as the columns' spacing tell where something hangs over and how far down the space
+// below it is free; lines through the surface then tell where a column fits and where it ends.
 #include "support/column_supports.h"
 
 #include <algorithm>

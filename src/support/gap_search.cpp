@@ -1,3 +1,5 @@
+// Sweeps the layers of voxels from above, a word of 64 columns at a time: a gap opens below a voxel
+// that hangs over and closes at the next voxel of its column or at the floor.
 #include "support/gap_search.h"
 
 #include <algorithm>

@@ -11,6 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "api/host_numbers.h"
 #include "api/job.h"
 #include "api/slots.h"
 #include "calls.h"
@@ -281,6 +282,12 @@ TEST_F(Frames, TellAllSectionsOrWeakOnesByTheLowBitsOfTheOption) {
         EXPECT_EQ(h.out.tables[2][0], 100) << "score";
         freeAllArray();
     }
+}
+
+TEST(HostNumbers, LoadsAreThoseOfTheirNumber) {
+    EXPECT_EQ(api::load_case(0), fem::LoadCase::PressureZ);
+    EXPECT_EQ(api::load_case(1), fem::LoadCase::Pressure);
+    EXPECT_EQ(api::load_case(7), fem::LoadCase::CentreTop);
 }
 
 TEST_F(Frames, LetExceptionsPassAndAreReadyAfterwards) {

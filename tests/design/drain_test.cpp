@@ -28,7 +28,7 @@ struct Shell {
 Shell shell_of(const shapes::SoupVector& model, const shapes::SoupVector& cavity) {
     Shell shell{shapes::mesh_of(model), 0};
     shell.model_faces = shell.mesh.faces.size();
-    append_mesh(shell.mesh, shapes::mesh_of(cavity), AppendAs::TurnedOver);
+    append_mesh(shell.mesh, shapes::mesh_of(cavity), AppendWinding::Reversed);
     return shell;
 }
 

@@ -384,7 +384,7 @@ TEST(Columns, MakeClosedTubes) {
     EXPECT_EQ(tubes.faces.size(), 16 * columns.size());
 }
 
-TEST(Columns, ComeOutOfBadInput) {
+TEST(Columns, DoNotBreakOnBadInput) {
     constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
     constexpr double kInf = std::numeric_limits<double>::infinity();
     const TriMesh mesh = shapes::mesh_of(letter_t());
