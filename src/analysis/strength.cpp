@@ -236,8 +236,7 @@ StrengthReport colour_strength(TriMesh& mesh, const StrengthOptions& options, Ru
                    six_decimals(static_cast<double>(report.highest)));
     paint(mesh, report);
     normalisation.undo(mesh);
-    run.log.append("\n---{success} strength_coloring : " + six_decimals(timer.seconds()) +
-                   " sec.---\n");
+    run.log.success("strength_coloring", timer.seconds(), " sec.");
     return report;
 }
 
