@@ -1,6 +1,5 @@
-/* The exported functions with the types that hosts were promised: the one list of the tests. A header
- * that no longer fits does not compile; the linker map is held against the names. C as well as C++.
- * */
+/* The exported functions with the types that hosts were promised: the one list of the tests. With a
+ * header that no longer fits it does not compile. C as well as C++. */
 #ifndef POVMESH_TESTS_EXPORTS_H
 #define POVMESH_TESTS_EXPORTS_H
 

@@ -57,7 +57,7 @@ Host box_host() {
     return Host(shapes::box({0, 0, 0}, {2, 3, 4}));
 }
 
-// Records what the exports report; the summaries of the operations themselves are tested with these.
+// Records what the exports report; the summaries of operations are tested with these.
 struct Attached : Recorder {
     Attached() {
         api::set_progress_observer(observer);
