@@ -51,7 +51,7 @@ Outcome change_file(const std::string& source, const std::string& target, Progre
             outcome.fail(Flawed, source + ": no triangle would be left; nothing is written");
             return outcome;
         }
-        std::string failure = save_model(model.mesh, target);
+        std::string failure = save_model(model, target);
         progress.set(90);
         LoadedModel back;
         if (failure.empty()) failure = read_back(model.mesh, target, back);

@@ -79,7 +79,7 @@ Outcome repair_file(const Arguments& arguments, Progress progress) {
                                      "; nothing is written; give a smaller volume");
             return outcome;
         }
-        const std::string write_failure = save_model(model.mesh, target);
+        const std::string write_failure = save_model(model, target);
         progress.set(75);
         if (!write_failure.empty()) {
             outcome.fail(CannotWrite, write_failure);
