@@ -187,7 +187,7 @@ TEST(Remesh, FollowsASizingField) {
     EXPECT_GT(share_within(below, 0.72, 1.92), 0.97);
 }
 
-TEST(Remesh, LeavesTheMeshAloneForLengthsThatAreNone) {
+TEST(Remesh, LeavesTheMeshAloneForLengthsNotPositiveOrNotFinite) {
     const TriMesh mesh = mesh_of(shapes::rock(10, 2));
     for (const double l : {0.0, -1.0, std::nan(""), std::numeric_limits<double>::infinity()}) {
         EXPECT_EQ(reference::difference(remeshed(mesh, {.edge_length = l}), mesh), "");
@@ -213,8 +213,8 @@ TEST(Remesh, RaisesLengthsThatWouldMakeTooManyTriangles) {
     EXPECT_NEAR(raising_factor(cube, lengths, 0, 1000) / all, 0.5, 0.02);
 }
 
-// The apex has 100,000 faces; they are gone before a search would have to look at all of them often.
-TEST(Remesh, TakesACrowdedVertex) {
+// The apex has 100,000 faces, gone before a search would have to look at all of them often.
+TEST(Remesh, IsNotSlowAroundAVertexOfHighValence) {
     const TriMesh mesh = remeshed(mesh_of(shapes::fan(100'000, 200)), {.edge_length = 600});
     EXPECT_LT(mesh.faces.size(), 100U);
     EXPECT_GT(mesh.faces.size(), 4U);
