@@ -134,8 +134,9 @@ extern "C" {
 /*
  * Repairs an STL file in place: tiny shells and duplicate faces go, small holes are closed, the
  * winding is made consistent and outward. The file is rewritten as binary STL. A file that cannot
- * be read, is damaged or truncated, holds no triangle or of which the repair leaves none stays as
- * it was, and no file comes into being.
+ * be read whole (it is damaged or truncated, has more records than its header counts, or numbers
+ * with text behind them, such as decimal commas), that holds no triangle or of which the repair
+ * leaves none stays as it was, and no file comes into being.
  */
 POVMESH_API void modelRepair64(const char* path);
 POVMESH_API void modelRepair(const char* path); /* the same */
