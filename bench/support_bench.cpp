@@ -47,7 +47,7 @@ const TriMesh& model_400(const std::string& name) {
 
 VoxelGrid filled(const TriMesh& model) {
     RunContext run = no_run();
-    VoxelGrid grid = voxelise(model, {{kSpacing, kSpacing, 1}, false, true}, run);
+    VoxelGrid grid = voxelise(model, {{kSpacing, kSpacing, 1}, true}, run);
     fill_rows(grid, FillColour::White);
     return grid;
 }

@@ -17,7 +17,6 @@
 #include "support/undersides.h"
 #include "support/upright_lines.h"
 #include "voxel/passes.h"
-#include "voxel/surface.h"
 #include "voxel/voxelise.h"
 
 namespace povmesh {
@@ -63,7 +62,7 @@ double column_half_side(double spacing) {
 Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, RunContext& run) {
     Array<Column> columns;
     const auto edge = static_cast<float>(options.spacing);
-    const VoxelSettings settings{{edge, edge, kLayerHeight}, false, true};
+    const VoxelSettings settings{{edge, edge, kLayerHeight}, true};
     if (!is_voxel_size(settings.size) || !(column_radius(options.spacing) > 0) ||
         std::isnan(options.angle) || !std::isfinite(options.plate)) {
         return columns;
@@ -71,8 +70,8 @@ Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, Ru
     const auto threshold = saturate_to<std::int8_t>(90 - options.angle);
 
     VoxelGrid grid = voxelise(mesh, settings, run);
-    form_surface(grid, run);
-    mark_faces(grid, run);
+    mark_exposed_sides(grid, kSurfaceLine, run);
+    mark_exposed_sides(grid, kFacesLine, run);
     fill_rows(grid, FillColour::White);
     const Vec3d size = to_double(grid.settings().size);
     const double least_area = kLeastWidth * size.x * kLeastWidth * size.x;

@@ -225,7 +225,6 @@ private:
             if (gone != 0) grid_.remove(word, gone);
         }
         grid_.recount();
-        grid_.outside_is_valid = grid_.faces_are_valid = false;
     }
 
     struct PlacedTip {
@@ -256,7 +255,7 @@ bool is_before(const Underside& a, VoxelIndex b) {
 class SeedTable {
 public:
     SeedTable(const VoxelGrid& grid, const Undersides& undersides, std::int8_t threshold) {
-        constexpr std::size_t kBottom = static_cast<std::size_t>(Side::Bottom);
+        constexpr std::size_t kBottom = static_cast<std::size_t>(voxel::Side::Bottom);
         for (const Underside& underside : undersides.all) {
             const VoxelIndex at = {underside.x, underside.y, underside.layer};
             if (!grid.contains(at)) continue;
