@@ -31,7 +31,7 @@ bool encloses(TriMesh& mesh) {
 
 CutOptions options_of(const Arguments& arguments, const TriMesh& mesh) {
     CutOptions options;
-    options.operation = arguments.has("--mirror")    ? CutOperation::MirrorBelow
+    options.operation = arguments.has("--mirror")    ? CutOperation::MirrorFront
                         : arguments.has("--no-caps") ? CutOperation::Cut
                                                      : CutOperation::CutAndCap;
     options.plane.normal = arguments.vector("--normal");

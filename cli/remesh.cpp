@@ -17,31 +17,31 @@ namespace {
 ChangeReport change(TriMesh& mesh, double edge_length) {
     const TriMesh source = mesh;
     const TriangleQuality before = triangle_quality(mesh);
-    ChangeReport told;
+    ChangeReport report;
     RunLog log;
     RunContext run{{}, log};
     const Timer timer;
-    const RemeshReport report = remesh(mesh, {.edge_length = edge_length}, run);
-    told.seconds = timer.seconds();
-    if (!report.is_done) {
-        told.failure = "a coordinate is not finite; take these triangles out first";
-        return told;
+    const RemeshReport done = remesh(mesh, {.edge_length = edge_length}, run);
+    report.seconds = timer.seconds();
+    if (!done.is_done) {
+        report.failure = "a coordinate is not finite; take these triangles out first";
+        return report;
     }
     const TriangleQuality after = triangle_quality(mesh);
-    told.before = quality_rows(before);
-    told.after = quality_rows(after);
-    told.json_before = quality_json(before);
-    told.json_after = quality_json(after);
-    told.rows = {{"edge asked for", human_number(edge_length)}};
-    told.json["edge"] = edge_length;
-    if (report.raised > 1) {
-        const double raised = edge_length * report.raised;
-        told.rows.emplace_back("raised to",
-                               human_number(raised) + ", to stay below 50 million triangles");
-        told.json["raised_to"] = raised;
+    report.before = quality_rows(before);
+    report.after = quality_rows(after);
+    report.json_before = quality_json(before);
+    report.json_after = quality_json(after);
+    report.rows = {{"edge asked for", human_number(edge_length)}};
+    report.json["edge"] = edge_length;
+    if (done.raised > 1) {
+        const double raised = edge_length * done.raised;
+        report.rows.emplace_back("raised to",
+                                 human_number(raised) + ", to stay below 50 million triangles");
+        report.json["raised_to"] = raised;
     }
-    add_distance(source, mesh, told);
-    return told;
+    add_distance(source, mesh, report);
+    return report;
 }
 
 int run_remesh(const Arguments& arguments, Console& console) {

@@ -29,22 +29,22 @@ Json all_json(const TriangleQuality& quality) {
 ChangeReport change(TriMesh& mesh) {
     const TriMesh source = mesh;
     const TriangleQuality before = triangle_quality(mesh);
-    ChangeReport told;
+    ChangeReport table;
     const Timer timer;
     const ReviseReport report = revise_triangles(mesh);
-    told.seconds = timer.seconds();
+    table.seconds = timer.seconds();
     const TriangleQuality after = triangle_quality(mesh);
-    told.before = all_rows(before);
-    told.after = all_rows(after);
-    told.json_before = all_json(before);
-    told.json_after = all_json(after);
-    told.rows = {{"edges collapsed", with_separators(report.collapses)},
-                 {"edges turned", with_separators(report.flips)},
-                 {"edges split", with_separators(report.splits)}};
-    told.json = {
+    table.before = all_rows(before);
+    table.after = all_rows(after);
+    table.json_before = all_json(before);
+    table.json_after = all_json(after);
+    table.rows = {{"edges collapsed", with_separators(report.collapses)},
+                  {"edges turned", with_separators(report.flips)},
+                  {"edges split", with_separators(report.splits)}};
+    table.json = {
         {"collapsed", report.collapses}, {"turned", report.flips}, {"split", report.splits}};
-    add_distance(source, mesh, told);
-    return told;
+    add_distance(source, mesh, table);
+    return table;
 }
 
 int run_revise(const Arguments& arguments, Console& console) {

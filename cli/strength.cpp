@@ -2,6 +2,7 @@
 #include "analysis/strength.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <optional>
@@ -69,14 +70,32 @@ std::vector<WeakPlace> weak_places(TriMesh& mesh, const StrengthReport& report) 
     return places;
 }
 
-LoadCase load_named(const std::string& name) {
-    if (name == "all") return strength_load(1);
-    return strength_load(name == "centre" ? 2 : 0);
-}
+struct NamedLoad {
+    const char* name;
+    fem::LoadCase load;
+    const char* text;
+};
 
-std::string load_text(const std::string& name) {
-    if (name == "all") return "pressure on all faces";
-    return name == "centre" ? "a force on the centre of the top" : "pressure on the top faces";
+// In the order of the choices of --load.
+constexpr std::array<NamedLoad, 13> kLoads = {{
+    {"top", fem::LoadCase::PressureZ, "pressure on the top faces"},
+    {"all", fem::LoadCase::Pressure, "pressure on all faces"},
+    {"centre", fem::LoadCase::CentreTop, "a force on the centre of the top"},
+    {"gravity", fem::LoadCase::Gravity, "the model's own weight"},
+    {"bottom", fem::LoadCase::PressureNegZ, "pressure on the faces below"},
+    {"right", fem::LoadCase::PressureX, "pressure on the faces towards +x"},
+    {"left", fem::LoadCase::PressureNegX, "pressure on the faces towards -x"},
+    {"back", fem::LoadCase::PressureY, "pressure on the faces towards +y"},
+    {"front", fem::LoadCase::PressureNegY, "pressure on the faces towards -y"},
+    {"ends-x", fem::LoadCase::SidesOfYTop, "forces on both ends of the top along x"},
+    {"ends-y", fem::LoadCase::SidesOfXTop, "forces on both ends of the top along y"},
+    {"spots", fem::LoadCase::PressureLight, "pressure on every tenth element"},
+    {"points", fem::LoadCase::RandomPoints, "forces on points of the surface"},
+}};
+
+const NamedLoad& load_named(const std::string& name) {
+    return *std::find_if(kLoads.begin(), kLoads.end() - 1,
+                         [&](const NamedLoad& load) { return name == load.name; });
 }
 
 double rounded(double value, double unit) {
@@ -108,7 +127,7 @@ ChangeReport report_of(const StrengthReport& strength, const std::string& load, 
         report.json = {{"method", "sections"}, {"sections", strength.sections}};
         return report;
     }
-    report.rows = {{"load", load_text(load)},
+    report.rows = {{"load", load_named(load).text},
                    {"elements", with_separators(strength.elements) + " of " +
                                     human_number(strength.voxel_size)},
                    {"steps", std::to_string(strength.steps) + " in " +
@@ -164,7 +183,7 @@ int run_strength(const Arguments& arguments, Console& console) {
         RunContext run{{}, log};
         StrengthOptions options;
         options.method = is_fem ? StrengthMethod::FiniteElements : StrengthMethod::Sections;
-        options.load = load_named(load);
+        options.load = load_named(load).load;
         const StrengthReport strength = colour_strength(mesh, options, run);
         progress.set(75);
         const double seconds = timer.seconds();
@@ -209,9 +228,10 @@ OperationSpec strength_operation() {
                      .type = ValueType::Choice,
                      .placeholder = "LOAD",
                      .default_value = "top",
-                     .choices = {"top", "all", "centre"},
-                     .help = "Pressure on the top or on all faces, or a force on the centre of the "
-                             "top; for fem"},
+                     .choices = {"top", "all", "centre", "gravity", "bottom", "right", "left",
+                                 "back", "front", "ends-x", "ends-y", "spots", "points"},
+                     .help = "Pressure from the top, all sides or one side, a force on the "
+                             "centre or the ends of the top, or the own weight; for fem"},
                     {.name = "--render",
                      .type = ValueType::Text,
                      .placeholder = "PNG",

@@ -8,7 +8,6 @@
 
 #include "base/timer.h"
 #include "cli/change.h"
-#include "mesh/compact.h"
 
 namespace povmesh::cli {
 namespace {
@@ -25,7 +24,6 @@ int run_subdivide(const Arguments& arguments, Console& console) {
         const Timer timer;
         for (std::uint32_t level = 0; level < levels; ++level) {
             subdivide(mesh, mode);
-            compact(mesh);
             progress.set(50 + 30 * (level + 1) / levels);
         }
         ChangeReport report;

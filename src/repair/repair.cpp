@@ -126,12 +126,12 @@ private:
             std::size_t turned = 0;
             for (const std::uint32_t face : shell) {
                 if (!walk.is_turned(face)) continue;
-                turn_over(mesh_.faces[face]);
+                reverse_winding(mesh_.faces[face]);
                 ++turned;
             }
             if (is_closed_and_consistent(shell, walk)) {
                 if ((measure(mesh_, shell).volume < 0) != is_cavity[s]) {
-                    for (const std::uint32_t face : shell) turn_over(mesh_.faces[face]);
+                    for (const std::uint32_t face : shell) reverse_winding(mesh_.faces[face]);
                     turned = shell.size() - turned;
                 }
                 if (is_cavity[s]) ++report_.kept_cavities;

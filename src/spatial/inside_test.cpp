@@ -22,7 +22,7 @@ bool is_seen_inside(const Triangle& t, Vec3d p) {
     bool is_inside = false;
     for (std::size_t i = 0; i < 3; ++i) {
         const Vec3d a = t[i];
-        const Vec3d b = t[(i + 1) % 3];
+        const Vec3d b = t[next_corner(i)];
         if ((a.y <= p.y) == (b.y <= p.y)) continue;
         const Vec3d left = a.y <= p.y ? a : b;
         const Vec3d right = a.y <= p.y ? b : a;

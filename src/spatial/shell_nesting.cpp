@@ -1,3 +1,7 @@
+// A shell lies in another one when a ray along x from one of its corners crosses that one an odd
+// number of times, and the two do not meet. A ray that runs through an edge or a corner is taken as
+// moved by infinitely little (H. Edelsbrunner, E. P. Muecke, Simulation of simplicity, 1990), so
+// that every crossing counts once.
 #include "spatial/shell_nesting.h"
 
 #include <algorithm>

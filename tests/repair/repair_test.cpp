@@ -153,7 +153,7 @@ TEST(CloseHoles, RimsUpToFiftyEdgesWhateverTheWindingAround) {
 
         // Every third face turned: the rims are found all the same.
         TriMesh mixed = shapes::mesh_of(soup);
-        for (std::size_t f = 0; f < mixed.faces.size(); f += 3) turn_over(mixed.faces[f]);
+        for (std::size_t f = 0; f < mixed.faces.size(); f += 3) reverse_winding(mixed.faces[f]);
         EXPECT_EQ(close_holes(mixed, EdgeMates(mixed)).added_face_count, report.added_face_count);
     }
 }
