@@ -1,5 +1,7 @@
 // povmesh remesh: makes the triangles of a model even.
 #include "remesh/remesh.h"
+#include "cli/commands.h"
+#include "cli/shared_options.h"
 
 #include <string>
 
@@ -42,8 +44,6 @@ ChangeReport change(TriMesh& mesh, double edge_length) {
     return report;
 }
 
-}  // namespace
-
 int run_remesh(const Arguments& arguments, Console& console) {
     const double edge_length = arguments.number("--edge");
     if (!(edge_length > 0)) {
@@ -53,6 +53,32 @@ int run_remesh(const Arguments& arguments, Console& console) {
     return run_change(arguments, console, [&](TriMesh& mesh, Progress /*progress*/) {
         return change(mesh, edge_length);
     });
+}
+
+}  // namespace
+
+OperationSpec remesh_operation() {
+    return {
+        .name = "remesh",
+        .summary = "Make the triangles of a model even",
+        .description =
+            "Makes new triangles on the same surface, all of about the same edge length. Edges "
+            "sharper than 40 degrees, open borders and the borders of labels and texture maps "
+            "stay. Reads the result back and prints edges, angles and the distance.",
+        .positionals = {kModelFile},
+        .options = {model_output(),
+                    {.name = "--edge",
+                     .type = ValueType::Number,
+                     .placeholder = "LENGTH",
+                     .unit = "units of the file",
+                     .low = 0,
+                     .high = kNoLimit,
+                     .is_required = true,
+                     .help = "Length that the edges shall have, above 0"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_remesh,
+    };
 }
 
 }  // namespace povmesh::cli

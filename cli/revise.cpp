@@ -1,5 +1,7 @@
 // povmesh revise: mends triangles of bad shape, and tells how many were and are left.
 #include "remesh/revise.h"
+#include "cli/commands.h"
+#include "cli/shared_options.h"
 
 #include <string>
 
@@ -45,11 +47,26 @@ ChangeReport change(TriMesh& mesh) {
     return table;
 }
 
-}  // namespace
-
 int run_revise(const Arguments& arguments, Console& console) {
     return run_change(arguments, console,
                       [](TriMesh& mesh, Progress /*progress*/) { return change(mesh); });
+}
+
+}  // namespace
+
+OperationSpec revise_operation() {
+    return {
+        .name = "revise",
+        .summary = "Mend triangles of bad shape and leave the others alone",
+        .description =
+            "Collapses needles, whose one edge is under 1/20 of the others, and turns or splits "
+            "away caps, which have an angle above 170 degrees. The surface moves by at most 1/1000 "
+            "of the model's diagonal. Reads the result back and prints how many were and are left.",
+        .positionals = {kModelFile},
+        .options = {model_output(), json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_revise,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -1,3 +1,5 @@
+// The stages of a repair, each on the edge table and the shells of the faces that are left: small
+// shells, duplicates, holes, windings. What is deleted stays in place until the last step.
 #include "repair/repair.h"
 
 #include <algorithm>
@@ -149,7 +151,8 @@ private:
         return tilted;
     }
 
-    // Closed shells that are wound inward, on the whole, inside an odd number of other closed shells.
+    // Closed shells that are wound inward, on the whole, inside an odd number of other closed
+    // shells.
     std::vector<bool> find_cavities() {
         std::vector<bool> is_cavity(mesh_.shells.size(), false);
         if (!options_.keep_cavities) return is_cavity;
