@@ -1,5 +1,7 @@
 // povmesh hollow: makes a shell of a solid model.
 #include "design/hollow.h"
+#include "cli/commands.h"
+#include "cli/shared_options.h"
 
 #include <cmath>
 #include <string>
@@ -51,23 +53,21 @@ std::string failure_of(const DrainReport& report, const std::string& text) {
     }
 }
 
-ChangeReport report_of(const HollowReport& hollowed, double wall) {
+ChangeReport report_of(const HollowReport& hollowed) {
     const double saved = hollowed.cavity_volume / hollowed.model_volume * 100;
     ChangeReport report;
     report.rows = {{"voxel size", human_number(hollowed.voxel_size)},
                    {"layers", std::to_string(hollowed.layers)},
                    {"cavity volume", human_number(hollowed.cavity_volume)},
                    {"material saved", human_number(std::round(saved * 100) / 100) + " %"},
-                   {"smallest wall", human_number(wall)}};
+                   {"smallest wall", human_number(hollowed.smallest_wall)}};
     report.json = {{"voxel_size", hollowed.voxel_size},
                    {"layers", hollowed.layers},
                    {"cavity_volume", hollowed.cavity_volume},
                    {"saved_percent", saved},
-                   {"smallest_wall", wall}};
+                   {"smallest_wall", hollowed.smallest_wall}};
     return report;
 }
-
-}  // namespace
 
 int run_hollow(const Arguments& arguments, Console& console) {
     if (arguments.has("--drain") && arguments.has("--cavity-only")) {
@@ -85,14 +85,15 @@ int run_hollow(const Arguments& arguments, Console& console) {
         ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent / 4); };
         RunContext run{Progress(nullptr, &scaled), log};
         TriMesh cavity = mesh;
-        const HollowReport hollowed = hollow(cavity, static_cast<float>(thickness), run);
+        const HollowReport hollowed =
+            hollow(cavity, static_cast<float>(thickness), run, {.measures_wall = true});
         const double seconds = timer.seconds();
         ChangeReport report;
         if (!hollowed.is_hollowed || hollowed.layers < 1 || !(hollowed.model_volume > 0)) {
             report.failure = failure_of(hollowed, thickness);
             return report;
         }
-        report = report_of(hollowed, smallest_wall(mesh, cavity));
+        report = report_of(hollowed);
         report.seconds = seconds;
         if (arguments.has("--cavity-only")) {
             mesh = std::move(cavity);
@@ -111,6 +112,41 @@ int run_hollow(const Arguments& arguments, Console& console) {
         report.json["drains"] = made.size();
         return report;
     });
+}
+
+}  // namespace
+
+OperationSpec hollow_operation() {
+    return {
+        .name = "hollow",
+        .summary = "Make a shell of a solid model",
+        .description =
+            "Finds the cavity that leaves a wall of the thickness, and writes the model with it. "
+            "Works on voxels of 0.4 to 2 units, so that the wall is right within about 1.4 of "
+            "them; a wall is at least 0.5 thick.",
+        .positionals = {kModelFile},
+        .options = {model_output(),
+                    {.name = "--thickness",
+                     .type = ValueType::Number,
+                     .placeholder = "THICKNESS",
+                     .unit = "units of the file",
+                     .low = 0,
+                     .high = kNoLimit,
+                     .is_required = true,
+                     .help = "Thickness of the wall"},
+                    {.name = "--drain",
+                     .type = ValueType::Circle,
+                     .placeholder = "X,Y,Z,R",
+                     .unit = "units of the file",
+                     .takes_several = true,
+                     .help = "Cut a round hole of radius R through the wall at the place X,Y,Z on "
+                             "the surface; may be given several times"},
+                    {.name = "--cavity-only",
+                     .help = "Write the surface of the cavity alone, its outside out"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_hollow,
+    };
 }
 
 }  // namespace povmesh::cli

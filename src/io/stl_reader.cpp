@@ -1,3 +1,5 @@
+// A file is taken for binary when its size is what its count asks for, else for a text, and for
+// binary after all when the text gives no face; then a message is found for what went wrong.
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -95,8 +97,10 @@ Status judge_ascii(const std::string& name, const ByteSource& source, const Asci
                                   " corners instead of 3; mend it, it shifts all that follow");
     }
     if (text.bad_number != AsciiStlResult::kNone) {
+        const bool has_comma = text.bad_word.find(',') != std::string::npos;
         return bad_file(name, in_line(source, text.bad_number) + ": \"" + one_line(text.bad_word) +
-                                  "\" is not a decimal number" + so_far);
+                                  "\" is not a decimal number" +
+                                  (has_comma ? "; write a point instead of the comma" : so_far));
     }
     if (triangles == 0) return bad_file(name, "ASCII STL that holds no triangle");
     return {};
@@ -187,9 +191,11 @@ Status read_either_form(const ByteSource& source, const std::string& name,
     info.triangles = coordinates.size() / 9;
     if (layout.held >= layout.promised && layout.has_count) {
         info.trailing_bytes = layout.size - std::min(layout.size, layout.promised_bytes());
+        info.records_left_out = stl_records_in(info.trailing_bytes);
     }
     const bool any = make_faces(coordinates);
-    // A text whose facets came to nothing is what the person has, whatever its bytes gave as records.
+    // A text whose facets came to nothing is what the person has, whatever its bytes gave as
+    // records.
     const bool was_text = layout.is_text && !layout.is_exact && text.has_facet;
     Status status = was_text ? judge_ascii(name, source, text, text_triangles)
                              : judge_binary(name, layout, info.triangles);

@@ -33,26 +33,30 @@ struct Crossing {
 
 /// Finds crossings row by row.
 ///
-/// A line that meets an edge or a vertex passes through just as many of the faces there as one right
-/// beside it, so that the ways of all crossings of a line add up to 0 where the mesh is closed. Faces
-/// with a coordinate that is not finite are left out.
+/// A line that meets an edge or a vertex passes through just as many of the faces there as one
+/// right beside it, so that the ways of all crossings of a line add up to 0 where the mesh is
+/// closed. Faces with a coordinate that is not finite are left out.
 ///
-/// Setting up takes time linear in faces and the rows that they reach, 4 bytes for each of those and 24 a
-/// vertex. Rows may be asked for at the same time.
+/// Setting up takes time linear in faces and the rows that they reach, 4 bytes for each of those
+/// and 24 a vertex. Rows may be asked for at the same time.
 class ColumnLines {
 public:
-    /// @param mesh  outlives the lines. @param origin  model coordinates of the lattice's zero.
-    ColumnLines(const TriMesh& mesh, Vec3f origin, const LineLattice& lattice);
+    /// @param mesh  outlives the lines
+    /// @param origin  model coordinates of the lattice's zero
+    /// @param is_ignored  by face: not 0 where its slope is not to count; outlives the lines
+    ColumnLines(const TriMesh& mesh, Vec3f origin, const LineLattice& lattice,
+                std::span<const std::uint8_t> is_ignored);
 
     /// The crossings of row j with the pattern moved by (dx, dy), which is at most half a spacing:
     /// by line, then by height; at one height those with way -1 first. Replaces `crossings`.
     void find(std::size_t j, double dx, double dy, Array<Crossing>& crossings) const;
 
 private:
-    void cross(const Face& face, double x0, double y, Array<Crossing>& crossings) const;
+    void cross(std::uint32_t face, double x0, double y, Array<Crossing>& crossings) const;
 
     const TriMesh& mesh_;
     LineLattice lattice_;
+    std::span<const std::uint8_t> is_ignored_;
     Array<Vec3d> points_;  // by vertex, relative to the origin
     Array<std::size_t> row_offsets_;
     Array<std::uint32_t> row_faces_;  // those that the row's lines may meet wherever it is moved

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "voxel/distance.h"
+
 namespace povmesh {
 
 std::int64_t wall_limit(double thickness, double size) {
@@ -17,13 +19,21 @@ std::int64_t wall_limit(double thickness, double size) {
     return static_cast<std::int64_t>(limit);
 }
 
+VoxelGrid::Words inner_surface(const VoxelGrid& grid, const VoxelGrid::Words& surface,
+                               std::int64_t squared_depth) {
+    VoxelGrid::Words inner = cells_within(grid, grid.outside(), squared_depth);
+    for (std::size_t w = 0; w < inner.size(); ++w) {
+        inner[w] = grid.occupied()[w] & surface[w] & ~inner[w];
+    }
+    return inner;
+}
+
 void drop_cells(VoxelGrid& grid, const VoxelGrid::Words& cells) {
     grid.for_each_word([&](std::size_t word) {
         const std::uint64_t gone = grid.occupied()[word] & cells[word];
         if (gone != 0) grid.remove(word, gone);
     });
     grid.recount();
-    grid.outside_is_valid = grid.faces_are_valid = false;
 }
 
 }  // namespace povmesh

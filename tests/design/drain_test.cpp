@@ -16,6 +16,7 @@
 #include "mesh/shells.h"
 #include "mesh/volume.h"
 #include "remesh/revise.h"
+#include "spatial/self_intersection.h"
 
 namespace povmesh {
 namespace {
@@ -28,7 +29,7 @@ struct Shell {
 Shell shell_of(const shapes::SoupVector& model, const shapes::SoupVector& cavity) {
     Shell shell{shapes::mesh_of(model), 0};
     shell.model_faces = shell.mesh.faces.size();
-    append_mesh(shell.mesh, shapes::mesh_of(cavity), AppendAs::TurnedOver);
+    append_mesh(shell.mesh, shapes::mesh_of(cavity), AppendWinding::Reversed);
     return shell;
 }
 
@@ -56,7 +57,7 @@ int genus(const TriMesh& mesh) {
     return (2 - (static_cast<int>(vertices.size()) - faces * 3 / 2 + faces)) / 2;
 }
 
-TEST(Drains, OpenTheCavity) {
+TEST(Drains, AreClosedOrTakeTooMuch) {
     const Shell box = shell_of(kBox, kSmallerBox);
     const Shell ball = shell_of(shapes::sphere(30, 4), shapes::sphere(27, 3));
     struct Case {
@@ -98,7 +99,28 @@ TEST(Drains, OpenTheCavity) {
     }
 }
 
-TEST(Drains, SayWhyThereIsNoHole) {
+// Across an outer edge, over a corner, and holes that touch along a line.
+TEST(Drains, CrossTheSurfaceOrEachOther) {
+    const Shell box = shell_of(kBox, kSmallerBox);
+    const std::vector<std::vector<Drain>> cases = {{{{30, 0, -30}, 2}},
+                                                   {{{29, 0, -30}, 1}},
+                                                   {{{30, 30, -30}, 2}},
+                                                   {{{0, 0, -30}, 2}, {{4, 0, -30}, 2}},
+                                                   {{{0, 0, -30}, 2}, {{0, 4, -30}, 2}}};
+    for (const std::vector<Drain>& drains : cases) {
+        TriMesh mesh = box.mesh;
+        EXPECT_EQ(sealed_cavities(mesh).count, 1U);
+        for (const DrainReport& report : cut_drains(mesh, box.model_faces, 3, drains)) {
+            EXPECT_EQ(report.outcome, DrainOutcome::Done);
+            EXPECT_LT(report.wall_depth, 3 * std::sqrt(3.0) + 0.1);
+        }
+        EXPECT_TRUE(reference::is_closed_manifold(mesh));
+        EXPECT_EQ(find_self_intersections(mesh, 0).count, 0U) << drains[0].place.x;
+        EXPECT_EQ(sealed_cavities(mesh).count, 0U);
+    }
+}
+
+TEST(Drains, FailWithoutAReasonOrChangeTheModel) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const Shell box = shell_of(kBox, kSmallerBox);
     shapes::SoupVector two = kBox;

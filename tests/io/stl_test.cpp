@@ -141,7 +141,7 @@ std::string facet(int n, int count = 3) {
     return "facet" + corners(n, count) + " endfacet ";
 }
 
-TEST(AsciiStl, ReadsWordsAsTold) {
+TEST(AsciiStl, ReadsTheWordsOfFacetsAndNothingElse) {
     // Expected: the x of all corners that make triangles, and part of the message.
     const struct {
         const char* what;
@@ -178,9 +178,17 @@ TEST(AsciiStl, ReadsWordsAsTold) {
          "line 2: facet with 4 corners"},
         {"six corners", facet(1, 6), {1, 2, 3, 4, 5, 6}, ""},
         {"numbers",
-         "facet vertex +1.5e0x 0 0 vertex 2,9 0 0 vertex .3e1 0 0 endfacet",
+         "facet vertex +1.5e0 0 0 vertex 2. 0 0 vertex .3e1 0 0 endfacet",
          {1.5F, 2, 3},
          ""},
+        {"decimal commas",
+         "facet vertex 1 0 0\nvertex 2,75 0 0 vertex 3 0,5 0 endfacet",
+         {1, 2, 3},
+         "line 2: \"2,75\" is not a decimal number; write a point instead of the comma"},
+        {"text behind a number",
+         "facet vertex 1.0d0 0 0" + corners(2, 2) + " endfacet",
+         {1, 2, 3},
+         "\"1.0d0\""},
         {"saturates",
          "facet vertex 1e39 0 0 vertex -1e999 0 0 vertex 1e-999 0 0",
          {kMost, -kMost, 0},
@@ -234,12 +242,12 @@ TEST(AsciiStl, TakesAnyCaseWhenAsked) {
     EXPECT_EQ(read_bytes(text).mesh.faces.size(), 0U);
 }
 
-TEST(AsciiStl, WordsLongerThanTheBuffer) {
+TEST(AsciiStl, WordsLongerThanTheBufferCountOnce) {
     const std::string filler(300, 'c');
     const std::string zeros(300, '0');
     for (std::size_t shift = 0; shift < 70; ++shift) {
-        // The key words of one long word count once, wherever the pieces end; a long number is what its
-        // beginning gives.
+        // The key words of one long word count once, wherever the pieces end; a long number is what
+        // its beginning gives.
         const std::string pad(shift, '-');
         std::ostringstream words;
         words << pad << filler << "facet" << filler << " " << filler << pad << "vertex" << filler
@@ -247,7 +255,7 @@ TEST(AsciiStl, WordsLongerThanTheBuffer) {
         const std::string start = words.str();
         Array<float> got;
         const std::string bad = start + "c0";
-        EXPECT_EQ(parse_ascii_stl(bytes_of(bad), false, got, 64).bad_number, start.size());
+        EXPECT_EQ(parse_ascii_stl(bytes_of(bad), false, got, 64).bad_number, start.find(" 1") + 1);
         words << "2" << filler << corners(4, 2) << " endfacet";
         const std::string good = words.str();
         const AsciiStlResult result = parse_ascii_stl(bytes_of(good), false, got, 64);
@@ -257,7 +265,7 @@ TEST(AsciiStl, WordsLongerThanTheBuffer) {
     }
 }
 
-TEST(Stl, TakesWhatIsThere) {
+TEST(Stl, NeverBelievesTheCount) {
     const std::vector<float> box = shapes::box({0, 0, 0}, {10, 10, 10});
     const std::string exact = binary_stl(box, 12, "solid facet vertex 1 2 3 vertex 1 2 3");
     const std::string huge = binary_stl(box, 0xFFFFFFFF);
@@ -309,7 +317,9 @@ TEST(Stl, TakesWhatIsThere) {
         EXPECT_EQ(status.text(), read.status.text()) << c.what;
     }
     EXPECT_EQ(read_bytes(exact + "1234567").info.trailing_bytes, 7U);
-    EXPECT_EQ(read_bytes(binary_stl(box, 7)).info.trailing_bytes, 250U);
+    EXPECT_EQ(read_bytes(exact + "1234567").info.records_left_out, 0U);
+    EXPECT_EQ(read_bytes(binary_stl(box, 7)).info.records_left_out, 5U);
+    EXPECT_EQ(read_bytes(binary_stl(box, 7).substr(0, 684 - 2)).info.records_left_out, 5U);
     EXPECT_EQ(read_bytes(huge).info.promised_triangles, 0xFFFFFFFFU);
 }
 
@@ -333,7 +343,7 @@ TEST(Stl, SizeDecidesBeforeWords) {
     EXPECT_THAT(read_bytes(longer).status.text(), HasSubstr("words of an ASCII STL in its header"));
 }
 
-TEST(Stl, ProgressAndUntouchedMesh) {
+TEST(Stl, AFileThatDoesNotOpenChangesNothing) {
     std::uint32_t cell = 77;
     RunLog log;
     RunContext run{Progress(&cell), log};
@@ -361,7 +371,7 @@ TEST(Stl, ProgressAndUntouchedMesh) {
     }
 }
 
-TEST(Stl, SourceThatShrinksWhileItIsRead) {
+TEST(Stl, AFileThatShrinksWhileItIsReadIsTruncated) {
     const std::string bytes = binary_stl(shapes::box({0, 0, 0}, {1, 1, 1}), 12);
     ByteSource source = bytes_of(std::span(bytes).first(84 + 5 * 50));
     source.size = bytes.size();

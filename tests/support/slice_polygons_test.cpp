@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "helpers/job.h"
 #include "helpers/shapes.h"
 
 namespace povmesh {
@@ -42,9 +43,9 @@ struct Sliced {
 Sliced sliced(const TriMesh& mesh, const std::vector<Column>& columns,
               const SliceOptions& options = {}) {
     Sliced result;
-    RunLog log([&](std::string_view text) { result.log += text; });
-    RunContext run{{}, log};
-    result.status = slice_columns(mesh, columns, options, run, result.polygons);
+    Job job;
+    result.status = slice_columns(mesh, columns, options, job.run, result.polygons);
+    result.log = job.text;
     return result;
 }
 
@@ -158,7 +159,7 @@ TEST(SlicePolygons, MergeColumnsThatOverlap) {
     EXPECT_NEAR(s.areas()[0], (kSide + 1) * kSide, 1e-3);
 }
 
-TEST(SlicePolygons, ComeOutOfBadInput) {
+TEST(SlicePolygons, DoNotBreakOnBadInput) {
     constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
     constexpr float kInf = std::numeric_limits<float>::infinity();
     const TriMesh box = shapes::mesh_of(shapes::box({-1, -1, 0}, {1, 1, 2}));

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/rotation.h"
+#include "helpers/job.h"
 #include "helpers/reference.h"
 #include "helpers/shapes.h"
 #include "mesh/edge_mates.h"
@@ -27,15 +28,9 @@ using shapes::SoupVector;
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
-struct Context {
-    std::string text;
-    RunLog log{[this](std::string_view t) { text += t; }};
-    RunContext context{{}, log};
-};
-
 VoxelGrid voxelised(const SoupVector& soup, float size) {
-    Context run;
-    return voxelise(shapes::mesh_of(soup), {{size, size, size}}, run.context);
+    Job job;
+    return voxelise(shapes::mesh_of(soup), {{size, size, size}}, job.run);
 }
 
 VoxelGrid filled(const SoupVector& soup, float size) {
@@ -69,7 +64,7 @@ SoupVector cube(float half) {
 }
 
 // Triangles of every kind: large, needle, smaller than a voxel, in a grid plane, without area.
-TEST(FormVoxels, TakesTheGridPointsThatTheRulesName) {
+TEST(FormVoxels, SamplesDifferFromTheRules) {
     shapes::Random random(11);
     for (int round = 0; round < 150; ++round) {
         SoupVector soup;
@@ -93,14 +88,14 @@ TEST(FormVoxels, TakesTheGridPointsThatTheRulesName) {
             for (auto& c : face.colour) c = static_cast<std::uint8_t>(random.below(256));
         }
         const Vec3f size = round % 6 == 5 ? Vec3f{0.7F, 0.7F, 2} : Vec3f{1, 1, 1};
-        Context run;
-        VoxelGrid grid = form_voxels(mesh, {size, true, true}, run.context);
+        Job job;
+        VoxelGrid grid = form_voxels(mesh, {size, true}, job.run);
         literal::Grid expected = literal::form_voxels(mesh, size, true);
         ASSERT_EQ(literal::difference(grid, expected), "") << "round " << round;
     }
 }
 
-TEST(Voxelise, MakesAShellThatFillsToTheModel) {
+TEST(Voxelise, ShellLeaksOrFillsTooMuch) {
     const SoupVector wall = shapes::box({-20, -20, 0}, {20, 20, 1.2F});
     const struct {
         const char* what;
@@ -141,7 +136,7 @@ TEST(Voxelise, MakesAShellThatFillsToTheModel) {
     }
 }
 
-TEST(Voxelise, KeepsCavitiesThatAreWoundInward) {
+TEST(Voxelise, CavitiesAreFilled) {
     const double solid = cubes(filled(cube(10), 0.5F));
     const auto filled_with = [&](const SoupVector& inner) {
         return cubes(filled(joined(cube(10), inner), 0.5F));
@@ -156,7 +151,7 @@ TEST(Voxelise, KeepsCavitiesThatAreWoundInward) {
     EXPECT_NEAR(both, 2 * 8000 - 13 * 13 * 13, 0.5 * 2 * 6 * 400 * 0.6);
 }
 
-TEST(Voxelise, ClosesSmallHolesOnly) {
+TEST(Voxelise, SmallHolesLeakOrWideOnesAreClosed) {
     SoupVector sphere = shapes::sphere(15, 4);  // edges of about 1.1
     const double whole = cubes(filled(sphere, 1));
     SoupVector holed = sphere;
@@ -169,18 +164,18 @@ TEST(Voxelise, ClosesSmallHolesOnly) {
     EXPECT_GT(cubes(half), 0.05 * whole);
 }
 
-TEST(Voxelise, TakesAnySizeAndAnyCoordinates) {
+TEST(Voxelise, WildSizesAndCoordinatesBreakTheGrid) {
     const SoupVector box = shapes::box({0, 0, 0}, {8, 4, 2});
     for (const float size : {0.0F, -1.0F, kNan, kInfinity}) {
         EXPECT_TRUE(voxelised(box, size).is_empty()) << size;
     }
     EXPECT_EQ(voxelised(box, 1e30F).size(), 1U);
     for (const float size : {1e-3F, 1e-30F, std::numeric_limits<float>::denorm_min()}) {
-        Context run;
-        const auto grid = voxelise(shapes::mesh_of(box), {{size, size, size}}, run.context);
+        Job job;
+        const auto grid = voxelise(shapes::mesh_of(box), {{size, size, size}}, job.run);
         const auto& cells = grid.box();
         EXPECT_EQ(cells.high.x - cells.low.x, 790) << size;  // an odd number of cells
-        EXPECT_NE(run.text.find("[Caution] voxel size is raised"), std::string::npos) << size;
+        EXPECT_NE(job.text.find("[Caution] voxel size is raised"), std::string::npos) << size;
     }
     // A tower of 10^9 layers: rows of a word each are what counts.
     const TriMesh tower = shapes::mesh_of(shapes::box({0, 0, 0}, {1, 1, 1e9F}));
@@ -194,14 +189,14 @@ TEST(Voxelise, TakesAnySizeAndAnyCoordinates) {
     EXPECT_EQ(voxelised({}, 1).size(), 0U);
 }
 
-TEST(Surface, OfASolidIsClosedAndHoldsItsCubes) {
-    Context run;
+TEST(Surface, IsOpenOrOfTheWrongVolume) {
+    Job job;
     for (const float size : {0.9F, 2.5F, 40.0F}) {
         VoxelGrid grid = filled(shapes::rock(14, 4), size);
         drop_edge_contacts(grid);
-        form_surface(grid, run.context);
+        mark_exposed_sides(grid);
         TriMesh mesh;
-        export_voxels(mesh, grid, run.context);
+        export_voxels(mesh, grid, job.run);
         EXPECT_TRUE(reference::is_closed_manifold(mesh)) << size;
         EXPECT_NEAR(signed_volume(mesh), cubes(grid), 1e-5 * cubes(grid)) << size;
         EXPECT_EQ(grid.size() == 1, mesh.faces.size() == 12) << size;
@@ -211,25 +206,25 @@ TEST(Surface, OfASolidIsClosedAndHoldsItsCubes) {
     shapes::move(far, {3e7F, 0, 0});
     VoxelGrid grid = filled(far, 0.1F);
     TriMesh mesh;
-    export_voxels(mesh, grid, run.context);
+    export_voxels(mesh, grid, job.run);
     EXPECT_TRUE(is_consistent(mesh));
     for (const Face& face : mesh.faces) {
         EXPECT_NE(mesh.corner_position(face, 0), mesh.corner_position(face, 1));
     }
 }
 
-TEST(Surface, HandsPiecesBack) {
+TEST(Surface, PiecesAreMergedOrLost) {
     SoupVector soup = shapes::sphere(6, 3);
     for (const float x : {20.0F, -20.0F}) {
         SoupVector small = cube(x > 0 ? 0.4F : 4);
         shapes::move(small, {x, 0, 0});
         shapes::append(soup, small);
     }
-    Context run;
+    Job job;
     VoxelGrid grid = filled(soup, 1);
-    const auto pieces = form_surface_pieces(grid, kLeastSquares, run.context);
+    const auto pieces = surface_pieces(grid, kLeastSquares, job.run);
     ASSERT_EQ(pieces.size(), 2U);  // the voxels at the right have too few squares
-    const auto all = form_surface_pieces(grid, 1, run.context);
+    const auto all = surface_pieces(grid, 1, job.run);
     ASSERT_EQ(all.size(), 3U);
     double sum = 0;
     for (TriMesh piece : all) {
@@ -239,13 +234,13 @@ TEST(Surface, HandsPiecesBack) {
     EXPECT_NEAR(sum, cubes(grid), 1e-3);
 }
 
-TEST(Voxelise, WritesItsTexts) {
-    Context run;
+TEST(Voxelise, TextsDifferFromThoseOfHosts) {
+    Job job;
     const TriMesh mesh = shapes::mesh_of(shapes::box({1, 2, 3}, {2, 4, 6}));
-    VoxelGrid grid = voxelise(mesh, {{1, 1, 1}}, run.context);
+    VoxelGrid grid = voxelise(mesh, {{1, 1, 1}}, job.run);
     TriMesh out;
-    export_voxels(out, grid, run.context);
-    std::string text = run.text;
+    export_voxels(out, grid, job.run);
+    std::string text = job.text;
     for (const char* label : {"form  voxels : ", "form  surface: ", "time voxelize: "}) {
         const std::size_t at = text.find(label);
         ASSERT_NE(at, std::string::npos) << label;
