@@ -1,0 +1,307 @@
+#include "orient/orient_model.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <numeric>
+
+#include "mesh/bounds.h"
+#include "spatial/convex_hull.h"
+
+namespace povmesh {
+namespace {
+
+constexpr double kDegree = std::numbers::pi / 180;
+
+// Facets of the hull this near to the largest of them in direction are one rest face.
+const double kFlatCosine = std::cos(0.5 * kDegree);
+
+// Rest faces are at least this share of the hull's area: a model does not stand on less.
+constexpr double kLeastRestShare = 2e-4;
+
+// Cells along each edge of the cube of directions: 90 degrees by 2, and one for good measure.
+constexpr std::size_t kCubeCells = 46;
+
+// A volume below this share of the ball's cube is that of a sheet.
+constexpr double kSheetVolume = 1e-6;
+
+// Cells of the grid for a first look along the longest side.
+constexpr std::uint32_t kClusterCells = 96;
+
+struct Corners {
+    Vec3d a, b, c;
+
+    Vec3d normal() const { return cross(b - a, c - a); }  // twice the area long
+    Vec3d middle() const { return (a + b + c) / 3.0; }
+};
+
+Corners corners_of(const OrientModel& model, const std::array<std::uint32_t, 3>& t) {
+    return {model.points[t[0]], model.points[t[1]], model.points[t[2]]};
+}
+
+void take_triangles(const TriMesh& mesh, OrientModel& model) {
+    model.points.reserve(mesh.vertices.size());
+    for (const Vertex& vertex : mesh.vertices) {
+        const Vec3f p = vertex.position();
+        model.points.push_back(is_finite(p) ? (to_double(p) - model.middle) / model.unit : Vec3d{});
+    }
+    const auto is_point = [&](std::int32_t v) {
+        const auto place = static_cast<std::size_t>(v);  // huge for a negative one
+        return place < mesh.vertices.size() && is_finite(mesh.vertices[place].position());
+    };
+    for (const Face& face : mesh.faces) {
+        if (face.deleted != 0 || !std::all_of(face.vertex.begin(), face.vertex.end(), is_point)) {
+            continue;
+        }
+        const std::array<std::uint32_t, 3> t = {static_cast<std::uint32_t>(face.vertex[0]),
+                                                static_cast<std::uint32_t>(face.vertex[1]),
+                                                static_cast<std::uint32_t>(face.vertex[2])};
+        if (length(corners_of(model, t).normal()) > 0) model.triangles.push_back(t);
+    }
+}
+
+// Volume, area and centre of mass by signed tetrahedra from the middle; turns over what is inside
+// out.
+void weigh(OrientModel& model) {
+    Vec3d solid;
+    Vec3d sheet;
+    for (const auto& t : model.triangles) {
+        const Corners face = corners_of(model, t);
+        const double six = dot(face.a, cross(face.b, face.c));
+        model.volume += six / 6;
+        solid = solid + (face.a + face.b + face.c) * (six / 24);
+        const double area = length(face.normal()) / 2;
+        model.area += area;
+        sheet = sheet + face.middle() * area;
+    }
+    model.centre_of_mass =
+        std::abs(model.volume) > kSheetVolume ? solid / model.volume : sheet / model.area;
+    if (model.volume < -kSheetVolume) {
+        for (auto& t : model.triangles) std::swap(t[1], t[2]);
+    }
+    model.volume = std::abs(model.volume);
+}
+
+// Joins facets in nearly one plane, the largest first, by growing over common edges.
+class RestFaceFinder {
+public:
+    RestFaceFinder(std::span<const Vec3f> points, const ConvexHull& hull) : hull_(hull) {
+        for (const auto& t : hull.triangles) {
+            const Vec3d a = to_double(points[t[0]]);
+            const Vec3d normal = cross(to_double(points[t[1]]) - a, to_double(points[t[2]]) - a);
+            const double size = length(normal);
+            normals_.push_back(size > 0 ? normal / size : normal);
+            areas_.push_back(size / 2);
+            middles_.push_back((a + to_double(points[t[1]]) + to_double(points[t[2]])) / 3.0);
+        }
+    }
+
+    std::vector<RestFace> run() {
+        find_neighbours();
+        std::vector<std::uint32_t> order(areas_.size());
+        std::iota(order.begin(), order.end(), 0U);
+        std::stable_sort(order.begin(), order.end(),
+                         [&](std::uint32_t a, std::uint32_t b) { return areas_[a] > areas_[b]; });
+        std::vector<bool> is_taken(areas_.size());
+        std::vector<RestFace> faces;
+        std::vector<std::uint32_t> region;
+        for (const std::uint32_t seed : order) {
+            if (is_taken[seed]) continue;
+            RestFace face{normals_[seed], {}, 0};
+            is_taken[seed] = true;
+            region.assign(1, seed);
+            for (std::size_t i = 0; i < region.size(); ++i) {
+                face.area += areas_[region[i]];
+                face.middle = face.middle + middles_[region[i]] * areas_[region[i]];
+                for (const std::uint32_t other : neighbours_[region[i]]) {
+                    if (is_taken[other] || dot(normals_[other], face.normal) < kFlatCosine) {
+                        continue;
+                    }
+                    is_taken[other] = true;
+                    region.push_back(other);
+                }
+            }
+            face.middle = face.middle / face.area;
+            faces.push_back(face);
+        }
+        std::stable_sort(faces.begin(), faces.end(),
+                         [](const RestFace& a, const RestFace& b) { return a.area > b.area; });
+        return faces;
+    }
+
+private:
+    void find_neighbours() {
+        struct Edge {
+            std::uint32_t low, high, facet;
+        };
+        std::vector<Edge> edges;
+        for (std::uint32_t f = 0; f < hull_.triangles.size(); ++f) {
+            const auto& t = hull_.triangles[f];
+            for (std::size_t i = 0; i < 3; ++i) {
+                const std::uint32_t next = t[next_corner(i)];
+                edges.push_back({std::min(t[i], next), std::max(t[i], next), f});
+            }
+        }
+        std::sort(edges.begin(), edges.end(), [](const Edge& a, const Edge& b) {
+            if (a.low != b.low) return a.low < b.low;
+            if (a.high != b.high) return a.high < b.high;
+            return a.facet < b.facet;
+        });
+        neighbours_.assign(hull_.triangles.size(), {});
+        std::vector<std::size_t> sizes(hull_.triangles.size());
+        for (std::size_t i = 0; i + 1 < edges.size(); i += 2) {
+            const std::uint32_t a = edges[i].facet;
+            const std::uint32_t b = edges[i + 1].facet;
+            neighbours_[a][sizes[a]++] = b;
+            neighbours_[b][sizes[b]++] = a;
+        }
+    }
+
+    const ConvexHull& hull_;
+    std::vector<Vec3d> normals_;
+    std::vector<double> areas_;
+    std::vector<Vec3d> middles_;
+    std::vector<std::array<std::uint32_t, 3>> neighbours_;
+};
+
+// The hull of the points that triangles use, in 32-bit floats, in which its predicates are exact.
+void wrap(OrientModel& model) {
+    std::vector<bool> is_used(model.points.size());
+    for (const auto& t : model.triangles) {
+        for (const std::uint32_t v : t) is_used[v] = true;
+    }
+    std::vector<Vec3f> points;
+    for (std::size_t i = 0; i < model.points.size(); ++i) {
+        if (!is_used[i]) continue;
+        const Vec3d p = model.points[i];
+        points.push_back(
+            {static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)});
+    }
+    const ConvexHull hull = convex_hull(points);
+    for (const std::uint32_t v : hull.vertices) model.hull_points.push_back(to_double(points[v]));
+    for (const auto& t : hull.triangles) {
+        const Vec3d a = to_double(points[t[0]]);
+        const Vec3d b = to_double(points[t[1]]);
+        const Vec3d c = to_double(points[t[2]]);
+        model.hull_volume += dot(a, cross(b, c)) / 6;
+        model.hull_area += length(cross(b - a, c - a)) / 2;
+    }
+    if (hull.dimension == 3) {
+        model.rest_faces = RestFaceFinder(points, hull).run();
+    } else {  // in one plane: both its sides
+        const Vec3d normal = corners_of(model, model.triangles.front()).normal();
+        const double area = model.area / 2;
+        model.rest_faces = {{normal / length(normal), model.centre_of_mass, area},
+                            {normal / -length(normal), model.centre_of_mass, area}};
+    }
+    Vec3d centre;
+    for (const RestFace& face : model.rest_faces) {
+        centre = centre + face.middle / static_cast<double>(model.rest_faces.size());
+    }
+    double radius = 0;
+    for (const Vec3d p : model.hull_points) radius = std::max(radius, length(p - centre));
+    model.diameter = 2 * radius;
+    model.slack = model.diameter / 1000;
+    const double square = model.diameter * model.diameter;
+    model.hull_volume = std::max(model.hull_volume, 1e-3 * square * model.diameter);
+    model.hull_area = std::max({model.hull_area, 1e-2 * square, model.area / 2});
+    std::erase_if(model.rest_faces, [&](const RestFace& face) {
+        return face.area < kLeastRestShare * model.hull_area;
+    });
+}
+
+std::size_t cube_cell(Vec3d n) {
+    const double x = std::abs(n.x);
+    const double y = std::abs(n.y);
+    const double z = std::abs(n.z);
+    const std::size_t axis = x >= y && x >= z ? 0 : y >= z ? 1 : 2;
+    const double most = axis == 0 ? n.x : axis == 1 ? n.y : n.z;
+    const double u = axis == 0 ? n.y : axis == 1 ? n.z : n.x;
+    const double v = axis == 0 ? n.z : axis == 1 ? n.x : n.y;
+    const auto cell = [&](double slope) {  // of equal angles
+        const double share = std::atan(slope / std::abs(most)) / (std::numbers::pi / 2) + 0.5;
+        const auto place = static_cast<std::int64_t>(share * static_cast<double>(kCubeCells));
+        return static_cast<std::size_t>(
+            std::clamp<std::int64_t>(place, 0, static_cast<std::int64_t>(kCubeCells) - 1));
+    };
+    const std::size_t side = 2 * axis + (most < 0 ? 1 : 0);
+    return (side * kCubeCells + cell(u)) * kCubeCells + cell(v);
+}
+
+void group_normals(OrientModel& model) {
+    std::vector<NormalGroup> cells(6 * kCubeCells * kCubeCells);
+    for (const auto& t : model.triangles) {
+        const Corners face = corners_of(model, t);
+        const Vec3d normal = face.normal();
+        NormalGroup& cell = cells[cube_cell(normal)];
+        const double area = length(normal) / 2;
+        cell.normal = cell.normal + normal;
+        cell.area += area;
+        cell.moment = cell.moment + face.middle() * area;
+    }
+    for (NormalGroup& cell : cells) {
+        const double size = length(cell.normal);
+        if (!(size > 0)) continue;
+        cell.normal = cell.normal / size;
+        model.groups.push_back(cell);
+    }
+}
+
+}  // namespace
+
+OrientModel make_orient_model(const TriMesh& mesh) {
+    OrientModel model;
+    const Box3f box = finite_bounds(mesh);
+    if (box.is_empty()) return model;
+    const Vec3d extent = to_double(box.high) - to_double(box.low);
+    model.unit = std::max({extent.x, extent.y, extent.z});
+    model.middle = to_double(box.low) * 0.5 + to_double(box.high) * 0.5;
+    if (model.unit > 0) take_triangles(mesh, model);
+    if (model.triangles.empty()) {
+        model.unit = 0;
+        return model;
+    }
+    weigh(model);
+    wrap(model);
+    group_normals(model);
+    return model;
+}
+
+void cluster_points(const OrientModel& model, Array<Vec3d>& points,
+                    Array<std::array<std::uint32_t, 3>>& triangles) {
+    struct Member {
+        std::uint32_t cell, point;
+    };
+    const auto along = [](double place) {
+        const double cell = (place + 0.5) * kClusterCells;
+        return static_cast<std::uint32_t>(std::clamp(cell, 0.0, kClusterCells - 1.0));
+    };
+    Array<Member> members(model.points.size());
+    for (std::uint32_t i = 0; i < members.size(); ++i) {
+        const Vec3d p = model.points[i];
+        members[i] = {(along(p.x) * kClusterCells + along(p.y)) * kClusterCells + along(p.z), i};
+    }
+    std::sort(members.begin(), members.end(), [](const Member& a, const Member& b) {
+        return a.cell != b.cell ? a.cell < b.cell : a.point < b.point;
+    });
+    points.clear();
+    Array<std::uint32_t> cluster_of(members.size());
+    for (std::size_t begin = 0; begin < members.size();) {
+        std::size_t end = begin;
+        Vec3d sum;
+        for (; end < members.size() && members[end].cell == members[begin].cell; ++end) {
+            cluster_of[members[end].point] = static_cast<std::uint32_t>(points.size());
+            sum = sum + model.points[members[end].point];
+        }
+        points.push_back(sum / static_cast<double>(end - begin));
+        begin = end;
+    }
+    triangles.clear();
+    for (const auto& t : model.triangles) {
+        const std::array<std::uint32_t, 3> c = {cluster_of[t[0]], cluster_of[t[1]],
+                                                cluster_of[t[2]]};
+        if (c[0] != c[1] && c[1] != c[2] && c[2] != c[0]) triangles.push_back(c);
+    }
+}
+
+}  // namespace povmesh
