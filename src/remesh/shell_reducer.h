@@ -42,10 +42,11 @@ public:
         evaluate_all();
         while (before - live_ < to_delete) {
             const std::size_t wanted = (to_delete - (before - live_) + 1) / 2;
-            const std::size_t done = round(wanted);
+            const bool has_picked = round(wanted);
             ++rounds_;
             if (live_ * 4 < (end_ - begin_) * 3) pack();
-            if (done != 0) continue;
+            // Edges that were picked and turned down are out of the way of others.
+            if (has_picked) continue;
             // What was turned down may have become possible, but a sweep must be worth its time.
             if ((live_at_start - live_) * kLeastGain <= live_) break;
             live_at_start = live_;
@@ -211,17 +212,20 @@ private:
         return {field_.costs.data() + 3 * begin_, 3 * (end_ - begin_)};
     }
 
-    std::size_t round(std::size_t wanted) {
+    // Collapses a set of edges that do not touch; false when no edge is left to try.
+    bool round(std::size_t wanted) {
         const float threshold = find_threshold(wanted);
-        set_keys(threshold);
         std::vector<Candidate> chosen = select(threshold);
+        // All edges below the threshold may be those of vertices of a high valence.
+        if (chosen.empty() && threshold < kMostCost) chosen = select(kMostCost);
         if (chosen.size() > wanted) {
             const auto end = chosen.begin() + static_cast<std::ptrdiff_t>(wanted);
             std::nth_element(chosen.begin(), end, chosen.end(),
                              [](const Candidate& x, const Candidate& y) { return x.key < y.key; });
             chosen.erase(end, chosen.end());
         }
-        return collapse_all(chosen);
+        collapse_all(chosen);
+        return !chosen.empty();
     }
 
     // The cost up to which edges are candidates.
@@ -252,7 +256,7 @@ private:
                 return std::bit_cast<float>(static_cast<std::uint32_t>((bucket + 1) << kShift) - 1);
             }
         }
-        return std::numeric_limits<float>::max();
+        return kMostCost;
     }
 
     std::size_t merged_valence(std::uint32_t h) const {
@@ -292,7 +296,8 @@ private:
     }
 
     // Candidates with the lowest key of all those at their ends and at the neighbours of these.
-    std::vector<Candidate> select(float threshold) const {
+    std::vector<Candidate> select(float threshold) {
+        set_keys(threshold);
         const std::size_t count = 3 * (end_ - begin_);
         const std::size_t block_count = (count + kParallelBlock - 1) / kParallelBlock;
         std::vector<std::vector<Candidate>> found(block_count);
@@ -331,7 +336,7 @@ private:
     // No triangle holds vertices of two chosen edges, so that each collapse reads and writes
     // triangles, positions and quadrics of its own. Only the valences of the vertices opposite
     // are shared, and lowered one by one.
-    std::size_t collapse_all(const std::vector<Candidate>& chosen) {
+    void collapse_all(const std::vector<Candidate>& chosen) {
         std::vector<Outcome> outcomes(chosen.size());
         constexpr std::size_t kBlock = 256;
         for_blocks((chosen.size() + kBlock - 1) / kBlock, [&](std::size_t block) {
@@ -347,7 +352,6 @@ private:
             if (outcome == Outcome::Folds) ++folds_;
         }
         live_ -= 2 * done;
-        return done;
     }
 
     Outcome try_collapse(std::uint32_t candidate) {
