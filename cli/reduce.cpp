@@ -11,7 +11,7 @@
 #include "cli/change.h"
 #include "cli/distance.h"
 #include "cli/numbers.h"
-#include "remesh/parallel_reduce.h"
+#include "remesh/checked_reduce.h"
 
 namespace povmesh::cli {
 namespace {
@@ -70,7 +70,7 @@ ReduceReport reduce_mesh(TriMesh& mesh, const Arguments& arguments) {
     }
     RunLog log;
     RunContext run{{}, log};
-    return reduce_parallel(mesh, {.keep = target, .least_keep = 0}, run);
+    return reduce_checked(mesh, target, run).reduction;
 }
 
 ChangeReport reduce_and_measure(TriMesh& mesh, const Arguments& arguments) {

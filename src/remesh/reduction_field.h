@@ -60,8 +60,11 @@ struct ReductionField {
     Array<float> costs;           // of the lower half-edge of each edge; kNever for the upper one
     Array<std::uint64_t> keys;    // lowest key among the candidates at each vertex
     Array<std::uint32_t> places;  // for packing
+    Array<float> strayed;  // how far the surface at each vertex may be from where it was; or empty
 
-    explicit ReductionField(TriMesh& of) : mesh(of), frame(of), corners(make_collapse_mesh(of)) {
+    ReductionField(TriMesh& of, const CollapseMeshOptions& options, bool is_movement_limited)
+        : mesh(of), frame(of), corners(make_collapse_mesh(of, options)) {
+        if (is_movement_limited) strayed.assign(mesh.vertices.size(), 0);
         if constexpr (Quadric::kHasAttributes) wedges = make_wedges(mesh, corners, kAttributeScale);
         quadrics.resize(mesh.vertices.size());
         parallel_for(mesh.vertices.size(), [&](std::size_t v) {
@@ -91,6 +94,7 @@ private:
     }
 
     void add(Quadric& sum, std::size_t v, std::uint32_t h) const {
+        if (corners.is_ghost(h / 3)) return;
         AttributedTriangle triangle;
         const std::array<std::int32_t, 3>& t = corners.triangles[h / 3];
         for (std::size_t corner = 0; corner < 3; ++corner) {
@@ -98,9 +102,15 @@ private:
         }
         if constexpr (!Quadric::kHasAttributes) {
             sum.add(triangle);
+            if (!corners.is_border.empty() && corners.is_border[v] != 0) {
+                add_line_planes(sum, triangle, h, [&](std::uint32_t edge) {
+                    return corners.is_ghost(corners.opposites[edge] / 3);
+                });
+            }
         } else if (wedges.kinds[v] != Wedges::Smooth) {
             sum.form.add(triangle);
-            add_seam_planes(sum.form, triangle, h);
+            add_line_planes(sum.form, triangle, h,
+                            [&](std::uint32_t edge) { return is_seam(h, edge); });
         } else {
             const Face& face = mesh.faces[corners.faces[h / 3]];
             for (std::size_t corner = 0; corner < 3; ++corner) {
@@ -111,16 +121,22 @@ private:
         }
     }
 
-    // Planes through the seam edges at the corner, upright on the triangle.
-    void add_seam_planes(PositionQuadric& form, const AttributedTriangle& triangle,
-                         std::uint32_t h) const {
+    // Whether an edge of the triangle of h, at the origin of h, has another wedge beyond it.
+    bool is_seam(std::uint32_t h, std::uint32_t edge) const {
+        const std::uint32_t other = corners.opposites[edge];
+        const std::uint32_t here = edge == h ? h : next_half_edge(edge);
+        const std::uint32_t there = edge == h ? next_half_edge(other) : other;
+        return corners.wedges[here] != corners.wedges[there];
+    }
+
+    // Planes through the edges at the corner that lie on a seam or border, upright on the triangle.
+    template <typename IsLine>
+    static void add_line_planes(PositionQuadric& form, const AttributedTriangle& triangle,
+                                std::uint32_t h, IsLine&& is_line) {
         const Vec3d normal = cross(triangle.position[1] - triangle.position[0],
                                    triangle.position[2] - triangle.position[0]);
         for (const std::uint32_t edge : {h, previous_half_edge(h)}) {
-            const std::uint32_t other = corners.opposites[edge];
-            const std::uint32_t here = edge == h ? h : next_half_edge(edge);
-            const std::uint32_t there = edge == h ? next_half_edge(other) : other;
-            if (corners.wedges[here] == corners.wedges[there]) continue;
+            if (!is_line(edge)) continue;
             const Vec3d p = triangle.position[edge % 3];
             const Vec3d along = triangle.position[next_half_edge(edge) % 3] - p;
             const Vec3d upright = cross(along, normal);
