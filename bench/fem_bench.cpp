@@ -2,9 +2,9 @@
 //
 // Floor. An element takes about 190 additions and multiplications: 70 from the corners to the modes
 // of three components, 43 for the blocks, 70 back, and the sums at the nodes. At 8 lanes and two
-// operations a cycle that is 12 cycles, 4 ns at 3 GHz; the assembled matrix takes 81 products a row,
-// 243 a node, and reads 1.9 kB for them. The vectors of a step move 56 bytes a DoF, 168 a node:
-// 40 ns at 4 GB/s far beyond the caches, less than 10 within the third level.
+// operations a cycle that is 12 cycles, 4 ns at 3 GHz; the assembled matrix takes 81 products a
+// row, 243 a node, and reads 1.9 kB for them. The vectors of a step move 56 bytes a DoF, 168 a
+// node: 40 ns at 4 GB/s far beyond the caches, less than 10 within the third level.
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -31,6 +31,12 @@
 namespace povmesh::bench {
 namespace {
 
+using fem::LoadCase;
+using fem::Model;
+using fem::NodeField;
+using fem::Solution;
+using fem::Stiffness;
+
 RunContext no_run() {
     static RunLog log;
     return {{}, log};
@@ -55,10 +61,10 @@ VoxelGrid model_grid(const TriMesh& model, double elements) {
     for (int round = 0; round < 8; ++round) {
         const auto edge = static_cast<float>(size);
         VoxelGrid grid = form_voxels(model, {{edge, edge, edge}}, run);
-        form_surface(grid, run);
-        FemModel fem;
-        build_fem_model(grid, fem, run.log);
-        const double made = static_cast<double>(fem.element_count());
+        mark_exposed_sides(grid);
+        Model model_of;
+        fem::build_model(grid, model_of, run.log);
+        const double made = static_cast<double>(model_of.element_count());
         if (std::abs(made - elements) < 0.02 * elements || round == 7) return grid;
         size *= std::cbrt(made / elements);
     }
@@ -75,10 +81,10 @@ const VoxelGrid& grid(const std::string& name) {
     return made[name] = model_grid(mesh(name.substr(0, name.find('_'))), 250000);
 }
 
-FemModel loaded(const VoxelGrid& from, NodeField& force) {
+Model loaded(const VoxelGrid& from, NodeField& force) {
     RunContext run = no_run();
-    FemModel model;
-    build_fem_model(from, model, run.log);
+    Model model;
+    build_model(from, model, run.log);
     fix_lowest_layer(model, run.log);
     force = load_of(model, LoadCase::PressureZ, run.log);
     unload_loose_bodies(model, force);
@@ -86,7 +92,7 @@ FemModel loaded(const VoxelGrid& from, NodeField& force) {
 }
 
 // The residual of the displacements themselves, products in single precision, relative to the load.
-double true_residual(const FemModel& model, const NodeField& force, const NodeField& x) {
+double true_residual(const Model& model, const NodeField& force, const NodeField& x) {
     Stiffness stiffness(model);
     stiffness.multiply(x);
     double load = 0;
@@ -121,7 +127,7 @@ void solve_stencil(benchmark::State& state, const std::string& name) {
     const double before = megabytes_peak();
     for (auto _ : state) {
         NodeField force;
-        const FemModel model = loaded(from, force);
+        const Model model = loaded(from, force);
         const Solution solution = solve(model, force, {kTolerance<Digits>, 3500});
         benchmark::DoNotOptimize(solution.displacements.axis(0));
         state.PauseTiming();
@@ -137,7 +143,7 @@ void solve_stencil(benchmark::State& state, const std::string& name) {
 // One product alone.
 void multiply(benchmark::State& state, const std::string& name) {
     NodeField force;
-    const FemModel model = loaded(grid(name), force);
+    const Model model = loaded(grid(name), force);
     Stiffness stiffness(model);
     measure(state, [&] { return stiffness.multiply(force); });
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(model.element_count()));
@@ -151,14 +157,14 @@ void solve_eigen(benchmark::State& state, const std::string& name) {
     const double before = megabytes_peak();
     for (auto _ : state) {
         NodeField force;
-        const FemModel model = loaded(from, force);
-        const ElementMatrix element = element_matrix(model.size);
+        const Model model = loaded(from, force);
+        const fem::ElementMatrix element = fem::element_matrix(model.size);
         const auto free = [&](std::uint32_t node, std::size_t axis) {
             return static_cast<int>(3 * (node - model.fixed_nodes) + axis);
         };
         std::vector<Eigen::Triplet<float>> triplets;
         triplets.reserve(576 * model.element_count());
-        for_each_element(model, [&](const Element& e) {
+        for_each_element(model, [&](const fem::Element& e) {
             for (std::size_t i = 0; i < kElementDofs; ++i) {
                 if (e.nodes[i / 3] < model.fixed_nodes) continue;
                 for (std::size_t j = 0; j < kElementDofs; ++j) {
@@ -215,7 +221,7 @@ void strength_analysis(benchmark::State& state, const std::string& name) {
     const Vec3d extent = to_double(finite_bounds(model).extent());
     const auto size = static_cast<float>((extent.x + extent.y + extent.z) / 3 * 0.02);
     measure(state, [&] {
-        const FemResult result = fem_analysis(model, size, LoadCase::PressureZ, run);
+        const fem::EnergyField result = fem::analyse(model, size, LoadCase::PressureZ, run);
         state.counters["elements"] = static_cast<double>(result.values.size());
         return result.steps;
     });

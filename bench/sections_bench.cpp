@@ -1,11 +1,11 @@
 // Cross-sections: slices into closed loops, and what hangs on them. One thread (scripts/bench sets
 // OMP_NUM_THREADS=1).
 //
-// Floors, far beyond the caches. Slices: each face (36 bytes) and vertex (16 for half as many faces) is
-// read to tell which planes cross it, 44 bytes a triangle; each point of a slice has its face read
-// (36) with two vertices (32) and is written (16): 84 bytes. Sections read the faces once more for the
-// pieces in between, and keep 36 bytes a vertex for those, read and written: 116 bytes a triangle
-// more; each point has its face read a second time.
+// Floors, far beyond the caches. Slices: each face (36 bytes) and vertex (16 for half as many
+// faces) is read to tell which planes cross it, 44 bytes a triangle; each point of a slice has its
+// face read (36) with two vertices (32) and is written (16): 84 bytes. Sections read the faces once
+// more for the pieces in between, and keep 36 bytes a vertex for those, read and written: 116 bytes
+// a triangle more; each point has its face read a second time.
 #include <array>
 #include <vector>
 

@@ -9,6 +9,8 @@
 
 #include "cli/commands.h"
 #include "cli/findings_report.h"
+#include "cli/model.h"
+#include "cli/outcome.h"
 #include "mesh/tri_mesh.h"
 #include "run/progress.h"
 
@@ -26,6 +28,20 @@ struct ChangeReport {
 
 /// Changes the mesh and leaves it compact. Progress goes from 50 to 80.
 using Change = std::function<ChangeReport(TriMesh& mesh, Progress progress)>;
+
+/// The steps of an operation between reading a model and telling what became of it.
+struct RewriteSteps {
+    /// Changes the mesh; returns why nothing is to be written, without the file, or nothing.
+    std::function<std::string(LoadedModel& model)> change;
+    /// Looks at what was read back; may be empty.
+    std::function<void(LoadedModel& back)> inspect;
+};
+
+/// Reads IN, changes it, writes it as --output, reads that back and compares it. Failures, and
+/// warnings of reading and of what the format loses, go into the outcome. Progress is 48 after
+/// reading and 80 before writing.
+void rewrite_model(const Arguments& arguments, Progress progress, const RewriteSteps& steps,
+                   Outcome& outcome);
 
 /// Changes the model IN and writes it as --output, with a table or, with --json, an object of what
 /// changed. A result without faces is not written. Returns the exit status.

@@ -1,5 +1,7 @@
 // povmesh reduce: makes a model of fewer triangles, and tells what ended that.
 #include "remesh/reduce.h"
+#include "cli/commands.h"
+#include "cli/shared_options.h"
 
 #include <algorithm>
 #include <cmath>
@@ -110,8 +112,6 @@ std::string wrong_options(const Arguments& arguments) {
     return {};
 }
 
-}  // namespace
-
 int run_reduce(const Arguments& arguments, Console& console) {
     if (const std::string wrong = wrong_options(arguments); !wrong.empty()) {
         console.error(wrong + "; see 'povmesh reduce --help'");
@@ -120,6 +120,41 @@ int run_reduce(const Arguments& arguments, Console& console) {
     return run_change(arguments, console, [&](TriMesh& mesh, Progress /*progress*/) {
         return reduce_and_measure(mesh, arguments);
     });
+}
+
+}  // namespace
+
+OperationSpec reduce_operation() {
+    return {
+        .name = "reduce",
+        .summary = "Make a model of fewer triangles",
+        .description =
+            "Collapses edges where the surface changes least. Open borders stay, and so do the "
+            "borders of colours and of texture coordinates. Give one of --keep, --faces and "
+            "--auto. Reads the result back and prints what ended the reduction.",
+        .positionals = {kModelFile},
+        .options = {model_output(),
+                    {.name = "--keep",
+                     .type = ValueType::Number,
+                     .placeholder = "SHARE",
+                     .low = 0,
+                     .high = 1,
+                     .help = "Share of the triangles of each shell that shall stay"},
+                    {.name = "--faces",
+                     .type = ValueType::Number,
+                     .placeholder = "COUNT",
+                     .unit = "triangles",
+                     .low = 1,
+                     .high = kNoLimit,
+                     .help = "How many shall stay, every shell keeping the same share"},
+                    {.name = "--auto",
+                     .help = "Reduce shells of more than 100,000 triangles to these and 30 % of "
+                             "the rest, turning no face by more than 9.9 degrees"},
+                    {.name = "--measure", .help = "Print how far the result is from the model"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_reduce,
+    };
 }
 
 }  // namespace povmesh::cli

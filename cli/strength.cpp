@@ -2,6 +2,7 @@
 #include "analysis/strength.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <optional>
@@ -10,10 +11,12 @@
 
 #include "base/timer.h"
 #include "cli/change.h"
+#include "cli/commands.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/picture/picture.h"
 #include "cli/picture_file.h"
+#include "cli/shared_options.h"
 
 namespace povmesh::cli {
 namespace {
@@ -67,14 +70,32 @@ std::vector<WeakPlace> weak_places(TriMesh& mesh, const StrengthReport& report) 
     return places;
 }
 
-LoadCase load_named(const std::string& name) {
-    if (name == "all") return strength_load(1);
-    return strength_load(name == "centre" ? 2 : 0);
-}
+struct NamedLoad {
+    const char* name;
+    fem::LoadCase load;
+    const char* text;
+};
 
-std::string load_text(const std::string& name) {
-    if (name == "all") return "pressure on all faces";
-    return name == "centre" ? "a force on the centre of the top" : "pressure on the top faces";
+// In the order of the choices of --load.
+constexpr std::array<NamedLoad, 13> kLoads = {{
+    {"top", fem::LoadCase::PressureZ, "pressure on the top faces"},
+    {"all", fem::LoadCase::Pressure, "pressure on all faces"},
+    {"centre", fem::LoadCase::CentreTop, "a force on the centre of the top"},
+    {"gravity", fem::LoadCase::Gravity, "the model's own weight"},
+    {"bottom", fem::LoadCase::PressureNegZ, "pressure on the faces below"},
+    {"right", fem::LoadCase::PressureX, "pressure on the faces towards +x"},
+    {"left", fem::LoadCase::PressureNegX, "pressure on the faces towards -x"},
+    {"back", fem::LoadCase::PressureY, "pressure on the faces towards +y"},
+    {"front", fem::LoadCase::PressureNegY, "pressure on the faces towards -y"},
+    {"ends-x", fem::LoadCase::SidesOfYTop, "forces on both ends of the top along x"},
+    {"ends-y", fem::LoadCase::SidesOfXTop, "forces on both ends of the top along y"},
+    {"spots", fem::LoadCase::PressureLight, "pressure on every tenth element"},
+    {"points", fem::LoadCase::RandomPoints, "forces on points of the surface"},
+}};
+
+const NamedLoad& load_named(const std::string& name) {
+    return *std::find_if(kLoads.begin(), kLoads.end() - 1,
+                         [&](const NamedLoad& load) { return name == load.name; });
 }
 
 double rounded(double value, double unit) {
@@ -106,7 +127,7 @@ ChangeReport report_of(const StrengthReport& strength, const std::string& load, 
         report.json = {{"method", "sections"}, {"sections", strength.sections}};
         return report;
     }
-    report.rows = {{"load", load_text(load)},
+    report.rows = {{"load", load_named(load).text},
                    {"elements", with_separators(strength.elements) + " of " +
                                     human_number(strength.voxel_size)},
                    {"steps", std::to_string(strength.steps) + " in " +
@@ -123,14 +144,14 @@ ChangeReport report_of(const StrengthReport& strength, const std::string& load, 
     return report;
 }
 
-Image picture_of(const TriMesh& mesh) {
-    povmesh::Model model;
+picture::Image picture_of(const TriMesh& mesh) {
+    picture::Model model;
     model.mesh = &mesh;
     model.use_face_colours = true;
-    RenderOptions options;
+    picture::RenderOptions options;
     options.width = kPictureWidth;
     options.height = kPictureHeight;
-    Image image = render({model}, options);
+    picture::Image image = picture::render({model}, options);
     add_strength_legend(image);
     return image;
 }
@@ -148,8 +169,6 @@ std::string usage_error(const Arguments& arguments) {
     return {};
 }
 
-}  // namespace
-
 int run_strength(const Arguments& arguments, Console& console) {
     if (const std::string error = usage_error(arguments); !error.empty()) {
         console.error(error);
@@ -157,14 +176,14 @@ int run_strength(const Arguments& arguments, Console& console) {
     }
     const bool is_fem = arguments.text("--method") == "fem";
     const std::string& load = arguments.text("--load");
-    std::optional<Image> image;
+    std::optional<picture::Image> image;
     const int status = run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
         const Timer timer;
         RunLog log;
         RunContext run{{}, log};
         StrengthOptions options;
         options.method = is_fem ? StrengthMethod::FiniteElements : StrengthMethod::Sections;
-        options.load = load_named(load);
+        options.load = load_named(load).load;
         const StrengthReport strength = colour_strength(mesh, options, run);
         progress.set(75);
         const double seconds = timer.seconds();
@@ -179,12 +198,48 @@ int run_strength(const Arguments& arguments, Console& console) {
         return report;
     });
     if (status != Clean || !image) return status;
-    if (const Status written = write_file(arguments.text("--render"), encode_png(*image));
+    if (const Status written = write_file(arguments.text("--render"), picture::encode_png(*image));
         !written.ok()) {
         console.error(written.text());
         return CannotWrite;
     }
     return Clean;
+}
+
+}  // namespace
+
+OperationSpec strength_operation() {
+    return {
+        .name = "strength",
+        .summary = "Colour a model where it is weak",
+        .description =
+            "Holds the lowest layer of the model, loads it and finds by finite elements where it "
+            "is strained, or looks for thin cross-sections. Writes the model in even triangles, "
+            "coloured from blue (strong) to red (weak), and tells the weakest places.",
+        .positionals = {kModelFile},
+        .options = {output("OUT", "File to write; its name ends in .obj"),
+                    {.name = "--method",
+                     .type = ValueType::Choice,
+                     .placeholder = "METHOD",
+                     .default_value = "fem",
+                     .choices = {"fem", "sections"},
+                     .help = "Finite elements, or thin cross-sections"},
+                    {.name = "--load",
+                     .type = ValueType::Choice,
+                     .placeholder = "LOAD",
+                     .default_value = "top",
+                     .choices = {"top", "all", "centre", "gravity", "bottom", "right", "left",
+                                 "back", "front", "ends-x", "ends-y", "spots", "points"},
+                     .help = "Pressure from the top, all sides or one side, a force on the "
+                             "centre or the ends of the top, or the own weight; for fem"},
+                    {.name = "--render",
+                     .type = ValueType::Text,
+                     .placeholder = "PNG",
+                     .help = "Draw a picture with a legend, too"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_strength,
+    };
 }
 
 }  // namespace povmesh::cli

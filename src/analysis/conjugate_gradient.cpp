@@ -1,4 +1,6 @@
-// Notation of the literature: K x = f, residual r, direction p, preconditioned residual z.
+// Conjugate gradients with the inverse of the diagonal as preconditioner (M. R. Hestenes and E.
+// Stiefel, 1952). Notation of the literature: K x = f, residual r, direction p, preconditioned
+// residual z. The stiffness is never assembled; vectors are walked slab by slab, as its product is.
 #include "analysis/conjugate_gradient.h"
 
 #include <algorithm>
@@ -12,13 +14,13 @@
 #include "base/multiversion.h"
 #include "base/parallel.h"
 
-namespace povmesh {
+namespace povmesh::fem {
 namespace {
 
 constexpr std::size_t kLanes = 8;
 
-// A step of fewer slabs is over before threads have been told of it, and on a busy machine waiting for
-// them has taken 30 times as long as the step.
+// A step of fewer slabs is over before threads have been told of it, and on a busy machine waiting
+// for them has taken 30 times as long as the step.
 constexpr std::size_t kFewSlabs = 6;
 
 struct Sums {
@@ -26,11 +28,12 @@ struct Sums {
     double rz = 0;
 };
 
-// Goes one step along p, and sums r r and r z.
-POVMESH_MULTIVERSION Sums step(float alpha, const float* POVMESH_RESTRICT p,
-                               const float* POVMESH_RESTRICT product,
-                               const float* POVMESH_RESTRICT inverse, float* POVMESH_RESTRICT x,
-                               float* POVMESH_RESTRICT r, std::size_t count) {
+// x += alpha p and r -= alpha K p; sums r r and r z.
+POVMESH_MULTIVERSION Sums update_solution(float alpha, const float* POVMESH_RESTRICT p,
+                                          const float* POVMESH_RESTRICT product,
+                                          const float* POVMESH_RESTRICT inverse,
+                                          float* POVMESH_RESTRICT x, float* POVMESH_RESTRICT r,
+                                          std::size_t count) {
     std::array<double, kLanes> rr{};
     std::array<double, kLanes> rz{};
     for (std::size_t i = 0; i < count; ++i) x[i] += alpha * p[i];
@@ -53,15 +56,15 @@ POVMESH_MULTIVERSION Sums step(float alpha, const float* POVMESH_RESTRICT p,
 }
 
 // p = z + beta p
-POVMESH_MULTIVERSION void turn(float beta, const float* POVMESH_RESTRICT r,
-                               const float* POVMESH_RESTRICT inverse, float* POVMESH_RESTRICT p,
-                               std::size_t count) {
+POVMESH_MULTIVERSION void update_direction(float beta, const float* POVMESH_RESTRICT r,
+                                           const float* POVMESH_RESTRICT inverse,
+                                           float* POVMESH_RESTRICT p, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) p[i] = inverse[i] * r[i] + beta * p[i];
 }
 
 class Solver {
 public:
-    Solver(const FemModel& model, NodeField force)
+    Solver(const Model& model, NodeField force)
         : model_(model),
           stiffness_(model),
           inverse_(model.node_count()),
@@ -70,7 +73,7 @@ public:
         solution_.displacements = NodeField(model.node_count());
         for (std::size_t node = 0; node < inverse_.size(); ++node) {
             const float diagonal =
-                stiffness_.diagonal_share() * static_cast<float>(model.users[node]);
+                stiffness_.diagonal_share() * static_cast<float>(model.element_counts[node]);
             inverse_[node] = diagonal > 0 ? 1.0F / diagonal : 1.0F;
         }
     }
@@ -79,18 +82,18 @@ public:
         std::optional<OneThread> alone;
         if (stiffness_.slabs().size() < kFewSlabs) alone.emplace();
         // A step of length 0 leaves everything as it is and gives the sums.
-        Sums sums = advance(0.0F);
+        Sums sums = go_along_direction(0.0F);
         const double load = sums.rr;
         const double enough = options.tolerance * options.tolerance * load;
         if (load == 0) return std::move(solution_);
         float beta = 0;
         while (solution_.steps < options.most_steps && sums.rr >= enough) {
-            turn_by(beta);
+            set_direction(beta);
             const double energy = stiffness_.multiply(p_);
             ++solution_.steps;
             if (!(energy > 0)) break;  // nothing resists, or what does is no number
             const double rz = sums.rz;
-            sums = advance(static_cast<float>(rz / energy));
+            sums = go_along_direction(static_cast<float>(rz / energy));
             beta = static_cast<float>(sums.rz / rz);
         }
         solution_.residual = std::sqrt(sums.rr / load);
@@ -108,19 +111,19 @@ private:
         });
     }
 
-    Sums advance(float alpha) {
+    Sums go_along_direction(float alpha) {
         std::vector<Sums> parts(stiffness_.slabs().size());
-        const bool is_still = alpha == 0;
+        const bool is_first = alpha == 0;
         for_each_slab([&](std::size_t s, std::size_t first, std::size_t last) {
             const Stiffness::Slab& slab = stiffness_.slabs()[s];
             for (std::size_t a = 0; a < 3; ++a) {
                 // Before the first product there is none: the direction, all zeros, stands for it.
-                const float* product = is_still
+                const float* product = is_first
                                            ? p_.axis(a) + first
                                            : stiffness_.product(slab, a) + (first - slab.first);
-                const Sums sums =
-                    step(alpha, p_.axis(a) + first, product, inverse_.data() + first,
-                         solution_.displacements.axis(a) + first, r_.axis(a) + first, last - first);
+                const Sums sums = update_solution(
+                    alpha, p_.axis(a) + first, product, inverse_.data() + first,
+                    solution_.displacements.axis(a) + first, r_.axis(a) + first, last - first);
                 parts[s].rr += sums.rr;
                 parts[s].rz += sums.rz;
             }
@@ -133,16 +136,16 @@ private:
         return total;
     }
 
-    void turn_by(float beta) {
+    void set_direction(float beta) {
         for_each_slab([&](std::size_t, std::size_t first, std::size_t last) {
             for (std::size_t a = 0; a < 3; ++a) {
-                turn(beta, r_.axis(a) + first, inverse_.data() + first, p_.axis(a) + first,
-                     last - first);
+                update_direction(beta, r_.axis(a) + first, inverse_.data() + first,
+                                 p_.axis(a) + first, last - first);
             }
         });
     }
 
-    const FemModel& model_;
+    const Model& model_;
     Stiffness stiffness_;
     Array<float> inverse_;  // of the diagonal, by node
     NodeField r_;
@@ -152,8 +155,8 @@ private:
 
 }  // namespace
 
-Solution solve(const FemModel& model, NodeField force, const SolveOptions& options) {
+Solution solve(const Model& model, NodeField force, const SolveOptions& options) {
     return Solver(model, std::move(force)).run(options);
 }
 
-}  // namespace povmesh
+}  // namespace povmesh::fem

@@ -6,7 +6,7 @@
 #include "analysis/fem_model.h"
 #include "analysis/node_field.h"
 
-namespace povmesh {
+namespace povmesh::fem {
 
 struct SolveOptions {
     double tolerance = 0.05;  // of the residual, relative to the load
@@ -22,18 +22,18 @@ struct Solution {
 /// Conjugate gradients, preconditioned by the diagonal, from 0 on, until the norm of the residual
 /// falls below the tolerance times that of the load. No load, no displacement, no step.
 ///
-/// Vectors are in single precision, sums of products in double. The residual that is carried on goes
-/// down as far as one likes; the true one, of the displacements rounded to single precision, stays
-/// near 1e-4 of the load where models are slender.
+/// Vectors are in single precision, sums of products in double. The residual that is carried on
+/// goes down as far as one likes; the true one, of the displacements rounded to single precision,
+/// stays near 1e-4 of the load where models are slender.
 ///
-/// @param force  forces on the nodes; those on fixed ones do not count. Becomes the residual: a copy
-///               would be a sixth of the memory
+/// @param force  forces on the nodes; those on fixed ones do not count. Becomes the residual: a
+/// copy would be a sixth of the memory
 ///
 /// The same bits for any number of threads. Time: about 20 ns a node and step on one core; memory:
 /// 40 bytes a node beside the force.
 ///
-/// Source: M. R. Hestenes and E. Stiefel, Methods of conjugate gradients for solving linear systems,
-/// 1952.
-Solution solve(const FemModel& model, NodeField force, const SolveOptions& options = {});
+/// Source: M. R. Hestenes and E. Stiefel, Methods of conjugate gradients for solving linear
+/// systems, 1952.
+Solution solve(const Model& model, NodeField force, const SolveOptions& options = {});
 
-}  // namespace povmesh
+}  // namespace povmesh::fem

@@ -1,12 +1,15 @@
+// The stiffness of an eight-node brick with incompatible modes, which lets it bend (E. L. Wilson,
+// R. L. Taylor et al., Incompatible displacement models, 1973), and the same in the basis of the
+// products of x, y and z at its corners.
 #include "analysis/element_matrix.h"
 
 #include <cstdint>
 
-namespace povmesh {
+namespace povmesh::fem {
 namespace {
 
-// An eight-node brick with modes that let it bend, for the Poisson ratio 1/3. All entries are one of
-// these, times E h / 64.
+// An eight-node brick with modes that let it bend, for the Poisson ratio 1/3. All entries are one
+// of these, times E h / 64.
 constexpr std::array<float, 14> kCoefficients = {
     116.0F / 9, 14.0F / 3,  -44.0F / 9, -2.0F / 3,  2.0F / 3, 40.0F / 9, 13.0F / 3,
     -14.0F / 3, -58.0F / 9, -7.0F / 3,  -13.0F / 3, 7.0F / 3, 20.0F / 9, -56.0F / 9};
@@ -100,4 +103,4 @@ ElementModes element_modes(float size) {
             .hourglass = scaled(w_xyz, w_xyz)};
 }
 
-}  // namespace povmesh
+}  // namespace povmesh::fem

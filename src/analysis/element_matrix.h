@@ -4,7 +4,7 @@
 #include <array>
 #include <cstddef>
 
-namespace povmesh {
+namespace povmesh::fem {
 
 /// The material. The coefficients of the matrix hold for this Poisson ratio alone. Units go with
 /// those of the model and do not matter: only relative energies are handed out.
@@ -50,4 +50,4 @@ struct ElementModes {
 /// The numbers include the division by 64 that the change of basis, forth and back, asks for.
 ElementModes element_modes(float size);
 
-}  // namespace povmesh
+}  // namespace povmesh::fem

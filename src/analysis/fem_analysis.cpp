@@ -1,17 +1,19 @@
+// Voxels become elements, the lowest layer is held, a load is put on, the displacements are solved
+// for, and the strain energy of each element, u K u, is averaged over its neighbours.
 #include "analysis/fem_analysis.h"
 
 #include <algorithm>
-#include <numeric>
 #include <string>
 #include <utility>
 
 #include "analysis/stiffness.h"
 #include "base/parallel.h"
 #include "base/timer.h"
+#include "base/union_find.h"
 #include "voxel/form_voxels.h"
-#include "voxel/surface.h"
+#include "voxel/passes.h"
 
-namespace povmesh {
+namespace povmesh::fem {
 namespace {
 
 constexpr int kSmoothings = 3;
@@ -21,7 +23,7 @@ void log_completed(const RunLog& log, const Timer& timer, std::string_view end) 
 }
 
 // Adds the energies of the runs to the sums of their nodes.
-void add_to_nodes(const FemModel& model, const Array<float>& energies, Array<float>& sums) {
+void add_to_nodes(const Model& model, const Array<float>& energies, Array<float>& sums) {
     for (const ElementRun& run : model.runs) {
         const float* energy = energies.data() + run.first;
         for (const std::uint32_t row : run.rows) {
@@ -32,11 +34,11 @@ void add_to_nodes(const FemModel& model, const Array<float>& energies, Array<flo
     }
 }
 
-void smooth(const FemModel& model, Array<float>& energies, Array<float>& nodes) {
+void smooth(const Model& model, Array<float>& energies, Array<float>& nodes) {
     std::fill(nodes.begin(), nodes.end(), 0.0F);
     add_to_nodes(model, energies, nodes);
     for (std::size_t i = 0; i < nodes.size(); ++i) {
-        if (model.users[i] != 0) nodes[i] /= static_cast<float>(model.users[i]);
+        if (model.element_counts[i] != 0) nodes[i] /= static_cast<float>(model.element_counts[i]);
     }
     for (const ElementRun& run : model.runs) {
         const auto row = [&](std::size_t r) { return nodes.data() + run.rows[r]; };
@@ -52,31 +54,7 @@ void smooth(const FemModel& model, Array<float>& energies, Array<float>& nodes) 
     }
 }
 
-// Bodies of elements with common nodes, as trees of nodes.
-class Bodies {
-public:
-    explicit Bodies(std::size_t nodes) : parent_(nodes) {
-        std::iota(parent_.begin(), parent_.end(), 0U);
-    }
-    std::uint32_t root(std::uint32_t node) {
-        while (parent_[node] != node) {
-            parent_[node] = parent_[parent_[node]];
-            node = parent_[node];
-        }
-        return node;
-    }
-    // The lower node is the root: those of fixed ones are fixed.
-    void join(std::uint32_t a, std::uint32_t b) {
-        a = root(a);
-        b = root(b);
-        parent_[std::max(a, b)] = std::min(a, b);
-    }
-
-private:
-    Array<std::uint32_t> parent_;
-};
-
-void export_energies(const FemModel& model, const Array<float>& energies, FemResult& result) {
+void export_energies(const Model& model, const Array<float>& energies, EnergyField& result) {
     float largest = energies[0];
     for (const float energy : energies) {
         if (energy > largest) largest = energy;
@@ -90,20 +68,20 @@ void export_energies(const FemModel& model, const Array<float>& energies, FemRes
 }
 
 // False when there is nothing to solve.
-bool make_model(const TriMesh& mesh, float voxel_size, FemModel& model, RunContext& run) {
+bool make_model(const TriMesh& mesh, float voxel_size, Model& model, RunContext& run) {
     VoxelGrid grid = form_voxels(mesh, {{voxel_size, voxel_size, voxel_size}}, run);
-    form_surface(grid, run);
+    mark_exposed_sides(grid, kSurfaceLine, run);
     if (grid.is_empty()) {
         run.log.append("\nVoxelization: 0 voxels --> break");
         return false;
     }
     run.log.append("\nVoxel Num:" + std::to_string(grid.size()));
-    return build_fem_model(grid, model, run.log) && fix_lowest_layer(model, run.log);
+    return build_model(grid, model, run.log) && fix_lowest_layer(model, run.log);
 }
 
 }  // namespace
 
-Array<float> smoothed_energies(const FemModel& model, const NodeField& displacements, int passes,
+Array<float> smoothed_energies(const Model& model, const NodeField& displacements, int passes,
                                const RunLog& log) {
     log.append("\n | compute Energy...");
     Timer timer;
@@ -118,24 +96,25 @@ Array<float> smoothed_energies(const FemModel& model, const NodeField& displacem
     return energies;
 }
 
-void unload_loose_bodies(const FemModel& model, NodeField& force) {
-    Bodies bodies(model.node_count());
+void unload_loose_bodies(const Model& model, NodeField& force) {
+    UnionFind bodies(model.node_count());
     for (const ElementRun& run : model.runs) {
         for (const std::uint32_t row : run.rows) {
-            bodies.join(row, run.rows[0]);
-            for (std::uint32_t i = 0; i < run.count; ++i) bodies.join(row + i, row + i + 1);
+            bodies.unite(row, run.rows[0]);
+            for (std::uint32_t i = 0; i < run.count; ++i) bodies.unite(row + i, row + i + 1);
         }
     }
     for (std::uint32_t node = 0; node < model.node_count(); ++node) {
-        if (bodies.root(node) < model.fixed_nodes) continue;
+        // The lowest node stands for its body, and the fixed ones come first.
+        if (bodies.find(node) < model.fixed_nodes) continue;
         for (std::size_t axis = 0; axis < 3; ++axis) force.axis(axis)[node] = 0;
     }
 }
 
-FemResult fem_analysis(const TriMesh& mesh, float voxel_size, LoadCase load, RunContext& run) {
+EnergyField analyse(const TriMesh& mesh, float voxel_size, LoadCase load, RunContext& run) {
     const Timer timer;
-    FemResult result;
-    FemModel model;
+    EnergyField result;
+    Model model;
     if (!make_model(mesh, voxel_size, model, run)) return result;
     result.voxel_size = static_cast<double>(model.size);
     result.nodes = model.node_count();
@@ -162,4 +141,4 @@ FemResult fem_analysis(const TriMesh& mesh, float voxel_size, LoadCase load, Run
     return result;
 }
 
-}  // namespace povmesh
+}  // namespace povmesh::fem

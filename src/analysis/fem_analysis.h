@@ -10,9 +10,9 @@
 #include "mesh/tri_mesh.h"
 #include "run/run_context.h"
 
-namespace povmesh {
+namespace povmesh::fem {
 
-struct FemResult {
+struct EnergyField {
     bool is_solved = false;  // false: no voxel, or nothing that can move; then there are no values
     Array<Vec3f> centres;    // of the elements, model coordinates
     Array<float> values;     // energy of each, relative to the largest; NaN without any energy
@@ -32,15 +32,15 @@ struct FemResult {
 /// @param voxel_size  model units; none that is not above 0 makes a voxel
 /// Log: numbers of voxels, nodes, elements and DoFs, the load, the solver's steps and times.
 /// The same bits for any number of threads. Memory: about 60 bytes an element, and the voxels.
-FemResult fem_analysis(const TriMesh& mesh, float voxel_size, LoadCase load, RunContext& run);
+EnergyField analyse(const TriMesh& mesh, float voxel_size, LoadCase load, RunContext& run);
 
 /// Twice over half the energy of each element, as the solver made it: its displacements times their
 /// forces, times Young's modulus once more. Only their relations count. Then `passes` times: each
 /// element gets the mean over its nodes of the mean over the elements there.
-Array<float> smoothed_energies(const FemModel& model, const NodeField& displacements, int passes,
+Array<float> smoothed_energies(const Model& model, const NodeField& displacements, int passes,
                                const RunLog& log);
 
 /// Takes the forces off all nodes that hang together with no fixed one.
-void unload_loose_bodies(const FemModel& model, NodeField& force);
+void unload_loose_bodies(const Model& model, NodeField& force);
 
-}  // namespace povmesh
+}  // namespace povmesh::fem

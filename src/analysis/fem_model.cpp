@@ -1,3 +1,6 @@
+// The solid between the surface voxels of a grid, as runs of cubes along x. Nodes are bits of a
+// table laid out like the grid, numbered by counting the bits below them, so that no map is needed
+// to find the corners that elements share.
 #include "analysis/fem_model.h"
 
 #include <algorithm>
@@ -6,12 +9,12 @@
 
 #include "base/convert.h"
 
-namespace povmesh {
+namespace povmesh::fem {
 namespace {
 
 using Words = VoxelGrid::Words;
 
-constexpr auto kRight = static_cast<unsigned>(Side::Right);
+constexpr auto kRight = static_cast<unsigned>(voxel::Side::Right);
 
 std::uint64_t flagged(const VoxelGrid& grid, std::size_t word) {
     const VoxelGrid::Chunk& chunk = grid.flags_of(word);
@@ -95,11 +98,11 @@ struct Runs {
     const VoxelGrid& grid;
     const Words& cells;
     const NodeTable& nodes;
-    FemModel& model;
+    Model& model;
 
     void add(std::size_t first_cell, std::size_t count) const {
         while (count != 0) {
-            const std::size_t part = std::min<std::size_t>(count, kMostOfARun);
+            const std::size_t part = std::min<std::size_t>(count, kMaxRunLength);
             const VoxelIndex place = grid.index_of(first_cell);
             model.runs.push_back({static_cast<std::uint32_t>(model.faces.size()),
                                   static_cast<std::uint32_t>(part), nodes.rows_of(first_cell),
@@ -139,8 +142,7 @@ struct Runs {
 };
 
 // Layers from the lowest to the highest that hold elements.
-void add_layers(const VoxelGrid& grid, const Words& cells, const NodeTable& nodes,
-                FemModel& model) {
+void add_layers(const VoxelGrid& grid, const Words& cells, const NodeTable& nodes, Model& model) {
     const std::size_t layer = grid.words_per_layer();
     const auto layer_is_empty = [&](std::size_t z) {
         return std::all_of(cells.begin() + static_cast<std::ptrdiff_t>(z * layer),
@@ -166,7 +168,7 @@ void add_layers(const VoxelGrid& grid, const Words& cells, const NodeTable& node
 }
 
 // From indices of voxels to places around the middle. Filled elements lie between others.
-void centre_places(const VoxelGrid& grid, FemModel& model) {
+void centre_places(const VoxelGrid& grid, Model& model) {
     VoxelIndex low{model.runs[0].x, model.runs[0].y, model.runs[0].z};
     VoxelIndex high = low;
     for (const ElementRun& run : model.runs) {
@@ -185,19 +187,19 @@ void centre_places(const VoxelGrid& grid, FemModel& model) {
 }
 
 // Corners bring their nodes in with the outer faces of the element that they lie on.
-void set_signs(FemModel& model, std::size_t node_count) {
-    constexpr std::array kUp = {Side::Right, Side::Back, Side::Top};
-    constexpr std::array kDown = {Side::Left, Side::Front, Side::Bottom};
+void set_signs(Model& model, std::size_t node_count) {
+    constexpr std::array kUp = {voxel::Side::Right, voxel::Side::Back, voxel::Side::Top};
+    constexpr std::array kDown = {voxel::Side::Left, voxel::Side::Front, voxel::Side::Bottom};
     model.signs.assign(node_count, {});
-    model.users.assign(node_count, 0);
+    model.element_counts.assign(node_count, 0);
     for_each_element(model, [&](const Element& element) {
         const unsigned faces = model.faces[element.index];
         for (std::size_t corner = 0; corner < kCorners; ++corner) {
             const std::uint32_t node = element.nodes[corner];
-            if (model.users[node]++ != 0 || faces == 0) continue;
+            if (model.element_counts[node]++ != 0 || faces == 0) continue;
             for (std::size_t axis = 0; axis < 3; ++axis) {
                 const int sign = kCornerSigns[corner][axis];
-                const Side side = sign > 0 ? kUp[axis] : kDown[axis];
+                const voxel::Side side = sign > 0 ? kUp[axis] : kDown[axis];
                 if ((faces >> static_cast<unsigned>(side) & 1U) != 0) {
                     model.signs[node][axis] = static_cast<std::int8_t>(sign);
                 }
@@ -208,7 +210,7 @@ void set_signs(FemModel& model, std::size_t node_count) {
 
 }  // namespace
 
-Element FemModel::element_of(const ElementRun& run, std::size_t i) const {
+Element Model::element_of(const ElementRun& run, std::size_t i) const {
     Element element{run.first + i, run.x + 2 * static_cast<std::int32_t>(i), run.y, run.z, {}};
     for (std::size_t corner = 0; corner < kCorners; ++corner) {
         const Corner place = kCornerPlaces[corner];
@@ -217,7 +219,7 @@ Element FemModel::element_of(const ElementRun& run, std::size_t i) const {
     return element;
 }
 
-Element FemModel::element(std::size_t index) const {
+Element Model::element(std::size_t index) const {
     const auto past = std::upper_bound(
         runs.begin(), runs.end(), index,
         [](std::size_t wanted, const ElementRun& run) { return wanted < run.first; });
@@ -225,14 +227,14 @@ Element FemModel::element(std::size_t index) const {
     return element_of(run, index - run.first);
 }
 
-Vec3f FemModel::centre_of(const Element& element) const {
+Vec3f Model::centre_of(const Element& element) const {
     const double half = static_cast<double>(size) / 2;
     return {narrow_to_float(middle.x + half * element.x),
             narrow_to_float(middle.y + half * element.y),
             narrow_to_float(middle.z + half * element.z)};
 }
 
-bool build_fem_model(const VoxelGrid& grid, FemModel& model, const RunLog& log) {
+bool build_model(const VoxelGrid& grid, Model& model, const RunLog& log) {
     model = {};
     model.size = grid.settings().size.x;
     const Words cells = element_cells(grid);
@@ -248,7 +250,7 @@ bool build_fem_model(const VoxelGrid& grid, FemModel& model, const RunLog& log) 
     return true;
 }
 
-bool fix_lowest_layer(FemModel& model, const RunLog& log) {
+bool fix_lowest_layer(Model& model, const RunLog& log) {
     model.fixed_nodes = model.layer_nodes.size() > 1 ? model.layer_nodes[1] : model.node_count();
     if (model.free_nodes() == 0) {
         log.append("error when setting Force: DoF <= 0");
@@ -258,4 +260,4 @@ bool fix_lowest_layer(FemModel& model, const RunLog& log) {
     return true;
 }
 
-}  // namespace povmesh
+}  // namespace povmesh::fem

@@ -1,3 +1,6 @@
+// Each case puts forces on nodes by rules that hosts rely on: pressures act on the outer faces of
+// elements, a quarter of a face's force at each of its corners, and a node's share is added once
+// for each loaded element there (consistent nodal loads of a bilinear face, O. C. Zienkiewicz).
 #include "analysis/load_cases.h"
 
 #include <algorithm>
@@ -8,22 +11,22 @@
 #include <utility>
 #include <vector>
 
-namespace povmesh {
+namespace povmesh::fem {
 namespace {
 
 constexpr float kForce = 1.0F;
 
-// Loads of columns leave out elements: one in five of those at the top.
-constexpr std::size_t kOneInFive = 5;
-constexpr std::size_t kOneInTen = 10;
-constexpr std::size_t kDofsOfAPoint = 10000;
+// Of the topmost elements every fifth is loaded, for light pressure every tenth of all.
+constexpr std::size_t kTopStride = 5;
+constexpr std::size_t kLightStride = 10;
+constexpr std::size_t kDofsPerPoint = 10000;
 
 // Places are counted in half elements, so half an element is 1.
 constexpr std::int32_t kHalf = 1;
 
 class Loads {
 public:
-    Loads(const FemModel& model, const RunLog& log)
+    Loads(const Model& model, const RunLog& log)
         : model_(model), log_(log), field_(model.node_count()) {}
 
     NodeField take() && { return std::move(field_); }
@@ -44,10 +47,10 @@ public:
     }
 
     // On every axis of the nodes that has an outer face.
-    void pressure(std::size_t one_in, float factor) {
+    void pressure(std::size_t stride, float factor) {
         const float force = pressure_at_node() * factor;
         for_each_element(model_, [&](const Element& element) {
-            if (element.index % one_in != 0) return;
+            if (element.index % stride != 0) return;
             for (const std::uint32_t node : element.nodes) {
                 for (std::size_t axis = 0; axis < 3; ++axis) {
                     add(node, axis, -force * static_cast<float>(model_.signs[node][axis]));
@@ -56,33 +59,34 @@ public:
         });
     }
 
-    // An element counts as the end of its row when the one after it (before it) is somewhere else along x, which
-    // only leaves out rows of one element below one another; the signs of the nodes do the rest.
+    // An element counts as the end of its row when the one after it (before it) is somewhere else
+    // along x. That leaves out rows of one element below one another; the signs of the nodes do the
+    // rest.
     void pressure_of_rows(int sign) {
         std::optional<Element> before;
         for_each_element(model_, [&](const Element& element) {
             const bool differs = !before || before->x != element.x;
-            if (sign < 0 && differs) press(element, 0, sign);
-            if (sign > 0 && before && differs) press(*before, 0, sign);
+            if (sign < 0 && differs) add_pressure(element, 0, sign);
+            if (sign > 0 && before && differs) add_pressure(*before, 0, sign);
             before = element;
         });
-        if (sign > 0 && before) press(*before, 0, sign);
+        if (sign > 0 && before) add_pressure(*before, 0, sign);
     }
 
     // On the last elements, or the first, of the columns along y (axis 1) or z (axis 2).
-    void pressure_of_columns(std::size_t axis, int sign, std::size_t one_in) {
+    void pressure_of_columns(std::size_t axis, int sign, std::size_t stride) {
         const Columns columns(model_, axis, sign);
         std::size_t found = 0;
         for_each_element(model_, [&](const Element& element) {
             if (!columns.is_end(element)) return;
-            if (++found % one_in == 0) press(element, axis, sign);
+            if (++found % stride == 0) add_pressure(element, axis, sign);
         });
     }
 
     void centre_top() {
         for (std::size_t i = model_.element_count(); i-- > 0;) {
             const Element element = model_.element(i);
-            if (element.x == 0 && element.y == 0) return lift(element, kForce);
+            if (element.x == 0 && element.y == 0) return add_upward_force(element, kForce);
         }
         log_.append("\n | fail to find the position of center top!");
     }
@@ -107,7 +111,7 @@ public:
             if (at == first) return give_up('+', '-', "");
             const Element element = model_.element(--at);
             if (element.*middle == 0) {
-                lift(element, kForce);
+                add_upward_force(element, kForce);
                 break;
             }
             if (element.x < -kHalf && element.y < -kHalf) {
@@ -117,16 +121,17 @@ public:
         for (at = first; at < count; ++at) {
             const Element element = model_.element(at);
             const bool is_last = at + 1 == count;
-            if (std::abs(element.*middle) <= kHalf && !is_last) return lift(element, kForce);
+            if (std::abs(element.*middle) <= kHalf && !is_last)
+                return add_upward_force(element, kForce);
             if (is_last || (element.*along > kHalf && element.*middle > kHalf)) {
-                if (is_x) lift(element, -kForce);
+                if (is_x) add_upward_force(element, -kForce);
                 return give_up('-', '+', "");
             }
         }
     }
 
     void random_points() {
-        const std::size_t wanted = model_.free_dofs() / kDofsOfAPoint;
+        const std::size_t wanted = model_.free_dofs() / kDofsPerPoint;
         const bool has_surface = std::any_of(
             model_.signs.begin() + static_cast<std::ptrdiff_t>(model_.fixed_nodes),
             model_.signs.end(), [](const SurfaceSigns& signs) { return signs != SurfaceSigns{}; });
@@ -137,7 +142,7 @@ public:
             const std::size_t node = model_.fixed_nodes + dof / 3;
             if (model_.signs[node][dof % 3] == 0) continue;
             log_.append(std::to_string(dof) + "\t");
-            add(node, dof % 3, -kForce / static_cast<float>(kDofsOfAPoint));
+            add(node, dof % 3, -kForce / static_cast<float>(kDofsPerPoint));
             ++loaded;
         }
     }
@@ -146,7 +151,7 @@ private:
     // The highest (sign > 0) or lowest place along an axis of each column of elements.
     class Columns {
     public:
-        Columns(const FemModel& model, std::size_t axis, int sign) : along_y_(axis == 1) {
+        Columns(const Model& model, std::size_t axis, int sign) : along_y_(axis == 1) {
             for_each_element(model, [&](const Element& e) {
                 low_x_ = std::min(low_x_, e.x);
                 low_other_ = std::min(low_other_, other(e));
@@ -187,7 +192,7 @@ private:
         if (node >= model_.fixed_nodes) field_.axis(axis)[node] += force;
     }
 
-    void press(const Element& element, std::size_t axis, int sign) {
+    void add_pressure(const Element& element, std::size_t axis, int sign) {
         for (const std::uint32_t node : element.nodes) {
             if (model_.signs[node][axis] == sign) {
                 add(node, axis, pressure_at_node() * static_cast<float>(-sign));
@@ -195,7 +200,7 @@ private:
         }
     }
 
-    void lift(const Element& element, float force) {
+    void add_upward_force(const Element& element, float force) {
         for (std::size_t corner = 4; corner < kCorners; ++corner) {
             add(element.nodes[corner], 2, 0.25F * force);
         }
@@ -214,14 +219,14 @@ private:
         return state;
     }
 
-    const FemModel& model_;
+    const Model& model_;
     const RunLog& log_;
     NodeField field_;
 };
 
 }  // namespace
 
-NodeField load_of(const FemModel& model, LoadCase load, const RunLog& log) {
+NodeField load_of(const Model& model, LoadCase load, const RunLog& log) {
     Loads loads(model, log);
     switch (load) {
         case LoadCase::Gravity:
@@ -233,7 +238,7 @@ NodeField load_of(const FemModel& model, LoadCase load, const RunLog& log) {
             break;
         case LoadCase::PressureLight:
             loads.start("set PressureLight    ,Force= ");
-            loads.pressure(kOneInTen, 10.0F);
+            loads.pressure(kLightStride, 10.0F);
             break;
         case LoadCase::PressureX:
             loads.start("set PressureXdir    ,Force= ");
@@ -253,7 +258,7 @@ NodeField load_of(const FemModel& model, LoadCase load, const RunLog& log) {
             break;
         case LoadCase::PressureZ:
             loads.start("set PressureZdir    ,Force= ");
-            loads.pressure_of_columns(2, 1, kOneInFive);
+            loads.pressure_of_columns(2, 1, kTopStride);
             break;
         case LoadCase::PressureNegZ:
             loads.start("set PressureNegZdir ,Force= ");
@@ -278,4 +283,4 @@ NodeField load_of(const FemModel& model, LoadCase load, const RunLog& log) {
     return std::move(loads).take();
 }
 
-}  // namespace povmesh
+}  // namespace povmesh::fem

@@ -5,7 +5,7 @@
 
 #include "base/array.h"
 
-namespace povmesh {
+namespace povmesh::fem {
 
 /// Displacements or forces: the x of all nodes, then y, then z. Behind each axis is room for a
 /// group of lanes that begins at its last node.
@@ -27,4 +27,4 @@ private:
     Array<float> values_;
 };
 
-}  // namespace povmesh
+}  // namespace povmesh::fem

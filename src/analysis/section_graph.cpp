@@ -1,3 +1,6 @@
+// The pieces between planes are the nodes of a graph and the cross-sections its edges. A section
+// that is a bridge (R. E. Tarjan, 1974) carries all that lies beyond it; sections on a cycle carry
+// what lies beyond their plane together.
 #include "analysis/section_graph.h"
 
 #include <algorithm>
@@ -7,8 +10,8 @@ namespace {
 
 constexpr std::uint32_t kNone = 0xFFFFFFFF;
 
-// A depth-first search over all pieces. A joint to a child is a bridge when nothing from the child on
-// leads back past it; pieces that hang together without bridges are a block.
+// A depth-first search over all pieces. A joint to a child is a bridge when nothing from the child
+// on leads back past it; pieces that hang together without bridges are a block.
 class BridgeSearch {
 public:
     explicit BridgeSearch(const SectionGraph& graph)

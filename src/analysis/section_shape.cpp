@@ -1,3 +1,5 @@
+// Area and second moments of a polygon with holes by Green's theorem, and the principal axes by
+// Mohr's circle.
 #include "analysis/section_shape.h"
 
 #include <algorithm>

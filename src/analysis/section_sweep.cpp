@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/array.h"
+#include "base/union_find.h"
 #include "mesh/bounds.h"
 
 namespace povmesh {
@@ -98,25 +99,14 @@ public:
 
 private:
     // Nodes are what pieces are put together from: the vertices, and below and above each part.
-    std::uint32_t add_node() {
-        parents_.push_back(static_cast<std::uint32_t>(parents_.size()));
+    void add_node() {
+        nodes_.add();
         shares_.push_back({});
-        return parents_.back();
     }
     std::uint32_t below(std::uint32_t part) const {
         return static_cast<std::uint32_t>(mesh_.vertices.size()) + 2 * part;
     }
     std::uint32_t above(std::uint32_t part) const { return below(part) + 1; }
-
-    std::uint32_t find(std::uint32_t node) {
-        while (parents_[node] != node) node = parents_[node] = parents_[parents_[node]];
-        return node;
-    }
-    void unite(std::uint32_t a, std::uint32_t b) {
-        a = find(a);
-        b = find(b);
-        if (a != b) parents_[std::max(a, b)] = std::min(a, b);
-    }
 
     void add_part(std::uint32_t layer, std::uint32_t number, const SliceLoops& loops,
                   std::span<const std::uint32_t> part) {
@@ -151,14 +141,14 @@ private:
         Share share = share_below(corner, height(part));
         if (last != kNone) {
             share = share - share_below(corner, height(last));
-            unite(above(last), below(part));
+            nodes_.unite(above(last), below(part));
         }
         shares_[below(part)] += share;
         for (const std::int32_t v : mesh_.faces[face].vertex) {
             const auto vertex = static_cast<std::uint32_t>(v);
             const std::uint32_t level = slicer_.level(vertex);
             const bool is_new = last == kNone || level > sweep_.parts[last].layer;
-            if (is_new && level <= layer) unite(vertex, below(part));
+            if (is_new && level <= layer) nodes_.unite(vertex, below(part));
         }
     }
 
@@ -171,15 +161,17 @@ private:
         Share share = share_of(corner[0], corner[1], corner[2]);
         if (last == kNone) {
             shares_[static_cast<std::uint32_t>(vertex[0])] += share;
-            unite(static_cast<std::uint32_t>(vertex[0]), static_cast<std::uint32_t>(vertex[1]));
-            unite(static_cast<std::uint32_t>(vertex[0]), static_cast<std::uint32_t>(vertex[2]));
+            nodes_.unite(static_cast<std::uint32_t>(vertex[0]),
+                         static_cast<std::uint32_t>(vertex[1]));
+            nodes_.unite(static_cast<std::uint32_t>(vertex[0]),
+                         static_cast<std::uint32_t>(vertex[2]));
             return;
         }
         shares_[above(last)] += share - share_below(corner, height(last));
         for (const std::int32_t v : vertex) {
             const auto corner_vertex = static_cast<std::uint32_t>(v);
             if (slicer_.level(corner_vertex) > sweep_.parts[last].layer) {
-                unite(corner_vertex, above(last));
+                nodes_.unite(corner_vertex, above(last));
             }
         }
     }
@@ -187,9 +179,9 @@ private:
     Vec3d from_uvw(Uvw p) const { return at_height({p.u, p.v}, p.w, axis_); }
 
     void gather() {
-        std::vector<std::uint32_t> piece_of(parents_.size(), kNone);
+        std::vector<std::uint32_t> piece_of(nodes_.size(), kNone);
         const auto piece_at = [&](std::uint32_t node, std::uint32_t slab) {
-            std::uint32_t& piece = piece_of[find(node)];
+            std::uint32_t& piece = piece_of[nodes_.find(node)];
             if (piece == kNone) {
                 piece = static_cast<std::uint32_t>(sweep_.graph.pieces.size());
                 sweep_.graph.pieces.push_back({{}, slab});
@@ -204,8 +196,8 @@ private:
                  at_height(part.shape.centroid, slicer_.height(part.layer), axis_)});
         }
         std::vector<Share> sums(sweep_.graph.pieces.size());
-        for (std::uint32_t node = 0; node < parents_.size(); ++node) {
-            const std::uint32_t piece = piece_of[find(node)];
+        for (std::uint32_t node = 0; node < nodes_.size(); ++node) {
+            const std::uint32_t piece = piece_of[nodes_.find(node)];
             if (piece != kNone) sums[piece] += shares_[node];
         }
         for (std::size_t i = 0; i < sums.size(); ++i) {
@@ -218,7 +210,7 @@ private:
     std::size_t axis_;
     const Slicer& slicer_;
     Vec3d origin_;  // in the middle of the model: far from there digits would cancel
-    Array<std::uint32_t> parents_;
+    UnionFind nodes_;
     Array<Share> shares_;             // by node
     Array<std::uint32_t> last_part_;  // by face
     SectionSweep sweep_;

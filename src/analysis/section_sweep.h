@@ -23,12 +23,12 @@ struct SectionSweep {
     SectionGraph graph;  // joint i is part i
 };
 
-/// Slices a closed mesh that is wound outward at every height of the slicer and integrates the pieces
-/// in between: each face adds to the piece that it bounds, in one pass. Coordinates of moments and
-/// centres are those of the model.
+/// Slices a closed mesh that is wound outward at every height of the slicer and integrates the
+/// pieces in between: each face adds to the piece that it bounds, in one pass. Coordinates of
+/// moments and centres are those of the model.
 ///
-/// Linear in faces and points of the slices, but for n log n within a slice; 80 bytes a vertex and 8
-/// a face.
+/// Linear in faces and points of the slices, but for n log n within a slice; 80 bytes a vertex and
+/// 8 a face.
 SectionSweep sweep_sections(const TriMesh& mesh, std::size_t axis, const Slicer& slicer);
 
 }  // namespace povmesh

@@ -1,3 +1,6 @@
+// A beam breaks where its bending moment is greatest for its section modulus. Planes across each
+// axis cut the model into sections; the modulus of each, divided by the moment of what hangs on it,
+// is its strength, and a weak place is a minimum of it along the limb.
 #include "analysis/sections.h"
 
 #include <algorithm>
@@ -80,7 +83,8 @@ public:
         const std::vector<std::uint8_t> from_below = necks(towards_below_, Way::Up);
         std::vector<std::uint8_t> from_above = necks(towards_above_, Way::Down);
         std::vector<std::uint8_t> is_chosen(modulus_.size(), 0);
-        // A neck's minimum as seen from below lies at its upper end, the other one at its lower end.
+        // A neck's minimum as seen from below lies at its upper end, the other one at its lower
+        // end.
         for (std::uint32_t p = 0; p < from_below.size(); ++p) {
             if (from_below[p] == 0) continue;
             std::uint32_t weakest = p;
@@ -211,7 +215,7 @@ std::vector<WeakSection> analyse_sections(const TriMesh& mesh, double step, Sect
         if (signed_volume(mesh) < 0) {
             turned.vertices = mesh.vertices;
             turned.faces = mesh.faces;
-            for (Face& face : turned.faces) turn_over(face);
+            for (Face& face : turned.faces) reverse_winding(face);
         }
         const TriMesh& outward = turned.faces.empty() ? mesh : turned;
         for (std::size_t axis = 0; axis < 3; ++axis) {

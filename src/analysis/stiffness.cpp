@@ -1,5 +1,7 @@
-// Notation: in a group of lanes, each lane is an element. Its corners are combined axis by axis into
-// sums and differences; coefficient "xy" of a component is the one of the product x y of ElementModes.
+// A product K u element by element, with the element matrix in the basis where it is nearly
+// diagonal. Notation: in a group of lanes, each lane is an element. Its corners are combined axis
+// by axis into sums and differences; coefficient "xy" of a component is the one of the product x y
+// of ElementModes.
 #include "analysis/stiffness.h"
 
 #include <algorithm>
@@ -8,7 +10,7 @@
 #include "base/multiversion.h"
 #include "base/parallel.h"
 
-namespace povmesh {
+namespace povmesh::fem {
 namespace {
 
 constexpr std::size_t kLanes = 8;
@@ -107,8 +109,8 @@ inline float twice_energy(const ElementModes& m, const Component& u, const Compo
 // both ends (`sum`) and to the right minus the left (`difference`). Lane i of the run is at
 // kLanes + i; the lanes before it stay 0.
 struct RowForces {
-    alignas(64) std::array<float, 2 * kLanes + kMostOfARun + 1> sum;
-    alignas(64) std::array<float, 2 * kLanes + kMostOfARun + 1> difference;
+    alignas(64) std::array<float, 2 * kLanes + kMaxRunLength + 1> sum;
+    alignas(64) std::array<float, 2 * kLanes + kMaxRunLength + 1> difference;
 };
 using RunForces = std::array<RowForces, 12>;
 
@@ -195,7 +197,7 @@ POVMESH_MULTIVERSION void store_energies(const ElementRun* runs, std::size_t run
 
 }  // namespace
 
-POVMESH_MULTIVERSION double dot(const float* a, const float* b, std::size_t count) {
+POVMESH_MULTIVERSION double dot_product(const float* a, const float* b, std::size_t count) {
     std::array<double, kLanes> sums{};
     std::size_t i = 0;
     for (; i + kLanes <= count; i += kLanes) {
@@ -209,7 +211,7 @@ POVMESH_MULTIVERSION double dot(const float* a, const float* b, std::size_t coun
     return sum;
 }
 
-Stiffness::Stiffness(const FemModel& model, std::size_t slab_elements)
+Stiffness::Stiffness(const Model& model, std::size_t slab_elements)
     : model_(model),
       modes_(element_modes(model.size)),
       diagonal_share_(element_matrix(model.size)[0][0]) {
@@ -248,8 +250,8 @@ double Stiffness::multiply(const NodeField& displacements) {
                    displacements.axis(0), displacements.axis(1), displacements.axis(2), out,
                    out + slab.stride, out + 2 * slab.stride, slab.first);
         for (std::size_t a = 0; a < 3; ++a) {
-            sums[s] += dot(displacements.axis(a) + slab.first, out + a * slab.stride,
-                           slab.end - slab.first);
+            sums[s] += dot_product(displacements.axis(a) + slab.first, out + a * slab.stride,
+                                   slab.end - slab.first);
         }
     });
     for (std::size_t s = 1; s < slabs_.size(); ++s) {
@@ -276,4 +278,4 @@ void Stiffness::energies(const NodeField& displacements, Array<float>& energies)
     });
 }
 
-}  // namespace povmesh
+}  // namespace povmesh::fem

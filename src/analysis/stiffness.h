@@ -11,16 +11,16 @@
 #include "analysis/node_field.h"
 #include "base/array.h"
 
-namespace povmesh {
+namespace povmesh::fem {
 
-/// The product with the stiffness matrix, without a matrix: runs of elements read their four rows of
-/// nodes, change to the basis of ElementModes, scale, change back and add to their rows. That takes
-/// about 200 operations an element, a third of a stencil of 27 blocks at each node, and treats nodes
-/// on the surface as those inside. All in single precision.
+/// The product with the stiffness matrix, without a matrix: runs of elements read their four rows
+/// of nodes, change to the basis of ElementModes, scale, change back and add to their rows. That
+/// takes about 200 operations an element, a third of a stencil of 27 blocks at each node, and
+/// treats nodes on the surface as those inside. All in single precision.
 ///
 /// Elements are taken in slabs of whole layers. A slab adds to places of its own, which its upper
-/// neighbour collects: slabs run at the same time, and the sums have the same bits for any number of
-/// threads.
+/// neighbour collects: slabs run at the same time, and the sums have the same bits for any number
+/// of threads.
 ///
 /// Memory: 12 bytes a node, and as much for the nodes between slabs. The model must outlive it.
 class Stiffness {
@@ -29,7 +29,7 @@ public:
     /// products stay in the second-level cache.
     static constexpr std::size_t kSlabElements = 16384;
 
-    explicit Stiffness(const FemModel& model, std::size_t slab_elements = kSlabElements);
+    explicit Stiffness(const Model& model, std::size_t slab_elements = kSlabElements);
 
     /// Nodes `first` to `last` - 1 are this slab's own; its elements reach up to `end`.
     struct Slab {
@@ -43,8 +43,8 @@ public:
     /// Displacements of fixed nodes must be 0.
     double multiply(const NodeField& displacements);
 
-    /// What `multiply` made, along one axis at the slab's own nodes, from `slab.first` on. At fixed nodes it is the
-    /// force that holds them.
+    /// What `multiply` made, along one axis at the slab's own nodes, from `slab.first` on. At fixed
+    /// nodes it is the force that holds them.
     const float* product(const Slab& slab, std::size_t axis) const {
         return products_.data() + slab.offset + axis * slab.stride;
     }
@@ -56,7 +56,7 @@ public:
     float diagonal_share() const { return diagonal_share_; }
 
 private:
-    const FemModel& model_;
+    const Model& model_;
     ElementModes modes_;
     float diagonal_share_;
     std::vector<Slab> slabs_;
@@ -64,6 +64,6 @@ private:
 };
 
 /// Sum of the products of `count` pairs, in double, in lanes of fixed number.
-double dot(const float* a, const float* b, std::size_t count);
+double dot_product(const float* a, const float* b, std::size_t count);
 
-}  // namespace povmesh
+}  // namespace povmesh::fem

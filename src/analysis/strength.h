@@ -20,7 +20,7 @@ enum class StrengthMethod : std::uint32_t {
 
 struct StrengthOptions {
     StrengthMethod method = StrengthMethod::FiniteElements;
-    LoadCase load = LoadCase::PressureZ;  // for finite elements
+    fem::LoadCase load = fem::LoadCase::PressureZ;  // for finite elements
 
     // In hundredths of the model's mean extent; hosts know these values.
     double edge_length = 1;  // of the painted triangles
@@ -29,7 +29,7 @@ struct StrengthOptions {
 
 /// The load that a host's number stands for: 0 the top faces, 1 all faces, any other the centre of
 /// the top.
-LoadCase strength_load(std::uint32_t selector);
+fem::LoadCase strength_load(std::uint32_t selector);
 
 struct StrengthReport {
     bool is_analysed = false;  // false: nothing was found to be judged, all of the model is strong
@@ -46,14 +46,14 @@ struct StrengthReport {
     double solve_seconds = 0;
 };
 
-/// Red, green and blue for 0 (strong) to 1 (weak); what is beyond counts as the nearer end, and what
-/// is no number as 0.
+/// Red, green and blue for 0 (strong) to 1 (weak); what is beyond counts as the nearer end, and
+/// what is no number as 0.
 std::array<std::uint8_t, 3> strength_colour(double t);
 
 /// Analyses the model and gives each corner of each face the colour of its vertex, on a scale from
 /// the least to the greatest value. Before, a model of more than 200,000 triangles is reduced to a
-/// tenth; and any is remeshed to even triangles, so that the colours show where they belong. Vertices that the remeshing leaves in place keep their coordinates bit for
-/// bit.
+/// tenth; and any is remeshed to even triangles, so that the colours show where they belong.
+/// Vertices that the remeshing leaves in place keep their coordinates bit for bit.
 ///
 /// Log: those of the analysis, the lowest and the highest value, the time. The same bits for any
 /// number of threads.

@@ -1,3 +1,4 @@
+// Takes each solid out of the mesh, its cavities with it, and analyses its sections by itself.
 #include "analysis/weakness.h"
 
 #include <cstddef>
@@ -18,11 +19,11 @@ public:
         copy_of_.assign(mesh.vertices.size(), kNone);
     }
 
-    void append(std::size_t shell, bool is_turned) {
+    void append(std::size_t shell, bool is_reversed) {
         for (const std::uint32_t f : mesh_.shells[shell]) {
             Face face = mesh_.faces[f];
             for (std::int32_t& vertex : face.vertex) vertex = copy(vertex);
-            if (is_turned) turn_over(face);
+            if (is_reversed) reverse_winding(face);
             part_.faces.push_back(face);
         }
     }

@@ -17,7 +17,8 @@ constexpr double kWeaknessPlanes = 100;
 ///
 /// @param mesh  its shells are labelled; its uses are made
 ///
-/// The planes are a hundredth of the mean of the model's extents apart and start anew in each shell.
+/// The planes are a hundredth of the mean of the model's extents apart and start anew in each
+/// shell.
 std::vector<WeakSection> detect_weakness(TriMesh& mesh, SectionMode mode, RunContext& run);
 
 }  // namespace povmesh

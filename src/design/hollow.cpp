@@ -1,3 +1,6 @@
+// Hollowing by voxels: the model is voxelised and filled, eroded by the layers of the wall, and cut
+// back by an exact distance from the outside; the boundary of the rest is smoothed once and
+// reduced, with ever gentler numbers until it stays beside its voxels and nowhere crosses itself.
 #include "design/hollow.h"
 
 #include <algorithm>
@@ -28,7 +31,7 @@ constexpr double kLargestVoxel = 2.0;
 
 // Walls of fewer layers get rid of spikes and ridges first.
 constexpr std::int32_t kLayersOfAThickWall = 5;
-constexpr std::int32_t kCleanUp = 2;
+constexpr std::int32_t kSpurs = 2;
 
 constexpr std::size_t kFewestVoxels = 100;
 
@@ -66,15 +69,15 @@ VoxelGrid core_of(const TriMesh& mesh, float size, double thickness, HollowRepor
     refresh_outside(grid);
     const VoxelGrid::Words outside = grid.outside();
     run.progress.set(40);
-    if (report.layers < kLayersOfAThickWall) clean_up(grid, kCleanUp);
+    if (report.layers < kLayersOfAThickWall) remove_spurs(grid, kSpurs);
     run.progress.set(50);
-    peel(grid, report.layers);
+    erode(grid, report.layers);
     if (report.layers >= 1) {
         drop_cells(grid, cells_within(grid, outside, wall_limit(thickness, report.voxel_size)));
         drop_edge_contacts(grid);
     }
     run.progress.set(60);
-    form_surface(grid, run);
+    mark_exposed_sides(grid, kSurfaceLine, run);
     report.voxels = grid.size();
     return grid;
 }
@@ -110,7 +113,8 @@ bool follows(const TriMesh& mesh, const VoxelGrid& core) {
     for (const Face& face : mesh.faces) {
         std::array<Vec3d, 7> points;
         for (std::size_t i = 0; i < 3; ++i) points[i] = to_double(mesh.corner_position(face, i));
-        for (std::size_t i = 0; i < 3; ++i) points[3 + i] = (points[i] + points[(i + 1) % 3]) * 0.5;
+        for (std::size_t i = 0; i < 3; ++i)
+            points[3 + i] = (points[i] + points[next_corner(i)]) * 0.5;
         points[6] = (points[0] + points[1] + points[2]) / 3.0;
         const double share =
             length(cross(points[1] - points[0], points[2] - points[0])) / points.size();

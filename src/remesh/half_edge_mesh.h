@@ -48,8 +48,9 @@ public:
     static constexpr std::uint32_t kNone = 0xFFFFFFFF;
     static constexpr std::int32_t kGone = -1;
 
-    /// A vertex of more triangles is crowded: going round it for each of them would take for ever.
-    static constexpr std::uint32_t kMaxUses = 128;
+    /// A vertex of more triangles has a high valence: going round it once for each of them would be
+    /// quadratic.
+    static constexpr std::uint32_t kMaxValence = 128;
 
     enum Kind : std::uint8_t {
         Free,       // inside a smooth patch
@@ -64,7 +65,7 @@ public:
     Array<std::uint8_t> is_locked;   // 3 a triangle: the edge is irregular and may not be split
     Array<Vec3d> positions;
     Array<std::uint32_t> starts;
-    Array<std::uint32_t> uses;  // triangles at each vertex
+    Array<std::uint32_t> valences;  // triangles at each vertex
     Array<std::uint8_t> kinds;
 
     /// Of the live faces of a mesh; triangle t is the t-th of them. Features are not marked, but
@@ -107,8 +108,8 @@ public:
     std::int32_t split(std::uint32_t h, Vec3d place);
 
     /// True when the edge is no feature, has two triangles, and turning it would neither double an
-    /// edge nor leave a vertex inside with two triangles. Not between two vertices that are crowded
-    /// or irregular.
+    /// edge nor leave a vertex inside with two triangles. Not between two vertices of
+    /// high valence or irregular.
     bool can_flip(std::uint32_t h) const;
 
     /// Turns an edge with two triangles within their quadrilateral. The half-edge keeps its number.
@@ -116,8 +117,8 @@ public:
 
     /// True when the edge can go without pinching the surface or joining feature lines. That an
     /// inner edge does not join two open borders is for the caller to see to. Where the two
-    /// vertices together are crowded, only on demand, and not when the target is.
-    bool can_collapse(std::uint32_t h, bool into_crowded = false) const;
+    /// valences together are high, only on demand, and not when the target's is.
+    bool can_collapse(std::uint32_t h, bool into_high_valence = false) const;
 
     /// Merges the target of the edge into its origin, which moves to `place`.
     void collapse(std::uint32_t h, Vec3d place);
@@ -129,7 +130,7 @@ public:
 
 private:
     bool are_neighbours(std::int32_t v, std::int32_t w) const;  // v is regular
-    std::size_t common_neighbours(std::int32_t a, std::int32_t b, bool is_crowded) const;
+    std::size_t common_neighbours(std::int32_t a, std::int32_t b, bool has_high_valence) const;
     std::uint32_t new_triangle();
     std::uint32_t split_side(std::uint32_t h, std::int32_t m);
     void join(std::uint32_t h, std::uint32_t g);

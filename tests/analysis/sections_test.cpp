@@ -1,5 +1,5 @@
-// Sections: bending strength against closed forms, loads against cuts, and the weak places of solids
-// that plainly have some or none.
+// Sections: bending strength against closed forms, loads against cuts, and the weak places of
+// solids that plainly have some or none.
 #include "analysis/sections.h"
 
 #include <gmock/gmock.h>
@@ -66,7 +66,7 @@ std::vector<Point2d> polygon(int corners, double radius) {
     return points;
 }
 
-TEST(Sections, BendAsTheClosedFormsTell) {
+TEST(Sections, HaveTheModulusOfTheClosedForms) {
     struct Case {
         const char* name;
         std::vector<std::vector<Point2d>> loops;
@@ -124,7 +124,7 @@ Mass mass_of(const TriMesh& mesh) {
     return mass;
 }
 
-TEST(Sections, BearWhatACutTakesOff) {
+TEST(Sections, BearNeitherMoreNorLessThanACutTakesOff) {
     SoupVector soup = shapes::rock(20, 4);
     shapes::move(soup, {300, -200, 100});
     const TriMesh mesh = shapes::mesh_of(soup);
@@ -195,7 +195,7 @@ SoupVector dumbbell(double handle, double rim) {
 
 using Planes = std::array<std::vector<double>, 3>;
 
-TEST(Sections, FindNecksAndNothingElse) {
+TEST(Sections, MissNoNeckAndInventNone) {
     const auto tee = [](double stem) {
         return shapes::blocks(Planes{{{-20, -3, 3, 20}, {0, 6}, {0, stem, stem + 10}}},
                               [](int i, int, int k) { return k == 1 || i == 1; });
@@ -253,7 +253,7 @@ TEST(Sections, FindNecksAndNothingElse) {
     }
 }
 
-TEST(Sections, TellWhereHowAndHowMuch) {
+TEST(Sections, MisplaceOrMisjudgeNoWaist) {
     const auto at_waist = weak_places(hourglass());
     ASSERT_EQ(at_waist.size(), 1U);
     const WeakSection& waist = at_waist.front();
@@ -281,7 +281,7 @@ TEST(Sections, TellWhereHowAndHowMuch) {
     EXPECT_NEAR(twice.front().strength, waist.strength / 2, 1e-6 * waist.strength);
 }
 
-TEST(Sections, ShareWhatTheyHoldTogether) {
+TEST(Sections, CountASharedLoadOnce) {
     // Two blocks of 21 x 10 x 20 joined by a bar 3 x 10 on the left and one of 6 x 10 on the right.
     const auto sections =
         weak_places(shapes::blocks(Planes{{{0, 3, 15, 21}, {0, 10}, {0, 20, 61, 81}}},
@@ -298,7 +298,7 @@ TEST(Sections, ShareWhatTheyHoldTogether) {
     EXPECT_NEAR(load, 6045 * lever, 0.1);
 }
 
-TEST(Sections, AreClosedPolygonsInTheirPlane) {
+TEST(Sections, LeaveTheirPlaneNowhere) {
     // A box with a void inside. With a step of 8 the planes pass through its corners.
     const Planes planes{{{0, 3, 9, 12}, {0, 3, 9, 12}, {0, 4, 20, 24}}};
     const SoupVector tube =

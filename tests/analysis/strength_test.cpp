@@ -80,12 +80,12 @@ Weakest weakest_of(const TriMesh& mesh, const StrengthReport& report) {
     return {};
 }
 
-TEST(Strength, IsLeastAtAWaistAndAtANeck) {
+TEST(Strength, OverlooksNoWaistOrNeck) {
     for (const StrengthMethod method : {StrengthMethod::Sections, StrengthMethod::FiniteElements}) {
         Context run;
         TriMesh glass = shapes::mesh_of(hourglass());
         const StrengthReport report =
-            colour_strength(glass, {method, LoadCase::PressureZ, kCoarse, 5}, run.context);
+            colour_strength(glass, {method, fem::LoadCase::PressureZ, kCoarse, 5}, run.context);
         ASSERT_TRUE(report.is_analysed);
         const Weakest weakest = weakest_of(glass, report);
         EXPECT_NEAR(weakest.place.z, 30, 4);
@@ -97,19 +97,20 @@ TEST(Strength, IsLeastAtAWaistAndAtANeck) {
     Context run;
     TriMesh t = shapes::mesh_of(letter_t());
     const StrengthReport report = colour_strength(
-        t, {StrengthMethod::FiniteElements, LoadCase::PressureZ, kCoarse, 3}, run.context);
+        t, {StrengthMethod::FiniteElements, fem::LoadCase::PressureZ, kCoarse, 3}, run.context);
     const Vec3f neck = weakest_of(t, report).place;
     EXPECT_TRUE(std::abs(neck.x) < 9 && neck.z > 36) << neck.x << " " << neck.z;
 }
 
-TEST(Strength, TakesTheNearestElementOfTheBucketAndSmoothsOnce) {
+TEST(Strength, TakesNoElementOfAnotherBucketAndSmoothsOnce) {
     // A mean extent of 100 from 0 on: analysed as it is. A long one makes places share a bucket.
     for (const Vec3f size : {Vec3f{100, 60, 140}, Vec3f{40, 24, 236}}) {
         Context run;
         TriMesh mesh = shapes::mesh_of(shapes::box({0, 0, 0}, size));
-        const FemResult fem = fem_analysis(mesh, 5, LoadCase::CentreTop, run.context);
+        const fem::EnergyField fem = fem::analyse(mesh, 5, fem::LoadCase::CentreTop, run.context);
         const StrengthReport report = colour_strength(
-            mesh, {StrengthMethod::FiniteElements, LoadCase::CentreTop, kCoarse, 5}, run.context);
+            mesh, {StrengthMethod::FiniteElements, fem::LoadCase::CentreTop, kCoarse, 5},
+            run.context);
         const auto key = [](Vec3f p) {
             return (static_cast<int>(p.z / 10) * 11 + static_cast<int>(p.y / 10)) * 11 +
                    static_cast<int>(p.x / 10);
@@ -146,7 +147,7 @@ TEST(Strength, TakesTheNearestElementOfTheBucketAndSmoothsOnce) {
     }
 }
 
-TEST(Strength, ScaleRunsFromBlueToRed) {
+TEST(Strength, ScaleStaysWithinBlueAndRed) {
     using testing::ElementsAre;
     EXPECT_THAT(strength_colour(0), ElementsAre(100, 100, 255));
     EXPECT_THAT(strength_colour(0.5 / 11), ElementsAre(100, 177, 255));
@@ -156,12 +157,12 @@ TEST(Strength, ScaleRunsFromBlueToRed) {
         EXPECT_THAT(strength_colour(t), ElementsAre(100, 100, 255));
     }
     EXPECT_THAT(strength_colour(1e300), ElementsAre(255, 100, 100));
-    EXPECT_EQ(strength_load(0), LoadCase::PressureZ);
-    EXPECT_EQ(strength_load(1), LoadCase::Pressure);
-    EXPECT_EQ(strength_load(7), LoadCase::CentreTop);
+    EXPECT_EQ(strength_load(0), fem::LoadCase::PressureZ);
+    EXPECT_EQ(strength_load(1), fem::LoadCase::Pressure);
+    EXPECT_EQ(strength_load(7), fem::LoadCase::CentreTop);
 }
 
-TEST(Strength, GivesCornersTheirBitsBack) {
+TEST(Strength, MovesNoCornerAndNoColourWithThreads) {
     SoupVector soup = shapes::box({1000.1F, -7.3F, 0.7F}, {1013.7F, 4.9F, 9.1F});
     const TriMesh before = shapes::mesh_of(soup);
     TriMesh mesh = before;
@@ -190,7 +191,7 @@ TEST(Strength, PaintsWhatCannotBeAnalysedAsStrong) {
     TriMesh empty;
     EXPECT_FALSE(colour_strength(empty, {}, run.context).is_analysed);
     TriMesh mesh = shapes::mesh_of(shapes::box({0, 0, 0}, {1, 1, 1}));
-    colour_strength(mesh, {StrengthMethod{5}, LoadCase::PressureZ, kCoarse, 5}, run.context);
+    colour_strength(mesh, {StrengthMethod{5}, fem::LoadCase::PressureZ, kCoarse, 5}, run.context);
     EXPECT_EQ(mesh.faces[0].colour[2], 255);
     const float nan = std::numeric_limits<float>::quiet_NaN();
     for (const float bad : {nan, std::numeric_limits<float>::infinity(), 3e38F}) {
@@ -198,7 +199,7 @@ TEST(Strength, PaintsWhatCannotBeAnalysedAsStrong) {
             SoupVector soup = shapes::box({0, 0, 0}, {1, 1, 1});
             soup[10] = bad;
             mesh = shapes::mesh_of(soup);
-            colour_strength(mesh, {method, LoadCase::PressureZ, kCoarse, 5}, run.context);
+            colour_strength(mesh, {method, fem::LoadCase::PressureZ, kCoarse, 5}, run.context);
         }
     }
 }

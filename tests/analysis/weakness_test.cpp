@@ -25,7 +25,7 @@ SoupVector spool(double size, Vec3d by) {
     return shapes::placed(shapes::lathe(profile, 40), [&](Vec3d p) { return p * size + by; });
 }
 
-TEST(Weakness, ComparesTheShellsOfAModel) {
+TEST(Weakness, ScoresNoShellByItself) {
     SoupVector soup = spool(1, {});
     shapes::append(soup, spool(4, {200, 0, 100}));
     shapes::append(soup, shapes::box({-90, -30, 0}, {-30, 30, 150}));
@@ -38,7 +38,7 @@ TEST(Weakness, ComparesTheShellsOfAModel) {
     EXPECT_NEAR(sections[1].position, 35, 4);
 }
 
-TEST(Weakness, TakesACavityForPartOfItsBody) {
+TEST(Weakness, TakesNoCavityForABody) {
     const SoupVector core = shapes::lathe({{3, 10}, {3, 60}}, 24);
     for (const SoupVector& cavity : {core, shapes::turned(core)}) {  // however it is wound
         SoupVector soup = spool(1, {});
@@ -53,7 +53,7 @@ TEST(Weakness, TakesACavityForPartOfItsBody) {
     }
 }
 
-TEST(Weakness, TakesNothing) {
+TEST(Weakness, SurvivesNothing) {
     EXPECT_TRUE(weakness_of({}, SectionMode::All).empty());
     EXPECT_TRUE(weakness_of({1, 1, 1, 2, 2, 2, 3, 3, 3}, SectionMode::All).empty());
 }

@@ -364,14 +364,14 @@ TEST(Reduce, AimsAtTheShareOfEachShell) {
         shapes::move(small, {50, 0, 0});
         shapes::append(soup, small);
         TriMesh mesh = mesh_of(soup);
-        const double volume = reference::signed_volume(mesh);
+        const double volume = signed_volume(mesh);
         const ReduceReport report = reduction(mesh, 0.25);
         EXPECT_TRUE(report.is_reached);
         EXPECT_EQ(report.faces_aimed, 1280U + 80U);
         EXPECT_EQ(mesh.faces.size(), 1280U + 80U);
         EXPECT_EQ(report.faces_after, mesh.faces.size());
         EXPECT_TRUE(reference::is_closed_manifold(mesh));
-        EXPECT_NEAR(reference::signed_volume(mesh) / volume, 1.0, 0.02);
+        EXPECT_NEAR(signed_volume(mesh) / volume, 1.0, 0.02);
     }
 }
 
@@ -403,7 +403,7 @@ TEST(Reduce, TurnsNoFaceOfABoxBeyondTheLimit) {
     EXPECT_GT(report.normal_limit, 0U);
     EXPECT_LT(mesh.faces.size(), 100U);
     EXPECT_TRUE(reference::is_closed_manifold(mesh));
-    EXPECT_NEAR(reference::signed_volume(mesh), 1.0, 1e-6);
+    EXPECT_NEAR(signed_volume(mesh), 1.0, 1e-6);
     for (const Face& face : mesh.faces) {
         const Vec3f p = mesh.corner_position(face, 0);
         const Vec3d normal =

@@ -1,0 +1,144 @@
+// Sections weaken what is near by the inverse of the distance; elements are looked up in buckets.
+#include "analysis/strength_values.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "base/convert.h"
+#include "slice/slices.h"
+
+namespace povmesh {
+namespace {
+
+constexpr float kReachAlong = 5;     // of a section along its normal
+constexpr double kReachAcross = 20;  // within its plane
+
+// Points on the outline count as inside.
+bool contains(const std::vector<Point2d>& polygon, Point2d p) {
+    if (polygon.size() < 3) return false;
+    bool is_inside = false;
+    for (std::size_t i = 0; i < polygon.size(); ++i) {
+        const Point2d a = polygon[i];
+        const Point2d b = polygon[(i + 1) % polygon.size()];
+        const double turn = (b.x - a.x) * (p.y - a.y) - (b.y - a.y) * (p.x - a.x);
+        if (turn == 0 && p.x >= std::min(a.x, b.x) && p.x <= std::max(a.x, b.x) &&
+            p.y >= std::min(a.y, b.y) && p.y <= std::max(a.y, b.y)) {
+            return true;
+        }
+        // An edge crosses the ray to the right when its ends are on both sides and p is left of it.
+        if ((a.y > p.y) != (b.y > p.y) && (turn > 0) == (b.y > a.y)) is_inside = !is_inside;
+    }
+    return is_inside;
+}
+
+double squared(double x) {
+    return x * x;
+}
+
+double squared_distance_to_edge(Point2d p, Point2d a, Point2d b) {
+    const double length = squared(b.x - a.x) + squared(b.y - a.y);
+    const double along = (p.x - a.x) * (b.x - a.x) + (p.y - a.y) * (b.y - a.y);
+    if (!(along > 0) || along >= length) {
+        return std::min(squared(p.x - a.x) + squared(p.y - a.y),
+                        squared(p.x - b.x) + squared(p.y - b.y));
+    }
+    return squared((p.x - a.x) * (b.y - a.y) - (p.y - a.y) * (b.x - a.x)) / length;
+}
+
+// Whole units from a point to the section, up to the reach: what is beyond counts for nothing.
+double distance_across(const SectionWeakness::Outline& outline, Point2d p) {
+    const double beside = std::max(outline.low.x - p.x, p.x - outline.high.x);
+    const double above = std::max(outline.low.y - p.y, p.y - outline.high.y);
+    if (!(std::max(beside, above) < kReachAcross)) return kReachAcross;
+    if (contains(outline.points, p)) return 0;
+    double least = squared(kReachAcross);
+    Point2d from = outline.points.back();
+    for (const Point2d to : outline.points) {
+        least = std::min(least, squared_distance_to_edge(p, from, to));
+        from = to;
+    }
+    return std::floor(std::sqrt(least) + 0.5);
+}
+
+}  // namespace
+
+Point2d SectionWeakness::Outline::project(Vec3d p, std::size_t axis) {
+    if (axis == 2) return {p.x, p.y};
+    return axis == 1 ? Point2d{p.x, p.z} : Point2d{p.y, p.z};
+}
+
+SectionWeakness::Outline::Outline(const WeakSection& section)
+    : axis(section.axis), position(section.position), score(section.score) {
+    for (const Vec3d& point : section.polygon) {
+        const Point2d p = project(point, axis);
+        points.push_back(p);
+        low = {std::min(low.x, p.x), std::min(low.y, p.y)};
+        high = {std::max(high.x, p.x), std::max(high.y, p.y)};
+    }
+}
+
+SectionWeakness::SectionWeakness(std::span<const WeakSection> sections)
+    : outlines_(sections.begin(), sections.end()) {}
+
+float SectionWeakness::at(Vec3f point) const {
+    const Vec3d p = to_double(point);
+    float value = 0;
+    for (const Outline& outline : outlines_) {
+        const auto d = static_cast<float>(std::abs(along_axis(p, outline.axis) - outline.position));
+        if (!(d < kReachAlong)) continue;
+        const double q = distance_across(outline, Outline::project(p, outline.axis));
+        if (q < kReachAcross) value += outline.score / (d + 1.0F + static_cast<float>(q));
+    }
+    return value;
+}
+
+namespace {
+
+constexpr float kBucket = 10;
+constexpr std::int64_t kBucketsAcross = 11;
+constexpr float kFarthest = 1000000;  // squared
+
+std::int32_t bucket_key(Vec3f p) {
+    const auto place = [](float c) { return std::int64_t{saturate_to<std::int32_t>(c / kBucket)}; };
+    return static_cast<std::int32_t>((place(p.z) * kBucketsAcross + place(p.y)) * kBucketsAcross +
+                                     place(p.x));
+}
+
+}  // namespace
+
+ElementWeakness::ElementWeakness(const fem::EnergyField& elements) {
+    std::vector<std::pair<std::int32_t, std::uint32_t>> order;
+    order.reserve(elements.centres.size());
+    for (std::uint32_t i = 0; i < elements.centres.size(); ++i) {
+        order.emplace_back(bucket_key(elements.centres[i]), i);
+    }
+    std::sort(order.begin(), order.end());
+    for (const auto& [key, element] : order) {
+        if (keys_.empty() || keys_.back() != key) {
+            keys_.push_back(key);
+            offsets_.push_back(members_.size());
+        }
+        members_.push_back({elements.centres[element], elements.values[element]});
+    }
+    offsets_.push_back(members_.size());
+}
+
+float ElementWeakness::at(Vec3f p) const {
+    const auto found = std::lower_bound(keys_.begin(), keys_.end(), bucket_key(p));
+    if (found == keys_.end() || *found != bucket_key(p)) return 0;
+    const auto bucket = static_cast<std::size_t>(found - keys_.begin());
+    float least = kFarthest;
+    float value = 0;
+    for (std::size_t i = offsets_[bucket]; i < offsets_[bucket + 1]; ++i) {
+        const Vec3f off = members_[i].centre - p;
+        const float distance = dot(off, off);
+        if (distance < least) {
+            least = distance;
+            value = members_[i].value;
+        }
+    }
+    return value;
+}
+
+}  // namespace povmesh
