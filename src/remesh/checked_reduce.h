@@ -15,15 +15,21 @@ struct NewFault {
     Vec3f place;  // of one of them
 };
 
-struct CheckedReduceReport {
-    ReduceReport reduction;
-    std::size_t passes = 0;         // reductions that were made, each with more of the model held
-    std::size_t held_vertices = 0;  // in the end, so that nothing crosses
-
+struct NewFaults {
     NewFault crossings;   // pairs of faces, away from where the model crosses itself
     NewFault slivers;     // faces with an angle below 0.06 degrees, more than there were
     NewFault open_edges;  // more than there were
     NewFault junctions;   // edges of more than two faces, more than there were
+};
+
+/// Compares a mesh with what it was made of. Uses of both are built.
+NewFaults find_new_faults(TriMesh& before, TriMesh& after);
+
+struct CheckedReduceReport {
+    ReduceReport reduction;
+    std::size_t passes = 0;  // reductions that were made
+    bool is_eased = false;   // less was taken away than could go, so that nothing crosses
+    NewFaults faults;        // no crossings
 };
 
 /// Reduces each shell to a share of its faces, or to where the next collapse would spoil it.
@@ -31,8 +37,9 @@ struct CheckedReduceReport {
 /// In rounds, as `reduce_parallel`, and then more careful: open borders are thinned along
 /// themselves, no collapse leaves the surface farther from where it was than a tenth of the
 /// diagonal of its shell's box, or makes a sliver. The result is searched for faces that cross. If
-/// any do that did not, the reduction is made again from the model with all vertices held around
-/// there, ever farther around; when that does not help, the model is handed back as it was.
+/// any do that did not, the reduction is made again from the model, with the vertices around there
+/// held. Where that would hold much of the model or does not help, the share to keep is raised; when
+/// twelve passes do not help, the model is handed back as it was.
 ///
 /// The mesh is compact afterwards, and its uses are built. Same bits for any number of threads.
 /// Memory beside that of `reduce_parallel`: a copy of the mesh, and 17 MB.

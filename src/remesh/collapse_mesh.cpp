@@ -145,24 +145,22 @@ std::size_t CollapseMesh::pack(std::size_t begin, std::size_t end, Array<std::ui
     return live;
 }
 
-CollapseMesh make_collapse_mesh(TriMesh& mesh, const CollapseMeshOptions& options) {
+CollapseMesh make_collapse_mesh(TriMesh& mesh, OpenBorders borders) {
+    const bool has_ghosts = borders == OpenBorders::Ghosts;
     CollapseMesh result;
     const EdgeMates mates(mesh);
     label_shells(mesh, mates);
     mesh.use_table.release();
     Array<std::uint32_t> place_of_face;
-    place_triangles(result, mesh, mates, options.closes_borders, place_of_face);
+    place_triangles(result, mesh, mates, has_ghosts, place_of_face);
     find_opposites(result, mates, place_of_face);
     std::size_t vertex_count = mesh.vertices.size();
-    if (options.closes_borders) {
+    if (has_ghosts) {
         add_ghosts(result, mesh.shells, mates, vertex_count);
         ++vertex_count;  // for `outside`
     }
     find_fixed_vertices(result, vertex_count);
-    if (options.closes_borders) result.is_fixed.back() = 1;
-    for (std::size_t v = 0; v < options.held.size(); ++v) {
-        if (options.held[v] != 0) result.is_fixed[v] = 1;
-    }
+    if (has_ghosts) result.is_fixed.back() = 1;
     return result;
 }
 

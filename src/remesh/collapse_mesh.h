@@ -16,7 +16,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <span>
 
 #include "base/array.h"
 #include "mesh/edge_mates.h"
@@ -65,13 +64,13 @@ struct CollapseMesh {
     std::size_t pack(std::size_t begin, std::size_t end, Array<std::uint32_t>& places);
 };
 
-struct CollapseMeshOptions {
-    bool closes_borders = false;              // by ghosts
-    std::span<const std::uint8_t> held = {};  // a byte per vertex: not 0, it is fixed; empty: none
+enum class OpenBorders : std::uint8_t {
+    Fixed,   // their vertices stay
+    Ghosts,  // closed, so that they may move
 };
 
 /// Made from the shells of the mesh, which are labelled on the way. Its use table is built and
 /// cleared.
-CollapseMesh make_collapse_mesh(TriMesh& mesh, const CollapseMeshOptions& options = {});
+CollapseMesh make_collapse_mesh(TriMesh& mesh, OpenBorders borders);
 
 }  // namespace povmesh

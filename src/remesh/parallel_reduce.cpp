@@ -6,7 +6,6 @@
 #include "remesh/parallel_reduce.h"
 
 #include <algorithm>
-#include <cmath>
 #include <string>
 #include <vector>
 
@@ -22,9 +21,9 @@ namespace {
 template <typename Quadric>
 std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
                           ReduceReport& report) {
-    const bool is_movement_limited = std::isfinite(options.most_movement);
-    const CollapseMeshOptions borders{options.thins_borders, options.held};
-    ReductionField<Quadric> field(mesh, borders, is_movement_limited);
+    ReductionField<Quadric> field(mesh,
+                                  options.thins_borders ? OpenBorders::Ghosts : OpenBorders::Fixed);
+    field.limit_movement(options.most_movement);
     std::vector<ShellTally> tallies(mesh.shells.size());
     const auto to_delete = [&](std::size_t shell) {
         return faces_to_delete(mesh.shells[shell].size(), options.keep, options.least_keep);
@@ -34,7 +33,7 @@ std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
         if (wanted == 0) return;
         const Array<std::uint32_t>& offsets = field.corners.offsets;
         ShellReducer<Quadric> reducer(field, offsets[shell], offsets[shell + 1],
-                                      {options.most_movement, options.makes_no_slivers});
+                                      {options.least_cosine, options.makes_no_slivers});
         tallies[shell] = reducer.run(wanted);
     };
     for_blocks(mesh.shells.size(), [&](std::size_t shell) {

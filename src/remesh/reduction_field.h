@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "base/convert.h"
 #include "base/parallel.h"
@@ -60,11 +61,13 @@ struct ReductionField {
     Array<float> costs;           // of the lower half-edge of each edge; kNever for the upper one
     Array<std::uint64_t> keys;    // lowest key among the candidates at each vertex
     Array<std::uint32_t> places;  // for packing
-    Array<float> strayed;  // how far the surface at each vertex may be from where it was; or empty
 
-    ReductionField(TriMesh& of, const CollapseMeshOptions& options, bool is_movement_limited)
-        : mesh(of), frame(of), corners(make_collapse_mesh(of, options)) {
-        if (is_movement_limited) strayed.assign(mesh.vertices.size(), 0);
+    // How far the surface at each vertex may be from where it was, and how far it may get, as a
+    // share of the diagonal of the shell's box; empty without limits.
+    Array<float> strayed, most_strayed;
+
+    ReductionField(TriMesh& of, OpenBorders borders)
+        : mesh(of), frame(of), corners(make_collapse_mesh(of, borders)) {
         if constexpr (Quadric::kHasAttributes) wedges = make_wedges(mesh, corners, kAttributeScale);
         quadrics.resize(mesh.vertices.size());
         parallel_for(mesh.vertices.size(), [&](std::size_t v) {
@@ -74,6 +77,15 @@ struct ReductionField {
         costs.resize(corners.opposites.size());
         keys.resize(mesh.vertices.size());
         places.resize(corners.triangles.size());
+    }
+
+    /// A limit for each vertex, or none. Those of limit 0 stay.
+    void limit_movement(std::span<const float> limits) {
+        most_strayed.assign(limits.begin(), limits.end());
+        strayed.assign(limits.size(), 0);
+        for (std::size_t v = 0; v < limits.size(); ++v) {
+            if (limits[v] == 0) corners.is_fixed[v] = 1;
+        }
     }
 
     Vec3d position(std::int32_t v) const {

@@ -31,8 +31,8 @@ namespace povmesh {
 // with all threads on each.
 inline constexpr std::size_t kSmallShell = 50000;
 
-struct ShellLimits {
-    double most_movement = 0;  // of the surface, as a share of the diagonal of the shell's box
+struct ShellRules {
+    double least_cosine = 0;  // between the normals of a face before and after; not below 0
     bool makes_no_slivers = false;
 };
 
@@ -48,14 +48,14 @@ template <typename Quadric>
 class ShellReducer {
 public:
     ShellReducer(ReductionField<Quadric>& field, std::size_t begin, std::size_t end,
-                 const ShellLimits& limits)
+                 const ShellRules& rules)
         : field_(field),
           mesh_(field.corners),
           begin_(begin),
           end_(end),
           live_(end - begin),
-          limits_(limits) {
-        if (!field.strayed.empty()) most_strayed_ = limits.most_movement * diagonal();
+          rules_(rules) {
+        if (!field.strayed.empty()) diagonal_ = find_diagonal();
     }
 
     /// Collapses edges until `to_delete` faces are gone, or none may go any more.
@@ -99,7 +99,7 @@ private:
         return std::max(index(origin(h)), index(target(h))) >= field_.mesh.vertices.size();
     }
 
-    double diagonal() const {
+    double find_diagonal() const {
         Vec3d low{1, 1, 1};
         Vec3d high{-1, -1, -1};
         for (std::size_t t = begin_; t < end_; ++t) {
@@ -430,13 +430,16 @@ private:
         field_.costs[candidate] = kNever;
         if (!satisfies_link_condition(ring_a, ring_b)) return Outcome::Link;
         if (folds_over(ring_a, place) || folds_over(ring_b, place)) return Outcome::Folds;
-        if (limits_.makes_no_slivers && makes_slivers(ring_a, ring_b, place)) {
+        if (rules_.makes_no_slivers && makes_slivers(ring_a, ring_b, place)) {
             return Outcome::Sliver;
         }
         if (!field_.strayed.empty()) {
-            const double strayed = strayed_by(ring_a, ring_b, place);
-            if (!(strayed <= most_strayed_)) return Outcome::Moves;
+            const float most = std::min(field_.most_strayed[index(origin(h))],
+                                        field_.most_strayed[index(target(h))]);
+            const double strayed = strayed_by(ring_a, ring_b, place, static_cast<double>(most));
+            if (!(strayed <= static_cast<double>(most))) return Outcome::Moves;
             field_.strayed[index(origin(h))] = static_cast<float>(strayed);
+            field_.most_strayed[index(origin(h))] = most;
         }
         const bool is_at_border = mesh_.is_ghost(h / 3) || mesh_.is_ghost(mesh_.opposites[h] / 3);
         collapse(choice, place, ring_b);
@@ -482,16 +485,18 @@ private:
     // How far the surface around the merged vertex may be from where it was at first, were the edge
     // collapsed: the distances of the two ends from what comes, and of the place from what was, on
     // top of how far the ends have strayed.
-    double strayed_by(const OneRing& ring_a, const OneRing& ring_b, Vec3f place) const {
+    double strayed_by(const OneRing& ring_a, const OneRing& ring_b, Vec3f place,
+                      double most) const {
         constexpr double kSmallShare = 1.0 / 64;  // below it an upper bound will do
         const std::int32_t a = origin(ring_a.half_edges[0]);
         const std::int32_t b = origin(ring_b.half_edges[0]);
         const Vec3d p = field_.frame.local(place);
         const Vec3d at_a = field_.position(a);
         const Vec3d at_b = field_.position(b);
-        const double before = std::max(field_.strayed[index(a)], field_.strayed[index(b)]);
-        const double most = before + std::max(length(at_a - p), length(at_b - p));
-        if (most <= kSmallShare * most_strayed_) return most;
+        const auto before =
+            static_cast<double>(std::max(field_.strayed[index(a)], field_.strayed[index(b)]));
+        const double step = std::max(length(at_a - p), length(at_b - p));
+        if (before + step / diagonal_ <= kSmallShare * most) return before + step / diagonal_;
         std::array<double, 3> squares{};
         squares.fill(std::numeric_limits<double>::infinity());
         const auto lower = [](double& square, Vec3d from, const Triangle3d& triangle) {
@@ -507,7 +512,8 @@ private:
                 lower(squares[2], p, moved_triangle(e, ring == &ring_a ? at_a : at_b));
             }
         }
-        return before + std::sqrt(*std::max_element(squares.begin(), squares.end()));
+        const double square = *std::max_element(squares.begin(), squares.end());
+        return before + std::sqrt(square) / diagonal_;
     }
 
     // The link condition: the ends have just the two vertices opposite the edge for neighbours in
@@ -522,7 +528,16 @@ private:
         return common == 2;
     }
 
-    // True when a face that stays would turn by 90 degrees or more. Its ring starts with the edge.
+    bool turns_too_far(Vec3d old_normal, Vec3d new_normal) const {
+        const double square = dot(old_normal, old_normal);
+        if (!(square > 0)) return false;
+        const double product = dot(old_normal, new_normal);
+        const double least = rules_.least_cosine;
+        return !(product > 0) || (least > 0 && product * product < least * least * square *
+                                                                       dot(new_normal, new_normal));
+    }
+
+    // True when a face that stays would turn too far. Its ring starts with the edge.
     bool folds_over(const OneRing& ring, Vec3f place) const {
         const auto at = [&](std::int32_t v) {
             return to_double(field_.mesh.vertices[index(v)].position());
@@ -537,7 +552,7 @@ private:
             const Vec3d side = at(mesh_.apex(e)) - p;
             const Vec3d old_normal = cross(before - p, side);
             const Vec3d new_normal = cross(after - p, side);
-            if (!(dot(old_normal, new_normal) > 0) && dot(old_normal, old_normal) > 0) return true;
+            if (turns_too_far(old_normal, new_normal)) return true;
         }
         return false;
     }
@@ -637,8 +652,8 @@ private:
     CollapseMesh& mesh_;
     std::size_t begin_, end_;  // triangles of the shell; some may be gone
     std::size_t live_;
-    ShellLimits limits_;
-    double most_strayed_ = 0;  // in the unit frame
+    ShellRules rules_;
+    double diagonal_ = 1;  // of the shell's box, in the unit frame
     ShellTally tally_;
 };
 
