@@ -168,7 +168,7 @@ HollowReport hollow(TriMesh& mesh, float thickness, RunContext& run, const Hollo
     report.cavity_volume = volume(mesh);
     run.log.value("hollow volume",
                   six_decimals(report.cavity_volume / report.model_volume * 100) + " %");
-    run.log.success("light weight", timer.seconds());
+    run.log.success("light weight", timer.seconds(), " sec.");
     return report;
 }
 

@@ -178,7 +178,7 @@ TEST(Hollow, TextsDifferFromThoseOfHosts) {
     const std::size_t end = job.text.find("voxel object has been exported.\nhollow volume: ");
     ASSERT_NE(end, std::string::npos);
     EXPECT_NE(job.text.find(" %\n---{success} light weight : ", end), std::string::npos);
-    EXPECT_TRUE(job.text.ends_with("sec.---\n"));
+    EXPECT_TRUE(job.text.ends_with(" sec.---\n"));
 
     // Walls that leave nothing, whatever the reason.
     const SoupVector thin = shapes::box({0, 0, 0}, {50, 50, 3});

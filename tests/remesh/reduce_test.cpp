@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "helpers/job.h"
 #include "helpers/reference.h"
 #include "helpers/shapes.h"
 #include "mesh/bounds.h"
@@ -22,10 +23,12 @@
 #include "mesh/edge_mates.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
+#include "remesh/checked_reduce.h"
 #include "remesh/collapse_queue.h"
 #include "remesh/parallel_reduce.h"
 #include "remesh/quadric.h"
 #include "remesh/reduction_target.h"
+#include "spatial/self_intersection.h"
 #include "spatial/surface_distance.h"
 
 namespace povmesh {
@@ -507,10 +510,9 @@ TEST(Reduce, CarriesTextureCoordinatesAlong) {
 TEST(ReduceParallel, TurnsNothingOverAndStaysClose) {
     TriMesh mesh = mesh_of(shapes::rock(10, 5));
     const TriMesh before = mesh;
-    std::vector<std::string> texts;
-    RunLog log([&](std::string_view text) { texts.emplace_back(text); });
-    RunContext run{{}, log};
-    const ReduceReport report = reduce_parallel(mesh, {0.1, 0.05}, run);
+    Job job;
+    const std::vector<std::string>& texts = job.events;
+    const ReduceReport report = reduce_parallel(mesh, {0.1, 0.05}, job.run);
     EXPECT_EQ(mesh.faces.size(), 2048U);
     EXPECT_TRUE(mesh.use_table.is_built() && is_consistent(mesh) &&
                 reference::is_closed_manifold(mesh));
@@ -550,6 +552,127 @@ TEST(ReduceParallel, GoesOnWhenAllEdgesOfARoundAreTurnedDown) {
     }
 }
 
+// How far the points of one mesh's borders are from the borders of another at most.
+double border_distance(const TriMesh& from, const TriMesh& to) {
+    double worst = 0;
+    for (const auto& p : open_positions(from)) {
+        double nearest = std::numeric_limits<double>::infinity();
+        TriMesh copy = to;
+        const EdgeMates mates(copy);
+        for (std::size_t h = 0; h < 3 * copy.faces.size(); ++h) {
+            if (mates.kind(h / 3, h % 3) != EdgeMates::Kind::Open) continue;
+            const Face& face = copy.faces[h / 3];
+            const Vec3d a = to_double(copy.corner_position(face, h % 3));
+            const Vec3d b = to_double(copy.corner_position(face, next_corner(h % 3)));
+            const Vec3d at{static_cast<double>(p[0]), static_cast<double>(p[1]),
+                           static_cast<double>(p[2])};
+            const double t = std::clamp(dot(at - a, b - a) / dot(b - a, b - a), 0.0, 1.0);
+            nearest = std::min(nearest, length(a + (b - a) * t - at));
+        }
+        worst = std::max(worst, nearest);
+    }
+    return worst;
+}
+
+CheckedReduceReport checked(TriMesh& mesh, double keep) {
+    RunLog log;
+    RunContext run{{}, log};
+    return reduce_checked(mesh, keep, run);
+}
+
+TEST(ReduceChecked, ThinsBordersAlongThemselves) {
+    SoupVector sheet;
+    append_grid(sheet, {0, 0, 0}, {3, 0, 0}, {0, 2, 1}, 12);
+    SoupVector cup = shapes::sphere(10, 4);
+    cup.resize(cup.size() / 90 * 9 * 7);
+    for (const bool is_coloured : {false, true}) {
+        TriMesh flat = mesh_of(sheet);
+        if (is_coloured) flat.faces[0].colour[0] = 7;
+        const TriMesh whole = flat;
+        checked(flat, 0.1);
+        EXPECT_LE(flat.faces.size(), 30U);
+        EXPECT_LT(border_distance(whole, flat), 1e-6);
+        EXPECT_TRUE(is_consistent(flat));
+
+        TriMesh round = mesh_of(cup);
+        if (is_coloured) paint_halves(round);
+        const TriMesh source = round;
+        const std::size_t edges = open_positions(source).size();
+        EXPECT_TRUE(checked(round, 0.1).reduction.is_reached);
+        EXPECT_LT(open_positions(round).size(), edges / 2);
+        EXPECT_GE(open_positions(round).size(), 3U);
+        EXPECT_LT(border_distance(source, round), 0.5);
+        EXPECT_LT(surface_distance(source, round).rms(), 0.2);
+    }
+}
+
+TEST(ReduceChecked, DoesNotJoinHolesOrLoseShells) {
+    // Two holes with a bridge of one edge between them, and a triangle on its own.
+    SoupVector soup = shapes::sphere(10, 3);
+    soup.erase(soup.begin() + 9 * 40, soup.begin() + 9 * 41);
+    soup.erase(soup.begin() + 9 * 43, soup.begin() + 9 * 44);
+    shapes::append(soup, SoupVector{50, 0, 0, 51, 0, 0, 50, 1, 0});
+    TriMesh mesh = mesh_of(soup);
+    checked(mesh, 0.0);
+    EXPECT_GE(mesh.faces.size(), 5U);
+    label_shells(mesh);
+    EXPECT_EQ(mesh.shells.size(), 2U);
+    EXPECT_EQ(open_positions(mesh).size(), 3U + 6U);
+}
+
+TEST(ReduceChecked, KeepsACubeACube) {
+    TriMesh mesh = mesh_of(shapes::box({0, 0, 0}, {1, 1, 1}));
+    const CheckedReduceReport report = checked(mesh, 0.5);
+    EXPECT_EQ(mesh.faces.size(), 12U);
+    EXPECT_EQ(reference::signed_volume(mesh), 1.0);
+    EXPECT_FALSE(report.reduction.is_reached);
+    EXPECT_GT(report.reduction.movement, 0U);
+    // What is flat goes all the same.
+    TriMesh fine = mesh_of(fine_box(8));
+    EXPECT_TRUE(checked(fine, 0.05).reduction.is_reached);
+    EXPECT_NEAR(reference::signed_volume(fine), 1.0, 1e-5);
+}
+
+TEST(ReduceChecked, TakesBackWhatWouldCross) {
+    // A ball with a thin wall: few faces on each side would pierce the other.
+    SoupVector soup = shapes::rock(10, 4);
+    SoupVector cavity = shapes::turned(shapes::rock(10, 4));
+    for (float& x : cavity) x *= 0.97F;
+    shapes::append(soup, cavity);
+    TriMesh mesh = mesh_of(soup);
+    TriMesh plain = mesh;
+    in_parallel(plain, 0.02);
+    ASSERT_NE(find_self_intersections(plain, 0).count, 0U);
+    const CheckedReduceReport report = checked(mesh, 0.02);
+    EXPECT_EQ(find_self_intersections(mesh, 0).count, 0U);
+    EXPECT_TRUE(report.is_eased && !report.reduction.is_reached);
+    EXPECT_LT(mesh.faces.size(), plain.faces.size() * 8);
+    EXPECT_TRUE(reference::is_closed_manifold(mesh));
+    // Where the model crosses itself already it may go on doing so.
+    SoupVector balls = shapes::sphere(10, 3);
+    SoupVector second = balls;
+    shapes::move(second, {12, 1, 2});
+    shapes::append(balls, second);
+    TriMesh pair = mesh_of(balls);
+    EXPECT_TRUE(checked(pair, 0.3).reduction.is_reached);
+}
+
+TEST(ReduceChecked, FindsWhatAResultHasAndItsModelHadNot) {
+    TriMesh before = mesh_of(shapes::box({0, 0, 0}, {1, 1, 1}));
+    SoupVector soup = shapes::box({0, 0, 0}, {1, 1, 1});
+    soup.resize(soup.size() - 9);
+    shapes::append(soup, SoupVector{0.2F, 0.2F, -1, 0.3F, 0.2F, 2, 0.2F, 0.3F, 2,  //
+                                    5, 0, 0, 6, 0, 0, 5.5F, 1e-5F, 0});
+    TriMesh after = mesh_of(soup);
+    const NewFaults faults = find_new_faults(before, after);
+    EXPECT_EQ(faults.open_edges.count, 3U + 3U + 3U);
+    EXPECT_EQ(faults.slivers.count, 1U);
+    EXPECT_EQ(faults.slivers.place.x, 5);
+    EXPECT_EQ(faults.crossings.count, find_self_intersections(after, 0).count);
+    EXPECT_GT(faults.crossings.count, 0U);
+    EXPECT_EQ(find_new_faults(after, after).crossings.count, 0U);
+}
+
 TEST(ReduceParallel, IsTheSameForAnyNumberOfThreads) {
     SoupVector soup = shapes::rock(10, 6);  // large enough for all threads to share it
     for (int i = 1; i < 40; ++i) {
@@ -564,7 +687,7 @@ TEST(ReduceParallel, IsTheSameForAnyNumberOfThreads) {
             omp_set_num_threads(count);
             TriMesh mesh = mesh_of(soup);
             if (is_coloured) paint_halves(mesh);
-            in_parallel(mesh, 0.2);
+            checked(mesh, 0.2);
             if (count == 1) first = mesh;
             EXPECT_EQ(reference::difference(mesh, first), "") << count << " threads";
         }
