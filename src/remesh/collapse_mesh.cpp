@@ -51,8 +51,8 @@ void place_triangles(CollapseMesh& result, const TriMesh& mesh, const EdgeMates&
         place += open_count;
         result.offsets[s + 1] = place;
     }
-    result.triangles.resize(place);
-    result.faces.assign(place, CollapseMesh::kGhost);
+    result.triangles.assign(place, {0, 0, result.outside});  // for now, all are ghosts
+    result.faces.resize(place);
     parallel_for(mesh.shells.faces.size(), [&](std::size_t i) {
         const std::uint32_t face = mesh.shells.faces[i];
         result.faces[place_of_face[face]] = face;  // each face has one place
@@ -70,13 +70,12 @@ void add_ghosts(CollapseMesh& mesh, const ShellTable& shells, const EdgeMates& m
     const auto note = [&](std::uint32_t& place, std::uint32_t ghost) {
         place = place == CollapseMesh::kNone ? ghost : kSeveral;
     };
-    const auto outside = static_cast<std::int32_t>(vertex_count);
     for (std::size_t s = 0; s < shells.size(); ++s) {
         auto ghost = static_cast<std::uint32_t>(mesh.offsets[s] + shells[s].size());
         const std::uint32_t end = 3 * ghost;
         for (std::uint32_t h = 3 * mesh.offsets[s]; h < end; ++h) {
             if (mates.kind(mesh.faces[h / 3], h % 3) != EdgeMates::Kind::Open) continue;
-            mesh.triangles[ghost] = {mesh.target(h), mesh.origin(h), outside};
+            mesh.triangles[ghost] = {mesh.target(h), mesh.origin(h), mesh.outside};
             mesh.opposites[3 * ghost] = h;
             mesh.opposites[h] = 3 * ghost;
             note(from[index(mesh.origin(h))], ghost);
@@ -152,6 +151,7 @@ CollapseMesh make_collapse_mesh(TriMesh& mesh, OpenBorders borders) {
     label_shells(mesh, mates);
     mesh.use_table.release();
     Array<std::uint32_t> place_of_face;
+    if (has_ghosts) result.outside = static_cast<std::int32_t>(mesh.vertices.size());
     place_triangles(result, mesh, mates, has_ghosts, place_of_face);
     find_opposites(result, mates, place_of_face);
     std::size_t vertex_count = mesh.vertices.size();
