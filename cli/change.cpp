@@ -86,6 +86,8 @@ int run_change(const Arguments& arguments, Console& console, const Change& chang
         const std::string& failure = outcome.report.failure;
         if (!failure.empty()) return failure + "; nothing is written";
         outcome.after = measures_of(model.mesh);
+        const std::vector<std::string>& warnings = outcome.report.warnings;
+        outcome.lost.insert(outcome.lost.end(), warnings.begin(), warnings.end());
         if (outcome.after.triangles != 0) return {};
         return "no triangle would be left; nothing is written";
     };
