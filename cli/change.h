@@ -23,7 +23,6 @@ struct ChangeReport {
     double seconds = 0;                 // that it took, without reading and writing
     std::vector<Row> before, after;     // of the same labels, to stand beside each other
     std::vector<Row> rows;
-    std::vector<std::string> warnings;  // of what was made, without the file
     Json json_before = Json::object(), json_after = Json::object();
     Json json = Json::object();
 };
