@@ -91,7 +91,7 @@ Json where_json(const Findings& findings) {
 
 }  // namespace
 
-std::string near_text(Vec3f place) {
+std::string place_text(Vec3f place) {
     return "near (" + human_number(shortest_double(place.x)) + ", " +
            human_number(shortest_double(place.y)) + ", " + human_number(shortest_double(place.z)) +
            ")";
@@ -148,7 +148,7 @@ std::vector<Row> where_rows(const Findings& findings) {
         if (flaw.count == 0) continue;
         const auto& [key, one, several] = kFlawWords[i];
         rows.emplace_back("where", std::string(flaw.count == 1 ? one : several) + ": " +
-                                       (flaw.place ? near_text(*flaw.place) + ", " : "") +
+                                       (flaw.place ? place_text(*flaw.place) + ", " : "") +
                                        faces_text(flaw));
     }
     return rows;

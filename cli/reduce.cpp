@@ -104,7 +104,7 @@ std::vector<std::string> warnings_of(const NewFaults& faults, double volume_befo
     const auto warn = [&](const NewFault& fault, std::string_view what) {
         if (fault.count == 0) return;
         warnings.push_back(with_separators(fault.count) + " " + std::string(what) +
-                           " that the model did not have, one " + near_text(fault.place));
+                           " that the model did not have, one " + place_text(fault.place));
     };
     warn(faults.crossings, "pairs of intersecting faces");
     warn(faults.slivers, "nearly degenerate triangles");
