@@ -83,9 +83,14 @@ int run_change(const Arguments& arguments, Console& console, const Change& chang
         outcome.before = measures_of(model.mesh);
         line.progress().set(50);
         outcome.report = change(model.mesh, line.progress());
-        const std::string& failure = outcome.report.failure;
+        const ChangeReport& report = outcome.report;
+        outcome.warnings.insert(outcome.warnings.end(), report.warnings.begin(),
+                                report.warnings.end());
+        const std::string& failure = report.failure;
         if (!failure.empty()) return failure + "; nothing is written";
         outcome.after = measures_of(model.mesh);
+        const std::vector<std::string>& warnings = outcome.report.warnings;
+        outcome.lost.insert(outcome.lost.end(), warnings.begin(), warnings.end());
         if (outcome.after.triangles != 0) return {};
         return "no triangle would be left; nothing is written";
     };

@@ -62,8 +62,15 @@ public:
         }
         if (!split.divides()) return false;
         if (options_.operation == CutOperation::CutAndCap) fill(split);
+        std::array<TriMesh, 2> halves;
         for (const PlaneSide side : {PlaneSide::Back, PlaneSide::Front}) {
-            TriMesh half = split.side_mesh(side, caps_[static_cast<std::size_t>(side)]).mesh;
+            const auto i = static_cast<std::size_t>(side);
+            halves[i] = split.side_mesh(side, caps_[i]).mesh;
+            // Needles along the plane leave nothing once their points are rounded.
+            if (halves[i].faces.empty()) return false;
+        }
+        for (const PlaneSide side : {PlaneSide::Back, PlaneSide::Front}) {
+            TriMesh& half = halves[static_cast<std::size_t>(side)];
             if (mates_ != nullptr && split.is_connected(side, *mates_)) {
                 parts.push_back(std::move(half));
             } else {
