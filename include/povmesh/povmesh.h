@@ -134,8 +134,9 @@ extern "C" {
 /*
  * Repairs an STL file in place: tiny shells and duplicate faces go, small holes are closed, the
  * winding is made consistent and outward. The file is rewritten as binary STL. A file that cannot
- * be read, is damaged or truncated, holds no triangle or of which the repair leaves none stays as
- * it was, and no file comes into being.
+ * be read whole (it is damaged or truncated, has more records than its header counts, or numbers
+ * with text behind them, such as decimal commas), that holds no triangle or of which the repair
+ * leaves none stays as it was, and no file comes into being.
  */
 POVMESH_API void modelRepair64(const char* path);
 POVMESH_API void modelRepair(const char* path); /* the same */
@@ -429,7 +430,10 @@ POVMESH_API void uniformRemeshFromColorData(float edge_length, const float* coor
                                             uint32_t* count);
 
 /*
- * Divides a model into its separate bodies; shells that touch or intersect stay together. Returns
+ * Divides a model into its separate bodies; shells that touch or intersect stay together. Two things
+ * keep shells apart all the same: of a shell of 10,000 faces or more only about ten thousand, evenly
+ * picked, are looked at, so that a contact between others is missed; and shells whose boxes only
+ * border on each other, as two cubes side by side, are not compared. Returns
  * parts, but for those of a volume below 1 (an open or inside-out one has none). A shell inside
  * another one that does not touch it is a body of its own. progress: 0, 10, 80, 100.
  */
@@ -562,10 +566,12 @@ POVMESH_API void strengthColoringFromData(uint32_t method, uint32_t load,
  * ones only). Per column 6 floats: the point on its axis about 2 units within the overhang, then
  * the point below it on the build plate (z = 0) or about 2 units within the model. Columns have a
  * square cross-section whose corners lie on the diagonals, spacing / 2 - 0.2 from the axis, and
- * between their ends do not pass through the model; overhangs less than 4 to 5 units above what is
- * below, and those smaller than a column, get none. A spacing for which more than 792 would stand
- * along x or y is raised. A spacing that is not above 0 or not finite finds no column. When no
- * column is found, `columns` and `column_count` are left as they were: preset the count to 0.
+ * between their ends do not pass through the model; overhangs less than 4 to 7 units above what is
+ * below, and those narrower than 0.4 of the spacing that do not begin in mid-air, get none. What
+ * begins in mid-air between two rows gets a column beside it. A spacing for which more than 792
+ * would stand along x or y is raised. A spacing that is 0.4 or less or not finite, or an angle that
+ * is not a number, finds no column. When no column is found, `columns` and `column_count` are left
+ * as they were: preset the count to 0.
  */
 POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in,
                                            float spacing, float angle, float** columns,

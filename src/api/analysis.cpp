@@ -87,7 +87,7 @@ void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in, f
     Job job;
     const TriMesh mesh = build(soup_of(coordinates_in, count_in));
     const Array<Column> found =
-        find_columns(mesh, {double{spacing}, double{angle}, kPlate, false}, job.run());
+        find_columns(mesh, {double{spacing}, double{angle}, kPlate, false, false}, job.run());
     if (found.empty()) return;  // hosts find their outputs as they were
     hand_over(Slot::SupportColumns, result_of<float>(found), columns);
     store(column_count, fits<int32_t>(found.size()));
