@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "analysis/weakness.h"
 #include "base/convert.h"
 #include "io/obj.h"
 #include "io/stl.h"
@@ -137,9 +138,11 @@ void reduce_to_target(Job& job, TriMesh& mesh, float target) {
 
 void reduce_for_analysis(Job& job, TriMesh& mesh) {
     job.run().log.trace_in(kTraceUnit, "tri.reduce");
-    reduce(mesh, kAutomatic, kLeastKept, kNormalLimit);
-    reduce_to_target(job, mesh, kKeptForAnalysis);
-    compact(mesh);
+    reduce_for_weakness(mesh, [&](TriMesh& reduced) {
+        reduce(reduced, kAutomatic, kLeastKept, kNormalLimit);
+        reduce_to_target(job, reduced, kKeptForAnalysis);
+        compact(reduced);
+    });
     job.run().log.trace_out(kTraceUnit, "tri.reduce");
 }
 

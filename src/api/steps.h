@@ -91,8 +91,8 @@ void reduce_and_compact(Job& job, TriMesh& mesh);
 /// keep, 0.05 at least; below -0.5 automatic. A target that is not a number changes nothing.
 void reduce_to_target(Job& job, TriMesh& mesh, float target);
 
-/// The reduction ahead of an analysis that needs no detail: the automatic one, then half the faces of
-/// each shell. Trace: tri.reduce.
+/// The reduction ahead of an analysis that needs no detail: the automatic one, then half the faces
+/// of each shell; where the mesh has few faces or would stray, none. Trace: tri.reduce.
 void reduce_for_analysis(Job& job, TriMesh& mesh);
 
 /// Subdivides 1 to 5 times, each level followed by compacting; any other number of levels does
