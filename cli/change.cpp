@@ -46,6 +46,9 @@ Outcome change_file(const std::string& source, const std::string& target, Progre
             outcome.fail(Flawed, source + ": " + outcome.report.failure + "; nothing is written");
             return outcome;
         }
+        const std::vector<std::string>& doubts = outcome.report.doubts;
+        if (!doubts.empty()) outcome.status = Flawed;
+        outcome.warnings.insert(outcome.warnings.end(), doubts.begin(), doubts.end());
         outcome.after = measures_of(model.mesh);
         if (outcome.after.triangles == 0) {
             outcome.fail(Flawed, source + ": no triangle would be left; nothing is written");

@@ -141,4 +141,46 @@ float ElementWeakness::at(Vec3f p) const {
     return value;
 }
 
+SmoothElementWeakness::SmoothElementWeakness(const fem::EnergyField& elements, double size)
+    : reach_(2 * size) {
+    members_.reserve(elements.centres.size());
+    for (std::size_t i = 0; i < elements.centres.size(); ++i) {
+        const Vec3f centre = elements.centres[i];
+        members_.push_back({cell_of(centre), centre, elements.values[i]});
+    }
+    std::stable_sort(members_.begin(), members_.end(),
+                     [](const Member& a, const Member& b) { return a.cell < b.cell; });
+}
+
+SmoothElementWeakness::Cell SmoothElementWeakness::cell_of(Vec3f p) const {
+    const auto place = [&](float c) {
+        return saturate_to<std::int32_t>(std::floor(double{c} / reach_));
+    };
+    return {place(p.z), place(p.y), place(p.x)};
+}
+
+float SmoothElementWeakness::at(Vec3f p) const {
+    const auto before = [](const Member& member, const Cell& cell) { return member.cell < cell; };
+    const Cell middle = cell_of(p);
+    double weights = 0;
+    double sum = 0;
+    for (const int z : {-1, 0, 1}) {
+        for (const int y : {-1, 0, 1}) {
+            // Cells beside each other along x follow each other.
+            const Cell first = {middle[0] + z, middle[1] + y, middle[2] - 1};
+            const Cell end = {first[0], first[1], first[2] + 3};
+            auto member = std::lower_bound(members_.begin(), members_.end(), first, before);
+            for (; member != members_.end() && member->cell < end; ++member) {
+                const Vec3d off = to_double(member->centre) - to_double(p);
+                const double share = 1 - dot(off, off) / (reach_ * reach_);
+                if (!(share > 0) || std::isnan(member->value)) continue;
+                weights += share * share;
+                sum += share * share * double{member->value};
+            }
+        }
+    }
+    return weights > 0 ? static_cast<float>(sum / weights)
+                       : std::numeric_limits<float>::quiet_NaN();
+}
+
 }  // namespace povmesh

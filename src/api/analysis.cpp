@@ -75,7 +75,7 @@ void strengthColoringFromData(uint32_t method, uint32_t load, const float* coord
     TriMesh mesh = build(
         job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(30);
-    colour_strength(mesh, {StrengthMethod{method}, strength_load(load)}, job.run());
+    colour_strength(mesh, {.method = StrengthMethod{method}, .load = strength_load(load)}, job.run());
     job.progress(70);
     export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
     job.progress(100);

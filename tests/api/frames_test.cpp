@@ -11,6 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "analysis/section_shapes.h"
 #include "api/job.h"
 #include "api/slots.h"
 #include "calls.h"
@@ -304,6 +305,14 @@ TEST_F(Frames, TellWhereAModelIsWeak) {
     EXPECT_NEAR(std::hypot(centres[0], centres[1]), 0, 0.1);
     EXPECT_EQ(std::vector<float>(normals, normals + 3), (std::vector<float>{0, 0, 1}));
     EXPECT_EQ(scores[0], 100);
+    freeAllArray();
+    // Two flanges on a thin bar, 48 triangles: with half of them it would be another body.
+    const shapes::SoupVector bar =
+        shapes::lathe({{10, 0}, {10, 10}, {3, 10.01}, {3, 40}, {10, 40.01}, {10, 50}}, 4);
+    weaknessDetect(bar.data(), static_cast<std::uint32_t>(bar.size() / 9), &centres, &normals,
+                   &scores, &section_count, 1);
+    ASSERT_EQ(section_count, 1U);
+    EXPECT_NEAR(centres[2], 25, 1);
     freeAllArray();
     weaknessDetect(waisted.data(), count, &centres, &normals, &scores, &section_count, 0x100);
     EXPECT_GT(section_count, 100U);
