@@ -86,7 +86,7 @@ constexpr std::array kLimits = {
     Limit{"inserting voxels in key order, to std::map", "voxel_build", "voxel_build_map", "", 0.25},
     Limit{"walking voxels, to std::map", "voxel_walk", "voxel_walk_map", "", 0.2},
     Limit{"faces of voxels, to std::map", "voxel_faces", "voxel_faces_map", "", 0.01},
-    Limit{"peeling a layer of voxels, to std::map", "voxel_peel", "voxel_peel_map", "", 0.1},
+    Limit{"eroding a layer of voxels, to std::map", "voxel_erode", "voxel_erode_map", "", 0.1},
     Limit{"filling rows of voxels, to std::map", "voxel_fill", "voxel_fill_map", "", 0.05},
     Limit{"nearest of 100 seeds, to nanoflann", "nearest_seed", "nearest_seed_nanoflann", "",
           1.0 / 3, "100"},

@@ -1,9 +1,10 @@
-// Cutting a model with a plane, both halves capped, and filling the cap alone. One thread (scripts/bench
-// sets OMP_NUM_THREADS=1).
+// Cutting a model with a plane, both halves capped, and filling the cap alone. One thread
+// (scripts/bench sets OMP_NUM_THREADS=1).
 //
-// Floor of a cut, per triangle, far beyond the caches: the model's shells are labelled and so are those
-// of the halves, 226 bytes each (see detect_bench.cpp); 8 read for the signs, 24 for the sides, 36 read
-// and 36 written, and 8 for the vertices, to gather the halves: 564 bytes, 141 ns at 4 GB/s.
+// Floor of a cut, per triangle, far beyond the caches: the model's shells are labelled and so are
+// those of the halves, 226 bytes each (see detect_bench.cpp); 8 read for the signs, 24 for the
+// sides, 36 read and 36 written, and 8 for the vertices, to gather the halves: 564 bytes, 141 ns at
+// 4 GB/s.
 #include <array>
 #include <cmath>
 #include <numbers>
@@ -84,11 +85,12 @@ void cut_in_slabs(benchmark::State& state, const std::string& name) {
     state.SetItemsProcessed(state.iterations() * kPlanes);
 }
 
-// A wavy disc with holes in rows: half of the points on the outline, half on the rims of holes with ten each.
+// A wavy disc with holes in rows: half of the points on the outline, half on the rims of holes with
+// ten each.
 void fill(benchmark::State& state) {
     const auto count = static_cast<int>(state.range(0));
     const TriMesh no_model;
-    const auto frame = LevelFrame::make({{0, 0, -1}, {1, 0, 0}, {0, 0, 0}, 0});
+    const auto frame = PlaneFrame::make({{0, 0, -1}, {1, 0, 0}, {0, 0, 0}, 0});
     CutPoints outline(no_model);
     Array<RimEdge> rim;
     const auto add_loop = [&](int points, auto at) {
@@ -128,8 +130,8 @@ namespace peer = CGAL::Polygon_mesh_processing;
 using Kernel = CGAL::Exact_predicates_inexact_constructions_kernel;
 using SurfaceMesh = CGAL::Surface_mesh<Kernel::Point_3>;
 
-// The side of a plane as a closed box that is larger than the model. (The form of `clip` that takes a plane
-// crashes when it is compiled without its assertions.)
+// The side of a plane as a closed box that is larger than the model. (The form of `clip` that takes
+// a plane crashes when it is compiled without its assertions.)
 SurfaceMesh half_space(Vec3d point, Vec3d normal, double size) {
     const Vec3d up = normal / length(normal);
     Vec3d across = cross(up, {0, 1, 0});

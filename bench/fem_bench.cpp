@@ -61,7 +61,7 @@ VoxelGrid model_grid(const TriMesh& model, double elements) {
     for (int round = 0; round < 8; ++round) {
         const auto edge = static_cast<float>(size);
         VoxelGrid grid = form_voxels(model, {{edge, edge, edge}}, run);
-        form_surface(grid, run);
+        mark_exposed_sides(grid);
         Model model_of;
         fem::build_model(grid, model_of, run.log);
         const double made = static_cast<double>(model_of.element_count());

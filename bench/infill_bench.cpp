@@ -1,5 +1,5 @@
-// Cellular infill: the nearest of many seeds for each voxel, beside a k-d tree, and whole models. One
-// thread (scripts/bench sets OMP_NUM_THREADS=1).
+// Cellular infill: the nearest of many seeds for each voxel, beside a k-d tree, and whole models.
+// One thread (scripts/bench sets OMP_NUM_THREADS=1).
 //
 // Floor of the search: a voxel is compared with the five to forty seeds of its block's list, four
 // at a time: 2 ns. Its number is two bytes.

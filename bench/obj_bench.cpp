@@ -1,6 +1,6 @@
 // Reading and writing OBJ files, in the form that hosts get (five decimals, a colour behind each
-// vertex) and in the exact one of the tool. One thread (scripts/bench sets OMP_NUM_THREADS=1); files as
-// in stl_bench.cpp.
+// vertex) and in the exact one of the tool. One thread (scripts/bench sets OMP_NUM_THREADS=1);
+// files as in stl_bench.cpp.
 //
 // Floors per triangle of a closed mesh, which has half a vertex for each:
 //   read   about 22 bytes of face and 24 (exact: 17) of vertex, at 0.86 GB/s, and the compaction of

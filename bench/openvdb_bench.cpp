@@ -1,9 +1,9 @@
-// Voxelising beside OpenVDB, in a program of its own: its headers and libraries are large. One thread
-// (scripts/bench sets OMP_NUM_THREADS=1, here also for its task scheduler).
+// Voxelising beside OpenVDB, in a program of its own: its headers and libraries are large. One
+// thread (scripts/bench sets OMP_NUM_THREADS=1, here also for its task scheduler).
 //
 // OpenVDB makes signed distances: everywhere inside, where ours has filled rows, or, as
-// `voxelise_openvdb_band`, in a band of three voxels inside of the surface, which is its least work. For
-// every cell of a ball it would take a minute.
+// `voxelise_openvdb_band`, in a band of three voxels inside of the surface, which is its least
+// work. For every cell of a ball it would take a minute.
 #include <openvdb/openvdb.h>
 #include <openvdb/tools/MeshToVolume.h>
 #include <tbb/global_control.h>

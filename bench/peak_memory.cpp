@@ -49,8 +49,8 @@ int measure_call(const std::string& operation, const char* path) {
     forget_peak();
     const double before = peak_resident_size();
     if (operation == "flaws_detect") flawsDetect64(path);
-    if (operation == "reduce") reduce(mesh, 0.5, 0.05, -1);
-    if (operation == "parallel_reduce") reduce_parallel(mesh, {.target = 0.5}, run);
+    if (operation == "reduce") reduce(mesh, {.keep = 0.5});
+    if (operation == "parallel_reduce") reduce_parallel(mesh, {.keep = 0.5}, run);
     std::cout << peak_resident_size() - before << '\n';
     return 0;
 }

@@ -20,12 +20,12 @@ const TriMesh& rock_of_level(int level) {
 }
 
 void render_mesh(benchmark::State& state, const TriMesh& mesh, std::uint32_t side) {
-    Scene scene(1);
+    picture::Scene scene(1);
     scene[0].mesh = &mesh;
-    RenderOptions options;
+    picture::RenderOptions options;
     options.width = side;
     options.height = side;
-    for (auto _ : state) benchmark::DoNotOptimize(render(scene, options));
+    for (auto _ : state) benchmark::DoNotOptimize(picture::render(scene, options));
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(mesh.faces.size()));
 }
 
@@ -55,11 +55,11 @@ void render_cube(benchmark::State& state) {
 BENCHMARK(render_cube)->Arg(1024)->Arg(4096)->Unit(benchmark::kMillisecond);
 
 void encode(benchmark::State& state) {
-    Scene scene(1);
+    picture::Scene scene(1);
     scene[0].mesh = &rock_of_level(7);
-    const Image image = render(scene, {});
+    const picture::Image image = picture::render(scene, {});
     std::size_t bytes = 0;
-    for (auto _ : state) bytes = encode_png(image).size();
+    for (auto _ : state) bytes = picture::encode_png(image).size();
     state.counters["file_bytes"] = static_cast<double>(bytes);
 }
 BENCHMARK(encode)->Unit(benchmark::kMillisecond);

@@ -44,7 +44,6 @@ namespace {
 
 constexpr double kHalf = 0.5;
 constexpr double kTenth = 0.1;
-constexpr double kLeastKept = 0.05;
 constexpr double kFloorBytes = 1500;
 
 // The quality of a result, measured once: a benchmark is run several times.
@@ -80,19 +79,19 @@ void measure_reduction(benchmark::State& state, const std::string& operation,
 
 void reduce_half(benchmark::State& state, const std::string& input) {
     measure_reduction(state, "reduce_half", input, mesh(input),
-                      [](TriMesh& mesh) { reduce(mesh, kHalf, kLeastKept, -1); });
+                      [](TriMesh& mesh) { reduce(mesh, {.keep = kHalf}); });
 }
 
 // As hosts get it that preprocess a model.
 void reduce_auto(benchmark::State& state, const std::string& input) {
     measure_reduction(state, "reduce_auto", input, mesh(input),
-                      [](TriMesh& mesh) { reduce(mesh, -1, kLeastKept, 0.985); });
+                      [](TriMesh& mesh) { reduce(mesh, kReduceScans); });
 }
 
 void parallel(TriMesh& mesh, double target) {
     RunLog log;
     RunContext run{{}, log};
-    reduce_parallel(mesh, {target, kLeastKept}, run);
+    reduce_parallel(mesh, {.keep = target}, run);
 }
 
 void parallel_half(benchmark::State& state, const std::string& input) {

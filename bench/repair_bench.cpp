@@ -2,8 +2,9 @@
 // OMP_NUM_THREADS=1).
 //
 // Floor of a repair, per triangle, far beyond the caches: build_f with uses 139 bytes, three edge
-// tables with two labellings of shells 2 x 226 (the second and third are made because duplicates went
-// and faces came), tilted vertices 16, the walk 100, compacting 88: 795 bytes, 0.2 us at 4 GB/s.
+// tables with two labellings of shells 2 x 226 (the second and third are made because duplicates
+// went and faces came), tilted vertices 16, the walk 100, compacting 88: 795 bytes, 0.2 us at 4
+// GB/s.
 #include <algorithm>
 #include <stdexcept>
 

@@ -1,10 +1,10 @@
 // Separating a mesh into models, grouping its shells, telling which are nested, and finding where a
 // surface crosses itself. One thread (scripts/bench sets OMP_NUM_THREADS=1).
 //
-// Floor of separating, per triangle, far beyond the caches: 226 bytes for uses, edges and shells (see
-// detect_bench.cpp), 48 read and 49 written to gather the soup, 49 read and 44 written to build the
-// parts: 416 bytes, 104 ns at 4 GB/s. Grouping shells that are apart reads 48 bytes a triangle for
-// the boxes.
+// Floor of separating, per triangle, far beyond the caches: 226 bytes for uses, edges and shells
+// (see detect_bench.cpp), 48 read and 49 written to gather the soup, 49 read and 44 written to
+// build the parts: 416 bytes, 104 ns at 4 GB/s. Grouping shells that are apart reads 48 bytes a
+// triangle for the boxes.
 #include <algorithm>
 #include <cmath>
 #include <map>
@@ -117,7 +117,7 @@ void separate(benchmark::State& state, const std::string& name) {
     measure(
         state, [&] { return fresh_mesh(name); },
         [&](TriMesh& mesh) {
-            separate_models(mesh);
+            separate_bodies(mesh);
             state.counters["models"] = static_cast<double>(mesh.parts.size());
             return mesh.parts.size();
         });

@@ -1,9 +1,9 @@
-// Column supports: the search for gaps below overhangs, what comes before it, and the polygons of layers.
-// One thread (scripts/bench sets OMP_NUM_THREADS=1).
+// Column supports: the search for gaps below overhangs, what comes before it, and the polygons of
+// layers. One thread (scripts/bench sets OMP_NUM_THREADS=1).
 //
-// Floors. The search reads one bit a cell; flags and angles of the cells at overhangs come on top. Following
-// nine lines of each column through the faces costs some ten nanoseconds a crossing. A layer's outline costs
-// its faces; a square near it is clipped in some ten microseconds.
+// Floors. The search reads one bit a cell; flags and angles of the cells at overhangs come on top.
+// Following nine lines of each column through the faces costs some ten nanoseconds a crossing. A
+// layer's outline costs its faces; a square near it is clipped in some ten microseconds.
 #include <cmath>
 #include <map>
 
@@ -45,7 +45,7 @@ const TriMesh& model_400(const std::string& name) {
 
 VoxelGrid filled(const TriMesh& model) {
     RunContext run = no_run();
-    VoxelGrid grid = voxelise(model, {{kSpacing, kSpacing, 1}, false, true}, run);
+    VoxelGrid grid = voxelise(model, {{kSpacing, kSpacing, 1}, true}, run);
     fill_rows(grid, FillColour::White);
     return grid;
 }

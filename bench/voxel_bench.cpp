@@ -1,11 +1,11 @@
 // Voxel grids: their passes beside the same ones on std::map, whole voxelisations of growing boxes,
 // hollowing. One thread (scripts/bench sets OMP_NUM_THREADS=1).
 //
-// Floors. A pass over the cells reads or writes a few bits for each: the outside, the voxels and six
-// sides are one byte a cell, 0.25 ns at 4 GB/s. A voxel that is handed out in a walk costs some
+// Floors. A pass over the cells reads or writes a few bits for each: the outside, the voxels and
+// six sides are one byte a cell, 0.25 ns at 4 GB/s. A voxel that is handed out in a walk costs some
 // nanoseconds for its record. Sampling a face costs its set-up, about 100 ns, and a few nanoseconds
-// for every grid point that is accepted. A square of the surface is two faces of 36 bytes and about one
-// vertex of 16: 22 ns at 4 GB/s.
+// for every grid point that is accepted. A square of the surface is two faces of 36 bytes and about
+// one vertex of 16: 22 ns at 4 GB/s.
 #include <malloc.h>
 
 #include <algorithm>
@@ -161,17 +161,17 @@ void measure_map_pass(benchmark::State& state, const VoxelGrid& grid, Pass pass)
 
 void voxel_faces(benchmark::State& state, const std::string& name) {
     VoxelGrid stale = solid(name);
-    stale.outside_is_valid = false;  // the flood counts
-    measure_pass(state, stale, mark_exposed_sides);
+    stale.edit_occupied();  // the flood counts
+    measure_pass(state, stale, [](VoxelGrid& g) { mark_exposed_sides(g); });
 }
 void voxel_faces_map(benchmark::State& state, const std::string& name) {
     measure_map_pass(state, solid(name), [](literal::Grid& g) { g.mark_by_neighbours(); });
 }
-void voxel_peel(benchmark::State& state, const std::string& name) {
-    measure_pass(state, solid(name), [](VoxelGrid& g) { peel(g, 1); });
+void voxel_erode(benchmark::State& state, const std::string& name) {
+    measure_pass(state, solid(name), [](VoxelGrid& g) { erode(g, 1); });
 }
-void voxel_peel_map(benchmark::State& state, const std::string& name) {
-    measure_map_pass(state, solid(name), [](literal::Grid& g) { g.peel(1, nullptr); });
+void voxel_erode_map(benchmark::State& state, const std::string& name) {
+    measure_map_pass(state, solid(name), [](literal::Grid& g) { g.erode(1, nullptr); });
 }
 void voxel_fill(benchmark::State& state, const std::string& name) {
     measure_pass(state, shell(name), [](VoxelGrid& g) { fill_rows(g, FillColour::White); });
@@ -258,8 +258,8 @@ int main(int argc, char** argv) {
     add_named("voxel_walk_map", balls, voxel_walk_map);
     add_named("voxel_faces", balls, voxel_faces);
     add_named("voxel_faces_map", balls, voxel_faces_map);
-    add_named("voxel_peel", balls, voxel_peel);
-    add_named("voxel_peel_map", balls, voxel_peel_map);
+    add_named("voxel_erode", balls, voxel_erode);
+    add_named("voxel_erode_map", balls, voxel_erode_map);
     add_named("voxel_fill", balls, voxel_fill);
     add_named("voxel_fill_map", balls, voxel_fill_map);
     const std::vector<std::string> models = boxed_inputs({100, 200, 400, 790});

@@ -33,7 +33,7 @@ double smallest_wall(const TriMesh& model, const TriMesh& cavity) {
 }
 
 void add_cavities(TriMesh& model, const TriMesh& cavities) {
-    append_mesh(model, cavities, AppendAs::TurnedOver);
+    append_mesh(model, cavities, AppendWinding::Reversed);
     compact(model);
 }
 

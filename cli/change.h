@@ -9,6 +9,8 @@
 
 #include "cli/commands.h"
 #include "cli/findings_report.h"
+#include "cli/model.h"
+#include "cli/outcome.h"
 #include "mesh/tri_mesh.h"
 #include "run/progress.h"
 
@@ -17,10 +19,10 @@ namespace povmesh::cli {
 /// What an operation tells beyond the measures of the model before and after.
 struct ChangeReport {
     std::string failure;  // why there is no result, without the file; nothing is written then
-    std::vector<std::string>
-        doubts;          // why the result, though written, is not to be trusted; each is
-                         // a warning, and the exit status is Flawed
-    double seconds = 0;  // that it took, without reading and writing
+    // Why the result, though written, is not to be trusted: each is a warning, and the exit status
+    // is Flawed.
+    std::vector<std::string> doubts;
+    double seconds = 0;              // that it took, without reading and writing
     std::vector<Row> before, after;  // of the same labels, to stand beside each other
     std::vector<Row> rows;
     Json json_before = Json::object(), json_after = Json::object();
@@ -29,6 +31,20 @@ struct ChangeReport {
 
 /// Changes the mesh and leaves it compact. Progress goes from 50 to 80.
 using Change = std::function<ChangeReport(TriMesh& mesh, Progress progress)>;
+
+/// The steps of an operation between reading a model and telling what became of it.
+struct RewriteSteps {
+    /// Changes the mesh; returns why nothing is to be written, without the file, or nothing.
+    std::function<std::string(LoadedModel& model)> change;
+    /// Looks at what was read back; may be empty.
+    std::function<void(LoadedModel& back)> inspect;
+};
+
+/// Reads IN, changes it, writes it as --output, reads that back and compares it. Failures, and
+/// warnings of reading and of what the format loses, go into the outcome. Progress is 48 after
+/// reading and 80 before writing.
+void rewrite_model(const Arguments& arguments, Progress progress, const RewriteSteps& steps,
+                   Outcome& outcome);
 
 /// Changes the model IN and writes it as --output, with a table or, with --json, an object of what
 /// changed. A result without faces is not written. Returns the exit status.

@@ -96,8 +96,6 @@ Json to_json(const Report& report) {
     return json;
 }
 
-}  // namespace
-
 int run_check(const Arguments& arguments, Console& console) {
     const std::vector<std::string>& paths = arguments.all("FILE");
     const bool as_json = arguments.has("--json");
@@ -122,6 +120,25 @@ int run_check(const Arguments& arguments, Console& console) {
         console.print(summary(statuses));
     }
     return *std::max_element(statuses.begin(), statuses.end());
+}
+
+}  // namespace
+
+OperationSpec check_operation() {
+    return {
+        .name = "check",
+        .summary = "Tell whether models are fit to print",
+        .description =
+            "Reads each file and prints its size, its volume, the flaws that a printer trips over, "
+            "where they are and what repair would do about them.",
+        .positionals = {{"FILE", true, "STL files, binary or ASCII, and OBJ files"}},
+        .options = {{.name = "--json", .help = "Print one JSON array with an object for each file"},
+                    {.name = "--self-intersections",
+                     .help = "Count faces that cut through each other also in models of more than "
+                             "2,000,000 triangles"}},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_check,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -1,4 +1,5 @@
-// The operations of the tool, one a file. Each returns its exit status.
+// The operations of the tool, one a file: each file ends with the row that help, man page and
+// completion are made from, and keeps the function that runs it to itself.
 #pragma once
 
 #include "cli/console.h"
@@ -6,21 +7,21 @@
 
 namespace povmesh::cli {
 
-int run_check(const Arguments& arguments, Console& console);
-int run_convert(const Arguments& arguments, Console& console);
-int run_reduce(const Arguments& arguments, Console& console);
-int run_cut(const Arguments& arguments, Console& console);
-int run_hollow(const Arguments& arguments, Console& console);
-int run_infill(const Arguments& arguments, Console& console);
-int run_remesh(const Arguments& arguments, Console& console);
-int run_render(const Arguments& arguments, Console& console);
-int run_repair(const Arguments& arguments, Console& console);
-int run_revise(const Arguments& arguments, Console& console);
-int run_split(const Arguments& arguments, Console& console);
-int run_strength(const Arguments& arguments, Console& console);
-int run_subdivide(const Arguments& arguments, Console& console);
-int run_support(const Arguments& arguments, Console& console);
-int run_version(const Arguments& arguments, Console& console);
-int run_voxelize(const Arguments& arguments, Console& console);
+OperationSpec check_operation();
+OperationSpec repair_operation();
+OperationSpec split_operation();
+OperationSpec cut_operation();
+OperationSpec reduce_operation();
+OperationSpec remesh_operation();
+OperationSpec revise_operation();
+OperationSpec subdivide_operation();
+OperationSpec hollow_operation();
+OperationSpec infill_operation();
+OperationSpec voxelize_operation();
+OperationSpec support_operation();
+OperationSpec strength_operation();
+OperationSpec convert_operation();
+OperationSpec render_operation();
+OperationSpec version_operation();
 
 }  // namespace povmesh::cli

@@ -4,8 +4,10 @@
 #include "cli/commands.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
+#include "cli/shared_options.h"
 
 namespace povmesh::cli {
+namespace {
 
 int run_convert(const Arguments& arguments, Console& console) {
     const std::string& source = arguments.text("IN");
@@ -32,6 +34,21 @@ int run_convert(const Arguments& arguments, Console& console) {
                       " written\n");
     }
     return Clean;
+}
+
+}  // namespace
+
+OperationSpec convert_operation() {
+    return {
+        .name = "convert",
+        .summary = "Write a model in another format",
+        .description =
+            "Reads STL, binary or ASCII, or OBJ and writes binary STL or OBJ. IN and OUT may be "
+            "the same file; OUT is replaced only when the new content is complete.",
+        .positionals = {kModelFile, {"OUT", false, "File to write; its name ends in .stl or .obj"}},
+        .statuses = {Clean, Usage, CannotRead, CannotWrite},
+        .run = run_convert,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -1,17 +1,14 @@
 // povmesh cut: divides a model with a plane, one file for each piece.
 #include <cmath>
 #include <cstddef>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "cli/commands.h"
-#include "cli/findings_report.h"
-#include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/pieces.h"
+#include "cli/shared_options.h"
 #include "cut/cut.h"
 #include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
@@ -20,23 +17,8 @@
 namespace povmesh::cli {
 namespace {
 
-namespace fs = std::filesystem;
-
 // Sides of a peg: from this many on a printer's resolution hides them.
 constexpr std::uint32_t kPegSegments = 48;
-
-struct Outcome {
-    ExitStatus status = Clean;
-    std::string failure;
-    std::vector<std::string> warnings;
-    std::vector<Piece> pieces;  // those written
-    CutCounts counts;
-
-    void fail(ExitStatus with, const std::string& text) {
-        status = with;
-        failure = text;
-    }
-};
 
 // True when each edge is held by an even number of faces, so that the faces enclose something.
 bool encloses(TriMesh& mesh) {
@@ -47,139 +29,85 @@ bool encloses(TriMesh& mesh) {
     return is_closed(mesh);
 }
 
-class Cutter {
-public:
-    Cutter(const Arguments& arguments, Progress progress)
-        : arguments_(arguments),
-          source_(arguments.text("IN")),
-          folder_(arguments.text("--output")),
-          progress_(progress),
-          extension_(extension_for(arguments, source_)) {}
-
-    Outcome run() {
-        const std::string read_failure = load_model(source_, progress_, model_);
-        if (!read_failure.empty()) {
-            outcome_.fail(CannotRead, read_failure);
-            return outcome_;
-        }
-        outcome_.warnings = load_warnings(model_);
-        try {
-            cut();
-            if (outcome_.failure.empty()) write();
-        } catch (...) {
-            outcome_.fail(CannotRead, failure_text(source_) + written_text(outcome_.pieces));
-        }
-        return outcome_;
+CutOptions options_of(const Arguments& arguments, const TriMesh& mesh) {
+    CutOptions options;
+    options.operation = arguments.has("--mirror")    ? CutOperation::MirrorFront
+                        : arguments.has("--no-caps") ? CutOperation::Cut
+                                                     : CutOperation::CutAndCap;
+    options.plane.normal = arguments.vector("--normal");
+    // Any direction in the plane will do; that of x, or of y, lets pegs start along an axis.
+    const Vec3d& n = options.plane.normal;
+    options.plane.direction = n.y == 0 && n.z == 0 ? Vec3d{0, 1, 0} : Vec3d{1, 0, 0};
+    if (arguments.has("--point")) {
+        options.plane.point = arguments.vector("--point");
+    } else if (const Box3f box = finite_bounds(mesh); !box.is_empty()) {
+        options.plane.point = to_double(box.low) * 0.5 + to_double(box.high) * 0.5;
     }
-
-private:
-    CutOptions options() const {
-        CutOptions options;
-        options.operation = arguments_.has("--mirror")    ? CutOperation::MirrorBelow
-                            : arguments_.has("--no-caps") ? CutOperation::Cut
-                                                          : CutOperation::CutAndCap;
-        options.plane.normal = arguments_.vector("--normal");
-        // Any direction in the plane will do; that of x, or of y, lets pegs start along an axis.
-        const Vec3d& n = options.plane.normal;
-        options.plane.direction = n.y == 0 && n.z == 0 ? Vec3d{0, 1, 0} : Vec3d{1, 0, 0};
-        if (arguments_.has("--point")) {
-            options.plane.point = arguments_.vector("--point");
-        } else if (const Box3f box = finite_bounds(model_.mesh); !box.is_empty()) {
-            options.plane.point = to_double(box.low) * 0.5 + to_double(box.high) * 0.5;
-        }
-        options.connectors.count = static_cast<std::uint32_t>(arguments_.number("--pegs"));
-        options.connectors.radius = arguments_.number("--peg-radius");
-        options.connectors.segments = kPegSegments;
-        options.keep_cavities = true;
-        return options;
-    }
-
-    void cut() {
-        TriMesh& mesh = model_.mesh;
-        const std::vector<std::string> lost = loss_warnings(model_, kind_of("x" + extension_));
-        const CutOptions cut_options = options();
-        const bool was_closed = encloses(mesh);
-        RunLog log;
-        RunContext run{progress_, log};
-        outcome_.counts = cut_models(mesh, cut_options, run);
-        progress_.set(70);
-        if (outcome_.counts.divided == 0) {
-            return outcome_.fail(Flawed,
-                                 source_ + ": the plane misses " +
-                                     (outcome_.counts.models > 1 ? "all models" : "the model") +
-                                     "; nothing is written");
-        }
-        for (TriMesh& part : mesh.parts) {
-            label_shells(part);
-            pieces_.push_back(piece_of(part, part.shells.size()));
-        }
-        must_be_closed_ = was_closed && cut_options.operation != CutOperation::Cut;
-        const std::size_t pegs = outcome_.counts.divided * cut_options.connectors.count;
-        if (cut_options.operation == CutOperation::CutAndCap && outcome_.counts.connectors < pegs) {
-            outcome_.warnings.push_back("only " + with_separators(outcome_.counts.connectors) +
-                                        " of " + counted(pegs, "peg") +
-                                        " found room; try a smaller --peg-radius");
-        }
-        outcome_.warnings.insert(outcome_.warnings.end(), lost.begin(), lost.end());
-    }
-
-    void write() {
-        if (const std::string failure = make_folder(folder_); !failure.empty()) {
-            return outcome_.fail(CannotWrite, failure);
-        }
-        for (std::size_t i = 0; i < pieces_.size(); ++i) {
-            Piece& piece = pieces_[i];
-            piece.file = name_of(i + 1);
-            const std::string failure = save_model(model_.mesh.parts[i], piece.file);
-            if (!failure.empty()) {
-                return outcome_.fail(CannotWrite, failure + written_text(outcome_.pieces));
-            }
-            outcome_.pieces.push_back(piece);
-            progress_.set(70 + static_cast<std::uint32_t>(30 * (i + 1) / pieces_.size()));
-        }
-        const std::string next = name_of(pieces_.size() + 1);
-        if (std::error_code error; fs::exists(next, error)) {
-            outcome_.warnings.push_back(next + " was there before and is none of these pieces");
-        }
-        for (const Piece& piece : outcome_.pieces) {
-            if (!must_be_closed_ || piece.is_closed) continue;
-            return outcome_.fail(Flawed, piece.file + ": is not closed although " + source_ +
-                                             " is; please report this model");
-        }
-    }
-
-    std::string name_of(std::size_t number) const {
-        return numbered(folder_, fs::path(source_).stem().string(), number, extension_);
-    }
-
-    const Arguments& arguments_;
-    const std::string& source_;
-    const std::string& folder_;
-    Progress progress_;
-    std::string extension_;
-    LoadedModel model_;
-    std::vector<Piece> pieces_;
-    bool must_be_closed_ = false;
-    Outcome outcome_;
-};
-
-std::string summary(const std::string& source, const std::string& folder, const Outcome& outcome) {
-    std::string text = on_one_line(source) + ": " + counted(outcome.pieces.size(), "piece") +
-                       " in " + on_one_line(folder);
-    if (outcome.counts.connectors != 0) {
-        text += ", " + counted(outcome.counts.connectors, "peg");
-    }
-    return text + "\n";
+    options.connectors.count = static_cast<std::uint32_t>(arguments.number("--pegs"));
+    options.connectors.radius = arguments.number("--peg-radius");
+    options.connectors.segments = kPegSegments;
+    options.keep_cavities = true;
+    return options;
 }
 
-Json to_json(const std::string& source, const std::string& folder, const Outcome& outcome) {
+// What the frame does not ask for.
+struct CutReport {
+    CutCounts counts;
+    bool must_be_closed = false;
+};
+
+std::vector<Piece> cut(TriMesh& mesh, const Arguments& arguments, Progress progress,
+                       PiecesOutcome& outcome, CutReport& report) {
+    const CutOptions options = options_of(arguments, mesh);
+    report.must_be_closed = encloses(mesh) && options.operation != CutOperation::Cut;
+    RunLog log;
+    RunContext run{progress, log};
+    report.counts = cut_models(mesh, options, run);
+    if (report.counts.divided == 0) {
+        outcome.fail(Flawed, arguments.text("IN") + ": the plane misses " +
+                                 (report.counts.models > 1 ? "all models" : "the model") +
+                                 "; nothing is written");
+        return {};
+    }
+    const std::size_t pegs = report.counts.divided * options.connectors.count;
+    if (options.operation == CutOperation::CutAndCap && report.counts.connectors < pegs) {
+        outcome.warnings.push_back("only " + with_separators(report.counts.connectors) + " of " +
+                                   counted(pegs, "peg") +
+                                   " found room; try a smaller --peg-radius");
+    }
+    std::vector<Piece> pieces;
+    for (TriMesh& part : mesh.parts) {
+        label_shells(part);
+        pieces.push_back(piece_of(part, part.shells.size()));
+    }
+    return pieces;
+}
+
+void expect_closed(const std::string& source, PiecesOutcome& outcome) {
+    for (const Piece& piece : outcome.pieces) {
+        if (piece.is_closed) continue;
+        return outcome.fail(Flawed, piece.file + ": is not closed although " + source +
+                                        " is; please report this model");
+    }
+}
+
+std::string headline(const std::string& source, const std::string& folder,
+                     const PiecesOutcome& outcome, std::size_t pegs) {
+    std::string text = on_one_line(source) + ": " + counted(outcome.pieces.size(), "piece") +
+                       " in " + on_one_line(folder);
+    if (pegs != 0) text += ", " + counted(pegs, "peg");
+    return text;
+}
+
+Json to_json(const std::string& source, const std::string& folder, const PiecesOutcome& outcome,
+             const CutCounts& counts) {
     Json json = {{"file", source}, {"folder", folder}};
     if (!outcome.failure.empty()) json["error"] = outcome.failure;
-    json["models"] = outcome.counts.models;
-    json["cut_models"] = outcome.counts.divided;
-    json["pegs"] = outcome.counts.connectors;
+    json["models"] = counts.models;
+    json["cut_models"] = counts.divided;
+    json["pegs"] = counts.connectors;
     json["pieces"] = pieces_json(outcome.pieces);
-    json["warnings"] = outcome.warnings;
+    json["warnings"] = warnings_json(outcome);
     return json;
 }
 
@@ -196,8 +124,6 @@ std::string usage_error(const Arguments& arguments) {
     return {};
 }
 
-}  // namespace
-
 int run_cut(const Arguments& arguments, Console& console) {
     if (const std::string error = usage_error(arguments); !error.empty()) {
         console.error(error);
@@ -205,17 +131,71 @@ int run_cut(const Arguments& arguments, Console& console) {
     }
     const std::string& source = arguments.text("IN");
     const std::string& folder = arguments.text("--output");
+    CutReport report;
     ProgressLine line(console, source);
-    const Outcome outcome = Cutter(arguments, line.progress()).run();
+    PiecesOutcome outcome =
+        divide_model(arguments, line.progress(), "pieces",
+                     [&](TriMesh& mesh, Progress progress, PiecesOutcome& so_far) {
+                         return cut(mesh, arguments, progress, so_far, report);
+                     });
     line.stop();
-    if (!outcome.failure.empty()) console.error(outcome.failure);
-    if (arguments.has("--json")) {
-        console.print(json_text(to_json(source, folder, outcome)));
-    } else if (!outcome.pieces.empty() && outcome.status != CannotWrite) {
-        warn_of(source, outcome.warnings, console);
-        console.print(summary(source, folder, outcome) + pieces_table(outcome.pieces));
-    }
-    return outcome.status;
+    if (outcome.failure.empty() && report.must_be_closed) expect_closed(source, outcome);
+    return tell_pieces(
+        outcome, arguments, console,
+        [&] { return to_json(source, folder, outcome, report.counts); },
+        headline(source, folder, outcome, report.counts.connectors));
+}
+
+}  // namespace
+
+OperationSpec cut_operation() {
+    return {
+        .name = "cut",
+        .summary = "Divide a model with a plane",
+        .description =
+            "Cuts each model that the plane divides and closes the openings, so that the pieces of "
+            "a closed model are closed. Writes DIR/NAME_001.stl and so on, NAME being that of IN: "
+            "of each model first the piece that the normal points away from.",
+        .positionals = {kModelFile},
+        .options = {output("DIR", "Folder to write to; it is made when it is not there"),
+                    {.name = "--normal",
+                     .type = ValueType::Vector,
+                     .placeholder = "X,Y,Z",
+                     .default_value = "0,0,1",
+                     .help = "Normal of the plane, of any length"},
+                    {.name = "--point",
+                     .type = ValueType::Vector,
+                     .placeholder = "X,Y,Z",
+                     .unit = "units of the file",
+                     .help = "A point of the plane, by default the middle of the model"},
+                    {.name = "--no-caps", .help = "Leave the openings open"},
+                    {.name = "--mirror",
+                     .help = "Keep the side that the normal points to and add its mirror image"},
+                    {.name = "--pegs",
+                     .type = ValueType::Number,
+                     .placeholder = "COUNT",
+                     .default_value = "0",
+                     .low = 0,
+                     .high = 256,
+                     .help = "Pegs on the first piece of each model cut, with sockets in the other "
+                             "that are larger by 0.2"},
+                    {.name = "--peg-radius",
+                     .type = ValueType::Number,
+                     .placeholder = "RADIUS",
+                     .unit = "units of the file",
+                     .default_value = "2",
+                     .low = 0,
+                     .high = kNoLimit,
+                     .help = "Radius of the pegs, which are up to twice as long"},
+                    {.name = "--format",
+                     .type = ValueType::Choice,
+                     .placeholder = "FORMAT",
+                     .choices = {"stl", "obj"},
+                     .help = "Format to write, by default that of IN"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_cut,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -81,7 +81,8 @@ void count_edges(const TriMesh& mesh, const EdgeMates& mates, Findings& findings
         FlawFinding& finding = findings[flaw];
         ++finding.count;
         list_face(finding, face);
-        set_place(finding, (corner(mesh, face, edge) + corner(mesh, face, (edge + 1) % 3)) / 2.0);
+        set_place(finding,
+                  (corner(mesh, face, edge) + corner(mesh, face, next_corner(edge))) / 2.0);
     };
     for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) {
         bool is_open = false;

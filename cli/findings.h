@@ -91,10 +91,10 @@ enum class SelfIntersectionSearch { Never, UpToQuickFaces, Always };
 
 /// Examines a mesh. Faces and vertices are not changed; the shells are labelled.
 ///
-/// @param flaw_faces  when given, receives the faces to show: inverted as `detect` gives them, without
-///                    those of cavities, with all of shells that are inside out; every face with an
-///                    open or a non-manifold edge; degenerate as `detect` gives them
-/// Progress goes from 48 to 100.
+/// @param flaw_faces  when given, receives the faces to show: inverted as `detect` gives them,
+///                    without those of cavities, with all of shells that are inside out; every face
+///                    with an open or a non-manifold edge; degenerate as `detect` gives them
+///                    Progress goes from 48 to 100.
 Findings examine(TriMesh& mesh, Progress progress, SelfIntersectionSearch search,
                  FlawFaces* flaw_faces = nullptr);
 

@@ -159,9 +159,9 @@ std::string verdict(const Findings& findings) {
     for (std::size_t i = 0; i < kFlawWords.size(); ++i) {
         const std::uint64_t count = findings.flaws[i].count;
         // Edges of opposite windings are the rims of the inverted faces.
-        const bool is_told =
+        const bool is_covered =
             static_cast<Flaw>(i) == Flaw::TurnedEdges && findings[Flaw::InvertedFaces].count != 0;
-        if (count == 0 || is_told) continue;
+        if (count == 0 || is_covered) continue;
         const auto& [key, one, several] = kFlawWords[i];
         if (!flaws.empty()) flaws += ", ";
         flaws += counted(count, one, several);

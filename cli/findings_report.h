@@ -22,8 +22,8 @@ std::string table_text(std::span<const Row> rows);
 /// "2 of 3 edges, 1 of 12"; the middle of a long list is left out.
 std::string hole_sizes_text(std::span<const HoleSize> holes);
 
-/// Everything but the verdict. `is_brief` gives bare values, for columns side by side, and always the
-/// same rows.
+/// Everything but the verdict. `is_brief` gives bare values, for columns side by side, and always
+/// the same rows.
 std::vector<Row> finding_rows(const Findings& findings, bool is_brief = false);
 
 /// Where the flaws are, a row each.

@@ -1,5 +1,7 @@
 // povmesh hollow: makes a shell of a solid model.
 #include "design/hollow.h"
+#include "cli/commands.h"
+#include "cli/shared_options.h"
 
 #include <cmath>
 #include <string>
@@ -67,8 +69,6 @@ ChangeReport report_of(const HollowReport& hollowed, double wall) {
     return report;
 }
 
-}  // namespace
-
 int run_hollow(const Arguments& arguments, Console& console) {
     if (arguments.has("--drain") && arguments.has("--cavity-only")) {
         console.error(
@@ -111,6 +111,41 @@ int run_hollow(const Arguments& arguments, Console& console) {
         report.json["drains"] = made.size();
         return report;
     });
+}
+
+}  // namespace
+
+OperationSpec hollow_operation() {
+    return {
+        .name = "hollow",
+        .summary = "Make a shell of a solid model",
+        .description =
+            "Finds the cavity that leaves a wall of the thickness, and writes the model with it. "
+            "Works on voxels of 0.4 to 2 units, so that the wall is right within about 1.4 of "
+            "them; a wall is at least 0.5 thick.",
+        .positionals = {kModelFile},
+        .options = {model_output(),
+                    {.name = "--thickness",
+                     .type = ValueType::Number,
+                     .placeholder = "THICKNESS",
+                     .unit = "units of the file",
+                     .low = 0,
+                     .high = kNoLimit,
+                     .is_required = true,
+                     .help = "Thickness of the wall"},
+                    {.name = "--drain",
+                     .type = ValueType::Circle,
+                     .placeholder = "X,Y,Z,R",
+                     .unit = "units of the file",
+                     .takes_several = true,
+                     .help = "Cut a round hole of radius R through the wall at the place X,Y,Z on "
+                             "the surface; may be given several times"},
+                    {.name = "--cavity-only",
+                     .help = "Write the surface of the cavity alone, its outside out"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_hollow,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -1,5 +1,7 @@
 // povmesh infill: takes material out of a solid model in closed cells.
 #include "design/infill.h"
+#include "cli/commands.h"
+#include "cli/shared_options.h"
 
 #include <cmath>
 #include <string>
@@ -57,8 +59,6 @@ ChangeReport report_of(const InfillReport& filled, double wanted, double model_v
     return report;
 }
 
-}  // namespace
-
 int run_infill(const Arguments& arguments, Console& console) {
     InfillOptions options;
     options.skin = arguments.number("--skin");
@@ -89,6 +89,41 @@ int run_infill(const Arguments& arguments, Console& console) {
         }
         return report;
     });
+}
+
+}  // namespace
+
+OperationSpec infill_operation() {
+    return {
+        .name = "infill",
+        .summary = "Take material out of a solid model in closed cells",
+        .description =
+            "Fills the inside of the model, below a skin, with cells that have walls between them, "
+            "and writes the model with the largest of them taken out, as many as the density "
+            "allows. Works on voxels of 0.25 to 1 unit; walls are two voxels thick.",
+        .positionals = {kModelFile},
+        .options = {model_output(),
+                    {.name = "--skin",
+                     .type = ValueType::Number,
+                     .placeholder = "THICKNESS",
+                     .unit = "units of the file",
+                     .low = 0,
+                     .high = kNoLimit,
+                     .is_required = true,
+                     .help = "Thickness of the skin above the cells"},
+                    {.name = "--density",
+                     .type = ValueType::Number,
+                     .placeholder = "SHARE",
+                     .low = 0,
+                     .high = 1,
+                     .is_required = true,
+                     .help = "Share of what lies below the skin that stays material"},
+                    {.name = "--cells-only",
+                     .help = "Write the surfaces of the cells alone, their outside out"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_infill,
+    };
 }
 
 }  // namespace povmesh::cli

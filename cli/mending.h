@@ -17,8 +17,8 @@ RepairOptions tool_repair_options();
 std::vector<Row> mending_rows(const RepairReport& report);
 Json mending_json(const RepairReport& report);
 
-/// What repair would do about the flaws found, a line each, by trying it on a copy of the mesh. Empty
-/// when there is nothing for it, or more than kMaxQuickFaces.
+/// What repair would do about the flaws found, a line each, by trying it on a copy of the mesh.
+/// Empty when there is nothing for it, or more than kMaxQuickFaces.
 std::vector<std::string> suggestions(const TriMesh& mesh, const Findings& findings);
 
 }  // namespace povmesh::cli

@@ -38,8 +38,8 @@ struct LoadedModel {
 /// empty on success. Progress goes up to 48.
 std::string load_model(const std::string& path, Progress progress, LoadedModel& model);
 
-/// Writes the live faces, binary STL or exact OBJ as the name of the target asks. On failure returns
-/// one line, with the file; the target is then as it was.
+/// Writes the live faces, binary STL or exact OBJ as the name of the target asks. On failure
+/// returns one line, with the file; the target is then as it was.
 std::string save_model(TriMesh& mesh, const std::string& path);
 
 /// One line, with the file, for whatever is being thrown; to be called while handling an exception.

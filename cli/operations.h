@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/vec.h"
+#include "cli/values.h"
 
 namespace povmesh::cli {
 
@@ -88,20 +88,6 @@ std::string full_help(const OptionSpec& option);
 /// Empty when the value fits the option, else what is wrong with it.
 std::string value_error(const OptionSpec& option, const std::string& value);
 
-/// Reads a value of type Number; not a number when it is none. The decimal point is a point.
-double parse_number(std::string_view text);
-
-/// Reads a value of type Vector; its x is not a number when it is none.
-Vec3d parse_vector(std::string_view text);
-
-struct Circle {
-    Vec3d place;
-    double radius = 0;
-};
-
-/// Reads a value of type Circle; its radius is 0 when it is none.
-Circle parse_circle(std::string_view text);
-
 /// What the user gave, defaults filled in. An option without a default that was not given has no
 /// value.
 class Arguments {
@@ -121,13 +107,5 @@ public:
 private:
     std::map<std::string, std::vector<std::string>> values_;
 };
-
-struct PixelSize {
-    int width = 0;
-    int height = 0;
-};
-
-/// Reads a value of type PixelSize; width and height are 0 when it is none.
-PixelSize parse_pixel_size(std::string_view text);
 
 }  // namespace povmesh::cli

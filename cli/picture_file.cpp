@@ -35,13 +35,14 @@ constexpr std::array<Letter, 10> kLetters = {{{'A', {14, 17, 17, 31, 17, 17, 17}
 constexpr std::uint32_t kLetterWidth = 6 * kDot;
 constexpr std::uint32_t kLetterHeight = 7 * kDot;
 
-void set(Image& image, std::uint32_t x, std::uint32_t y, std::array<std::uint8_t, 3> colour) {
+void set(picture::Image& image, std::uint32_t x, std::uint32_t y,
+         std::array<std::uint8_t, 3> colour) {
     for (std::size_t channel = 0; channel < 3; ++channel) {
         image.rgb[(std::size_t{y} * image.width + x) * 3 + channel] = colour[channel];
     }
 }
 
-void write(Image& image, std::string_view word, std::uint32_t left, std::uint32_t top) {
+void write(picture::Image& image, std::string_view word, std::uint32_t left, std::uint32_t top) {
     for (const char name : word) {
         for (const Letter& letter : kLetters) {
             if (letter.name != name) continue;
@@ -65,19 +66,19 @@ Status write_file(const std::string& path, const Array<char>& content) {
     return file.commit();
 }
 
-void add_strength_legend(Image& image) {
+void add_strength_legend(picture::Image& image) {
     constexpr std::string_view kWeak = "WEAK";
     constexpr std::string_view kStrong = "STRONG";
     constexpr auto kLongest = static_cast<std::uint32_t>(kStrong.size());
     constexpr std::uint32_t kPanel = kLongest * kLetterWidth + 2 * kMargin;
-    Image wide;
+    picture::Image wide;
     wide.width = image.width + kPanel;
     wide.height = image.height;
     wide.rgb.resize(std::size_t{wide.width} * wide.height * 3);
     // The ground goes on as it is at the border, which a picture keeps free.
     for (std::uint32_t y = 0; y < wide.height; ++y) {
         for (std::uint32_t x = 0; x < wide.width; ++x) {
-            const Colour colour = image.at(std::min(x, image.width - 1), y);
+            const picture::Colour colour = image.at(std::min(x, image.width - 1), y);
             set(wide, x, y, {colour.red, colour.green, colour.blue});
         }
     }

@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <system_error>
+#include <utility>
 
+#include "cli/model.h"
 #include "cli/numbers.h"
 #include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
@@ -52,11 +55,6 @@ std::string numbered(const fs::path& folder, const std::string& name, std::size_
     return (folder / (name + "_" + digits + extension)).string();
 }
 
-std::string extension_for(const Arguments& arguments, const std::string& source) {
-    if (arguments.has("--format")) return "." + arguments.text("--format");
-    return kind_of(source) == FileKind::Obj ? ".obj" : ".stl";
-}
-
 std::string make_folder(const std::string& folder) {
     std::error_code error;
     fs::create_directory(folder, error);
@@ -64,13 +62,6 @@ std::string make_folder(const std::string& folder) {
     const std::string reason =
         error ? error.message() : std::make_error_code(std::errc::not_a_directory).message();
     return folder + ": cannot be made: " + reason + "; name a folder whose parent is there";
-}
-
-std::string written_text(const std::vector<Piece>& pieces) {
-    if (pieces.empty()) return "; nothing was written";
-    std::string text = "; written: " + pieces.front().file;
-    if (pieces.size() > 1) text += " to " + pieces.back().file;
-    return text;
 }
 
 std::string pieces_table(const std::vector<Piece>& pieces) {
@@ -109,6 +100,93 @@ Json pieces_json(const std::vector<Piece>& pieces) {
                         {"closed", piece.is_closed}});
     }
     return json;
+}
+
+namespace {
+
+// That of the option --format, else that of the source.
+std::string extension_for(const Arguments& arguments, const std::string& source) {
+    if (arguments.has("--format")) return "." + arguments.text("--format");
+    return kind_of(source) == FileKind::Obj ? ".obj" : ".stl";
+}
+
+// What is there already when writing fails on the way.
+std::string written_text(const std::vector<Piece>& pieces) {
+    if (pieces.empty()) return "; nothing was written";
+    std::string text = "; written: " + pieces.front().file;
+    if (pieces.size() > 1) text += " to " + pieces.back().file;
+    return text;
+}
+
+// Writes the pieces of one model; `pieces` and `parts` go side by side.
+void write_pieces(std::vector<Piece> pieces, std::vector<TriMesh>& parts,
+                  const Arguments& arguments, Progress progress, std::string_view noun,
+                  PiecesOutcome& outcome) {
+    const std::string& source = arguments.text("IN");
+    const std::string& folder = arguments.text("--output");
+    const std::string extension = extension_for(arguments, source);
+    const auto name_of = [&](std::size_t number) {
+        return numbered(folder, fs::path(source).stem().string(), number, extension);
+    };
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        if (pieces[i].is_left_out) continue;
+        pieces[i].file = name_of(outcome.pieces.size() + 1);
+        const std::string failure = save_model(parts[i], pieces[i].file);
+        if (!failure.empty()) {
+            return outcome.fail(CannotWrite, failure + written_text(outcome.pieces));
+        }
+        outcome.pieces.push_back(pieces[i]);
+        progress.set(70 + static_cast<std::uint32_t>(30 * (i + 1) / pieces.size()));
+    }
+    const std::string next = name_of(outcome.pieces.size() + 1);
+    if (std::error_code error; fs::exists(next, error)) {
+        outcome.warnings.push_back(next + " was there before and is none of these " +
+                                   std::string(noun));
+    }
+}
+
+}  // namespace
+
+PiecesOutcome divide_model(const Arguments& arguments, Progress progress, std::string_view noun,
+                           const Divide& divide) {
+    const std::string& source = arguments.text("IN");
+    PiecesOutcome outcome;
+    LoadedModel model;
+    if (const std::string failure = load_model(source, progress, model); !failure.empty()) {
+        outcome.fail(CannotRead, failure);
+        return outcome;
+    }
+    outcome.warnings = load_warnings(model);
+    try {
+        const std::string any_name = "x" + extension_for(arguments, source);
+        const std::vector<std::string> lost = loss_warnings(model, kind_of(any_name));
+        std::vector<Piece> pieces = divide(model.mesh, progress, outcome);
+        if (!outcome.failure.empty()) return outcome;
+        progress.set(70);
+        const std::string failure = make_folder(arguments.text("--output"));
+        if (!failure.empty()) {
+            outcome.fail(CannotWrite, failure);
+            return outcome;
+        }
+        outcome.warnings.insert(outcome.warnings.end(), lost.begin(), lost.end());
+        write_pieces(std::move(pieces), model.mesh.parts, arguments, progress, noun, outcome);
+    } catch (...) {
+        outcome.fail(CannotRead, failure_text(source) + written_text(outcome.pieces));
+    }
+    return outcome;
+}
+
+int tell_pieces(const PiecesOutcome& outcome, const Arguments& arguments, Console& console,
+                const std::function<Json()>& object, const std::string& headline) {
+    if (!outcome.failure.empty()) console.error(outcome.failure);
+    const bool is_written = !outcome.pieces.empty() && outcome.status <= Flawed;
+    if (arguments.has("--json")) {
+        console.print(json_text(object()));
+    } else if (is_written) {
+        warn_of(arguments.text("IN"), outcome.warnings, console);
+        console.print(headline + "\n" + pieces_table(outcome.pieces));
+    }
+    return outcome.status;
 }
 
 }  // namespace povmesh::cli

@@ -3,14 +3,16 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/vec.h"
 #include "cli/findings_report.h"
-#include "cli/model.h"
-#include "cli/operations.h"
+#include "cli/outcome.h"
 #include "mesh/tri_mesh.h"
+#include "run/progress.h"
 
 namespace povmesh::cli {
 
@@ -21,6 +23,7 @@ struct Piece {
     double volume = 0;
     Box3f box;
     bool is_closed = false;
+    bool is_left_out = false;  // not written
 };
 
 /// True when each edge is held by at least two faces.
@@ -33,18 +36,33 @@ Piece piece_of(TriMesh& mesh, std::size_t shells);
 std::string numbered(const std::filesystem::path& folder, const std::string& name,
                      std::size_t number, const std::string& extension);
 
-/// The extension of the files: that of the option --format, else that of the source.
-std::string extension_for(const Arguments& arguments, const std::string& source);
-
 /// Makes a folder when it is not there. Returns one line for the user when that fails, else empty.
 std::string make_folder(const std::string& folder);
-
-/// What is there already when writing fails on the way, to be appended to the error.
-std::string written_text(const std::vector<Piece>& pieces);
 
 /// A table with a line for each piece.
 std::string pieces_table(const std::vector<Piece>& pieces);
 
 Json pieces_json(const std::vector<Piece>& pieces);
+
+struct PiecesOutcome : Outcome {
+    std::vector<Piece> pieces;  // those written
+};
+
+/// Fills `mesh.parts` and returns what there is to tell about each of them; may fail the outcome
+/// and add warnings. Progress goes from 50 to 70.
+using Divide =
+    std::function<std::vector<Piece>(TriMesh& mesh, Progress progress, PiecesOutcome& outcome)>;
+
+/// Divides the model IN and writes the pieces that are not left out into the folder --output,
+/// as NAME_001 and so on, NAME being that of IN.
+///
+/// @param noun  what the pieces are called in a warning: "models"
+PiecesOutcome divide_model(const Arguments& arguments, Progress progress, std::string_view noun,
+                           const Divide& divide);
+
+/// Prints what came of it as `tell` does, but a result with a failure, too, when files were written
+/// whole. Returns the exit status.
+int tell_pieces(const PiecesOutcome& outcome, const Arguments& arguments, Console& console,
+                const std::function<Json()>& object, const std::string& headline);
 
 }  // namespace povmesh::cli

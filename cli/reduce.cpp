@@ -1,5 +1,7 @@
 // povmesh reduce: makes a model of fewer triangles, and tells what ended that.
 #include "remesh/reduce.h"
+#include "cli/commands.h"
+#include "cli/shared_options.h"
 
 #include <algorithm>
 #include <cmath>
@@ -11,16 +13,10 @@
 #include "cli/change.h"
 #include "cli/distance.h"
 #include "cli/numbers.h"
-#include "mesh/compact.h"
 #include "remesh/parallel_reduce.h"
 
 namespace povmesh::cli {
 namespace {
-
-// What --auto stands for: the reduction that hosts get who preprocess a model.
-constexpr double kAutomatic = -1;
-constexpr double kLeastKept = 0.05;
-constexpr double kNormalLimit = 0.985;
 
 // A rule that kept edges from being collapsed, and how often.
 struct Rule {
@@ -34,11 +30,11 @@ std::vector<Rule> rules(const ReduceReport& report, bool is_automatic) {
         {report.normal_limit, "normal_limit",
          is_automatic ? "would turn a face by more than 9.9 degrees"
                       : "would turn a face by 90 degrees or more"},
-        {report.boundary, "boundary", "have an end on a border"},
+        {report.boundary + report.held_edges, "boundary", "have an end on a border"},
         {report.link, "link", "would pinch the surface"},
     };
     if (is_automatic) {  // the parallel reduction counts neither
-        all.push_back({report.crowded, "crowded", "would crowd a vertex"});
+        all.push_back({report.valence, "crowded", "would crowd a vertex"});
         all.push_back(
             {report.too_few_faces, "too_few_faces", "have an end with fewer than 3 faces"});
     }
@@ -67,11 +63,7 @@ std::pair<std::string, std::string> end_of(const ReduceReport& report, bool is_a
 }
 
 ReduceReport reduce_mesh(TriMesh& mesh, const Arguments& arguments) {
-    if (arguments.has("--auto")) {
-        const ReduceReport report = reduce(mesh, kAutomatic, kLeastKept, kNormalLimit);
-        compact(mesh);
-        return report;
-    }
+    if (arguments.has("--auto")) return reduce(mesh, kReduceScans);
     double target = 0;
     if (arguments.has("--keep")) {
         target = arguments.number("--keep");
@@ -80,31 +72,31 @@ ReduceReport reduce_mesh(TriMesh& mesh, const Arguments& arguments) {
     }
     RunLog log;
     RunContext run{{}, log};
-    return reduce_parallel(mesh, {.target = target, .minimum_keep = 0}, run);
+    return reduce_parallel(mesh, {.keep = target, .least_keep = 0}, run);
 }
 
-ChangeReport change(TriMesh& mesh, const Arguments& arguments) {
+ChangeReport reduce_and_measure(TriMesh& mesh, const Arguments& arguments) {
     TriMesh source;
     if (arguments.has("--measure")) source = mesh;
-    ChangeReport told;
+    ChangeReport change;
     const std::size_t count = live_face_count(mesh);
     const Timer timer;
     const ReduceReport report = reduce_mesh(mesh, arguments);
-    told.seconds = timer.seconds();
+    change.seconds = timer.seconds();
 
     const bool is_automatic = arguments.has("--auto");
     const auto [text, key] = end_of(report, is_automatic);
     const double kept = static_cast<double>(live_face_count(mesh)) / static_cast<double>(count);
-    told.rows = {{"kept", human_number(std::round(kept * 1e4) / 100) + " %"},
-                 {"aimed at", counted(report.faces_aimed, "triangle")},
-                 {"ended by", text}};
-    told.json["aimed"] = report.faces_aimed;
-    told.json["ended_by"] = key;
+    change.rows = {{"kept", human_number(std::round(kept * 1e4) / 100) + " %"},
+                   {"aimed at", counted(report.faces_aimed, "triangle")},
+                   {"ended by", text}};
+    change.json["aimed"] = report.faces_aimed;
+    change.json["ended_by"] = key;
     for (const Rule& rule : rules(report, is_automatic)) {
-        told.json["turned_down"][std::string(rule.key)] = rule.count;
+        change.json["turned_down"][std::string(rule.key)] = rule.count;
     }
-    if (arguments.has("--measure")) add_distance(source, mesh, told);
-    return told;
+    if (arguments.has("--measure")) add_distance(source, mesh, change);
+    return change;
 }
 
 // Empty when the options say how far to reduce.
@@ -120,16 +112,49 @@ std::string wrong_options(const Arguments& arguments) {
     return {};
 }
 
-}  // namespace
-
 int run_reduce(const Arguments& arguments, Console& console) {
     if (const std::string wrong = wrong_options(arguments); !wrong.empty()) {
         console.error(wrong + "; see 'povmesh reduce --help'");
         return Usage;
     }
     return run_change(arguments, console, [&](TriMesh& mesh, Progress /*progress*/) {
-        return change(mesh, arguments);
+        return reduce_and_measure(mesh, arguments);
     });
+}
+
+}  // namespace
+
+OperationSpec reduce_operation() {
+    return {
+        .name = "reduce",
+        .summary = "Make a model of fewer triangles",
+        .description =
+            "Collapses edges where the surface changes least. Open borders stay, and so do the "
+            "borders of colours and of texture coordinates. Give one of --keep, --faces and "
+            "--auto. Reads the result back and prints what ended the reduction.",
+        .positionals = {kModelFile},
+        .options = {model_output(),
+                    {.name = "--keep",
+                     .type = ValueType::Number,
+                     .placeholder = "SHARE",
+                     .low = 0,
+                     .high = 1,
+                     .help = "Share of the triangles of each shell that shall stay"},
+                    {.name = "--faces",
+                     .type = ValueType::Number,
+                     .placeholder = "COUNT",
+                     .unit = "triangles",
+                     .low = 1,
+                     .high = kNoLimit,
+                     .help = "How many shall stay, every shell keeping the same share"},
+                    {.name = "--auto",
+                     .help = "Reduce shells of more than 100,000 triangles to these and 30 % of "
+                             "the rest, turning no face by more than 9.9 degrees"},
+                    {.name = "--measure", .help = "Print how far the result is from the model"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_reduce,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -1,5 +1,7 @@
 // povmesh remesh: makes the triangles of a model even.
 #include "remesh/remesh.h"
+#include "cli/commands.h"
+#include "cli/shared_options.h"
 
 #include <string>
 
@@ -15,34 +17,32 @@ namespace {
 ChangeReport change(TriMesh& mesh, double edge_length) {
     const TriMesh source = mesh;
     const TriangleQuality before = triangle_quality(mesh);
-    ChangeReport told;
+    ChangeReport report;
     RunLog log;
     RunContext run{{}, log};
     const Timer timer;
-    const RemeshReport report = remesh(mesh, {.edge_length = edge_length}, run);
-    told.seconds = timer.seconds();
-    if (!report.is_done) {
-        told.failure = "a coordinate is not finite; take these triangles out first";
-        return told;
+    const RemeshReport done = remesh(mesh, {.edge_length = edge_length}, run);
+    report.seconds = timer.seconds();
+    if (!done.is_done) {
+        report.failure = "a coordinate is not finite; take these triangles out first";
+        return report;
     }
     const TriangleQuality after = triangle_quality(mesh);
-    told.before = quality_rows(before);
-    told.after = quality_rows(after);
-    told.json_before = quality_json(before);
-    told.json_after = quality_json(after);
-    told.rows = {{"edge asked for", human_number(edge_length)}};
-    told.json["edge"] = edge_length;
-    if (report.raised > 1) {
-        const double raised = edge_length * report.raised;
-        told.rows.emplace_back("raised to",
-                               human_number(raised) + ", to stay below 50 million triangles");
-        told.json["raised_to"] = raised;
+    report.before = quality_rows(before);
+    report.after = quality_rows(after);
+    report.json_before = quality_json(before);
+    report.json_after = quality_json(after);
+    report.rows = {{"edge asked for", human_number(edge_length)}};
+    report.json["edge"] = edge_length;
+    if (done.raised > 1) {
+        const double raised = edge_length * done.raised;
+        report.rows.emplace_back("raised to",
+                                 human_number(raised) + ", to stay below 50 million triangles");
+        report.json["raised_to"] = raised;
     }
-    add_distance(source, mesh, told);
-    return told;
+    add_distance(source, mesh, report);
+    return report;
 }
-
-}  // namespace
 
 int run_remesh(const Arguments& arguments, Console& console) {
     const double edge_length = arguments.number("--edge");
@@ -53,6 +53,32 @@ int run_remesh(const Arguments& arguments, Console& console) {
     return run_change(arguments, console, [&](TriMesh& mesh, Progress /*progress*/) {
         return change(mesh, edge_length);
     });
+}
+
+}  // namespace
+
+OperationSpec remesh_operation() {
+    return {
+        .name = "remesh",
+        .summary = "Make the triangles of a model even",
+        .description =
+            "Makes new triangles on the same surface, all of about the same edge length. Edges "
+            "sharper than 40 degrees, open borders and the borders of labels and texture maps "
+            "stay. Reads the result back and prints edges, angles and the distance.",
+        .positionals = {kModelFile},
+        .options = {model_output(),
+                    {.name = "--edge",
+                     .type = ValueType::Number,
+                     .placeholder = "LENGTH",
+                     .unit = "units of the file",
+                     .low = 0,
+                     .high = kNoLimit,
+                     .is_required = true,
+                     .help = "Length that the edges shall have, above 0"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_remesh,
+    };
 }
 
 }  // namespace povmesh::cli

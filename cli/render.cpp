@@ -16,25 +16,26 @@
 #include "cli/picture/picture.h"
 #include "cli/picture_file.h"
 #include "cli/section.h"
+#include "cli/shared_options.h"
 #include "mesh/bounds.h"
 #include "spatial/separation.h"
 
 namespace povmesh::cli {
 namespace {
 
-View view_named(std::string_view name) {
-    constexpr std::array<std::pair<std::string_view, View>, 7> kViews = {
-        {{"iso", View::Iso},
-         {"front", View::Front},
-         {"back", View::Back},
-         {"left", View::Left},
-         {"right", View::Right},
-         {"top", View::Top},
-         {"bottom", View::Bottom}}};
+picture::View view_named(std::string_view name) {
+    constexpr std::array<std::pair<std::string_view, picture::View>, 7> kViews = {
+        {{"iso", picture::View::Iso},
+         {"front", picture::View::Front},
+         {"back", picture::View::Back},
+         {"left", picture::View::Left},
+         {"right", picture::View::Right},
+         {"top", picture::View::Top},
+         {"bottom", picture::View::Bottom}}};
     for (const auto& [known, view] : kViews) {
         if (known == name) return view;
     }
-    return View::Iso;  // the option admits no other name
+    return picture::View::Iso;  // the option admits no other name
 }
 
 // What the colours of the picture mean, for the flaws that there are. The words follow the palette.
@@ -65,16 +66,16 @@ struct Subject {
     std::string legend;
     bool is_secondary = false;
 
-    povmesh::Model model(bool with_flaws) {
-        povmesh::Model model;
+    picture::Model model(bool with_flaws) {
+        picture::Model model;
         model.mesh = &loaded.mesh;
-        if (is_secondary) model.colour = palette::kSecondary;
+        if (is_secondary) model.colour = picture::palette::kSecondary;
         model.use_face_colours = has_colours(loaded.mesh);
         if (with_flaws) {
             FlawFaces faces;
             const Findings findings =
                 examine(loaded.mesh, {}, SelfIntersectionSearch::Never, &faces);
-            model.overlay = flaw_overlay(loaded.mesh, faces);
+            model.overlay = picture::flaw_overlay(loaded.mesh, faces);
             legend = legend_of(findings, faces);
         }
         return model;
@@ -85,13 +86,14 @@ struct Subject {
 constexpr std::uint32_t kGap = 2;
 constexpr std::uint8_t kGapGrey = 150;
 
-Image beside(const Image& left, const Image& right, std::uint32_t width) {
-    Image both;
+picture::Image beside(const picture::Image& left, const picture::Image& right,
+                      std::uint32_t width) {
+    picture::Image both;
     both.width = width;
     both.height = left.height;
     both.rgb.assign(std::size_t{width} * left.height * 3, kGapGrey);
     for (std::size_t row = 0; row < left.height; ++row) {
-        const auto copy = [&](const Image& from, std::size_t column) {
+        const auto copy = [&](const picture::Image& from, std::size_t column) {
             const std::size_t bytes = std::size_t{from.width} * 3;
             std::copy_n(from.rgb.begin() + static_cast<std::ptrdiff_t>(row * bytes), bytes,
                         both.rgb.begin() + static_cast<std::ptrdiff_t>((row * width + column) * 3));
@@ -102,8 +104,8 @@ Image beside(const Image& left, const Image& right, std::uint32_t width) {
     return both;
 }
 
-// How far the bodies of an exploded picture move away from the middle of the scene, in distances of their
-// own middles from it.
+// How far the bodies of an exploded picture move away from the middle of the scene, in distances of
+// their own middles from it.
 constexpr double kExplosion = 0.6;
 
 void widen(Box3d& box, const Box3d& by) {
@@ -117,16 +119,17 @@ Vec3d middle(const Box3d& box) {
 }
 
 // The bodies of all models, moved apart, in two colours by turns.
-Image draw_exploded(std::vector<Subject>& subjects, const RenderOptions& options) {
+picture::Image draw_exploded(std::vector<Subject>& subjects,
+                             const picture::RenderOptions& options) {
     Box3d scene_box;
     std::vector<TriMesh> bodies;
     for (Subject& subject : subjects) {
         TriMesh& mesh = subject.loaded.mesh;
         widen(scene_box, box_of(mesh));
-        separate_models(mesh, {.keep_cavities = true});
+        separate_bodies(mesh, {.keep_cavities = true});
         std::move(mesh.parts.begin(), mesh.parts.end(), std::back_inserter(bodies));
     }
-    Scene scene;
+    picture::Scene scene;
     for (TriMesh& body : bodies) {
         const Vec3d by = (middle(box_of(body)) - middle(scene_box)) * kExplosion;
         for (Vertex& vertex : body.vertices) {
@@ -134,62 +137,62 @@ Image draw_exploded(std::vector<Subject>& subjects, const RenderOptions& options
             vertex.y = narrow_to_float(static_cast<double>(vertex.y) + by.y);
             vertex.z = narrow_to_float(static_cast<double>(vertex.z) + by.z);
         }
-        povmesh::Model model;
+        picture::Model model;
         model.mesh = &body;
         model.use_face_colours = has_colours(body);
-        if (scene.size() % 2 == 1) model.colour = palette::kSecondary;
+        if (scene.size() % 2 == 1) model.colour = picture::palette::kSecondary;
         scene.push_back(model);
     }
-    return render(scene, options);
+    return picture::render(scene, options);
 }
 
 // The models with what is nearer to the viewer taken away, the cut itself in the second colour.
-Image draw_section(std::vector<Subject>& subjects, const Section& section,
-                   const RenderOptions& options) {
+picture::Image draw_section(std::vector<Subject>& subjects, const Section& section,
+                            const picture::RenderOptions& options) {
     Box3d scene_box;
     for (const Subject& subject : subjects) widen(scene_box, box_of(subject.loaded.mesh));
-    Scene scene;
+    picture::Scene scene;
     for (Subject& subject : subjects) {
         subject.opened = subject.loaded.mesh;
         cut_open(subject.opened, section, options.view, scene_box, subject.caps);
         scene.push_back(subject.model(false));
         scene.back().mesh = &subject.opened;
-        povmesh::Model& caps = scene.emplace_back();
+        picture::Model& caps = scene.emplace_back();
         caps.mesh = &subject.caps;
-        caps.colour = palette::kSecondary;
-        caps.inside = palette::kSecondary;
+        caps.colour = picture::palette::kSecondary;
+        caps.inside = picture::palette::kSecondary;
     }
-    return render(scene, options);
+    return picture::render(scene, options);
 }
 
-RenderOptions options_of(const Arguments& arguments) {
+picture::RenderOptions options_of(const Arguments& arguments) {
     const PixelSize size = parse_pixel_size(arguments.text("--size"));
-    RenderOptions options;
+    picture::RenderOptions options;
     options.width = static_cast<std::uint32_t>(size.width);
     options.height = static_cast<std::uint32_t>(size.height);
     options.view = view_named(arguments.text("--view"));
     return options;
 }
 
-// All models fill the picture together; with one to compare, two stand side by side, seen by the same
-// camera.
-Image draw(std::vector<Subject>& subjects, const Arguments& arguments) {
+// All models fill the picture together; with one to compare, two stand side by side, seen by the
+// same camera.
+picture::Image draw(std::vector<Subject>& subjects, const Arguments& arguments) {
     const bool with_flaws = arguments.has("--flaws");
-    RenderOptions options = options_of(arguments);
+    picture::RenderOptions options = options_of(arguments);
     if (arguments.has("--explode")) return draw_exploded(subjects, options);
     if (arguments.has("--section")) {
         return draw_section(subjects, *parse_section(arguments.text("--section")), options);
     }
     if (!arguments.has("--compare")) {
-        Scene scene;
+        picture::Scene scene;
         for (Subject& subject : subjects) scene.push_back(subject.model(with_flaws));
-        return render(scene, options);
+        return picture::render(scene, options);
     }
     for (const Subject& subject : subjects) widen(options.frame, box_of(subject.loaded.mesh));
     const std::uint32_t width = options.width;
     options.width = (width - kGap) / 2;
-    const Image left = render({subjects[0].model(with_flaws)}, options);
-    return beside(left, render({subjects[1].model(with_flaws)}, options), width);
+    const picture::Image left = picture::render({subjects[0].model(with_flaws)}, options);
+    return beside(left, picture::render({subjects[1].model(with_flaws)}, options), width);
 }
 
 // Reads the models and draws them; one line for the user when that fails, else empty.
@@ -201,7 +204,7 @@ std::string make_png(const std::vector<std::string>& paths, const Arguments& arg
     }
     subjects.back().is_secondary = arguments.has("--supports");
     try {
-        png = encode_png(draw(subjects, arguments));
+        png = picture::encode_png(draw(subjects, arguments));
     } catch (...) {
         return failure_text(paths.front());
     }
@@ -229,8 +232,6 @@ std::string usage_error(const Arguments& arguments) {
     }
     return {};
 }
-
-}  // namespace
 
 int run_render(const Arguments& arguments, Console& console) {
     std::vector<std::string> paths = arguments.all("FILE");
@@ -271,6 +272,51 @@ int run_render(const Arguments& arguments, Console& console) {
         console.print(subject.legend);
     }
     return Clean;
+}
+
+}  // namespace
+
+OperationSpec render_operation() {
+    return {
+        .name = "render",
+        .summary = "Draw a picture of a model",
+        .description = "Draws the models together in parallel projection and writes a PNG file.",
+        .positionals = {{"FILE", true, "STL files, binary or ASCII, and OBJ files"}},
+        .options = {output("PNG", "File to write; its name ends in .png"),
+                    {.name = "--size",
+                     .type = ValueType::PixelSize,
+                     .placeholder = "WIDTHxHEIGHT",
+                     .unit = "pixels",
+                     .default_value = "800x600",
+                     .low = 16,
+                     .high = 8192,
+                     .help = "Size of the picture"},
+                    {.name = "--view",
+                     .type = ValueType::Choice,
+                     .placeholder = "VIEW",
+                     .default_value = "iso",
+                     .choices = {"iso", "front", "back", "left", "right", "top", "bottom"},
+                     .help = "Side to look from; z is up, front looks along y"},
+                    {.name = "--compare",
+                     .type = ValueType::Text,
+                     .placeholder = "OTHER",
+                     .help = "Draw another model, seen the same way, on the right"},
+                    {.name = "--supports",
+                     .type = ValueType::Text,
+                     .placeholder = "SUPPORTS",
+                     .help = "Draw another model, such as supports, with the others, in green"},
+                    {.name = "--explode",
+                     .help =
+                         "Pull the models apart, each body for itself, in two colours by turns"},
+                    {.name = "--section",
+                     .type = ValueType::Text,
+                     .placeholder = "AXIS[=VALUE]",
+                     .help = "Cut the models open across x, y or z, through the middle of the "
+                             "picture or at VALUE"},
+                    {.name = "--flaws", .help = "Draw the flaws in colour, print the legend"}},
+        .statuses = {Clean, Usage, CannotRead, CannotWrite},
+        .run = run_render,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -1,36 +1,27 @@
-// povmesh repair: makes a model fit to print, and tells what was wrong, what was done and what is left.
+// povmesh repair: makes a model fit to print, and tells what was wrong, what was done and what is
+// left.
 #include <cmath>
 #include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "cli/change.h"
 #include "cli/commands.h"
-#include "cli/findings_report.h"
 #include "cli/measures.h"
 #include "cli/mending.h"
-#include "cli/model.h"
 #include "cli/numbers.h"
-#include "cli/read_back.h"
+#include "cli/shared_options.h"
 
 namespace povmesh::cli {
 namespace {
 
-struct Outcome {
-    ExitStatus status = Clean;
-    std::string failure;                // one line, with the file; then there is no result
-    std::vector<std::string> warnings;  // of what was read, without the file
-    std::vector<std::string> lost;      // of what was written
+struct RepairOutcome : Outcome {
     std::size_t triangles_before = 0;
     std::size_t triangles_after = 0;
     Findings before;
     Findings after;  // of what was read back
     RepairReport done;
-
-    void fail(ExitStatus with, const std::string& text) {
-        status = with;
-        failure = text;
-    }
 };
 
 RepairOptions options_of(const Arguments& arguments) {
@@ -45,51 +36,22 @@ RepairOptions options_of(const Arguments& arguments) {
     return options;
 }
 
-// Reads the result back, compares it and examines it.
-void verify(const TriMesh& mesh, const std::string& target, Progress progress, Outcome& outcome) {
-    LoadedModel back;
-    const std::string failure = read_back(mesh, target, back);
-    if (!failure.empty()) return outcome.fail(CannotWrite, failure);
-    outcome.triangles_after = back.mesh.faces.size();
-    outcome.after = examine(back.mesh, progress, SelfIntersectionSearch::UpToQuickFaces);
-    outcome.status = outcome.after.has_flaws() ? Flawed : Clean;
-}
-
-Outcome repair_file(const Arguments& arguments, Progress progress) {
-    const std::string& source = arguments.text("IN");
-    const std::string& target = arguments.text("--output");
-    Outcome outcome;
-    LoadedModel model;
-    const std::string read_failure = load_model(source, progress, model);
-    if (!read_failure.empty()) {
-        outcome.fail(CannotRead, read_failure);
-        return outcome;
-    }
-    outcome.triangles_before = model.triangles;
-    outcome.warnings = load_warnings(model);
-    outcome.lost = loss_warnings(model, kind_of(target));
-    try {
+void repair_file(const Arguments& arguments, Progress progress, RepairOutcome& outcome) {
+    const auto change = [&](LoadedModel& model) -> std::string {
+        outcome.triangles_before = model.triangles;
         outcome.before = examine(model.mesh, {}, SelfIntersectionSearch::UpToQuickFaces);
         progress.set(60);
         outcome.done = repair(model.mesh, options_of(arguments));
-        progress.set(70);
-        if (live_face_count(model.mesh) == 0) {
-            outcome.fail(Flawed, source + ": every shell is smaller than --drop-tiny " +
-                                     arguments.text("--drop-tiny") +
-                                     "; nothing is written; give a smaller volume");
-            return outcome;
-        }
-        const std::string write_failure = save_model(model.mesh, target);
-        progress.set(75);
-        if (!write_failure.empty()) {
-            outcome.fail(CannotWrite, write_failure);
-            return outcome;
-        }
-        verify(model.mesh, target, progress, outcome);
-    } catch (...) {
-        outcome.fail(CannotRead, failure_text(source));
-    }
-    return outcome;
+        if (live_face_count(model.mesh) != 0) return {};
+        return "every shell is smaller than --drop-tiny " + arguments.text("--drop-tiny") +
+               "; nothing is written; give a smaller volume";
+    };
+    const auto inspect = [&](LoadedModel& back) {
+        outcome.triangles_after = back.mesh.faces.size();
+        outcome.after = examine(back.mesh, progress, SelfIntersectionSearch::UpToQuickFaces);
+        outcome.status = outcome.after.has_flaws() ? Flawed : Clean;
+    };
+    rewrite_model(arguments, progress, {change, inspect}, outcome);
 }
 
 std::vector<Row> column(const std::string& head, std::size_t triangles, const Findings& findings) {
@@ -99,7 +61,8 @@ std::vector<Row> column(const std::string& head, std::size_t triangles, const Fi
     return rows;
 }
 
-std::string table(const std::string& source, const std::string& target, const Outcome& outcome) {
+std::string table(const std::string& source, const std::string& target,
+                  const RepairOutcome& outcome) {
     std::vector<Row> done = mending_rows(outcome.done);
     if (done.empty()) done.emplace_back("done", "nothing: no flaw was found that repair mends");
     done.emplace_back("verified",
@@ -118,7 +81,7 @@ Json findings_json(std::size_t triangles, const Findings& findings) {
     return json;
 }
 
-Json to_json(const std::string& source, const std::string& target, const Outcome& outcome) {
+Json to_json(const std::string& source, const std::string& target, const RepairOutcome& outcome) {
     Json json = {{"file", source}, {"output", target}};
     if (!outcome.failure.empty()) {
         json["verdict"] = outcome.status == CannotRead    ? "unreadable"
@@ -131,30 +94,50 @@ Json to_json(const std::string& source, const std::string& target, const Outcome
     json["before"] = findings_json(outcome.triangles_before, outcome.before);
     json["after"] = findings_json(outcome.triangles_after, outcome.after);
     json["done"] = mending_json(outcome.done);
-    std::vector<std::string> warnings = outcome.warnings;
-    warnings.insert(warnings.end(), outcome.lost.begin(), outcome.lost.end());
-    json["warnings"] = warnings;
+    json["warnings"] = warnings_json(outcome);
     return json;
 }
-
-}  // namespace
 
 int run_repair(const Arguments& arguments, Console& console) {
     const std::string& source = arguments.text("IN");
     const std::string& target = arguments.text("--output");
     if (!is_model_name(target, console)) return Usage;
     ProgressLine line(console, source);
-    const Outcome outcome = repair_file(arguments, line.progress());
+    RepairOutcome outcome;
+    repair_file(arguments, line.progress(), outcome);
     line.stop();
-    if (!outcome.failure.empty()) console.error(outcome.failure);
-    if (arguments.has("--json")) {
-        console.print(json_text(to_json(source, target, outcome)));
-    } else if (outcome.failure.empty()) {
-        warn_of(source, outcome.warnings, console);
-        warn_of(target, outcome.lost, console);
-        console.print(table(source, target, outcome));
-    }
-    return outcome.status;
+    return tell(
+        outcome, arguments, console, [&] { return to_json(source, target, outcome); },
+        [&] { return table(source, target, outcome); });
+}
+
+}  // namespace
+
+OperationSpec repair_operation() {
+    return {
+        .name = "repair",
+        .summary = "Make a model fit to print",
+        .description =
+            "Removes duplicate faces, closes holes of up to 50 edges and turns faces outward; "
+            "cavities stay cavities. Reads the result back and prints what was wrong, what was "
+            "done and what is left. IN and OUT may be the same file; OUT is replaced only when the "
+            "new content is complete.",
+        .positionals = {kModelFile},
+        .options =
+            {model_output(),
+             {.name = "--drop-tiny",
+              .type = ValueType::Number,
+              .placeholder = "VOLUME",
+              .unit = "cubed units of the file",
+              .low = 0,
+              .high = kNoLimit,
+              .help =
+                  "Drop shells that are smaller than a cube of this volume, in volume and in area"},
+             {.name = "--outward", .help = "Turn cavities outward, too"},
+             json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_repair,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -1,5 +1,7 @@
 // povmesh revise: mends triangles of bad shape, and tells how many were and are left.
 #include "remesh/revise.h"
+#include "cli/commands.h"
+#include "cli/shared_options.h"
 
 #include <string>
 
@@ -27,29 +29,44 @@ Json all_json(const TriangleQuality& quality) {
 ChangeReport change(TriMesh& mesh) {
     const TriMesh source = mesh;
     const TriangleQuality before = triangle_quality(mesh);
-    ChangeReport told;
+    ChangeReport table;
     const Timer timer;
     const ReviseReport report = revise_triangles(mesh);
-    told.seconds = timer.seconds();
+    table.seconds = timer.seconds();
     const TriangleQuality after = triangle_quality(mesh);
-    told.before = all_rows(before);
-    told.after = all_rows(after);
-    told.json_before = all_json(before);
-    told.json_after = all_json(after);
-    told.rows = {{"edges collapsed", with_separators(report.collapses)},
-                 {"edges turned", with_separators(report.flips)},
-                 {"edges split", with_separators(report.splits)}};
-    told.json = {
+    table.before = all_rows(before);
+    table.after = all_rows(after);
+    table.json_before = all_json(before);
+    table.json_after = all_json(after);
+    table.rows = {{"edges collapsed", with_separators(report.collapses)},
+                  {"edges turned", with_separators(report.flips)},
+                  {"edges split", with_separators(report.splits)}};
+    table.json = {
         {"collapsed", report.collapses}, {"turned", report.flips}, {"split", report.splits}};
-    add_distance(source, mesh, told);
-    return told;
+    add_distance(source, mesh, table);
+    return table;
 }
-
-}  // namespace
 
 int run_revise(const Arguments& arguments, Console& console) {
     return run_change(arguments, console,
                       [](TriMesh& mesh, Progress /*progress*/) { return change(mesh); });
+}
+
+}  // namespace
+
+OperationSpec revise_operation() {
+    return {
+        .name = "revise",
+        .summary = "Mend triangles of bad shape and leave the others alone",
+        .description =
+            "Collapses needles, whose one edge is under 1/20 of the others, and turns or splits "
+            "away caps, which have an angle above 170 degrees. The surface moves by at most 1/1000 "
+            "of the model's diagonal. Reads the result back and prints how many were and are left.",
+        .positionals = {kModelFile},
+        .options = {model_output(), json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_revise,
+    };
 }
 
 }  // namespace povmesh::cli

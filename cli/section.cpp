@@ -19,18 +19,18 @@ Vec3d unit_vector(std::size_t axis) {
 
 // 1 where the viewer looks from the high end of the axis, else -1. Across the line of sight either
 // would do.
-double viewer_side(View view, std::size_t axis) {
+double viewer_side(picture::View view, std::size_t axis) {
     switch (view) {
-        case View::Iso:
-        case View::Front:
+        case picture::View::Iso:
+        case picture::View::Front:
             return axis == 1 ? -1 : 1;
-        case View::Left:
+        case picture::View::Left:
             return axis == 0 ? -1 : 1;
-        case View::Bottom:
+        case picture::View::Bottom:
             return axis == 2 ? -1 : 1;
-        case View::Back:
-        case View::Right:
-        case View::Top:
+        case picture::View::Back:
+        case picture::View::Right:
+        case picture::View::Top:
             return 1;
     }
     return 1;
@@ -68,7 +68,8 @@ std::optional<Section> parse_section(std::string_view text) {
     return section;
 }
 
-void cut_open(TriMesh& mesh, const Section& section, View view, const Box3d& scene, TriMesh& caps) {
+void cut_open(TriMesh& mesh, const Section& section, picture::View view, const Box3d& scene,
+              TriMesh& caps) {
     if (scene.is_empty()) return;
     const std::size_t axis = section.axis;
     const double middle = (along(scene.low, axis) + along(scene.high, axis)) / 2;

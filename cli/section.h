@@ -22,6 +22,7 @@ std::optional<Section> parse_section(std::string_view text);
 ///
 /// @param scene  the box of all models
 /// @param caps   gets the faces in the plane, which are no longer in the mesh
-void cut_open(TriMesh& mesh, const Section& section, View view, const Box3d& scene, TriMesh& caps);
+void cut_open(TriMesh& mesh, const Section& section, picture::View view, const Box3d& scene,
+              TriMesh& caps);
 
 }  // namespace povmesh::cli

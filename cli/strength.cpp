@@ -11,10 +11,12 @@
 
 #include "base/timer.h"
 #include "cli/change.h"
+#include "cli/commands.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/picture/picture.h"
 #include "cli/picture_file.h"
+#include "cli/shared_options.h"
 
 namespace povmesh::cli {
 namespace {
@@ -161,14 +163,14 @@ std::vector<std::string> doubts_of(const StrengthReport& strength) {
     return doubts;
 }
 
-Image picture_of(const TriMesh& mesh) {
-    povmesh::Model model;
+picture::Image picture_of(const TriMesh& mesh) {
+    picture::Model model;
     model.mesh = &mesh;
     model.use_face_colours = true;
-    RenderOptions options;
+    picture::RenderOptions options;
     options.width = kPictureWidth;
     options.height = kPictureHeight;
-    Image image = render({model}, options);
+    picture::Image image = picture::render({model}, options);
     add_strength_legend(image);
     return image;
 }
@@ -186,8 +188,6 @@ std::string usage_error(const Arguments& arguments) {
     return {};
 }
 
-}  // namespace
-
 int run_strength(const Arguments& arguments, Console& console) {
     if (const std::string error = usage_error(arguments); !error.empty()) {
         console.error(error);
@@ -195,7 +195,7 @@ int run_strength(const Arguments& arguments, Console& console) {
     }
     const bool is_fem = arguments.text("--method") == "fem";
     const std::string& load = arguments.text("--load");
-    std::optional<Image> image;
+    std::optional<picture::Image> image;
     const int status = run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
         const Timer timer;
         RunLog log;
@@ -224,12 +224,48 @@ int run_strength(const Arguments& arguments, Console& console) {
         return report;
     });
     if ((status != Clean && status != Flawed) || !image) return status;
-    if (const Status written = write_file(arguments.text("--render"), encode_png(*image));
+    if (const Status written = write_file(arguments.text("--render"), picture::encode_png(*image));
         !written.ok()) {
         console.error(written.text());
         return CannotWrite;
     }
     return status;
+}
+
+}  // namespace
+
+OperationSpec strength_operation() {
+    return {
+        .name = "strength",
+        .summary = "Colour a model where it is weak",
+        .description =
+            "Holds the lowest layer of the model, loads it and finds by finite elements where it "
+            "is strained, or looks for thin cross-sections. Writes the model in even triangles, "
+            "coloured from blue (strong) to red (weak), and tells the weakest places.",
+        .positionals = {kModelFile},
+        .options = {output("OUT", "File to write; its name ends in .obj"),
+                    {.name = "--method",
+                     .type = ValueType::Choice,
+                     .placeholder = "METHOD",
+                     .default_value = "fem",
+                     .choices = {"fem", "sections"},
+                     .help = "Finite elements, or thin cross-sections"},
+                    {.name = "--load",
+                     .type = ValueType::Choice,
+                     .placeholder = "LOAD",
+                     .default_value = "top",
+                     .choices = {"top", "all", "centre", "gravity", "bottom", "right", "left",
+                                 "back", "front", "ends-x", "ends-y", "spots", "points"},
+                     .help = "Pressure from the top, all sides or one side, a force on the "
+                             "centre or the ends of the top, or the own weight; for fem"},
+                    {.name = "--render",
+                     .type = ValueType::Text,
+                     .placeholder = "PNG",
+                     .help = "Draw a picture with a legend, too"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_strength,
+    };
 }
 
 }  // namespace povmesh::cli

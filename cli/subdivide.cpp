@@ -1,12 +1,13 @@
 // povmesh subdivide: smooths a model and gives it more triangles.
 #include "remesh/subdivide.h"
+#include "cli/commands.h"
+#include "cli/shared_options.h"
 
 #include <cstdint>
 #include <string>
 
 #include "base/timer.h"
 #include "cli/change.h"
-#include "mesh/compact.h"
 
 namespace povmesh::cli {
 namespace {
@@ -16,8 +17,6 @@ SubdivideMode mode_of(const std::string& name) {
     return name == "smooth" ? SubdivideMode::Smooth : SubdivideMode::Uniform;
 }
 
-}  // namespace
-
 int run_subdivide(const Arguments& arguments, Console& console) {
     const auto levels = static_cast<std::uint32_t>(arguments.number("--levels"));
     const SubdivideMode mode = mode_of(arguments.text("--mode"));
@@ -25,13 +24,41 @@ int run_subdivide(const Arguments& arguments, Console& console) {
         const Timer timer;
         for (std::uint32_t level = 0; level < levels; ++level) {
             subdivide(mesh, mode);
-            compact(mesh);
             progress.set(50 + 30 * (level + 1) / levels);
         }
         ChangeReport report;
         report.seconds = timer.seconds();
         return report;
     });
+}
+
+}  // namespace
+
+OperationSpec subdivide_operation() {
+    return {
+        .name = "subdivide",
+        .summary = "Smooth a model and give it more triangles",
+        .description =
+            "Loop subdivision. A level makes four triangles of one where it splits all edges; open "
+            "borders keep their places. Reads the result back.",
+        .positionals = {kModelFile},
+        .options = {model_output(),
+                    {.name = "--levels",
+                     .type = ValueType::Choice,
+                     .placeholder = "LEVELS",
+                     .default_value = "1",
+                     .choices = {"1", "2", "3", "4", "5"},
+                     .help = "How many times"},
+                    {.name = "--mode",
+                     .type = ValueType::Choice,
+                     .placeholder = "MODE",
+                     .default_value = "uniform",
+                     .choices = {"uniform", "adaptive", "smooth"},
+                     .help = "Split all edges, only those longer than average, or none"},
+                    json_object()},
+        .statuses = {Clean, Usage, CannotRead, CannotWrite},
+        .run = run_subdivide,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -10,9 +10,11 @@
 
 #include "base/timer.h"
 #include "cli/change.h"
+#include "cli/commands.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/pieces.h"
+#include "cli/shared_options.h"
 #include "io/file.h"
 #include "mesh/append_mesh.h"
 #include "mesh/bounds.h"
@@ -258,8 +260,6 @@ std::string usage_error(const Arguments& arguments) {
     return {};
 }
 
-}  // namespace
-
 int run_support(const Arguments& arguments, Console& console) {
     if (const std::string error = usage_error(arguments); !error.empty()) {
         console.error(error);
@@ -282,6 +282,63 @@ int run_support(const Arguments& arguments, Console& console) {
         console.error(failure_text(arguments.text("IN")));
     }
     return CannotWrite;
+}
+
+}  // namespace
+
+OperationSpec support_operation() {
+    return {
+        .name = "support",
+        .summary = "Make columns that hold up what hangs over",
+        .description =
+            "Finds what leans out over free space and puts square columns below it, down to the "
+            "plate or the model. Writes them as a model of their own.",
+        .positionals = {kModelFile},
+        .options = {model_output(),
+                    {.name = "--spacing",
+                     .type = ValueType::Number,
+                     .placeholder = "DISTANCE",
+                     .unit = "units of the file",
+                     .default_value = "3",
+                     .low = 0,
+                     .high = 10000,
+                     .help = "From column to column along x and y"},
+                    {.name = "--angle",
+                     .type = ValueType::Number,
+                     .placeholder = "DEGREES",
+                     .unit = "degrees",
+                     .default_value = "45",
+                     .low = 0,
+                     .high = 90,
+                     .help = "Hold up what leans out from upright by more than this"},
+                    {.name = "--plate",
+                     .type = ValueType::Number,
+                     .placeholder = "Z",
+                     .unit = "units of the file, else the lowest point of the model",
+                     .low = -1e9,
+                     .high = 1e9,
+                     .help = "Height of the build plate"},
+                    {.name = "--with-model", .help = "Write the model, too"},
+                    {.name = "--layer-height",
+                     .type = ValueType::Number,
+                     .placeholder = "HEIGHT",
+                     .unit = "units of the file",
+                     .default_value = "0.2",
+                     .low = 0,
+                     .high = kNoLimit,
+                     .help = "Height of a layer for --svg and --layers"},
+                    {.name = "--svg",
+                     .type = ValueType::Text,
+                     .placeholder = "FOLDER",
+                     .help = "Write a picture of each layer that has columns into the folder"},
+                    {.name = "--layers",
+                     .type = ValueType::Text,
+                     .placeholder = "JSON",
+                     .help = "Write the polygons of all layers as a JSON file"},
+                    json_object()},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_support,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -20,8 +20,8 @@ constexpr double kNarrow = 20;
 using Corners = std::array<Vec3d, 3>;
 
 double angle_at(const Corners& t, std::size_t corner) {
-    const Vec3d a = t[(corner + 1) % 3] - t[corner];
-    const Vec3d b = t[(corner + 2) % 3] - t[corner];
+    const Vec3d a = t[next_corner(corner)] - t[corner];
+    const Vec3d b = t[previous_corner(corner)] - t[corner];
     return std::atan2(length(cross(a, b)), dot(a, b)) * 180 / std::numbers::pi;
 }
 
@@ -55,7 +55,7 @@ TriangleQuality triangle_quality(const TriMesh& mesh) {
         ++count;
         bool is_narrow = false;
         for (std::size_t c = 0; c < 3; ++c) {
-            const double edge = length(t[(c + 1) % 3] - t[c]);
+            const double edge = length(t[next_corner(c)] - t[c]);
             const double angle = angle_at(t, c);
             quality.shortest_edge = std::min(quality.shortest_edge, edge);
             quality.longest_edge = std::max(quality.longest_edge, edge);

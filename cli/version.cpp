@@ -18,12 +18,21 @@ std::string compiler() {
 #endif
 }
 
-}  // namespace
-
 int run_version(const Arguments& /*arguments*/, Console& console) {
     console.print("povmesh " POVMESH_VERSION "\nbuild: " POVMESH_BUILD_TYPE ", " + compiler() +
                   "\n");
     return Clean;
+}
+
+}  // namespace
+
+OperationSpec version_operation() {
+    return {
+        .name = "version",
+        .summary = "Print the version and how the tool was built",
+        .statuses = {Clean, Usage, CannotWrite},
+        .run = run_version,
+    };
 }
 
 }  // namespace povmesh::cli

@@ -1,5 +1,5 @@
-// Plane cuts of solids on a tiny grid by planes through grid points, so that corners, edges and whole
-// faces on the level, loops that touch and shells that cross come up all the time.
+// Plane cuts of solids on a tiny grid by planes through grid points, so that corners, edges and
+// whole faces on the plane, loops that touch and shells that cross come up all the time.
 #include "cut/cut.h"
 
 #include <array>
@@ -12,9 +12,8 @@
 #include "helpers/shapes.h"
 #include "require.h"
 
+namespace povmesh {
 namespace {
-
-using namespace povmesh;
 
 class Bytes {
 public:
@@ -31,8 +30,8 @@ private:
     std::size_t place_ = 0;
 };
 
-// Solids that each are closed and wound outward: cells of a grid, skewed so that their faces lie in many
-// planes, or tetrahedra and boxes that may cross, touch and contain one another.
+// Solids that each are closed and wound outward: cells of a grid, skewed so that their faces lie in
+// many planes, or tetrahedra and boxes that may cross, touch and contain one another.
 shapes::SoupVector solids_of(Bytes& bytes, bool is_grid) {
     shapes::SoupVector soup;
     if (is_grid) {
@@ -75,10 +74,10 @@ shapes::SoupVector solids_of(Bytes& bytes, bool is_grid) {
 // A face turned over or gone: nothing breaks, and what was closed stays so.
 void check_damaged(TriMesh& model, const CutPlane& plane, unsigned kind) {
     const std::size_t face = kind / 8 % model.faces.size();
-    const bool was_manifold = pieces::count_edges(model).crowded == 0;
+    const bool was_manifold = pieces::count_edges(model).non_manifold == 0;
     const bool is_closed = (kind & 2U) != 0;
     if (is_closed) {
-        turn_over(model.faces[face]);
+        reverse_winding(model.faces[face]);
     } else {
         model.faces.erase(model.faces.begin() + static_cast<std::ptrdiff_t>(face));
     }
@@ -125,7 +124,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             require(pieces::count_edges(part).open == 0, "open edges in a piece with pegs");
         }
     }
-    for (const CutOperation operation : {CutOperation::MirrorBelow, CutOperation::MirrorAbove}) {
+    for (const CutOperation operation : {CutOperation::MirrorFront, CutOperation::MirrorBack}) {
         for (const TriMesh& part : pieces::cut(model, plane, operation)) {
             require(is_consistent(part), "inconsistent mirror image");
             require(pieces::count_edges(part).open == 0, "open edges in a mirror image");
@@ -133,3 +132,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     return 0;
 }
+
+}  // namespace povmesh

@@ -12,9 +12,8 @@
 #include "io/obj.h"
 #include "require.h"
 
+namespace povmesh {
 namespace {
-
-using namespace povmesh;
 
 // True when the one exception that the contract names came out.
 bool read(std::string_view text, bool resolve, TriMesh& mesh, ObjInfo& info, Status& status) {
@@ -75,3 +74,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     return 0;
 }
+
+}  // namespace povmesh

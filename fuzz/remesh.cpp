@@ -1,6 +1,7 @@
-// Subdivision, both reductions, remeshing and revision of meshes whose corners lie on a tiny grid, so that every kind of
-// border, fold and touch comes up. The points of the grid are shaken a little, each always alike:
-// else middles of different edges would meet, and compacting would join them.
+// Subdivision, both reductions, remeshing and revision of meshes whose corners lie on a tiny grid,
+// so that every kind of border, fold and touch comes up. The points of the grid are shaken a
+// little, each always alike: else middles of different edges would meet, and compacting would join
+// them.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -12,7 +13,6 @@
 
 #include "helpers/reference.h"
 #include "mesh/build_f.h"
-#include "mesh/compact.h"
 #include "mesh/edge_mates.h"
 #include "remesh/parallel_reduce.h"
 #include "remesh/reduce.h"
@@ -21,18 +21,17 @@
 #include "remesh/subdivide.h"
 #include "require.h"
 
+namespace povmesh {
 namespace {
-
-using namespace povmesh;
 
 // The bytes: what to do, the share of the faces to keep, the limit for normals, what the faces
 // carry, the size of the grid; then one for each coordinate.
 struct Input {
     SubdivideMode mode = SubdivideMode::Uniform;
     unsigned levels = 0;
-    double ratio = 0;
-    double minimum_keep = 0;
-    double normal_limit = -1;
+    double keep = 0;
+    double least_keep = 0;
+    double least_cosine = -1;
     double edge_length = 1;
     std::vector<float> coordinates, colours, texture_coordinates;
     std::vector<std::int32_t> labels;
@@ -42,9 +41,9 @@ struct Input {
         if (size < kHead) return;
         mode = static_cast<SubdivideMode>(data[0] % 3);
         levels = data[0] / 3 % 3;
-        ratio = data[1] == 255 ? -1 : data[1] == 254 ? std::nan("") : data[1] / 200.0;
-        minimum_keep = (data[0] & 128U) != 0 ? 0.05 : 0;
-        normal_limit = data[2] / 127.5 - 1;
+        keep = data[1] == 255 ? -1 : data[1] == 254 ? std::nan("") : data[1] / 200.0;
+        least_keep = (data[0] & 128U) != 0 ? 0.05 : 0;
+        least_cosine = data[2] / 127.5 - 1;
         edge_length = 1 + data[1] % 64 / 16.0;
         const unsigned side = 2 + data[4] % 5;
         constexpr std::size_t kMostTriangles = 50;
@@ -198,10 +197,7 @@ void check_revision(const TriMesh& source) {
     }
 }
 
-}  // namespace
-
-// NOLINTNEXTLINE(readability-identifier-naming)
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void check_all(const std::uint8_t* data, std::size_t size) {
     const Input input(data, size);
     TriMesh mesh;
     build_f(mesh, input.soup());
@@ -210,17 +206,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_revision(mesh);
     for (unsigned level = 0; level < input.levels; ++level) {
         subdivide(mesh, SubdivideMode::Uniform);
-        compact(mesh);
     }
 
     TriMesh reduced = mesh;
-    const ReduceReport report =
-        reduce(reduced, input.ratio, input.minimum_keep, input.normal_limit);
+    const ReduceReport report = reduce(reduced, {input.keep, input.least_keep, input.least_cosine});
     check_reduction(mesh, reduced, report);
 
     RunLog log;
     RunContext run{{}, log};
-    const ParallelReduceOptions options{input.ratio, input.minimum_keep};
+    const ParallelReduceOptions options{input.keep, input.least_keep};
     TriMesh in_parallel = mesh;
     check_reduction(mesh, in_parallel, reduce_parallel(in_parallel, options, run));
     // The sequential one tells borders by a sum that a coincidence can cancel.
@@ -228,5 +222,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     TriMesh again = mesh;
     (void)reduce_parallel(again, options, run);
     require_same(again, in_parallel, "second time");
+}
+
+}  // namespace
+}  // namespace povmesh
+
+// NOLINTNEXTLINE(readability-identifier-naming)
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    povmesh::check_all(data, size);
     return 0;
 }

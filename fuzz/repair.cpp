@@ -1,5 +1,5 @@
-// Repair of meshes whose corners lie on a tiny grid, so that every kind of hole, fold and touch comes
-// up; what it must never do, and what it must have done.
+// Repair of meshes whose corners lie on a tiny grid, so that every kind of hole, fold and touch
+// comes up; what it must never do, and what it must have done.
 #include "repair/repair.h"
 
 #include <algorithm>
@@ -17,9 +17,8 @@
 #include "require.h"
 #include "spatial/shell_nesting.h"
 
+namespace povmesh {
 namespace {
-
-using namespace povmesh;
 
 struct Input {
     std::vector<float> coordinates;
@@ -69,7 +68,8 @@ void check_loops(TriMesh& mesh) {
             require(edges.insert(loop[k].edge).second, "edge in two loops");
             require(vertices.insert(loop[k].vertex).second, "vertex twice in a loop");
             const auto& v = mesh.faces[loop[k].face()].vertex;
-            const std::set<std::int32_t> ends = {v[loop[k].edge % 3], v[(loop[k].edge + 1) % 3]};
+            const std::set<std::int32_t> ends = {v[loop[k].edge % 3],
+                                                 v[next_corner(loop[k].edge % 3)]};
             require(ends == std::set{loop[k].vertex, loop[(k + 1) % loop.size()].vertex},
                     "an edge does not join its vertices");
         }
@@ -77,9 +77,11 @@ void check_loops(TriMesh& mesh) {
 }
 
 }  // namespace
+}  // namespace povmesh
 
 // NOLINTNEXTLINE(readability-identifier-naming)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    using namespace povmesh;
     const Input input(data, size);
     TriMesh mesh;
     build_f(mesh, Soup{input.coordinates.size() / 9, input.coordinates.data()});

@@ -17,9 +17,8 @@
 #include "io/stl_ascii.h"
 #include "require.h"
 
+namespace povmesh {
 namespace {
-
-using namespace povmesh;
 
 std::vector<std::string_view> words_of(std::string_view text) {
     constexpr std::string_view kSpace = " \t\n\v\f\r";
@@ -148,3 +147,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     return 0;
 }
+
+}  // namespace povmesh

@@ -1,5 +1,5 @@
-// Voxel passes beside the slow ones on std::map, on small grids and on small meshes; hollowing of meshes of
-// every kind, whose cavity must be closed and manifold.
+// Voxel passes beside the slow ones on std::map, on small grids and on small meshes; hollowing of
+// meshes of every kind, whose cavity must be closed and manifold.
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -98,21 +98,21 @@ std::string run_pass(std::uint8_t code, VoxelGrid& grid, literal::Grid& expected
             expected.fill_rows(true);
             return "mean";
         case 3:
-            peel(grid, number);
-            expected.peel(number, nullptr);
-            return "peel";
+            erode(grid, number);
+            expected.erode(number, nullptr);
+            return "erode";
         case 4:
-            offset(grid, -number, 1);
-            expected.offset(-number, 1);
+            dilate(grid, -number, 1);
+            expected.dilate(-number, 1);
             return "inward";
         case 5:
-            offset(grid, number / 2, 0);
-            expected.offset(number / 2, 0);
+            dilate(grid, number / 2, 0);
+            expected.dilate(number / 2, 0);
             return "outward";
         case 6:
-            clean_up(grid, number);
-            expected.clean_up(number);
-            return "clean up";
+            remove_spurs(grid, number);
+            expected.remove_spurs(number);
+            return "remove spurs";
         default:
             mark_exposed_sides(grid);
             expected.mark();
@@ -139,7 +139,7 @@ void hollow_mesh(Bytes& bytes) {
     TriMesh mesh = mesh_of(bytes, false);
     const HollowReport report = hollow(mesh, thickness, job.run);
     require(is_consistent(mesh), "inconsistent mesh");
-    require(report.is_hollowed != mesh.faces.empty(), "a cavity that is none");
+    require(report.is_hollowed != mesh.faces.empty(), "an empty cavity that counts as one");
     if (report.layers < 1 || mesh.faces.empty()) return;
     const EdgeMates mates(mesh);
     for (std::size_t i = 0; i < 3 * mesh.faces.size(); ++i) {

@@ -87,8 +87,9 @@ Camera::Camera(const Scene& scene, const RenderOptions& options) {
 ScreenVertex Camera::project(Vec3f point) const {
     if (!is_finite(point)) return {};
     const Vec3d p = to_double(point);
-    // Truncation: there are no coordinates below minus half a sample, and any rounding serves that does
-    // the same for every triangle at a vertex. The camera fits all vertices, so that none saturates.
+    // Truncation: there are no coordinates below minus half a sample, and any rounding serves that
+    // does the same for every triangle at a vertex. The camera fits all vertices, so that none
+    // saturates.
     const auto rounded = [](double value) { return saturate_to<std::int32_t>(value + 0.5); };
     // A depth is negative by no more than a rounding error.
     return {rounded(dot(right_, p) * scale_ + offset_.x),

@@ -5,7 +5,7 @@
 #include "mesh/edge_mates.h"
 #include "picture/picture.h"
 
-namespace povmesh {
+namespace povmesh::picture {
 namespace {
 
 EdgeMarks edges_of_kind(const TriMesh& mesh, const EdgeMates& mates,
@@ -16,7 +16,7 @@ EdgeMarks edges_of_kind(const TriMesh& mesh, const EdgeMates& mates,
         for (std::size_t edge = 0; edge < 3; ++edge) {
             if (mates.kind(face, edge) != kind) continue;
             const auto& vertex = mesh.faces[face].vertex;
-            marks.edges.push_back({vertex[edge], vertex[(edge + 1) % 3]});
+            marks.edges.push_back({vertex[edge], vertex[next_corner(edge)]});
         }
     }
     return marks;
@@ -48,4 +48,4 @@ Overlay flaw_overlay(TriMesh& mesh, const FlawFaces& flaws) {
     return overlay;
 }
 
-}  // namespace povmesh
+}  // namespace povmesh::picture

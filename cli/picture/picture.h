@@ -11,7 +11,7 @@
 #include "mesh/tri_mesh.h"
 #include "repair/detect.h"
 
-namespace povmesh {
+namespace povmesh::picture {
 
 struct Colour {
     std::uint8_t red = 0;
@@ -102,13 +102,13 @@ struct RenderOptions {
 };
 
 /// Draws a scene with a z-buffer and flat shading on a light ground, each pixel the mean of 2 x 2
-/// samples. All models share one parallel-projecting camera, which fits their vertices and the frame
-/// into the picture with a margin of 4 % of its shorter side. Deleted faces, and faces with a vertex
-/// that is missing or not finite, are left out. An empty scene gives the ground alone.
+/// samples. All models share one parallel-projecting camera, which fits their vertices and the
+/// frame into the picture with a margin of 4 % of its shorter side. Deleted faces, and faces with a
+/// vertex that is missing or not finite, are left out. An empty scene gives the ground alone.
 ///
 /// The same bits every time, on one thread. Time O(vertices + faces + pixels); memory: 16 bytes a
-/// vertex, 4 bytes a face of a mesh with marked faces, 3 bytes a pixel and at most 64 MiB for samples
-/// (larger pictures are made in strips, each of which goes over all faces).
+/// vertex, 4 bytes a face of a mesh with marked faces, 3 bytes a pixel and at most 64 MiB for
+/// samples (larger pictures are made in strips, each of which goes over all faces).
 Image render(const Scene& scene, const RenderOptions& options);
 
 /// The marks for the flaws that `detect` found in a mesh: flipped faces, open and non-manifold
@@ -119,4 +119,4 @@ Overlay flaw_overlay(TriMesh& mesh, const FlawFaces& flaws);
 /// std::runtime_error for an image without pixels.
 Array<char> encode_png(const Image& image);
 
-}  // namespace povmesh
+}  // namespace povmesh::picture

@@ -6,7 +6,7 @@
 
 #include "picture/picture.h"
 
-namespace povmesh {
+namespace povmesh::picture {
 
 Array<char> encode_png(const Image& image) {
     if (image.width == 0 || image.height == 0) {
@@ -32,4 +32,4 @@ Array<char> encode_png(const Image& image) {
     return bytes;
 }
 
-}  // namespace povmesh
+}  // namespace povmesh::picture

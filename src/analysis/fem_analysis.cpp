@@ -12,7 +12,7 @@
 #include "base/timer.h"
 #include "base/union_find.h"
 #include "voxel/form_voxels.h"
-#include "voxel/surface.h"
+#include "voxel/passes.h"
 
 namespace povmesh::fem {
 namespace {
@@ -81,7 +81,7 @@ void count_loose(const Model& model, const HeldNodes& held, bool marks, EnergyFi
 // False when there is nothing to solve.
 bool make_model(const TriMesh& mesh, float voxel_size, Model& model, RunContext& run) {
     VoxelGrid grid = form_voxels(mesh, {{voxel_size, voxel_size, voxel_size}}, run);
-    form_surface(grid, run);
+    mark_exposed_sides(grid, kSurfaceLine, run);
     if (grid.is_empty()) {
         run.log.append("\nVoxelization: 0 voxels --> break");
         return false;

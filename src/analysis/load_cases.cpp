@@ -84,8 +84,8 @@ public:
         });
     }
 
-    // On the faces that look one way along an axis and have no element of their row or column before
-    // them.
+    // On the faces that look one way along an axis and have no element of their row or column
+    // before them.
     void even_pressure(std::size_t axis, int sign) {
         const Columns columns(model_, axis, sign);
         for_each_element(model_, [&](const Element& element) {
@@ -223,10 +223,7 @@ private:
 
     // A whole outer face.
     void press_face(const Element& element, std::size_t axis, int sign) {
-        constexpr std::array kUp = {Side::Right, Side::Back, Side::Top};
-        constexpr std::array kDown = {Side::Left, Side::Front, Side::Bottom};
-        const auto side = static_cast<unsigned>(sign > 0 ? kUp[axis] : kDown[axis]);
-        if ((model_.faces[element.index] >> side & 1U) == 0) return;
+        if ((model_.faces[element.index] >> outer_side(axis, sign) & 1U) == 0) return;
         for (std::size_t corner = 0; corner < kCorners; ++corner) {
             if (kCornerSigns[corner][axis] != sign) continue;
             add(element.nodes[corner], axis, pressure_at_node() * static_cast<float>(-sign));

@@ -92,8 +92,8 @@ public:
 
     double scale() const { return scale_; }
 
-    // Of neighbouring coordinates of the original place, at its farthest from the origin, in analysed
-    // units.
+    // Of neighbouring coordinates of the original place, at its farthest from the origin, in
+    // analysed units.
     double spacing() const { return spacing_; }
 
     void undo(TriMesh& mesh) const {
@@ -132,9 +132,12 @@ private:
 // What the analysis found, as something that can be asked for the weakness at a point.
 using Weakness = std::variant<SectionWeakness, ElementWeakness, SmoothElementWeakness>;
 
-Weakness by_sections(const TriMesh& mesh, StrengthReport& report, RunContext& run) {
+Weakness by_sections(const TriMesh& mesh, const StrengthOptions& options, StrengthReport& report,
+                     RunContext& run) {
+    const SectionPlanes planes =
+        options.rules == StrengthRules::Hosts ? SectionPlanes::Axes : SectionPlanes::Turned;
     const std::vector<WeakSection> sections =
-        analyse_sections(mesh, kSectionStep, SectionMode::LocalMinima, run);
+        analyse_sections(mesh, kSectionStep, SectionMode::LocalMinima, run, planes);
     report.sections = sections.size();
     report.is_analysed = true;
     return SectionWeakness(sections);
@@ -169,7 +172,7 @@ Weakness by_elements(const TriMesh& mesh, const StrengthOptions& options, Streng
 
 Weakness analyse(const TriMesh& mesh, const StrengthOptions& options, StrengthReport& report,
                  RunContext& run) {
-    return options.method == StrengthMethod::Sections ? by_sections(mesh, report, run)
+    return options.method == StrengthMethod::Sections ? by_sections(mesh, options, report, run)
                                                       : by_elements(mesh, options, report, run);
 }
 
@@ -186,8 +189,8 @@ Array<float> values_at_vertices(const TriMesh& mesh, const Weakness& weakness) {
 
 // ------------------------------------------------------------------------------------- colours
 
-// The mean of the vertices that follow in the faces around: for hosts without its own value, so that
-// one that is no number makes its neighbours such; else with it, over those that are numbers.
+// The mean of the vertices that follow in the faces around: for hosts without its own value, so
+// that one that is no number makes its neighbours such; else with it, over those that are numbers.
 Array<float> smoothed(TriMesh& mesh, const Array<float>& values, StrengthRules rules) {
     ensure_uses(mesh);
     Array<float> result = values;
@@ -260,9 +263,7 @@ void leave_out_collapsed(TriMesh& mesh, Array<float>& values) {
 }
 
 void reduce_large(TriMesh& mesh) {
-    if (mesh.faces.size() <= kManyTriangles) return;
-    (void)reduce(mesh, 0.1, 0.05, 0.985);
-    compact(mesh);
+    if (mesh.faces.size() > kManyTriangles) (void)reduce(mesh, kReduceToATenth);
 }
 
 bool is_known(StrengthMethod method) {

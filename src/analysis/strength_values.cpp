@@ -63,15 +63,25 @@ double distance_across(const SectionWeakness::Outline& outline, Point2d p) {
 
 }  // namespace
 
-Point2d SectionWeakness::Outline::project(Vec3d p, std::size_t axis) {
+Point2d SectionWeakness::Outline::project(Vec3d p) const {
+    if (axis == kTurnedSection) return {dot(across, p), dot(beside, p)};
     if (axis == 2) return {p.x, p.y};
     return axis == 1 ? Point2d{p.x, p.z} : Point2d{p.y, p.z};
 }
 
+double SectionWeakness::Outline::along(Vec3d p) const {
+    return axis == kTurnedSection ? dot(normal, p) : along_axis(p, axis);
+}
+
 SectionWeakness::Outline::Outline(const WeakSection& section)
-    : axis(section.axis), position(section.position), score(section.score) {
+    : axis(section.axis), normal(section.normal), position(section.position), score(section.score) {
+    if (axis == kTurnedSection) {
+        across = section.polygon[1] - section.polygon[0];
+        across = across / length(across);
+        beside = cross(normal, across);
+    }
     for (const Vec3d& point : section.polygon) {
-        const Point2d p = project(point, axis);
+        const Point2d p = project(point);
         points.push_back(p);
         low = {std::min(low.x, p.x), std::min(low.y, p.y)};
         high = {std::max(high.x, p.x), std::max(high.y, p.y)};
@@ -85,9 +95,9 @@ float SectionWeakness::at(Vec3f point) const {
     const Vec3d p = to_double(point);
     float value = 0;
     for (const Outline& outline : outlines_) {
-        const auto d = static_cast<float>(std::abs(along_axis(p, outline.axis) - outline.position));
+        const auto d = static_cast<float>(std::abs(outline.along(p) - outline.position));
         if (!(d < kReachAlong)) continue;
-        const double q = distance_across(outline, Outline::project(p, outline.axis));
+        const double q = distance_across(outline, outline.project(p));
         if (q < kReachAcross) value += outline.score / (d + 1.0F + static_cast<float>(q));
     }
     return value;

@@ -30,12 +30,14 @@ public:
         std::vector<Point2d> points;
         Point2d low{std::numeric_limits<double>::max(), std::numeric_limits<double>::max()};
         Point2d high{std::numeric_limits<double>::lowest(), std::numeric_limits<double>::lowest()};
-        std::size_t axis;  // of its normal
+        std::size_t axis;              // of its normal, or kTurnedSection
+        Vec3d normal, across, beside;  // of a turned one: orthonormal
         double position;
         float score;
 
         explicit Outline(const WeakSection& section);
-        static Point2d project(Vec3d p, std::size_t axis);
+        Point2d project(Vec3d p) const;
+        double along(Vec3d p) const;
     };
 
 private:

@@ -24,7 +24,7 @@ public:
         for (const std::uint32_t f : mesh_.shells[shell]) {
             Face face = mesh_.faces[f];
             for (std::int32_t& vertex : face.vertex) vertex = copy(vertex);
-            if (is_reversed) turn_over(face);
+            if (is_reversed) reverse_winding(face);
             part_.faces.push_back(face);
         }
     }

@@ -138,7 +138,7 @@ void separateShellsFromData(const float* coordinates_in, const float* colours_in
     TriMesh mesh = build(
         job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(10);
-    separate_models(mesh);
+    separate_bodies(mesh);
     job.progress(80);
     export_parts(mesh,
                  {coordinates, colours, texture_coordinates, labels, part_triangles, part_count});

@@ -8,9 +8,8 @@ using namespace povmesh::api;
 
 namespace {
 
-/// The tolerance that hosts of the cut have always had: the level lies above the plane by this much, on
-/// the side that the normal points away from. Model units.
-constexpr double kLevelOffset = 0.1;
+/// Hosts rely on this tolerance: the cut lies this far at the back of the plane. Model units.
+constexpr double kPlaneOffset = -0.1;
 
 CutOperation operation_of(std::uint32_t code) {
     switch (code) {
@@ -19,9 +18,9 @@ CutOperation operation_of(std::uint32_t code) {
         case 2:
             return CutOperation::CutAndCap;
         case 3:
-            return CutOperation::MirrorBelow;
+            return CutOperation::MirrorFront;
         case 4:
-            return CutOperation::MirrorAbove;
+            return CutOperation::MirrorBack;
         default:
             return CutOperation::None;
     }
@@ -34,7 +33,7 @@ Vec3d vector_of(const float* three) {
 }
 
 CutPlane plane_of(const float* normal, const float* direction, const float* point) {
-    CutPlane plane{vector_of(normal), vector_of(direction), vector_of(point), kLevelOffset};
+    CutPlane plane{vector_of(normal), vector_of(direction), vector_of(point), kPlaneOffset};
     if (point == nullptr) plane.normal = {};
     return plane;
 }

@@ -10,7 +10,6 @@
 #include "base/convert.h"
 #include "io/obj.h"
 #include "io/stl.h"
-#include "mesh/compact.h"
 #include "mesh/export_data.h"
 #include "remesh/parallel_reduce.h"
 #include "remesh/reduce.h"
@@ -25,9 +24,6 @@ constexpr std::uint32_t kMostLevels = 5;
 
 // The reduction of the preprocessing exports: only shells of more than 100,000 faces, and no face
 // turns by more than 9.9 degrees in a collapse.
-constexpr double kAutomatic = -1.0;
-constexpr double kLeastKept = 0.05;
-constexpr double kNormalLimit = 0.985;
 
 // Outlines of cross-sections are as good with half the faces.
 constexpr float kKeptForAnalysis = 0.5F;
@@ -124,24 +120,21 @@ void save_obj(TriMesh& mesh, const char* path) {
 void reduce_and_compact(Job& job, TriMesh& mesh) {
     job.progress(57);
     job.run().log.trace_in(kTraceUnit, "tri.reduce");
-    reduce(mesh, kAutomatic, kLeastKept, kNormalLimit);
+    reduce(mesh, kReduceScans);
     job.progress(75);
-    compact(mesh);
     job.run().log.trace_out(kTraceUnit, "tri.reduce");
     job.progress(80);
 }
 
 void reduce_to_target(Job& job, TriMesh& mesh, float target) {
-    reduce_parallel(mesh, {.target = static_cast<double>(target), .minimum_keep = kLeastKept},
-                    job.run());
+    reduce_parallel(mesh, {.keep = static_cast<double>(target)}, job.run());
 }
 
 void reduce_for_analysis(Job& job, TriMesh& mesh) {
     job.run().log.trace_in(kTraceUnit, "tri.reduce");
     reduce_for_weakness(mesh, [&](TriMesh& reduced) {
-        reduce(reduced, kAutomatic, kLeastKept, kNormalLimit);
+        reduce(reduced, kReduceScans);
         reduce_to_target(job, reduced, kKeptForAnalysis);
-        compact(reduced);
     });
     job.run().log.trace_out(kTraceUnit, "tri.reduce");
 }
@@ -150,7 +143,6 @@ void subdivide_levels(TriMesh& mesh, std::uint32_t levels, SubdivideMode mode) {
     if (levels > kMostLevels) return;
     for (std::uint32_t level = 0; level < levels; ++level) {
         subdivide(mesh, mode);
-        compact(mesh);
     }
 }
 

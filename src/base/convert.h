@@ -14,8 +14,8 @@ namespace povmesh {
 /// nearest end of the range, a NaN becomes 0.
 template <std::integral Int, std::floating_point Float>
 constexpr Int saturate_to(Float value) {
-    // The ends as floating-point numbers: the lower one is exact (0 or a power of two), the upper one
-    // is the first value that no longer fits.
+    // The ends as floating-point numbers: the lower one is exact (0 or a power of two), the upper
+    // one is the first value that no longer fits.
     constexpr Float kLow = static_cast<Float>(std::numeric_limits<Int>::min());
     constexpr Float kHalf =
         static_cast<Float>(std::uintmax_t{1} << (std::numeric_limits<Int>::digits - 1));

@@ -13,8 +13,8 @@ void* allocate_block(std::size_t bytes);
 /// Releases a block of `allocate_block`; `bytes` is what it was asked for. Null does nothing.
 void free_block(void* block, std::size_t bytes) noexcept;
 
-/// Marks the inside of a block that came from elsewhere, such as malloc, as fit for large pages. Small
-/// blocks are left alone.
+/// Marks the inside of a block that came from elsewhere, such as malloc, as fit for large pages.
+/// Small blocks are left alone.
 void advise_large_pages(void* block, std::size_t bytes) noexcept;
 
 /// Asks for the cache line of an address ahead of its use; never faults.

@@ -1,5 +1,5 @@
-// One function compiled for several instruction sets; the machine's best is taken when the library is
-// loaded.
+// One function compiled for several instruction sets; the machine's best is taken when the library
+// is loaded.
 #pragma once
 
 // For hot loops of plain floating-point arithmetic, where wider vectors pay. Without contraction of

@@ -32,8 +32,8 @@ void run_blocks(std::size_t count, BlockFunction function, void* context);
 }  // namespace detail
 
 /// Calls `body(block)` for every block below `count`, on the threads of the OpenMP runtime; on the
-/// calling thread when there is one block. Blocks run in any order and at the same time, so each may
-/// write only what belongs to it. The body must not throw.
+/// calling thread when there is one block. Blocks run in any order and at the same time, so each
+/// may write only what belongs to it. The body must not throw.
 template <typename Body>
 void for_blocks(std::size_t count, Body&& body) {
     using Plain = std::remove_reference_t<Body>;

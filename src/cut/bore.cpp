@@ -1,3 +1,6 @@
+// Splits the faces near the bore at the planes of its sides, one after another, as a convex prism
+// is clipped; what is in front of all of them is taken out. The rim that this leaves is shared out
+// among the sides and the edges between them, closed along those edges and filled side by side.
 #include "cut/bore.h"
 
 #include <algorithm>
@@ -11,13 +14,11 @@
 
 #include "cut/cap.h"
 #include "cut/cut_points.h"
-#include "cut/level_frame.h"
+#include "cut/plane_frame.h"
 #include "mesh/bounds.h"
 
 namespace povmesh {
 namespace {
-
-constexpr std::array<std::size_t, 3> kNext = {1, 2, 0};
 
 using Weights = std::array<double, 3>;  // of the corners of a face
 
@@ -84,8 +85,8 @@ private:
         return on_sides_[static_cast<std::size_t>(point)];
     }
 
-    // Outward is up. The sides go around from `from` to `to`, then the end at `from`, then that at
-    // `to`.
+    // The bore is in front of all its sides. They go around from `from` to `to`, then the end at
+    // `from`, then that at `to`.
     void make_sides() {
         const Vec3d axis = (bore_.to - bore_.from) / length(bore_.to - bore_.from);
         const Vec3d least = std::abs(axis.x) <= std::min(std::abs(axis.y), std::abs(axis.z))
@@ -100,7 +101,7 @@ private:
             return right * std::cos(angle) + up * std::sin(angle);
         };
         const auto add = [&](Vec3d outward, Vec3d along, Vec3d point) {
-            sides_.push_back(LevelFrame::make({outward * -1.0, along, point}).value());
+            sides_.push_back(PlaneFrame::make({outward * -1.0, along, point}).value());
         };
         const double inner_radius =
             bore_.radius * std::cos(std::numbers::pi / static_cast<double>(bore_.sides));
@@ -116,14 +117,14 @@ private:
     // -1 inside the side, 0 on it, 1 outside.
     int sign(std::int32_t point, std::size_t side) {
         if ((on_sides(point) & bit(side)) != 0) return 0;
-        const double height = sides_[side].height(points_.exact(point));
+        const double distance = sides_[side].distance(points_.exact(point));
         // Between two sides little is enough: the rim should meet an edge of the bore in one point.
         const double snap = on_sides(point) == 0 ? snap_ : snap_ * 0.02;
-        if (std::abs(height) <= snap) {
+        if (std::abs(distance) <= snap) {
             on_sides(point) |= bit(side);
             return 0;
         }
-        return height < 0 ? -1 : 1;
+        return distance > 0 ? -1 : 1;
     }
 
     // Faces whose boxes meet that of the bore may lie in it; those that share an edge with them are
@@ -157,7 +158,7 @@ private:
             is_near[f] = 1;
             inner_.push_back(whole(f));
             for (std::size_t i = 0; i < 3; ++i) {
-                near_edges.push_back(edge_key(face.vertex[i], face.vertex[kNext[i]]));
+                near_edges.push_back(edge_key(face.vertex[i], face.vertex[next_corner(i)]));
             }
         }
         std::sort(near_edges.begin(), near_edges.end());
@@ -166,9 +167,9 @@ private:
             if (is_near[f] != 0 || face.deleted != 0) continue;
             bool is_beside = false;
             for (std::size_t i = 0; i < 3; ++i) {
-                is_beside = is_beside ||
-                            std::binary_search(near_edges.begin(), near_edges.end(),
-                                               edge_key(face.vertex[i], face.vertex[kNext[i]]));
+                is_beside = is_beside || std::binary_search(
+                                             near_edges.begin(), near_edges.end(),
+                                             edge_key(face.vertex[i], face.vertex[next_corner(i)]));
             }
             if (is_beside) outer_.push_back(whole(f));
         }
@@ -187,7 +188,7 @@ private:
         for (const Piece& piece : inner_) {
             for (std::size_t i = 0; i < 3; ++i) {
                 const std::int32_t a = piece.point[i];
-                const std::int32_t b = piece.point[kNext[i]];
+                const std::int32_t b = piece.point[next_corner(i)];
                 if (sign(a, side) * sign(b, side) < 0) edges.push_back({edge_key(a, b), 0, 0});
             }
         }
@@ -218,8 +219,8 @@ private:
         const std::int32_t high = high_end(edge.key);
         const Vec3d a = points_.exact(low);
         const Vec3d b = points_.exact(high);
-        const double at_low = sides_[side].height(a);
-        edge.share = at_low / (at_low - sides_[side].height(b));
+        const double at_low = sides_[side].distance(a);
+        edge.share = at_low / (at_low - sides_[side].distance(b));
         edge.point = points_.add(a + (b - a) * edge.share);
         on_sides_.push_back((on_sides(low) & on_sides(high)) | bit(side));
     }
@@ -230,7 +231,7 @@ private:
         std::size_t count = 0;
         std::size_t start = 0;  // a corner with the only cut, or both cuts, at its sides
         for (std::size_t i = 0; i < 3; ++i) {
-            const std::uint64_t key = edge_key(piece.point[i], piece.point[kNext[i]]);
+            const std::uint64_t key = edge_key(piece.point[i], piece.point[next_corner(i)]);
             const auto place =
                 std::lower_bound(edges.begin(), edges.end(), key,
                                  [](const SplitEdge& e, std::uint64_t k) { return e.key < k; });
@@ -244,7 +245,7 @@ private:
         }
         for (std::size_t i = 0; i < 3; ++i) {
             // Side i starts at corner i, side i + 2 ends there.
-            if (cut[i] != nullptr && (count == 1 || cut[kNext[kNext[i]]] != nullptr)) start = i;
+            if (cut[i] != nullptr && (count == 1 || cut[previous_corner(i)] != nullptr)) start = i;
         }
         struct Corner {
             std::int32_t point;
@@ -252,7 +253,7 @@ private:
         };
         const auto corner = [&](std::size_t i) { return Corner{piece.point[i], piece.weights[i]}; };
         const auto made = [&](std::size_t i) {
-            const std::size_t to = kNext[i];
+            const std::size_t to = next_corner(i);
             const bool is_rising = piece.point[i] < piece.point[to];
             const double share = is_rising ? cut[i]->share : 1 - cut[i]->share;
             return Corner{cut[i]->point, between(piece.weights[i], piece.weights[to], share)};
@@ -261,8 +262,8 @@ private:
             take(Piece{
                 piece.face, {a.point, b.point, c.point}, {a.weights, b.weights, c.weights}, false});
         };
-        const std::size_t second = kNext[start];
-        const std::size_t third = kNext[second];
+        const std::size_t second = next_corner(start);
+        const std::size_t third = next_corner(second);
         const Corner ab = made(start);
         if (count == 1) {
             emit(corner(start), ab, corner(third));
@@ -294,7 +295,7 @@ private:
         for (const Piece& piece : inner_) {
             for (std::size_t i = 0; i < 3; ++i) {
                 const std::int32_t a = piece.point[i];
-                const std::int32_t b = piece.point[kNext[i]];
+                const std::int32_t b = piece.point[next_corner(i)];
                 edges.push_back({edge_key(a, b), a < b});
             }
         }
@@ -330,8 +331,8 @@ private:
         for (int k = 0; k < std::abs(count); ++k) walls_[wall].push_back({from, to, 0, {}});
     }
 
-    // What is left open on the walls runs along the edges of the bore, from one point of the rim to the
-    // next.
+    // What is left open on the walls runs along the edges of the bore, from one point of the rim to
+    // the next.
     bool close_walls() {
         const std::size_t count = bore_.sides;
         for (CornerEdge& edge : corner_edges_) {
@@ -386,8 +387,8 @@ private:
             const auto steps = place_of(low_end(edge.key)) - place_of(high_end(edge.key));
             if (std::abs(steps) != 1) give_to_wall(edge);  // it runs past other points
         }
-        // What arrives at a stop and does not leave it goes on along the line. There it makes up, with what
-        // the other wall does, for an edge of the rim.
+        // What arrives at a stop and does not leave it goes on along the line. There it makes up,
+        // with what the other wall does, for an edge of the rim.
         int open = 0;
         const Array<RimEdge> rim = walls_[wall];
         for (std::size_t k = 0; k < stops.size(); ++k) {
@@ -475,7 +476,7 @@ private:
     const TriMesh& model_;
     const Bore& bore_;
     CutPoints points_;
-    std::vector<LevelFrame> sides_;
+    std::vector<PlaneFrame> sides_;
     std::vector<Vec3d> corners_;  // from the centre of an end
     double snap_ = 0;
     Array<std::uint64_t> on_sides_;  // by point: the sides that it lies on

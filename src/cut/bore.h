@@ -34,8 +34,8 @@ enum class BoreOutcome : std::uint8_t {
 /// faces get colours and texture coordinates in proportion; walls have the mean colour of what was
 /// taken and the label -1. Unless the outcome is Done the mesh stays as it is.
 ///
-/// A vertex counts as lying on a side of the bore when it is nearer than 1/500 of the radius, so that
-/// no slivers arise there.
+/// A vertex counts as lying on a side of the bore when it is nearer than 1/500 of the radius, so
+/// that no slivers arise there.
 ///
 /// Time: linear in the faces; n log n in those at the bore, for each of its sides.
 BoreOutcome bore(TriMesh& mesh, const Bore& bore);

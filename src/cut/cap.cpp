@@ -1,3 +1,8 @@
+// The openings of a cut are loops of rim edges. A constrained Delaunay triangulation of their
+// points takes the edges as constraints; the winding number of each triangle tells how often the
+// cap covers it, so that nested loops need no sorting into outer ones and holes. What the rims have
+// beyond the triangles' sides (edges that cross, points that coincide) is traced as loops of no
+// area and filled by fans, so that the boundary of a cap is the rim in any case.
 #include "cut/cap.h"
 
 #include <algorithm>
@@ -10,8 +15,6 @@
 
 namespace povmesh {
 namespace {
-
-constexpr std::array<std::size_t, 3> kNext = {1, 2, 0};
 
 // Numbers the points of edges from 0 on, in ascending order.
 class Nodes {
@@ -112,7 +115,7 @@ void fill_remainder(std::span<const RimEdge> rim, Array<CapTriangle>& triangles)
     };
     for (const RimEdge& edge : rim) add(edge.from, edge.to, 1);
     for (const CapTriangle& t : triangles) {
-        for (std::size_t i = 0; i < 3; ++i) add(t[i], t[kNext[i]], -1);
+        for (std::size_t i = 0; i < 3; ++i) add(t[i], t[next_corner(i)], -1);
     }
     Array<LoopEdge> left = remainder(sides);
     Nodes nodes(left);
@@ -141,12 +144,12 @@ struct TriangleSide {
 using Dividers = std::array<std::int32_t, 3>;
 
 // Picks from the sides at one edge those to be divided and divides them, in opposite pairs.
-class CrowdedSides {
+class SharedSides {
 public:
-    CrowdedSides(CutPoints& points, std::vector<Dividers>& dividers)
+    SharedSides(CutPoints& points, std::vector<Dividers>& dividers)
         : points_(points), dividers_(dividers) {}
 
-    void separate(std::span<const TriangleSide> sides, std::uint32_t wall_count) {
+    void split(std::span<const TriangleSide> sides, std::uint32_t wall_count) {
         rising_.clear();
         falling_.clear();
         for (const TriangleSide& side : sides)
@@ -173,7 +176,8 @@ private:
 };
 
 void divide(const CapTriangle& triangle, const Dividers& dividers, Array<CapTriangle>& result) {
-    // The corners and dividers in their order are a polygon; its triangles must not lie along a side.
+    // The corners and dividers in their order are a polygon; its triangles must not lie along a
+    // side.
     std::size_t first = 0;
     std::size_t count = 0;
     for (std::size_t i = 0; i < 3; ++i) {
@@ -182,10 +186,10 @@ void divide(const CapTriangle& triangle, const Dividers& dividers, Array<CapTria
         first = i;
     }
     const auto [a, b, c] =
-        std::tuple(triangle[first], triangle[kNext[first]], triangle[kNext[kNext[first]]]);
+        std::tuple(triangle[first], triangle[next_corner(first)], triangle[previous_corner(first)]);
     const std::int32_t ab = dividers[first];
-    const std::int32_t bc = dividers[kNext[first]];
-    const std::int32_t ca = dividers[kNext[kNext[first]]];
+    const std::int32_t bc = dividers[next_corner(first)];
+    const std::int32_t ca = dividers[previous_corner(first)];
     if (count == 1) {
         result.push_back({a, ab, c});
         result.push_back({ab, b, c});
@@ -224,7 +228,7 @@ Array<RimEdge> closed_rim(std::span<const RimEdge> rim) {
     return closed;
 }
 
-RimFilling fill_rim(CutPoints& points, const LevelFrame& frame, std::span<const RimEdge> rim,
+RimFilling fill_rim(CutPoints& points, const PlaneFrame& frame, std::span<const RimEdge> rim,
                     std::span<const std::array<std::int32_t, 2>> guides) {
     Nodes nodes(rim);
     for (const auto& [from, to] : guides) nodes.add(from, to);
@@ -265,13 +269,13 @@ RimFilling fill_rim(CutPoints& points, const LevelFrame& frame, std::span<const 
     return filling;
 }
 
-void separate_crowded_sides(CutPoints& points, Array<CapTriangle>& triangles,
-                            const Array<LevelWall>& walls) {
+void split_shared_sides(CutPoints& points, Array<CapTriangle>& triangles,
+                        const Array<PlaneWall>& walls) {
     Array<TriangleSide> sides;
     for (std::uint32_t t = 0; t < triangles.size(); ++t) {
         for (std::size_t i = 0; i < 3; ++i) {
             const std::int32_t from = triangles[t][i];
-            const std::int32_t to = triangles[t][kNext[i]];
+            const std::int32_t to = triangles[t][next_corner(i)];
             sides.push_back({edge_key(from, to), t, static_cast<std::uint8_t>(i), from < to});
         }
     }
@@ -279,7 +283,7 @@ void separate_crowded_sides(CutPoints& points, Array<CapTriangle>& triangles,
         return std::tuple(a.key, a.triangle, a.side) < std::tuple(b.key, b.triangle, b.side);
     });
     std::vector<Dividers> dividers(triangles.size(), Dividers{-1, -1, -1});
-    CrowdedSides crowded(points, dividers);
+    SharedSides shared(points, dividers);
     std::size_t wall = 0;
     for (std::size_t i = 0; i < sides.size();) {
         std::size_t end = i + 1;
@@ -288,7 +292,7 @@ void separate_crowded_sides(CutPoints& points, Array<CapTriangle>& triangles,
         const bool has_wall = wall < walls.size() && walls[wall].key == sides[i].key;
         const std::uint32_t wall_count = has_wall ? walls[wall].count : 0;
         if (end - i + wall_count > 2) {
-            crowded.separate({sides.data() + i, sides.data() + end}, wall_count);
+            shared.split({sides.data() + i, sides.data() + end}, wall_count);
         }
         i = end;
     }

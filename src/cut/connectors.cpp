@@ -1,3 +1,9 @@
+// Places of pegs by greedy farthest-point search: of the cells of a grid over the cut, each peg
+// takes the one with the most room to rims and earlier pegs; a few rounds of replacing one at a
+// time then even out the distances. How deep the material is comes from the faces in front of the
+// plane, clipped to the socket's prism.
+//
+// Source: T. Gonzalez, Clustering to minimize the maximum intercluster distance, 1985.
 #include "cut/connectors.h"
 
 #include <algorithm>
@@ -24,8 +30,8 @@ constexpr std::size_t kGridCells = 128;
 // With more pegs than this their places are not improved after the first choice.
 constexpr std::size_t kMostImproved = 16;
 constexpr int kImprovements = 4;
-// Places that are tried for a peg before it is given up; the search for the depth goes over all faces
-// near the level.
+// Places that are tried for a peg before it is given up; the search for the depth goes over all
+// faces near the plane.
 constexpr int kMostTries = 100;
 
 // Corners of the polygon around the place of a socket from which other surfaces must stay away.
@@ -44,7 +50,7 @@ double distance(Point2d p, Point2d a, Point2d b) {
     return distance(p, {a.x + dx * limited, a.y + dy * limited});
 }
 
-Point2d in_plane(const LevelFrame& frame, Vec3d p) {
+Point2d in_plane(const PlaneFrame& frame, Vec3d p) {
     return {dot(frame.along(), p), dot(frame.across(), p)};
 }
 
@@ -62,7 +68,7 @@ Box3f box_of(double low_x, double low_y, double high_x, double high_y) {
 /// Distances to the rims, and which of them go around a place.
 class RimMap {
 public:
-    RimMap(const CutPoints& points, const LevelFrame& frame, std::span<const RimEdge> rim)
+    RimMap(const CutPoints& points, const PlaneFrame& frame, std::span<const RimEdge> rim)
         : rim_(rim) {
         Array<Box3f> boxes;
         for (const RimEdge& edge : rim) {
@@ -132,27 +138,27 @@ private:
     mutable std::vector<std::pair<std::uint32_t, int>> windings_;  // scratch
 };
 
-/// How deep the material is below a place of the level.
+/// How deep the material in front of a place of the plane is.
 class DepthMap {
 public:
-    DepthMap(const TriMesh& model, const LevelSplit& split, const LevelFrame& frame, double depth)
+    DepthMap(const TriMesh& model, const PlaneSplit& split, const PlaneFrame& frame, double depth)
         : deepest_(depth) {
         for (std::size_t f = 0; f < model.faces.size(); ++f) {
-            if (!split.reaches_below(f)) continue;
+            if (!split.reaches_front(f)) continue;
             Corners corners;
-            double highest = std::numeric_limits<double>::lowest();
+            double nearest = std::numeric_limits<double>::infinity();
             for (std::size_t i = 0; i < 3; ++i) {
                 const Vec3d p = to_double(model.corner_position(model.faces[f], i));
                 const Point2d q = in_plane(frame, p);
-                corners[i] = {q.x, q.y, frame.height(p)};
-                highest = std::max(highest, corners[i].z);
+                corners[i] = {q.x, q.y, frame.distance(p)};
+                nearest = std::min(nearest, corners[i].z);
             }
-            if (highest > -depth) faces_.push_back(corners);
+            if (nearest < depth) faces_.push_back(corners);
         }
     }
 
-    // Height of the material below a circle, `deepest` when nothing comes nearer.
-    double depth_below(Point2d centre, double radius) const {
+    // Depth of the material in front of a circle, `deepest` when no surface comes nearer.
+    double depth_before(Point2d centre, double radius) const {
         double depth = deepest_;
         const double reach = radius / std::cos(std::numbers::pi / kClipCorners);
         for (const Corners& face : faces_) {
@@ -170,7 +176,7 @@ public:
     }
 
 private:
-    using Corners = std::array<Vec3d, 3>;  // along, across, height
+    using Corners = std::array<Vec3d, 3>;  // along, across, distance
 
     // Keeps the part of a convex polygon where value(p) <= 0.
     template <typename Value>
@@ -191,7 +197,7 @@ private:
 
     double depth_of(const Corners& face, Point2d centre, double radius) const {
         std::vector<Vec3d> polygon(face.begin(), face.end());
-        clip(polygon, [](Vec3d p) { return p.z; });
+        clip(polygon, [](Vec3d p) { return -p.z; });
         for (std::size_t k = 0; k < kClipCorners && !polygon.empty(); ++k) {
             const double angle = 2 * std::numbers::pi * static_cast<double>(k) / kClipCorners;
             const double x = std::cos(angle);
@@ -200,7 +206,7 @@ private:
                  [&](Vec3d p) { return (p.x - centre.x) * x + (p.y - centre.y) * y - radius; });
         }
         double depth = deepest_;
-        for (const Vec3d& p : polygon) depth = std::min(depth, -p.z);
+        for (const Vec3d& p : polygon) depth = std::min(depth, p.z);
         return depth;
     }
 
@@ -217,7 +223,7 @@ struct Candidate {
 
 class ConnectorPlacer {
 public:
-    ConnectorPlacer(const TriMesh& model, const LevelSplit& split, const LevelFrame& frame,
+    ConnectorPlacer(const TriMesh& model, const PlaneSplit& split, const PlaneFrame& frame,
                     std::span<const RimEdge> rim, const ConnectorOptions& options)
         : radius_(options.radius),
           wall_radius_(options.radius + kConnectorClearance + kLeastWall),
@@ -274,8 +280,8 @@ private:
         }
     }
 
-    // Radius of the circle around a candidate that stays clear of the rims and of equal circles around
-    // the chosen ones, that at `but` left out; negative when it does not fit.
+    // Radius of the circle around a candidate that stays clear of the rims and of equal circles
+    // around the chosen ones, that at `but` left out; negative when it does not fit.
     double room(std::size_t candidate, std::size_t but) const {
         const Candidate& at = candidates_[candidate];
         double room = at.to_rim;
@@ -308,7 +314,7 @@ private:
 
     bool is_deep_enough(Candidate& at) const {
         if (at.length == 0) {
-            const double depth = depths_.depth_below(at.place, wall_radius_);
+            const double depth = depths_.depth_before(at.place, wall_radius_);
             at.length =
                 std::min(depth - kConnectorClearance - kLeastWall, kLengthPerRadius * radius_);
             if (at.length < kLeastLengthPerRadius * radius_) at.length = -1;
@@ -327,8 +333,8 @@ private:
 
 }  // namespace
 
-std::vector<Connector> place_connectors(const TriMesh& model, const LevelSplit& split,
-                                        const LevelFrame& frame, std::span<const RimEdge> rim,
+std::vector<Connector> place_connectors(const TriMesh& model, const PlaneSplit& split,
+                                        const PlaneFrame& frame, std::span<const RimEdge> rim,
                                         const ConnectorOptions& options) {
     if (!(options.radius > 0) || !std::isfinite(options.radius) || options.count == 0 ||
         rim.empty()) {
@@ -338,17 +344,18 @@ std::vector<Connector> place_connectors(const TriMesh& model, const LevelSplit& 
         .run(std::min(options.count, kMostConnectors));
 }
 
-ConnectorRings::ConnectorRings(CutPoints& points, const LevelFrame& frame,
+ConnectorRings::ConnectorRings(CutPoints& points, const PlaneFrame& frame,
                                std::vector<Connector> connectors, const ConnectorOptions& options)
     : connectors_(std::move(connectors)),
       segments_(std::clamp(options.segments, kFewestSegments, kMostSegments)),
       first_(points.size()) {
     for (const Connector& connector : connectors_) {
         const Vec3d centre = frame.along() * connector.centre.x +
-                             frame.across() * connector.centre.y + frame.up() * frame.level();
+                             frame.across() * connector.centre.y +
+                             frame.normal() * frame.plane_distance();
         for (const double depth : {0.0, connector.length}) {
             for (const double gap : {0.0, kConnectorClearance}) {
-                const Vec3d middle = centre - frame.up() * (depth > 0 ? depth + gap : 0.0);
+                const Vec3d middle = centre + frame.normal() * (depth > 0 ? depth + gap : 0.0);
                 for (std::size_t i = 0; i < segments_; ++i) {
                     const double angle = 2 * std::numbers::pi * static_cast<double>(i) /
                                          static_cast<double>(segments_);
@@ -374,10 +381,10 @@ std::vector<std::array<std::int32_t, 2>> ConnectorRings::guides(std::uint32_t gr
     return edges;
 }
 
-// A triangle between corners of one connector's rings lies within the outer of them: they are convex,
-// and the only points there.
-bool ConnectorRings::lies_in_ring(const CapTriangle& triangle, LevelSide side) const {
-    const std::size_t rings = side == LevelSide::Above ? 1 : 2;  // pegs leave the gap closed
+// A triangle between corners of one connector's rings lies within the outer of them: they are
+// convex, and the only points there.
+bool ConnectorRings::lies_in_ring(const CapTriangle& triangle, PlaneSide side) const {
+    const std::size_t rings = side == PlaneSide::Back ? 1 : 2;  // pegs leave the gap closed
     const std::size_t block = 4 * segments_;
     std::size_t connector = connectors_.size();
     for (const std::int32_t point : triangle) {
@@ -391,23 +398,23 @@ bool ConnectorRings::lies_in_ring(const CapTriangle& triangle, LevelSide side) c
     return true;
 }
 
-Array<CapTriangle> ConnectorRings::cap(LevelSide side, const Array<CapTriangle>& triangles) const {
+Array<CapTriangle> ConnectorRings::cap(PlaneSide side, const Array<CapTriangle>& triangles) const {
     Array<CapTriangle> cap;
     for (const CapTriangle& triangle : triangles) {
         if (!lies_in_ring(triangle, side)) cap.push_back(triangle);
     }
-    // Seen from above, pegs and sockets are the same shape: a pit.
-    const std::size_t top = side == LevelSide::Above ? 0 : 1;
+    // Seen from the back, pegs and sockets are the same shape: a pit.
+    const std::size_t top = side == PlaneSide::Back ? 0 : 1;
     for (std::size_t c = 0; c < connectors_.size(); ++c) {
         for (std::size_t i = 0; i < segments_; ++i) {
             const std::int32_t a = ring_point(c, top, i);
             const std::int32_t b = ring_point(c, top, i + 1);
-            const std::int32_t below_a = ring_point(c, top + 2, i);
-            const std::int32_t below_b = ring_point(c, top + 2, i + 1);
-            cap.push_back({a, b, below_a});
-            cap.push_back({b, below_b, below_a});
+            const std::int32_t deep_a = ring_point(c, top + 2, i);
+            const std::int32_t deep_b = ring_point(c, top + 2, i + 1);
+            cap.push_back({a, b, deep_a});
+            cap.push_back({b, deep_b, deep_a});
             if (i >= 2)
-                cap.push_back({ring_point(c, top + 2, 0), ring_point(c, top + 2, i - 1), below_a});
+                cap.push_back({ring_point(c, top + 2, 0), ring_point(c, top + 2, i - 1), deep_a});
         }
     }
     return cap;

@@ -1,3 +1,5 @@
+// Separates a mesh into models, splits each at the plane, fills the openings of both sides with the
+// same triangles in opposite windings, and separates the sides into pieces.
 #include "cut/cut.h"
 
 #include <algorithm>
@@ -11,8 +13,8 @@
 #include "base/timer.h"
 #include "cut/cap.h"
 #include "cut/connectors.h"
-#include "cut/level_split.h"
 #include "cut/mirror.h"
+#include "cut/plane_split.h"
 #include "mesh/edge_mates.h"
 #include "mesh/shells.h"
 #include "spatial/separation.h"
@@ -43,26 +45,26 @@ std::vector<std::uint32_t> fill_group_of_face(TriMesh& model) {
 
 class ModelCutter {
 public:
-    ModelCutter(TriMesh& model, const LevelFrame& frame, const CutOptions& options,
+    ModelCutter(TriMesh& model, const PlaneFrame& frame, const CutOptions& options,
                 CutCounts& counts, const EdgeMates* mates)
         : model_(model), frame_(frame), options_(options), counts_(counts), mates_(mates) {}
 
     // Returns false when there is nothing to do.
     bool run(Parts& parts) {
-        LevelSplit split(model_, frame_);
+        PlaneSplit split(model_, frame_);
         switch (options_.operation) {
-            case CutOperation::MirrorBelow:
-                return mirror(split, LevelSide::Below, parts);
-            case CutOperation::MirrorAbove:
-                return mirror(split, LevelSide::Above, parts);
+            case CutOperation::MirrorFront:
+                return mirror(split, PlaneSide::Front, parts);
+            case CutOperation::MirrorBack:
+                return mirror(split, PlaneSide::Back, parts);
             default:
                 break;
         }
         if (!split.divides()) return false;
         if (options_.operation == CutOperation::CutAndCap) fill(split);
-        for (const LevelSide side : {LevelSide::Above, LevelSide::Below}) {
+        for (const PlaneSide side : {PlaneSide::Back, PlaneSide::Front}) {
             TriMesh half = split.side_mesh(side, caps_[static_cast<std::size_t>(side)]).mesh;
-            if (mates_ != nullptr && split.hangs_together(side, *mates_)) {
+            if (mates_ != nullptr && split.is_connected(side, *mates_)) {
                 parts.push_back(std::move(half));
             } else {
                 divide(half, parts);
@@ -73,7 +75,7 @@ public:
     }
 
 private:
-    bool mirror(const LevelSplit& split, LevelSide side, Parts& parts) {
+    bool mirror(const PlaneSplit& split, PlaneSide side, Parts& parts) {
         if (split.face_count(side) == 0 || !(split.divides() || split.touches())) return false;
         TriMesh whole = mirrored(split, frame_, side);
         if (whole.faces.empty()) return false;
@@ -82,7 +84,7 @@ private:
         return true;
     }
 
-    void fill(LevelSplit& split) {
+    void fill(PlaneSplit& split) {
         std::vector<std::uint32_t> group;
         if (mates_ == nullptr) group = fill_group_of_face(model_);
         const Array<RimEdge> rim = split.trace_rim(group);
@@ -103,7 +105,7 @@ private:
         }
         counts_.connectors += rings.size();
         const std::array<std::uint8_t, 3> colour = mean_colour(closed);
-        for (const LevelSide side : {LevelSide::Above, LevelSide::Below}) {
+        for (const PlaneSide side : {PlaneSide::Back, PlaneSide::Front}) {
             for (const CapTriangle& t : rings.cap(side, triangles)) {
                 caps_[static_cast<std::size_t>(side)].push_back({t, colour});
             }
@@ -111,7 +113,7 @@ private:
     }
 
     // Returns false when the rings of connectors are not in the triangles.
-    bool fill(LevelSplit& split, const Array<RimEdge>& rim, const ConnectorRings& rings,
+    bool fill(PlaneSplit& split, const Array<RimEdge>& rim, const ConnectorRings& rings,
               Array<CapTriangle>& triangles) const {
         bool is_plain = rim.size() == split.walls().size();
         bool has_guides = true;
@@ -125,7 +127,7 @@ private:
             triangles.insert(triangles.end(), filling.triangles.begin(), filling.triangles.end());
             i = end;
         }
-        if (!is_plain) separate_crowded_sides(split.points(), triangles, split.walls());
+        if (!is_plain) split_shared_sides(split.points(), triangles, split.walls());
         return has_guides;
     }
 
@@ -154,11 +156,11 @@ private:
     }
 
     TriMesh& model_;
-    const LevelFrame& frame_;
+    const PlaneFrame& frame_;
     const CutOptions& options_;
     CutCounts& counts_;
     const EdgeMates* mates_;                          // of a model of one shell, else null
-    std::array<Array<LevelSplit::CapFace>, 2> caps_;  // by side
+    std::array<Array<PlaneSplit::CapFace>, 2> caps_;  // by side
 };
 
 // The models of a mesh. A mesh of one shell is its model as it stands; its edges are then kept.
@@ -188,9 +190,9 @@ CutCounts cut_models(TriMesh& mesh, const CutOptions& options, RunContext& run) 
     run.log.append("\nmd_num : " + std::to_string(models.size()));
     CutCounts counts;
     counts.models = models.size();
-    const std::optional<LevelFrame> frame = LevelFrame::make(options.plane);
-    const bool mirrors = options.operation == CutOperation::MirrorBelow ||
-                         options.operation == CutOperation::MirrorAbove;
+    const std::optional<PlaneFrame> frame = PlaneFrame::make(options.plane);
+    const bool mirrors = options.operation == CutOperation::MirrorFront ||
+                         options.operation == CutOperation::MirrorBack;
     for (TriMesh& model : models) {
         const Timer timer;
         if (options.operation != CutOperation::None) {

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "cut/level_frame.h"
+#include "cut/plane_frame.h"
 #include "mesh/tri_mesh.h"
 #include "run/run_context.h"
 
@@ -14,12 +14,12 @@ enum class CutOperation : std::uint8_t {
     None,         // leaves the models as they are
     Cut,          // divides them, openings stay
     CutAndCap,    // divides them and closes the openings
-    MirrorBelow,  // keeps the side that the normal points to and adds its mirror image
-    MirrorAbove,  // the same with the other side
+    MirrorFront,  // keeps the front, where the normal points, and adds its mirror image
+    MirrorBack,   // the same with the back
 };
 
-/// Round pegs on the first piece of a cut with caps, which point along the normal, and sockets for
-/// them in the other.
+/// Round pegs on the back of a cut with caps, which point along the normal, and sockets for them in
+/// the front.
 struct ConnectorOptions {
     double radius = 0;           // of a peg, model units; above 0, or none are made
     std::uint32_t count = 0;     // pegs wanted for a model; as many are made as find room
@@ -30,8 +30,8 @@ struct CutOptions {
     CutOperation operation = CutOperation::None;
     CutPlane plane;
     ConnectorOptions connectors;
-    // A cavity, a closed shell inside an odd number of other closed shells, is cut together with the
-    // body around it. Otherwise every shell that meets no other one is a model by itself.
+    // A cavity, a closed shell inside an odd number of other closed shells, is cut together with
+    // the body around it. Otherwise every shell that meets no other one is a model by itself.
     bool keep_cavities = false;
 };
 
@@ -48,19 +48,19 @@ constexpr double kConnectorClearance = 0.2;
 /// Separates the mesh into its models, applies the operation to each and puts the pieces into
 /// `mesh.parts`, in the order of the models. The mesh itself is left empty.
 ///
-/// The pieces of a divided model are those of the side that the normal points away from, then those of
-/// the other side, each in the order of their shells; shells that meet stay together. With caps, the
-/// pieces of a closed model are closed again, as manifold as it was, and their volumes add up to its
-/// volume. Vertices keep their bits; corners on a cut get colours and texture coordinates in proportion;
-/// cap faces have the label -1 and the mean colour of the cut. Of an open model, openings that do not
-/// close into loops stay.
+/// The pieces of a divided model are those at the back of the plane, then those in front, each in
+/// the order of their shells; shells that meet stay together. With caps, the pieces of a closed
+/// model are closed again, as manifold as it was, and their volumes add up to its volume. Vertices
+/// keep their bits; corners on a cut get colours and texture coordinates in proportion; cap faces
+/// have the label -1 and the mean colour of the cut. Of an open model, openings that do not close
+/// into loops stay.
 ///
-/// A model that the plane misses or only touches stays one part with the same faces, and so does every
-/// model when the plane has no normal, no direction or no place. Mirroring gives one part; it drops the
-/// faces that lie on the plane and joins the two halves there.
+/// A model that the plane misses or only touches stays one part with the same faces, and so does
+/// every model when the plane has no normal, no direction or no place. Mirroring gives one part; it
+/// drops the faces that lie on the plane and joins the two halves there.
 ///
-/// Time: linear in the faces, n log n in those at the plane, and that of a separation. The same bits
-/// for any number of threads.
+/// Time: linear in the faces, n log n in those at the plane, and that of a separation. The same
+/// bits for any number of threads.
 CutCounts cut_models(TriMesh& mesh, const CutOptions& options, RunContext& run);
 
 }  // namespace povmesh

@@ -11,9 +11,9 @@
 
 namespace povmesh {
 
-/// Numbers below the vertex count of the model are its vertices, those above are points made. A made
-/// point has its position twice: as computed, for questions about the flat, and rounded, as the
-/// pieces get it.
+/// Numbers below the vertex count of the model are its vertices, those above are points made. A
+/// made point has its position twice: as computed, for questions about the flat, and rounded, as
+/// the pieces get it.
 class CutPoints {
 public:
     explicit CutPoints(const TriMesh& model) : model_(model) {}

@@ -1,3 +1,5 @@
+// Copies the faces of one side with reflected vertices and reversed winding; vertices on the plane
+// are their own images, which joins the halves.
 #include "cut/mirror.h"
 
 #include <algorithm>
@@ -6,18 +8,18 @@
 
 namespace povmesh {
 
-TriMesh mirrored(const LevelSplit& split, const LevelFrame& frame, LevelSide side) {
+TriMesh mirrored(const PlaneSplit& split, const PlaneFrame& frame, PlaneSide side) {
     auto [mesh, points] = split.side_mesh(side, {});
     const std::size_t vertex_count = mesh.vertices.size();
     Array<std::int32_t> image(vertex_count);
     for (std::size_t v = 0; v < vertex_count; ++v) {
-        if (split.is_on_level(points[v])) {
+        if (split.is_on_plane(points[v])) {
             image[v] = static_cast<std::int32_t>(v);
             continue;
         }
         image[v] = fits<std::int32_t>(mesh.vertices.size());
         const Vec3d p = to_double(mesh.vertices[v].position());
-        const Vec3d q = p - frame.up() * (2.0 * frame.height(p));
+        const Vec3d q = p - frame.normal() * (2.0 * frame.distance(p));
         mesh.vertices.push_back(
             {narrow_to_float(q.x), narrow_to_float(q.y), narrow_to_float(q.z), image[v]});
     }
@@ -32,7 +34,7 @@ TriMesh mirrored(const LevelSplit& split, const LevelFrame& frame, LevelSide sid
     for (std::size_t f = 0; f < face_count; ++f) {
         Face face = mesh.faces[f];
         for (std::int32_t& v : face.vertex) v = image[static_cast<std::size_t>(v)];
-        turn_over(face);
+        reverse_winding(face);
         mesh.faces.push_back(face);
     }
     if (face_count == 0) return {};

@@ -1,3 +1,6 @@
+// Points are inserted one by one along a space-filling curve, each by splitting the triangle that
+// it lies in and flipping edges until the circumcircles are empty; then each segment is forced in
+// by flipping the edges that it crosses. The sources stand in the header.
 #include "cut/planar_triangulation.h"
 
 #include <algorithm>
@@ -6,19 +9,18 @@
 #include <cmath>
 #include <utility>
 
+#include "mesh/tri_mesh.h"
+
 namespace povmesh {
 namespace {
 
-constexpr std::array<std::size_t, 3> kNext = {1, 2, 0};
-constexpr std::array<std::size_t, 3> kPrevious = {2, 0, 1};
-
 // The predicates are exact for coordinates of 2^-149 and more.
-double without_dust(double coordinate) {
+double tiny_as_zero(double coordinate) {
     return std::abs(coordinate) < 0x1p-149 ? 0.0 : coordinate;
 }
 
-Point2d without_dust(Point2d p) {
-    return {without_dust(p.x), without_dust(p.y)};
+Point2d tiny_as_zero(Point2d p) {
+    return {tiny_as_zero(p.x), tiny_as_zero(p.y)};
 }
 
 bool same_place(Point2d a, Point2d b) {
@@ -90,7 +92,7 @@ PlanarTriangulation::PlanarTriangulation(std::span<const Point2d> points)
     positions_.reserve(points.size() + kCorners);
     cells_.reserve(2 * points.size() + 1);
     make_outer_triangle(points);
-    for (const Point2d& p : points) positions_.push_back(without_dust(p));
+    for (const Point2d& p : points) positions_.push_back(tiny_as_zero(p));
     cell_at_.resize(positions_.size(), 0);
     for (const std::uint32_t i : insertion_order(points)) insert_point(i, positions_[i + kCorners]);
 }
@@ -107,14 +109,15 @@ void PlanarTriangulation::make_outer_triangle(std::span<const Point2d> points) {
     double size = std::max(high.x - low.x, high.y - low.y);
     // Far enough that rounding cannot bring a point onto its sides.
     size = std::max(size, (std::abs(centre.x) + std::abs(centre.y)) * 1e-9 + 1e-30);
-    positions_.push_back(without_dust({centre.x - 32 * size, centre.y - 16 * size}));
-    positions_.push_back(without_dust({centre.x + 32 * size, centre.y - 16 * size}));
-    positions_.push_back(without_dust({centre.x, centre.y + 48 * size}));
+    positions_.push_back(tiny_as_zero({centre.x - 32 * size, centre.y - 16 * size}));
+    positions_.push_back(tiny_as_zero({centre.x + 32 * size, centre.y - 16 * size}));
+    positions_.push_back(tiny_as_zero({centre.x, centre.y + 48 * size}));
     cells_.push_back({{0, 1, 2}, {}});
 }
 
-// In rounds, each about twice as long as the one before, of points picked at random, which keeps the number of
-// flips low for any input; within a round along a Hilbert curve, which keeps the walks short.
+// In rounds, each about twice as long as the one before, of points picked at random, which keeps
+// the number of flips low for any input; within a round along a Hilbert curve, which keeps the
+// walks short.
 std::vector<std::uint32_t> PlanarTriangulation::insertion_order(
     std::span<const Point2d> points) const {
     constexpr int kRounds = 24;
@@ -176,7 +179,7 @@ PlanarTriangulation::Place PlanarTriangulation::locate(Point2d p, int& zero_side
         bool has_moved = false;
         for (std::size_t k = 0; k < 3; ++k) {
             const std::size_t i = (first + k) % 3;
-            const int side = orient2d(at(here.corner[i]), at(here.corner[kNext[i]]), p);
+            const int side = orient2d(at(here.corner[i]), at(here.corner[next_corner(i)]), p);
             if (side < 0) {
                 index = here.side[i].neighbour;
                 has_moved = true;
@@ -207,7 +210,7 @@ std::size_t PlanarTriangulation::side_from(std::int32_t index, std::int32_t corn
 PlanarTriangulation::Place PlanarTriangulation::beyond(Place place) const {
     const Cell& c = cell(place.cell);
     const std::int32_t other = c.side[place.side].neighbour;
-    return {other, side_from(other, c.corner[kNext[place.side]])};
+    return {other, side_from(other, c.corner[next_corner(place.side)])};
 }
 
 void PlanarTriangulation::split_cell(std::int32_t index, std::int32_t corner) {
@@ -218,15 +221,15 @@ void PlanarTriangulation::split_cell(std::int32_t index, std::int32_t corner) {
     for (std::size_t i = 0; i < 3; ++i) {
         const std::int32_t outer = old.side[i].neighbour;
         if (outer != kNone) {
-            const std::size_t back = side_from(outer, old.corner[kNext[i]]);
+            const std::size_t back = side_from(outer, old.corner[next_corner(i)]);
             cell(outer).side[back].neighbour = parts[i];
         }
     }
     for (std::size_t i = 0; i < 3; ++i) {
-        cell(parts[i]).corner = {old.corner[i], old.corner[kNext[i]], corner};
+        cell(parts[i]).corner = {old.corner[i], old.corner[next_corner(i)], corner};
         link(parts[i], 0, old.side[i]);
-        link(parts[i], 1, {parts[kNext[i]], 0, false});
-        link(parts[i], 2, {parts[kPrevious[i]], 0, false});
+        link(parts[i], 1, {parts[next_corner(i)], 0, false});
+        link(parts[i], 2, {parts[previous_corner(i)], 0, false});
         suspects_.push_back({parts[i], 0});
     }
 }
@@ -239,20 +242,23 @@ void PlanarTriangulation::split_side(Place place, std::int32_t x) {
     const std::size_t i = place.side;
     const std::size_t j = other.side;
     const std::int32_t a = near.corner[i];
-    const std::int32_t b = near.corner[kNext[i]];
+    const std::int32_t b = near.corner[next_corner(i)];
     const auto fresh = static_cast<std::int32_t>(cells_.size());
     const std::int32_t axc = place.cell;
     const std::int32_t bxd = other.cell;
     const std::int32_t xbc = fresh;
     const std::int32_t xad = fresh + 1;
     cells_.resize(cells_.size() + 2);
-    const Side bc = near.side[kNext[i]];
-    const Side ad = far.side[kNext[j]];
+    const Side bc = near.side[next_corner(i)];
+    const Side ad = far.side[next_corner(j)];
     if (bc.neighbour != kNone) {
-        cell(bc.neighbour).side[side_from(bc.neighbour, near.corner[kPrevious[i]])].neighbour = xbc;
+        cell(bc.neighbour)
+            .side[side_from(bc.neighbour, near.corner[previous_corner(i)])]
+            .neighbour = xbc;
     }
     if (ad.neighbour != kNone) {
-        cell(ad.neighbour).side[side_from(ad.neighbour, far.corner[kPrevious[j]])].neighbour = xad;
+        cell(ad.neighbour).side[side_from(ad.neighbour, far.corner[previous_corner(j)])].neighbour =
+            xad;
     }
     const Side ab = near.side[i];
     const Side ba = far.side[j];
@@ -261,13 +267,13 @@ void PlanarTriangulation::split_side(Place place, std::int32_t x) {
         cell(index).corner = corners;
         for (std::size_t s = 0; s < 3; ++s) link(index, s, sides[s]);
     };
-    const std::int32_t c = near.corner[kPrevious[i]];
-    const std::int32_t d = far.corner[kPrevious[j]];
+    const std::int32_t c = near.corner[previous_corner(i)];
+    const std::int32_t d = far.corner[previous_corner(j)];
     set(axc, {a, x, c},
-        {Side{xad, ab.weight, ab.is_fixed}, Side{xbc, 0, false}, near.side[kPrevious[i]]});
+        {Side{xad, ab.weight, ab.is_fixed}, Side{xbc, 0, false}, near.side[previous_corner(i)]});
     set(xbc, {x, b, c}, {Side{bxd, ab.weight, ab.is_fixed}, bc, Side{axc, 0, false}});
     set(bxd, {b, x, d},
-        {Side{xbc, ba.weight, ba.is_fixed}, Side{xad, 0, false}, far.side[kPrevious[j]]});
+        {Side{xbc, ba.weight, ba.is_fixed}, Side{xad, 0, false}, far.side[previous_corner(j)]});
     set(xad, {x, a, d}, {Side{axc, ba.weight, ba.is_fixed}, ad, Side{bxd, 0, false}});
     for (const Place outer : {Place{axc, 2}, Place{xbc, 1}, Place{bxd, 2}, Place{xad, 1}}) {
         suspects_.push_back(outer);
@@ -282,21 +288,21 @@ void PlanarTriangulation::flip(Place place) {
     const Cell near = cell(place.cell);
     const Cell far = cell(other.cell);
     const std::int32_t a = near.corner[i];
-    const std::int32_t b = near.corner[kNext[i]];
-    const std::int32_t c = near.corner[kPrevious[i]];
-    const std::int32_t d = far.corner[kPrevious[j]];
-    const Side bc = near.side[kNext[i]];
-    const Side ad = far.side[kNext[j]];
+    const std::int32_t b = near.corner[next_corner(i)];
+    const std::int32_t c = near.corner[previous_corner(i)];
+    const std::int32_t d = far.corner[previous_corner(j)];
+    const Side bc = near.side[next_corner(i)];
+    const Side ad = far.side[next_corner(j)];
     if (bc.neighbour != kNone)
         cell(bc.neighbour).side[side_from(bc.neighbour, c)].neighbour = other.cell;
     if (ad.neighbour != kNone)
         cell(ad.neighbour).side[side_from(ad.neighbour, d)].neighbour = place.cell;
     cell(place.cell).corner = {c, a, d};
     cell(other.cell).corner = {d, b, c};
-    link(place.cell, 0, near.side[kPrevious[i]]);
+    link(place.cell, 0, near.side[previous_corner(i)]);
     link(place.cell, 1, ad);
     link(place.cell, 2, {other.cell, 0, false});
-    link(other.cell, 0, far.side[kPrevious[j]]);
+    link(other.cell, 0, far.side[previous_corner(j)]);
     link(other.cell, 1, bc);
     link(other.cell, 2, {place.cell, 0, false});
 }
@@ -306,7 +312,7 @@ bool PlanarTriangulation::wants_flip(Place place) const {
     const Side& side = near.side[place.side];
     if (side.neighbour == kNone || side.is_fixed) return false;
     const Place other = beyond(place);
-    const std::int32_t d = cell(other.cell).corner[kPrevious[other.side]];
+    const std::int32_t d = cell(other.cell).corner[previous_corner(other.side)];
     return is_surely_in_circle(at(near.corner[0]), at(near.corner[1]), at(near.corner[2]), at(d));
 }
 
@@ -354,8 +360,8 @@ bool PlanarTriangulation::walk(Segment segment) {
     for (;;) {  // around the start
         const Cell& here = cell(place.cell);
         const std::size_t k = side_from(place.cell, from);
-        right = here.corner[kNext[k]];
-        left = here.corner[kPrevious[k]];
+        right = here.corner[next_corner(k)];
+        left = here.corner[previous_corner(k)];
         const int side = turn(from, to, right);
         if (right == to || (side == 0 && is_ahead(at(from), at(to), at(right)))) {
             fix_side({place.cell, k});
@@ -364,17 +370,17 @@ bool PlanarTriangulation::walk(Segment segment) {
             return true;
         }
         if (side < 0 && turn(from, to, left) > 0) {
-            place.side = kNext[k];
+            place.side = next_corner(k);
             break;
         }
-        place.cell = here.side[kPrevious[k]].neighbour;
+        place.cell = here.side[previous_corner(k)].neighbour;
     }
     std::vector<Segment> crossed;
     for (;;) {
         if (cell(place.cell).side[place.side].is_fixed) return cross_fixed(segment, place);
         crossed.push_back({right, left});
         const Place other = beyond(place);
-        const std::int32_t top = cell(other.cell).corner[kPrevious[other.side]];
+        const std::int32_t top = cell(other.cell).corner[previous_corner(other.side)];
         const int side = top == to ? 0 : turn(from, to, top);
         if (side == 0) {
             if (top != to) is_exact_ = false;
@@ -384,10 +390,10 @@ bool PlanarTriangulation::walk(Segment segment) {
         // The far cell runs left, right, top on its sides from other.side on.
         if (side > 0) {
             left = top;
-            place = {other.cell, kNext[other.side]};
+            place = {other.cell, next_corner(other.side)};
         } else {
             right = top;
-            place = {other.cell, kPrevious[other.side]};
+            place = {other.cell, previous_corner(other.side)};
         }
     }
 }
@@ -398,8 +404,8 @@ PlanarTriangulation::Place PlanarTriangulation::find_side(std::int32_t a, std::i
     for (;;) {
         const std::size_t k = side_from(index, a);
         const Cell& here = cell(index);
-        if (here.corner[kNext[k]] == b) return {index, k};
-        index = here.side[kPrevious[k]].neighbour;
+        if (here.corner[next_corner(k)] == b) return {index, k};
+        index = here.side[previous_corner(k)].neighbour;
     }
 }
 
@@ -407,9 +413,9 @@ bool PlanarTriangulation::is_flippable(Place place) const {
     const Place other = beyond(place);
     const Cell& near = cell(place.cell);
     const std::int32_t a = near.corner[place.side];
-    const std::int32_t b = near.corner[kNext[place.side]];
-    const std::int32_t c = near.corner[kPrevious[place.side]];
-    const std::int32_t d = cell(other.cell).corner[kPrevious[other.side]];
+    const std::int32_t b = near.corner[next_corner(place.side)];
+    const std::int32_t c = near.corner[previous_corner(place.side)];
+    const std::int32_t d = cell(other.cell).corner[previous_corner(other.side)];
     return turn(c, a, d) > 0 && turn(d, b, c) > 0;
 }
 
@@ -452,14 +458,14 @@ bool PlanarTriangulation::cross_fixed(Segment segment, Place place) {
     --budget_;
     const Cell& near = cell(place.cell);
     const std::int32_t a = near.corner[place.side];
-    const std::int32_t b = near.corner[kNext[place.side]];
-    const std::int32_t c = near.corner[kPrevious[place.side]];
+    const std::int32_t b = near.corner[next_corner(place.side)];
+    const std::int32_t c = near.corner[previous_corner(place.side)];
     const Place other = beyond(place);
-    const std::int32_t d = cell(other.cell).corner[kPrevious[other.side]];
+    const std::int32_t d = cell(other.cell).corner[previous_corner(other.side)];
     const double to_a = std::abs(area(at(segment.from), at(segment.to), at(a)));
     const double to_b = std::abs(area(at(segment.from), at(segment.to), at(b)));
     const double share = to_a + to_b > 0 ? to_a / (to_a + to_b) : 0.5;
-    const Point2d position = without_dust(
+    const Point2d position = tiny_as_zero(
         Point2d{at(a).x + (at(b).x - at(a).x) * share, at(a).y + (at(b).y - at(a).y) * share});
     const auto turns_left = [&](std::int32_t p, std::int32_t q) {
         return orient2d(at(p), at(q), position) > 0;

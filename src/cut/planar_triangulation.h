@@ -15,9 +15,9 @@ namespace povmesh {
 /// A Delaunay triangulation of a set of points that is then forced to hold directed segments.
 ///
 /// Every decision about order rests on exact orientation tests, so the triangles are always
-/// positively oriented and never overlap, whatever the input. Which of the valid triangulations it is
-/// rests on a rounded in-circle test: where four points lie nearly on a circle, either diagonal may
-/// come.
+/// positively oriented and never overlap, whatever the input. Which of the valid triangulations it
+/// is rests on a rounded in-circle test: where four points lie nearly on a circle, either diagonal
+/// may come.
 ///
 /// Points at the same place share a node. A segment through a node becomes two; where two segments
 /// cross, a node is added. Coordinates as the predicates take them.
@@ -33,8 +33,8 @@ public:
     explicit PlanarTriangulation(std::span<const Point2d> points);
 
     /// Adds a segment from point `from` to point `to`. The winding number on its left is higher by
-    /// `weight` than on its right. Returns false when the segments cross so often that it gives up; the
-    /// triangulation is of no use then.
+    /// `weight` than on its right. Returns false when the segments cross so often that it gives up;
+    /// the triangulation is of no use then.
     bool add_segment(std::size_t from, std::size_t to, std::int32_t weight = 1);
 
     /// The node that stands for a point: the point itself, or one of lower index at the same place.

@@ -1,3 +1,5 @@
+// Centroidal Voronoi cells by over-relaxed Lloyd steps on a coarse share of the voxels. The first
+// seeds are stratified along a Z-order curve, so that they are spread evenly from the start.
 #include "design/cell_division.h"
 
 #include <algorithm>
@@ -185,7 +187,7 @@ void part_cells(VoxelGrid& grid, const CellDivision& division) {
         if (voxels == 0) return;
         std::uint64_t inner = voxels;
         for (unsigned side = 0; side < kSideCount; ++side) {
-            inner &= grid.beyond(occupied, word, static_cast<Side>(side));
+            inner &= grid.beyond(occupied, word, static_cast<voxel::Side>(side));
         }
         std::uint64_t staying = 0;
         for (std::uint64_t cells = inner; cells != 0; cells &= cells - 1) {
@@ -203,7 +205,6 @@ void part_cells(VoxelGrid& grid, const CellDivision& division) {
         if (gone[word] != 0) grid.remove(word, gone[word]);
     });
     grid.recount();
-    grid.outside_is_valid = grid.faces_are_valid = false;
 }
 
 }  // namespace povmesh

@@ -25,8 +25,8 @@ struct CellDivision {
 /// Source: S. Lloyd, Least squares quantization in PCM, 1982.
 CellDivision divide_into_cells(const VoxelGrid& grid, std::size_t count);
 
-/// Removes every voxel beside a voxel of another cell or beside none, as a peel of one layer would
-/// if each cell stood alone. What is left of a cell has no neighbour in another one.
+/// Removes every voxel beside a voxel of another cell or beside none, as an erosion of one layer
+/// would if each cell stood alone. What is left of a cell has no neighbour in another one.
 void part_cells(VoxelGrid& grid, const CellDivision& division);
 
 }  // namespace povmesh

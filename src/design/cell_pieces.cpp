@@ -1,3 +1,5 @@
+// From a model to cells with walls: voxelise, fill, take the skin off by an exact distance, divide,
+// part the cells, and open each one morphologically (erode, remove spurs, dilate) to round it.
 #include "design/cell_pieces.h"
 
 #include <algorithm>
@@ -44,7 +46,7 @@ constexpr std::size_t kFewestVoxels = 100;
 // Layers that are taken off a cell and put back, and how many exposed sides a corner is short of.
 constexpr std::int32_t kTakenLayers = 3;
 constexpr std::int32_t kGivenLayers = 2;
-constexpr std::int32_t kCleanUp = 3;
+constexpr std::int32_t kSpurs = 3;
 
 // Half the thickness of a wall, in voxels.
 constexpr double kHalfWall = 1;
@@ -91,12 +93,11 @@ void open_inner_surfaces(VoxelGrid& grid, const TriMesh& mesh) {
         const std::uint64_t cells = grid.occupied()[word] & surface.occupied()[word] & ~outer[word];
         if (cells == 0) return;
         grid.remove(word, cells);
-        grid.outside()[word] |= cells;
+        grid.edit_outside()[word] |= cells;
         any = true;
     });
     if (!any) return;
     grid.recount();
-    grid.outside_is_valid = grid.faces_are_valid = false;
     refresh_outside(grid);
 }
 
@@ -152,17 +153,17 @@ void form_walls(VoxelGrid& grid, const CellDivision& division, const Words& skin
     subtract(room, skin);
     subtract(room, voxels_near_borders(grid, division.seeds, division.seed_of, kHalfWall));
     mark_exposed_sides(grid);
-    peel(grid, kTakenLayers - 1);  // the first went with the parting
-    clean_up(grid, kCleanUp);
-    offset_within(grid, kGivenLayers, room);
+    erode(grid, kTakenLayers - 1);  // the first went with the parting
+    remove_spurs(grid, kSpurs);
+    dilate_within(grid, kGivenLayers, room);
     drop_edge_contacts(grid);
 }
 
 // Each cell writes its own entry.
-std::vector<Cell> measured(std::vector<TriMesh> pieces) {
-    std::vector<Cell> cells(pieces.size());
+std::vector<InfillCell> measured(std::vector<TriMesh> pieces) {
+    std::vector<InfillCell> cells(pieces.size());
     for_blocks(cells.size(), [&](std::size_t i) {
-        Cell& cell = cells[i];
+        InfillCell& cell = cells[i];
         cell.mesh = std::move(pieces[i]);
         cell.volume = volume(cell.mesh);
         for (const Face& face : cell.mesh.faces) cell.surface += face_area(cell.mesh, face);
@@ -191,7 +192,7 @@ CellPieces make_cells(TriMesh& mesh, const CellOptions& options, RunContext& run
     run.progress.set(50);
     form_walls(grid, division, more_skin);
     run.progress.set(55);
-    std::vector<TriMesh> pieces = form_surface_pieces(grid, kLeastSquares, run);
+    std::vector<TriMesh> pieces = surface_pieces(grid, kLeastSquares, run);
     run.progress.set(60);
     for (TriMesh& piece : pieces) rotate(piece, -kTiltDegrees);
     run.progress.set(70);

@@ -9,7 +9,7 @@
 
 namespace povmesh {
 
-struct Cell {
+struct InfillCell {
     TriMesh mesh;  // closed, a manifold, wound outward
     double surface = 0;
     double volume = 0;
@@ -17,7 +17,7 @@ struct Cell {
 
 struct CellPieces {
     bool has_room = false;  // false: hardly a voxel lies below the skin, and there is no cell
-    std::vector<Cell> cells;
+    std::vector<InfillCell> cells;
     double voxel_size = 0;     // model units
     double inside_volume = 0;  // of all that lies below the skin, cubic model units
 };
@@ -37,15 +37,15 @@ struct CellOptions {
 /// The model is rotated by 45 degrees about the x axis, turned into voxels of 0.25 to 1 model
 /// units, about a million for a solid one, and filled. What is nearer to the outside than the skin,
 /// measured straight, is taken off; the rest is divided, see `divide_into_cells`. From each cell
-/// three layers are peeled, as if it stood alone, corners are cleaned off, and two layers are put
+/// three layers are eroded, as if it stood alone, spurs are removed, and two layers are put
 /// back, so that its corners are round; then what lies within a voxel of the border to another cell
 /// is wall. So walls are two voxels thick in every direction, but for the grain of the voxels. A
 /// cell that comes apart makes several pieces, in the order of their first voxels; the smallest are
 /// left out.
 ///
 /// The cells lie at least the skin less 1.5 voxels below the surface; on flat faces they have about
-/// half a voxel more than the skin. Surfaces inside of the solid, of slits that are too narrow for a
-/// voxel and of bodies that overlap, get a skin of their own.
+/// half a voxel more than the skin. Surfaces inside of the solid, of slits that are too narrow for
+/// a voxel and of bodies that overlap, get a skin of their own.
 ///
 /// Progress: 30, 40, 50, 55, 60, 70, the last four only when there is room. Log: that of the voxels
 /// and of the division.

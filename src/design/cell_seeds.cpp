@@ -1,3 +1,6 @@
+// Nearest seeds by exact pruning: a seed stays on the list of a block unless the bisector with the
+// seed nearest to the block's centre parts it from the whole block. Regions of 64 cells narrow the
+// lists first, blocks of 8 then.
 #include "design/cell_seeds.h"
 
 #include <algorithm>

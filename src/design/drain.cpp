@@ -1,3 +1,5 @@
+// Drain holes as bores along the mean normal. A ray from the mouth finds the cavity and what lies
+// beyond it, so that a hole ends in the cavity and begins outside of the model.
 #include "design/drain.h"
 
 #include <algorithm>

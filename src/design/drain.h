@@ -37,10 +37,10 @@ struct DrainReport {
 /// It ends in the middle of the cavity at the latest, so that the wall across stays whole. Slivers
 /// that come about are mended, by which the surface moves at most 1e-4 of the model's diagonal.
 ///
-/// @param shell       the faces of the model and after them those of its cavity, wound inward; a
-///                    closed one stays closed. Changed by the holes that are Done, and only by them.
-/// @param model_faces how many of the faces are the model's.
-/// @param wall        about the thickness of the wall, model units.
+/// @param shell  the faces of the model and after them those of its cavity, wound inward; a closed
+///               one stays closed. Changed by the holes that are Done, and only by them.
+/// @param model_faces  how many of the faces are the model's
+/// @param wall  about the thickness of the wall, model units
 /// Time: linear for each hole, and n log n once.
 std::vector<DrainReport> cut_drains(TriMesh& shell, std::size_t model_faces, double wall,
                                     std::span<const Drain> drains);

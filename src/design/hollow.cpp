@@ -1,3 +1,6 @@
+// Hollowing by voxels: the model is voxelised and filled, eroded by the layers of the wall, and cut
+// back by an exact distance from the outside; the boundary of the rest is smoothed once and
+// reduced, with ever gentler numbers until it stays beside its voxels and nowhere crosses itself.
 #include "design/hollow.h"
 
 #include <algorithm>
@@ -7,7 +10,6 @@
 #include "base/convert.h"
 #include "base/timer.h"
 #include "design/smooth.h"
-#include "mesh/compact.h"
 #include "mesh/volume.h"
 #include "remesh/reduce.h"
 #include "spatial/self_intersection.h"
@@ -29,20 +31,16 @@ constexpr double kLargestVoxel = 2.0;
 
 // Walls of fewer layers get rid of spikes and ridges first.
 constexpr std::int32_t kLayersOfAThickWall = 5;
-constexpr std::int32_t kCleanUp = 2;
+constexpr std::int32_t kSpurs = 2;
 
 constexpr std::size_t kFewestVoxels = 100;
-
-struct Reduction {
-    double ratio, least_share, least_cosine;
-};
 
 // As few faces as they allow: what hosts know. The grain of the voxels lets few edges pass the
 // normal limit, so the reduction goes on with those at any cost: on curved walls it strays by up to
 // three voxels, and in narrow places sheets come to cross each other. The next one allows larger
 // turns, so that it finds cheap edges everywhere: fewer faces, and nearer to the voxels.
-constexpr std::array kReductions = {Reduction{0.0, 0.05, 0.9}, Reduction{0.1, 0.05, 0.5},
-                                    Reduction{0.25, 0.05, 0.7}, Reduction{0.5, 0.05, 0.9}};
+constexpr std::array kReductions = {ReduceOptions{0.0, 0.05, 0.9}, ReduceOptions{0.1, 0.05, 0.5},
+                                    ReduceOptions{0.25, 0.05, 0.7}, ReduceOptions{0.5, 0.05, 0.9}};
 
 // Surfaces of more faces begin with the third one: a try takes seconds there, and on the grain of a
 // curved surface of that size the first two hardly ever hold.
@@ -71,15 +69,15 @@ VoxelGrid core_of(const TriMesh& mesh, float size, double thickness, HollowRepor
     refresh_outside(grid);
     const VoxelGrid::Words outside = grid.outside();
     run.progress.set(40);
-    if (report.layers < kLayersOfAThickWall) clean_up(grid, kCleanUp);
+    if (report.layers < kLayersOfAThickWall) remove_spurs(grid, kSpurs);
     run.progress.set(50);
-    peel(grid, report.layers);
+    erode(grid, report.layers);
     if (report.layers >= 1) {
         drop_cells(grid, cells_within(grid, outside, wall_limit(thickness, report.voxel_size)));
         drop_edge_contacts(grid);
     }
     run.progress.set(60);
-    form_surface(grid, run);
+    mark_exposed_sides(grid, kSurfaceLine, run);
     report.voxels = grid.size();
     return grid;
 }
@@ -115,7 +113,8 @@ bool follows(const TriMesh& mesh, const VoxelGrid& core) {
     for (const Face& face : mesh.faces) {
         std::array<Vec3d, 7> points;
         for (std::size_t i = 0; i < 3; ++i) points[i] = to_double(mesh.corner_position(face, i));
-        for (std::size_t i = 0; i < 3; ++i) points[3 + i] = (points[i] + points[(i + 1) % 3]) * 0.5;
+        for (std::size_t i = 0; i < 3; ++i)
+            points[3 + i] = (points[i] + points[next_corner(i)]) * 0.5;
         points[6] = (points[0] + points[1] + points[2]) / 3.0;
         const double share =
             length(cross(points[1] - points[0], points[2] - points[0])) / points.size();
@@ -135,9 +134,7 @@ void reduce_faithfully(TriMesh& mesh, const VoxelGrid& core) {
     const TriMesh whole = mesh;
     const std::size_t first = whole.faces.size() > kLargeSurface ? kFirstOfLarge : 0;
     for (std::size_t i = first; i < kReductions.size(); ++i) {
-        const Reduction& reduction = kReductions[i];
-        (void)reduce(mesh, reduction.ratio, reduction.least_share, reduction.least_cosine);
-        compact(mesh);
+        (void)reduce(mesh, kReductions[i]);
         if (follows(mesh, core) && find_self_intersections(mesh, 0).count == 0) return;
         mesh = whole;
     }

@@ -22,18 +22,18 @@ struct HollowReport {
     double cavity_volume = 0;
 };
 
-/// Replaces the faces and vertices of a model by the surface of the cavity that leaves a wall of that
-/// thickness, wound outward; by none when fewer than 100 voxels are left to take out.
+/// Replaces the faces and vertices of a model by the surface of the cavity that leaves a wall of
+/// that thickness, wound outward; by none when fewer than 100 voxels are left to take out.
 ///
 /// The model is turned into voxels of 0.4 to 2 model units, about 1.2 million for a solid one, and
-/// filled. Of these as many layers are peeled off as the thickness needs, then every voxel that is
-/// nearer to the outside than the thickness, measured straight, which a peel leaves across
-/// diagonals. The surface of the rest is smoothed once and reduced. It lies the thickness inside the
-/// model's surface within about 1.4 voxels, is closed and manifold, and so is a result with several
-/// pieces. Cavities that the model has already (wound inward) get a wall, too.
+/// filled. Of these as many layers are eroded as the thickness needs, then every voxel that is
+/// nearer to the outside than the thickness, measured straight, which erosion leaves across
+/// diagonals. The surface of the rest is smoothed once and reduced. It lies the thickness inside
+/// the model's surface within about 1.4 voxels, is closed and manifold, and so is a result with
+/// several pieces. Cavities that the model has already (wound inward) get a wall, too.
 ///
-/// A thickness of less than 0.5 that makes no layer peels nothing: the result is then the voxels of
-/// the whole model.
+/// A thickness of less than 0.5 that makes no layer erodes nothing: the result is then the voxels
+/// of the whole model.
 ///
 /// Progress: 10, 30, 40, 50, 60, 70, 80, 85; the last three when something is left. Log: the
 /// summary of "light weight".

@@ -1,3 +1,5 @@
+// Chooses among the cells of a model: by surface over volume as hosts know it, or by the share of
+// material that stays.
 #include "design/infill.h"
 
 #include <algorithm>
@@ -35,7 +37,7 @@ double ratio(double a, double b) {
 
 // Numbers of the cells, those with the largest keys first, equal ones as they are.
 template <typename Key>
-std::vector<std::size_t> by_largest(const std::vector<Cell>& cells, Key&& key) {
+std::vector<std::size_t> by_largest(const std::vector<InfillCell>& cells, Key&& key) {
     std::vector<std::size_t> order;
     for (std::size_t i = 0; i < cells.size(); ++i) order.push_back(i);
     std::stable_sort(order.begin(), order.end(),
@@ -43,24 +45,24 @@ std::vector<std::size_t> by_largest(const std::vector<Cell>& cells, Key&& key) {
     return order;
 }
 
-double surface_per_volume(const Cell& cell) {
+double surface_per_volume(const InfillCell& cell) {
     return ratio(cell.surface, cell.volume);
 }
 
 struct Sums {
     double surface = 0;
     double volume = 0;
-    void add(const Cell& cell) {
+    void add(const InfillCell& cell) {
         surface += cell.surface;
         volume += cell.volume;
     }
     double surface_per_volume() const { return ratio(surface, volume); }
 };
 
-void tell_spread(const std::vector<Cell>& cells, const std::vector<std::size_t>& order,
+void tell_spread(const std::vector<InfillCell>& cells, const std::vector<std::size_t>& order,
                  const RunLog& log) {
     Sums all;
-    for (const Cell& cell : cells) all.add(cell);
+    for (const InfillCell& cell : cells) all.add(cell);
     log.append("\n\n[start select cell]");
     log.value("sf/vol tot", all.surface_per_volume());
     log.value("sf/vol min", order.empty() ? 0 : surface_per_volume(cells[order.front()]));
@@ -68,7 +70,7 @@ void tell_spread(const std::vector<Cell>& cells, const std::vector<std::size_t>&
 }
 
 // Takes cells until their surface over their volume exceeds the density, four at least.
-Sums take_cells(const std::vector<Cell>& cells, const std::vector<std::size_t>& order,
+Sums take_cells(const std::vector<InfillCell>& cells, const std::vector<std::size_t>& order,
                 double density, TriMesh& mesh, const RunLog& log) {
     Sums taken;
     std::size_t count = 0;
@@ -102,8 +104,8 @@ InfillOutcome cellular_infill(TriMesh& mesh, float skin, float density, RunConte
         run.log.caution("Peel too much ,nothing to design\n");
         return InfillOutcome::NothingInside;
     }
-    const std::vector<std::size_t> order =
-        by_largest(made.cells, [](const Cell& cell) { return ratio(cell.volume, cell.surface); });
+    const std::vector<std::size_t> order = by_largest(
+        made.cells, [](const InfillCell& cell) { return ratio(cell.volume, cell.surface); });
     tell_spread(made.cells, order, run.log);
     const bool is_few = order.size() < kFewestCells;
     Sums taken;
@@ -127,7 +129,7 @@ InfillReport infill_to_density(TriMesh& mesh, const InfillOptions& options, RunC
     report.voxel_size = made.voxel_size;
     report.inside_volume = made.inside_volume;
     report.cells = made.cells.size();
-    for (Cell& cell : made.cells) {
+    for (InfillCell& cell : made.cells) {
         if (!options.is_smoothed) break;
         for (int pass = 0; pass < kSmoothingPasses; ++pass) smooth_voxel_surface(cell.mesh);
         cell.volume = volume(cell.mesh);
@@ -136,7 +138,7 @@ InfillReport infill_to_density(TriMesh& mesh, const InfillOptions& options, RunC
         return 1 - ratio(report.cells_volume + made.cells[cell].volume, report.inside_volume);
     };
     const std::vector<std::size_t> order =
-        by_largest(made.cells, [](const Cell& cell) { return cell.volume; });
+        by_largest(made.cells, [](const InfillCell& cell) { return cell.volume; });
     for (auto next = order.begin(); next != order.end(); ++next) {
         // The last one is the smallest that will do.
         const auto enough = std::partition_point(next, order.end(), [&](std::size_t cell) {

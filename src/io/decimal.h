@@ -38,8 +38,8 @@ constexpr std::uint64_t join_digits(std::uint64_t digits) {
 }
 
 /// Appends the digits from `p` on to the mantissa, which wraps beyond 19 digits; returns their end.
-/// Takes up to eight at once without a branch that depends on their number, which is as good as random
-/// behind the point.
+/// Takes up to eight at once without a branch that depends on their number, which is as good as
+/// random behind the point.
 inline const char* take_digits(const char* p, const char* last, std::uint64_t& mantissa) {
     while (last - p >= 8) {
         std::uint64_t bytes = 0;
@@ -92,7 +92,7 @@ inline const char* parse_decimal(const char* first, const char* last, double& va
         const bool minus = q != last && *q == '-';
         if (minus || (q != last && *q == '+')) ++q;
         if (q != last && detail::is_digit(*q)) {
-            // Larger exponents are no longer told apart; the slow way below reads the text itself.
+            // Larger exponents all count as this one; the slow way below reads the text itself.
             constexpr std::int64_t kEnough = 1000000;
             std::int64_t power = 0;
             for (; q != last && detail::is_digit(*q); ++q) {

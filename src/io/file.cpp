@@ -1,3 +1,5 @@
+// A file is replaced by writing a new one beside it, flushing that and renaming it over the old one
+// (POSIX: a rename replaces its target at once or not at all).
 #include "io/file.h"
 
 #include <fcntl.h>

@@ -12,10 +12,11 @@
 namespace povmesh {
 
 struct ObjReadOptions {
-    // Off, a vertex number is taken as it stands, which is what hosts of the exported functions get: a
-    // polygon with a number that names no vertex read so far throws std::out_of_range ("invalid
-    // vector<T> subscript"), and a triangle with one is left out. On, negative numbers count back from the last
-    // vertex, vertices may follow their faces, and a number that names nothing is a BadFile.
+    // Off, a vertex number is taken as it stands, which is what hosts of the exported functions
+    // get: a polygon with a number that names no vertex read so far throws std::out_of_range
+    // ("invalid vector<T> subscript"), and a triangle with one is left out. On, negative numbers
+    // count back from the last vertex, vertices may follow their faces, and a number that names
+    // nothing is a BadFile.
     bool resolve_indices = false;
 };
 
@@ -30,15 +31,15 @@ struct ObjInfo {
 
 /// Reads an OBJ file into a mesh and compacts it.
 ///
-/// Lines "v" with up to three colour channels behind the coordinates (1.0 where there are none), "vt",
-/// "f" and "usemtl" count; all others are skipped. A "#" at the beginning of a word ends the line, a
-/// "\" at its end joins the next one. A face has the number of "usemtl" lines before it, less one, as its label if all
-/// its corners have a texture coordinate, else -1. Faces of more than three corners are cut into
-/// triangles, after corners within 1e-6 of the one before have been left out. Numbers are read without
-/// regard to the locale.
+/// Lines "v" with up to three colour channels behind the coordinates (1.0 where there are none),
+/// "vt", "f" and "usemtl" count; all others are skipped. A "#" at the beginning of a word ends the
+/// line, a "\" at its end joins the next one. A face has the number of "usemtl" lines before it,
+/// less one, as its label if all its corners have a texture coordinate, else -1. Faces of more than
+/// three corners are cut into triangles, after corners within 1e-6 of the one before have been left
+/// out. Numbers are read without regard to the locale.
 ///
-/// @return  CannotRead when the file cannot be opened; TooLarge; BadFile when it holds no face, or with
-///          `resolve_indices`, with the line number, for a number that names nothing.
+/// @return  CannotRead when the file cannot be opened; TooLarge; BadFile when it holds no face, or
+///          with `resolve_indices`, with the line number, for a number that names nothing.
 Status read_obj(const std::string& path, const ObjReadOptions& options, TriMesh& mesh,
                 ObjInfo& info);
 Status read_obj(const std::string& path, TriMesh& mesh);
@@ -56,21 +57,22 @@ struct DoubleSoup {
     const std::int32_t* labels = nullptr;
 };
 
-/// Builds a mesh for the OBJ writer. Corners, rounded to floats, share a vertex when they lie in the
-/// same of 11^3 cells of the bounding box and agree in the sum of trunc(x * 1000003) * 108881,
+/// Builds a mesh for the OBJ writer. Corners, rounded to floats, share a vertex when they lie in
+/// the same of 11^3 cells of the bounding box and agree in the sum of trunc(x * 1000003) * 108881,
 /// trunc(y * 1000003) * 110881 and trunc(z * 1000003) * 118081, products in float. Otherwise as
 /// `build_f`.
 void build_from_doubles(TriMesh& mesh, const DoubleSoup& soup);
 
 struct ObjWriteOptions {
-    // Off: five decimals and the lines "mtllib output.mtl" and "usemtl -1", as hosts of the exported
-    // functions get them. On: as many digits as bring back the same bits, no name of a file that is not written,
-    // colours only if a face has one, and materials numbered so that labels read back the same.
+    // Off: five decimals and the lines "mtllib output.mtl" and "usemtl -1", as hosts of the
+    // exported functions get them. On: as many digits as bring back the same bits, no name of a
+    // file that is not written, colours only if a face has one, and materials numbered so that
+    // labels read back the same.
     bool exact = false;
 };
 
-/// Writes the live faces. A vertex is written once for its textured faces and once for each colour that
-/// it has on the others; faces stand in groups by ascending label.
+/// Writes the live faces. A vertex is written once for its textured faces and once for each colour
+/// that it has on the others; faces stand in groups by ascending label.
 ///
 /// The target is replaced only by a complete file (see ReplacementFile).
 /// @return  CannotWrite, with the reason; the target is then unchanged.

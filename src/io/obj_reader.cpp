@@ -1,5 +1,5 @@
-// Works a line at a time. With resolved indices, vertices and texture coordinates are read in a first
-// pass, so that a face can name any of them.
+// Works a line at a time. With resolved indices, vertices and texture coordinates are read in a
+// first pass, so that a face can name any of them.
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -29,8 +29,8 @@ bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
 }
 
-/// The lines of a text, out of a buffer for a piece of it: what stays in the caches is not fetched from
-/// memory again, and fresh memory for a whole text takes as long as parsing half of it.
+/// The lines of a text, out of a buffer for a piece of it: what stays in the caches is not fetched
+/// from memory again, and fresh memory for a whole text takes as long as parsing half of it.
 class Lines {
 public:
     explicit Lines(const ByteSource& source)
@@ -421,9 +421,9 @@ private:
                std::abs(a.z - b.z) <= kSamePoint;
     }
 
-    // Makes room for one more record: if there is none, for as many as the text will hold if it goes on
-    // as it has since the first of them. Memory that growing leaves behind is as dear as parsing; what is
-    // reserved but not reached costs nothing.
+    // Makes room for one more record: if there is none, for as many as the text will hold if it
+    // goes on as it has since the first of them. Memory that growing leaves behind is as dear as
+    // parsing; what is reserved but not reached costs nothing.
     template <typename T>
     void make_room(Array<T>& records, std::uint64_t& first) const {
         if (records.size() < records.capacity()) return;

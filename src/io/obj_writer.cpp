@@ -1,5 +1,5 @@
-// The text is composed in a large buffer; numbers are printed exactly as "%.5f" prints them in the C
-// locale.
+// The text is composed in a large buffer; numbers are printed exactly as "%.5f" prints them in the
+// C locale.
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -46,8 +46,8 @@ public:
         used_ = static_cast<std::size_t>(std::to_chars(at(), end(), number).ptr - buffer_.data());
     }
 
-    /// Five decimals. A float times 100000 has 41 bits at most, so the product is exact and its nearest
-    /// integer, ties to even, gives the digits.
+    /// Five decimals. A float times 100000 has 41 bits at most, so the product is exact and its
+    /// nearest integer, ties to even, gives the digits.
     void put_five(float number) {
         constexpr double kLargest = 1e10;
         const double scaled = static_cast<double>(number) * 100000.0;
@@ -143,7 +143,8 @@ private:
         }
     }
 
-    // Writes each vertex as often as its uses ask for, and notes for every corner which one it names.
+    // Writes each vertex as often as its uses ask for, and notes for every corner which one it
+    // names.
     void write_vertices() {
         corner_vertex_.resize(mesh_.faces.size() * 3);
         for (std::size_t v = 0; v < mesh_.vertices.size(); ++v) {
@@ -236,8 +237,8 @@ private:
     }
 
     void write_group(std::int32_t label, std::span<const std::uint32_t> faces) {
-        // A reader numbers materials by their "usemtl" lines, so in the exact form the lines count: one
-        // for every label up to this one, none for untextured faces.
+        // A reader numbers materials by their "usemtl" lines, so in the exact form the lines count:
+        // one for every label up to this one, none for untextured faces.
         if (!options_.exact) {
             write_material(label);
         } else {

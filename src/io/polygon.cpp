@@ -1,3 +1,6 @@
+// Ear clipping (G. H. Meisters, Polygons have ears, 1975): a convex corner whose triangle holds no
+// other corner is cut off, until three are left. Only reflex corners can lie in an ear, so that
+// these alone stand in a grid, and an ear asks the cells that its box covers. All signs are exact.
 #include "io/polygon.h"
 
 #include <algorithm>
@@ -14,7 +17,8 @@ constexpr std::size_t kFewBlocking = 24;
 Vec3d newell_normal(std::span<const Vec3d> points) {
     Vec3d normal;
     for (std::size_t i = 0; i < points.size(); ++i) {
-        // Relative to the first corner, so that a small polygon far from the origin keeps its digits.
+        // Relative to the first corner, so that a small polygon far from the origin keeps its
+        // digits.
         const Vec3d a = points[i] - points[0];
         const Vec3d b = points[(i + 1) % points.size()] - points[0];
         normal = normal + cross(a, b);
@@ -41,8 +45,8 @@ void PolygonTriangulator::fan(std::size_t corner_count) {
     for (std::uint32_t i = 1; i + 1 < corner_count; ++i) triangles_.push_back({0, i, i + 1});
 }
 
-// Drops the axis along which the normal is longest, which loses no digits, and mirrors where needed so
-// that the polygon runs counter-clockwise. False when it has no area.
+// Drops the axis along which the normal is longest, which loses no digits, and mirrors where needed
+// so that the polygon runs counter-clockwise. False when it has no area.
 bool PolygonTriangulator::project(std::span<const Vec3d> points) {
     const Vec3d normal = newell_normal(points);
     const Vec3d size{std::abs(normal.x), std::abs(normal.y), std::abs(normal.z)};
@@ -128,8 +132,9 @@ bool PolygonTriangulator::is_convex(std::uint32_t corner) const {
     return turn(previous_[corner], corner, next_[corner]) > 0;
 }
 
-// Whether a corner keeps the triangle a, b, c from being an ear: it lies in it or on its border, and is
-// not the same point as one of its corners (where an outline is led to a hole and back, two corners are).
+// Whether a corner keeps the triangle a, b, c from being an ear: it lies in it or on its border,
+// and is not the same point as one of its corners (where an outline is led to a hole and back, two
+// corners are).
 bool PolygonTriangulator::blocks(std::uint32_t corner, std::uint32_t a, std::uint32_t b,
                                  std::uint32_t c) const {
     if (may_block_[corner] == 0 || corner == a || corner == b || corner == c) return false;
@@ -179,8 +184,8 @@ void PolygonTriangulator::clip(std::uint32_t corner) {
     }
 }
 
-// Clips ears in the order of the queue, to which the neighbours of a clipped corner are added; going
-// round the polygon in that way makes no long fans. True when any was clipped.
+// Clips ears in the order of the queue, to which the neighbours of a clipped corner are added;
+// going round the polygon in that way makes no long fans. True when any was clipped.
 bool PolygonTriangulator::clip_queued() {
     const std::size_t before = corners_left_;
     for (std::size_t i = 0; i < queue_.size() && corners_left_ > 3; ++i) {

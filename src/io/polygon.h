@@ -12,15 +12,16 @@
 
 namespace povmesh {
 
-/// Cuts the polygons of a model file into triangles; reused from one to the next, so that the small ones
-/// cost no allocation.
+/// Cuts the polygons of a model file into triangles; reused from one to the next, so that the small
+/// ones cost no allocation.
 ///
-/// Ears are clipped in the plane of the polygon's Newell normal, seen along its largest axis. A simple
-/// polygon, convex or not, flat or slightly warped, keeps its area, whatever corners lie in line on its sides; one that meets
-/// itself gets some triangulation of all its corners. One without area becomes a fan.
+/// Ears are clipped in the plane of the polygon's Newell normal, seen along its largest axis. A
+/// simple polygon, convex or not, flat or slightly warped, keeps its area, whatever corners lie in
+/// line on its sides; one that meets itself gets some triangulation of all its corners. One without
+/// area becomes a fan.
 ///
-/// About n log n for usual polygons: only corners that are not convex can lie in an ear, and a grid over
-/// them says which ones come into question.
+/// About n log n for usual polygons: only corners that are not convex can lie in an ear, and a grid
+/// over them says which ones come into question.
 class PolygonTriangulator {
 public:
     using Triangle = std::array<std::uint32_t, 3>;  // corners, in the winding of the polygon
@@ -55,7 +56,8 @@ private:
     std::size_t corners_left_ = 0;
     std::uint32_t some_corner_ = 0;  // one that is not clipped
 
-    // Grid over the corners that may block: cell c holds items[starts[c]] to items[starts[c + 1] - 1].
+    // Grid over the corners that may block: cell c holds those from items[starts[c]] on, up to
+    // items[starts[c + 1]].
     std::size_t grid_size_ = 0;
     Point2d grid_low_{};
     Point2d cells_per_unit_{};

@@ -1,3 +1,6 @@
+// One pass over a buffer that is refilled: a word is looked at only when it holds a letter that the
+// key words have, and a number is parsed where it stands. A word that lies across the end of the
+// buffer is moved to its front and read again.
 #include "io/stl_ascii.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// A file is taken for binary when its size is what its count asks for, else for a text, and for
+// binary after all when the text gives no face; then a message is found for what went wrong.
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -189,7 +191,8 @@ Status read_either_form(const ByteSource& source, const std::string& name,
         info.trailing_bytes = layout.size - std::min(layout.size, layout.promised_bytes());
     }
     const bool any = make_faces(coordinates);
-    // A text whose facets came to nothing is what the person has, whatever its bytes gave as records.
+    // A text whose facets came to nothing is what the person has, whatever its bytes gave as
+    // records.
     const bool was_text = layout.is_text && !layout.is_exact && text.has_facet;
     Status status = was_text ? judge_ascii(name, source, text, text_triangles)
                              : judge_binary(name, layout, info.triangles);

@@ -6,7 +6,7 @@
 
 namespace povmesh {
 
-void append_mesh(TriMesh& to, const TriMesh& from, AppendAs as) {
+void append_mesh(TriMesh& to, const TriMesh& from, AppendWinding winding) {
     if (to.faces.size() + from.faces.size() > kMaxFaceCount) {
         throw std::length_error("vector<T> too long");
     }
@@ -23,7 +23,7 @@ void append_mesh(TriMesh& to, const TriMesh& from, AppendAs as) {
     for (Face face : from.faces) {
         for (std::int32_t& vertex : face.vertex) vertex += first_vertex;
         for (std::int32_t& uv : face.uv) uv += uv < 0 ? 0 : first_uv;
-        if (as == AppendAs::TurnedOver) turn_over(face);
+        if (winding == AppendWinding::Reversed) reverse_winding(face);
         to.faces.push_back(face);
     }
     to.use_table.clear();

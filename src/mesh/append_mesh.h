@@ -5,11 +5,11 @@
 
 namespace povmesh {
 
-enum class AppendAs { ItIs, TurnedOver };
+enum class AppendWinding { Kept, Reversed };
 
 /// Appends the faces, vertices and texture coordinates of another mesh, nothing welded. Shells and
 /// uses become empty, `parts` stays.
 /// Throws std::length_error beyond kMaxFaceCount triangles.
-void append_mesh(TriMesh& to, const TriMesh& from, AppendAs as = AppendAs::ItIs);
+void append_mesh(TriMesh& to, const TriMesh& from, AppendWinding winding = AppendWinding::Kept);
 
 }  // namespace povmesh

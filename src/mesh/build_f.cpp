@@ -1,3 +1,5 @@
+// Corners are welded a block at a time, so that the slots of the weld table that a block needs are
+// on their way from memory while its keys are computed.
 #include "mesh/build_f.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// As building from a soup would, but each vertex is welded once instead of each of its corners.
 #include "mesh/compact.h"
 
 #include <algorithm>

@@ -56,7 +56,9 @@ private:
             const std::uint32_t corner = use.corner();
             if (use.next > v) edges_.push_back({use.next, (slot + corner) * 2 + 1});
             if (use.previous > v) {
-                edges_.push_back({use.previous, (slot + (corner == 0 ? 2 : corner - 1)) * 2});
+                edges_.push_back(
+                    {use.previous,
+                     (slot + static_cast<std::uint32_t>(previous_corner(corner))) * 2});
             }
         }
     }

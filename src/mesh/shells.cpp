@@ -1,3 +1,4 @@
+// Flood fill over edges, breadth first: the list of a shell's faces is its queue.
 #include "mesh/shells.h"
 
 #include <vector>
@@ -5,7 +6,6 @@
 namespace povmesh {
 namespace {
 
-// Breadth-first traversal whose queue is the face list of the shells itself.
 class ShellLabeller {
 public:
     ShellLabeller(TriMesh& mesh, const EdgeMates& mates)

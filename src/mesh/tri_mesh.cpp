@@ -6,12 +6,9 @@
 namespace povmesh {
 namespace {
 
-constexpr std::array<std::size_t, 3> kNext = {1, 2, 0};
-constexpr std::array<std::size_t, 3> kPrevious = {2, 0, 1};
-
 Use use_of(const Face& face, std::size_t index, std::size_t corner) {
-    return {static_cast<std::uint32_t>(index * 4 + corner), face.vertex[kNext[corner]],
-            face.vertex[kPrevious[corner]]};
+    return {static_cast<std::uint32_t>(index * 4 + corner), face.vertex[next_corner(corner)],
+            face.vertex[previous_corner(corner)]};
 }
 
 bool in_range(const std::array<std::int32_t, 3>& indices, std::int32_t low, std::size_t count) {
@@ -37,9 +34,9 @@ bool uses_are_consistent(const TriMesh& mesh) {
             is_first = false;
             if (use.face() >= mesh.faces.size() || use.corner() > 2) return false;
             const Face& face = mesh.faces[use.face()];
-            const Use told = use_of(face, use.face(), use.corner());
-            if (static_cast<std::size_t>(face.vertex[use.corner()]) != v || told.next != use.next ||
-                told.previous != use.previous) {
+            const Use expected = use_of(face, use.face(), use.corner());
+            if (static_cast<std::size_t>(face.vertex[use.corner()]) != v ||
+                expected.next != use.next || expected.previous != use.previous) {
                 return false;
             }
         }
@@ -88,7 +85,7 @@ bool is_consistent(const TriMesh& mesh) {
     return indices_fit && (!mesh.use_table.is_built() || uses_are_consistent(mesh));
 }
 
-void turn_over(Face& face) {
+void reverse_winding(Face& face) {
     std::swap(face.vertex[0], face.vertex[1]);
     std::swap_ranges(face.colour.begin(), face.colour.begin() + 3, face.colour.begin() + 3);
     if (face.label >= 0) std::swap(face.uv[0], face.uv[1]);

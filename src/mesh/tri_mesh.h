@@ -136,9 +136,9 @@ std::size_t live_face_count(const TriMesh& mesh);
 /// exactly once at its vertex, in face order. For assertions and tests; linear time.
 bool is_consistent(const TriMesh& mesh);
 
-/// Turns a face over: exchanges corners 0 and 1 with their colours and, for a face with a label of
-/// 0 or more, their texture coordinates. Applied twice it restores the face. The use table, which
-/// records winding, is stale afterwards.
-void turn_over(Face& face);
+/// Reverses the winding of a face: exchanges corners 0 and 1 with their colours and, for a face
+/// with a label of 0 or more, their texture coordinates. Applied twice it restores the face. The
+/// use table, which records winding, is stale afterwards.
+void reverse_winding(Face& face);
 
 }  // namespace povmesh

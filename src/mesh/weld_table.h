@@ -10,8 +10,8 @@
 
 namespace povmesh {
 
-/// Numbers pairs (key, cell) in the order in which they first come up. Open addressing, 16 bytes a slot,
-/// so that a look-up touches one cache line.
+/// Numbers pairs (key, cell) in the order in which they first come up. Open addressing, 16 bytes a
+/// slot, so that a look-up touches one cache line.
 class WeldTable {
 public:
     /// @param expected  a hint for the number of pairs; the table grows as needed

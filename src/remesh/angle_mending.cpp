@@ -1,3 +1,5 @@
+// Greedy local search: of flip, collapse and move the first that makes the smallest angle around it
+// larger, ten passes at most.
 #include "remesh/angle_mending.h"
 
 #include <algorithm>
@@ -30,8 +32,6 @@ Vec3d normal_of(const Triangle& t) {
 // A gain below this is none: else two steps could undo each other for ever.
 constexpr double kLeastGain = 1e-3;
 
-constexpr std::uint32_t kMostUses = 128;
-
 class Mender {
 public:
     Mender(HalfEdgeMesh& surface, const AngleMending& options)
@@ -62,7 +62,9 @@ private:
     Kind kind(std::int32_t v) const { return static_cast<Kind>(surface_.kinds[index(v)]); }
 
     // Each of its triangles would look through all the others.
-    bool is_crowded(std::int32_t v) const { return surface_.uses[index(v)] > kMostUses; }
+    bool has_high_valence(std::int32_t v) const {
+        return surface_.valences[index(v)] > HalfEdgeMesh::kMaxValence;
+    }
 
     Triangle triangle(std::uint32_t t) const {
         const std::array<std::int32_t, 3>& v = surface_.triangles[t];
@@ -156,7 +158,7 @@ private:
 
     // Towards the middle of the neighbours, by halves.
     bool try_move(std::int32_t v) {
-        if (kind(v) != Kind::Free || is_crowded(v)) return false;
+        if (kind(v) != Kind::Free || has_high_valence(v)) return false;
         Vec3d sum;
         int count = 0;
         surface_.around(v, [&](std::uint32_t h) {

@@ -1,3 +1,5 @@
+// By the nearest point: each new corner, drawn a little into its face, is dropped onto the old
+// surface, and what the old face's corners carry is weighted by the barycentric coordinates there.
 #include "remesh/carry_attributes.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Opposites follow from the table of edge mates; a vertex may move when turning about it from one
+// half-edge to the next comes to all its triangles and back to the start.
 #include "remesh/collapse_mesh.h"
 
 #include "base/parallel.h"
@@ -5,8 +7,6 @@
 
 namespace povmesh {
 namespace {
-
-constexpr std::array<std::size_t, 3> kNext = {1, 2, 0};
 
 std::size_t index(std::int32_t v) {
     return static_cast<std::size_t>(v);
@@ -27,7 +27,7 @@ void find_opposites(CollapseMesh& mesh, const EdgeMates& mates,
             if (mates.kind(face, corner) != EdgeMates::Kind::Manifold) continue;
             if (mates.is_same_direction(face, corner)) continue;
             const std::uint32_t other = place_of_face[mates.mate(face, corner)];
-            const std::int32_t b = mesh.triangles[t][kNext[corner]];
+            const std::int32_t b = mesh.triangles[t][next_corner(corner)];
             opposite = other * 3 + corner_from(mesh.triangles[other], b);
         }
     });
@@ -38,25 +38,25 @@ void find_opposites(CollapseMesh& mesh, const EdgeMates& mates,
 void find_fixed_vertices(CollapseMesh& mesh, std::size_t vertex_count) {
     Array<std::int32_t> rims(vertex_count, 0);
     mesh.starts.assign(vertex_count, CollapseMesh::kNone);
-    mesh.use_counts.assign(vertex_count, 0);
+    mesh.valences.assign(vertex_count, 0);
     mesh.is_fixed.assign(vertex_count, 0);
     for (std::uint32_t h = 0; h < mesh.opposites.size(); ++h) {
         const std::size_t v = index(mesh.origin(h));
         rims[v] ^= mesh.target(h) ^ mesh.apex(h);
         mesh.starts[v] = h;
-        ++mesh.use_counts[v];
+        ++mesh.valences[v];
     }
     parallel_for(vertex_count, [&](std::size_t v) {
         const std::uint32_t first = mesh.starts[v];
         std::uint32_t count = 0;
         std::uint32_t h = first;
-        while (h != CollapseMesh::kNone && count < mesh.use_counts[v]) {
+        while (h != CollapseMesh::kNone && count < mesh.valences[v]) {
             ++count;
             h = mesh.turn(h);
             if (h == first) break;
         }
         const bool is_one_fan =
-            first != CollapseMesh::kNone && h == first && count == mesh.use_counts[v];
+            first != CollapseMesh::kNone && h == first && count == mesh.valences[v];
         mesh.is_fixed[v] = !is_one_fan || rims[v] != 0 ? 1 : 0;
     });
 }

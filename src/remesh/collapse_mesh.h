@@ -1,5 +1,16 @@
 // The connectivity that parallel reduction works on: triangles with their neighbours across edges,
 // shell by shell.
+//
+//             apex(h)
+//             /    \           h = 3 * triangle + corner runs from that corner to the next one;
+//            /  h   \          its triangle lies to the left
+//          a ------> b         a = origin(h), b = target(h)
+//            \  o   /          o = opposites[h] runs from b to a
+//             \    /
+//             apex(o)
+//
+// A collapse of h merges b into a, its survivor: the triangles of h and of o go, and all others at
+// b are handed to a. The two edges at apex(h) become one, and so do the two at apex(o).
 #pragma once
 
 #include <array>
@@ -9,16 +20,9 @@
 #include "base/array.h"
 #include "mesh/edge_mates.h"
 #include "mesh/tri_mesh.h"
+#include "remesh/triangle_half_edges.h"
 
 namespace povmesh {
-
-/// Half-edge h = 3 * triangle + corner runs from that corner to the next one.
-inline std::uint32_t next_half_edge(std::uint32_t h) {
-    return h % 3 == 2 ? h - 2 : h + 1;
-}
-inline std::uint32_t previous_half_edge(std::uint32_t h) {
-    return h % 3 == 0 ? h + 2 : h - 1;
-}
 
 /// Triangles in the order of the shells, each with the half-edge opposite each of its own.
 ///
@@ -26,18 +30,18 @@ inline std::uint32_t previous_half_edge(std::uint32_t h) {
 /// between the same vertices; both belong to live triangles of one shell. A triangle that is gone
 /// has kGone as its first vertex.
 struct CollapseMesh {
-    static constexpr std::uint32_t kNone =
-        0xFFFFFFFF;  // open, irregular or turned against the mate
+    /// In the place of an opposite: the edge is open, irregular or turned against its mate.
+    static constexpr std::uint32_t kNone = 0xFFFFFFFF;
     static constexpr std::int32_t kGone = -1;
 
     Array<std::array<std::int32_t, 3>> triangles;
-    Array<std::uint32_t> opposites;   // 3 a triangle
-    Array<std::uint32_t> faces;       // the mesh's face that each triangle came from
-    Array<std::uint8_t> is_fixed;     // vertices: rim, irregular, of several fans or shells
-    Array<std::uint32_t> use_counts;  // triangles at each vertex
-    Array<std::uint32_t> starts;      // a half-edge from each vertex, kNone without triangles; the
-                                      // collapses do not keep it up to date
-    Array<std::uint32_t> wedges;      // 3 a triangle, or empty: what the corners carry, see Wedges
+    Array<std::uint32_t> opposites;  // 3 a triangle
+    Array<std::uint32_t> faces;      // the mesh's face that each triangle came from
+    Array<std::uint8_t> is_fixed;    // vertices: rim, irregular, of several fans or shells
+    Array<std::uint32_t> valences;   // triangles at each vertex
+    Array<std::uint32_t> starts;     // a half-edge from each vertex, kNone without triangles; the
+                                     // collapses do not keep it up to date
+    Array<std::uint32_t> wedges;     // 3 a triangle, or empty: what the corners carry, see Wedges
 
     bool is_gone(std::size_t triangle) const { return triangles[triangle][0] == kGone; }
     std::int32_t origin(std::uint32_t h) const { return triangles[h / 3][h % 3]; }

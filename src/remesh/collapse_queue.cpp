@@ -1,3 +1,5 @@
+// The memory of the buckets: chunks of entries, chained by bucket, and a chain of those that are
+// free.
 #include "remesh/collapse_queue.h"
 
 namespace povmesh {

@@ -11,16 +11,17 @@
 
 namespace povmesh {
 
-inline constexpr float kNever =
-    std::numeric_limits<float>::infinity();  // cost of an edge that must stay
+// Cost of an edge that must stay.
+inline constexpr float kNever = std::numeric_limits<float>::infinity();
 inline constexpr std::uint64_t kNoKey = std::numeric_limits<std::uint64_t>::max();
 
-// Faces at a vertex that a collapse may touch or make. A hub of more faces stays, and its edges do
-// not stand in the way of others, until enough of its neighbours are gone.
-inline constexpr std::size_t kMaxUses = 64;
+// Faces at a vertex that a collapse may touch or make. A vertex of higher valence stays, and its
+// edges do not stand in the way of others, until enough of its neighbours are gone.
+inline constexpr std::size_t kMaxValence = 64;
 
 // Edges at or below the threshold of a round, per collapse that is still to be done. With 1.6 the
-// rounds are more and the result is no better, with 4 it gets worse (parallel_half of reduce_bench).
+// rounds are more and the result is no better, with 4 it gets worse (parallel_half of
+// reduce_bench).
 inline constexpr double kCandidatesPerCollapse = 2.5;
 inline constexpr std::size_t kLeastCandidates = 512;
 
@@ -41,24 +42,25 @@ inline std::uint32_t shuffled(std::uint32_t h) {
     return h ^ (h >> 16);
 }
 
-inline void lower_to(std::uint64_t& place, std::uint64_t key) {
+// Leaves the lower one of the two in the place, whatever other threads put there meanwhile.
+inline void atomic_min(std::uint64_t& place, std::uint64_t key) {
     const std::atomic_ref<std::uint64_t> cell(place);
     std::uint64_t held = cell.load(std::memory_order_relaxed);
     while (key < held && !cell.compare_exchange_weak(held, key, std::memory_order_relaxed)) {
     }
 }
 
-// Half-edges from a vertex that may move, all around it.
-struct FanRing {
-    std::array<std::uint32_t, kMaxUses> half_edges;
+// The half-edges from a vertex that may move, all around it.
+struct OneRing {
+    std::array<std::uint32_t, kMaxValence> half_edges;
     std::size_t size = 0;
 
-    FanRing(const CollapseMesh& mesh, std::uint32_t first) {
+    OneRing(const CollapseMesh& mesh, std::uint32_t first) {
         std::uint32_t h = first;
         do {
             half_edges[size++] = h;
             h = mesh.turn(h);
-        } while (h != first && size < kMaxUses);
+        } while (h != first && size < kMaxValence);
     }
     const std::uint32_t* begin() const { return half_edges.data(); }
     const std::uint32_t* end() const { return half_edges.data() + size; }

@@ -1,3 +1,6 @@
+// The least point of a quadric p^T A p + 2 b p + c solves A p = -b: by Cramer's rule, from the
+// middle of the edge, where the numbers are small. Attributes that are always the best ones, or
+// given, leave a quadric over the position alone.
 #include "remesh/edge_placement.h"
 
 namespace povmesh {

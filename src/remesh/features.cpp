@@ -1,3 +1,5 @@
+// Feature edges by dihedral angle and by what the faces carry, then the kind of each vertex by the
+// number and the directions of the feature edges that end there.
 #include "remesh/features.h"
 
 #include <cmath>

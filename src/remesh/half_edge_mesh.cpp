@@ -1,3 +1,6 @@
+// Splits, flips and collapses of edges on flat arrays. A collapse is legal when the ends of the
+// edge have just the apexes of its triangles for common neighbours (the link condition: T. Dey, H.
+// Edelsbrunner, S. Guha and D. Nekhayev, Topology preserving edge contraction, 1999).
 #include "remesh/half_edge_mesh.h"
 
 #include <utility>
@@ -26,14 +29,14 @@ HalfEdgeMesh::HalfEdgeMesh(const TriMesh& mesh, const EdgeMates& mates) {
     is_feature.assign(opposites.size(), 1);
     is_locked.assign(opposites.size(), 0);
     starts.assign(positions.size(), kNone);
-    uses.assign(positions.size(), 0);
+    valences.assign(positions.size(), 0);
     kinds.assign(positions.size(), Free);
     for (std::size_t t = 0; t < triangles.size(); ++t) {
         for (std::size_t corner = 0; corner < 3; ++corner) {
             const std::size_t h = 3 * t + corner;
             const std::uint32_t f = faces[t];
             starts[index(triangles[t][corner])] = static_cast<std::uint32_t>(h);
-            ++uses[index(triangles[t][corner])];
+            ++valences[index(triangles[t][corner])];
             if (mates.kind(f, corner) == EdgeMates::Kind::Open) continue;
             if (mates.kind(f, corner) == EdgeMates::Kind::NonManifold ||
                 mates.is_same_direction(f, corner)) {
@@ -53,7 +56,7 @@ HalfEdgeMesh::HalfEdgeMesh(const TriMesh& mesh, const EdgeMates& mates) {
         if (starts[v] == kNone) continue;
         std::uint32_t count = 0;
         around(static_cast<std::int32_t>(v), [&](std::uint32_t /*h*/) { ++count; });
-        if (count != uses[v]) kinds[v] = Irregular;
+        if (count != valences[v]) kinds[v] = Irregular;
     }
 }
 
@@ -101,7 +104,7 @@ std::int32_t HalfEdgeMesh::split(std::uint32_t h, Vec3d place) {
     const auto m = static_cast<std::int32_t>(positions.size());
     positions.push_back(place);
     kinds.push_back(is_feature[h] != 0 ? Line : Free);
-    uses.push_back(g == kNone ? 2 : 4);
+    valences.push_back(g == kNone ? 2 : 4);
     starts.push_back(kNone);
     const std::uint32_t from_m = split_side(h, m);  // m -> b
     starts[index(m)] = from_m;
@@ -122,7 +125,7 @@ std::uint32_t HalfEdgeMesh::split_side(std::uint32_t h, std::int32_t m) {
     const std::uint32_t n = 3 * new_triangle();
     triangles[n / 3] = {m, target(h), apex(h)};
     triangles[hn / 3][hn % 3] = m;
-    ++uses[index(apex(h))];
+    ++valences[index(apex(h))];
     is_feature[n] = is_feature[h];
     is_locked[n] = is_locked[h];
     is_feature[n + 1] = is_feature[hn];
@@ -145,17 +148,17 @@ bool HalfEdgeMesh::can_flip(std::uint32_t h) const {
     const std::uint32_t g = opposites[h];
     if (g == kNone || is_feature[h] != 0) return false;
     for (const std::uint32_t e : {h, g}) {
-        if (uses[index(origin(e))] <= 3 && !is_open(origin(e))) return false;
+        if (valences[index(origin(e))] <= 3 && !is_open(origin(e))) return false;
     }
     std::int32_t c = apex(h);
     std::int32_t d = apex(g);
-    // An irregular vertex does not tell all its neighbours, a crowded one has too many.
-    const auto tells = [&](std::int32_t v) {
-        return kinds[index(v)] != Irregular && uses[index(v)] <= kMaxUses;
+    // Of an irregular vertex not all neighbours are known; one of high valence has too many.
+    const auto has_known_ring = [&](std::int32_t v) {
+        return kinds[index(v)] != Irregular && valences[index(v)] <= kMaxValence;
     };
     if (c == d) return false;
-    if (!tells(c)) std::swap(c, d);
-    return tells(c) && !are_neighbours(c, d);
+    if (!has_known_ring(c)) std::swap(c, d);
+    return has_known_ring(c) && !are_neighbours(c, d);
 }
 
 void HalfEdgeMesh::flip(std::uint32_t h) {
@@ -201,20 +204,20 @@ void HalfEdgeMesh::flip(std::uint32_t h) {
     starts[index(c)] = g;
     starts[index(b)] = gp;
     starts[index(d)] = h;
-    --uses[index(a)];
-    --uses[index(b)];
-    ++uses[index(c)];
-    ++uses[index(d)];
+    --valences[index(a)];
+    --valences[index(b)];
+    ++valences[index(c)];
+    ++valences[index(d)];
 }
 
-bool HalfEdgeMesh::can_collapse(std::uint32_t h, bool into_crowded) const {
+bool HalfEdgeMesh::can_collapse(std::uint32_t h, bool into_high_valence) const {
     const std::int32_t a = origin(h);
     const std::int32_t b = target(h);
     const std::uint32_t g = opposites[h];
     if (is_locked[h] != 0 || kinds[index(a)] == Irregular || kinds[index(b)] == Irregular)
         return false;
-    const bool is_crowded = uses[index(a)] + uses[index(b)] > kMaxUses;
-    if (is_crowded && (!into_crowded || uses[index(b)] > kMaxUses)) return false;
+    const bool has_high_valence = valences[index(a)] + valences[index(b)] > kMaxValence;
+    if (has_high_valence && (!into_high_valence || valences[index(b)] > kMaxValence)) return false;
     // The two other sides of a triangle on the edge fall together: they cannot both be features,
     // nor both be open.
     for (const std::uint32_t e : {h, g}) {
@@ -223,19 +226,21 @@ bool HalfEdgeMesh::can_collapse(std::uint32_t h, bool into_crowded) const {
         const std::uint32_t far = opposites[next(e)];
         const std::uint32_t back = opposites[previous(e)];
         if (far == kNone && back == kNone) return false;
-        if (uses[index(apex(e))] < (far == kNone || back == kNone ? 2U : 4U) && !is_open(apex(e))) {
+        if (valences[index(apex(e))] < (far == kNone || back == kNone ? 2U : 4U) &&
+            !is_open(apex(e))) {
             return false;
         }
     }
-    if (common_neighbours(a, b, is_crowded) != (g == kNone ? 1U : 2U)) return false;
+    if (common_neighbours(a, b, has_high_valence) != (g == kNone ? 1U : 2U)) return false;
     // Two triangles on the same three corners would be left of a tetrahedron.
-    return g == kNone || uses[index(a)] + uses[index(b)] > 6 || is_open(a) || is_open(b);
+    return g == kNone || valences[index(a)] + valences[index(b)] > 6 || is_open(a) || is_open(b);
 }
 
-// Neighbours of b that are neighbours of a, too. Those of a crowded vertex are asked about
-// themselves; one that cannot tell counts as many.
-std::size_t HalfEdgeMesh::common_neighbours(std::int32_t a, std::int32_t b, bool is_crowded) const {
-    std::array<std::int32_t, kMaxUses + 1> ring;
+// Neighbours of b that are neighbours of a, too. Where a has a high valence, the neighbours of b
+// are asked about themselves; one whose ring is not known counts as many.
+std::size_t HalfEdgeMesh::common_neighbours(std::int32_t a, std::int32_t b,
+                                            bool has_high_valence) const {
+    std::array<std::int32_t, kMaxValence + 1> ring;
     std::size_t size = 0;
     const auto add = [&](std::int32_t v) { ring[size++] = v; };
     const auto add_ring = [&](std::int32_t of) {
@@ -245,12 +250,13 @@ std::size_t HalfEdgeMesh::common_neighbours(std::int32_t a, std::int32_t b, bool
         });
     };
     std::size_t common = 0;
-    if (is_crowded) {
+    if (has_high_valence) {
         add_ring(b);
         for (std::size_t i = 0; i < size; ++i) {
             const std::int32_t v = ring[i];
             if (v == a) continue;
-            if (kinds[index(v)] == Irregular || uses[index(v)] > kMaxUses) return kMaxUses;
+            if (kinds[index(v)] == Irregular || valences[index(v)] > kMaxValence)
+                return kMaxValence;
             common += are_neighbours(v, a) ? 1 : 0;
         }
         return common;
@@ -270,12 +276,12 @@ void HalfEdgeMesh::collapse(std::uint32_t h, Vec3d place) {
     const std::int32_t a = origin(h);
     const std::int32_t b = target(h);
     const std::uint32_t g = opposites[h];
-    std::array<std::uint32_t, kMaxUses> fan;
+    std::array<std::uint32_t, kMaxValence> fan;
     std::size_t size = 0;
     around(b, [&](std::uint32_t e) { fan[size++] = e; });
     for (std::size_t i = 0; i < size; ++i) triangles[fan[i] / 3][fan[i] % 3] = a;
-    uses[index(a)] += uses[index(b)] - (g == kNone ? 2U : 4U);
-    uses[index(b)] = 0;
+    valences[index(a)] += valences[index(b)] - (g == kNone ? 2U : 4U);
+    valences[index(b)] = 0;
     starts[index(b)] = kNone;
     positions[index(a)] = place;
     remove_side(h);
@@ -301,7 +307,7 @@ void HalfEdgeMesh::remove_side(std::uint32_t h) {
     // A half-edge from either end that is still there.
     starts[index(c)] = from_c != kNone ? from_c : next(from_a);
     starts[index(a)] = from_a != kNone ? from_a : next(from_c);
-    --uses[index(c)];
+    --valences[index(c)];
     triangles[h / 3] = {kGone, kGone, kGone};
     unused_.push_back(h / 3);
 }

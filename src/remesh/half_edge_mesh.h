@@ -1,4 +1,16 @@
 // A triangle mesh whose edges can be split, flipped and collapsed.
+//
+//             apex(h)
+//             /    \           h = 3 * triangle + corner runs from that corner to the next one;
+//            /  h   \          its triangle lies to the left
+//          a ------> b         a = origin(h), b = target(h)
+//            \  o   /          o = opposites[h] runs from b to a
+//             \    /
+//             apex(o)
+//
+// split(h) puts a vertex on the edge, joined to both apexes; flip(h) lets it run from one apex to
+// the other; collapse(h) merges b into a: the triangles of h and o go, all others at b are handed
+// to a.
 #pragma once
 
 #include <array>
@@ -10,6 +22,7 @@
 #include "base/vec.h"
 #include "mesh/edge_mates.h"
 #include "mesh/tri_mesh.h"
+#include "remesh/triangle_half_edges.h"
 
 namespace povmesh {
 
@@ -22,8 +35,7 @@ inline bool turns(Vec3d before, Vec3d after) {
              d * d > kLeastCosine * kLeastCosine * dot(before, before) * dot(after, after));
 }
 
-/// Triangles on flat arrays. Half-edge h = 3 * triangle + corner runs from that corner to the next
-/// one.
+/// Triangles on flat arrays.
 ///
 /// Invariants: opposites[opposites[h]] == h unless it is kNone; the two run in opposite directions
 /// between the same vertices. starts[v] is a half-edge from v. Triangles that are gone have kGone
@@ -36,8 +48,9 @@ public:
     static constexpr std::uint32_t kNone = 0xFFFFFFFF;
     static constexpr std::int32_t kGone = -1;
 
-    /// A vertex of more triangles is crowded: going round it for each of them would take for ever.
-    static constexpr std::uint32_t kMaxUses = 128;
+    /// A vertex of more triangles has a high valence: going round it once for each of them would be
+    /// quadratic.
+    static constexpr std::uint32_t kMaxValence = 128;
 
     enum Kind : std::uint8_t {
         Free,       // inside a smooth patch
@@ -52,15 +65,15 @@ public:
     Array<std::uint8_t> is_locked;   // 3 a triangle: the edge is irregular and may not be split
     Array<Vec3d> positions;
     Array<std::uint32_t> starts;
-    Array<std::uint32_t> uses;  // triangles at each vertex
+    Array<std::uint32_t> valences;  // triangles at each vertex
     Array<std::uint8_t> kinds;
 
     /// Of the live faces of a mesh; triangle t is the t-th of them. Features are not marked, but
     /// for edges without an opposite.
     HalfEdgeMesh(const TriMesh& mesh, const EdgeMates& mates);
 
-    static std::uint32_t next(std::uint32_t h) { return h % 3 == 2 ? h - 2 : h + 1; }
-    static std::uint32_t previous(std::uint32_t h) { return h % 3 == 0 ? h + 2 : h - 1; }
+    static std::uint32_t next(std::uint32_t h) { return next_half_edge(h); }
+    static std::uint32_t previous(std::uint32_t h) { return previous_half_edge(h); }
     static std::size_t index(std::int32_t v) { return static_cast<std::size_t>(v); }
 
     bool is_gone(std::size_t triangle) const { return triangles[triangle][0] == kGone; }
@@ -95,8 +108,8 @@ public:
     std::int32_t split(std::uint32_t h, Vec3d place);
 
     /// True when the edge is no feature, has two triangles, and turning it would neither double an
-    /// edge nor leave a vertex inside with two triangles. Not between two vertices that are crowded
-    /// or irregular.
+    /// edge nor leave a vertex inside with two triangles. Not between two vertices of
+    /// high valence or irregular.
     bool can_flip(std::uint32_t h) const;
 
     /// Turns an edge with two triangles within their quadrilateral. The half-edge keeps its number.
@@ -104,8 +117,8 @@ public:
 
     /// True when the edge can go without pinching the surface or joining feature lines. That an
     /// inner edge does not join two open borders is for the caller to see to. Where the two
-    /// vertices together are crowded, only on demand, and not when the target is.
-    bool can_collapse(std::uint32_t h, bool into_crowded = false) const;
+    /// valences together are high, only on demand, and not when the target's is.
+    bool can_collapse(std::uint32_t h, bool into_high_valence = false) const;
 
     /// Merges the target of the edge into its origin, which moves to `place`.
     void collapse(std::uint32_t h, Vec3d place);
@@ -117,7 +130,7 @@ public:
 
 private:
     bool are_neighbours(std::int32_t v, std::int32_t w) const;  // v is regular
-    std::size_t common_neighbours(std::int32_t a, std::int32_t b, bool is_crowded) const;
+    std::size_t common_neighbours(std::int32_t a, std::int32_t b, bool has_high_valence) const;
     std::uint32_t new_triangle();
     std::uint32_t split_side(std::uint32_t h, std::int32_t m);
     void join(std::uint32_t h, std::uint32_t g);

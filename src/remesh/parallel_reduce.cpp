@@ -1,3 +1,8 @@
+// The shells one by one: small ones side by side with a thread each, large ones after another with
+// all threads on each. How one shell is reduced stands in shell_reducer.h.
+//
+// Source: M. Garland and P. Heckbert, Surface simplification using quadric error metrics, SIGGRAPH
+// 1997, with independent sets of collapses in place of the queue.
 #include "remesh/parallel_reduce.h"
 
 #include <algorithm>
@@ -18,11 +23,11 @@ std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
                           ReduceReport& report) {
     ReductionField<Quadric> field(mesh);
     struct Result {
-        std::size_t rounds = 0, deleted = 0, links = 0, folds = 0, bound = 0;
+        std::size_t rounds = 0, deleted = 0, links = 0, folds = 0, held = 0;
     };
     std::vector<Result> results(mesh.shells.size());
     const auto to_delete = [&](std::size_t shell) {
-        return faces_to_delete(mesh.shells[shell].size(), options.target, options.minimum_keep);
+        return faces_to_delete(mesh.shells[shell].size(), options.keep, options.least_keep);
     };
     const auto work = [&](std::size_t shell) {
         const std::size_t wanted = to_delete(shell);
@@ -31,7 +36,7 @@ std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
                                       mesh.shells.offsets[shell + 1]);
         const std::size_t deleted = reducer.run(wanted);
         results[shell] = {reducer.rounds(), deleted, reducer.links(), reducer.folds(),
-                          deleted < wanted ? reducer.bound_edges() : 0};
+                          deleted < wanted ? reducer.held_edges() : 0};
     };
     for_blocks(mesh.shells.size(), [&](std::size_t shell) {
         if (mesh.shells[shell].size() > kSmallShell) return;
@@ -47,7 +52,7 @@ std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
         report.faces_after -= result.deleted;
         report.link += result.links;
         report.normal_limit += result.folds;
-        report.boundary += result.bound;
+        report.held_edges += result.held;
         if (result.deleted < to_delete(shell)) report.is_reached = false;
     }
     for (Face& face : mesh.faces) face.deleted = 1;
@@ -69,11 +74,11 @@ ReduceReport reduce_parallel(TriMesh& mesh, const ParallelReduceOptions& options
     ReduceReport report;
     report.faces_before = report.faces_aimed = report.faces_after = live_face_count(mesh);
     const bool is_coloured = has_varied_attributes(mesh);
-    if (options.target < kKeepsAll && report.faces_before != 0) {
+    if (options.keep < kKeepsAll && report.faces_before != 0) {
         const std::size_t rounds = is_coloured
                                        ? reduce_shells<AttributeQuadric>(mesh, options, report)
                                        : reduce_shells<PositionQuadric>(mesh, options, report);
-        report.crowded = rounds;
+        report.rounds = rounds;
         const std::size_t removed = report.faces_before - report.faces_after;
         run.log.append("[meshReduceFromData] random reduce step = " + std::to_string(rounds));
         run.log.append("[meshReduceFromData] random reduced fn = " + std::to_string(removed));

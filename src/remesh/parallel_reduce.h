@@ -8,14 +8,11 @@
 namespace povmesh {
 
 struct ParallelReduceOptions {
-    /// Share of the faces of each shell to keep; 0.999 or more changes nothing but for compacting;
-    /// below -0.5 a shell of up to 100,000 faces is kept and a larger one keeps 100,000 and 30 % of
-    /// the rest.
-    double target = 1.0;
-    double minimum_keep = 0.05;  // least share where the target is explicit
+    double keep = 1.0;         // share of the faces of each shell, as in ReduceOptions
+    double least_keep = 0.05;  // least share where `keep` is explicit
 };
 
-/// Reduces each shell to its target and compacts the mesh; its uses are built at the end.
+/// Reduces each shell to its target. The mesh is compact afterwards, and its uses are built.
 ///
 /// No face turns by 90 degrees or more in a collapse. Vertices at open or irregular rims stay, the
 /// link condition holds, and seams of colours and texture coordinates stay where they are. The

@@ -1,4 +1,6 @@
-// Closest points of segments: C. Ericson, Real-time collision detection, 2005, section 5.1.9.
+// A fan of triangles as a height field over its mean plane: the difference of two such is greatest
+// at a vertex or where two edges cross. Closest points of segments: C. Ericson, Real-time collision
+// detection, 2005, section 5.1.9.
 #include "remesh/patch_distance.h"
 
 #include <algorithm>

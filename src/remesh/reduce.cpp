@@ -1,36 +1,46 @@
+// Edge collapse by a queue. Every vertex has a quadric, a form that gives the sum of the squared
+// distances of a point to the planes of its faces (and, in a space of six dimensions, to what these
+// carry). An edge costs what the sum of the quadrics at its ends gives at its midpoint. The
+// cheapest edge goes, its survivor gets the sum, and the edges around it come into the queue again
+// with fresh costs; entries from before are stale. One shell after the other.
+//
+// Sources: M. Garland and P. Heckbert, Surface simplification using quadric error metrics, SIGGRAPH
+// 1997; H. Hoppe, New quadric metric for simplifying meshes with appearance attributes, IEEE
+// Visualization 1999; T. Dey et al., Topology preserving edge contraction, 1999.
 #include "remesh/reduce.h"
 
+#include <algorithm>
+#include <array>
 #include <cassert>
+#include <cmath>
+#include <cstdint>
 #include <limits>
-#include <utility>
+#include <span>
 
 #include "base/parallel.h"
 #include "mesh/bounds.h"
+#include "mesh/compact.h"
 #include "mesh/edge_mates.h"
 #include "mesh/shells.h"
 #include "remesh/collapse_queue.h"
 #include "remesh/corner_attributes.h"
+#include "remesh/corner_merge.h"
+#include "remesh/face_rows.h"
 #include "remesh/quadric.h"
 #include "remesh/reduction_target.h"
 
 namespace povmesh {
 namespace {
 
-constexpr std::array<std::size_t, 3> kNext = {1, 2, 0};
-
 // A collapse works through all faces at its two ends, and puts their edges into the queue again.
-// With this bound a hub of many faces cannot make the whole quadratic.
-constexpr std::size_t kMaxUses = 1024;
+// With this bound a vertex of high valence cannot make the whole quadratic.
+constexpr std::size_t kMaxValence = 1024;
 
 Vec3f midpoint(Vec3f a, Vec3f b) {
     const auto half = [](float x, float y) {
         return static_cast<float>(0.5 * (static_cast<double>(x) + static_cast<double>(y)));
     };
     return {half(a.x, b.x), half(a.y, b.y), half(a.z, b.z)};
-}
-
-std::uint8_t mean(std::uint8_t a, std::uint8_t b) {
-    return static_cast<std::uint8_t>((a + b) / 2);
 }
 
 Vec3d unscaled_normal(const std::array<Vec3f, 3>& p) {
@@ -49,151 +59,12 @@ bool turns_too_far(Vec3d before, Vec3d after, double limit) {
     return dot(before, before) > 0;
 }
 
-// The faces at the vertices while edges collapse: rows of face numbers in one pool. A row may still
-// name faces that are gone; reading it takes them out.
-class FaceRows {
-public:
-    explicit FaceRows(const UseTable& table) {
-        const std::size_t vertex_count = table.offsets.size() - 1;
-        starts_.resize(vertex_count);
-        sizes_.resize(vertex_count);
-        pool_.reserve(table.uses.size() + table.uses.size() / 4 + kMaxUses);
-        for (std::size_t v = 0; v < vertex_count; ++v) {
-            starts_[v] = pool_.size();
-            for (const Use& use : table.row(v)) pool_.push_back(use.face());
-            sizes_[v] = static_cast<std::uint32_t>(pool_.size() - starts_[v]);
-        }
-    }
-
-    std::span<std::uint32_t> row(std::size_t vertex) {
-        return {pool_.data() + starts_[vertex], sizes_[vertex]};
-    }
-    void shorten(std::size_t vertex, std::size_t size) {
-        sizes_[vertex] = static_cast<std::uint32_t>(size);
-    }
-
-    // Row b joins row a. Both are read beforehand, so that they name live faces only.
-    void join(std::size_t a, std::size_t b) {
-        const std::size_t size = std::size_t{sizes_[a]} + sizes_[b];
-        if (pool_.size() + size > pool_.capacity()) pack(size);
-        const bool is_last = starts_[a] + sizes_[a] == pool_.size();
-        if (!is_last) {
-            const std::size_t start = pool_.size();
-            append(a);
-            starts_[a] = start;
-        }
-        append(b);
-        sizes_[a] = static_cast<std::uint32_t>(size);
-        sizes_[b] = 0;
-    }
-
-private:
-    void append(std::size_t vertex) {
-        for (std::size_t i = 0; i < sizes_[vertex]; ++i) {
-            pool_.push_back(pool_[starts_[vertex] + i]);
-        }
-    }
-
-    // Moves the rows together, with room for as much as half of what they hold.
-    void pack(std::size_t needed) {
-        std::size_t held = 0;
-        for (const std::uint32_t size : sizes_) held += size;
-        Array<std::uint32_t> packed;
-        packed.reserve(held + held / 2 + 4 * needed);
-        for (std::size_t v = 0; v < starts_.size(); ++v) {
-            const std::size_t start = packed.size();
-            packed.insert(packed.end(), pool_.begin() + static_cast<std::ptrdiff_t>(starts_[v]),
-                          pool_.begin() + static_cast<std::ptrdiff_t>(starts_[v] + sizes_[v]));
-            starts_[v] = start;
-        }
-        pool_ = std::move(packed);
-    }
-
-    Array<std::size_t> starts_;
-    Array<std::uint32_t> sizes_;
-    Array<std::uint32_t> pool_;
-};
-
-// What the corners at the merged vertex get. Corners that carry what a face on the edge carries
-// there belong to that face's side of the edge; others keep what they have.
-class CornerMerge {
-public:
-    struct Side {
-        CornerKey at_a, at_b;
-        const Face* face;
-        std::size_t corner_a, corner_b;
-    };
-
-    CornerMerge(TriMesh& mesh, const Side& first, const Side& second)
-        : mesh_(mesh), sides_{first, second} {
-        for (std::size_t i = 0; i < 2; ++i) values_[i] = mean_of(sides_[i]);
-        both_ = values_[0];
-        if (values_[0].label >= 0) {
-            both_.u = 0.5 * (values_[0].u + values_[1].u);
-            both_.v = 0.5 * (values_[0].v + values_[1].v);
-        } else {
-            for (std::size_t k = 0; k < 3; ++k) {
-                both_.colour[k] = mean(values_[0].colour[k], values_[1].colour[k]);
-            }
-        }
-    }
-
-    void apply(Face& face, std::size_t corner, bool is_at_a) {
-        const CornerKey key(mesh_, face, corner);
-        const bool is_first = key == (is_at_a ? sides_[0].at_a : sides_[0].at_b);
-        const bool is_second = key == (is_at_a ? sides_[1].at_a : sides_[1].at_b);
-        if (is_first && is_second) {
-            store(face, corner, both_);
-        } else if (is_first || is_second) {
-            store(face, corner, values_[is_first ? 0 : 1]);
-        }
-    }
-
-private:
-    struct Value {
-        std::int32_t label = -1;
-        std::array<std::uint8_t, 3> colour{};
-        double u = 0, v = 0;
-        std::int32_t record = -1;  // the texture coordinate made for it
-    };
-
-    static Value mean_of(const Side& side) {
-        Value value;
-        value.label = side.at_a.label;
-        value.u = 0.5 * (side.at_a.u + side.at_b.u);
-        value.v = 0.5 * (side.at_a.v + side.at_b.v);
-        for (std::size_t k = 0; k < 3; ++k) {
-            value.colour[k] = mean(side.face->colour[3 * side.corner_a + k],
-                                   side.face->colour[3 * side.corner_b + k]);
-        }
-        return value;
-    }
-
-    void store(Face& face, std::size_t corner, Value& value) {
-        if (value.label < 0) {
-            std::copy(value.colour.begin(), value.colour.end(), &face.colour[3 * corner]);
-            return;
-        }
-        if (face.uv[corner] < 0) return;
-        if (value.record < 0) {
-            value.record = static_cast<std::int32_t>(mesh_.texture_coordinates.size());
-            mesh_.texture_coordinates.push_back({value.u, value.v, value.record});
-        }
-        face.uv[corner] = value.record;
-    }
-
-    TriMesh& mesh_;
-    std::array<Side, 2> sides_;
-    std::array<Value, 2> values_;
-    Value both_;
-};
-
 template <typename Quadric>
 class EdgeCollapser {
 public:
-    EdgeCollapser(TriMesh& mesh, double normal_limit, ReduceReport& report)
+    EdgeCollapser(TriMesh& mesh, double least_cosine, ReduceReport& report)
         : mesh_(mesh),
-          normal_limit_(normal_limit),
+          least_cosine_(least_cosine),
           report_(report),
           origin_(middle(mesh)),
           triangles_(mesh.faces.size()),
@@ -210,7 +81,8 @@ public:
             for (std::size_t corner = 0; corner < 3; ++corner) {
                 VertexState& state = vertices_[index(face.vertex[corner])];
                 ++state.use_count;
-                state.rim ^= face.vertex[kNext[corner]] ^ face.vertex[kNext[kNext[corner]]];
+                state.rim ^=
+                    face.vertex[next_corner(corner)] ^ face.vertex[previous_corner(corner)];
             }
         }
         parallel_for(mesh.vertices.size(), [&](std::size_t v) {
@@ -300,7 +172,7 @@ private:
         if constexpr (Quadric::kHasAttributes) {
             const Face& record = mesh_.faces[face];
             const Attributes s = corner_attributes(mesh_, record, corner);
-            const Attributes t = corner_attributes(mesh_, record, kNext[corner]);
+            const Attributes t = corner_attributes(mesh_, record, next_corner(corner));
             for (std::size_t k = 0; k < 3; ++k) middle_attributes[k] = 0.5 * (s[k] + t[k]);
         }
         queue_.push(sum.at(p, middle_attributes), a, b);
@@ -313,7 +185,7 @@ private:
         if (triangle[0] == kGone) return;
         for (std::size_t corner = 0; corner < 3; ++corner) {
             const std::int32_t a = triangle[corner];
-            const std::int32_t b = triangle[kNext[corner]];
+            const std::int32_t b = triangle[next_corner(corner)];
             if (mates.kind(f, corner) == EdgeMates::Kind::Manifold) {
                 const std::uint32_t mate = mates.mate(f, corner);
                 // Collapses of another shell at the same vertex may have parted the two.
@@ -360,15 +232,15 @@ private:
         if (a == b) return false;
         if (state_a.use_count < 3 || state_b.use_count < 3) return turn_down(report_.too_few_faces);
         if (state_a.rim != 0 || state_b.rim != 0) return turn_down(report_.boundary);
-        if (std::size_t{state_a.use_count} + state_b.use_count > kMaxUses) {
-            return turn_down(report_.crowded);
+        if (std::size_t{state_a.use_count} + state_b.use_count > kMaxValence) {
+            return turn_down(report_.valence);
         }
         row_a_ = live_row(a);
         row_b_ = live_row(b);
         if (!find_edge_faces(b)) return turn_down(report_.link);
-        if (!keeps_the_surface_whole(a, b)) return turn_down(report_.link);
+        if (!satisfies_link_condition(a, b)) return turn_down(report_.link);
         const Vec3f target = midpoint(position(a), position(b));
-        if (normal_limit_ > -1 &&
+        if (least_cosine_ > -1 &&
             (turns_a_face(row_a_, a, b, target) || turns_a_face(row_b_, b, a, target))) {
             return turn_down(report_.normal_limit);
         }
@@ -399,7 +271,7 @@ private:
 
     // The link condition: the only neighbours that both ends have are the vertices opposite the
     // edge, and no two faces would fall together.
-    bool keeps_the_surface_whole(std::int32_t a, std::int32_t b) {
+    bool satisfies_link_condition(std::int32_t a, std::int32_t b) {
         const std::int32_t c = third_vertex(edge_faces_[0], a, b);
         const std::int32_t d = third_vertex(edge_faces_[1], a, b);
         if (c == d) return false;
@@ -429,7 +301,7 @@ private:
             for (std::size_t i = 0; i < 3; ++i) p[i] = position(triangles_[f][i]);
             const Vec3d before = unscaled_normal(p);
             p[corner_of(f, moved)] = target;
-            if (turns_too_far(before, unscaled_normal(p), normal_limit_)) return true;
+            if (turns_too_far(before, unscaled_normal(p), least_cosine_)) return true;
         }
         return false;
     }
@@ -493,13 +365,13 @@ private:
         const std::uint32_t mark = ++mark_;
         for (const std::uint32_t f : row) {
             const std::size_t corner = corner_of(f, a);
-            const std::int32_t b = triangles_[f][kNext[corner]];
+            const std::int32_t b = triangles_[f][next_corner(corner)];
             vertices_[index(b)].mark = mark;
             vertices_[index(b)].mark_face = f;
             push_edge(f, corner, a, b);
         }
         for (const std::uint32_t f : row) {
-            const std::size_t corner = kNext[kNext[corner_of(f, a)]];
+            const std::size_t corner = previous_corner(corner_of(f, a));
             const std::int32_t b = triangles_[f][corner];
             const VertexState& state = vertices_[index(b)];
             if (state.mark == mark && carry_the_same(f, state.mark_face, a, b)) continue;
@@ -508,7 +380,7 @@ private:
     }
 
     TriMesh& mesh_;
-    double normal_limit_;
+    double least_cosine_;
     ReduceReport& report_;
     Vec3d origin_;
     Array<std::array<std::int32_t, 3>> triangles_;
@@ -524,13 +396,14 @@ private:
 };
 
 template <typename Quadric>
-void collapse_shells(TriMesh& mesh, const EdgeMates& mates, double ratio, double minimum_keep,
-                     double normal_limit, ReduceReport& report) {
-    EdgeCollapser<Quadric> collapser(mesh, normal_limit, report);
+void collapse_shells(TriMesh& mesh, const EdgeMates& mates, const ReduceOptions& options,
+                     ReduceReport& report) {
+    EdgeCollapser<Quadric> collapser(mesh, options.least_cosine, report);
     mesh.use_table.release();
     for (std::size_t s = 0; s < mesh.shells.size(); ++s) {
         const std::span<const std::uint32_t> shell = mesh.shells[s];
-        const std::size_t to_delete = faces_to_delete(shell.size(), ratio, minimum_keep);
+        const std::size_t to_delete =
+            faces_to_delete(shell.size(), options.keep, options.least_keep);
         report.faces_aimed -= to_delete;
         if (to_delete == 0) continue;
         const std::size_t deleted = collapser.run(shell, mates, to_delete);
@@ -540,26 +413,34 @@ void collapse_shells(TriMesh& mesh, const EdgeMates& mates, double ratio, double
     collapser.write_back();
 }
 
-}  // namespace
+bool keeps_all(const TriMesh& mesh, const ReduceOptions& options) {
+    for (std::size_t s = 0; s < mesh.shells.size(); ++s) {
+        if (faces_to_delete(mesh.shells[s].size(), options.keep, options.least_keep) != 0) {
+            return false;
+        }
+    }
+    return true;
+}
 
-ReduceReport reduce(TriMesh& mesh, double ratio, double minimum_keep, double normal_limit) {
-    ReduceReport report;
-    report.faces_before = report.faces_aimed = report.faces_after = live_face_count(mesh);
-    if (!(ratio < kKeepsAll) || report.faces_before == 0) return report;
+void collapse_edges(TriMesh& mesh, const ReduceOptions& options, ReduceReport& report) {
+    if (!(options.keep < kKeepsAll) || report.faces_before == 0) return;
     const EdgeMates mates(mesh);
     label_shells(mesh, mates);
-    const bool is_kept = [&] {
-        for (std::size_t s = 0; s < mesh.shells.size(); ++s) {
-            if (faces_to_delete(mesh.shells[s].size(), ratio, minimum_keep) != 0) return false;
-        }
-        return true;
-    }();
-    if (is_kept) return report;
+    if (keeps_all(mesh, options)) return;
     if (has_varied_attributes(mesh)) {
-        collapse_shells<AttributeQuadric>(mesh, mates, ratio, minimum_keep, normal_limit, report);
+        collapse_shells<AttributeQuadric>(mesh, mates, options, report);
     } else {
-        collapse_shells<PositionQuadric>(mesh, mates, ratio, minimum_keep, normal_limit, report);
+        collapse_shells<PositionQuadric>(mesh, mates, options, report);
     }
+}
+
+}  // namespace
+
+ReduceReport reduce(TriMesh& mesh, const ReduceOptions& options) {
+    ReduceReport report;
+    report.faces_before = report.faces_aimed = report.faces_after = live_face_count(mesh);
+    collapse_edges(mesh, options, report);
+    compact(mesh);
     return report;
 }
 

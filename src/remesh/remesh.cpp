@@ -1,3 +1,5 @@
+// Incremental isotropic remeshing after Botsch and Kobbelt (2004): rounds of split, collapse, flip
+// and tangential relaxation, each with the vertices drawn back onto the original.
 #include "remesh/remesh.h"
 
 #include <algorithm>
@@ -80,7 +82,7 @@ public:
     }
 
     void run() {
-        if (swells_when_split()) collapse_short_edges();
+        if (should_collapse_first()) collapse_short_edges();
         for (int round = 0; round < options_.rounds; ++round) {
             split_long_edges();
             collapse_short_edges();
@@ -129,10 +131,9 @@ private:
         return surface_.opposites[h] != HalfEdgeMesh::kNone && surface_.opposites[h] < h;
     }
 
-    // The longest edge first: the new edges beside it are then shorter, and there is an end.
-    // True where most triangles of a split would be there to be collapsed again or to fill large faces: needles
-    // are better collapsed first.
-    bool swells_when_split() const {
+    // True where most triangles of a split would be there to be collapsed again or to fill large
+    // faces: needles are better collapsed first.
+    bool should_collapse_first() const {
         double pieces = 0;
         for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
             if (surface_.is_gone(h / 3) || is_upper(h)) continue;
@@ -142,6 +143,7 @@ private:
         return pieces > static_cast<double>(surface_.opposites.size()) / 6;
     }
 
+    // The longest edge first: the new edges beside it are then shorter, and there is an end.
     void split_long_edges() {
         std::vector<LongEdge> heap;
         for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
@@ -154,7 +156,7 @@ private:
             heap.pop_back();
             const std::uint32_t h = edge.half_edge;
             if (surface_.squared_length(h) != edge.squared) continue;  // halved since
-            if (is_outdone(h) || is_outdone(surface_.opposites[h])) continue;
+            if (is_beside_longer_edge(h) || is_beside_longer_edge(surface_.opposites[h])) continue;
             const Vec3d a = surface_.position(surface_.origin(h));
             const Vec3d b = surface_.position(surface_.target(h));
             const Vec3d middle = (a + b) * 0.5;
@@ -195,10 +197,10 @@ private:
     }
 
     // True when a longer edge of the triangle, which would have been split before, could not be:
-    // one that is locked, or outdone itself. What is split beside it leaves long edges again,
-    // without end; so that is done only as far as the triangle does not get too flat. Edges grow
-    // shorter with the distance from those that are locked.
-    bool is_outdone(std::uint32_t h) const {
+    // one that is locked, or beside a longer one itself. What is split beside it leaves long edges
+    // again, without end; so that is done only as far as the triangle does not get too flat. Edges
+    // grow shorter with the distance from those that are locked.
+    bool is_beside_longer_edge(std::uint32_t h) const {
         if (h == HalfEdgeMesh::kNone) return false;
         const double square = surface_.squared_length(h);
         const Vec3d normal = surface_.normal(h / 3);
@@ -299,7 +301,7 @@ private:
         const bool is_bound = surface_.kinds[index(v)] != HalfEdgeMesh::Free;
         const bool is_open = is_bound && surface_.is_open(v);
         // An open fan has one neighbour more than faces.
-        return static_cast<int>(surface_.uses[index(v)]) - (is_open ? 3 : 6);
+        return static_cast<int>(surface_.valences[index(v)]) - (is_open ? 3 : 6);
     }
 
     bool improves(std::uint32_t h) const {
@@ -335,7 +337,7 @@ private:
         targets_.resize(count);
         parallel_for(count, [&](std::size_t v) { targets_[v] = relaxed(v); });
         std::swap(targets_, surface_.positions);  // the old places are in targets_ now
-        take_back();
+        restore_turned_faces();
         if (!face_lengths_.empty()) renew_lengths();
     }
 
@@ -415,7 +417,7 @@ private:
     }
 
     // Vertices of faces that turned go back, until no face has.
-    void take_back() {
+    void restore_turned_faces() {
         constexpr int kMostPasses = 20;
         Array<std::uint8_t> is_back(surface_.positions.size(), 0);
         for (int pass = 0; pass < kMostPasses; ++pass) {
@@ -478,7 +480,8 @@ double triangles_made(const TriMesh& mesh, std::span<const float> face_lengths, 
     return std::max(by_area, by_edges / 4);
 }
 
-// Values that are none become the mean edge of their face, or 1 where that is none either.
+// Values not positive or not finite become the mean edge of their face, or 1 where that is not
+// either.
 Array<float> usable_lengths(const TriMesh& mesh, std::span<const float> given) {
     Array<float> lengths;
     for (std::size_t f = 0; f < given.size(); ++f) {

@@ -1,3 +1,7 @@
+// Local mending of needles and caps by edge collapses, flips and splits (M. Botsch and L. Kobbelt,
+// A robust procedure to eliminate degenerate faces from triangle meshes, VMV 2001, tell the two
+// apart), one triangle after another from a stack.
+//
 // Every step leaves fewer slivers, or as many and fewer bad triangles, so that there is an end.
 //
 // How far the surface has moved is kept for each triangle: a step that replaces triangles by others
@@ -326,7 +330,7 @@ private:
         surface_.kinds[index(c)] = Kind::Line;
         touched_.clear();
         surface_.around(c, [&](std::uint32_t e) {
-            if (touched_.size() < HalfEdgeMesh::kMaxUses) touched_.push_back(e / 3);
+            if (touched_.size() < HalfEdgeMesh::kMaxValence) touched_.push_back(e / 3);
         });
         ++report_.collapses;
         return true;
@@ -357,7 +361,8 @@ private:
         const std::int32_t w = surface_.target(h);
         Merge to_first{h, at(v)};
         Merge to_second{g == kNone ? h : g, at(w)};
-        if (surface_.uses[index(v)] < surface_.uses[index(w)]) std::swap(to_first, to_second);
+        if (surface_.valences[index(v)] < surface_.valences[index(w)])
+            std::swap(to_first, to_second);
         const bool can_first = can_merge(to_first);
         const bool can_second = can_merge(to_second);
         if (can_first || can_second) {
@@ -383,7 +388,7 @@ private:
             if (at(end) == merge.place) continue;
             // What lies on a border stays there.
             if (kind(end) != Kind::Free && !is_open) return false;
-            if (surface_.uses[index(end)] > HalfEdgeMesh::kMaxUses) return false;
+            if (surface_.valences[index(end)] > HalfEdgeMesh::kMaxValence) return false;
             step = std::max(step, length(merge.place - at(end)));
         }
         if (!surface_.can_collapse(h, true)) return false;
@@ -419,7 +424,7 @@ private:
         std::int32_t stays = surface_.origin(h);
         if (at(stays) != place) std::swap(goes, stays);
         double distance = std::numeric_limits<double>::infinity();
-        if (at(stays) != place || surface_.uses[index(goes)] != 2) return distance;
+        if (at(stays) != place || surface_.valences[index(goes)] != 2) return distance;
         const std::int32_t inner = surface_.apex(h);
         surface_.around(goes, [&](std::uint32_t e) {
             for (const std::int32_t v : {surface_.target(e), surface_.apex(e)}) {
@@ -438,7 +443,7 @@ private:
         if (at(stays) != place || kind(goes) != Kind::Free) {
             return std::numeric_limits<double>::infinity();
         }
-        std::array<Vec3d, HalfEdgeMesh::kMaxUses> ring;
+        std::array<Vec3d, HalfEdgeMesh::kMaxValence> ring;
         std::size_t size = 0;
         std::size_t kept = 0;
         surface_.around(goes, [&](std::uint32_t e) {
@@ -512,11 +517,17 @@ ShapeCounts count_shapes(const TriMesh& mesh) {
 ReviseReport revise_triangles(TriMesh& mesh, const ReviseOptions& options) {
     const ShapeCounts counts = count_shapes(mesh);
     const Box3f box = finite_bounds(mesh);
-    if (counts == ShapeCounts{} || box.is_empty()) return {};
+    if (counts == ShapeCounts{} || box.is_empty()) {
+        compact(mesh);
+        return {};
+    }
     const double diagonal = length(to_double(box.high) - to_double(box.low));
     Reviser reviser(mesh, std::max(options.most_movement, 0.0) * diagonal);
     const ReviseReport report = reviser.run();
-    if (reviser.has_changed()) reviser.store();
+    if (reviser.has_changed())
+        reviser.store();
+    else
+        compact(mesh);
     return report;
 }
 

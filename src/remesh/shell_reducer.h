@@ -25,8 +25,8 @@
 
 namespace povmesh {
 
-// Shells up to this size are reduced side by side, a thread each, larger ones one after another with
-// all threads on each.
+// Shells up to this size are reduced side by side, a thread each, larger ones one after another
+// with all threads on each.
 inline constexpr std::size_t kSmallShell = 50000;
 
 template <typename Quadric>
@@ -55,7 +55,7 @@ public:
     }
 
     /// Edges that stay because an end is fixed.
-    std::size_t bound_edges() const {
+    std::size_t held_edges() const {
         std::size_t count = 0;
         for (std::size_t h = 3 * begin_; h < 3 * end_; ++h) {
             const auto edge = static_cast<std::uint32_t>(h);
@@ -121,6 +121,16 @@ private:
         return std::max(sum.at(p), 0.0) + kLengthWeight * weight * squared_edge;
     }
 
+    // By the kinds of the two ends; the one that is bound more survives, as a. Along a seam means
+    // that the edge lies on it, across that it joins two seams or ends at one of two.
+    //
+    //   a \ b     Smooth                  Seam                         Crossing
+    //   Smooth    best place, best        -                            -
+    //             attributes
+    //   Seam      a stays, unless the     along: best place, the       -
+    //             edge is on a seam       wedges averaged; across: no
+    //   Crossing  a stays, unless the     along: a stays; across: no   no
+    //             edge is on a seam
     Choice choose_with_wedges(std::uint32_t h) const {
         const auto kind = [&](std::uint32_t e) { return field_.wedges.kinds[index(origin(e))]; };
         // The end that is bound more survives.
@@ -245,15 +255,14 @@ private:
         return std::numeric_limits<float>::max();
     }
 
-    std::size_t merged_uses(std::uint32_t h) const {
-        return std::size_t{mesh_.use_counts[index(origin(h))]} +
-               mesh_.use_counts[index(target(h))] - 4;
+    std::size_t merged_valence(std::uint32_t h) const {
+        return std::size_t{mesh_.valences[index(origin(h))]} + mesh_.valences[index(target(h))] - 4;
     }
 
     bool is_candidate(std::uint32_t h, float threshold) const {
         if (!(field_.costs[h] <= threshold)) return false;
-        const std::size_t uses = merged_uses(h);
-        return uses >= 3 && uses <= kMaxUses - 4;
+        const std::size_t valence = merged_valence(h);
+        return valence >= 3 && valence <= kMaxValence - 4;
     }
 
     std::uint64_t key_of(std::uint32_t h) const {
@@ -277,8 +286,8 @@ private:
             const auto h = static_cast<std::uint32_t>(3 * begin_ + i);
             if (!is_candidate(h, threshold)) return;
             const std::uint64_t key = key_of(h);
-            lower_to(field_.keys[index(origin(h))], key);
-            lower_to(field_.keys[index(target(h))], key);
+            atomic_min(field_.keys[index(origin(h))], key);
+            atomic_min(field_.keys[index(target(h))], key);
         });
     }
 
@@ -320,7 +329,7 @@ private:
     }
 
     // No triangle holds vertices of two chosen edges, so that each collapse reads and writes
-    // triangles, positions and quadrics of its own. Only the use counts of the vertices opposite
+    // triangles, positions and quadrics of its own. Only the valences of the vertices opposite
     // are shared, and lowered one by one.
     std::size_t collapse_all(const std::vector<Candidate>& chosen) {
         std::vector<Outcome> outcomes(chosen.size());
@@ -344,12 +353,12 @@ private:
     Outcome try_collapse(std::uint32_t candidate) {
         const Choice choice = choose(candidate);
         const std::uint32_t h = choice.half_edge;
-        const FanRing ring_a(mesh_, h);
-        const FanRing ring_b(mesh_, mesh_.opposites[h]);
+        const OneRing ring_a(mesh_, h);
+        const OneRing ring_b(mesh_, mesh_.opposites[h]);
         const Vec3f place = choice.stays ? field_.mesh.vertices[index(origin(h))].position()
                                          : field_.frame.model(choice.place);
         field_.costs[candidate] = kNever;
-        if (!keeps_the_surface_whole(ring_a, ring_b)) return Outcome::Link;
+        if (!satisfies_link_condition(ring_a, ring_b)) return Outcome::Link;
         if (folds_over(ring_a, place) || folds_over(ring_b, place)) return Outcome::Folds;
         collapse(choice, place, ring_b);
         return Outcome::Collapsed;
@@ -357,7 +366,7 @@ private:
 
     // The link condition: the ends have just the two vertices opposite the edge for neighbours in
     // common.
-    bool keeps_the_surface_whole(const FanRing& ring_a, const FanRing& ring_b) const {
+    bool satisfies_link_condition(const OneRing& ring_a, const OneRing& ring_b) const {
         std::size_t common = 0;
         for (const std::uint32_t e : ring_a) {
             for (const std::uint32_t g : ring_b) {
@@ -368,7 +377,7 @@ private:
     }
 
     // True when a face that stays would turn by 90 degrees or more. Its ring starts with the edge.
-    bool folds_over(const FanRing& ring, Vec3f place) const {
+    bool folds_over(const OneRing& ring, Vec3f place) const {
         const auto at = [&](std::int32_t v) {
             return to_double(field_.mesh.vertices[index(v)].position());
         };
@@ -387,7 +396,7 @@ private:
         return false;
     }
 
-    void collapse(const Choice& choice, Vec3f place, const FanRing& ring_b) {
+    void collapse(const Choice& choice, Vec3f place, const OneRing& ring_b) {
         const std::uint32_t h = choice.half_edge;
         const std::uint32_t back = mesh_.opposites[h];
         const std::int32_t a = origin(h);
@@ -400,8 +409,8 @@ private:
         for (const std::uint32_t e : ring_b) mesh_.triangles[e / 3][e % 3] = a;
         const std::uint32_t survivor = remove_triangle(h);
         remove_triangle(back);
-        std::uint32_t& uses = mesh_.use_counts[index(a)];
-        uses = uses + mesh_.use_counts[index(b)] - 4;
+        std::uint32_t& valence = mesh_.valences[index(a)];
+        valence = valence + mesh_.valences[index(b)] - 4;
         Vertex& vertex = field_.mesh.vertices[index(a)];
         vertex.x = place.x;
         vertex.y = place.y;
@@ -421,7 +430,7 @@ private:
         mesh_.opposites[next] = previous;
         mesh_.opposites[previous] = next;
         const std::int32_t apex = mesh_.apex(h);
-        std::atomic_ref(mesh_.use_counts[index(apex)]).fetch_sub(1, std::memory_order_relaxed);
+        std::atomic_ref(mesh_.valences[index(apex)]).fetch_sub(1, std::memory_order_relaxed);
         const std::size_t t = h / 3;
         mesh_.triangles[t][0] = CollapseMesh::kGone;
         for (std::size_t corner = 0; corner < 3; ++corner) field_.costs[3 * t + corner] = kNever;
@@ -429,7 +438,7 @@ private:
     }
 
     // The removed vertex's wedges become those of the survivor on their side of the edge.
-    void merge_wedges(const Choice& choice, const FanRing& ring_b) {
+    void merge_wedges(const Choice& choice, const OneRing& ring_b) {
         const std::uint32_t h = choice.half_edge;
         const std::uint32_t back = mesh_.opposites[h];
         const std::array<std::uint32_t, 2> at_a = {wedge(h), wedge(next_half_edge(back))};

@@ -1,5 +1,12 @@
+// A level of Loop subdivision in four steps: rows of the corners at each vertex tell its
+// neighbours, whether it lies on a border, and which half-edges belong together; a plan numbers the
+// new vertices, faces and texture records in face order; then all of them are written side by side,
+// and the old vertices move.
+//
 // Notation: half-edge 3 f + c is the side of face f from its corner c to the next one. Positions
 // are computed in single precision, in the order in which faces come: hosts compare results.
+//
+// Source: C. Loop, Smooth subdivision surfaces based on triangles, University of Utah 1987.
 #include "remesh/subdivide.h"
 
 #include <algorithm>
@@ -12,14 +19,13 @@
 #include <utility>
 
 #include "base/parallel.h"
+#include "mesh/compact.h"
+#include "remesh/triangle_half_edges.h"
 
 namespace povmesh {
 namespace {
 
 using HalfEdge = std::uint32_t;
-
-constexpr std::array<std::size_t, 3> kNext = {1, 2, 0};
-constexpr std::array<std::size_t, 3> kPrevious = {2, 0, 1};
 
 // Lengths that vary by more than this share of their mean lower the threshold.
 constexpr double kUneven = 0.35;
@@ -38,10 +44,6 @@ std::size_t index(std::int32_t i) {
 
 HalfEdge half_edge(std::size_t face, std::size_t corner) {
     return static_cast<HalfEdge>(3 * face + corner);
-}
-
-HalfEdge previous_in_face(HalfEdge h) {
-    return h % 3 == 0 ? h + 2 : h - 1;
 }
 
 bool names_vertices(const Face& face, std::size_t vertex_count) {
@@ -68,7 +70,7 @@ double split_threshold(const TriMesh& mesh) {
             double result = 0;
             for (std::size_t c = 0; c < 3; ++c) {
                 result += term(static_cast<double>(edge_length(
-                    mesh.corner_position(face, c), mesh.corner_position(face, kNext[c]))));
+                    mesh.corner_position(face, c), mesh.corner_position(face, next_corner(c)))));
             }
             return result;
         });
@@ -115,8 +117,8 @@ Rings build_rings(const TriMesh& mesh) {
         if (!is_sound(face, vertex_count)) continue;
         for (std::size_t c = 0; c < 3; ++c) {
             std::uint32_t& place = rings.offsets[index(face.vertex[c]) + 1];
-            rings.spokes[place++] = {half_edge(f, c), face.vertex[kNext[c]],
-                                     face.vertex[kPrevious[c]]};
+            rings.spokes[place++] = {half_edge(f, c), face.vertex[next_corner(c)],
+                                     face.vertex[previous_corner(c)]};
         }
     }
     rings.offsets.pop_back();
@@ -190,7 +192,7 @@ private:
             taken |= 1U << i;
             if (found_.twins.empty() || index(spoke.next) < v) continue;
             const HalfEdge out = spoke.half_edge;
-            const HalfEdge in = previous_in_face(row[i].half_edge);
+            const HalfEdge in = previous_half_edge(row[i].half_edge);
             const bool is_split = splits(v, index(spoke.next));
             found_.twins[out] = is_split ? in : kWhole;
             found_.twins[in] = is_split ? out : kWhole;
@@ -201,7 +203,7 @@ private:
     void match_any_row(std::size_t v, std::span<const Spoke> row, std::span<Half> halves) {
         for (std::size_t i = 0; i < row.size(); ++i) {
             halves[2 * i] = {row[i].next, row[i].half_edge};
-            halves[2 * i + 1] = {row[i].previous, previous_in_face(row[i].half_edge)};
+            halves[2 * i + 1] = {row[i].previous, previous_half_edge(row[i].half_edge)};
         }
         std::sort(halves.begin(), halves.end());
         bool is_border = false;
@@ -313,7 +315,7 @@ Plan make_plan(const TriMesh& mesh, const Array<HalfEdge>& twins) {
 
 // Vertex opposite a half-edge in its face.
 Vec3f opposite(const TriMesh& mesh, HalfEdge h) {
-    return mesh.corner_position(mesh.faces[h / 3], kPrevious[h % 3]);
+    return mesh.corner_position(mesh.faces[h / 3], previous_corner(h % 3));
 }
 
 void place_new_vertices(TriMesh& mesh, const Array<HalfEdge>& twins, const Plan& plan) {
@@ -326,10 +328,11 @@ void place_new_vertices(TriMesh& mesh, const Array<HalfEdge>& twins, const Plan&
         for (std::size_t c = 0; c < 3; ++c) {
             const HalfEdge h = half_edge(f, c);
             if (twins[h] == kWhole || twins[h] < h) continue;
-            const Vec3f ends = mesh.corner_position(face, c) + mesh.corner_position(face, kNext[c]);
+            const Vec3f ends =
+                mesh.corner_position(face, c) + mesh.corner_position(face, next_corner(c));
             const Vec3f p = twins[h] == h
                                 ? ends * 0.5F
-                                : ends * 0.375F + (mesh.corner_position(face, kPrevious[c]) +
+                                : ends * 0.375F + (mesh.corner_position(face, previous_corner(c)) +
                                                    opposite(mesh, twins[h])) *
                                                       0.125F;
             const std::int32_t v = plan.new_vertices[h];
@@ -384,7 +387,7 @@ private:
         for (std::size_t c = 0; c < 3; ++c) v[c] = corner(old, c);
         for (std::size_t c = 0; c < 3; ++c) {
             if (!is_split(c)) continue;
-            m[c] = between(v[c], v[kNext[c]], middle[c], uv);
+            m[c] = between(v[c], v[next_corner(c)], middle[c], uv);
             if (uv != kNone) ++uv;
         }
         old.deleted = 1;
@@ -393,18 +396,19 @@ private:
             *out++ = face_of(old.label, a, b, c);
         };
         if (count == 3) {
-            for (std::size_t c = 0; c < 3; ++c) add(v[c], m[c], m[kPrevious[c]]);
+            for (std::size_t c = 0; c < 3; ++c) add(v[c], m[c], m[previous_corner(c)]);
             add(m[0], m[1], m[2]);
         } else if (count == 2) {
             std::size_t c = 0;  // the corner between the split edges
-            while (is_split(kNext[c])) ++c;
-            add(v[c], m[c], m[kPrevious[c]]);
-            add_quad(add, {&m[c], &v[kNext[c]], &v[kPrevious[c]], &m[kPrevious[c]]});
+            while (is_split(next_corner(c))) ++c;
+            add(v[c], m[c], m[previous_corner(c)]);
+            add_quad(add,
+                     {&m[c], &v[next_corner(c)], &v[previous_corner(c)], &m[previous_corner(c)]});
         } else {
             std::size_t c = 0;
             while (!is_split(c)) ++c;
-            add(v[c], m[c], v[kPrevious[c]]);
-            add(m[c], v[kNext[c]], v[kPrevious[c]]);
+            add(v[c], m[c], v[previous_corner(c)]);
+            add(m[c], v[next_corner(c)], v[previous_corner(c)]);
         }
     }
 
@@ -470,6 +474,7 @@ void subdivide(TriMesh& mesh, SubdivideMode mode) {
     const Surroundings found = survey(mesh, mode);
     if (mode != SubdivideMode::Smooth) split_faces(mesh, found);
     move_vertices(mesh, found.moved);
+    compact(mesh);
 }
 
 }  // namespace povmesh

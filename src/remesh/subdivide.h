@@ -14,9 +14,9 @@ enum class SubdivideMode : std::uint32_t {
 };
 
 /// Refines the live faces by one level: vertices move by Loop's vertex rule, split edges get a
-/// vertex by his edge rule, and a face with split edges is marked deleted and replaced by two to
-/// four new ones at the end of the face array. Call `compact` next; what was closed and manifold
-/// stays so, unless two faces had the same three vertices. Uniform subdivision makes four faces of each.
+/// vertex by his edge rule, and a face with split edges is replaced by two to four new ones behind
+/// the others. The mesh is compact afterwards. What was closed and manifold stays so, unless two
+/// faces had the same three vertices. Uniform subdivision makes four faces of each.
 ///
 /// A vertex stays where an odd number of faces holds one of its edges, so open borders keep their
 /// vertices; an open edge is split at its middle. Where more than two faces hold an edge, its new
@@ -29,9 +29,9 @@ enum class SubdivideMode : std::uint32_t {
 /// their edges come up in face order; new faces follow face order, within a face those at its
 /// corners first, and a quadrilateral that remains is cut along its shorter diagonal.
 ///
-/// A face that names a vertex twice, or one that is not there, is left alone. Shells and uses become
-/// empty unless the mode is Smooth. Throws std::length_error, the mesh unchanged, when the face
-/// array would have more than kMaxFaceCount records.
+/// A face that names a vertex twice, or one that is not there, is left out. Throws
+/// std::length_error, the mesh unchanged, when the face array would have more than kMaxFaceCount
+/// records.
 ///
 /// The result is the same bits for any number of threads. Time: linear (n log n in the number of
 /// faces around one vertex). Memory beside the new mesh: 80 bytes a face.

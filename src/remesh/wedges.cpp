@@ -1,3 +1,8 @@
+// Going round each vertex, a corner joins the wedge of the same key, or opens one. Two wedges that
+// follow each other in two unbroken runs make a seam through the vertex.
+//
+// Source: H. Hoppe, New quadric metric for simplifying meshes with appearance attributes, IEEE
+// Visualization 1999, which has the wedges.
 #include "remesh/wedges.h"
 
 #include <algorithm>

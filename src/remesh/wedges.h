@@ -12,14 +12,14 @@
 
 namespace povmesh {
 
-/// The corners at a vertex that carry the same form a wedge. CollapseMesh::wedges names the wedge of
-/// every corner at a vertex that may move.
+/// The corners at a vertex that carry the same form a wedge. CollapseMesh::wedges names the wedge
+/// of every corner at a vertex that may move.
 struct Wedges {
     /// What may become of a vertex: the higher, the less.
     enum Kind : std::uint8_t {
-        Smooth = 0,  // one wedge
-        Seam = 1,  // two, with a seam between them that comes in over one edge and leaves over one
-        Crossing = 2  // anything else
+        Smooth = 0,    // one wedge
+        Seam = 1,      // two; the seam between them comes in over one edge and leaves over one
+        Crossing = 2,  // anything else
     };
 
     struct Wedge {

@@ -1,5 +1,5 @@
-// Every open edge has two ends. Joining each end to one of another open edge at the same vertex leaves
-// nothing but closed and unclosed chains, which are then walked.
+// Every open edge has two ends. Joining each end to one of another open edge at the same vertex
+// leaves nothing but closed and unclosed chains, which are then walked.
 #include "repair/boundary_loops.h"
 
 #include <algorithm>
@@ -11,8 +11,8 @@ namespace {
 
 constexpr std::uint32_t kNone = 0xFFFFFFFF;
 
-// End e of open edge k (in the order of faces) is number 2 k + e; end 0 is where the face's winding enters
-// the edge, end 1 where it leaves.
+// End e of open edge k (in the order of faces) is number 2 k + e; end 0 is where the face's winding
+// enters the edge, end 1 where it leaves.
 class LoopTracer {
 public:
     LoopTracer(const TriMesh& mesh, const EdgeMates& mates) : mesh_(mesh), mates_(mates) {
@@ -60,8 +60,8 @@ private:
         joined_[b] = a;
     }
 
-    // Turns about the vertex of an end, from face to face, and returns the end of the open edge at which
-    // the fan ends on its other side.
+    // Turns about the vertex of an end, from face to face, and returns the end of the open edge at
+    // which the fan ends on its other side.
     std::uint32_t across_fan(std::uint32_t end) const {
         const std::int32_t pivot = end_vertex(end);
         std::size_t face = open_[end / 2] / 3;
@@ -71,13 +71,14 @@ private:
             if (v[0] == v[1] || v[1] == v[2] || v[2] == v[0]) return kNone;
             // The pivot's corner lies between the edges `corner` and `corner - 1`.
             const std::size_t corner = v[0] == pivot ? 0 : v[1] == pivot ? 1 : 2;
-            const std::size_t other = edge == corner ? (corner + 2) % 3 : corner;
+            const std::size_t other = edge == corner ? previous_corner(corner) : corner;
             const EdgeMates::Kind kind = mates_.kind(face, other);
             if (kind == EdgeMates::Kind::NonManifold) return kNone;
             if (kind == EdgeMates::Kind::Open) {
                 return end_number(face * 3 + other, other == corner ? 0 : 1);
             }
-            const std::int32_t far_vertex = v[(other == corner ? corner + 1 : corner + 2) % 3];
+            const std::int32_t far_vertex =
+                v[other == corner ? next_corner(corner) : previous_corner(corner)];
             face = mates_.mate(face, other);
             edge = edge_between(mesh_.faces[face].vertex, pivot, far_vertex);
         }
@@ -87,7 +88,7 @@ private:
                                     std::int32_t b) {
         for (std::size_t edge = 0; edge < 3; ++edge) {
             const std::int32_t from = v[edge];
-            const std::int32_t to = v[(edge + 1) % 3];
+            const std::int32_t to = v[next_corner(edge)];
             if ((from == a && to == b) || (from == b && to == a)) return edge;
         }
         return 0;

@@ -1,3 +1,5 @@
+// Narrow angles by the cosine: corners that are clearly wide are told by squared lengths alone, and
+// the arc cosine that hosts compare with decides the rest.
 #include "repair/degenerate.h"
 
 #include <algorithm>
@@ -56,7 +58,8 @@ bool shares_edge_in_same_direction(const std::array<std::int32_t, 3>& a,
     for (std::size_t i = 0; i < 3; ++i) {
         for (std::size_t j = 0; j < 3; ++j) {
             if (a[i] != b[j]) continue;
-            return a[(i + 1) % 3] == b[(j + 1) % 3] || a[(i + 2) % 3] == b[(j + 2) % 3];
+            return a[next_corner(i)] == b[next_corner(j)] ||
+                   a[previous_corner(i)] == b[previous_corner(j)];
         }
     }
     return false;

@@ -1,3 +1,4 @@
+// One walk a shell (shell_walk.h), whose counts are added up.
 #include "repair/detect.h"
 
 #include "mesh/edge_mates.h"

@@ -1,3 +1,5 @@
+// Faces meet in a hash table under their sorted vertices; the first of a kind stays in it and the
+// others are duplicates.
 #include "repair/duplicates.h"
 
 #include <algorithm>

@@ -1,3 +1,8 @@
+// Minimum-weight triangulation of each rim by dynamic programming: the best filling of the rim from
+// entry i to entry k is the best triangle i, m, k on top of the best fillings of its two halves,
+// where the weight is the sharpest dihedral angle and then the area (Barequet and Sharir 1995,
+// Liepa 2003). Rims that may not be filled are sorted out before: too long ones, and pairs that
+// bound a ring.
 #include "repair/hole_closing.h"
 
 #include <algorithm>
@@ -15,16 +20,16 @@ namespace {
 
 using Loop = std::span<const BoundaryLoops::Entry>;
 
-// Cosine of the largest angle between the normals of two neighbouring faces that counts as a bend and
-// not as a fold, 179 degrees.
+// Cosine of the largest angle between the normals of two neighbouring faces that counts as a bend
+// and not as a fold, 179 degrees.
 constexpr double kFoldCosine = -0.9998476951563913;
 
-// Angles in the same of so many steps of their cosine count as equal, so that rounding does not decide
-// how a flat hole is filled.
-constexpr double kGrains = 1e7;
+// Angles whose cosines round to the same of so many steps count as equal, so that rounding does not
+// decide how a flat hole is filled.
+constexpr double kCosineSteps = 1e7;
 
-// Share of the squared length of the diagonals that counts as area: decides where the area does not, and
-// is too small to prefer a larger surface that matters.
+// Share of the squared length of the diagonals that counts as area: decides where the area does
+// not, and is too small to prefer a larger surface that matters.
 constexpr double kDiagonalShare = 1e-4;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
@@ -119,7 +124,7 @@ public:
 
 private:
     struct Cost {
-        double bend = -kInfinity;  // smallest cosine of a dihedral angle, in grains
+        double bend = -kInfinity;  // smallest cosine of a dihedral angle, in whole steps
         double area = kInfinity;   // with the share of the diagonals
 
         bool is_possible() const { return bend > -kInfinity; }
@@ -141,12 +146,12 @@ private:
         costs_to_[k * n_ + i] = part;
     }
 
-    // The mesh face at the rim edge from entry i on, as a part without triangles. Its normal is taken as
-    // if its winding agreed with the filling.
+    // The mesh face at the rim edge from entry i on, as a part without triangles. Its normal is
+    // taken as if its winding agreed with the filling.
     void set_rim_side(const TriMesh& mesh, Loop rim, std::size_t i) {
         const std::size_t next = (i + 1) % n_;
         const Face& face = mesh.faces[rim[i].face()];
-        std::int32_t third = face.vertex[(rim[i].edge % 3 + 2) % 3];
+        std::int32_t third = face.vertex[previous_corner(rim[i].edge % 3)];
         const Vec3d normal =
             unit_or_zero(cross(points_[i] - points_[next], place(mesh, third) - points_[next]));
         if (next == 0) {
@@ -185,7 +190,7 @@ private:
                 }
                 if (is_whole && !meet(normal, closing_normal_, cosine)) continue;
             }
-            bend = std::min(bend, std::floor(cosine * kGrains + 0.5));
+            bend = std::min(bend, std::floor(cosine * kCosineSteps + 0.5));
             const double plain_area = left.plain_area + right.plain_area + doubled_area / 2;
             area += doubled_area / 2;
             if (!is_whole) area += kDiagonalShare * dot(edge, edge);
@@ -194,8 +199,8 @@ private:
         }
     }
 
-    // Takes the angle between a new triangle and its neighbour into the least cosine; false for a fold. A
-    // neighbour without area says nothing.
+    // Takes the angle between a new triangle and its neighbour into the least cosine; false for a
+    // fold. A neighbour without area says nothing.
     static bool meet(Vec3d normal, Vec3d neighbour, double& least) {
         const double cosine = dot(normal, neighbour);
         if (cosine == 0 && !(dot(neighbour, neighbour) > 0)) return true;
@@ -249,7 +254,8 @@ bool is_inside(const Box3d& box, Vec3d p) {
     return sum <= 1.0;
 }
 
-/// Answers which of many boxes hold a point: a balanced tree over the boxes in the order of their centres.
+/// Answers which of many boxes hold a point: a balanced tree over the boxes in the order of their
+/// centres.
 class BoxTree {
 public:
     explicit BoxTree(std::span<const Box3d> boxes) : boxes_(boxes), order_(boxes.size()) {
@@ -355,7 +361,7 @@ private:
             if (face.deleted != 0) continue;
             for (std::size_t c = 0; c < 3; ++c) {
                 const std::int32_t a = face.vertex[c];
-                const std::int32_t b = face.vertex[(c + 1) % 3];
+                const std::int32_t b = face.vertex[next_corner(c)];
                 if (is_rim[static_cast<std::size_t>(a)] != 0 &&
                     is_rim[static_cast<std::size_t>(b)] != 0) {
                     edges.insert(a, b);
@@ -416,7 +422,8 @@ private:
             set_colour(face, 1, rim, t.b);
             set_colour(face, 2, rim, t.c);
             mesh_.faces.push_back(face);
-            // The triangle's own edge i-k; its two others are those of the triangles below it, or the rim.
+            // The triangle's own edge i-k; its two others are those of the triangles below it, or
+            // the rim.
             edges.insert(face.vertex[0], face.vertex[2]);
         }
         return true;

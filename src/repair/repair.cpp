@@ -1,3 +1,5 @@
+// The stages of a repair, each on the edge table and the shells of the faces that are left: small
+// shells, duplicates, holes, windings. What is deleted stays in place until the last step.
 #include "repair/repair.h"
 
 #include <algorithm>
@@ -124,12 +126,12 @@ private:
             std::size_t turned = 0;
             for (const std::uint32_t face : shell) {
                 if (!walk.is_turned(face)) continue;
-                turn_over(mesh_.faces[face]);
+                reverse_winding(mesh_.faces[face]);
                 ++turned;
             }
             if (is_closed_and_consistent(shell, walk)) {
                 if ((measure(mesh_, shell).volume < 0) != is_cavity[s]) {
-                    for (const std::uint32_t face : shell) turn_over(mesh_.faces[face]);
+                    for (const std::uint32_t face : shell) reverse_winding(mesh_.faces[face]);
                     turned = shell.size() - turned;
                 }
                 if (is_cavity[s]) ++report_.kept_cavities;
@@ -149,7 +151,8 @@ private:
         return tilted;
     }
 
-    // Closed shells that are wound inward, on the whole, inside an odd number of other closed shells.
+    // Closed shells that are wound inward, on the whole, inside an odd number of other closed
+    // shells.
     std::vector<bool> find_cavities() {
         std::vector<bool> is_cavity(mesh_.shells.size(), false);
         if (!options_.keep_cavities) return is_cavity;

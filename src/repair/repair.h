@@ -16,7 +16,8 @@ struct RepairOptions {
     double tiny_area = 1.0;
     // Duplicate faces are removed only from meshes with fewer faces than this.
     std::size_t duplicate_limit = 300000;
-    // A closed shell that is wound inward and lies inside an odd number of other closed shells stays so.
+    // A closed shell that is wound inward and lies inside an odd number of other closed shells
+    // stays so.
     bool keep_cavities = false;
 };
 
@@ -36,11 +37,11 @@ struct RepairReport {
 /// vertices; closes holes of up to 50 edges, unless a face has a label of 0 or more; turns shells
 /// outward; compacts.
 ///
-/// Orientation: the walk of flaw detection, over positions tilted by 6.95011 degrees about the x axis,
-/// so that flat tops have one highest vertex. Its turns are kept when they are at most 1.5 % or at least
-/// 99 % of the shell's faces; in between the shell stays as it was. Then a closed, consistently wound
-/// shell of negative volume is turned over whole (the walk starts at faces that do not look down, and so misses an inside-out
-/// cone that stands on its base).
+/// Orientation: the walk of flaw detection, over positions tilted by 6.95011 degrees about the x
+/// axis, so that flat tops have one highest vertex. Its turns are kept when they are at most 1.5 %
+/// or at least 99 % of the shell's faces; in between the shell stays as it was. Then a closed,
+/// consistently wound shell of negative volume is turned over whole (the walk starts at faces that
+/// do not look down, and so misses an inside-out cone that stands on its base).
 ///
 /// The positions of the input keep their bits. Linear time in the number of faces.
 RepairReport repair(TriMesh& mesh, const RepairOptions& options = {});

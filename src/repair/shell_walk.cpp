@@ -1,3 +1,10 @@
+// A shell's faces are made to agree by a breadth-first search over the dual graph, whose nodes are
+// the faces and whose arcs are the manifold edges: a face that runs along the common edge in the
+// same direction as the one it is reached from is turned. Which side is out is settled at the seed:
+// at a highest vertex the surface has air above it, so the faces around it must look up on the
+// whole.
+//
+// The steps, their order and their thresholds are fixed: hosts compare the counts.
 #include "repair/shell_walk.h"
 
 #include <algorithm>
@@ -212,7 +219,7 @@ bool ShellWalk::examine_edges(std::uint32_t face) {
     for (std::size_t i = 0; i < 3; ++i) kinds[i] = mates_.kind(face, stored_edge(face, i));
     for (std::size_t corner = 0; corner < 3; ++corner) {
         const Kind next = kinds[corner];
-        const Kind previous = kinds[(corner + 2) % 3];
+        const Kind previous = kinds[previous_corner(corner)];
         if (next == Kind::Open || previous == Kind::Open) {
             ++counts_.open_corners;
             set(face, kOpen);

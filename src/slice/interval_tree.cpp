@@ -1,3 +1,7 @@
+// An implicit balanced tree: node k of the doubled places is the middle of those that share its
+// higher bits. Each interval is kept at the highest node within it, once sorted by first place and
+// once by last; a query passes one node per bit and reads a prefix of one list at each. Radix
+// sorting keeps the building linear.
 #include "slice/interval_tree.h"
 
 #include <bit>

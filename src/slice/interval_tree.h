@@ -9,25 +9,25 @@
 
 namespace povmesh {
 
-/// Places from `first` to `last`, both of them in it.
+/// A closed interval of whole numbers ("places"): `first` to `last`, both in it.
 struct PlaceInterval {
     std::uint32_t first, last;
-    std::uint32_t item;  // whose interval it is
+    std::uint32_t item;  // what is found at these places
 };
 
-/// Intervals of the places 0 to place_count - 1, stored so that those at a place are found in time
-/// of their number and the logarithm of the number of places, also where some intervals are long.
+/// Finds the intervals that hold a place, all of them within 0 to place_count - 1.
 ///
-/// Built in linear time; 16 bytes an interval.
+/// A query takes time linear in what it finds and logarithmic in the number of places, however long
+/// the intervals are. Built in linear time; 16 bytes an interval, 8 a place.
 ///
-/// Source: an interval tree (H. Edelsbrunner, Dynamic data structures for orthogonal intersection
-/// queries, 1980) over the bits of the places.
+/// Source: H. Edelsbrunner, Dynamic data structures for orthogonal intersection queries, 1980; here
+/// over the bits of the places, so that no tree is stored.
 class IntervalTree {
 public:
     IntervalTree(std::span<const PlaceInterval> intervals, std::size_t place_count);
 
-    /// Calls visit(item) for each item at a place, in an order that depends on nothing but the
-    /// intervals.
+    /// Calls visit(item) for each interval that holds the place, in an order that depends on
+    /// nothing but the intervals.
     template <typename Visit>
     void for_each(std::size_t place, Visit&& visit) const {
         const std::size_t node_count = offsets_.size() - 1;

@@ -1,3 +1,9 @@
+// Walks along unused edges and cuts a loop off the path each time that it meets itself
+// (Hierholzer's way of tracing circuits, with the circuits kept apart). Paths from nodes of surplus
+// go first: what they leave is balanced at every node and so consists of loops.
+//
+// Source: C. Hierholzer, Ueber die Moeglichkeit, einen Linienzug ohne Wiederholung und ohne
+// Unterbrechung zu umfahren, 1873.
 #include "slice/loops.h"
 
 #include <vector>
@@ -63,8 +69,8 @@ private:
         return i < end_[node(v)];
     }
 
-    // Goes on until it is stuck. Where the path meets itself, a loop is cut off; what is left then is
-    // an open chain.
+    // Goes on until it is stuck. Where the path meets itself, a loop is cut off; what is left then
+    // is an open chain.
     void walk(std::int32_t start) {
         std::int32_t here = start;
         place_on_path_[node(start)] = 0;

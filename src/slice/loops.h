@@ -28,9 +28,9 @@ struct Loops {
 
 enum class Direction { Kept, Ignored };
 
-/// Divides edges into loops; those that lie on open chains are left out. With the directions ignored
-/// an edge may be passed from its end to its start. Where every node has as many edges in as out
-/// (or, with directions ignored, an even number of them), all edges are used.
+/// Divides edges into loops; those that lie on open chains are left out. With the directions
+/// ignored an edge may be passed from its end to its start. Where every node has as many edges in
+/// as out (or, with directions ignored, an even number of them), all edges are used.
 ///
 /// Nodes are numbered from 0 to node_count - 1. Linear time.
 Loops find_loops(std::span<const LoopEdge> edges, std::size_t node_count, Direction direction);

@@ -187,7 +187,8 @@ private:
         }
     }
 
-    // At the lowest point of a loop. The loops that start here too are looked at from left to right.
+    // At the lowest point of a loop. The loops that start here too are looked at from left to
+    // right.
     void look_left(std::uint32_t i) {
         if (!status_.holds(previous(i)) && !status_.holds(i)) return;
         Array<std::uint32_t> chain;  // edges of loops that are not known

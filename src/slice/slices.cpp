@@ -1,3 +1,6 @@
+// Each face that a plane crosses gives a segment from edge to edge of the mesh; equal edges are
+// equal nodes, found by hashing, so that loops are traced by numbers and never by nearness of
+// points. The faces of a plane come from an interval tree over the levels of their corners.
 #include "slice/slices.h"
 
 #include <algorithm>
@@ -157,8 +160,8 @@ struct Chain {
     std::int32_t start, end;
 };
 
-// Divides a forest, which a graph without its loops is, into paths from leaf to leaf. Where segments
-// are passed against their direction more often than along it, the path is turned round.
+// Divides a forest, which a graph without its loops is, into paths from leaf to leaf. Where
+// segments are passed against their direction more often than along it, the path is turned round.
 std::vector<Chain> find_chains(const Segments& segments) {
     const std::size_t node_count = segments.points.size();
     Array<std::uint32_t> next;

@@ -50,9 +50,9 @@ struct SliceLoops {
 
 /// Slices a mesh by planes across an axis.
 ///
-/// A vertex in a plane counts as lying above it: the slice is the limit of those just below, so that
-/// a flat top is part of it and a flat bottom is not. Faces with a coordinate that is not finite are
-/// left out.
+/// A vertex in a plane counts as lying above it: the slice is the limit of those just below, so
+/// that a flat top is part of it and a flat bottom is not. Faces with a coordinate that is not
+/// finite are left out.
 ///
 /// Setting up is linear in vertices and faces, 20 bytes a face and 4 a vertex; slices are then made
 /// one by one, in any order and on any thread, each in time of its own size.
@@ -63,8 +63,8 @@ public:
     /// @param heights  along the axis, ascending, finite
     Slicer(const TriMesh& mesh, std::size_t axis, std::span<const double> heights);
 
-    /// The loops at heights[layer], in coordinates `across_axis`. Where the mesh is closed and wound
-    /// outward they have the material on their left: outer ones turn counterclockwise, holes
+    /// The loops at heights[layer], in coordinates `across_axis`. Where the mesh is closed and
+    /// wound outward they have the material on their left: outer ones turn counterclockwise, holes
     /// clockwise. A loop passes no edge of the mesh twice. Both faces of an edge give the same bits
     /// for the point on it.
     ///

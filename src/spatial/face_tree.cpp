@@ -1,3 +1,5 @@
+// A bounding-volume tree, built from above: a node is divided at the middle of the longest extent
+// of its entries' centres, far down at their median.
 #include "spatial/face_tree.h"
 
 #include <algorithm>

@@ -1,5 +1,6 @@
-// Nearest point of a triangle by its Voronoi regions: C. Ericson, Real-time collision detection,
-// 2005, section 5.1.5.
+// Depth-first search of a bounding-volume tree, the nearer child first, with capsules beside the
+// boxes where faces are long and thin. Nearest point of a triangle by its Voronoi regions: C.
+// Ericson, Real-time collision detection, 2005, section 5.1.5.
 #include "spatial/nearest_face.h"
 
 #include <algorithm>

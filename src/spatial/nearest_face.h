@@ -48,7 +48,8 @@ public:
 
 private:
     /// The points within a distance of a line segment. The boxes of long thin triangles that do not
-    /// lie along the axes are wide, and those around a crowded vertex all overlap; capsules fit.
+    /// lie along the axes are wide, and those around a vertex of high valence all overlap; capsules
+    /// fit.
     struct Capsule {
         Vec3d a, b;
         double radius = 0;

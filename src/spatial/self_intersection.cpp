@@ -1,3 +1,6 @@
+// A tree over the boxes of all faces finds the pairs that come into question; faces around a vertex
+// or an edge of high valence, whose boxes all overlap there, are paired by their directions
+// instead.
 #include "spatial/self_intersection.h"
 
 #include <algorithm>
@@ -26,8 +29,8 @@ public:
     explicit SelfIntersector(const TriMesh& mesh)
         : mesh_(mesh),
           tree_(tree_of_sound_faces(mesh)),
-          hubs_(mesh, tree_.numbers()),
-          hub_of_node_(hubs_.common_vertex_hubs(tree_)) {}
+          high_valence_(mesh, tree_.numbers()),
+          fan_of_node_(high_valence_.common_fans(tree_)) {}
 
     /// The faces that take part, in the order of the tree: neighbours stand near one another, so
     /// that queries in this order find the tree in the cache.
@@ -37,7 +40,7 @@ public:
     template <typename Visit>
     void visit_higher(std::size_t place, Visit&& visit) const {
         const std::uint32_t face = faces()[place];
-        const std::uint32_t hub = hubs_.vertex_hub(face);
+        const std::uint32_t fan = high_valence_.fan(face);
         const Triangle triangle = triangle_of(mesh_, mesh_.faces[face]);
         const auto test = [&](std::uint32_t other) {
             if (other > face &&
@@ -45,7 +48,7 @@ public:
                 visit(other);
             }
         };
-        if (hub == HighValencePairs::kNone) {
+        if (fan == HighValencePairs::kNone) {
             tree_.visit_overlapping(tree_.boxes()[place], [&](std::uint32_t other) {
                 test(other);
                 return false;
@@ -55,18 +58,18 @@ public:
         tree_.visit_overlapping(
             tree_.boxes()[place],
             [&](std::uint32_t other) {
-                if (hubs_.vertex_hub(other) != hub) test(other);
+                if (high_valence_.fan(other) != fan) test(other);
                 return false;
             },
-            [&](std::uint32_t node) { return hub_of_node_[node] == hub; });
-        hubs_.visit_near(face, test);
+            [&](std::uint32_t node) { return fan_of_node_[node] == fan; });
+        high_valence_.visit_near(face, test);
     }
 
 private:
     const TriMesh& mesh_;
     FaceTree tree_;
-    HighValencePairs hubs_;
-    Array<std::uint32_t> hub_of_node_;
+    HighValencePairs high_valence_;
+    Array<std::uint32_t> fan_of_node_;
 };
 
 }  // namespace

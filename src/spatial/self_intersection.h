@@ -29,8 +29,8 @@ struct SelfIntersections {
 /// @param limit  how many pairs are listed at most
 ///
 /// Exact, on all threads, with the same result for any number of them. Time: n log n plus the
-/// number of face pairs whose boxes overlap, of faces around one vertex or edge only those that point
-/// in nearly the same direction. Memory: about 70 bytes a face.
+/// number of face pairs whose boxes overlap, of faces around one vertex or edge only those that
+/// point in nearly the same direction. Memory: about 70 bytes a face.
 SelfIntersections find_self_intersections(const TriMesh& mesh, std::size_t limit);
 
 }  // namespace povmesh

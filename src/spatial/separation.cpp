@@ -1,3 +1,7 @@
+// Two boxed searches, one inside the other: a tree over the boxes of the shells says which shells
+// come into question, and a tree over the faces of each says which faces of two do; whether these
+// meet is decided exactly. What meets is joined in a union-find, and pairs that are joined already
+// are not looked at again.
 #include "spatial/separation.h"
 
 #include <algorithm>
@@ -5,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/union_find.h"
 #include "mesh/shells.h"
 #include "mesh/vertex_welder.h"
 #include "spatial/face_tree.h"
@@ -20,52 +25,27 @@ constexpr float kBoxStart = 1e6F;
 
 constexpr std::uint32_t kNoGroup = 0xFFFFFFFF;
 
-/// Disjoint sets of shells. The lowest shell of a set stands for it.
-class ShellSets {
-public:
-    explicit ShellSets(std::size_t shell_count) : parent_(shell_count) {
-        std::iota(parent_.begin(), parent_.end(), 0U);
-    }
-
-    std::uint32_t find(std::uint32_t shell) {
-        while (parent_[shell] != shell) {
-            parent_[shell] = parent_[parent_[shell]];
-            shell = parent_[shell];
+ShellGroups groups_of(UnionFind& sets) {
+    ShellGroups result;
+    std::vector<std::uint32_t> group_of(sets.size());
+    result.offsets.push_back(0);
+    for (std::uint32_t shell = 0; shell < sets.size(); ++shell) {
+        const std::uint32_t lowest = sets.find(shell);
+        if (lowest == shell) {
+            group_of[shell] = static_cast<std::uint32_t>(result.offsets.size() - 1);
+            result.offsets.push_back(0);
         }
-        return shell;
+        group_of[shell] = group_of[lowest];
+        ++result.offsets[group_of[shell] + 1];
     }
-
-    void unite(std::uint32_t a, std::uint32_t b) {
-        a = find(a);
-        b = find(b);
-        parent_[std::max(a, b)] = std::min(a, b);
+    std::partial_sum(result.offsets.begin(), result.offsets.end(), result.offsets.begin());
+    std::vector<std::uint32_t> place(result.offsets.begin(), result.offsets.end() - 1);
+    result.shells.resize(sets.size());
+    for (std::uint32_t shell = 0; shell < sets.size(); ++shell) {
+        result.shells[place[group_of[shell]]++] = shell;
     }
-
-    ShellGroups groups() {
-        ShellGroups result;
-        std::vector<std::uint32_t> group_of(parent_.size());
-        result.offsets.push_back(0);
-        for (std::uint32_t shell = 0; shell < parent_.size(); ++shell) {
-            const std::uint32_t lowest = find(shell);
-            if (lowest == shell) {
-                group_of[shell] = static_cast<std::uint32_t>(result.offsets.size() - 1);
-                result.offsets.push_back(0);
-            }
-            group_of[shell] = group_of[lowest];
-            ++result.offsets[group_of[shell] + 1];
-        }
-        std::partial_sum(result.offsets.begin(), result.offsets.end(), result.offsets.begin());
-        std::vector<std::uint32_t> place(result.offsets.begin(), result.offsets.end() - 1);
-        result.shells.resize(parent_.size());
-        for (std::uint32_t shell = 0; shell < parent_.size(); ++shell) {
-            result.shells[place[group_of[shell]]++] = shell;
-        }
-        return result;
-    }
-
-private:
-    std::vector<std::uint32_t> parent_;
-};
+    return result;
+}
 
 // In 32-bit floats: the same comparisons as in 64-bit ones, since all values are floats.
 Box3f shell_box(const TriMesh& mesh, std::size_t shell) {
@@ -88,7 +68,7 @@ bool overlap_strictly(const Box3f& a, const Box3f& b) {
 /// Unites the shells that intersect.
 class ShellUniter {
 public:
-    ShellUniter(const TriMesh& mesh, ShellSets& sets)
+    ShellUniter(const TriMesh& mesh, UnionFind& sets)
         : mesh_(mesh), sets_(sets), trees_(mesh, Sampling::AboutTenThousand) {
         boxes_.reserve(mesh.shells.size());
         for (std::size_t shell = 0; shell < mesh.shells.size(); ++shell) {
@@ -126,9 +106,9 @@ private:
     }
 
     // A hundred thousand loose triangles in a heap make billions of pairs. Once most of them are
-    // known to be together, whole branches of the tree need not be looked at: where all shells below
-    // a node are in one set, the node has it. The sets of the nodes are renewed from time to time,
-    // after so many steps that this costs little beside them.
+    // known to be together, whole branches of the tree need not be looked at: where all shells
+    // below a node are in one set, the node has it. The sets of the nodes are renewed from time to
+    // time, after so many steps that this costs little beside them.
     void renew_sets_of_nodes() {
         if (!has_united_ || steps_ < 4 * set_of_node_.size()) return;
         steps_ = 0;
@@ -163,7 +143,7 @@ private:
     }
 
     const TriMesh& mesh_;
-    ShellSets& sets_;
+    UnionFind& sets_;
     ShellTrees trees_;
     Array<Box3f> boxes_;  // of the shells
     FaceTree tree_;       // over them
@@ -275,13 +255,13 @@ private:
 }  // namespace
 
 ShellGroups group_intersecting_shells(const TriMesh& mesh) {
-    ShellSets sets(mesh.shells.size());
+    UnionFind sets(mesh.shells.size());
     ShellUniter(mesh, sets).run();
-    return sets.groups();
+    return groups_of(sets);
 }
 
 ShellGroups group_shells(TriMesh& mesh, const SeparationOptions& options) {
-    ShellSets sets(mesh.shells.size());
+    UnionFind sets(mesh.shells.size());
     ShellUniter(mesh, sets).run();
     if (options.keep_cavities) {
         const std::vector<ShellNesting> nesting = classify_shells(mesh);
@@ -289,7 +269,7 @@ ShellGroups group_shells(TriMesh& mesh, const SeparationOptions& options) {
             if (nesting[shell].is_cavity()) sets.unite(shell, nesting[shell].around);
         }
     }
-    return sets.groups();
+    return groups_of(sets);
 }
 
 void build_parts(TriMesh& mesh, const ShellGroups& groups) {
@@ -301,7 +281,7 @@ void build_parts(TriMesh& mesh, const ShellGroups& groups) {
     mesh.parts = std::move(parts);
 }
 
-void separate_models(TriMesh& mesh, const SeparationOptions& options) {
+void separate_bodies(TriMesh& mesh, const SeparationOptions& options) {
     label_shells(mesh);
     build_parts(mesh, group_shells(mesh, options));
 }

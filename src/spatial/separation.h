@@ -1,4 +1,4 @@
-// Divides a mesh into models: shells that touch or intersect stay together.
+// Divides a mesh into bodies: shells that touch or intersect stay together.
 #pragma once
 
 #include <cstddef>
@@ -45,11 +45,11 @@ ShellGroups group_intersecting_shells(const TriMesh& mesh);
 ShellGroups group_shells(TriMesh& mesh, const SeparationOptions& options);
 
 /// Replaces `mesh.parts` by one mesh a group: the faces of its shells, shell after shell in their
-/// order there, as `build_f` would build them from a soup. Texture coordinates are rounded to 32-bit floats. The mesh
-/// itself stays. Linear time.
+/// order there, as `build_f` would build them from a soup. Texture coordinates are rounded to
+/// 32-bit floats. The mesh itself stays. Linear time.
 void build_parts(TriMesh& mesh, const ShellGroups& groups);
 
 /// Labels the shells, groups them and builds the parts.
-void separate_models(TriMesh& mesh, const SeparationOptions& options = {});
+void separate_bodies(TriMesh& mesh, const SeparationOptions& options = {});
 
 }  // namespace povmesh

@@ -1,3 +1,7 @@
+// A shell lies in another one when a ray along x from one of its corners crosses that one an odd
+// number of times, and the two do not meet. A ray that runs through an edge or a corner is taken as
+// moved by infinitely little (H. Edelsbrunner, E. P. Muecke, Simulation of simplicity, 1990), so
+// that every crossing counts once.
 #include "spatial/shell_nesting.h"
 
 #include <algorithm>
@@ -46,14 +50,14 @@ Point2d along_x(Vec3d p) {
     return {p.y, p.z};
 }
 
-// Whether p lies, as seen along the x axis, inside the triangle: it does when an odd number of edges
-// passes above it. A point on an edge is taken as moved by a little along z, and by far less along
-// y; so the triangles at a common edge or corner agree on who has it.
+// Whether p lies, as seen along the x axis, inside the triangle: it does when an odd number of
+// edges passes above it. A point on an edge is taken as moved by a little along z, and by far less
+// along y; so the triangles at a common edge or corner agree on who has it.
 bool is_seen_inside(const Triangle& t, Vec3d p) {
     bool is_inside = false;
     for (std::size_t i = 0; i < 3; ++i) {
         const Vec3d a = t[i];
-        const Vec3d b = t[(i + 1) % 3];
+        const Vec3d b = t[next_corner(i)];
         if ((a.y <= p.y) == (b.y <= p.y)) continue;
         const Vec3d left = a.y <= p.y ? a : b;
         const Vec3d right = a.y <= p.y ? b : a;

@@ -27,7 +27,7 @@ struct ShellNesting {
 /// is inside its surface and does not meet it except at corners (and edges) that both have in the
 /// same place.
 ///
-/// Exact: inside and outside are told by counting crossings along a ray with exact predicates.
+/// Exact: inside and outside come from counting crossings along a ray with exact predicates.
 /// Makes the uses of the mesh. Time: n log n, and for each pair of a shell whose box lies in that
 /// of another one the logarithm of that shell's size plus the face pairs whose boxes overlap.
 std::vector<ShellNesting> classify_shells(TriMesh& mesh);

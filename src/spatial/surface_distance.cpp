@@ -1,6 +1,6 @@
-// The surface is divided into strips of equal area in face order with one point each, whose place in
-// its triangle comes from the sequence of M. Roberts (The unreasonable effectiveness of
-// quasirandom sequences, 2018): more even than random points, and always the same.
+// The surface is divided into strips of equal area in face order with one point each, whose place
+// in its triangle comes from the sequence of M. Roberts (The unreasonable effectiveness of
+// quasirandom sequences, 2018): more even than random points, and the same in every run.
 #include "spatial/surface_distance.h"
 
 #include <array>
@@ -54,7 +54,7 @@ Array<Vec3d> spread_points(const TriMesh& mesh, std::size_t count) {
             const auto k = static_cast<double>(points.size());
             double u = fraction(k * kStepU);
             double v = fraction(k * kStepV);
-            if (u + v > 1) {  // the other half of the parallelogram, turned over
+            if (u + v > 1) {  // the other half of the parallelogram, mirrored
                 u = 1 - u;
                 v = 1 - v;
             }

@@ -1,3 +1,9 @@
+// Two triangles whose planes cut each other meet where the intervals that they have on the common
+// line overlap, which orientation signs of their corners decide without computing the line; in one
+// plane, where no edge separates them (P. Guigue, O. Devillers 2003). All signs are exact.
+//
+// "Above a plane" means on the side from which the corners of its triangle turn counterclockwise,
+// where orient3d is positive.
 #include "spatial/triangle_intersection.h"
 
 #include <algorithm>
@@ -6,8 +12,6 @@
 
 #include "base/predicates.h"
 
-// Below, "above a plane" means on the side from which the corners of its triangle turn
-// counterclockwise, where orient3d is positive.
 namespace povmesh {
 namespace {
 

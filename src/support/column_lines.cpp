@@ -1,3 +1,6 @@
+// Scan conversion of faces, line by line: which lines of a row pass a face follows from its two
+// edges across the row alone, each rounded by itself, so that neighbouring faces share lines out
+// without gaps or overlaps.
 #include "support/column_lines.h"
 
 #include <algorithm>
@@ -68,9 +71,9 @@ void ColumnLines::find(std::size_t j, double dx, double dy, Array<Crossing>& cro
     });
 }
 
-// Two edges of a face reach across a row, or none, when a vertex on the row counts as above it. Each edge
-// says from which line of the row on it is passed, by its end points alone, lower one first: so the faces
-// on both sides agree, and no line falls between them or counts twice.
+// Two edges of a face reach across a row, or none, when a vertex on the row counts as above it.
+// Each edge says from which line of the row on it is passed, by its end points alone, lower one
+// first: so the faces on both sides agree, and no line falls between them or counts twice.
 void ColumnLines::cross(const Face& face, double x0, double y, Array<Crossing>& crossings) const {
     std::array<Vec3d, 3> p;
     for (std::size_t i = 0; i < 3; ++i) p[i] = points_[static_cast<std::size_t>(face.vertex[i])];

@@ -33,12 +33,12 @@ struct Crossing {
 
 /// Finds crossings row by row.
 ///
-/// A line that meets an edge or a vertex passes through just as many of the faces there as one right
-/// beside it, so that the ways of all crossings of a line add up to 0 where the mesh is closed. Faces
-/// with a coordinate that is not finite are left out.
+/// A line that meets an edge or a vertex passes through just as many of the faces there as one
+/// right beside it, so that the ways of all crossings of a line add up to 0 where the mesh is
+/// closed. Faces with a coordinate that is not finite are left out.
 ///
-/// Setting up takes time linear in faces and the rows that they reach, 4 bytes for each of those and 24 a
-/// vertex. Rows may be asked for at the same time.
+/// Setting up takes time linear in faces and the rows that they reach, 4 bytes for each of those
+/// and 24 a vertex. Rows may be asked for at the same time.
 class ColumnLines {
 public:
     /// @param mesh  outlives the lines. @param origin  model coordinates of the lattice's zero.

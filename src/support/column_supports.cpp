@@ -1,3 +1,5 @@
+// Voxels as wide as the columns' spacing tell where something hangs over and how far down the space
+// below it is free; lines through the surface then tell where a column fits and where it ends.
 #include "support/column_supports.h"
 
 #include <algorithm>
@@ -11,7 +13,6 @@
 #include "support/gap_search.h"
 #include "support/undersides.h"
 #include "voxel/passes.h"
-#include "voxel/surface.h"
 #include "voxel/voxelise.h"
 
 namespace povmesh {
@@ -54,13 +55,13 @@ double column_half_side(double spacing) {
 Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, RunContext& run) {
     Array<Column> columns;
     const auto edge = static_cast<float>(options.spacing);
-    const VoxelSettings settings{{edge, edge, kLayerHeight}, false, true};
+    const VoxelSettings settings{{edge, edge, kLayerHeight}, true};
     if (!is_voxel_size(settings.size) || !std::isfinite(options.plate)) return columns;
     const auto threshold = saturate_to<std::int8_t>(90 - options.angle);
 
     VoxelGrid grid = voxelise(mesh, settings, run);
-    form_surface(grid, run);
-    mark_faces(grid, run);
+    mark_exposed_sides(grid, kSurfaceLine, run);
+    mark_exposed_sides(grid, kFacesLine, run);
     fill_rows(grid, FillColour::White);
     const Undersides undersides = fit_to_columns(grid, mesh, column_half_side(options.spacing));
     drop_grain(grid, undersides, clamped_angle(threshold));

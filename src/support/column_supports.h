@@ -21,37 +21,37 @@ struct ColumnOptions {
     double spacing = 3;  // of the columns along x and y, model units
     double angle = 45;   // degrees from upright: surfaces that lean out more are overhangs
     double plate = 0;    // height of the build plate
-    // Ends columns where their axis meets the surface. Otherwise they reach 2 units into the model at
-    // both ends, as hosts have always got them.
+    // Ends columns where their axis meets the surface. Otherwise they reach 2 units into the model
+    // at both ends, which hosts rely on.
     bool ends_at_surface = true;
 };
 
-/// From the axis of a column to its edges: 0.2 less than half the spacing, so that neighbours stay apart. 0
-/// or less for a narrow spacing: such columns have no body.
+/// From the axis of a column to its edges: 0.2 less than half the spacing, so that neighbours stay
+/// apart. 0 or less for a narrow spacing: such columns have no body.
 double column_radius(double spacing);
 
 /// Half the side of the cross-section; never below 0.
 double column_half_side(double spacing);
 
-/// Finds columns below everything that hangs over, down to the plate or the model below. None stands
-/// where its cross-section would pass through the model.
+/// Finds columns below everything that hangs over, down to the plate or the model below. None
+/// stands where its cross-section would pass through the model.
 ///
-/// The model becomes voxels as wide as the spacing and 1 unit high, and of each column of voxels the
-/// gaps below overhangs are searched (`find_gaps`); overhangs that are grain of the voxels get none
-/// (`drop_grain`). A column begins 2 units into the overhang and ends 2 units into the model below,
-/// seen from the voxels, or at the plate; with `ends_at_surface` it is cut off where its axis meets the
-/// surface.
+/// The model becomes voxels as wide as the spacing and 1 unit high, and of each column of voxels
+/// the gaps below overhangs are searched (`find_gaps`); overhangs that are grain of the voxels get
+/// none (`drop_grain`). A column begins 2 units into the overhang and ends 2 units into the model
+/// below, seen from the voxels, or at the plate; with `ends_at_surface` it is cut off where its
+/// axis meets the surface.
 ///
-/// Columns stand on the centres of the voxels, ordered by x, then y, then from above to below. Models
-/// that need more than 792 voxels along x or y get a wider spacing. A spacing that is not above 0, or options
-/// that are not finite, give no column.
+/// Columns stand on the centres of the voxels, ordered by x, then y, then from above to below.
+/// Models that need more than 792 voxels along x or y get a wider spacing. A spacing that is not
+/// above 0, or options that are not finite, give no column.
 ///
 /// Log: what `voxelise` tells.
 Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, RunContext& run);
 
-/// Appends each column as a closed square tube of 16 faces, white and wound outward. Corners lie on the
-/// diagonals, `radius` from the axis; the ends are pyramids of 0.001 units. A radius of 0 or less, or
-/// one that is not a number, appends nothing.
+/// Appends each column as a closed square tube of 16 faces, white and wound outward. Corners lie on
+/// the diagonals, `radius` from the axis; the ends are pyramids of 0.001 units. A radius of 0 or
+/// less, or one that is not a number, appends nothing.
 void add_tubes(TriMesh& mesh, std::span<const Column> columns, double radius);
 
 }  // namespace povmesh

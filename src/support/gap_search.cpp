@@ -1,3 +1,5 @@
+// Sweeps the layers of voxels from above, a word of 64 columns at a time: a gap opens below a voxel
+// that hangs over and closes at the next voxel of its column or at the floor.
 #include "support/gap_search.h"
 
 #include <algorithm>
@@ -17,7 +19,7 @@ constexpr std::int8_t kWall = 75;
 // Layers above the floor at which a gap ends.
 constexpr double kAboveFloor = 2.5;
 
-constexpr auto kBottom = static_cast<std::size_t>(Side::Bottom);
+constexpr auto kBottom = static_cast<std::size_t>(voxel::Side::Bottom);
 
 struct FoundGap {
     std::size_t column;  // in the rows of a layer
@@ -54,13 +56,13 @@ IndexBox occupied_box(const VoxelGrid& grid) {
 
 class GapSearch {
 public:
-    GapSearch(const VoxelGrid& grid, std::int8_t threshold, double plate, const IndexBox& voxels)
+    GapSearch(const VoxelGrid& grid, std::int8_t threshold, double plate)
         : grid_(grid),
           threshold_(clamped_angle(threshold)),
           origin_z_(double{grid.origin().z}),
           layer_height_(double{grid.settings().size.z}),
           layers_(std::max(saturate_to<std::int32_t>(kLeastGap / layer_height_ + 0.5), 1)) {
-        floor_ = grid.settings().is_solid ? height(voxels.low.z) : plate;
+        floor_ = plate;
         last_layer_ = saturate_to<std::int32_t>(
             std::floor((floor_ - origin_z_) / layer_height_ - kAboveFloor));
         open_.assign(grid.words_per_layer(), 0);
@@ -152,7 +154,7 @@ GapGrid find_gaps(const VoxelGrid& grid, std::int8_t threshold, double plate) {
     result.low_y = voxels.low.y;
     result.count_x = static_cast<std::size_t>(std::int64_t{voxels.high.x} - voxels.low.x + 1);
     result.count_y = static_cast<std::size_t>(std::int64_t{voxels.high.y} - voxels.low.y + 1);
-    const Array<FoundGap> found = GapSearch(grid, threshold, plate, voxels).run();
+    const Array<FoundGap> found = GapSearch(grid, threshold, plate).run();
 
     const auto place = [&](std::size_t column) {
         const VoxelIndex at = grid.index_of(column);  // in the lowest layer

@@ -18,8 +18,8 @@ struct Gap {
     std::int32_t seed = 0;  // layer of the overhanging voxel
 };
 
-/// The gaps of each column of voxels, from above to below. Column (i, j) has the voxels i and j places
-/// beyond `low_x` and `low_y`.
+/// The gaps of each column of voxels, from above to below. Column (i, j) has the voxels i and j
+/// places beyond `low_x` and `low_y`.
 struct GapGrid {
     std::int32_t low_x = 0;  // of the voxels that there are
     std::int32_t low_y = 0;
@@ -34,14 +34,14 @@ struct GapGrid {
     }
 };
 
-/// The steepest normal angle that `find_gaps` takes for an overhang: a threshold below 0 counts as 0,
-/// one above 90 is mirrored at 90.
+/// The steepest normal angle that `find_gaps` takes for an overhang: a threshold below 0 counts as
+/// 0, one above 90 is mirrored at 90.
 std::int8_t clamped_angle(std::int8_t threshold);
 
-/// A voxel is an overhang when its lower side is exposed, its normal angle is at most the threshold (in whole
-/// degrees, see `clamped_angle`), it lies more than 4 units above the floor and the place 4 units below
-/// it is empty. The gap below goes down to the next voxel or the floor; it must be longer than 4
-/// units. Below walls (more than 75 degrees) it begins one layer lower.
+/// A voxel is an overhang when its lower side is exposed, its normal angle is at most the threshold
+/// (in whole degrees, see `clamped_angle`), it lies more than 4 units above the floor and the place
+/// 4 units below it is empty. The gap below goes down to the next voxel or the floor; it must be
+/// longer than 4 units. Below walls (more than 75 degrees) it begins one layer lower.
 ///
 /// @param grid  with angles and face flags
 /// @param plate  height of the floor, model coordinates; that of a solid grid is its lowest voxel

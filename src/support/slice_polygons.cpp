@@ -1,3 +1,9 @@
+// Squares of columns minus the outline of the model grown by a distance, layer by layer. A tree
+// over the squares finds those that an edge of the outline comes near to; only these are clipped,
+// each against the part of the outline within its reach. Growing and clipping is done by a polygon
+// library in whole numbers.
+//
+// Source: B. R. Vatti, A generic solution to polygon clipping, 1992.
 #include "support/slice_polygons.h"
 
 #include <algorithm>
@@ -38,8 +44,8 @@ Box2 grown(const Box2& box, double by) {
 }
 
 // The part of a loop within a box, as a loop that goes along the border of the box where it was
-// outside: points inside keep their winding number. (I. Sutherland, G. Hodgman, Reentrant polygon clipping,
-// 1974)
+// outside: points inside keep their winding number. (I. Sutherland, G. Hodgman, Reentrant polygon
+// clipping, 1974)
 class LoopCrop {
 public:
     const Array<Point2d>& operator()(std::span<const Point2d> loop, const Box2& box) {
@@ -217,7 +223,8 @@ private:
         }
     }
 
-    // Where columns overlap, all of a layer go into one sum; not when they lie too far apart for that.
+    // Where columns overlap, all of a layer go into one sum; not when they lie too far apart for
+    // that.
     bool clip_together() {
         Box2 box = square(active_.front());
         for (const std::uint32_t column : active_) {

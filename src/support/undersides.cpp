@@ -1,3 +1,6 @@
+// Follows nine lines of each column of voxels through the surface, counting how often they are
+// inside. What a line is inside of becomes a run of voxels; the lower end of each run is an
+// underside.
 #include "support/undersides.h"
 
 #include <algorithm>
@@ -15,7 +18,7 @@ namespace povmesh {
 namespace {
 
 constexpr float kNoFloor = std::numeric_limits<float>::lowest();
-// Hosts have always got angles by this value.
+// Hosts rely on angles by this value.
 constexpr double kPi = 3.1415926;
 constexpr std::size_t kLines = 9;
 constexpr std::size_t kAxis = 0;
@@ -187,7 +190,6 @@ private:
             if (gone != 0) grid_.remove(word, gone);
         }
         grid_.recount();
-        grid_.outside_is_valid = grid_.faces_are_valid = false;
     }
 
     VoxelGrid& grid_;
@@ -210,7 +212,7 @@ bool is_before(const Underside& a, VoxelIndex b) {
 class SeedTable {
 public:
     SeedTable(const VoxelGrid& grid, const Undersides& undersides, std::int8_t threshold) {
-        constexpr std::size_t kBottom = static_cast<std::size_t>(Side::Bottom);
+        constexpr std::size_t kBottom = static_cast<std::size_t>(voxel::Side::Bottom);
         for (const Underside& underside : undersides.all) {
             const VoxelIndex at = {underside.x, underside.y, underside.layer};
             if (!grid.contains(at)) continue;
@@ -223,7 +225,8 @@ public:
 
     const Array<Underside>& all() const { return seeds_.all; }
 
-    // Calls `visit(seed)` for those in the eight columns around whose layers are `reach` away at most.
+    // Calls `visit(seed)` for those in the eight columns around whose layers are `reach` away at
+    // most.
     template <typename Visit>
     void for_each_beside(const Underside& seed, std::int64_t reach, Visit&& visit) const {
         const auto low = saturate(std::int64_t{seed.layer} - reach);

@@ -1,3 +1,7 @@
+// An exact Euclidean distance transform, separable by axes (see distance.h for the sources). Along
+// x a scan gives the distance in the row; along y and z the squared distance is the lower envelope
+// of parabolas over the column, found with a stack of sites. All is in whole numbers, cut off at
+// the limit, and works on blocks of 64 columns at a time.
 #include "voxel/distance.h"
 
 #include <algorithm>
@@ -12,8 +16,8 @@ using Words = VoxelGrid::Words;
 // Columns that are transformed together: the cells of a word.
 constexpr std::size_t kBlock = 64;
 
-// Squared distances of one column of cells, from those in the planes across it. Values are the limit where
-// they are at least that.
+// Squared distances of one column of cells, from those in the planes across it. Values are the
+// limit where they are at least that.
 template <typename Value>
 class Column {
 public:
@@ -23,8 +27,8 @@ public:
         sites_.reserve(length);
     }
 
-    // Element i lies at values[i * kBlock]. A cell of distance 0 hides all that lie behind it, so the
-    // cells between two of them are on their own.
+    // Element i lies at values[i * kBlock]. A cell of distance 0 hides all that lie behind it, so
+    // the cells between two of them are on their own.
     void transform(Value* values) {
         std::size_t zero = 0;  // the first of a column is one, in the margin
         bool has_sites = false;

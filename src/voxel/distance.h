@@ -17,8 +17,8 @@ namespace povmesh {
 /// the limit are left open. Time: linear in the number of cells. Memory: 2 bytes a cell, 4 from a
 /// limit of 255 voxels on.
 ///
-/// Source: A. Meijster et al., A general algorithm for computing distance transforms in linear time,
-/// 2000; P. Felzenszwalb, D. Huttenlocher, Distance transforms of sampled functions, 2012.
+/// Source: A. Meijster et al., A general algorithm for computing distance transforms in linear
+/// time, 2000; P. Felzenszwalb, D. Huttenlocher, Distance transforms of sampled functions, 2012.
 VoxelGrid::Words cells_within(const VoxelGrid& grid, const VoxelGrid::Words& from,
                               std::int64_t squared_limit);
 

@@ -1,3 +1,7 @@
+// Surface voxelisation by point sampling: for every face the grid points of its box are tested
+// against its plane (a slab of half a voxel's diagonal) and against its area (the three triangles
+// that the projected point spans with the edges). The test is linear in the point, so the slab and
+// the edges bound the walk to the points that can pass.
 #include "voxel/form_voxels.h"
 
 #include <algorithm>
@@ -18,9 +22,9 @@ namespace {
 using Cell3 = std::array<std::int64_t, 3>;
 using Point = std::array<double, 3>;
 
-// A normal, unscaled, that is shorter counts as none.
+// A shorter normal, unscaled, has no direction to go by.
 constexpr double kLeastNormal = 0.001;
-// Hosts have always got angles by this value.
+// Hosts rely on angles by this value.
 constexpr double kPi = 3.1415926;
 
 Point components(Vec3d v) {
@@ -92,6 +96,7 @@ class FaceSampler {
 public:
     FaceSampler(VoxelGrid& grid, bool with_colours)
         : grid_(grid),
+          occupied_(grid.edit_occupied()),
           edge_(components(to_double(grid.settings().size))),
           largest_edge_(*std::max_element(edge_.begin(), edge_.end())),
           tolerance_(static_cast<double>(grid.plane_tolerance())),
@@ -152,7 +157,7 @@ private:
         longest_edge_ = 0;
         double farthest = 0;
         for (std::size_t i = 0; i < 3; ++i) {
-            const Vec3d u = corners[(i + 1) % 3] - corners[i];
+            const Vec3d u = corners[next_corner(i)] - corners[i];
             if (length(u) > longest_edge_) {
                 longest_edge_ = length(u);
                 longest_ = i;
@@ -169,7 +174,7 @@ private:
     void mark(const Cell3& k) {
         const auto cell =
             static_cast<std::size_t>(zero_cell_ + k[0] + k[1] * strides_[1] + k[2] * strides_[2]);
-        grid_.occupied()[cell / 64] |= std::uint64_t{1} << (cell % 64);
+        occupied_[cell / 64] |= std::uint64_t{1} << (cell % 64);
         if (with_colours_) grid_.set_colour(cell, colour_);
         if (with_angles_) grid_.set_angle(cell, angle_);
     }
@@ -192,7 +197,7 @@ private:
         const Vec3d q = p - unit_normal_ * distance;
         double sum = 0;
         for (std::size_t i = 0; i < 3; ++i) {
-            sum += length(cross(corners_[i] - q, corners_[(i + 1) % 3] - q));
+            sum += length(cross(corners_[i] - q, corners_[next_corner(i)] - q));
             if (!(sum < reference_)) return false;
         }
         return true;
@@ -212,9 +217,10 @@ private:
         return is_accepted_exactly(p, distance);
     }
 
-    // Only the grid points within a slab around the plane can pass, and of those only the ones that are
-    // not too far beyond an edge. Along the axis that the plane is steepest to, the slab is a few cells
-    // thick; the other two axes are walked over the face, whose borders bound the inner one.
+    // Only the grid points within a slab around the plane can pass, and of those only the ones that
+    // are not too far beyond an edge. Along the axis that the plane is steepest to, the slab is a
+    // few cells thick; the other two axes are walked over the face, whose borders bound the inner
+    // one.
     void mark_near_plane() {
         const Point n = components(unit_normal_);
         std::size_t w = 0;
@@ -274,8 +280,8 @@ private:
         }
     }
 
-    // A face without a normal has no plane. The areas with its longest edge keep the points within a
-    // tube about that edge.
+    // A face without a normal has no plane. The areas with its longest edge keep the points within
+    // a tube about that edge.
     void mark_along_longest_edge() {
         const Vec3d a = corners_[longest_];
         const Vec3d direction = corners_[(longest_ + 1) % 3] - a;
@@ -317,6 +323,7 @@ private:
     static constexpr double kSlack = 1e-6;
 
     VoxelGrid& grid_;
+    VoxelGrid::Words& occupied_;
     Point edge_;
     double largest_edge_;
     double tolerance_;

@@ -19,13 +19,13 @@ ModelBox model_box(const TriMesh& mesh);
 bool is_voxel_size(Vec3f size);
 
 /// The size raised, all edges by the same factor, until a grid over the model fits: at most 792
-/// cells along x and y, which the keys can tell apart, and 2^30 cells in all. A size that fits, or is
-/// none, comes back as it is.
+/// cells along x and y, which the keys can tell apart, and 2^30 cells in all. A size that fits, or
+/// that is not positive or not finite, comes back as it is.
 Vec3f fitting_size(const ModelBox& model, Vec3f size);
 
 /// Makes a grid over a mesh, with a voxel wherever the surface passes; its origin is the centre of
-/// the mesh. A size that is none gives no voxel; one that is too small is raised, see `fitting_size`,
-/// with a caution in the log.
+/// the mesh. A size that is not positive or not finite gives no voxel; one that is too small is
+/// raised, see `fitting_size`, with a caution in the log.
 ///
 /// Each face is sampled at the grid points around it. One that is smaller than a voxel along all
 /// axes takes every grid point of its box, rounded outward from one half. A larger one takes those
@@ -37,7 +37,8 @@ Vec3f fitting_size(const ModelBox& model, Vec3f size);
 /// last.
 ///
 /// Afterwards the outside of the mesh is known, see `find_outside`. If a flood from outside gets
-/// inside through a hole of the mesh, it is closed by voxels where it is no wider than four of them.
+/// inside through a hole of the mesh, it is closed by voxels where it is no wider than four of
+/// them.
 ///
 /// Faces with a coordinate that is not finite are left out. Time: linear in the number of faces,
 /// of grid points near them and of grid rows.

@@ -1,11 +1,15 @@
+// Flood fill by connected components of runs: empty cells of a row are joined into runs, runs of
+// neighbouring rows that overlap are united (union-find), and the component of the margin is
+// outside. Other components are told by winding numbers, from the signed crossings of each row with
+// the faces; the test of a crossing is exact (orient2d) and half-open at vertices.
 #include "voxel/outside.h"
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 
 #include "base/convert.h"
 #include "base/predicates.h"
+#include "base/union_find.h"
 
 namespace povmesh {
 namespace {
@@ -13,9 +17,6 @@ namespace {
 using Words = VoxelGrid::Words;
 
 constexpr int kBarrierLayers = 2;
-
-constexpr std::array kSides = {Side::Top,    Side::Right, Side::Back,
-                               Side::Bottom, Side::Left,  Side::Front};
 
 // Empty cells between voxels of a row, numbered as the bits of the row, `end` excluded.
 struct Run {
@@ -74,13 +75,13 @@ public:
     }
 
     /// The region beyond the box is 0; every other one is known by its first run.
-    std::uint32_t region_of(std::uint32_t run) const { return root_[run]; }
+    std::uint32_t region_of(std::uint32_t run) const { return first_[run]; }
     std::uint32_t run_count() const { return static_cast<std::uint32_t>(runs_.size()); }
     const Run& run(std::uint32_t number) const { return runs_[number]; }
     std::uint32_t first_of_row(std::size_t row) const { return offsets_[row]; }
 
-    /// The run of a row that holds, or comes next after, the place of a crossing: of the cells from it on,
-    /// the crossing lies to the left.
+    /// The run of a row that holds, or comes next after, the place of a crossing: of the cells from
+    /// it on, the crossing lies to the left.
     std::uint32_t first_right_of(std::size_t row, double place) const {
         const auto begin = runs_.begin() + offsets_[row];
         const auto end = runs_.begin() + offsets_[row + 1];
@@ -96,7 +97,7 @@ public:
         for (std::size_t row = 0; row + 1 < offsets_.size(); ++row) {
             std::uint64_t* words = bits.data() + row * grid_.words_per_row();
             for (std::uint32_t r = offsets_[row]; r < offsets_[row + 1]; ++r) {
-                if (is_chosen(root_[r])) set_bits(words, runs_[r].begin, runs_[r].end);
+                if (is_chosen(first_[r])) set_bits(words, runs_[r].begin, runs_[r].end);
             }
         }
     }
@@ -118,42 +119,31 @@ private:
     }
 
     void join() {
-        root_.resize(runs_.size());
-        std::iota(root_.begin(), root_.end(), 0U);
+        UnionFind regions(runs_.size());
         const std::size_t per_layer = grid_.rows_per_layer();
         for (std::size_t row = 0; row < grid_.row_count(); ++row) {
-            if (row % per_layer + 1 < per_layer) join_rows(row, row + 1);
-            if (row + per_layer < grid_.row_count()) join_rows(row, row + per_layer);
+            if (row % per_layer + 1 < per_layer) join_rows(regions, row, row + 1);
+            if (row + per_layer < grid_.row_count()) join_rows(regions, row, row + per_layer);
         }
-        // A root is the lowest run of its region, so one pass settles all.
-        for (std::uint32_t r = 0; r < root_.size(); ++r) root_[r] = root_[root_[r]];
+        first_.resize(runs_.size());
+        for (std::uint32_t r = 0; r < first_.size(); ++r) first_[r] = regions.find(r);
     }
 
-    void join_rows(std::size_t a, std::size_t b) {
+    void join_rows(UnionFind& regions, std::size_t a, std::size_t b) const {
         std::uint32_t i = offsets_[a];
         std::uint32_t j = offsets_[b];
         while (i < offsets_[a + 1] && j < offsets_[b + 1]) {
-            if (runs_[i].begin < runs_[j].end && runs_[j].begin < runs_[i].end) unite(i, j);
+            if (runs_[i].begin < runs_[j].end && runs_[j].begin < runs_[i].end) {
+                regions.unite(i, j);
+            }
             runs_[i].end < runs_[j].end ? ++i : ++j;
         }
-    }
-
-    std::uint32_t find(std::uint32_t run) {
-        while (root_[run] != run) run = root_[run] = root_[root_[run]];
-        return run;
-    }
-
-    void unite(std::uint32_t i, std::uint32_t j) {
-        if (root_[i] == root_[j]) return;
-        const std::uint32_t a = find(i);
-        const std::uint32_t b = find(j);
-        root_[std::max(a, b)] = std::min(a, b);
     }
 
     const VoxelGrid& grid_;
     Array<std::uint32_t> offsets_;  // by row
     Array<Run> runs_;
-    Array<std::uint32_t> root_;
+    Array<std::uint32_t> first_;  // by run: the first one of its region
 };
 
 // Twice the winding number of every run: what the rays to the left and to the right tell.
@@ -183,14 +173,14 @@ public:
     std::int32_t doubled_of(std::uint32_t run) const { return doubled_[run]; }
 
 private:
-    // The winding of the projected face about (y, z): 1, 0 or -1. An edge counts where it passes the
-    // height of the point, its lower end included, strictly on one side; seen the other way round
-    // it counts the opposite, so the faces of a closed mesh add up to whole turns.
+    // The winding of the projected face about (y, z): 1, 0 or -1. An edge counts where it passes
+    // the height of the point, its lower end included, strictly on one side; seen the other way
+    // round it counts the opposite, so the faces of a closed mesh add up to whole turns.
     static int winding(const std::array<Point2d, 3>& c, Point2d p) {
         int turns = 0;
         for (std::size_t i = 0; i < 3; ++i) {
             const Point2d a = c[i];
-            const Point2d b = c[(i + 1) % 3];
+            const Point2d b = c[next_corner(i)];
             if (a.y <= p.y && b.y > p.y) {
                 if (orient2d(a, b, p) > 0) ++turns;
             } else if (b.y <= p.y && a.y > p.y) {
@@ -217,7 +207,7 @@ private:
             const double z = static_cast<double>(kz) * size_z_;
             double low = box.high.y;
             double high = box.low.y;
-            for (std::size_t i = 0; i < 3; ++i) clip(flat[i], flat[(i + 1) % 3], z, low, high);
+            for (std::size_t i = 0; i < 3; ++i) clip(flat[i], flat[next_corner(i)], z, low, high);
             const auto from =
                 saturate_to<std::int64_t>(std::max(first_y, std::ceil(low / size_y_ - kSlack)));
             const auto to =
@@ -271,7 +261,7 @@ private:
 Words dilated(const VoxelGrid& grid, const Words& bits) {
     Words wider = bits;
     grid.for_each_word([&](std::size_t word) {
-        for (const Side side : kSides) wider[word] |= grid.beyond(bits, word, side);
+        for (const voxel::Side side : voxel::kSides) wider[word] |= grid.beyond(bits, word, side);
     });
     return wider;
 }
@@ -325,7 +315,7 @@ bool flood_with_barrier(VoxelGrid& grid, const RelativeFaces& faces) {
     const Regions regions(grid, barrier);
     const Flood result = flood(regions, Windings(grid, faces, regions));
     if (result.leaks) return false;
-    Words& outside = grid.outside();
+    Words& outside = grid.edit_outside();
     regions.write(outside, [&](std::uint32_t region) { return result.is_outside[region] != 0; });
     for (int layer = 0; layer < kBarrierLayers; ++layer) {
         Words advanced = dilated(grid, outside);
@@ -346,31 +336,32 @@ bool flood_with_barrier(VoxelGrid& grid, const RelativeFaces& faces) {
 
 void find_outside(VoxelGrid& grid, const RelativeFaces& faces) {
     if (grid.word_count() == 0) return;
-    grid.remembers_outside = true;
-    grid.outside_is_valid = true;
-    grid.faces_are_valid = false;
+    grid.remember_outside();
     const Regions regions(grid, grid.occupied());
     const Flood result = flood(regions, Windings(grid, faces, regions));
-    if (result.leaks && flood_with_barrier(grid, faces)) return;
-    regions.write(grid.outside(),
-                  [&](std::uint32_t region) { return result.is_outside[region] != 0; });
+    if (!(result.leaks && flood_with_barrier(grid, faces))) {
+        regions.write(grid.edit_outside(),
+                      [&](std::uint32_t region) { return result.is_outside[region] != 0; });
+    }
+    grid.confirm_outside();
 }
 
 void refresh_outside(VoxelGrid& grid) {
-    if (grid.outside_is_valid || grid.word_count() == 0) return;
-    grid.outside_is_valid = true;
+    if (grid.is_outside_known() || grid.word_count() == 0) return;
     const Regions regions(grid, grid.occupied());
     Array<std::uint8_t> is_outside;
     is_outside.assign(regions.run_count(), 0);
     is_outside[0] = 1;
-    for (std::size_t row = 0; grid.remembers_outside && row < grid.row_count(); ++row) {
+    for (std::size_t row = 0; grid.remembers_outside() && row < grid.row_count(); ++row) {
         const std::uint64_t* known = grid.outside().data() + row * grid.words_per_row();
         for (std::uint32_t r = regions.first_of_row(row); r < regions.first_of_row(row + 1); ++r) {
             std::uint8_t& chosen = is_outside[regions.region_of(r)];
             if (chosen == 0 && any_bit(known, regions.run(r).begin, regions.run(r).end)) chosen = 1;
         }
     }
-    regions.write(grid.outside(), [&](std::uint32_t region) { return is_outside[region] != 0; });
+    regions.write(grid.edit_outside(),
+                  [&](std::uint32_t region) { return is_outside[region] != 0; });
+    grid.confirm_outside();
 }
 
 }  // namespace povmesh

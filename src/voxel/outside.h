@@ -8,12 +8,12 @@ namespace povmesh {
 
 /// Finds the outside of a grid whose voxels were formed along the surface of these faces.
 ///
-/// Outside is every empty cell that a flood through the sides of empty cells reaches from beyond the
-/// box. So is an enclosed region whose winding number rounds to 0: a cavity that is wound inward stays
-/// hollow. When the flood gets to cells with a winding number of 1 or more, the surface leaks. Then
-/// the flood is done again with the voxels thickened by two layers as its barrier, and advanced by
-/// two layers; if that helped, voxels are added where it stands against cells inside, so that the
-/// hole is closed. If it leaks still, the plain flood stands.
+/// Outside is every empty cell that a flood through the sides of empty cells reaches from beyond
+/// the box. So is an enclosed region whose winding number rounds to 0: a cavity that is wound
+/// inward stays hollow. When the flood gets to cells with a winding number of 1 or more, the
+/// surface leaks. Then the flood is done again with the voxels thickened by two layers as its
+/// barrier, and advanced by two layers; if that helped, voxels are added where it stands against
+/// cells inside, so that the hole is closed. If it leaks still, the plain flood stands.
 ///
 /// The winding number of a cell is the mean of what the rays from it along x, in both directions,
 /// tell; of a region, the mean of its cells. Rays are exact: faces at a common edge agree which of

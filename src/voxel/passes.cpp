@@ -1,3 +1,7 @@
+// Mathematical morphology on a bitset of cells, 64 at a time: the neighbours of a word along x are
+// shifts of it, those along y and z words at fixed distances. Dilation and erosion go by the six
+// face neighbours. A contact over an edge or a corner is found in the 2 x 2 x 2 block around it, of
+// which 256 kinds are looked up.
 #include "voxel/passes.h"
 
 #include <algorithm>
@@ -13,19 +17,16 @@ namespace {
 using Words = VoxelGrid::Words;
 using Chunk = VoxelGrid::Chunk;
 
-constexpr std::array kSides = {Side::Top,    Side::Right, Side::Back,
-                               Side::Bottom, Side::Left,  Side::Front};
-
 constexpr std::size_t kKeepLow = 6;  // the flags that hold the keep count
 constexpr std::size_t kKeepHigh = 7;
 constexpr std::int32_t kMostKept = 3;
 
-std::size_t number(Side side) {
+std::size_t number(voxel::Side side) {
     return static_cast<std::size_t>(side);
 }
 
-Side opposite(Side side) {
-    return static_cast<Side>((number(side) + 3) % kSideCount);
+voxel::Side opposite(voxel::Side side) {
+    return static_cast<voxel::Side>((number(side) + 3) % kSideCount);
 }
 
 std::uint64_t any_side(const Chunk& chunk) {
@@ -35,7 +36,7 @@ std::uint64_t any_side(const Chunk& chunk) {
 
 std::uint64_t any_neighbour(const VoxelGrid& grid, const Words& bits, std::size_t word) {
     std::uint64_t cells = 0;
-    for (const Side side : kSides) cells |= grid.beyond(bits, word, side);
+    for (const voxel::Side side : voxel::kSides) cells |= grid.beyond(bits, word, side);
     return cells;
 }
 
@@ -66,7 +67,8 @@ private:
 };
 
 // Adds layers of neighbours of the voxels. `open_cells(word)` are those cells of a word that may be
-// taken; they must be empty and in the box. All cells of a layer are found before the first is added.
+// taken; they must be empty and in the box. All cells of a layer are found before the first is
+// added.
 template <typename OpenCells>
 void grow(VoxelGrid& grid, std::int64_t layers, OpenCells&& open_cells) {
     Words layer = empty_words(grid);
@@ -86,13 +88,13 @@ void grow(VoxelGrid& grid, std::int64_t layers, OpenCells&& open_cells) {
     grid.recount();
 }
 
-// One pass of a peel, without bookkeeping of the outside.
-struct PeelPass {
+// One pass of an erosion, without bookkeeping of the outside.
+struct ErosionPass {
     VoxelGrid& grid;
     Words gone;
     bool any_gone = false;
 
-    explicit PeelPass(VoxelGrid& g) : grid(g), gone(empty_words(g)) {}
+    explicit ErosionPass(VoxelGrid& g) : grid(g), gone(empty_words(g)) {}
 
     // Settles what goes.
     void begin() {
@@ -111,7 +113,8 @@ struct PeelPass {
                 const auto bit = static_cast<std::size_t>(std::countr_zero(cells));
                 Voxel voxel = grid.voxel_at(word * 64 + bit);
                 if (!is_first_pass) voxel.flags = 0;
-                for (const Side side : {Side::Bottom, Side::Left, Side::Front}) {
+                for (const voxel::Side side :
+                     {voxel::Side::Bottom, voxel::Side::Left, voxel::Side::Front}) {
                     if (is_first_pass && (uncovered(word, side) >> bit & 1U) != 0) {
                         voxel.flags = static_cast<std::uint8_t>(voxel.flags | 1U << number(side));
                     }
@@ -122,27 +125,27 @@ struct PeelPass {
     }
 
     // The cells of a word whose neighbour on that side goes and did not count as exposed to them.
-    std::uint64_t uncovered(std::size_t word, Side side) const {
+    std::uint64_t uncovered(std::size_t word, voxel::Side side) const {
         const std::uint64_t going = grid.beyond(gone, word, side);
         return going == 0 ? 0 : going & ~marked_beyond(word, side);
     }
 
     // Whether the neighbour on `side` counts its own side towards the cell as exposed.
-    std::uint64_t marked_beyond(std::size_t word, Side side) const {
+    std::uint64_t marked_beyond(std::size_t word, voxel::Side side) const {
         const std::size_t flag = number(opposite(side));
         const auto of = [&](std::size_t w) { return grid.flags_of(w).flags[flag]; };
         switch (side) {
-            case Side::Top:
+            case voxel::Side::Top:
                 return of(word + grid.words_per_layer());
-            case Side::Back:
+            case voxel::Side::Back:
                 return of(word + grid.words_per_row());
-            case Side::Bottom:
+            case voxel::Side::Bottom:
                 return of(word - grid.words_per_layer());
-            case Side::Front:
+            case voxel::Side::Front:
                 return of(word - grid.words_per_row());
-            case Side::Right:
+            case voxel::Side::Right:
                 return of(word) >> 1 | of(word + 1) << 63;
-            case Side::Left:
+            case voxel::Side::Left:
                 return of(word) << 1 | of(word - 1) >> 63;
         }
         return 0;
@@ -178,7 +181,7 @@ struct PeelPass {
             const std::uint64_t staying = grid.occupied()[word] & ~gone[word];
             if (staying == 0 || (any_neighbour(grid, gone, word) & staying) == 0) return;
             Chunk marked{};
-            for (const Side side : kSides) {
+            for (const voxel::Side side : voxel::kSides) {
                 marked.flags[number(side)] = uncovered(word, side) & staying;
             }
             if (any_side(marked) != 0) marks.push_back({word, marked});
@@ -194,21 +197,32 @@ struct PeelPass {
     }
 };
 
+// What is known of a grid before an edit.
+struct Knowledge {
+    bool of_outside, of_sides;
+    explicit Knowledge(const VoxelGrid& grid)
+        : of_outside(grid.is_outside_known()), of_sides(grid.are_sides_marked()) {}
+    void restore(VoxelGrid& grid) const {
+        if (of_outside) grid.confirm_outside();
+        if (of_sides) grid.confirm_sides();
+    }
+};
+
 // What went becomes outside; when it lay beside enclosed cells, these may be open now.
-void move_outside(VoxelGrid& grid, const Words& gone) {
-    grid.faces_are_valid = grid.faces_are_valid && grid.outside_is_valid;
-    if (!grid.outside_is_valid) return;
-    Words& outside = grid.outside();
+void move_outside(VoxelGrid& grid, const Words& gone, const Knowledge& before) {
+    if (!before.of_outside) return;
+    Words& outside = grid.edit_outside();
     bool opens = false;
     grid.for_each_word([&](std::size_t word) { outside[word] |= gone[word]; });
     grid.for_each_word([&](std::size_t word) {
         const std::uint64_t enclosed = ~(grid.occupied()[word] | outside[word]);
         opens = opens || (enclosed != 0 && (any_neighbour(grid, gone, word) & enclosed) != 0);
     });
-    if (opens) grid.outside_is_valid = grid.faces_are_valid = false;
+    if (!opens) before.restore(grid);
 }
 
-// Cells of a 2 x 2 x 2 block whose voxels, or whose empty cells, touch over an edge or a corner alone.
+// Cells of a 2 x 2 x 2 block whose voxels, or whose empty cells, touch over an edge or a corner
+// alone.
 class Contacts {
 public:
     explicit Contacts(VoxelGrid& grid) : grid_(grid) {
@@ -331,23 +345,23 @@ void mark_exposed_sides(VoxelGrid& grid) {
         const std::uint64_t voxels = grid.occupied()[word];
         if (voxels == 0) return;
         Chunk exposed{};
-        for (const Side side : kSides) {
+        for (const voxel::Side side : voxel::kSides) {
             exposed.flags[number(side)] = voxels & grid.beyond(grid.outside(), word, side);
         }
         if (any_side(exposed) != 0) grid.edit_flags(word) = exposed;
     });
-    grid.faces_are_valid = true;
+    grid.confirm_sides();
 }
 
-void mark_faces(VoxelGrid& grid, RunContext& run) {
+void mark_exposed_sides(VoxelGrid& grid, const char* label, RunContext& run) {
     const Timer timer;
     mark_exposed_sides(grid);
-    run.log.value("form  surFace", six_decimals(timer.seconds()) + " sec.");
+    run.log.value(label, six_decimals(timer.seconds()) + " sec.");
 }
 
 void drop_enclosed(VoxelGrid& grid) {
     // A voxel without an exposed side has no neighbour outside: what it leaves is enclosed.
-    grid.outside_is_valid = grid.outside_is_valid && grid.faces_are_valid;
+    const bool stays_marked = grid.are_sides_marked();
     grid.for_each_word([&](std::size_t word) {
         const std::uint64_t voxels = grid.occupied()[word];
         if (voxels == 0) return;
@@ -355,16 +369,17 @@ void drop_enclosed(VoxelGrid& grid) {
         if (enclosed != 0) grid.remove(word, enclosed);
     });
     grid.recount();
+    if (stays_marked) grid.confirm_sides();
 }
 
 void fill_rows(VoxelGrid& grid, FillColour colour) {
     const bool with_colours = grid.has_colours() && colour == FillColour::MeanOfEnds;
     // Behind a side that is rightly not exposed, the empty cells are enclosed.
-    grid.outside_is_valid = grid.outside_is_valid && grid.faces_are_valid;
+    const bool stays_marked = grid.are_sides_marked();
     const std::size_t row_words = grid.words_per_row();
     const auto fill = [&](std::size_t row, std::size_t begin, std::size_t end) {
         const std::size_t first = row * 64 + begin;
-        const auto right = static_cast<std::size_t>(Side::Right);
+        const auto right = static_cast<std::size_t>(voxel::Side::Right);
         const std::uint64_t is_exposed =
             grid.flags_of((first - 1) / 64).flags[right] >> ((first - 1) % 64) & 1U;
         if (is_exposed != 0) return;
@@ -405,23 +420,30 @@ void fill_rows(VoxelGrid& grid, FillColour colour) {
         }
     }
     grid.recount();
+    if (stays_marked) grid.confirm_sides();
 }
 
-void peel(VoxelGrid& grid, std::int32_t layers, std::vector<Voxel>* removed) {
+void erode(VoxelGrid& grid, std::int32_t layers, std::vector<Voxel>* removed) {
     if (layers <= 0) return;
-    PeelPass pass(grid);
+    ErosionPass pass(grid);
     for (std::int32_t layer = 0; layer < layers; ++layer) {
+        const Knowledge before(grid);
         pass.begin();
         if (removed != nullptr) pass.list(*removed, layer == 0);
         pass.remove();
-        if (pass.any_gone) move_outside(grid, pass.gone);
-        // Keep counts are at most 3: from then on a pass that removes nothing is the last that could.
+        if (pass.any_gone) {
+            move_outside(grid, pass.gone, before);
+        } else {
+            before.restore(grid);
+        }
+        // Keep counts are at most 3: from then on a pass that removes nothing is the last that
+        // could.
         if (!pass.any_gone && layer >= kMostKept) break;
         if (grid.is_empty()) break;
     }
 }
 
-void offset(VoxelGrid& grid, std::int32_t layers, std::int32_t slack) {
+void dilate(VoxelGrid& grid, std::int32_t layers, std::int32_t slack) {
     if (grid.word_count() == 0) return;
     refresh_outside(grid);
     if (layers > 0) {
@@ -431,7 +453,6 @@ void offset(VoxelGrid& grid, std::int32_t layers, std::int32_t slack) {
             const std::uint64_t open = ~grid.occupied()[word] & grid.outside()[word];
             return open == 0 ? 0 : open & in_box(word);
         });
-        grid.outside_is_valid = false;
         mark_exposed_sides(grid);
         return;
     }
@@ -449,16 +470,17 @@ void offset(VoxelGrid& grid, std::int32_t layers, std::int32_t slack) {
         flags.flags[kKeepLow] = (kept & 1U) != 0 ? exposed : 0;
         flags.flags[kKeepHigh] = (kept & 2U) != 0 ? exposed : 0;
     });
+    grid.confirm_sides();
 }
 
-void offset_within(VoxelGrid& grid, std::int32_t layers, const Words& within) {
+void dilate_within(VoxelGrid& grid, std::int32_t layers, const Words& within) {
     grow(grid, layers, [&](std::size_t word) { return ~grid.occupied()[word] & within[word]; });
-    grid.outside_is_valid = false;
     mark_exposed_sides(grid);
 }
 
-void clean_up(VoxelGrid& grid, std::int32_t k) {
+void remove_spurs(VoxelGrid& grid, std::int32_t k) {
     const std::int64_t least = std::int64_t{kSideCount} - k;
+    const Knowledge before(grid);
     Words gone = empty_words(grid);
     grid.for_each_word([&](std::size_t word) {
         const std::uint64_t voxels = grid.occupied()[word];
@@ -476,20 +498,13 @@ void clean_up(VoxelGrid& grid, std::int32_t k) {
         if (gone[word] != 0) grid.remove(word, gone[word]);
     });
     grid.recount();
-    if (least > 0 && grid.faces_are_valid) {
-        move_outside(grid, gone);
-    } else {
-        grid.outside_is_valid = false;
-    }
+    if (least > 0 && before.of_sides) move_outside(grid, gone, before);
     mark_exposed_sides(grid);
 }
 
 void drop_edge_contacts(VoxelGrid& grid) {
     if (grid.is_empty()) return;
-    const std::size_t before = grid.size();
     Contacts(grid).drop_all();
-    if (grid.size() == before) return;
-    grid.outside_is_valid = grid.faces_are_valid = false;
 }
 
 }  // namespace povmesh

@@ -1,4 +1,4 @@
-// Passes over the voxels of a grid: marking sides, filling, peeling, growing, cleaning up.
+// Passes over the voxels of a grid: marking sides, filling, eroding, dilating, removing spurs.
 #pragma once
 
 #include <vector>
@@ -15,8 +15,10 @@ namespace povmesh {
 /// Sets the face flags of every voxel afresh; keep counts go.
 void mark_exposed_sides(VoxelGrid& grid);
 
-/// The same with its line in the log.
-void mark_faces(VoxelGrid& grid, RunContext& run);
+/// The same with its time in a line of the log, which hosts know under two labels.
+void mark_exposed_sides(VoxelGrid& grid, const char* label, RunContext& run);
+constexpr const char* kSurfaceLine = "form  surface";
+constexpr const char* kFacesLine = "form  surFace";
 
 /// Removes every voxel without a flag.
 void drop_enclosed(VoxelGrid& grid);
@@ -34,28 +36,28 @@ void fill_rows(VoxelGrid& grid, FillColour colour);
 ///
 /// @param removed  null, or gets the records of what was removed, pass by pass in key order, with
 ///                 their flags of the moment in the first pass and 0 in the others
-void peel(VoxelGrid& grid, std::int32_t layers, std::vector<Voxel>* removed = nullptr);
+void erode(VoxelGrid& grid, std::int32_t layers, std::vector<Voxel>* removed = nullptr);
 
 /// Grows the voxels by |layers| layers of neighbours and marks the faces afresh.
 ///
 /// Positive: outward, into a box that is widened as far as the keys reach. Negative: into enclosed
 /// cells only; and every voxel with an exposed side is kept from the next |layers| - slack (0 to 3)
-/// passes of a peel. Thus (-3, 1) and a peel of 2 thicken a shell inward and leave its outside
-/// where it was; growing outward and peeling back would close slots.
-void offset(VoxelGrid& grid, std::int32_t layers, std::int32_t slack);
+/// passes of an erosion. Thus (-3, 1) and an erosion of 2 thicken a shell inward and leave its
+/// outside where it was; growing outward and eroding again would close slots.
+void dilate(VoxelGrid& grid, std::int32_t layers, std::int32_t slack);
 
-/// Grows the voxels by so many layers of neighbours, but only into these cells of the box, and marks
-/// the faces afresh.
-void offset_within(VoxelGrid& grid, std::int32_t layers, const VoxelGrid::Words& within);
-
-/// Removes every voxel with 6 - k or more exposed sides, in one pass over the flags as they stand, then
+/// Grows the voxels by so many layers of neighbours, but only into these cells of the box, and
 /// marks the faces afresh.
-void clean_up(VoxelGrid& grid, std::int32_t k);
+void dilate_within(VoxelGrid& grid, std::int32_t layers, const VoxelGrid::Words& within);
+
+/// Removes every voxel with 6 - k or more exposed sides, in one pass over the flags as they stand,
+/// then marks the faces afresh.
+void remove_spurs(VoxelGrid& grid, std::int32_t k);
 
 /// Removes one voxel of every contact over an edge or a corner alone, of voxels and of empty cells,
-/// until there is none: the surface of what is left is a manifold. Of the eight cells
-/// around the contact the voxel with the fewest neighbours goes, of equal ones the last. Time: linear in the number of words and
-/// of removed voxels.
+/// until there is none: the surface of what is left is a manifold. Of the eight cells around the
+/// contact the voxel with the fewest neighbours goes, of equal ones the last. Time: linear in the
+/// number of words and of removed voxels.
 void drop_edge_contacts(VoxelGrid& grid);
 
 }  // namespace povmesh

@@ -9,8 +9,8 @@
 
 namespace povmesh {
 
-/// The corners of the live faces less an origin, rounded to floats. Faces with a coordinate that is not
-/// finite do not come up.
+/// The corners of the live faces less an origin, rounded to floats. Faces with a coordinate that is
+/// not finite do not come up.
 class RelativeFaces {
 public:
     RelativeFaces(const TriMesh& mesh, Vec3f origin) : mesh_(mesh) {

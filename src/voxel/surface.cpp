@@ -1,3 +1,5 @@
+// The boundary of the voxels as squares. Corners are numbered by two layers of the grid's corners
+// that move along with the walk; pieces are connected components of runs along x (union-find).
 #include "voxel/surface.h"
 
 #include <algorithm>
@@ -7,6 +9,7 @@
 
 #include "base/convert.h"
 #include "base/timer.h"
+#include "base/union_find.h"
 #include "mesh/build_f.h"
 #include "voxel/passes.h"
 
@@ -25,7 +28,8 @@ std::array<std::array<unsigned, 3>, 2> triangles_of(const Corners& c) {
     return {{{c[0], c[1], c[2]}, {c[0], c[2], c[3]}}};
 }
 
-// Model coordinates of the corners along an axis; corner i is the lower border of cell i of the box.
+// Model coordinates of the corners along an axis; corner i is the lower border of cell i of the
+// box.
 Array<float> corner_places(std::int32_t low, std::int32_t high, float size, float origin) {
     Array<float> places;
     for (std::int64_t i = low; i <= std::int64_t{high} + 1; ++i) {
@@ -174,24 +178,22 @@ public:
             add_runs(row);
         }
         offsets_[grid.row_count()] = fits<std::uint32_t>(runs_.size());
-        root_.resize(runs_.size());
-        std::iota(root_.begin(), root_.end(), 0U);
+        pieces_ = UnionFind(runs_.size());
         for (std::size_t row = 0; row < grid.row_count(); ++row) {
             if (row + 1 < grid.row_count()) join_rows(row, row + 1);
             if (row + grid.rows_per_layer() < grid.row_count()) {
                 join_rows(row, row + grid.rows_per_layer());
             }
         }
-        for (std::uint32_t r = 0; r < root_.size(); ++r) root_[r] = root_[root_[r]];
     }
 
     std::uint32_t run_count() const { return static_cast<std::uint32_t>(runs_.size()); }
-    std::uint32_t piece_at(std::size_t cell) const {
+    std::uint32_t piece_at(std::size_t cell) {
         const std::size_t row = cell / (grid_.words_per_row() * 64);
         const auto found =
             std::partition_point(runs_.begin() + offsets_[row], runs_.begin() + offsets_[row + 1],
                                  [&](const Run& run) { return run.end <= cell; });
-        return root_[static_cast<std::size_t>(found - runs_.begin())];
+        return pieces_.find(static_cast<std::uint32_t>(found - runs_.begin()));
     }
 
 private:
@@ -220,41 +222,27 @@ private:
         std::uint32_t j = offsets_[b];
         while (i < offsets_[a + 1] && j < offsets_[b + 1]) {
             if (runs_[i].begin + step < runs_[j].end && runs_[j].begin < runs_[i].end + step) {
-                const std::uint32_t p = find(i);
-                const std::uint32_t q = find(j);
-                root_[std::max(p, q)] = std::min(p, q);
+                pieces_.unite(i, j);
             }
             runs_[i].end + step < runs_[j].end ? ++i : ++j;
         }
     }
 
-    std::uint32_t find(std::uint32_t run) {
-        while (root_[run] != run) run = root_[run] = root_[root_[run]];
-        return run;
-    }
-
     const VoxelGrid& grid_;
     Array<std::uint32_t> offsets_;  // by row
     Array<Run> runs_;
-    Array<std::uint32_t> root_;
+    UnionFind pieces_;
 };
 
 }  // namespace
 
-void form_surface(VoxelGrid& grid, RunContext& run) {
-    const Timer timer;
-    mark_exposed_sides(grid);
-    run.log.value("form  surface", six_decimals(timer.seconds()) + " sec.");
-}
-
-std::vector<TriMesh> form_surface_pieces(VoxelGrid& grid, std::size_t least_squares,
-                                         RunContext& run) {
+std::vector<TriMesh> surface_pieces(VoxelGrid& grid, std::size_t least_squares, RunContext& run) {
     const Timer timer;
     mark_exposed_sides(grid);
     std::vector<TriMesh> meshes;
     if (!grid.is_empty()) {
         const SquareMesher mesher(grid);
-        const Pieces pieces(grid);
+        Pieces pieces(grid);
         // Squares sorted by piece; within one they keep their order.
         Array<std::uint32_t> ends;
         ends.assign(std::size_t{pieces.run_count()} + 1, 0);
@@ -284,7 +272,7 @@ std::vector<TriMesh> form_surface_pieces(VoxelGrid& grid, std::size_t least_squa
             begin = end;
         }
     }
-    run.log.value("form  surface", six_decimals(timer.seconds()) + " sec.");
+    run.log.value(kSurfaceLine, six_decimals(timer.seconds()) + " sec.");
     return meshes;
 }
 

@@ -10,17 +10,13 @@
 
 namespace povmesh {
 
-/// Marks the exposed sides of every voxel afresh. Log: the time.
-void form_surface(VoxelGrid& grid, RunContext& run);
-
 /// Exposed squares that a piece has at least where small pieces are left out.
 constexpr std::size_t kLeastSquares = 20;
 
-/// The same, and hands each piece back as a mesh: a group of voxels that are connected over sides.
-/// Pieces with fewer than `least_squares` exposed squares are left out. They come in the order of
-/// their first voxels.
-std::vector<TriMesh> form_surface_pieces(VoxelGrid& grid, std::size_t least_squares,
-                                         RunContext& run);
+/// Marks the exposed sides of every voxel afresh and hands each piece back as a mesh: a group of
+/// voxels that are connected over sides. Log: the time. Pieces with fewer than `least_squares`
+/// exposed squares are left out. They come in the order of their first voxels.
+std::vector<TriMesh> surface_pieces(VoxelGrid& grid, std::size_t least_squares, RunContext& run);
 
 /// Replaces the faces and vertices of the mesh by the exposed squares of the voxels, two triangles
 /// each, in model coordinates, with the voxels' colours and their outside out. Flags say what is

@@ -72,11 +72,13 @@ std::uint32_t VoxelGrid::make_chunk(std::size_t word) {
 
 VoxelGrid::Chunk& VoxelGrid::edit_flags(std::size_t word) {
     ++edits_;
+    are_sides_marked_ = false;
     return chunks_[make_chunk(word)];
 }
 
 void VoxelGrid::clear_flags() {
     ++edits_;
+    are_sides_marked_ = false;
     for (Chunk& chunk : chunks_) chunk = {};
 }
 
@@ -114,7 +116,6 @@ void VoxelGrid::erase(VoxelIndex index) {
     const std::size_t cell = cell_of(index);
     remove(cell / 64, std::uint64_t{1} << (cell % 64));
     --size_;
-    outside_is_valid = faces_are_valid = false;
 }
 
 std::optional<Voxel> VoxelGrid::find(VoxelIndex index) const {
@@ -130,7 +131,6 @@ void VoxelGrid::set_flags(VoxelIndex index, std::uint8_t flags) {
     for (std::size_t i = 0; i < kFlagCount; ++i) {
         chunk.flags[i] = (flags >> i & 1U) != 0 ? chunk.flags[i] | bit : chunk.flags[i] & ~bit;
     }
-    faces_are_valid = false;
 }
 
 void VoxelGrid::recount() {
@@ -143,6 +143,7 @@ void VoxelGrid::recount() {
 
 void VoxelGrid::add_white(std::size_t word, std::uint64_t cells) {
     ++edits_;
+    forget_outside();
     occupied_[word] |= cells;
     const std::uint32_t chunk = chunk_of_[word];
     if (chunk == 0 || !(has_colours_ || settings_.keeps_angles)) return;
@@ -155,6 +156,7 @@ void VoxelGrid::add_white(std::size_t word, std::uint64_t cells) {
 
 void VoxelGrid::remove(std::size_t word, std::uint64_t cells) {
     ++edits_;
+    forget_outside();
     occupied_[word] &= ~cells;
     if (chunk_of_[word] == 0) return;
     for (std::uint64_t& flags : chunks_[chunk_of_[word]].flags) flags &= ~cells;
@@ -175,10 +177,7 @@ void VoxelGrid::widen(std::int32_t layers) {
     box.low.z -= layers;
     box.high.z += layers;
     VoxelGrid wide(settings_, box, origin_, extent_);
-    wide.remembers_outside = remembers_outside;
-    wide.outside_is_valid = outside_is_valid;
-    wide.faces_are_valid = faces_are_valid;
-    if (outside_is_valid || remembers_outside) {
+    if (is_outside_known_ || remembers_outside_) {
         std::fill(wide.outside_.begin(), wide.outside_.end(), ~std::uint64_t{0});
     }
     // Cell by cell: the rows begin at another bit.
@@ -194,13 +193,13 @@ void VoxelGrid::widen(std::int32_t layers) {
             wide.outside_[cell / 64] &= ~(std::uint64_t{1} << (cell % 64));
             if (!test(occupied_, word * 64 + bit)) continue;
             const Voxel voxel = voxel_at(word * 64 + bit);
-            const bool outside_was_valid = wide.outside_is_valid;
             wide.insert(index, voxel.colour, voxel.angle);
             if (voxel.flags != 0) wide.set_flags(index, voxel.flags);
-            wide.outside_is_valid = outside_was_valid;
         }
     }
-    wide.faces_are_valid = faces_are_valid;
+    wide.is_outside_known_ = is_outside_known_;
+    wide.are_sides_marked_ = are_sides_marked_;
+    wide.remembers_outside_ = remembers_outside_;
     *this = std::move(wide);
 }
 

@@ -36,11 +36,19 @@ constexpr VoxelColour kWhite = {255, 255, 255};
 /// What becomes of 90 degrees and less; a voxel without a normal angle has this.
 constexpr std::int8_t kNoAngle = 127;
 
-/// Sides of a voxel, in the order of the bits of its face flags: bit i is set when side i is exposed.
+namespace voxel {
+
+/// Sides of a voxel, in the order of the bits of its face flags: bit i is set when side i is
+/// exposed.
 enum class Side : std::uint8_t { Top, Right, Back, Bottom, Left, Front };  // +z +x +y -z -x -y
+inline constexpr std::array kSides = {Side::Top,    Side::Right, Side::Back,
+                                      Side::Bottom, Side::Left,  Side::Front};
+
+}  // namespace voxel
+
 constexpr std::size_t kSideCount = 6;
 constexpr std::uint8_t kSideFlags = 0x3F;
-/// The flags above the sides are a number that keeps the voxel from so many passes of a peel.
+/// The flags above the sides are a number that keeps the voxel from so many passes of an erosion.
 constexpr std::uint8_t kKeptOnce = 0x40;
 constexpr std::size_t kFlagCount = 8;
 
@@ -56,7 +64,6 @@ struct Voxel {
 /// What a grid is made with.
 struct VoxelSettings {
     Vec3f size;                 // edge lengths, model units
-    bool is_solid = true;       // carried for those who read it
     bool keeps_angles = false;  // normal angles cost a byte for each cell near the surface
 };
 
@@ -85,8 +92,9 @@ public:
     /// A grid without a cell.
     VoxelGrid() = default;
 
-    /// An empty grid whose voxels can lie in the box. @param origin  model coordinates of the centre
-    /// of voxel (0, 0, 0). @param extent  size of the model, model units.
+    /// An empty grid whose voxels can lie in the box.
+    /// @param origin  model coordinates of the centre of voxel (0, 0, 0)
+    /// @param extent  size of the model, model units
     VoxelGrid(const VoxelSettings& settings, const IndexBox& box, Vec3f origin = {},
               Vec3f extent = {});
 
@@ -127,7 +135,7 @@ public:
             word |= bit;
             ++size_;
             ++edits_;
-            outside_is_valid = faces_are_valid = false;
+            forget_outside();
         }
         if (has_colours_ || colour != kWhite) set_colour(cell, colour);
         if (settings_.keeps_angles) set_angle(cell, angle);
@@ -140,8 +148,8 @@ public:
     std::optional<Voxel> find(VoxelIndex index) const;
     void set_flags(VoxelIndex index, std::uint8_t flags);
 
-    /// Calls `visit(voxel)` for every voxel in the order of the keys. A visit may insert and erase; what it
-    /// inserts at higher keys is visited, too.
+    /// Calls `visit(voxel)` for every voxel in the order of the keys. A visit may insert and erase;
+    /// what it inserts at higher keys is visited, too.
     template <typename Visit>
     void for_each(Visit&& visit) const;
 
@@ -177,28 +185,43 @@ public:
     }
     VoxelIndex index_of(std::size_t cell) const;
 
-    /// One bit a cell. Whoever changes bits of `occupied` calls `recount` afterwards. Padding and margin stay
-    /// empty.
-    Words& occupied() { return occupied_; }
+    /// One bit a cell. Whoever changes voxels by the word calls `recount` afterwards.
     const Words& occupied() const { return occupied_; }
+    /// The same to write to; padding and margin stay empty.
+    Words& edit_occupied() {
+        forget_outside();
+        return occupied_;
+    }
     void recount();
 
-    /// Cells that are empty and outside, the margin and the padding included; see outside.h.
-    Words& outside() { return outside_; }
+    /// Cells that are empty and outside, the margin and the padding included; see outside.h. These
+    /// are what was found last: every edit of the voxels puts them, and the side flags, out of
+    /// date.
     const Words& outside() const { return outside_; }
-    /// Whether `outside` and the side flags are those of the voxels as they are.
-    bool outside_is_valid = false;
-    bool faces_are_valid = false;
-    /// True when a cell that was outside once stays so even when voxels close it off: the grid was
-    /// made from a mesh, which knows what it encloses.
-    bool remembers_outside = false;
+    /// The same to write to; whoever has brought it up to date says so.
+    Words& edit_outside() {
+        are_sides_marked_ = false;
+        return outside_;
+    }
+    bool is_outside_known() const { return is_outside_known_; }
+    /// Whether the side flags are those of the voxels as they are; then the outside is known, too.
+    bool are_sides_marked() const { return are_sides_marked_; }
+    /// For those who find the outside or mark the sides, and for edits that know that both are
+    /// still right.
+    void confirm_outside() { is_outside_known_ = true; }
+    void confirm_sides() { is_outside_known_ = are_sides_marked_ = true; }
+
+    /// From now on a cell that was outside once stays so even when voxels close it off: the grid
+    /// was made from a mesh, which knows what it encloses.
+    void remember_outside() { remembers_outside_ = true; }
+    bool remembers_outside() const { return remembers_outside_; }
 
     /// Calls `visit(word)` for every word outside the margin's rows, in order.
     template <typename Visit>
     void for_each_word(Visit&& visit) const;
 
     /// The word of the cells beyond a side of those of `word`, which is not in the margin's rows.
-    std::uint64_t beyond(const Words& bits, std::size_t word, Side side) const;
+    std::uint64_t beyond(const Words& bits, std::size_t word, voxel::Side side) const;
 
     /// The flags of a word, all zero when it has no chunk.
     const Chunk& flags_of(std::size_t word) const { return chunks_[chunk_of_[word]]; }
@@ -221,6 +244,7 @@ private:
     static bool test(const Words& bits, std::size_t cell) {
         return (bits[cell / 64] >> (cell % 64) & 1U) != 0;
     }
+    void forget_outside() { is_outside_known_ = are_sides_marked_ = false; }
     std::uint32_t make_chunk(std::size_t word);
     void read_payload(std::uint32_t chunk, std::size_t bit, Voxel& voxel) const;
     static float place(std::int32_t index, float size) {
@@ -247,6 +271,9 @@ private:
     std::size_t size_ = 0;
     std::uint32_t edits_ = 0;  // counts changes of voxels and flags, for walks
     bool has_colours_ = false;
+    bool is_outside_known_ = false;
+    bool are_sides_marked_ = false;
+    bool remembers_outside_ = false;
     Words occupied_;
     Words outside_;
     Array<std::uint32_t> chunk_of_;  // by word; 0 = none
@@ -255,8 +282,8 @@ private:
     Array<AngleChunk> angles_;       // by chunk; empty in a grid without angles
 };
 
-/// Cells of the box that a grid needs, beyond which memory is not to be asked for: cells along x and
-/// y, in the box, and in the box with margin and padding.
+/// Cells of the box that a grid needs, beyond which memory is not to be asked for: cells along x
+/// and y, in the box, and in the box with margin and padding.
 constexpr std::int64_t kMostCellsAlong = 792;
 constexpr std::int64_t kMostCells = std::int64_t{1} << 30;
 constexpr std::int64_t kMostPaddedCells = std::int64_t{1} << 31;
@@ -324,19 +351,20 @@ void VoxelGrid::for_each_word(Visit&& visit) const {
     }
 }
 
-inline std::uint64_t VoxelGrid::beyond(const Words& bits, std::size_t word, Side side) const {
+inline std::uint64_t VoxelGrid::beyond(const Words& bits, std::size_t word,
+                                       voxel::Side side) const {
     switch (side) {
-        case Side::Top:
+        case voxel::Side::Top:
             return bits[word + words_per_layer()];
-        case Side::Right:
+        case voxel::Side::Right:
             return bits[word] >> 1 | bits[word + 1] << 63;
-        case Side::Back:
+        case voxel::Side::Back:
             return bits[word + words_per_row_];
-        case Side::Bottom:
+        case voxel::Side::Bottom:
             return bits[word - words_per_layer()];
-        case Side::Left:
+        case voxel::Side::Left:
             return bits[word] << 1 | bits[word - 1] >> 63;
-        case Side::Front:
+        case voxel::Side::Front:
             return bits[word - words_per_row_];
     }
     return 0;

@@ -12,10 +12,10 @@ VoxelGrid voxelise(const TriMesh& mesh, const VoxelSettings& settings, RunContex
     run.log.append("\n\n[start voxelization]");
     const Timer timer;
     VoxelGrid grid = form_voxels(mesh, settings, run);
-    form_surface(grid, run);
+    mark_exposed_sides(grid, kSurfaceLine, run);
     drop_enclosed(grid);
-    offset(grid, -3, 1);
-    peel(grid, 2);
+    dilate(grid, -3, 1);
+    erode(grid, 2);
     run.log.value("time voxelize", six_decimals(timer.seconds()) + " sec.");
     run.log.value("voxel size", static_cast<double>(grid.settings().size.x));
     run.log.value("voxel num", std::to_string(grid.size()));

@@ -23,7 +23,6 @@ void drop_cells(VoxelGrid& grid, const VoxelGrid::Words& cells) {
         if (gone != 0) grid.remove(word, gone);
     });
     grid.recount();
-    grid.outside_is_valid = grid.faces_are_valid = false;
 }
 
 }  // namespace povmesh

@@ -108,7 +108,7 @@ TEST(Blocks, AreAlignedAndWritableAndTheirSizeDoesNotWrap) {
                  std::bad_array_new_length);
 }
 
-TEST(Array, SetsWhatIsToldAndConstructsWhatNeedsIt) {
+TEST(Array, SetsWhatAssignSetsAndConstructsWhatNeedsIt) {
     Array<int> numbers(3, 7);
     numbers.resize(5, 8);
     numbers.push_back(9);

@@ -58,7 +58,7 @@ bool is_one_error_line(const std::string& text) {
            text.back() == '\n';
 }
 
-TEST_F(ToolTest, CheckTellsTheTruthAboutGeneratedModels) {
+TEST_F(ToolTest, CheckNeitherMissesNorInventsAFlaw) {
     const SoupVector inner = shapes::box({2, 2, 2}, {8, 8, 8});
     const SoupVector innermost = shapes::box({4, 4, 4}, {6, 6, 6});
     const SoupVector whole = cube();
@@ -95,13 +95,6 @@ TEST_F(ToolTest, CheckTellsTheTruthAboutGeneratedModels) {
             {"turned_edges", 0},
             {"inside_out_shells", 0},
             {"misplaced_vertices", 0}}}}},
-        {"hole",
-         cube_with_hole(),
-         1,
-         {{"verdict", "flaws"},
-          {"triangles", 11},
-          {"closed", false},
-          {"flaws", {{"open_edges", 3}, {"open_edge_corners", 6}, {"inverted_faces", 0}}}}},
         {"turned face",
          cube_with_turned_face(),
          1,
@@ -110,10 +103,6 @@ TEST_F(ToolTest, CheckTellsTheTruthAboutGeneratedModels) {
          shapes::turned(cube()),
          1,
          {{"volume", -1000.0}, {"flaws", {{"inverted_faces", 12}, {"inside_out_shells", 1}}}}},
-        {"inside out but for one face",
-         shapes::turned(cube_with_turned_face()),
-         1,
-         {{"flaws", {{"inverted_faces", 11}, {"inside_out_shells", 0}}}}},
         {"inside-out cone",
          inside_out_cone(),
          1,
@@ -139,11 +128,6 @@ TEST_F(ToolTest, CheckTellsTheTruthAboutGeneratedModels) {
          shapes::book(3),
          1,
          {{"flaws", {{"non_manifold_faces", 3}, {"non_manifold_edges", 1}}}}},
-        {"needle",
-         together(cube(), {{20, 0, 0, 30, 0, 0, 30, 0.001F, 0}}),
-         1,
-         {{"flaws", {{"degenerate_faces", 1}}},
-          {"where", {{"degenerate_faces", {{"faces", {12}}}}}}}},
         {"equal corners",
          together(cube(), {{1, 2, 3, 1, 2, 3, 4, 5, 6}}),
          0,
@@ -398,7 +382,7 @@ TEST_F(ToolTest, RenderWritesAPngOfTheSizeAskedFor) {
     EXPECT_EQ(compared.size(), 2U);
 }
 
-TEST_F(ToolTest, CountsOfRealModels) {
+TEST_F(ToolTest, CountsOnRealModelsAreThoseOfAnotherProgram) {
     const char* folder = std::getenv("POVMESH_MODELS");
     if (folder == nullptr) GTEST_SKIP() << "POVMESH_MODELS names no folder of real models";
     struct Case {

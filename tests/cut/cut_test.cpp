@@ -62,7 +62,8 @@ Vec3d random_direction(shapes::Random& random) {
     }
 }
 
-// Planes of three kinds: anywhere; through a vertex; through three vertices, so along edges and faces.
+// Planes of three kinds: anywhere; through a vertex; through three vertices, so along edges and
+// faces.
 CutPlane random_plane(shapes::Random& random, const TriMesh& mesh) {
     const auto vertex = [&] {
         return to_double(mesh.vertices[random.below(mesh.vertices.size())].position());
@@ -89,7 +90,7 @@ CutPlane random_plane(shapes::Random& random, const TriMesh& mesh) {
     return plane;
 }
 
-TEST(Cut, AnyPlaneGivesClosedPieces) {
+TEST(Cut, NoPlaneOpensAClosedModel) {
     const std::vector<Named> models = closed_models();
     shapes::Random random(1);
     int divided = 0;
@@ -143,9 +144,9 @@ TEST(Cut, PiecesAreThoseOneExpects) {
          shapes::mesh_of(shapes::box({0, 0, 0}, {2, 2, 4})),
          {{0, 0, -1}, {1, 0, 0}, {9, 9, 1}, 0},
          {12, 4}},
-        {"moved against the normal",
+        {"moved along the normal",
          shapes::mesh_of(shapes::box({0, 0, 0}, {2, 2, 4})),
-         {{0, 0, 5}, {0, 0, 1}, {0, 0, 1}, 0.5},
+         {{0, 0, 5}, {0, 0, 1}, {0, 0, 1}, -0.5},
          {2, 14}},
         {"shells that stay together", shapes::mesh_of(overlapping), level(3.5F), {16, 20}},
         {"and come apart", shapes::mesh_of(overlapping), level(2), {8, 28}},
@@ -182,7 +183,7 @@ TEST(Cut, OtherOperationsAndMissesKeepTheFaces) {
     const TriMesh rock = shapes::mesh_of(shapes::rock(4, 2));
     for (const auto& [operation, z] :
          {std::pair{CutOperation::None, 0.0F}, std::pair{CutOperation::CutAndCap, 9.0F},
-          std::pair{CutOperation::MirrorBelow, 9.0F}}) {
+          std::pair{CutOperation::MirrorFront, 9.0F}}) {
         const std::vector<TriMesh> parts = pieces::cut(rock, level(z), operation);
         ASSERT_EQ(parts.size(), 1U);
         EXPECT_EQ(parts[0].faces.size(), rock.faces.size());
@@ -211,10 +212,10 @@ TEST(Cut, MirroringClosesHalfModels) {
     const TriMesh mesh = shapes::mesh_of(solids::torus(24, 12, 6, 2));
     const TriMesh lower = pieces::cut(mesh, level(0), CutOperation::Cut)[0];
     for (const TriMesh& model : {mesh, lower, pieces::cut(mesh, level(0))[0]}) {
-        const auto parts = pieces::cut(model, level(0), CutOperation::MirrorAbove);
+        const auto parts = pieces::cut(model, level(0), CutOperation::MirrorBack);
         ASSERT_EQ(parts.size(), 1U);
         const auto edges = pieces::count_edges(parts[0]);
-        EXPECT_EQ(edges.open + edges.crowded, 0U);
+        EXPECT_EQ(edges.open + edges.non_manifold, 0U);
         EXPECT_NEAR(signed_volume(parts[0]), signed_volume(mesh), 1e-3);
         auto points = pieces::sorted_points(parts[0]);
         for (auto p : pieces::sorted_points(parts[0])) {
@@ -225,11 +226,11 @@ TEST(Cut, MirroringClosesHalfModels) {
     }
     // The side towards the normal of a cube, cut a quarter from there.
     const TriMesh cube = shapes::mesh_of(shapes::box({0, 0, 0}, {4, 4, 4}));
-    EXPECT_NEAR(total_volume(pieces::cut(cube, level(3), CutOperation::MirrorBelow)), 32, 1e-4);
-    EXPECT_NEAR(total_volume(pieces::cut(cube, level(3), CutOperation::MirrorAbove)), 96, 1e-4);
+    EXPECT_NEAR(total_volume(pieces::cut(cube, level(3), CutOperation::MirrorFront)), 32, 1e-4);
+    EXPECT_NEAR(total_volume(pieces::cut(cube, level(3), CutOperation::MirrorBack)), 96, 1e-4);
 }
 
-TEST(Cut, AttributesAreInterpolated) {
+TEST(Cut, ColoursAndTexturesAreNotLostOnTheCut) {
     // Two triangles of one edge from z = 0 to z = 4; the cut at 1 is a quarter up.
     const SoupVector soup = {0, 0, 0, 4, 0, 4, 0, 4, 4, 0, 0, 0, 4, 0, 4, 9, 9, 4};
     const float up = 200.0F / 255;
@@ -296,16 +297,17 @@ TEST(Cut, PegsFitTheirSockets) {
         EXPECT_EQ(text.find("[Caution]") == std::string::npos, c.pegs == 2) << text;
         for (const TriMesh& part : parts) {
             const auto edges = pieces::count_edges(part);
-            EXPECT_EQ(edges.open + edges.crowded, 0U);
+            EXPECT_EQ(edges.open + edges.non_manifold, 0U);
         }
     }
 }
 
 // Rims that no plane figure has: the openings close all the same.
-TEST(Cut, BadModelsStayClosed) {
+TEST(Cut, RimsThatCrossStayClosed) {
     shapes::Random random(11);
     for (int i = 0; i < 100; ++i) {
-        // A closed bag over a polygon that crosses itself: a top, a bottom and a ring of corners between.
+        // A closed bag over a polygon that crosses itself: a top, a bottom and a ring of corners
+        // between.
         const std::size_t n = 3 + random.below(40);
         SoupVector soup;
         std::vector<Vec3f> ring;
@@ -323,7 +325,7 @@ TEST(Cut, BadModelsStayClosed) {
         if (i % 3 == 1) soup = shapes::shuffled(soup, 1);
         TriMesh mesh = shapes::mesh_of(soup);
         const bool is_turned = i % 3 == 2;
-        if (is_turned) turn_over(mesh.faces[0]);
+        if (is_turned) reverse_winding(mesh.faces[0]);
         for (const double z : {0.0, 1.5}) {
             std::size_t open = 0;
             const auto parts = pieces::cut(mesh, {{0, 0, 1}, {1, 0, 0}, {0, 0, z}, 0});
@@ -338,7 +340,7 @@ TEST(Cut, BadModelsStayClosed) {
     }
 }
 
-TEST(Cut, CrowdsAndWildNumbers) {
+TEST(Cut, FansAndWildNumbersDoNotBreakPieces) {
     // 100,000 faces around one vertex, all of them cut; then cut through that vertex.
     const TriMesh fan = shapes::mesh_of(shapes::fan(100000, 3));
     EXPECT_EQ(pieces::cut(fan, level(1)).size(), 2U);
@@ -362,7 +364,7 @@ TEST(Cut, CrowdsAndWildNumbers) {
         for (const TriMesh& part : pieces::cut(shapes::mesh_of(soup), plane)) {
             EXPECT_TRUE(is_consistent(part));
         }
-        pieces::cut(shapes::mesh_of(soup), plane, CutOperation::MirrorBelow);
+        pieces::cut(shapes::mesh_of(soup), plane, CutOperation::MirrorFront);
     }
 }
 

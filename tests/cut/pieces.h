@@ -16,9 +16,9 @@
 namespace povmesh::pieces {
 
 struct EdgeCounts {
-    std::size_t open = 0;     // edges whose faces do not cancel out: held more often one way
-    std::size_t crowded = 0;  // more than two faces
-    std::size_t odd = 0;      // an odd number of faces
+    std::size_t open = 0;          // edges whose faces do not cancel out: held more often one way
+    std::size_t non_manifold = 0;  // more than two faces
+    std::size_t odd = 0;           // an odd number of faces
 };
 
 inline EdgeCounts count_edges(const TriMesh& mesh) {
@@ -41,7 +41,7 @@ inline EdgeCounts count_edges(const TriMesh& mesh) {
             sum += std::get<2>(sides[i]);
         }
         counts.open += sum != 0 ? 1 : 0;
-        counts.crowded += i - begin > 2 ? 1 : 0;
+        counts.non_manifold += i - begin > 2 ? 1 : 0;
         counts.odd += (i - begin) % 2;
     }
     return counts;
@@ -67,9 +67,9 @@ inline bool has_double_points(const TriMesh& mesh) {
     return std::adjacent_find(points.begin(), points.end()) != points.end();
 }
 
-/// What is wrong with the capped pieces of a closed, consistently wound model; empty when nothing is.
-/// A model with crowded edges may leave some in its pieces, and so may one whose shells touch: a point of
-/// a cut can come to lie on the vertex of another shell.
+/// What is wrong with the capped pieces of a closed, consistently wound model; empty when nothing
+/// is. A model with non-manifold edges may leave some in its pieces, and so may one whose shells
+/// touch: a point of a cut can come to lie on the vertex of another shell.
 inline std::string complaint(const TriMesh& model, const CutPlane& plane,
                              const std::vector<TriMesh>& parts, bool shells_touch = false) {
     const double size = extent(model);
@@ -77,14 +77,14 @@ inline std::string complaint(const TriMesh& model, const CutPlane& plane,
     const double tolerance = 2e-5 * size + 1e-6 * far;
     const Vec3d normal = plane.normal / length(plane.normal);
     const std::vector<Bits> old_points = sorted_points(model);
-    const bool is_manifold = !shells_touch && count_edges(model).crowded == 0;
+    const bool is_manifold = !shells_touch && count_edges(model).non_manifold == 0;
     double sum = 0;
     double worst = 0;
     for (const TriMesh& part : parts) {
         const EdgeCounts edges = count_edges(part);
         if (edges.open != 0) return std::to_string(edges.open) + " open edges";
-        if (is_manifold && edges.crowded != 0)
-            return std::to_string(edges.crowded) + " crowded edges";
+        if (is_manifold && edges.non_manifold != 0)
+            return std::to_string(edges.non_manifold) + " non-manifold edges";
         if (!is_consistent(part)) return "inconsistent";
         if (!shells_touch && has_double_points(part)) return "two vertices at one place";
         const double volume = signed_volume(part);
@@ -93,7 +93,7 @@ inline std::string complaint(const TriMesh& model, const CutPlane& plane,
         double low = 0;
         double high = 0;
         for (const Vertex& v : part.vertices) {
-            const double height = dot(normal, to_double(v.position()) - plane.point) + plane.offset;
+            const double height = dot(normal, to_double(v.position()) - plane.point) - plane.offset;
             low = std::min(low, height);
             high = std::max(high, height);
             const Bits bits = {v.x, v.y, v.z};

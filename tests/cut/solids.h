@@ -84,8 +84,8 @@ inline SoupVector random_cells(shapes::Random& random, int side, std::uint64_t e
     return cells({side, side, side}, is_set);
 }
 
-/// Two legs that meet at y = 4, of the area 23 in the plane of x and y, and 1 deep. The faces of both legs
-/// share an edge at the top.
+/// Two legs that meet at y = 4, of the area 23 in the plane of x and y, and 1 deep. The faces of
+/// both legs share an edge at the top.
 inline SoupVector legs() {
     const std::array<std::array<float, 2>, 6> p = {
         {{0, 0}, {2, 0}, {3, 4}, {4, 0}, {6, 0}, {3, 9}}};

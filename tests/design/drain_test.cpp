@@ -28,7 +28,7 @@ struct Shell {
 Shell shell_of(const shapes::SoupVector& model, const shapes::SoupVector& cavity) {
     Shell shell{shapes::mesh_of(model), 0};
     shell.model_faces = shell.mesh.faces.size();
-    append_mesh(shell.mesh, shapes::mesh_of(cavity), AppendAs::TurnedOver);
+    append_mesh(shell.mesh, shapes::mesh_of(cavity), AppendWinding::Reversed);
     return shell;
 }
 
@@ -56,7 +56,7 @@ int genus(const TriMesh& mesh) {
     return (2 - (static_cast<int>(vertices.size()) - faces * 3 / 2 + faces)) / 2;
 }
 
-TEST(Drains, OpenTheCavity) {
+TEST(Drains, AreClosedOrTakeTooMuch) {
     const Shell box = shell_of(kBox, kSmallerBox);
     const Shell ball = shell_of(shapes::sphere(30, 4), shapes::sphere(27, 3));
     struct Case {
@@ -98,7 +98,7 @@ TEST(Drains, OpenTheCavity) {
     }
 }
 
-TEST(Drains, SayWhyThereIsNoHole) {
+TEST(Drains, FailWithoutAReasonOrChangeTheModel) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const Shell box = shell_of(kBox, kSmallerBox);
     shapes::SoupVector two = kBox;

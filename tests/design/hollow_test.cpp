@@ -88,7 +88,7 @@ double slot_depth(Vec3d p) {
     return std::min(outer, std::hypot(across, below));
 }
 
-TEST(Hollow, LeavesTheWall) {
+TEST(Hollow, WallIsTooThinOrTheCavityFlawed) {
     const Rotation turn(Vec3d{1, 2, 3} / std::sqrt(14.0), 33);
     const Rotation back(Vec3d{1, 2, 3} / std::sqrt(14.0), -33);
     SoupVector turned_box = shapes::box({-18, -14, -11}, {18, 14, 11});
@@ -141,7 +141,7 @@ TEST(Hollow, LeavesTheWall) {
     }
 }
 
-TEST(Hollow, ChoosesVoxelsAndLayers) {
+TEST(Hollow, VoxelsOrLayersDifferFromThoseOfHosts) {
     const struct {
         Vec3f size;
         float thickness;
@@ -161,13 +161,13 @@ TEST(Hollow, ChoosesVoxelsAndLayers) {
         EXPECT_NEAR(report.voxel_size, c.voxel, 1e-4) << c.thickness;
         EXPECT_EQ(report.layers, c.layers) << c.thickness;
     }
-    // Nothing is peeled: the box itself with half a voxel around.
+    // Nothing is eroded: the box itself with half a voxel around.
     TriMesh mesh;
     hollowed(shapes::box({0, 0, 0}, {100, 100, 120}), 0.3F, mesh, {.is_reduced = false});
     EXPECT_NEAR(volume(mesh), 101.0 * 101 * 121, 0.01 * 1.2e6);
 }
 
-TEST(Hollow, TellsWhatItDoes) {
+TEST(Hollow, TextsDifferFromThoseOfHosts) {
     Job job;
     TriMesh mesh = shapes::mesh_of(shapes::box({0, 0, 0}, {100, 100, 120}));
     ASSERT_TRUE(hollow(mesh, 2.5F, job.run).is_hollowed);
@@ -200,7 +200,7 @@ TEST(Hollow, TellsWhatItDoes) {
     }
 }
 
-TEST(Hollow, TakesModelsAsTheyAre) {
+TEST(Hollow, OddModelsBreakIt) {
     const SoupVector cube = shapes::box({0, 0, 0}, {20, 20, 20});
     TriMesh plain;
     hollowed(cube, 2, plain);

@@ -1,4 +1,5 @@
-// Cellular infill: nearest seeds, the cells and the walls between them, what hosts and the tool take.
+// Cellular infill: nearest seeds, the cells and the walls between them, what hosts and the tool
+// take.
 #include "design/infill.h"
 
 #include <gmock/gmock.h>
@@ -46,7 +47,7 @@ VoxelGrid ball(std::int32_t radius) {
     return grid;
 }
 
-TEST(Cells, FindTheNearestSeed) {
+TEST(Cells, TakeASeedThatIsNotTheNearest) {
     const VoxelGrid grid = ball(35);  // several regions of blocks
     shapes::Random random(3);
     for (const std::size_t count : {std::size_t{1}, std::size_t{12}, std::size_t{2500}}) {
@@ -77,7 +78,7 @@ TEST(Cells, FindTheNearestSeed) {
     }
 }
 
-TEST(Cells, AreOfAboutTheSameSize) {
+TEST(Cells, DifferInSize) {
     const VoxelGrid grid = ball(50);
     for (const std::size_t count : {std::size_t{1}, std::size_t{15}, std::size_t{60}}) {
         const CellDivision division = divide_into_cells(grid, count);
@@ -127,12 +128,13 @@ std::vector<Model> models() {
     return all;
 }
 
-// Of vertices of each cell the distance to the nearest other one, in voxels, where that is within four.
-std::vector<double> wall_thicknesses(const std::vector<Cell>& cells, double size) {
+// Of vertices of each cell the distance to the nearest other one, in voxels, where that is within
+// four.
+std::vector<double> wall_thicknesses(const std::vector<InfillCell>& cells, double size) {
     std::vector<double> found;
-    for (const Cell& at : cells) {
+    for (const InfillCell& at : cells) {
         const NearestFace nearest(at.mesh);
-        for (const Cell& from : cells) {
+        for (const InfillCell& from : cells) {
             if (&from == &at) continue;
             for (std::size_t v = 0; v < from.mesh.vertices.size(); v += 5) {
                 const Vec3d p = to_double(from.mesh.vertices[v].position());
@@ -145,7 +147,7 @@ std::vector<double> wall_thicknesses(const std::vector<Cell>& cells, double size
     return found;
 }
 
-TEST(Cells, KeepSkinAndWalls) {
+TEST(Cells, BreakThroughSkinOrWalls) {
     for (const Model& model : models()) {
         for (const double skin : {0.375, 1.3}) {
             const std::string what = model.name + " " + std::to_string(skin);
@@ -157,7 +159,7 @@ TEST(Cells, KeepSkinAndWalls) {
             double shallowest = 1e9;
             double total = 0;
             TriMesh all = model.mesh;
-            for (const Cell& cell : made.cells) {
+            for (const InfillCell& cell : made.cells) {
                 EXPECT_NEAR(cell.surface, surface_area(cell.mesh), 1e-9 * cell.surface) << what;
                 total += cell.volume;
                 append_mesh(all, cell.mesh);
@@ -197,7 +199,7 @@ std::string without_times(std::string text) {
     return text;
 }
 
-TEST(Infill, TellsWhatItDoes) {
+TEST(Infill, TextsDifferFromThoseOfHosts) {
     const SoupVector cube = shapes::box({0, 0, 0}, {40, 40, 40});
     const std::string few = "[Caution] Unnecessary to do Voronoi. (small object or shell object)\n";
     const std::string thin = "[Caution] Peel too much ,nothing to design\n";
@@ -273,14 +275,14 @@ TEST(Infill, TellsWhatItDoes) {
     }
 }
 
-TEST(Infill, StopsAtTheDensity) {
+TEST(Infill, GoesOnBeyondTheDensity) {
     const TriMesh box = shapes::mesh_of(shapes::box({0, 0, 0}, {100, 90, 80}));
     TriMesh lost = box;
     Job other;
     CellPieces made = make_cells(lost, {.skin = 2}, other.run);
-    const auto key = [](const Cell& c) { return c.volume / c.surface; };
+    const auto key = [](const InfillCell& c) { return c.volume / c.surface; };
     std::stable_sort(made.cells.begin(), made.cells.end(),
-                     [&](const Cell& a, const Cell& b) { return key(a) > key(b); });
+                     [&](const InfillCell& a, const InfillCell& b) { return key(a) > key(b); });
     for (const float density : {0.05F, 0.2F, 0.24F, 0.26F, 0.3F, kNaN}) {
         // A cell at a time.
         double limit = double{density};
@@ -288,7 +290,7 @@ TEST(Infill, StopsAtTheDensity) {
         double inside = 0;
         std::size_t count = 0;
         std::size_t faces = 0;
-        for (const Cell& cell : made.cells) {
+        for (const InfillCell& cell : made.cells) {
             surface += cell.surface;
             inside += cell.volume;
             faces += cell.mesh.faces.size();
@@ -305,7 +307,7 @@ TEST(Infill, StopsAtTheDensity) {
     }
 }
 
-TEST(Infill, LeavesTheShareOfMaterial) {
+TEST(Infill, LeavesTooMuchMaterial) {
     const TriMesh box = shapes::mesh_of(shapes::box({0, 0, 0}, {22, 20, 18}));
     double last = -1;
     for (const double density : {0.0, 0.2, 0.35, 0.6, 1.0}) {
@@ -332,7 +334,7 @@ TEST(Infill, LeavesTheShareOfMaterial) {
     EXPECT_TRUE(thin.faces.empty());
 }
 
-TEST(Infill, TakesModelsAsTheyAre) {
+TEST(Infill, OddModelsBreakIt) {
     const SoupVector cube = shapes::box({-15, -15, -15}, {15, 15, 15});
     SoupVector with_cavity = cube;
     shapes::append(with_cavity, shapes::turned(shapes::box({-5, -5, -5}, {5, 5, 5})));

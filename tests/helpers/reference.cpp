@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstdlib>
 #include <deque>
 #include <map>
 #include <numbers>
 #include <unordered_map>
+
+#include "mesh/export_data.h"
 
 namespace povmesh::reference {
 namespace {
@@ -100,10 +103,6 @@ void turn(Face& face) {
     std::swap(face.vertex[0], face.vertex[1]);
     for (std::size_t i = 0; i < 3; ++i) std::swap(face.colour[i], face.colour[3 + i]);
     if (face.label >= 0) std::swap(face.uv[0], face.uv[1]);
-}
-
-bool is_in_range(std::int32_t index, std::size_t size) {
-    return index >= 0 && static_cast<std::size_t>(index) < size;
 }
 
 auto as_bytes(const Face& face) {
@@ -226,7 +225,7 @@ private:
     bool examine_edges(std::uint32_t f) {
         for (std::size_t c = 0; c < 3; ++c) {
             const std::size_t after = across(mesh_, uses_, f, c).size();
-            const std::size_t before = across(mesh_, uses_, f, (c + 2) % 3).size();
+            const std::size_t before = across(mesh_, uses_, f, previous_corner(c)).size();
             if (after == 0 || before == 0) count(1, f);
             if (after > 1 || before > 1) {
                 count(2, f);
@@ -253,49 +252,25 @@ TriMesh build_f(const ByteSoup& soup) {
     return build(soup);
 }
 
-Arrays export_data(const TriMesh& mesh, bool live_only) {
+Arrays exported(const TriMesh& mesh) {
+    const SoupArrays soup = export_data(mesh);
+    const std::size_t count = soup.triangle_count;
     Arrays out;
-    for (const Face& face : mesh.faces) {
-        if (live_only && face.deleted != 0) continue;
-        for (std::size_t c = 0; c < 3; ++c) {
-            const Vertex& v = mesh.vertices.at(static_cast<std::size_t>(face.vertex[c]));
-            out.coordinates.insert(out.coordinates.end(), {v.x, v.y, v.z});
-            const bool has_uv = !mesh.texture_coordinates.empty() && face.label >= 0;
-            const auto* uv =
-                has_uv ? &mesh.texture_coordinates.at(static_cast<std::size_t>(face.uv[c]))
-                       : nullptr;
-            out.texture_coordinates.push_back(uv ? static_cast<float>(uv->u) : 0.0F);
-            out.texture_coordinates.push_back(uv ? static_cast<float>(uv->v) : 0.0F);
-        }
-        for (const std::uint8_t byte : face.colour) {
-            out.colours.push_back(static_cast<float>(byte / 255.0));
-            out.colour_bytes.push_back(byte);
-        }
-        out.labels.push_back(face.label);
+    out.coordinates.assign(soup.coordinates, soup.coordinates + 9 * count);
+    out.colours.assign(soup.colours, soup.colours + 9 * count);
+    out.texture_coordinates.assign(soup.texture_coordinates, soup.texture_coordinates + 6 * count);
+    out.labels.assign(soup.labels, soup.labels + count);
+    for (const float share : out.colours) {
+        out.colour_bytes.push_back(static_cast<std::uint8_t>(std::lround(share * 255.0F)));
     }
+    std::free(soup.coordinates);
+    std::free(soup.colours);
+    std::free(soup.texture_coordinates);
+    std::free(soup.labels);
     return out;
 }
 
-TriMesh compact(const TriMesh& mesh) {
-    // Indices out of range leave the mesh first: such a corner drops the face, such a texture index
-    // turns into that of a record (0, 0).
-    TriMesh sound = mesh;
-    sound.faces.clear();
-    const auto origin = static_cast<std::int32_t>(sound.texture_coordinates.size());
-    sound.texture_coordinates.push_back({0, 0, origin});
-    bool has_live = false;
-    for (Face face : mesh.faces) {
-        if (face.deleted != 0) continue;
-        has_live = true;
-        bool is_sound = true;
-        for (std::size_t c = 0; c < 3; ++c) {
-            is_sound = is_sound && is_in_range(face.vertex[c], mesh.vertices.size());
-            if (!is_in_range(face.uv[c], mesh.texture_coordinates.size())) face.uv[c] = origin;
-        }
-        if (is_sound) sound.faces.push_back(face);
-    }
-    if (!has_live) return mesh;
-    const Arrays arrays = export_data(sound);
+TriMesh rebuilt(const Arrays& arrays) {
     return build_f(ByteSoup{arrays.labels.size(), arrays.coordinates.data(),
                             arrays.colour_bytes.data(), arrays.texture_coordinates.data(),
                             arrays.labels.data()});
@@ -326,10 +301,11 @@ Shells shells(const TriMesh& mesh) {
             queue.pop_front();
             result.back().push_back(f);
             for (std::size_t c = 0; c < 3; ++c) {
-                const std::int32_t end = mesh.faces[f].vertex[(c + 1) % 3];
+                const std::int32_t end = mesh.faces[f].vertex[next_corner(c)];
                 for (const auto& [g, d] : uses[static_cast<std::size_t>(mesh.faces[f].vertex[c])]) {
                     const auto& other = mesh.faces[g].vertex;
-                    if (visited[g] || (other[(d + 2) % 3] != end && other[(d + 1) % 3] != end))
+                    if (visited[g] ||
+                        (other[previous_corner(d)] != end && other[next_corner(d)] != end))
                         continue;
                     visited[g] = true;
                     queue.push_back(g);
@@ -340,23 +316,10 @@ Shells shells(const TriMesh& mesh) {
     return result;
 }
 
-double signed_volume(const TriMesh& mesh) {
-    Vec3d base{0, 0, 1e9};
-    for (const Vertex& v : mesh.vertices) base.z = std::min(base.z, static_cast<double>(v.z));
-    double sum = 0;
-    for (const Face& face : mesh.faces) {
-        if (face.deleted != 0) continue;
-        const Vec3d a = position(mesh, face.vertex[0]) - base;
-        sum += dot(
-            a, cross(position(mesh, face.vertex[1]) - base, position(mesh, face.vertex[2]) - base));
-    }
-    return sum / 6.0;
-}
-
 bool holds_edge(const Face& face, std::int32_t a, std::int32_t b) {
     for (std::size_t c = 0; c < 3; ++c) {
         const std::int32_t p = face.vertex[c];
-        const std::int32_t q = face.vertex[(c + 1) % 3];
+        const std::int32_t q = face.vertex[next_corner(c)];
         if ((p == a && q == b) || (p == b && q == a)) return true;
     }
     return false;
@@ -365,7 +328,7 @@ bool holds_edge(const Face& face, std::int32_t a, std::int32_t b) {
 std::set<std::uint32_t> across(const TriMesh& mesh, const UseLists& uses, std::uint32_t face,
                                std::size_t edge) {
     const std::int32_t a = mesh.faces[face].vertex[edge];
-    const std::int32_t b = mesh.faces[face].vertex[(edge + 1) % 3];
+    const std::int32_t b = mesh.faces[face].vertex[next_corner(edge)];
     std::set<std::uint32_t> found;
     for (const auto& [g, corner] : uses[static_cast<std::size_t>(a)]) {
         const bool is_other = g != face && mesh.faces[g].deleted == 0;
@@ -378,8 +341,8 @@ bool same_direction(const Face& a, const Face& b) {
     for (std::size_t i = 0; i < 3; ++i) {
         for (std::size_t j = 0; j < 3; ++j) {
             if (a.vertex[i] != b.vertex[j]) continue;
-            return a.vertex[(i + 1) % 3] == b.vertex[(j + 1) % 3] ||
-                   a.vertex[(i + 2) % 3] == b.vertex[(j + 2) % 3];
+            return a.vertex[next_corner(i)] == b.vertex[next_corner(j)] ||
+                   a.vertex[previous_corner(i)] == b.vertex[previous_corner(j)];
         }
     }
     return false;
@@ -389,8 +352,8 @@ bool degenerate(const TriMesh& mesh, const Face& face) {
     const auto& v = face.vertex;
     if (v[0] == v[1] || v[1] == v[2] || v[2] == v[0]) return true;
     for (std::size_t c = 0; c < 3; ++c) {
-        const Vec3d to_next = position(mesh, v[(c + 1) % 3]) - position(mesh, v[c]);
-        const Vec3d to_last = position(mesh, v[(c + 2) % 3]) - position(mesh, v[c]);
+        const Vec3d to_next = position(mesh, v[next_corner(c)]) - position(mesh, v[c]);
+        const Vec3d to_last = position(mesh, v[previous_corner(c)]) - position(mesh, v[c]);
         if (length(to_next) == 0 || length(to_last) == 0) return true;
         const double cosine = dot(to_next, to_last) / (length(to_next) * length(to_last));
         const double degrees = std::acos(std::clamp(cosine, -1.0, 1.0)) * (180 / std::numbers::pi);
@@ -410,7 +373,7 @@ bool is_closed_manifold(const TriMesh& mesh) {
     for (const Face& face : mesh.faces) {
         if (face.deleted != 0) continue;
         for (std::size_t c = 0; c < 3; ++c) {
-            sides.emplace_back(face.vertex[c], face.vertex[(c + 1) % 3]);
+            sides.emplace_back(face.vertex[c], face.vertex[next_corner(c)]);
             turned.emplace_back(sides.back().second, sides.back().first);
         }
     }

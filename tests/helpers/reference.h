@@ -18,7 +18,7 @@ namespace povmesh::reference {
 TriMesh build_f(const Soup& soup);
 TriMesh build_f(const ByteSoup& soup);
 
-/// Exported arrays, or those that feed a `Soup`; colours as bytes stand beside the floats.
+/// Arrays that feed a soup; colours as bytes stand beside the floats.
 struct Arrays {
     std::vector<float> coordinates;
     std::vector<float> colours;
@@ -27,12 +27,9 @@ struct Arrays {
     std::vector<std::int32_t> labels;
 };
 
-/// Faces as arrays, the live ones or all records.
-Arrays export_data(const TriMesh& mesh, bool live_only = true);
-
-/// The mesh of the round trip through `export_data` and `build_f`; the mesh itself without live
-/// faces.
-TriMesh compact(const TriMesh& mesh);
+/// What `export_data` gives, and the mesh that comes of it.
+Arrays exported(const TriMesh& mesh);
+TriMesh rebuilt(const Arrays& arrays);
 
 /// (face, corner) pairs per vertex in face order.
 using UseLists = std::vector<std::vector<std::pair<std::uint32_t, std::uint32_t>>>;
@@ -40,8 +37,6 @@ UseLists use_lists(const TriMesh& mesh);
 
 using Shells = std::vector<std::vector<std::uint32_t>>;
 Shells shells(const TriMesh& mesh);
-
-double signed_volume(const TriMesh& mesh);
 
 /// True when two cyclic neighbours among the face's corners are the vertices a and b.
 bool holds_edge(const Face& face, std::int32_t a, std::int32_t b);

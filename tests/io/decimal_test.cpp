@@ -28,8 +28,8 @@ Parsed parse(std::string_view text) {
     return result;
 }
 
-// The same by the standard library: from_chars for the extent and for what a double can hold, strtod (the
-// test runs in the "C" locale) for the side on which a number leaves that range.
+// The same by the standard library: from_chars for the extent and for what a double can hold,
+// strtod (the test runs in the "C" locale) for the side on which a number leaves that range.
 Parsed reference(std::string_view text) {
     const std::size_t plus = text.starts_with('+') ? 1 : 0;
     const std::size_t sign = plus != 0 || text.starts_with('-') ? 1 : 0;
@@ -151,8 +151,8 @@ TEST(Decimal, RoundsAsTheStandardLibraryDoes) {
 TEST(Decimal, RoundsTiesToEven) {
     shapes::Random random(12);
     for (int i = 0; i < 20000; ++i) {
-        // A double of 53 bits and half a unit in its last place, which a long double holds exactly; "%.*Le"
-        // prints all of its digits. One digit more makes it larger than the tie.
+        // A double of 53 bits and half a unit in its last place, which a long double holds exactly;
+        // "%.*Le" prints all of its digits. One digit more makes it larger than the tie.
         const auto bits =
             static_cast<long double>((std::uint64_t{1} << 53) + (random.next() >> 12) * 2 + 1);
         const int power = static_cast<int>(random.below(200)) - 100;

@@ -46,15 +46,16 @@ ino_t inode_of(const std::string& path) {
     return stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
 }
 
-// Runs checks in a child process and says what went wrong there: for what would change this process.
+// Runs checks in a child process and says what went wrong there: for what would change this
+// process.
 std::string in_child(const std::function<std::string()>& check) {
     int ends[2];
     if (pipe(ends) != 0) return "no pipe";
     const pid_t child = fork();
     if (child == 0) {
         const std::string problem = check();
-        const bool told = write(ends[1], problem.data(), problem.size()) >= 0;
-        _exit(told ? 0 : 1);
+        const bool is_sent = write(ends[1], problem.data(), problem.size()) >= 0;
+        _exit(is_sent ? 0 : 1);
     }
     close(ends[1]);
     std::string problem(4096, '\0');

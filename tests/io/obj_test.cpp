@@ -99,7 +99,7 @@ TEST(ObjReader, CornersCarryColoursAndTexture) {
     EXPECT_EQ(uv(1, 1), std::pair(0.0, 0.0)) << "a number that names nothing";
 }
 
-TEST(ObjReader, NumbersThatNameNothing) {
+TEST(ObjReader, NumbersThatNameNothingAreNeverFollowed) {
     for (const char* face :
          {"f 1 2 9\n", "f 0 1 2\n", "f -1 -2 -3\n", "f 1 2 99999999999999999999\n"}) {
         const Read read = parse(kPoints + "f 1 2 3\n" + face);

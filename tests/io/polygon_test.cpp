@@ -22,7 +22,8 @@ double signed_area(const std::vector<Vec3d>& p) {
     return sum / 2;
 }
 
-// Area of the triangles, signed and by magnitude: they agree when none lies on another or the wrong way.
+// Area of the triangles, signed and by magnitude: they agree when none lies on another or the wrong
+// way.
 struct Areas {
     double sum = 0;
     double magnitude = 0;

@@ -141,7 +141,7 @@ std::string facet(int n, int count = 3) {
     return "facet" + corners(n, count) + " endfacet ";
 }
 
-TEST(AsciiStl, ReadsWordsAsTold) {
+TEST(AsciiStl, ReadsTheWordsOfFacetsAndNothingElse) {
     // Expected: the x of all corners that make triangles, and part of the message.
     const struct {
         const char* what;
@@ -234,12 +234,12 @@ TEST(AsciiStl, TakesAnyCaseWhenAsked) {
     EXPECT_EQ(read_bytes(text).mesh.faces.size(), 0U);
 }
 
-TEST(AsciiStl, WordsLongerThanTheBuffer) {
+TEST(AsciiStl, WordsLongerThanTheBufferCountOnce) {
     const std::string filler(300, 'c');
     const std::string zeros(300, '0');
     for (std::size_t shift = 0; shift < 70; ++shift) {
-        // The key words of one long word count once, wherever the pieces end; a long number is what its
-        // beginning gives.
+        // The key words of one long word count once, wherever the pieces end; a long number is what
+        // its beginning gives.
         const std::string pad(shift, '-');
         std::ostringstream words;
         words << pad << filler << "facet" << filler << " " << filler << pad << "vertex" << filler
@@ -257,7 +257,7 @@ TEST(AsciiStl, WordsLongerThanTheBuffer) {
     }
 }
 
-TEST(Stl, TakesWhatIsThere) {
+TEST(Stl, NeverBelievesTheCount) {
     const std::vector<float> box = shapes::box({0, 0, 0}, {10, 10, 10});
     const std::string exact = binary_stl(box, 12, "solid facet vertex 1 2 3 vertex 1 2 3");
     const std::string huge = binary_stl(box, 0xFFFFFFFF);
@@ -333,7 +333,7 @@ TEST(Stl, SizeDecidesBeforeWords) {
     EXPECT_THAT(read_bytes(longer).status.text(), HasSubstr("words of an ASCII STL in its header"));
 }
 
-TEST(Stl, ProgressAndUntouchedMesh) {
+TEST(Stl, AFileThatDoesNotOpenChangesNothing) {
     std::uint32_t cell = 77;
     RunLog log;
     RunContext run{Progress(&cell), log};
@@ -361,7 +361,7 @@ TEST(Stl, ProgressAndUntouchedMesh) {
     }
 }
 
-TEST(Stl, SourceThatShrinksWhileItIsRead) {
+TEST(Stl, AFileThatShrinksWhileItIsReadIsTruncated) {
     const std::string bytes = binary_stl(shapes::box({0, 0, 0}, {1, 1, 1}), 12);
     ByteSource source = bytes_of(std::span(bytes).first(84 + 5 * 50));
     source.size = bytes.size();

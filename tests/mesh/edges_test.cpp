@@ -33,7 +33,7 @@ TriMesh random_mesh(std::uint64_t seed) {
 
 bool runs_along(const Face& face, std::int32_t from, std::int32_t to) {
     for (std::size_t c = 0; c < 3; ++c) {
-        if (face.vertex[c] == from && face.vertex[(c + 1) % 3] == to) return true;
+        if (face.vertex[c] == from && face.vertex[next_corner(c)] == to) return true;
     }
     return false;
 }
@@ -41,12 +41,12 @@ bool runs_along(const Face& face, std::int32_t from, std::int32_t to) {
 void expect_mates(const TriMesh& mesh, const EdgeMates& mates) {
     const reference::UseLists uses = reference::use_lists(mesh);
     std::map<std::set<std::uint32_t>, std::set<std::size_t>> groups_of_faces;
-    std::set<std::set<std::int32_t>> crowded_edges;
+    std::set<std::set<std::int32_t>> edges_of_many;
     for (std::uint32_t f = 0; f < mesh.faces.size(); ++f) {
         for (std::size_t e = 0; e < 3; ++e) {
             SCOPED_TRACE("face " + std::to_string(f) + ", edge " + std::to_string(e));
             const std::int32_t from = mesh.faces[f].vertex[e];
-            const std::int32_t to = mesh.faces[f].vertex[(e + 1) % 3];
+            const std::int32_t to = mesh.faces[f].vertex[next_corner(e)];
             std::set<std::uint32_t> others;
             if (mesh.faces[f].deleted == 0) others = reference::across(mesh, uses, f, e);
             using Kind = EdgeMates::Kind;
@@ -60,17 +60,17 @@ void expect_mates(const TriMesh& mesh, const EdgeMates& mates) {
                           runs_along(mesh.faces[*others.begin()], from, to));
             } else if (kind == Kind::NonManifold) {
                 others.insert(f);
-                crowded_edges.insert({from, to});
+                edges_of_many.insert({from, to});
                 ASSERT_LT(mates.group_of(f, e), mates.group_count());
                 const auto group = mates.group(mates.group_of(f, e));
                 ASSERT_TRUE(std::equal(group.begin(), group.end(), others.begin(), others.end()));
             }
         }
     }
-    ASSERT_EQ(mates.group_count(), crowded_edges.size());
+    ASSERT_EQ(mates.group_count(), edges_of_many.size());
 }
 
-TEST(Edges, AgreeWithBruteForce) {
+TEST(Edges, LoseOrInventNoMate) {
     for (std::uint64_t seed = 1; seed <= 1500; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         TriMesh mesh = random_mesh(seed);
@@ -197,7 +197,7 @@ TEST(IsConsistent, CatchesPlantedFaults) {
     }
 }
 
-TEST(TurnOver, ExchangesTwoCornersAndComesBack) {
+TEST(ReverseWinding, TakesColoursAndTextureAlong) {
     for (const int label : {-1, 0, 7}) {
         const Face face = {{1, 2, 3, 4, 5, 6, 7, 8, 9},
                            0,
@@ -205,11 +205,11 @@ TEST(TurnOver, ExchangesTwoCornersAndComesBack) {
                            {10, 11, 12},
                            {20, 21, 22}};
         Face turned = face;
-        turn_over(turned);
+        reverse_winding(turned);
         EXPECT_EQ(turned.vertex, (std::array{11, 10, 12}));
         EXPECT_EQ(turned.colour, (std::array<std::uint8_t, 9>{4, 5, 6, 1, 2, 3, 7, 8, 9}));
         EXPECT_EQ(turned.uv, label < 0 ? face.uv : (std::array{21, 20, 22}));
-        turn_over(turned);
+        reverse_winding(turned);
         EXPECT_EQ(turned.vertex, face.vertex);
         EXPECT_EQ(turned.colour, face.colour);
         EXPECT_EQ(turned.uv, face.uv);

@@ -13,7 +13,7 @@
 #include "helpers/shapes.h"
 #include "picture/raster.h"
 
-namespace povmesh {
+namespace povmesh::picture {
 namespace {
 
 using shapes::mesh_of;
@@ -51,13 +51,13 @@ char hue(Colour c) {
 
 constexpr std::int32_t kCells = 6;
 
-// The corners of kCells x kCells square cells, `cell` samples wide, that fill a square; those within
-// are moved by up to a quarter of a cell, in multiples of `step` units.
-std::vector<picture::ScreenVertex> jittered_grid(std::int32_t cell, std::int32_t step) {
+// The corners of kCells x kCells square cells, `cell` samples wide, that fill a square; those
+// within are moved by up to a quarter of a cell, in multiples of `step` units.
+std::vector<ScreenVertex> jittered_grid(std::int32_t cell, std::int32_t step) {
     shapes::Random random(7);
-    const std::int32_t reach = cell * picture::kUnit / 4 / step;
+    const std::int32_t reach = cell * kUnit / 4 / step;
     const auto place = [&](std::int32_t line) {
-        std::int32_t at = line * cell * picture::kUnit;
+        std::int32_t at = line * cell * kUnit;
         if (line > 0 && line < kCells) {
             const auto choice =
                 random.below(std::uint64_t{2} * static_cast<std::uint64_t>(reach) + 1);
@@ -65,7 +65,7 @@ std::vector<picture::ScreenVertex> jittered_grid(std::int32_t cell, std::int32_t
         }
         return at;
     };
-    std::vector<picture::ScreenVertex> grid;
+    std::vector<ScreenVertex> grid;
     for (std::int32_t i = 0; i <= kCells; ++i) {
         for (std::int32_t j = 0; j <= kCells; ++j) {
             const std::int32_t x = place(j);
@@ -76,18 +76,17 @@ std::vector<picture::ScreenVertex> jittered_grid(std::int32_t cell, std::int32_t
 }
 
 // Adds 1 for every sample of a triangle, in two strips as in a large picture.
-void count_samples(const picture::ScreenVertex& a, const picture::ScreenVertex& b,
-                   const picture::ScreenVertex& c, std::int32_t size, std::vector<int>& counts) {
-    ASSERT_GT(picture::double_area(a, b, c), 0);
-    for (const auto& strip :
-         {picture::SampleArea{0, size, 0, size / 3}, {0, size, size / 3, size}}) {
-        const picture::SampleArea box = picture::box_of(a, b, c, strip);
+void count_samples(const ScreenVertex& a, const ScreenVertex& b, const ScreenVertex& c,
+                   std::int32_t size, std::vector<int>& counts) {
+    ASSERT_GT(double_area(a, b, c), 0);
+    for (const auto& strip : {SampleArea{0, size, 0, size / 3}, {0, size, size / 3, size}}) {
+        const SampleArea box = box_of(a, b, c, strip);
         if (box.is_empty()) continue;
         const auto add = [&](std::int32_t row, std::int32_t begin, std::int32_t end) {
             const auto first = counts.begin() + std::ptrdiff_t{row} * size;
             std::for_each(first + begin, first + end, [](int& count) { ++count; });
         };
-        picture::for_each_run(a, b, c, box, add);
+        for_each_run(a, b, c, box, add);
     }
 }
 
@@ -95,8 +94,8 @@ TEST(Raster, NeighboursLeaveNoGapAndShareNoSample) {
     // Steps of half a sample put many sides through the centres of samples; the cells lie on both
     // sides of the limit for narrow triangles.
     for (const std::int32_t cell : {2, 5, 30}) {
-        for (const std::int32_t step : {1, picture::kUnit / 2}) {
-            const std::vector<picture::ScreenVertex> grid = jittered_grid(cell, step);
+        for (const std::int32_t step : {1, kUnit / 2}) {
+            const std::vector<ScreenVertex> grid = jittered_grid(cell, step);
             const std::int32_t size = cell * kCells;
             std::vector<int> counts(static_cast<std::size_t>(size) *
                                     static_cast<std::size_t>(size));
@@ -302,4 +301,4 @@ TEST(Png, DecodesToTheSameImage) {
 }
 
 }  // namespace
-}  // namespace povmesh
+}  // namespace povmesh::picture

@@ -15,7 +15,6 @@
 
 #include "helpers/reference.h"
 #include "helpers/shapes.h"
-#include "mesh/compact.h"
 #include "mesh/edge_mates.h"
 #include "mesh/volume.h"
 #include "remesh/collapse_queue.h"
@@ -33,9 +32,7 @@ using shapes::SoupVector;
 using Reduction = ReduceReport (*)(TriMesh&, double target);
 
 ReduceReport by_queue(TriMesh& mesh, double target) {
-    const ReduceReport report = reduce(mesh, target, 0.0, -1.0);
-    compact(mesh);
-    return report;
+    return reduce(mesh, {.keep = target, .least_keep = 0});
 }
 
 ReduceReport in_parallel(TriMesh& mesh, double target) {
@@ -166,14 +163,14 @@ TEST(Reduce, AimsAtTheShareOfEachShell) {
         shapes::move(small, {50, 0, 0});
         shapes::append(soup, small);
         TriMesh mesh = mesh_of(soup);
-        const double volume = reference::signed_volume(mesh);
+        const double volume = signed_volume(mesh);
         const ReduceReport report = reduction(mesh, 0.25);
         EXPECT_TRUE(report.is_reached);
         EXPECT_EQ(report.faces_aimed, 1280U + 80U);
         EXPECT_EQ(mesh.faces.size(), 1280U + 80U);
         EXPECT_EQ(report.faces_after, mesh.faces.size());
         EXPECT_TRUE(reference::is_closed_manifold(mesh));
-        EXPECT_NEAR(reference::signed_volume(mesh) / volume, 1.0, 0.02);
+        EXPECT_NEAR(signed_volume(mesh) / volume, 1.0, 0.02);
     }
 }
 
@@ -199,14 +196,13 @@ TEST(Reduce, NeverGoesBelowATetrahedronAndKeepsWhatIsSmall) {
 
 TEST(Reduce, TurnsNoFaceOfABoxBeyondTheLimit) {
     TriMesh mesh = mesh_of(fine_box(8));
-    const ReduceReport report = reduce(mesh, 0.0, 0.0, 0.985);
-    compact(mesh);
+    const ReduceReport report = reduce(mesh, {.keep = 0, .least_keep = 0, .least_cosine = 0.985});
     // The corners stay, because a face at one would turn; what is flat goes.
     EXPECT_FALSE(report.is_reached);
     EXPECT_GT(report.normal_limit, 0U);
     EXPECT_LT(mesh.faces.size(), 100U);
     EXPECT_TRUE(reference::is_closed_manifold(mesh));
-    EXPECT_NEAR(reference::signed_volume(mesh), 1.0, 1e-6);
+    EXPECT_NEAR(signed_volume(mesh), 1.0, 1e-6);
     for (const Face& face : mesh.faces) {
         const Vec3f p = mesh.corner_position(face, 0);
         const Vec3d normal =
@@ -347,7 +343,7 @@ TEST(ReduceParallel, IsTheSameForAnyNumberOfThreads) {
     omp_set_num_threads(threads);
 }
 
-TEST(Reduce, IsNotQuadraticAroundCrowdedVertices) {
+TEST(Reduce, IsNotQuadraticAroundVerticesOfHighValence) {
     for (const Reduction reduction : kReductions) {
         for (const SoupVector& soup :
              {shapes::fan(100000, 500), bipyramid(100000), shapes::book(100000)}) {
@@ -361,7 +357,7 @@ TEST(Reduce, IsNotQuadraticAroundCrowdedVertices) {
     }
 }
 
-TEST(Reduce, SurvivesNumbersThatAreNone) {
+TEST(Reduce, SurvivesNumbersThatAreNotFinite) {
     const float inf = std::numeric_limits<float>::infinity();
     const float nan = std::numeric_limits<float>::quiet_NaN();
     for (const Reduction reduction : kReductions) {

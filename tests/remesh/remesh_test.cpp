@@ -74,7 +74,7 @@ TEST(Remesh, MakesSmoothSurfacesEven) {
             EXPECT_GT(share_within(edges_of(result), 0.6 * l, 1.6 * l), 0.99);
             EXPECT_GT(smallest_angle(result), 28.0) << l;
             EXPECT_LT(surface_distance(*mesh, result).rms(), 0.05 * l);
-            EXPECT_GT(reference::signed_volume(result), 0.95 * reference::signed_volume(*mesh));
+            EXPECT_GT(signed_volume(result), 0.95 * signed_volume(*mesh));
         }
     }
 }
@@ -83,7 +83,7 @@ TEST(Remesh, KeepsSharpEdgesAndCorners) {
     const TriMesh box = mesh_of(shapes::box({0, 0, 0}, {10, 20, 30}));
     const TriMesh result = remeshed(box, {.edge_length = 1});
     EXPECT_TRUE(reference::is_closed_manifold(result));
-    EXPECT_NEAR(reference::signed_volume(result), 6000, 0.01);
+    EXPECT_NEAR(signed_volume(result), 6000, 0.01);
     EXPECT_GT(share_within(edges_of(result), 0.6, 1.6), 0.99);
     EXPECT_GT(smallest_angle(result), 20.0);
     std::set<std::array<float, 3>> corners;
@@ -187,7 +187,7 @@ TEST(Remesh, FollowsASizingField) {
     EXPECT_GT(share_within(below, 0.72, 1.92), 0.97);
 }
 
-TEST(Remesh, LeavesTheMeshAloneForLengthsThatAreNone) {
+TEST(Remesh, LeavesTheMeshAloneForLengthsNotPositiveOrNotFinite) {
     const TriMesh mesh = mesh_of(shapes::rock(10, 2));
     for (const double l : {0.0, -1.0, std::nan(""), std::numeric_limits<double>::infinity()}) {
         EXPECT_EQ(reference::difference(remeshed(mesh, {.edge_length = l}), mesh), "");
@@ -213,8 +213,8 @@ TEST(Remesh, RaisesLengthsThatWouldMakeTooManyTriangles) {
     EXPECT_NEAR(raising_factor(cube, lengths, 0, 1000) / all, 0.5, 0.02);
 }
 
-// The apex has 100,000 faces; they are gone before a search would have to look at all of them often.
-TEST(Remesh, TakesACrowdedVertex) {
+// The apex has 100,000 faces, gone before a search would have to look at all of them often.
+TEST(Remesh, IsNotSlowAroundAVertexOfHighValence) {
     const TriMesh mesh = remeshed(mesh_of(shapes::fan(100'000, 200)), {.edge_length = 600});
     EXPECT_LT(mesh.faces.size(), 100U);
     EXPECT_GT(mesh.faces.size(), 4U);

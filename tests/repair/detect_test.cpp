@@ -125,12 +125,12 @@ TriMesh damaged(const SoupVector& soup, Random& random) {
         for (auto& byte : face.colour) byte = static_cast<std::uint8_t>(random.below(256));
         if (has_deleted && random.below(6) == 0) face.deleted = 1;
     }
-    // One only: of two such faces at one vertex it is not settled whether the edge from the vertex to
-    // itself joins them.
+    // One only: of two such faces at one vertex it is not settled whether the edge from the vertex
+    // to itself joins them.
     if (random.below(4) == 0 && !mesh.faces.empty()) {
         Face& face = mesh.faces[random.below(mesh.faces.size())];
         const std::size_t c = random.below(3);
-        face.vertex[(c + 1) % 3] = face.vertex[c];
+        face.vertex[next_corner(c)] = face.vertex[c];
         if (random.below(5) == 0) face.vertex.fill(face.vertex[c]);
     }
     return mesh;

@@ -153,7 +153,7 @@ TEST(CloseHoles, RimsUpToFiftyEdgesWhateverTheWindingAround) {
 
         // Every third face turned: the rims are found all the same.
         TriMesh mixed = shapes::mesh_of(soup);
-        for (std::size_t f = 0; f < mixed.faces.size(); f += 3) turn_over(mixed.faces[f]);
+        for (std::size_t f = 0; f < mixed.faces.size(); f += 3) reverse_winding(mixed.faces[f]);
         EXPECT_EQ(close_holes(mixed, EdgeMates(mixed)).added_face_count, report.added_face_count);
     }
 }
@@ -166,8 +166,8 @@ TEST(CloseHoles, LeavesOpenWhatTheRulesLeaveOpen) {
     // A lone triangle would get its own other side.
     SoupVector lone;
     push(lone, {{0, 0, 0}, {9, 0, 0}, {9, 9, 3}});
-    // A ring is missing from the lid of a pot: its rims lie within each other. The inner disc is flat
-    // and so is no sheet of its own.
+    // A ring is missing from the lid of a pot: its rims lie within each other. The inner disc is
+    // flat and so is no sheet of its own.
     SoupVector pot = tube(12);
     push_wall(pot, 12, 4, 20, 1, 21);
     for (std::size_t i = 0; i < 12; ++i) {
@@ -219,14 +219,14 @@ void try_all(const std::vector<Vec3d>& p, std::vector<std::array<std::size_t, 3>
             area += length(normal(t)) / 2;
             for (std::size_t e = 0; e < 3; ++e) {
                 const std::size_t a = t[e];
-                const std::size_t b = t[(e + 1) % 3];
+                const std::size_t b = t[next_corner(e)];
                 Vec3d other{};
                 if (b == (a + 1) % p.size()) {
                     other = rim[a];
                 } else {
                     for (const auto& u : done) {
                         for (std::size_t g = 0; g < 3; ++g) {
-                            if (u[g] == b && u[(g + 1) % 3] == a) other = normal(u);
+                            if (u[g] == b && u[next_corner(g)] == a) other = normal(u);
                         }
                     }
                 }

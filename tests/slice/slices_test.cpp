@@ -1,4 +1,5 @@
-// Slices: areas and outlines of shapes whose truth is known, gaps, nesting, planes through vertices.
+// Slices: areas and outlines of shapes whose truth is known, gaps, nesting, planes through
+// vertices.
 #include "slice/slices.h"
 
 #include <gtest/gtest.h>
@@ -47,11 +48,11 @@ TEST(Slices, FindEveryIntervalAtAPlaceOnce) {
             const auto b = static_cast<std::uint32_t>(random.below(places));
             intervals.push_back({std::min(a, b), std::max(a, b), i});
         }
-        const IntervalTree stabbing(intervals, places);
+        const IntervalTree tree(intervals, places);
         for (std::uint32_t place = 0; place < places; ++place) {
             std::vector<std::uint32_t> found;
             std::vector<std::uint32_t> expected;
-            stabbing.for_each(place, [&](std::uint32_t item) { found.push_back(item); });
+            tree.for_each(place, [&](std::uint32_t item) { found.push_back(item); });
             for (const PlaceInterval& i : intervals) {
                 if (i.first <= place && place <= i.last) expected.push_back(i.item);
             }
@@ -181,7 +182,7 @@ TEST(Slices, TellPartsHolesAndIslands) {
     EXPECT_EQ(most_holes, 1600U);
 }
 
-TEST(Slices, TakeCrowdsGiantsAndNothing) {
+TEST(Slices, DoNotBreakOnFansAndGiants) {
     const TriMesh fan = shapes::mesh_of(shapes::fan(100000, 5));
     const Slice slice = slice_at(fan, 2, 2.5);
     ASSERT_EQ(slice.loops.size(), 1U);

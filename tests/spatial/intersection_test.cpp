@@ -268,14 +268,15 @@ TEST(SelfIntersections, AreThoseOfAllPairs) {
 }
 
 // Faces around one vertex and one edge are compared by directions; those that lie in the same one
-// must still be found, also across hubs.
-TEST(SelfIntersections, AreFoundAroundHubs) {
+// must still be found, also across fans.
+TEST(SelfIntersections, AreFoundAroundVerticesAndEdgesOfHighValence) {
     Random random(9);
     const auto at = [&] { return static_cast<float>(random.below(12)) - 5.5F; };
     shapes::SoupVector soup;
     const float far_out = 1000;
     for (int i = 0; i < 1200; ++i) {
-        // A needle now and then, and hub vertices (0, 0, 0) and (0, 0, 2) with and without their edge.
+        // A needle now and then, and apexes (0, 0, 0) and (0, 0, 2) with and without their
+        // edge.
         const float scale = i % 7 == 0 ? far_out : 1;
         const float height = i % 3 == 0 ? 2 : 0;
         soup.insert(soup.end(), {0, 0, height});

@@ -91,7 +91,7 @@ TEST(Separation, GroupsShellsThatMeet) {
     for (const auto& c : cases) EXPECT_EQ(groups_of(c.soup), c.expected) << c.what;
 }
 
-// Against all pairs of single triangles, whose strict boxes are told without the code.
+// Against all pairs of single triangles, whose strict boxes are computed without the code.
 TEST(Separation, GroupsAreThoseOfAllPairs) {
     shapes::Random random(3);
     for (const std::uint64_t size : {2U, 12U, 40U}) {
@@ -177,7 +177,7 @@ TEST(Separation, LargeShellsAreSampled) {
     }
 }
 
-TEST(Separation, ManyShells) {
+TEST(Separation, OfManyShellsIsNotQuadratic) {
     SoupVector grid;   // 1,000 cubes that do not meet
     SoupVector chain;  // 200 of which each meets the next
     for (int i = 0; i < 1000; ++i) {
@@ -226,13 +226,13 @@ TEST(Separation, PartsHoldTheFacesOfTheirShells) {
     for (std::size_t i = 0; i < count; ++i) labels[i] = static_cast<std::int32_t>(i % 4) - 1;
     TriMesh mesh;
     build_f(mesh, Soup{count, soup.data(), colours.data(), uv.data(), labels.data()});
-    separate_models(mesh);
+    separate_bodies(mesh);
 
     ASSERT_EQ(mesh.parts.size(), 2U);
     const Groups groups = as_lists(group_intersecting_shells(mesh));
-    const reference::Arrays whole = reference::export_data(mesh);
+    const reference::Arrays whole = reference::exported(mesh);
     for (std::size_t part = 0; part < 2; ++part) {
-        const reference::Arrays arrays = reference::export_data(mesh.parts[part]);
+        const reference::Arrays arrays = reference::exported(mesh.parts[part]);
         std::size_t k = 0;
         for (const std::uint32_t shell : groups[part]) {
             for (const std::uint32_t face : mesh.shells[shell]) {
@@ -250,19 +250,14 @@ TEST(Separation, PartsHoldTheFacesOfTheirShells) {
             }
         }
         EXPECT_EQ(arrays.labels.size(), k);
-        EXPECT_EQ(
-            reference::difference(mesh.parts[part],
-                                  reference::build_f(ByteSoup{
-                                      k, arrays.coordinates.data(), arrays.colour_bytes.data(),
-                                      arrays.texture_coordinates.data(), arrays.labels.data()})),
-            "");
+        EXPECT_EQ(reference::difference(mesh.parts[part], reference::rebuilt(arrays)), "");
     }
 }
 
 TEST(Separation, DeletedFacesAreInNoPart) {
     TriMesh mesh = shapes::mesh_of(joined({cube(0, 1), cube(2, 3)}));
     for (std::size_t f = 0; f < 13; ++f) mesh.faces[f].deleted = 1;
-    separate_models(mesh);
+    separate_bodies(mesh);
     ASSERT_EQ(mesh.parts.size(), 1U);
     EXPECT_EQ(mesh.parts[0].faces.size(), 11U);
 }
@@ -273,7 +268,7 @@ std::vector<ShellNesting> nesting_of(const SoupVector& soup) {
     return classify_shells(mesh);
 }
 
-TEST(Nesting, TellsDepthAndTheShellAround) {
+TEST(Nesting, FindsDepthAndTheShellAround) {
     // Aligned boxes, so that every ray runs through corners and along edges of others; two of the
     // cavities in one body, a body in a cavity, and one beside.
     const SoupVector soup = joined({cube(4, 5), cube(0, 10), shapes::turned(cube(3, 6)),
@@ -375,7 +370,7 @@ TEST(Nesting, RaysMayMeetCorners) {
     }
 }
 
-TEST(Nesting, ShellsInShells) {
+TEST(Nesting, CountsEveryShellAround) {
     SoupVector soup;
     for (int radius = 1; radius <= 20; ++radius) {
         shapes::append(soup, shapes::sphere(static_cast<float>(radius), 3));

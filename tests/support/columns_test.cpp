@@ -356,7 +356,7 @@ TEST(GapSearch, FollowsItsRules) {
         {"a voxel 3 layers below", 20, 0, 45, {17}, 0, 0},
     };
     for (const auto& c : cases) {
-        VoxelGrid grid({{3, 3, 1}, false, true}, {{-1, -1, 0}, {1, 1, 25}});
+        VoxelGrid grid({{3, 3, 1}, true}, {{-1, -1, 0}, {1, 1, 25}});
         grid.insert({0, 0, c.layer}, kWhite, c.angle);
         for (const std::int32_t layer : c.below) grid.insert({0, 0, layer});
         grid.for_each([&](const Voxel& voxel) { grid.set_flags(voxel.index, kSideFlags); });
@@ -384,7 +384,7 @@ TEST(Columns, MakeClosedTubes) {
     EXPECT_EQ(tubes.faces.size(), 16 * columns.size());
 }
 
-TEST(Columns, ComeOutOfBadInput) {
+TEST(Columns, DoNotBreakOnBadInput) {
     constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
     constexpr double kInf = std::numeric_limits<double>::infinity();
     const TriMesh mesh = shapes::mesh_of(letter_t());

@@ -158,7 +158,7 @@ TEST(SlicePolygons, MergeColumnsThatOverlap) {
     EXPECT_NEAR(s.areas()[0], (kSide + 1) * kSide, 1e-3);
 }
 
-TEST(SlicePolygons, ComeOutOfBadInput) {
+TEST(SlicePolygons, DoNotBreakOnBadInput) {
     constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
     constexpr float kInf = std::numeric_limits<float>::infinity();
     const TriMesh box = shapes::mesh_of(shapes::box({-1, -1, 0}, {1, 1, 2}));

@@ -159,7 +159,7 @@ void Grid::fill_rows(bool keep_colour) {
     }
 }
 
-void Grid::peel(int layers, std::vector<Voxel>* removed) {
+void Grid::erode(int layers, std::vector<Voxel>* removed) {
     for (int pass = 0; pass < layers; ++pass) {
         for (auto at = voxels.begin(); at != voxels.end();) {
             auto& [key, voxel] = *at;
@@ -187,7 +187,7 @@ void Grid::peel(int layers, std::vector<Voxel>* removed) {
     }
 }
 
-void Grid::offset(int layers, int slack) {
+void Grid::dilate(int layers, int slack) {
     was_outside = outside();
     const Keys open = was_outside;
     for (int layer = 0; layer < std::abs(layers); ++layer) {
@@ -211,7 +211,7 @@ void Grid::offset(int layers, int slack) {
     }
 }
 
-void Grid::clean_up(int k) {
+void Grid::remove_spurs(int k) {
     std::erase_if(voxels, [&](const auto& entry) {
         const unsigned sides = entry.second.flags & 0x3FU;
         return std::popcount(sides) >= 6 - k;

@@ -26,12 +26,12 @@ struct Grid {
     /// Flags by the neighbours alone, as if every empty cell were outside.
     void mark_by_neighbours();
     void fill_rows(bool keep_colour);
-    void peel(int layers, std::vector<Voxel>* removed);
+    void erode(int layers, std::vector<Voxel>* removed);
 
     void mark();
     void drop_enclosed();
-    void offset(int layers, int slack);
-    void clean_up(int k);
+    void dilate(int layers, int slack);
+    void remove_spurs(int k);
     /// Drops what is nearer than the limit, in voxels, to a cell that is outside.
     void drop_near(const std::set<std::int64_t>& outside, std::int64_t squared_limit);
 

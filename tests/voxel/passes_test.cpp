@@ -27,7 +27,7 @@ struct Pair {
     Pair(shapes::Random& random, int round) {
         const VoxelIndex high = round % 4 == 0 ? VoxelIndex{130, 0, -2} : VoxelIndex{9, 5, 2};
         const IndexBox box{{-3, -4, -5}, high};
-        const VoxelSettings settings{{0.5F, 1, 2}, true, round % 2 == 0};
+        const VoxelSettings settings{{0.5F, 1, 2}, round % 2 == 0};
         grid = VoxelGrid(settings, box, {1, 2, 3});
         expected.size = settings.size;
         expected.origin = grid.origin();
@@ -56,7 +56,7 @@ struct Pair {
         const auto number = static_cast<std::int32_t>(random.below(4));
         switch (random.below(8)) {
             case 0:
-                mark_faces(grid, run);
+                mark_exposed_sides(grid, kFacesLine, run);
                 expected.mark();
                 return "mark";
             case 1:
@@ -72,28 +72,28 @@ struct Pair {
             case 3: {
                 std::vector<Voxel> removed;
                 std::vector<Voxel> expected_list;
-                peel(grid, number, &removed);
-                expected.peel(number, &expected_list);
+                erode(grid, number, &removed);
+                expected.erode(number, &expected_list);
                 EXPECT_EQ(removed.size(), expected_list.size());
                 for (std::size_t i = 0; i < removed.size(); ++i) {
                     EXPECT_EQ(removed[i].key, expected_list[i].key);
                     EXPECT_EQ(removed[i].flags, expected_list[i].flags);
                     EXPECT_EQ(removed[i].colour, expected_list[i].colour);
                 }
-                return "peel " + std::to_string(number);
+                return "erode " + std::to_string(number);
             }
             case 4:
-                offset(grid, -number, 1);
-                expected.offset(-number, 1);
-                return "offset " + std::to_string(-number);
+                dilate(grid, -number, 1);
+                expected.dilate(-number, 1);
+                return "dilate " + std::to_string(-number);
             case 5:
-                offset(grid, number / 2, 0);
-                expected.offset(number / 2, 0);
-                return "offset " + std::to_string(number / 2);
+                dilate(grid, number / 2, 0);
+                expected.dilate(number / 2, 0);
+                return "dilate " + std::to_string(number / 2);
             case 6:
-                clean_up(grid, number);
-                expected.clean_up(number);
-                return "clean up " + std::to_string(number);
+                remove_spurs(grid, number);
+                expected.remove_spurs(number);
+                return "remove spurs " + std::to_string(number);
             default: {
                 const auto limit = static_cast<std::int64_t>(random.below(20));
                 refresh_outside(grid);
@@ -109,8 +109,9 @@ struct Pair {
     }
 };
 
-// Whatever a visit changes ahead of it, in its own word and in later ones, a walk finds as a map would.
-TEST(VoxelGrid, WalksOverWhatVisitsChange) {
+// Whatever a visit changes ahead of it, in its own word and in later ones, a walk finds as a map
+// would.
+TEST(VoxelGrid, WalkMissesWhatAVisitChanges) {
     VoxelSettings settings;
     settings.size = {1, 1, 1};
     VoxelGrid grid(settings, {{0, 0, 0}, {99, 3, 3}});
@@ -142,7 +143,7 @@ TEST(VoxelGrid, WalksOverWhatVisitsChange) {
 }
 
 // Passes in any order, on flags fresh and stale, solid, sparse and hollow grids.
-TEST(VoxelPasses, AreThoseOfTheMap) {
+TEST(VoxelPasses, DifferFromTheMap) {
     shapes::Random random(5);
     for (int round = 0; round < 40; ++round) {
         Pair pair(random, round);

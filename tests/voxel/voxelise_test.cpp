@@ -69,7 +69,7 @@ SoupVector cube(float half) {
 }
 
 // Triangles of every kind: large, needle, smaller than a voxel, in a grid plane, without area.
-TEST(FormVoxels, TakesTheGridPointsThatTheRulesName) {
+TEST(FormVoxels, SamplesDifferFromTheRules) {
     shapes::Random random(11);
     for (int round = 0; round < 150; ++round) {
         SoupVector soup;
@@ -94,13 +94,13 @@ TEST(FormVoxels, TakesTheGridPointsThatTheRulesName) {
         }
         const Vec3f size = round % 6 == 5 ? Vec3f{0.7F, 0.7F, 2} : Vec3f{1, 1, 1};
         Context run;
-        VoxelGrid grid = form_voxels(mesh, {size, true, true}, run.context);
+        VoxelGrid grid = form_voxels(mesh, {size, true}, run.context);
         literal::Grid expected = literal::form_voxels(mesh, size, true);
         ASSERT_EQ(literal::difference(grid, expected), "") << "round " << round;
     }
 }
 
-TEST(Voxelise, MakesAShellThatFillsToTheModel) {
+TEST(Voxelise, ShellLeaksOrFillsTooMuch) {
     const SoupVector wall = shapes::box({-20, -20, 0}, {20, 20, 1.2F});
     const struct {
         const char* what;
@@ -141,7 +141,7 @@ TEST(Voxelise, MakesAShellThatFillsToTheModel) {
     }
 }
 
-TEST(Voxelise, KeepsCavitiesThatAreWoundInward) {
+TEST(Voxelise, CavitiesAreFilled) {
     const double solid = cubes(filled(cube(10), 0.5F));
     const auto filled_with = [&](const SoupVector& inner) {
         return cubes(filled(joined(cube(10), inner), 0.5F));
@@ -156,7 +156,7 @@ TEST(Voxelise, KeepsCavitiesThatAreWoundInward) {
     EXPECT_NEAR(both, 2 * 8000 - 13 * 13 * 13, 0.5 * 2 * 6 * 400 * 0.6);
 }
 
-TEST(Voxelise, ClosesSmallHolesOnly) {
+TEST(Voxelise, SmallHolesLeakOrWideOnesAreClosed) {
     SoupVector sphere = shapes::sphere(15, 4);  // edges of about 1.1
     const double whole = cubes(filled(sphere, 1));
     SoupVector holed = sphere;
@@ -169,7 +169,7 @@ TEST(Voxelise, ClosesSmallHolesOnly) {
     EXPECT_GT(cubes(half), 0.05 * whole);
 }
 
-TEST(Voxelise, TakesAnySizeAndAnyCoordinates) {
+TEST(Voxelise, WildSizesAndCoordinatesBreakTheGrid) {
     const SoupVector box = shapes::box({0, 0, 0}, {8, 4, 2});
     for (const float size : {0.0F, -1.0F, kNan, kInfinity}) {
         EXPECT_TRUE(voxelised(box, size).is_empty()) << size;
@@ -194,12 +194,12 @@ TEST(Voxelise, TakesAnySizeAndAnyCoordinates) {
     EXPECT_EQ(voxelised({}, 1).size(), 0U);
 }
 
-TEST(Surface, OfASolidIsClosedAndHoldsItsCubes) {
+TEST(Surface, IsOpenOrOfTheWrongVolume) {
     Context run;
     for (const float size : {0.9F, 2.5F, 40.0F}) {
         VoxelGrid grid = filled(shapes::rock(14, 4), size);
         drop_edge_contacts(grid);
-        form_surface(grid, run.context);
+        mark_exposed_sides(grid);
         TriMesh mesh;
         export_voxels(mesh, grid, run.context);
         EXPECT_TRUE(reference::is_closed_manifold(mesh)) << size;
@@ -218,7 +218,7 @@ TEST(Surface, OfASolidIsClosedAndHoldsItsCubes) {
     }
 }
 
-TEST(Surface, HandsPiecesBack) {
+TEST(Surface, PiecesAreMergedOrLost) {
     SoupVector soup = shapes::sphere(6, 3);
     for (const float x : {20.0F, -20.0F}) {
         SoupVector small = cube(x > 0 ? 0.4F : 4);
@@ -227,9 +227,9 @@ TEST(Surface, HandsPiecesBack) {
     }
     Context run;
     VoxelGrid grid = filled(soup, 1);
-    const auto pieces = form_surface_pieces(grid, kLeastSquares, run.context);
+    const auto pieces = surface_pieces(grid, kLeastSquares, run.context);
     ASSERT_EQ(pieces.size(), 2U);  // the voxels at the right have too few squares
-    const auto all = form_surface_pieces(grid, 1, run.context);
+    const auto all = surface_pieces(grid, 1, run.context);
     ASSERT_EQ(all.size(), 3U);
     double sum = 0;
     for (TriMesh piece : all) {
@@ -239,7 +239,7 @@ TEST(Surface, HandsPiecesBack) {
     EXPECT_NEAR(sum, cubes(grid), 1e-3);
 }
 
-TEST(Voxelise, WritesItsTexts) {
+TEST(Voxelise, TextsDifferFromThoseOfHosts) {
     Context run;
     const TriMesh mesh = shapes::mesh_of(shapes::box({1, 2, 3}, {2, 4, 6}));
     VoxelGrid grid = voxelise(mesh, {{1, 1, 1}}, run.context);

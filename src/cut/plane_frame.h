@@ -1,4 +1,4 @@
-// The plane of a cut as a level: which points lie above it, and how they look from there.
+// The plane of a cut: which points lie in front of it, and how they look in it.
 #pragma once
 
 #include <cmath>
@@ -15,33 +15,37 @@ struct CutPlane {
     Vec3d normal;
     Vec3d direction{};  // a direction in the plane; the first corner of a connector lies there
     Vec3d point{};      // any point of the plane, model units
-    double offset = 0;  // moves the plane against its normal, model units
+    double offset = 0;  // moves the plane along its normal, model units
 };
 
-/// Looks at a model so that the plane is horizontal and its normal points down: "above" is the side
-/// that the normal points away from.
+/// The sides of a plane: its normal points to the front.
+enum class PlaneSide : std::uint8_t { Front, Back };
+
+/// The coordinates that a plane gives to points: how far in front they lie, and where in it.
 ///
-/// Nothing is rotated: a height is a dot product, points of the level are computed in model
+/// Nothing is rotated: a distance is a dot product, points of the plane are computed in model
 /// coordinates, and flat coordinates are two of those. So no coordinate of the model changes, and
 /// what lies on a line along an axis does so in the flat exactly.
-class LevelFrame {
+class PlaneFrame {
 public:
     /// No frame when the normal or the direction has no length, or something is not finite. A
     /// direction parallel to the normal is replaced by some other one.
-    static std::optional<LevelFrame> make(const CutPlane& plane);
+    static std::optional<PlaneFrame> make(const CutPlane& plane);
 
-    /// Above the level when positive, model units.
-    double height(Vec3d p) const { return dot(up_, p) - level_; }
+    /// Positive in front of the plane, model units.
+    double distance(Vec3d p) const { return dot(normal_, p) - distance_; }
 
-    Vec3d up() const { return up_; }
-    double level() const { return level_; }
+    Vec3d normal() const { return normal_; }
+    /// Of the plane from the origin, along the normal.
+    double plane_distance() const { return distance_; }
 
-    /// In the plane: `across` x `along` is up; along is the direction that the plane came with.
+    /// In the plane: `along` is the direction that the plane came with, `along` x `across` is the
+    /// normal.
     Vec3d along() const { return along_; }
     Vec3d across() const { return across_; }
 
-    /// The two coordinates of a point in which the level is least foreshortened; counterclockwise
-    /// seen from above.
+    /// The two coordinates of a point in which the plane is least foreshortened. What turns
+    /// counterclockwise in them looks to the back, as the cap of the front side does.
     Point2d flat(Vec3d p) const {
         switch (dropped_) {
             case 0:
@@ -53,14 +57,14 @@ public:
         }
     }
 
-    /// The point of the level with these flat coordinates.
+    /// The point of the plane with these flat coordinates.
     Vec3d lift(Point2d q) const;
 
 private:
-    Vec3d up_;
+    Vec3d normal_;
     Vec3d along_;
     Vec3d across_;
-    double level_ = 0;
+    double distance_ = 0;
     int dropped_ = 2;  // axis
     bool is_swapped_ = false;
 };

@@ -1,4 +1,8 @@
-#include "cut/level_split.h"
+// Splits faces at a plane. Each vertex gets a sign once (in front, on, behind), and each crossing
+// edge one point, so that the two sides share vertices bit for bit; from then on all decisions are
+// combinatorial. The rim is what remains of the edges on the plane when those of the faces of one
+// side cancel out.
+#include "cut/plane_split.h"
 
 #include <algorithm>
 #include <cmath>
@@ -11,15 +15,12 @@
 namespace povmesh {
 namespace {
 
-constexpr std::array<std::size_t, 3> kNext = {1, 2, 0};
-constexpr std::array<std::size_t, 3> kPrevious = {2, 0, 1};
-
 constexpr double kSnap = 1e-5;
 // Two units in the last place of a float, relative to it: a made point, which is rounded by less
-// than one, can then never fall onto a vertex beside the level.
+// than one, can then never fall onto a vertex beside the plane.
 constexpr double kRounding = 0x1p-22;
 
-// The sign of a vertex that has no height.
+// The sign of a vertex that has no distance.
 constexpr std::int8_t kNowhere = 2;
 
 double snap_distance(const TriMesh& model) {
@@ -53,7 +54,7 @@ public:
         mesh_.faces.push_back(face);
     }
 
-    LevelSplit::SideMesh take() { return {std::move(mesh_), std::move(used_)}; }
+    PlaneSplit::SideMesh take() { return {std::move(mesh_), std::move(used_)}; }
 
 private:
     std::int32_t number(std::int32_t point) {
@@ -85,7 +86,7 @@ std::array<std::uint8_t, 3> corner_colour(const Face& face, std::size_t corner) 
 
 }  // namespace
 
-LevelSplit::LevelSplit(const TriMesh& model, const LevelFrame& frame)
+PlaneSplit::PlaneSplit(const TriMesh& model, const PlaneFrame& frame)
     : model_(model), points_(model) {
     find_signs(frame);
     sort_faces(frame);
@@ -94,55 +95,55 @@ LevelSplit::LevelSplit(const TriMesh& model, const LevelFrame& frame)
     merge_points();
 }
 
-void LevelSplit::find_signs(const LevelFrame& frame) {
+void PlaneSplit::find_signs(const PlaneFrame& frame) {
     const double snap = snap_distance(model_);
     signs_.resize(model_.vertices.size());
     parallel_for(signs_.size(), [&](std::size_t v) {
-        const double height = frame.height(to_double(model_.vertices[v].position()));
-        signs_[v] = !std::isfinite(height)     ? kNowhere
-                    : std::abs(height) <= snap ? std::int8_t{0}
-                    : height > 0               ? std::int8_t{1}
-                                               : std::int8_t{-1};
+        const double distance = frame.distance(to_double(model_.vertices[v].position()));
+        signs_[v] = !std::isfinite(distance)     ? kNowhere
+                    : std::abs(distance) <= snap ? std::int8_t{0}
+                    : distance > 0               ? std::int8_t{1}
+                                                 : std::int8_t{-1};
     });
 }
 
-LevelSplit::Kind LevelSplit::kind_of(const Face& face, const LevelFrame& frame) const {
+PlaneSplit::Kind PlaneSplit::kind_of(const Face& face, const PlaneFrame& frame) const {
     if (face.deleted != 0) return Kind::Left;
     const int a = sign(face.vertex[0]);
     const int b = sign(face.vertex[1]);
     const int c = sign(face.vertex[2]);
     const bool is_finite_face = a != kNowhere && b != kNowhere && c != kNowhere;
-    const bool has_below = a < 0 || b < 0 || c < 0;
-    const bool has_above = a == 1 || b == 1 || c == 1;
-    if (has_above && has_below && is_finite_face) return Kind::Split;
-    if (has_below) return Kind::Below;
-    if (has_above || !is_finite_face) return Kind::Above;
+    const bool has_back = a < 0 || b < 0 || c < 0;
+    const bool has_front = a == 1 || b == 1 || c == 1;
+    if (has_front && has_back && is_finite_face) return Kind::Split;
+    if (has_front) return Kind::Front;
+    if (has_back || !is_finite_face) return Kind::Back;
     const auto flat = [&](std::size_t corner) {
         return frame.flat(to_double(model_.corner_position(face, corner)));
     };
-    return orient2d(flat(0), flat(1), flat(2)) > 0 ? Kind::Below : Kind::Above;
+    return orient2d(flat(0), flat(1), flat(2)) > 0 ? Kind::Front : Kind::Back;
 }
 
-void LevelSplit::sort_faces(const LevelFrame& frame) {
+void PlaneSplit::sort_faces(const PlaneFrame& frame) {
     kinds_.resize(model_.faces.size());
     for (std::size_t f = 0; f < kinds_.size(); ++f) {
         const Kind kind = kinds_[f] = kind_of(model_.faces[f], frame);
-        face_count_[0] += kind == Kind::Above || kind == Kind::Split ? 1 : 0;
-        face_count_[1] += kind == Kind::Below || kind == Kind::Split ? 1 : 0;
+        face_count_[0] += kind == Kind::Front || kind == Kind::Split ? 1 : 0;
+        face_count_[1] += kind == Kind::Back || kind == Kind::Split ? 1 : 0;
         if (kind == Kind::Split) splits_.push_back({static_cast<std::uint32_t>(f), {-1, -1, -1}});
     }
     touches_ = std::find(signs_.begin(), signs_.end(), 0) != signs_.end();
 }
 
-// One point for each edge that crosses the level, computed from its lower vertex number to the
+// One point for each edge that crosses the plane, computed from its lower vertex number to the
 // higher, so that it does not depend on the face.
-void LevelSplit::make_points(const LevelFrame& frame) {
+void PlaneSplit::make_points(const PlaneFrame& frame) {
     Array<Crossing> crossings;
     for (std::size_t s = 0; s < splits_.size(); ++s) {
         const Face& face = model_.faces[splits_[s].face];
         for (std::size_t i = 0; i < 3; ++i) {
             const std::int32_t p = face.vertex[i];
-            const std::int32_t q = face.vertex[kNext[i]];
+            const std::int32_t q = face.vertex[next_corner(i)];
             if (sign(p) * sign(q) < 0) {
                 crossings.push_back({edge_key(p, q), static_cast<std::uint32_t>(s * 3 + i)});
             }
@@ -156,8 +157,8 @@ void LevelSplit::make_points(const LevelFrame& frame) {
         if (i == 0 || crossing.key != crossings[i - 1].key) {
             const Vec3d p = points_.exact(static_cast<std::int32_t>(crossing.key >> 32));
             const Vec3d q = points_.exact(static_cast<std::int32_t>(crossing.key & 0xFFFFFFFF));
-            const double from = frame.height(p);
-            const double share = from / (from - frame.height(q));
+            const double from = frame.distance(p);
+            const double share = from / (from - frame.distance(q));
             points_.add(p + (q - p) * share);
             shares_.push_back(share);
         }
@@ -166,9 +167,9 @@ void LevelSplit::make_points(const LevelFrame& frame) {
     }
 }
 
-// Points of the level that rounding has brought to one place become one point, as welding would make
-// them, so that the rim is traced as the pieces will have it.
-void LevelSplit::merge_points() {
+// Points of the plane that rounding has brought to one place become one point, as welding would
+// make them, so that the rim is traced as the pieces will have it.
+void PlaneSplit::merge_points() {
     const auto first = static_cast<std::int32_t>(points_.model_size());
     Array<std::int32_t> order;
     for (std::size_t v = 0; v < signs_.size(); ++v) {
@@ -195,42 +196,42 @@ void LevelSplit::merge_points() {
 }
 
 // A corner alone on its side gives a triangle there and two on the other; with a corner on the
-// level, there is a triangle on each side.
-LevelSplit::Pieces LevelSplit::pieces_of(const SplitFace& split) const {
+// plane, there is a triangle on each side.
+PlaneSplit::Pieces PlaneSplit::pieces_of(const SplitFace& split) const {
     const Face& face = model_.faces[split.face];
     const std::array<int, 3> signs = {sign(face.vertex[0]), sign(face.vertex[1]),
                                       sign(face.vertex[2])};
     const auto side_of = [&](std::size_t corner) {
-        return signs[corner] < 0 ? LevelSide::Below : LevelSide::Above;
+        return signs[corner] > 0 ? PlaneSide::Front : PlaneSide::Back;
     };
     Pieces pieces;
     std::size_t a = 0;
     for (std::size_t i = 0; i < 3; ++i) {
-        const int others = signs[kNext[i]] * signs[kPrevious[i]];
-        if (signs[i] == 0 || (others > 0 && signs[i] * signs[kNext[i]] < 0)) a = i;
+        const int others = signs[next_corner(i)] * signs[previous_corner(i)];
+        if (signs[i] == 0 || (others > 0 && signs[i] * signs[next_corner(i)] < 0)) a = i;
     }
     const auto corner = [](std::size_t i) {
         return PieceCorner{static_cast<std::uint8_t>(i), false};
     };
     const auto made = [](std::size_t i) { return PieceCorner{static_cast<std::uint8_t>(i), true}; };
-    const PieceCorner p = corner(kNext[a]);
-    const PieceCorner q = corner(kPrevious[a]);
+    const PieceCorner p = corner(next_corner(a));
+    const PieceCorner q = corner(previous_corner(a));
     if (signs[a] == 0) {
-        const PieceCorner x = made(kNext[a]);
-        pieces.add(side_of(kNext[a]), corner(a), p, x);
-        pieces.add(side_of(kPrevious[a]), corner(a), x, q);
+        const PieceCorner x = made(next_corner(a));
+        pieces.add(side_of(next_corner(a)), corner(a), p, x);
+        pieces.add(side_of(previous_corner(a)), corner(a), x, q);
         pieces.rim = {x, corner(a)};
-        if (side_of(kNext[a]) == LevelSide::Above) std::swap(pieces.rim[0], pieces.rim[1]);
+        if (side_of(next_corner(a)) == PlaneSide::Back) std::swap(pieces.rim[0], pieces.rim[1]);
         return pieces;
     }
     const PieceCorner x = made(a);
-    const PieceCorner y = made(kPrevious[a]);
+    const PieceCorner y = made(previous_corner(a));
     pieces.add(side_of(a), corner(a), x, y);
     const auto square = [&](PieceCorner from, PieceCorner to) {
         const Vec3d d = points_.exact(point_of(split, to)) - points_.exact(point_of(split, from));
         return dot(d, d);
     };
-    const LevelSide other = side_of(kNext[a]);
+    const PlaneSide other = side_of(next_corner(a));
     if (square(x, q) < square(p, y)) {
         pieces.add(other, x, p, q);
         pieces.add(other, x, q, y);
@@ -239,25 +240,25 @@ LevelSplit::Pieces LevelSplit::pieces_of(const SplitFace& split) const {
         pieces.add(other, p, q, y);
     }
     pieces.rim = {x, y};
-    if (side_of(a) == LevelSide::Above) std::swap(pieces.rim[0], pieces.rim[1]);
+    if (side_of(a) == PlaneSide::Back) std::swap(pieces.rim[0], pieces.rim[1]);
     return pieces;
 }
 
-std::int32_t LevelSplit::point_of(const SplitFace& split, PieceCorner corner) const {
+std::int32_t PlaneSplit::point_of(const SplitFace& split, PieceCorner corner) const {
     if (!corner.is_made) return model_.faces[split.face].vertex[corner.index];
     const auto made = static_cast<std::size_t>(split.on_side[corner.index]);
     return merged_[made - points_.model_size()];
 }
 
 // How far along a side of the face the point on it lies.
-double LevelSplit::share_of(const SplitFace& split, std::size_t side) const {
+double PlaneSplit::share_of(const SplitFace& split, std::size_t side) const {
     const Face& face = model_.faces[split.face];
     const auto made = static_cast<std::size_t>(split.on_side[side]);
     const double share = shares_[made - points_.model_size()];
-    return face.vertex[side] < face.vertex[kNext[side]] ? share : 1.0 - share;
+    return face.vertex[side] < face.vertex[next_corner(side)] ? share : 1.0 - share;
 }
 
-std::array<std::uint8_t, 3> LevelSplit::colour_of(const SplitFace& split,
+std::array<std::uint8_t, 3> PlaneSplit::colour_of(const SplitFace& split,
                                                   PieceCorner corner) const {
     const Face& face = model_.faces[split.face];
     const std::size_t i = corner.index;
@@ -265,17 +266,17 @@ std::array<std::uint8_t, 3> LevelSplit::colour_of(const SplitFace& split,
     const double share = corner.is_made ? share_of(split, i) : 0;
     for (std::size_t channel = 0; channel < 3; ++channel) {
         const double from = face.colour[i * 3 + channel];
-        const double to = face.colour[kNext[i] * 3 + channel];
+        const double to = face.colour[next_corner(i) * 3 + channel];
         colour[channel] = saturate_to<std::uint8_t>(from + (to - from) * share + 0.5);
     }
     return colour;
 }
 
-std::array<double, 2> LevelSplit::texture_of(const SplitFace& split, PieceCorner corner) const {
+std::array<double, 2> PlaneSplit::texture_of(const SplitFace& split, PieceCorner corner) const {
     const Face& face = model_.faces[split.face];
     const std::array<double, 2> from = texture_at(model_, face.uv[corner.index]);
     if (!corner.is_made) return from;
-    const std::array<double, 2> to = texture_at(model_, face.uv[kNext[corner.index]]);
+    const std::array<double, 2> to = texture_at(model_, face.uv[next_corner(corner.index)]);
     const double share = share_of(split, corner.index);
     // As floats, which is what a host's soup can carry.
     const auto between = [share](double a, double b) {
@@ -284,13 +285,13 @@ std::array<double, 2> LevelSplit::texture_of(const SplitFace& split, PieceCorner
     return {between(from[0], to[0]), between(from[1], to[1])};
 }
 
-Array<LevelSplit::WallEdge> LevelSplit::wall_edges(
+Array<PlaneSplit::WallEdge> PlaneSplit::wall_edges(
     std::span<const std::uint32_t> group_of_face) const {
     Array<WallEdge> edges;
-    const auto add = [&](std::int32_t from, std::int32_t to, std::size_t face, bool is_below,
+    const auto add = [&](std::int32_t from, std::int32_t to, std::size_t face, bool is_front,
                          const std::array<std::uint16_t, 3>& colour) {
         const std::uint32_t group = group_of_face.empty() ? 0 : group_of_face[face];
-        if (from != to) edges.push_back({edge_key(from, to), group, is_below, from < to, colour});
+        if (from != to) edges.push_back({edge_key(from, to), group, is_front, from < to, colour});
     };
     const auto total = [](const auto& a, const auto& b) {
         std::array<std::uint16_t, 3> sum{};
@@ -306,38 +307,38 @@ Array<LevelSplit::WallEdge> LevelSplit::wall_edges(
         add(to, from, split.face, false, colour);
     }
     for (std::size_t f = 0; touches_ && f < kinds_.size(); ++f) {
-        if (kinds_[f] != Kind::Above && kinds_[f] != Kind::Below) continue;
+        if (kinds_[f] != Kind::Back && kinds_[f] != Kind::Front) continue;
         const Face& face = model_.faces[f];
         for (std::size_t i = 0; i < 3; ++i) {
             const std::int32_t from = face.vertex[i];
-            const std::int32_t to = face.vertex[kNext[i]];
+            const std::int32_t to = face.vertex[next_corner(i)];
             if (sign(from) != 0 || sign(to) != 0) continue;
-            add(from, to, f, kinds_[f] == Kind::Below,
-                total(corner_colour(face, i), corner_colour(face, kNext[i])));
+            add(from, to, f, kinds_[f] == Kind::Front,
+                total(corner_colour(face, i), corner_colour(face, next_corner(i))));
         }
     }
     return edges;
 }
 
-// Where the faces below an edge do not make up for one another, and those above do not either, the
-// sides come apart.
-Array<RimEdge> LevelSplit::trace_rim(std::span<const std::uint32_t> group_of_face) {
+// Where the faces in front at an edge do not make up for one another, and those at the back do not
+// either, the // sides come apart.
+Array<RimEdge> PlaneSplit::trace_rim(std::span<const std::uint32_t> group_of_face) {
     Array<WallEdge> edges = wall_edges(group_of_face);
     std::stable_sort(edges.begin(), edges.end(), [](const WallEdge& a, const WallEdge& b) {
-        return std::tuple(a.group, a.key, b.is_below) < std::tuple(b.group, b.key, a.is_below);
+        return std::tuple(a.group, a.key, b.is_front) < std::tuple(b.group, b.key, a.is_front);
     });
     Array<RimEdge> rim;
     for (std::size_t i = 0; i < edges.size();) {
         const WallEdge& first = edges[i];
-        std::array<int, 2> excess{};  // above, below
+        std::array<int, 2> excess{};  // front, back
         for (; i < edges.size() && edges[i].key == first.key && edges[i].group == first.group;
              ++i) {
-            excess[edges[i].is_below ? 1 : 0] += edges[i].is_rising ? 1 : -1;
+            excess[edges[i].is_front ? 0 : 1] += edges[i].is_rising ? 1 : -1;
         }
         const auto low = static_cast<std::int32_t>(first.key >> 32);
         const auto high = static_cast<std::int32_t>(first.key & 0xFFFFFFFF);
         // The cap runs against the wall.
-        const RimEdge edge = excess[1] < 0 ? RimEdge{low, high, first.group, first.colour}
+        const RimEdge edge = excess[0] < 0 ? RimEdge{low, high, first.group, first.colour}
                                            : RimEdge{high, low, first.group, first.colour};
         const int count = std::min(std::abs(excess[0]), std::abs(excess[1]));
         for (int k = 0; k < count; ++k) rim.push_back(edge);
@@ -347,7 +348,7 @@ Array<RimEdge> LevelSplit::trace_rim(std::span<const std::uint32_t> group_of_fac
 }
 
 // By key alone: a cap meets the faces of all groups.
-void LevelSplit::count_walls(Array<WallEdge>& edges) {
+void PlaneSplit::count_walls(Array<WallEdge>& edges) {
     const auto by_key = [](const WallEdge& a, const WallEdge& b) { return a.key < b.key; };
     if (!std::is_sorted(edges.begin(), edges.end(), by_key)) {
         std::sort(edges.begin(), edges.end(), by_key);
@@ -356,14 +357,14 @@ void LevelSplit::count_walls(Array<WallEdge>& edges) {
     for (std::size_t i = 0; i < edges.size();) {
         const std::uint64_t key = edges[i].key;
         std::array<std::uint32_t, 2> count{};
-        for (; i < edges.size() && edges[i].key == key; ++i) ++count[edges[i].is_below ? 1 : 0];
+        for (; i < edges.size() && edges[i].key == key; ++i) ++count[edges[i].is_front ? 1 : 0];
         walls_.push_back({key, std::max(count[0], count[1])});
     }
 }
 
-bool LevelSplit::hangs_together(LevelSide side, const EdgeMates& mates) const {
-    const Kind whole = side == LevelSide::Above ? Kind::Above : Kind::Below;
-    const int own_sign = side == LevelSide::Above ? 1 : -1;
+bool PlaneSplit::is_connected(PlaneSide side, const EdgeMates& mates) const {
+    const Kind whole = side == PlaneSide::Back ? Kind::Back : Kind::Front;
+    const int own_sign = side == PlaneSide::Front ? 1 : -1;
     const auto is_here = [&](std::size_t face) {
         return kinds_[face] == whole || kinds_[face] == Kind::Split;
     };
@@ -384,9 +385,10 @@ bool LevelSplit::hangs_together(LevelSide side, const EdgeMates& mates) const {
             if (mates.kind(f, i) != EdgeMates::Kind::Manifold) continue;
             const std::uint32_t mate = mates.mate(f, i);
             if (is_reached[mate] != 0) continue;
-            // An edge on the level joins faces that are both here; any other must reach to this side.
+            // An edge on the plane joins faces that are both here; any other must reach to this
+            // side.
             const int from = sign(face.vertex[i]);
-            const int to = sign(face.vertex[kNext[i]]);
+            const int to = sign(face.vertex[next_corner(i)]);
             if (from != own_sign && to != own_sign && (from != 0 || to != 0)) continue;
             is_reached[mate] = 1;
             reached.push_back(mate);
@@ -395,9 +397,9 @@ bool LevelSplit::hangs_together(LevelSide side, const EdgeMates& mates) const {
     return reached.size() == face_count(side);
 }
 
-LevelSplit::SideMesh LevelSplit::side_mesh(LevelSide side, const Array<CapFace>& caps) const {
+PlaneSplit::SideMesh PlaneSplit::side_mesh(PlaneSide side, const Array<CapFace>& caps) const {
     SideBuilder builder(points_, face_count(side) + splits_.size() + caps.size());
-    const Kind whole = side == LevelSide::Above ? Kind::Above : Kind::Below;
+    const Kind whole = side == PlaneSide::Back ? Kind::Back : Kind::Front;
     std::size_t next_split = 0;
     std::array<std::array<double, 2>, 3> texture{};
     const bool has_texture = !model_.texture_coordinates.empty();
@@ -432,7 +434,7 @@ LevelSplit::SideMesh LevelSplit::side_mesh(LevelSide side, const Array<CapFace>&
         for (std::size_t i = 0; i < 9; ++i) face.colour[i] = cap.colour[i % 3];
         face.label = -1;
         face.vertex = cap.point;
-        if (side == LevelSide::Above) std::swap(face.vertex[0], face.vertex[1]);
+        if (side == PlaneSide::Back) std::swap(face.vertex[0], face.vertex[1]);
         builder.add(face);
     }
     return builder.take();

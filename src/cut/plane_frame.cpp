@@ -1,4 +1,4 @@
-#include "cut/level_frame.h"
+#include "cut/plane_frame.h"
 
 #include <algorithm>
 #include <utility>
@@ -16,7 +16,7 @@ Vec3d unit(Vec3d v) {
 
 }  // namespace
 
-std::optional<LevelFrame> LevelFrame::make(const CutPlane& plane) {
+std::optional<PlaneFrame> PlaneFrame::make(const CutPlane& plane) {
     if (!is_finite(plane.normal) || !is_finite(plane.direction) || !is_finite(plane.point) ||
         !std::isfinite(plane.offset)) {
         return {};
@@ -28,27 +28,28 @@ std::optional<LevelFrame> LevelFrame::make(const CutPlane& plane) {
     if (length(cross(normal, direction)) < 1e-9) {
         direction = std::abs(normal.x) < 0.5 ? Vec3d{1, 0, 0} : Vec3d{0, 1, 0};
     }
-    LevelFrame frame;
-    frame.up_ = normal * -1.0;
-    frame.across_ = unit(cross(frame.up_, direction));
-    frame.along_ = cross(frame.across_, frame.up_);
-    frame.level_ = dot(frame.up_, plane.point) + plane.offset;
-    const Vec3d& up = frame.up_;
-    const Vec3d size{std::abs(up.x), std::abs(up.y), std::abs(up.z)};
+    PlaneFrame frame;
+    frame.normal_ = normal;
+    frame.across_ = unit(cross(direction, normal));
+    frame.along_ = cross(normal, frame.across_);
+    frame.distance_ = dot(normal, plane.point) + plane.offset;
+    const Vec3d size{std::abs(normal.x), std::abs(normal.y), std::abs(normal.z)};
     frame.dropped_ = size.z >= size.x && size.z >= size.y ? 2 : size.y >= size.x ? 1 : 0;
-    frame.is_swapped_ = (frame.dropped_ == 0 ? up.x : frame.dropped_ == 1 ? up.y : up.z) < 0;
+    frame.is_swapped_ = (frame.dropped_ == 0   ? normal.x
+                         : frame.dropped_ == 1 ? normal.y
+                                               : normal.z) > 0;
     return frame;
 }
 
-Vec3d LevelFrame::lift(Point2d q) const {
+Vec3d PlaneFrame::lift(Point2d q) const {
     if (is_swapped_) std::swap(q.x, q.y);
     switch (dropped_) {
         case 0:
-            return {(level_ - up_.y * q.x - up_.z * q.y) / up_.x, q.x, q.y};
+            return {(distance_ - normal_.y * q.x - normal_.z * q.y) / normal_.x, q.x, q.y};
         case 1:
-            return {q.y, (level_ - up_.z * q.x - up_.x * q.y) / up_.y, q.x};
+            return {q.y, (distance_ - normal_.z * q.x - normal_.x * q.y) / normal_.y, q.x};
         default:
-            return {q.x, q.y, (level_ - up_.x * q.x - up_.y * q.y) / up_.z};
+            return {q.x, q.y, (distance_ - normal_.x * q.x - normal_.y * q.y) / normal_.z};
     }
 }
 
