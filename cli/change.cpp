@@ -62,7 +62,7 @@ void rewrite_model(const Arguments& arguments, Progress progress, const RewriteS
         const std::string refusal = steps.change(model);
         if (!refusal.empty()) return outcome.fail(Flawed, source + ": " + refusal);
         progress.set(80);
-        std::string failure = save_model(model.mesh, target);
+        std::string failure = save_model(model, target);
         progress.set(90);
         LoadedModel back;
         if (failure.empty()) failure = read_back(model.mesh, target, back);

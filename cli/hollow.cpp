@@ -53,19 +53,19 @@ std::string failure_of(const DrainReport& report, const std::string& text) {
     }
 }
 
-ChangeReport report_of(const HollowReport& hollowed, double wall) {
+ChangeReport report_of(const HollowReport& hollowed) {
     const double saved = hollowed.cavity_volume / hollowed.model_volume * 100;
     ChangeReport report;
     report.rows = {{"voxel size", human_number(hollowed.voxel_size)},
                    {"layers", std::to_string(hollowed.layers)},
                    {"cavity volume", human_number(hollowed.cavity_volume)},
                    {"material saved", human_number(std::round(saved * 100) / 100) + " %"},
-                   {"smallest wall", human_number(wall)}};
+                   {"smallest wall", human_number(hollowed.smallest_wall)}};
     report.json = {{"voxel_size", hollowed.voxel_size},
                    {"layers", hollowed.layers},
                    {"cavity_volume", hollowed.cavity_volume},
                    {"saved_percent", saved},
-                   {"smallest_wall", wall}};
+                   {"smallest_wall", hollowed.smallest_wall}};
     return report;
 }
 
@@ -85,14 +85,15 @@ int run_hollow(const Arguments& arguments, Console& console) {
         ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent / 4); };
         RunContext run{Progress(nullptr, &scaled), log};
         TriMesh cavity = mesh;
-        const HollowReport hollowed = hollow(cavity, static_cast<float>(thickness), run);
+        const HollowReport hollowed =
+            hollow(cavity, static_cast<float>(thickness), run, {.measures_wall = true});
         const double seconds = timer.seconds();
         ChangeReport report;
         if (!hollowed.is_hollowed || hollowed.layers < 1 || !(hollowed.model_volume > 0)) {
             report.failure = failure_of(hollowed, thickness);
             return report;
         }
-        report = report_of(hollowed, smallest_wall(mesh, cavity));
+        report = report_of(hollowed);
         report.seconds = seconds;
         if (arguments.has("--cavity-only")) {
             mesh = std::move(cavity);

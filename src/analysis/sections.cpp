@@ -25,7 +25,7 @@ constexpr std::uint32_t kNone = 0xFFFFFFFF;
 constexpr double kRise = 1.5;
 
 // How far the modulus rises on both sides of a waist. A neck of 5 % all around lowers it by 1.17,
-// one that is cut into one side of a square bar by 1.08; facets of plain bodies by less than 1.02.
+// one that is cut into one side of a square bar by 1.08.
 constexpr double kProminence = 1.06;
 
 // Where a limb is turned less than this against the axis of the planes, a section across the axis
@@ -39,8 +39,9 @@ constexpr std::array kLimbLayers = {3, 12};
 constexpr double kSameLimb = 1.5;
 // A plane that leaves less of a section only cuts off a corner.
 constexpr double kLeastTurnedArea = 0.1;
-// A limb is followed over so many layers for the shoulder of a waist.
-constexpr int kShoulders = 400;
+// So many sections that look like a shoulder of a waist, or like what a root stands on, are cut
+// parallel to it before the search is given up.
+constexpr int kMostParallels = 16;
 
 // A section is not the least there when one across its length has less than this share of its area.
 constexpr double kLeastThere = 0.8;
@@ -51,14 +52,14 @@ constexpr double kLeastReach = 0.5;
 constexpr double kLeastBody = 1e-3;
 constexpr double kLeastArea = 0.5;
 
-// The search for the weakest plane: its first tilt, as a tangent, the cosine of the farthest, and
+// The search for the least plane: its first tilt, as a tangent, the cosine of the farthest, and
 // how far the centre may shift, in widths of the section; farther it would only cut off a corner.
 constexpr double kLargestTilt = 0.16;
 constexpr double kFarthestTilt = 0.9;
 constexpr double kFarthestShift = 0.35;
 
-// A turned section takes the place of the one across the axis when its modulus is less than this
-// share.
+// A turned section takes the place of the one across the axis when its area is less than this
+// share, and its modulus no larger.
 constexpr double kWorthTurning = 0.98;
 
 // Material thinner than this share of the model's extent is rounding of its coordinates.
@@ -140,11 +141,12 @@ public:
         return is_chosen;
     }
 
-    // Gives the section of part p the plane in which it is weakest, if that is worth it.
-    void turn_to_weakest(std::uint32_t p, WeakSection& section) const {
-        const double least = kWorthTurning * modulus_[p];
-        PlaneSection best = weakest_plane(p);
-        if (!(best.shape.modulus > 0) || !(best.shape.modulus < least)) return;
+    // Gives the section of part p the plane in which it is least, if that is worth it.
+    void turn_to_least(std::uint32_t p, WeakSection& section) const {
+        const double most = kWorthTurning * area(p);
+        PlaneSection best = least_plane(p);
+        if (!(best.shape.area < most) || !(best.shape.modulus > 0)) return;
+        if (best.shape.modulus > modulus_[p]) return;
         section.polygon = std::move(best.polygon);
         section.holes = std::move(best.holes);
         section.normal = best.normal;
@@ -184,7 +186,7 @@ public:
             section.modulus = modulus_[p];
             section.load = load_[p];
             section.strength = strength_[p];
-            if (planes == SectionPlanes::Turned && cutter_ != nullptr) turn_to_weakest(p, section);
+            if (planes == SectionPlanes::Turned && cutter_ != nullptr) turn_to_least(p, section);
         }
     }
 
@@ -241,11 +243,13 @@ private:
     // True when the ratio rises well above that of the part before it falls below.
     bool rises(const std::vector<double>& ratios, std::uint32_t part, Way way, bool at_end) const {
         const bool is_strict = way == Way::Up;  // of equal ones the lowest is the minimum
+        int parallels = 0;
         for (std::uint32_t here = neighbour(part, way); here != kNone;
              here = neighbour(here, way)) {
             if (ratios[here] >= kRise * ratios[part]) {
                 const double share = modulus_across(here, limb_[part]) / limb_modulus_[here];
                 if (share * ratios[here] >= kRise * ratios[part]) return true;
+                if (++parallels == kMostParallels) return false;
                 continue;
             }
             if (is_strict ? ratios[here] < ratios[part] : ratios[here] <= ratios[part]) {
@@ -310,7 +314,7 @@ private:
                 const double width = std::sqrt(area(p));
                 if (turned.shape.area < kLeastTurnedArea * area(p) ||
                     length(turned.centre - centre(p)) > kFarthestShift * width + step_ ||
-                    !(turned.shape.modulus < limb_modulus_[p])) {
+                    turned.shape.area > area(p) || !(turned.shape.modulus < limb_modulus_[p])) {
                     continue;
                 }
                 limb_modulus_[p] = turned.shape.modulus;
@@ -337,11 +341,13 @@ private:
         const bool is_strict = way == Way::Up;  // of equal ones the lowest is the minimum
         const double modulus = limb_modulus_[waist];
         std::uint32_t here = neighbour(waist, way);
-        for (int i = 0; i < kShoulders && here != kNone; ++i, here = neighbour(here, way)) {
+        for (int parallels = 0; parallels < kMostParallels && here != kNone;
+             here = neighbour(here, way)) {
             const double other = limb_modulus_[here];
             if (is_strict ? other < modulus : other <= modulus) return false;
             if (other < kProminence * modulus) continue;
             if (modulus_across(here, limb_[waist]) >= kProminence * modulus) return true;
+            ++parallels;
         }
         return false;
     }
@@ -393,8 +399,10 @@ private:
                other.shape.area >= kLeastThere * own.shape.area;
     }
 
-    // A search by ever smaller tilts and shifts for the least modulus near a section.
-    PlaneSection weakest_plane(std::uint32_t p) const {
+    // A search by ever smaller tilts and shifts for the least area near a section. The modulus
+    // would not do: it falls as soon as a tilted plane takes in a little of what is beside a notch,
+    // far from the middle.
+    PlaneSection least_plane(std::uint32_t p) const {
         PlaneSection best;
         if (!cutter_->cut(centre(p), limb_[p], best)) return {};
         const Vec3d start = best.centre;
@@ -426,7 +434,7 @@ private:
                         continue;
                     if (!(next.shape.modulus > 0) || next.shape.area < least_area) continue;
                     if (length(next.centre - start) > reach) continue;
-                    if (next.shape.modulus >= 0.999 * best.shape.modulus) continue;
+                    if (next.shape.area >= 0.999 * best.shape.area) continue;
                     best = next;
                     is_better = true;
                     break;

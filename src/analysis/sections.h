@@ -67,7 +67,7 @@ constexpr std::size_t kMostSectionPlanes = 1000;
 /// model, the ratio of the modulus to what hangs on the section towards that end falls, and rises
 /// again by a half though ever more hangs on it. Limbs need not lie along an axis: where the
 /// centres of neighbouring sections lead aside, the section across that direction counts, and what
-/// is returned is turned until the modulus is least. Left out are sections along a limb, which a
+/// is returned is turned until its area is least. Left out are sections along a limb, which a
 /// section across their length undercuts; those below half the square of a step; and those on which
 /// less than a thousandth of the body hangs, or nothing that reaches as far as the section is deep.
 /// Bodies without a neck, such as boxes, balls and cones, have none. Of one place only the weakest

@@ -272,11 +272,6 @@ bool is_known(StrengthMethod method) {
 
 }  // namespace
 
-fem::LoadCase strength_load(std::uint32_t selector) {
-    if (selector == 0) return fem::LoadCase::PressureZ;
-    return selector == 1 ? fem::LoadCase::Pressure : fem::LoadCase::CentreTop;
-}
-
 std::array<std::uint8_t, 3> strength_colour(double t) {
     const double place = t > 0 ? std::min(t, 1.0) * (kPalette.size() - 1) : 0.0;
     const std::size_t step =
@@ -310,8 +305,7 @@ StrengthReport colour_strength(TriMesh& mesh, const StrengthOptions& options, Ru
     paint(mesh, report, options.rules);
     normalisation.undo(mesh);
     leave_out_collapsed(mesh, report.values);
-    run.log.append("\n---{success} strength_coloring : " + six_decimals(timer.seconds()) +
-                   " sec.---\n");
+    run.log.success("strength_coloring", timer.seconds(), " sec.");
     return report;
 }
 

@@ -35,10 +35,6 @@ struct StrengthOptions {
     StrengthRules rules = StrengthRules::Hosts;
 };
 
-/// The load that a host's number stands for: 0 the top faces, 1 all faces, any other the centre of
-/// the top.
-fem::LoadCase strength_load(std::uint32_t selector);
-
 struct StrengthReport {
     bool is_analysed = false;  // false: nothing was found to be judged, all of the model is strong
     Array<float> values;       // by vertex, smoothed; the higher, the weaker; NaN: not judged

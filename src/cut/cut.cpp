@@ -202,8 +202,7 @@ CutCounts cut_models(TriMesh& mesh, const CutOptions& options, RunContext& run) 
             } else {
                 mesh.parts.push_back(std::move(model));
             }
-            run.log.append(std::string("\n---{success} ") + (mirrors ? "symmetry" : "cut") + " : " +
-                           six_decimals(timer.seconds()) + " sec.---\n");
+            run.log.success(mirrors ? "symmetry" : "cut", timer.seconds(), " sec.");
         } else {
             mesh.parts.push_back(std::move(model));
         }

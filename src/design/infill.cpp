@@ -115,7 +115,7 @@ InfillOutcome cellular_infill(TriMesh& mesh, float skin, float density, RunConte
         taken = take_cells(made.cells, order, wanted, mesh, run.log);
     }
     run.log.value("sf/vol newtot", taken.surface_per_volume());
-    run.log.success("cellular infill", timer.seconds());
+    run.log.success("cellular infill", timer.seconds(), " sec.");
     return is_few ? InfillOutcome::FewCells : InfillOutcome::Filled;
 }
 

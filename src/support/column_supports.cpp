@@ -8,10 +8,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <numbers>
+#include <tuple>
 
 #include "base/convert.h"
+#include "support/added_columns.h"
 #include "support/gap_search.h"
+#include "support/overhangs.h"
 #include "support/undersides.h"
+#include "support/upright_lines.h"
 #include "voxel/passes.h"
 #include "voxel/voxelise.h"
 
@@ -22,6 +26,9 @@ constexpr float kLayerHeight = 1.0F;
 constexpr double kApart = 0.2;   // of the sides of two columns at their edges, each
 constexpr double kBeyond = 2.0;  // that a column reaches beyond its gap
 constexpr double kShortest = 1.0;
+// A region of overhangs as wide as this share of the spacing is worth a column. Narrower ones, held by
+// what is beside them, print without.
+constexpr double kLeastWidth = 0.4;
 constexpr double kTip = 0.001;  // height of the pyramids at the ends of a tube
 
 // The column of a gap; too short when it is none.
@@ -56,18 +63,26 @@ Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, Ru
     Array<Column> columns;
     const auto edge = static_cast<float>(options.spacing);
     const VoxelSettings settings{{edge, edge, kLayerHeight}, true};
-    if (!is_voxel_size(settings.size) || !std::isfinite(options.plate)) return columns;
+    if (!is_voxel_size(settings.size) || !(column_radius(options.spacing) > 0) ||
+        std::isnan(options.angle) || !std::isfinite(options.plate)) {
+        return columns;
+    }
     const auto threshold = saturate_to<std::int8_t>(90 - options.angle);
 
     VoxelGrid grid = voxelise(mesh, settings, run);
     mark_exposed_sides(grid, kSurfaceLine, run);
     mark_exposed_sides(grid, kFacesLine, run);
     fill_rows(grid, FillColour::White);
-    const Undersides undersides = fit_to_columns(grid, mesh, column_half_side(options.spacing));
-    drop_grain(grid, undersides, clamped_angle(threshold));
+    const Vec3d size = to_double(grid.settings().size);
+    const double least_area = kLeastWidth * size.x * kLeastWidth * size.x;
+    const double half_side = column_half_side(options.spacing);
+    const UprightLines lines(mesh);
+    const Overhangs overhangs = find_overhangs(mesh, lines, clamped_angle(threshold), least_area);
+    const Undersides undersides =
+        fit_to_columns(grid, mesh, overhangs, {half_side, !options.adds_between});
+    drop_rims(grid, undersides, clamped_angle(threshold));
     const GapGrid gaps = find_gaps(grid, threshold, options.plate);
 
-    const Vec3d size = to_double(grid.settings().size);
     const Vec3d origin = to_double(grid.origin());
     for (std::size_t i = 0; i < gaps.count_x; ++i) {
         for (std::size_t j = 0; j < gaps.count_y; ++j) {
@@ -76,15 +91,22 @@ Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, Ru
             for (const Gap& gap : gaps.at(i, j)) {
                 Stretch stretch = stretch_of(gap, options.plate);
                 if (!(stretch.upper - stretch.lower >= kShortest)) continue;
-                if (options.ends_at_surface) {
-                    stretch = cut_at_surface(stretch, undersides.find({ix, iy, gap.seed}));
-                }
+                const Underside* underside = undersides.find({ix, iy, gap.seed});
+                // Lines through holes of the mesh leave cubes that tell little.
+                if (options.adds_between && underside == nullptr) continue;
+                if (options.ends_at_surface) stretch = cut_at_surface(stretch, underside);
                 const float x = narrow_to_float(ix * size.x + origin.x);
                 const float y = narrow_to_float(iy * size.y + origin.y);
                 columns.push_back({{x, y, narrow_to_float(stretch.upper)},
                                    {x, y, narrow_to_float(stretch.lower)}});
             }
         }
+    }
+    if (options.adds_between) {
+        add_columns(mesh, lines, overhangs, {size.x, half_side, options.plate}, columns);
+        std::sort(columns.begin(), columns.end(), [](const Column& a, const Column& b) {
+            return std::tie(a.top.x, a.top.y, b.top.z) < std::tie(b.top.x, b.top.y, a.top.z);
+        });
     }
     return columns;
 }

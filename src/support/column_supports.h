@@ -24,6 +24,8 @@ struct ColumnOptions {
     // Ends columns where their axis meets the surface. Otherwise they reach 2 units into the model
     // at both ends, which hosts rely on.
     bool ends_at_surface = true;
+    // Adds columns between the rows, for what those in the rows do not hold. Hosts rely on rows alone.
+    bool adds_between = true;
 };
 
 /// From the axis of a column to its edges: 0.2 less than half the spacing, so that neighbours stay
@@ -33,18 +35,21 @@ double column_radius(double spacing);
 /// Half the side of the cross-section; never below 0.
 double column_half_side(double spacing);
 
-/// Finds columns below everything that hangs over, down to the plate or the model below. None
-/// stands where its cross-section would pass through the model.
+/// Finds columns below everything that hangs over, down to the plate or the model below. None stands
+/// where its cross-section would pass through the model.
 ///
-/// The model becomes voxels as wide as the spacing and 1 unit high, and of each column of voxels
-/// the gaps below overhangs are searched (`find_gaps`); overhangs that are grain of the voxels get
-/// none (`drop_grain`). A column begins 2 units into the overhang and ends 2 units into the model
-/// below, seen from the voxels, or at the plate; with `ends_at_surface` it is cut off where its
-/// axis meets the surface.
+/// The model becomes voxels as wide as the spacing and 1 unit high, and of each column of voxels the
+/// gaps below overhangs are searched (`find_gaps`). A column begins 2 units into the overhang and
+/// ends 2 units into the model below, seen from the voxels, or at the plate; with `ends_at_surface`
+/// it is cut off where its axis meets the surface. Regions of overhangs that are narrower than 0.4
+/// of the spacing both ways and held by what is beside them get none (`find_overhangs`).
 ///
-/// Columns stand on the centres of the voxels, ordered by x, then y, then from above to below.
-/// Models that need more than 792 voxels along x or y get a wider spacing. A spacing that is not
-/// above 0, or options that are not finite, give no column.
+/// With `adds_between`, what the rows leave is held by columns of its own (`add_columns`), each
+/// ending at the surface.
+///
+/// Columns in rows stand on the centres of the voxels; all are ordered by x, then y, then from above
+/// to below. Models that need more than 792 voxels along x or y get a wider spacing. A spacing of 0.4
+/// or less, an angle that is not a number, and a spacing or plate that is not finite give no column.
 ///
 /// Log: what `voxelise` tells.
 Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, RunContext& run);

@@ -16,6 +16,7 @@
 #include "analysis/section_shapes.h"
 #include "analysis/section_sweep.h"
 #include "cut/cut.h"
+#include "helpers/job.h"
 #include "mesh/volume.h"
 
 namespace povmesh {
@@ -270,7 +271,8 @@ shapes::Place slanted(double degrees) {
     return [=](Vec3d p) { return p * c + cross(axis, p) * s + axis * (dot(axis, p) * (1 - c)); };
 }
 
-// 100 long, of radius 10, with necks of 20 that begin softly: depth as a share of the radius, height.
+// 100 long, of radius 10, with necks of 20 that begin softly: depth as a share of the radius,
+// height.
 SoupVector necked_bar(const std::vector<Point2d>& necks) {
     std::vector<Point2d> profile;
     for (int z = 0; z <= 100; ++z) {
@@ -378,12 +380,11 @@ TEST(Sections, LeaveTheirPlaneNowhere) {
         shapes::blocks(planes, [](int i, int j, int k) { return k != 1 || i != 1 || j != 1; });
     for (const double step : {1.0, 8.0, 0.5}) {
         std::map<std::size_t, double> volumes;
-        std::string text;
-        RunLog log([&](std::string_view t) { text += t; });
-        RunContext run{{}, log};
-        const auto sections = analyse_sections(shapes::mesh_of(tube), step, SectionMode::All, run);
-        EXPECT_EQ(text, "\n---start executing sectional analysis---\nsection num : " +
-                            std::to_string(sections.size()));
+        Job job;
+        const auto sections =
+            analyse_sections(shapes::mesh_of(tube), step, SectionMode::All, job.run);
+        EXPECT_EQ(job.text, "\n---start executing sectional analysis---\nsection num : " +
+                                std::to_string(sections.size()));
         for (std::size_t i = 0; i < sections.size(); ++i) {
             const WeakSection& s = sections[i];
             EXPECT_NEAR(s.score, 100 * sections[0].strength / s.strength, 1e-4);

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "helpers/job.h"
 #include "helpers/reference.h"
 #include "helpers/shapes.h"
 #include "mesh/edge_mates.h"
@@ -306,10 +307,9 @@ TEST(Reduce, CarriesTextureCoordinatesAlong) {
 TEST(ReduceParallel, TurnsNothingOverAndStaysClose) {
     TriMesh mesh = mesh_of(shapes::rock(10, 5));
     const TriMesh before = mesh;
-    std::vector<std::string> texts;
-    RunLog log([&](std::string_view text) { texts.emplace_back(text); });
-    RunContext run{{}, log};
-    const ReduceReport report = reduce_parallel(mesh, {0.1, 0.05}, run);
+    Job job;
+    const std::vector<std::string>& texts = job.events;
+    const ReduceReport report = reduce_parallel(mesh, {0.1, 0.05}, job.run);
     EXPECT_EQ(mesh.faces.size(), 2048U);
     EXPECT_TRUE(mesh.use_table.is_built() && is_consistent(mesh) &&
                 reference::is_closed_manifold(mesh));

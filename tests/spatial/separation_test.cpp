@@ -351,6 +351,19 @@ TEST(Nesting, InsideMeansInsideTheSurface) {
     EXPECT_TRUE(nesting_of(shapes::turned(cube(0, 1)))[0].is_oriented);
 }
 
+TEST(Nesting, ACavityStaysOneWhereItTouchesOrBreaksItsWall) {
+    const SoupVector wall = cube(0, 10);
+    const auto cavity = [&](Vec3f low, Vec3f high) {
+        return nesting_of(joined({wall, shapes::turned(shapes::box(low, high))}))[1].is_cavity();
+    };
+    EXPECT_TRUE(cavity({0, 2, 2}, {8, 8, 8})) << "against a side, where nothing but the box tells";
+    EXPECT_TRUE(cavity({2, 2, 2}, {8, 8, 10.5F})) << "through the top";
+    EXPECT_FALSE(cavity({2, 2, 9}, {8, 8, 20})) << "a body wound inward that only reaches in";
+    EXPECT_FALSE(cavity({-1, -1, -1}, {11, 11, 11})) << "around all of it";
+    // Wound alike they are two bodies, however much of the one is in the other.
+    EXPECT_EQ(nesting_of(joined({wall, shapes::box({2, 2, 2}, {8, 8, 10.5F})}))[1].depth, 0U);
+}
+
 // Boxes whose first corner lies, as the ray runs, straight before a corner of the sphere, beside it
 // on an edge or below it.
 TEST(Nesting, RaysMayMeetCorners) {

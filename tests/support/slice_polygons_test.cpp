@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "helpers/job.h"
 #include "helpers/shapes.h"
 
 namespace povmesh {
@@ -42,9 +43,9 @@ struct Sliced {
 Sliced sliced(const TriMesh& mesh, const std::vector<Column>& columns,
               const SliceOptions& options = {}) {
     Sliced result;
-    RunLog log([&](std::string_view text) { result.log += text; });
-    RunContext run{{}, log};
-    result.status = slice_columns(mesh, columns, options, run, result.polygons);
+    Job job;
+    result.status = slice_columns(mesh, columns, options, job.run, result.polygons);
+    result.log = job.text;
     return result;
 }
 
