@@ -327,14 +327,15 @@ POVMESH_API void voxelize(float voxel_size, const float* coordinates_in, const f
 
 /*
  * Finds weak cross-sections, the weakest first. Per section: the centre of its area (3 floats,
- * model units), the unit normal of its plane (3 floats: the x, y or z axis) and a score (1 float):
- * 100 for the weakest, 50 for one that would stand twice the load, down to 0. The model is reduced,
- * then each shell is cut by planes across the three axes, a hundredth of the mean of the model's
- * extents apart. The bending strength of each connected part of a section is divided by what hangs
- * on it: the volume of the smaller body that a cut there would take off, times the distance of its
- * centroid. The low 8 bits of `option` choose: 0 returns all sections, any other value only weak
- * places, where that ratio falls and rises again by a half or more. A plain box, ball or cone has
- * none; the three arrays are then empty.
+ * model units), the unit normal of its plane (3 floats) and a score (1 float): 100 for the weakest,
+ * 50 for one that would stand twice the load, down to 0. A model of 20,000 triangles or more is
+ * reduced where that keeps its shape, then each shell is cut by planes across the three axes, a
+ * hundredth of the mean of the model's extents apart. The bending strength of each connected part
+ * of a section is divided by what hangs on it: the volume of the smaller body that a cut there
+ * would take off, times the distance of its centroid. The low 8 bits of `option` choose: 0 returns
+ * all sections, their normals x, y or z; any other value only weak places, necks and roots of arms,
+ * their planes turned to the limb. A plain box, ball or cone has none; the three arrays are then
+ * empty.
  */
 POVMESH_API void weaknessDetect(const float* coordinates_in, uint32_t count_in, float** centres,
                                 float** normals, float** scores, uint32_t* section_count,
