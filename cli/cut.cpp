@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli/commands.h"
+#include "cli/findings_report.h"
 #include "cli/numbers.h"
 #include "cli/pieces.h"
 #include "cli/shared_options.h"
@@ -53,11 +54,6 @@ CutOptions options_of(const Arguments& arguments, const TriMesh& mesh) {
     options.connectors.segments = kPegSegments;
     options.keep_cavities = true;
     return options;
-}
-
-std::string near_text(Vec3f p) {
-    return "near (" + human_number(double{p.x}) + ", " + human_number(double{p.y}) + ", " +
-           human_number(double{p.z}) + ")";
 }
 
 // What a cut could spoil: faces at the plane that cross one another, and needles.
@@ -121,7 +117,7 @@ void look_at_cut(const Blemishes& before, const std::vector<TriMesh>& parts,
     }
     if (needles <= before.needles) return;
     outcome.warnings.push_back(counted(needles - before.needles, "triangle") +
-                               " along the cut are needles, the first " + near_text(place) +
+                               " along the cut are needles, the first " + place_text(place) +
                                "; 'povmesh revise' mends them");
 }
 
@@ -171,7 +167,7 @@ void expect_no_crossing(const std::string& source, const CutReport& report,
         return outcome.fail(Flawed,
                             outcome.pieces[i].file + ": " + counted(blemishes.crossings, "pair") +
                                 " of triangles at the cut cross, the first " +
-                                near_text(blemishes.crossing) + ", where those of " + source +
+                                place_text(blemishes.crossing) + ", where those of " + source +
                                 " do not: shells of one winding that lie inside one another are "
                                 "closed each by itself");
     }

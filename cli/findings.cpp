@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdint>
-#include <iterator>
 #include <map>
 #include <span>
 #include <utility>
@@ -12,12 +10,11 @@
 
 #include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
-#include "mesh/shells.h"
 #include "mesh/volume.h"
 #include "repair/boundary_loops.h"
 #include "repair/duplicates.h"
+#include "repair/orientation.h"
 #include "spatial/self_intersection.h"
-#include "spatial/shell_nesting.h"
 
 namespace povmesh::cli {
 namespace {
@@ -154,85 +151,24 @@ void count_self_intersections(const TriMesh& mesh, SelfIntersectionSearch search
     }
 }
 
-// The volume of a flat shell is rounding, and its sign tells nothing.
-bool is_flat(const TriMesh& mesh, std::uint32_t shell, double volume) {
-    constexpr double kFlat = 1e-12;  // of the cubed diagonal
-    Box3d box;
-    for (const std::uint32_t face : mesh.shells[shell]) {
-        for (std::size_t number = 0; number < 3; ++number) box.widen(corner(mesh, face, number));
+// The faces that repair would turn, and which shells are cavities.
+void judge_windings(const TriMesh& mesh, const EdgeMates& mates, Findings& findings,
+                    FlawFaces& faces) {
+    const Orientation orientation = find_orientation(mesh, mates);
+    findings.detected.inverted = static_cast<std::uint32_t>(orientation.turned_count);
+    faces.inverted.clear();
+    for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) {
+        if (orientation.turned[face] != 0) faces.inverted.push_back(face);
     }
-    const double diagonal = length(box.extent());
-    return std::abs(volume) <= kFlat * diagonal * diagonal * diagonal;
-}
-
-struct InwardShells {
-    std::vector<std::uint32_t> inside_out;
-    std::vector<std::uint32_t> cavities;
-};
-
-InwardShells find_inward_shells(const TriMesh& mesh, const EdgeMates& mates) {
-    const std::vector<ShellNesting> nesting = classify_shells(mesh, mates);
-    InwardShells inward;
-    for (std::uint32_t shell = 0; shell < nesting.size(); ++shell) {
-        const ShellNesting& n = nesting[shell];
-        if (!(n.signed_volume < 0) || is_flat(mesh, shell, n.signed_volume)) continue;
-        if (n.is_cavity()) {
-            inward.cavities.push_back(shell);
-        } else if (n.is_oriented) {
-            inward.inside_out.push_back(shell);
-        }
-    }
-    return inward;
-}
-
-Array<std::uint32_t> faces_of(const TriMesh& mesh, const std::vector<std::uint32_t>& shells) {
-    Array<std::uint32_t> faces;
-    for (const std::uint32_t shell : shells) {
-        const auto more = mesh.shells[shell];
-        faces.insert(faces.end(), more.begin(), more.end());
-    }
-    std::sort(faces.begin(), faces.end());
-    return faces;
-}
-
-// Shells do not influence one another's counts, so that a walk over the mesh without its cavities
-// gives the count of the others.
-std::uint32_t inverted_without(TriMesh& mesh, std::span<const std::uint32_t> faces) {
-    for (const std::uint32_t face : faces) mesh.faces[face].deleted = 1;
-    const std::uint32_t inverted = detect(mesh).inverted;
-    for (const std::uint32_t face : faces) mesh.faces[face].deleted = 0;
-    label_shells(mesh);
-    return inverted;
-}
-
-Array<std::uint32_t> shown_as_inverted(std::span<const std::uint32_t> inverted,
-                                       std::span<const std::uint32_t> in_cavities,
-                                       std::span<const std::uint32_t> inside_out) {
-    Array<std::uint32_t> outside;
-    std::set_difference(inverted.begin(), inverted.end(), in_cavities.begin(), in_cavities.end(),
-                        std::back_inserter(outside));
-    Array<std::uint32_t> shown;
-    std::set_union(outside.begin(), outside.end(), inside_out.begin(), inside_out.end(),
-                   std::back_inserter(shown));
-    return shown;
-}
-
-// Turned shells, and which of them are cavities. `faces.inverted` becomes what is to be shown.
-void judge_inward_shells(TriMesh& mesh, const EdgeMates& mates, Findings& findings,
-                         FlawFaces& faces) {
-    const InwardShells inward = find_inward_shells(mesh, mates);
     FlawFinding& inside_out = findings[Flaw::InsideOutShells];
-    inside_out.count = inward.inside_out.size();
-    for (const std::uint32_t shell : inward.inside_out) {
+    inside_out.count = orientation.inside_out.size();
+    for (const std::uint32_t shell : orientation.inside_out) {
         list_faces(mesh, mesh.shells[shell].first(1), inside_out);
     }
-    findings.cavities = inward.cavities.size();
-    const Array<std::uint32_t> in_cavities = faces_of(mesh, inward.cavities);
-    faces.inverted =
-        shown_as_inverted(faces.inverted, in_cavities, faces_of(mesh, inward.inside_out));
-    if (!in_cavities.empty() && findings.detected.inverted != 0) {
-        findings.detected.inverted = inverted_without(mesh, in_cavities);
+    for (std::size_t shell = 0; shell < mesh.shells.size(); ++shell) {
+        if (orientation.is_cavity(shell)) ++findings.cavities;
     }
+    findings.one_sided_shells = orientation.one_sided.size();
 }
 
 }  // namespace
@@ -263,7 +199,7 @@ Findings examine(TriMesh& mesh, Progress progress, SelfIntersectionSearch search
     count_edges(mesh, mates, findings, faces);
     measure_holes(mesh, mates, findings);
     progress.set(72);
-    judge_inward_shells(mesh, mates, findings, faces);
+    judge_windings(mesh, mates, findings, faces);
     progress.set(78);
     findings[Flaw::InvertedFaces].count = findings.detected.inverted;
     list_faces(mesh, faces.inverted, findings[Flaw::InvertedFaces]);

@@ -17,8 +17,8 @@ namespace povmesh::cli {
 
 /// What can be wrong with a mesh, in the order in which it is told.
 enum class Flaw : std::uint8_t {
-    InvertedFaces,
-    TurnedEdges,  // of two faces that are wound against each other
+    InvertedFaces,  // the fewest to turn so that all agree and look out
+    TurnedEdges,    // of two faces that are wound against each other
     OpenEdges,
     NonManifoldEdges,
     DegenerateFaces,
@@ -70,7 +70,10 @@ struct Findings {
     bool is_closed = false;    // no open edge
     bool has_labels = false;   // a face has a material
 
-    FlawCounts detected;  // as `detect` counts, but the faces of cavities are not inverted
+    std::size_t one_sided_shells =
+        0;  // that no turning makes consistent, as a strip with a half turn
+
+    FlawCounts detected;  // as `detect` counts, but for the inverted faces, see find_orientation
     std::array<FlawFinding, kFlawWords.size()> flaws;
     bool has_self_intersection_count = false;
     std::vector<HoleSize> holes;     // by ascending size
@@ -91,10 +94,10 @@ enum class SelfIntersectionSearch { Never, UpToQuickFaces, Always };
 
 /// Examines a mesh. Faces and vertices are not changed; the shells are labelled.
 ///
-/// @param flaw_faces  when given, receives the faces to show: inverted as `detect` gives them,
-///                    without those of cavities, with all of shells that are inside out; every face
-///                    with an open or a non-manifold edge; degenerate as `detect` gives them
-///                    Progress goes from 48 to 100.
+/// @param flaw_faces  when given, receives the faces to show: inverted as find_orientation tells them;
+///                    every face with an open or a non-manifold edge; degenerate as `detect` gives
+///                    them
+/// Progress goes from 48 to 100.
 Findings examine(TriMesh& mesh, Progress progress, SelfIntersectionSearch search,
                  FlawFaces* flaw_faces = nullptr);
 

@@ -16,6 +16,9 @@ using Json = nlohmann::ordered_json;
 /// A label and a value.
 using Row = std::pair<std::string, std::string>;
 
+/// "near (1, 2, 3)".
+std::string place_text(Vec3f place);
+
 /// The rows, indented, the values in one column.
 std::string table_text(std::span<const Row> rows);
 
@@ -31,6 +34,9 @@ std::vector<Row> where_rows(const Findings& findings);
 
 /// "clean", or the flaws with their numbers.
 std::string verdict(const Findings& findings);
+
+/// "near (1, 2, 3)".
+std::string near_text(Vec3f place);
 
 /// Extent along the axes, in double: that of finite floats need not be a finite float.
 std::string size_text(const Box3f& box);

@@ -21,7 +21,7 @@ struct RepairOutcome : Outcome {
     std::size_t triangles_after = 0;
     Findings before;
     Findings after;  // of what was read back
-    RepairReport done;
+    Mending done;
 };
 
 RepairOptions options_of(const Arguments& arguments) {
@@ -41,8 +41,12 @@ void repair_file(const Arguments& arguments, Progress progress, RepairOutcome& o
         outcome.triangles_before = model.triangles;
         outcome.before = examine(model.mesh, {}, SelfIntersectionSearch::UpToQuickFaces);
         progress.set(60);
-        outcome.done = repair(model.mesh, options_of(arguments));
+        outcome.done = mend(model.mesh, options_of(arguments), outcome.before);
         if (live_face_count(model.mesh) != 0) return {};
+        if (outcome.done.report.dropped_shells == 0) {
+            return "every triangle has a coordinate that is infinite or no number; nothing is "
+                   "written";
+        }
         return "every shell is smaller than --drop-tiny " + arguments.text("--drop-tiny") +
                "; nothing is written; give a smaller volume";
     };

@@ -134,8 +134,9 @@ extern "C" {
 /*
  * Repairs an STL file in place: tiny shells and duplicate faces go, small holes are closed, the
  * winding is made consistent and outward. The file is rewritten as binary STL. A file that cannot
- * be read, is damaged or truncated, holds no triangle or of which the repair leaves none stays as
- * it was, and no file comes into being.
+ * be read whole (it is damaged or truncated, has more records than its header counts, or numbers
+ * with text behind them, such as decimal commas), that holds no triangle or of which the repair
+ * leaves none stays as it was, and no file comes into being.
  */
 POVMESH_API void modelRepair64(const char* path);
 POVMESH_API void modelRepair(const char* path); /* the same */
@@ -429,7 +430,10 @@ POVMESH_API void uniformRemeshFromColorData(float edge_length, const float* coor
                                             uint32_t* count);
 
 /*
- * Divides a model into its separate bodies; shells that touch or intersect stay together. Returns
+ * Divides a model into its separate bodies; shells that touch or intersect stay together. Two things
+ * keep shells apart all the same: of a shell of 10,000 faces or more only about ten thousand, evenly
+ * picked, are looked at, so that a contact between others is missed; and shells whose boxes only
+ * border on each other, as two cubes side by side, are not compared. Returns
  * parts, but for those of a volume below 1 (an open or inside-out one has none). A shell inside
  * another one that does not touch it is a body of its own. progress: 0, 10, 80, 100.
  */
@@ -566,8 +570,9 @@ POVMESH_API void strengthColoringFromData(uint32_t method, uint32_t load,
  * below, and those narrower than 0.4 of the spacing that do not begin in mid-air, get none. What
  * begins in mid-air between two rows gets a column beside it. A spacing for which more than 792
  * would stand along x or y is raised. A spacing that is 0.4 or less or not finite, or an angle that
- * is not a number, finds no column; nor does a model whose voxels, spacing x spacing x 1 units each,
- * would take more than a gigabyte. When no column is found, `columns` and `column_count` are left as they were: preset the count to 0.
+ * is not a number, finds no column; nor does a model whose voxels, spacing x spacing x 1 units
+ * each, would take more than a gigabyte. When no column is found, `columns` and `column_count` are
+ * left as they were: preset the count to 0.
  */
 POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in,
                                            float spacing, float angle, float** columns,

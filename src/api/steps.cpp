@@ -60,7 +60,9 @@ TriMesh build(const Soup& soup) {
 }
 
 bool load_stl(Job& job, TriMesh& mesh, const char* path) {
-    return read_stl(path_of(path), job.run(), mesh).ok();
+    StlInfo info;
+    const Status status = read_stl(path_of(path), {}, job.run(), mesh, info);
+    return status.ok() && info.records_left_out == 0;
 }
 
 void save_stl(const TriMesh& mesh, const char* path) {

@@ -23,6 +23,11 @@
 namespace povmesh {
 namespace {
 
+// Who keeps cavities wants bodies as they are; hosts rely on large shells being sampled.
+SeparationOptions grouping(bool keep_cavities) {
+    return {.keep_cavities = keep_cavities, .all_faces = keep_cavities};
+}
+
 using Parts = std::vector<TriMesh>;
 
 // Which shells' rims are filled together: a cavity with the body around it, any other shell by
@@ -158,7 +163,7 @@ private:
             parts.push_back(std::move(half));
             return;
         }
-        build_parts(half, group_shells(half, {.keep_cavities = options_.keep_cavities}));
+        build_parts(half, group_shells(half, grouping(options_.keep_cavities)));
         std::move(half.parts.begin(), half.parts.end(), std::back_inserter(parts));
     }
 
@@ -183,7 +188,7 @@ Parts separate(TriMesh& mesh, bool keep_cavities, std::optional<EdgeMates>& mate
         return models;
     }
     mates.reset();
-    build_parts(mesh, group_shells(mesh, {.keep_cavities = keep_cavities}));
+    build_parts(mesh, group_shells(mesh, grouping(keep_cavities)));
     models = std::move(mesh.parts);
     mesh = {};
     return models;

@@ -82,32 +82,26 @@ float voxel_size(double model_volume, const CellOptions& options) {
 
 // Opens the voxels of surfaces that lie deep in the solid: of slits too narrow for a voxel, of
 // bodies that overlap. They count as outside from then on, so that a skin remains around them.
-void open_inner_surfaces(VoxelGrid& grid, const TriMesh& mesh) {
+void open_inner_surfaces(VoxelGrid& grid, const Words& surface) {
     if (grid.is_empty()) return;
-    RunLog no_log;
-    RunContext quiet{{}, no_log};
-    const VoxelGrid surface = form_voxels(mesh, grid.settings(), quiet);
-    const Words outer = cells_within(grid, grid.outside(), kOuterSurface);
-    bool any = false;
+    const Words inner = inner_surface(grid, surface, kOuterSurface);
     grid.for_each_word([&](std::size_t word) {
-        const std::uint64_t cells = grid.occupied()[word] & surface.occupied()[word] & ~outer[word];
-        if (cells == 0) return;
-        grid.remove(word, cells);
-        grid.edit_outside()[word] |= cells;
-        any = true;
+        if (inner[word] == 0) return;
+        grid.remove(word, inner[word]);
+        grid.edit_outside()[word] |= inner[word];
     });
-    if (!any) return;
     grid.recount();
     refresh_outside(grid);
 }
 
 VoxelGrid solid_of(const TriMesh& mesh, const CellOptions& options, RunContext& run) {
     const float size = voxel_size(volume(mesh), options);
-    VoxelGrid grid = voxelise(mesh, {{size, size, size}}, run);
+    Words surface;
+    VoxelGrid grid = voxelise(mesh, {{size, size, size}}, run, &surface);
     run.progress.set(30);
     fill_rows(grid, FillColour::White);
     refresh_outside(grid);
-    open_inner_surfaces(grid, mesh);
+    open_inner_surfaces(grid, surface);
     run.progress.set(40);
     return grid;
 }

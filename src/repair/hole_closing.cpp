@@ -352,7 +352,7 @@ public:
         for (std::size_t i = 0; i < loops_.size(); ++i) {
             const bool fits = loops_[i].size() <= max_edges_;
             report_.holes.push_back({loops_[i].size(), loops_[i].front().face(),
-                                     fits ? HoleFate::NoFilling : HoleFate::TooLong});
+                                     fits ? HoleFate::NoFilling : HoleFate::TooLong, 0, 0});
         }
         if (loops_.size() == 0) return std::move(report_);
         const std::size_t old_face_count = mesh_.faces.size();
@@ -398,10 +398,12 @@ private:
     void close_where(Wanted&& wanted, EdgeSet& edges) {
         for (std::size_t i = 0; i < loops_.size(); ++i) {
             Hole& hole = report_.holes[i];
-            if (hole.fate == HoleFate::NoFilling && wanted(hole.edge_count) &&
-                close(loops_[i], edges)) {
-                hole.fate = HoleFate::Closed;
-            }
+            if (hole.fate != HoleFate::NoFilling || !wanted(hole.edge_count)) continue;
+            const std::size_t before = mesh_.faces.size();
+            if (!close(loops_[i], edges)) continue;
+            hole.fate = HoleFate::Closed;
+            hole.first_added = static_cast<std::uint32_t>(before);
+            hole.added_count = static_cast<std::uint32_t>(mesh_.faces.size() - before);
         }
     }
 

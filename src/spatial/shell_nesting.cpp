@@ -5,12 +5,10 @@
 #include "spatial/shell_nesting.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <limits>
 #include <span>
 
-#include "base/predicates.h"
+#include "spatial/inside_test.h"
 #include "spatial/shell_trees.h"
 #include "spatial/triangle_intersection.h"
 
@@ -37,63 +35,29 @@ bool lies_within(const Box3f& inner, const Box3f& outer) {
 }
 
 // Relative to a point near the shell, so that a small shell far out keeps its digits.
-double volume_about(const TriMesh& mesh, std::span<const std::uint32_t> faces, Vec3d origin) {
+double volume_about(const TriMesh& mesh, std::span<const std::uint32_t> faces,
+                    std::span<const std::uint8_t> turned, Vec3d origin) {
     double sum = 0;
     for (const std::uint32_t face : faces) {
         const Triangle t = triangle_of(mesh, mesh.faces[face]);
-        sum += dot(t[0] - origin, cross(t[1] - origin, t[2] - origin));
+        const double term = dot(t[0] - origin, cross(t[1] - origin, t[2] - origin));
+        sum += !turned.empty() && turned[face] != 0 ? -term : term;
     }
     return sum / 6.0;
 }
 
-Point2d along_x(Vec3d p) {
-    return {p.y, p.z};
-}
-
-// Whether p lies, as seen along the x axis, inside the triangle: it does when an odd number of
-// edges passes above it. A point on an edge is taken as moved by a little along z, and by far less
-// along y; so the triangles at a common edge or corner agree on who has it.
-bool is_seen_inside(const Triangle& t, Vec3d p) {
-    bool is_inside = false;
-    for (std::size_t i = 0; i < 3; ++i) {
-        const Vec3d a = t[i];
-        const Vec3d b = t[next_corner(i)];
-        if ((a.y <= p.y) == (b.y <= p.y)) continue;
-        const Vec3d left = a.y <= p.y ? a : b;
-        const Vec3d right = a.y <= p.y ? b : a;
-        if (orient2d(along_x(left), along_x(right), along_x(p)) < 0) is_inside = !is_inside;
-    }
-    return is_inside;
-}
-
-// Whether a point in the plane of the triangle lies in it, borders included: as a triangle of no
-// extent would, it is then not strictly outside any edge. Works in the first pair of axes in which
-// the triangle has an area; false when there is none.
-bool contains_in_plane(const Triangle& t, Vec3d p) {
-    for (int axes = 0; axes < 3; ++axes) {
-        const auto flat = [&](Vec3d q) -> Point2d {
-            return axes == 0   ? Point2d{q.x, q.y}
-                   : axes == 1 ? Point2d{q.y, q.z}
-                               : Point2d{q.z, q.x};
-        };
-        const int turn = orient2d(flat(t[0]), flat(t[1]), flat(t[2]));
-        if (turn == 0) continue;
-        return orient2d(flat(t[0]), flat(t[1]), flat(p)) != -turn &&
-               orient2d(flat(t[1]), flat(t[2]), flat(p)) != -turn &&
-               orient2d(flat(t[2]), flat(t[0]), flat(p)) != -turn;
-    }
-    return false;
-}
-
-enum class Place { Inside, Outside, AtCorner, OnSurface };
+// Points by which a shell that may cross another is judged.
+constexpr std::size_t kSamples = 63;
 
 class NestingFinder {
 public:
-    NestingFinder(const TriMesh& mesh, const EdgeMates& mates)
+    NestingFinder(const TriMesh& mesh, const EdgeMates& mates, std::span<const std::uint8_t> turned)
         : mesh_(mesh),
           mates_(mates),
+          turned_(turned),
           trees_(mesh, Sampling::AllFaces),
           boxes_(mesh.shells.size()),
+          samples_(mesh.shells.size()),
           result_(mesh.shells.size()) {}
 
     std::vector<ShellNesting> run() {
@@ -121,7 +85,8 @@ private:
         }
         nesting.is_oriented = nesting.is_oriented && nesting.is_closed;
         if (nesting.is_closed) {
-            nesting.signed_volume = volume_about(mesh_, faces, to_double(boxes_[shell].low));
+            nesting.signed_volume =
+                volume_about(mesh_, faces, turned_, to_double(boxes_[shell].low));
         }
     }
 
@@ -131,7 +96,7 @@ private:
                 nesting.is_closed = false;
                 break;
             case EdgeMates::Kind::Manifold:
-                if (mates_.is_same_direction(face, edge)) nesting.is_oriented = false;
+                if (disagree(face, edge)) nesting.is_oriented = false;
                 break;
             case EdgeMates::Kind::NonManifold:
                 nesting.is_oriented = false;
@@ -142,6 +107,12 @@ private:
         }
     }
 
+    bool disagree(std::uint32_t face, std::size_t edge) const {
+        const bool is_one_turned =
+            !turned_.empty() && turned_[face] != turned_[mates_.mate(face, edge)];
+        return mates_.is_same_direction(face, edge) != is_one_turned;
+    }
+
     void find_surrounding() {
         Array<Box3f> closed_boxes = boxes_;
         for (std::size_t shell = 0; shell < boxes_.size(); ++shell) {
@@ -150,55 +121,90 @@ private:
         const FaceTree tree(closed_boxes);
         for (std::uint32_t inner = 0; inner < boxes_.size(); ++inner) {
             tree.visit_overlapping(boxes_[inner], [&](std::uint32_t outer) {
-                if (outer != inner && lies_within(boxes_[inner], boxes_[outer]) &&
-                    lies_in(inner, outer)) {
-                    pairs_.push_back({inner, outer});
-                }
+                if (outer != inner && lies_in(inner, outer)) pairs_.push_back({inner, outer});
                 return false;
             });
         }
     }
 
     bool lies_in(std::uint32_t inner, std::uint32_t outer) {
+        const double volume = result_[inner].signed_volume;
+        const double around = result_[outer].signed_volume;
+        if (volume * around < 0) {
+            return std::abs(volume) < std::abs(around) && lies_mostly_in(inner, outer);
+        }
+        return lies_within(boxes_[inner], boxes_[outer]) && lies_wholly_in(inner, outer);
+    }
+
+    // Wound against each other, two shells are the two sides of a wall, also where they touch or
+    // the wall is broken through: most of the inner one is what counts.
+    bool lies_mostly_in(std::uint32_t inner, std::uint32_t outer) {
+        const Box3f& box = boxes_[outer];
+        const std::vector<Vec3f>& points = samples(inner);
+        const auto in_box = std::count_if(points.begin(), points.end(), [&](Vec3f p) {
+            return lies_within({p, p}, box);
+        });
+        if (static_cast<std::size_t>(in_box) * 2 <= points.size()) return false;
+        std::size_t inside = 0;
+        std::size_t decided = 0;
+        for (const Vec3f& p : points) {
+            const PointPlace place = locate(mesh_, trees_[outer], p);
+            if (place == PointPlace::Inside) ++inside;
+            if (place == PointPlace::Inside || place == PointPlace::Outside) ++decided;
+        }
+        return inside * 2 > decided;
+    }
+
+    // Centres of faces, so many by equal shares of the area.
+    const std::vector<Vec3f>& samples(std::uint32_t shell) {
+        std::vector<Vec3f>& points = samples_[shell];
+        if (!points.empty()) return points;
+        double whole = 0;
+        for (const std::uint32_t face : mesh_.shells[shell]) whole += area(face);
+        double sum = 0;
+        for (const std::uint32_t face : mesh_.shells[shell]) {
+            sum += area(face);
+            const double share = whole / kSamples;
+            while (points.size() < kSamples &&
+                   sum > share * (static_cast<double>(points.size()) + 0.5)) {
+                points.push_back(centre(face));
+            }
+        }
+        if (points.empty()) points.push_back(centre(mesh_.shells[shell].front()));
+        return points;
+    }
+
+    double area(std::uint32_t face) const {
+        const Triangle t = triangle_of(mesh_, mesh_.faces[face]);
+        return length(cross(t[1] - t[0], t[2] - t[0]));
+    }
+
+    Vec3f centre(std::uint32_t face) const {
+        const Triangle t = triangle_of(mesh_, mesh_.faces[face]);
+        const Vec3d c = t[0] / 3.0 + t[1] / 3.0 + t[2] / 3.0;
+        return {static_cast<float>(c.x), static_cast<float>(c.y), static_cast<float>(c.z)};
+    }
+
+    bool lies_wholly_in(std::uint32_t inner, std::uint32_t outer) {
         for (const std::uint32_t face : mesh_.shells[inner]) {
             for (std::size_t corner = 0; corner < 3; ++corner) {
-                const Place place = locate(mesh_.corner_position(mesh_.faces[face], corner), outer);
-                if (place == Place::AtCorner) continue;  // another corner will tell
-                return place == Place::Inside && !shells_meet(inner, outer);
+                const PointPlace place =
+                    locate(mesh_, trees_[outer], mesh_.corner_position(mesh_.faces[face], corner));
+                if (place == PointPlace::AtCorner) continue;  // another corner will tell
+                return place == PointPlace::Inside && !shells_meet(inner, outer);
             }
         }
         return false;
     }
 
-    Place locate(Vec3f position, std::uint32_t shell) {
-        const Vec3d p = to_double(position);
-        const Box3f ray{position, {std::numeric_limits<float>::max(), position.y, position.z}};
-        Place place = Place::Outside;
-        trees_[shell].visit_overlapping(ray, [&](std::uint32_t face) {
-            const Triangle t = triangle_of(mesh_, mesh_.faces[face]);
-            const int side = orient3d(t[0], t[1], t[2], p);
-            if (side == 0) {
-                if (!contains_in_plane(t, p)) return false;
-                place = std::count(t.begin(), t.end(), p) != 0 ? Place::AtCorner : Place::OnSurface;
-                return true;
-            }
-            if (!is_seen_inside(t, p)) return false;
-            // The face is ahead when p lies on the side that its normal points away from along x.
-            if (side == -orient2d(along_x(t[0]), along_x(t[1]), along_x(t[2]))) {
-                place = place == Place::Inside ? Place::Outside : Place::Inside;
-            }
-            return false;
-        });
-        return place;
-    }
-
     bool shells_meet(std::uint32_t a, std::uint32_t b) {
         const FaceTree& tree_a = trees_[a];
-        return tree_a.visit_pairs(trees_[b], [this](std::uint32_t face_a, std::uint32_t face_b) {
+        const auto faces_meet = [this](std::uint32_t face_a, std::uint32_t face_b) {
             const Triangle ta = triangle_of(mesh_, mesh_.faces[face_a]);
             const Triangle tb = triangle_of(mesh_, mesh_.faces[face_b]);
             return has_area(ta) && has_area(tb) && meet_beyond_shared(ta, tb);
-        });
+        };
+        return find_pair(mesh_, tree_a, trees_[b], faces_meet);
     }
 
     void count_depths() {
@@ -225,8 +231,10 @@ private:
 
     const TriMesh& mesh_;
     const EdgeMates& mates_;
+    std::span<const std::uint8_t> turned_;
     ShellTrees trees_;
     Array<Box3f> boxes_;
+    std::vector<std::vector<Vec3f>> samples_;  // of the shells that were asked for
     std::vector<ShellNesting> result_;
     std::vector<Pair> pairs_;
 };
@@ -238,8 +246,9 @@ std::vector<ShellNesting> classify_shells(TriMesh& mesh) {
     return classify_shells(mesh, mates);
 }
 
-std::vector<ShellNesting> classify_shells(const TriMesh& mesh, const EdgeMates& mates) {
-    return NestingFinder(mesh, mates).run();
+std::vector<ShellNesting> classify_shells(const TriMesh& mesh, const EdgeMates& mates,
+                                          std::span<const std::uint8_t> turned) {
+    return NestingFinder(mesh, mates, turned).run();
 }
 
 }  // namespace povmesh

@@ -446,6 +446,8 @@ TEST_F(Hosted, OnlyASoundFileIsWrittenBackAndOnlyWhenAskedFor) {
     std::string rewritten = stl_bytes(box, 12);
     rewritten.replace(0, 80, std::string("PovMesh") + std::string(73, '\0'));
     const std::vector<float> needle = {0, 0, 0, 0, 0, 0, 1, 1, 1};
+    const std::string commas =
+        "solid\nfacet vertex 0 0 0 vertex 9,5 0 0 vertex 0 9,5 0 endfacet\nendsolid\n";
     struct Row {
         const char* what;
         std::string before;
@@ -458,6 +460,8 @@ TEST_F(Hosted, OnlyASoundFileIsWrittenBackAndOnlyWhenAskedFor) {
         {"not asked for", whole, 0, whole},
         {"not asked for in the low 8 bits", whole, 0x100, whole},
         {"truncated", stl_bytes(box, 13), 1, stl_bytes(box, 13)},
+        {"more records than its count", stl_bytes(box, 7), 1, stl_bytes(box, 7)},
+        {"decimal commas", commas, 1, commas},
         {"no triangle", stl_bytes({}, 0), 1, stl_bytes({}, 0)},
         {"nothing left of it", stl_bytes(needle, 1), 1, stl_bytes(needle, 1)},
         {"no STL", "some notes\n", 1, "some notes\n"},
