@@ -571,9 +571,9 @@ POVMESH_API void strengthColoringFromData(uint32_t method, uint32_t load,
  * below, and those narrower than 0.4 of the spacing that do not begin in mid-air, get none. What
  * begins in mid-air between two rows gets a column beside it. A spacing for which more than 792
  * would stand along x or y is raised. A spacing that is 0.4 or less or not finite, or an angle that
- * is not a number, finds no column; nor does a model whose voxels, spacing x spacing x 1 units each,
- * would take more than a gigabyte. When no column is found, `columns` and `column_count` are left
- * as they were: preset the count to 0.
+ * is not a number, finds no column; nor does a model whose voxels, spacing x spacing x 1 units
+ * each, would take more than a gigabyte. When no column is found, `columns` and `column_count` are
+ * left as they were: preset the count to 0.
  */
 POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in,
                                            float spacing, float angle, float** columns,
