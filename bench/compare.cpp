@@ -3,9 +3,9 @@
 //
 // usage: bench_compare RESULTS.json...
 //
-// The times are medians over the repetitions. Of one-thread runs it is the processor time, user and
-// system, so that the time of a busy neighbour does not count; of others, and of those with the counter
-// "is_elapsed", the elapsed time.
+// The fastest repetition counts. Of one-thread runs it is the processor time, user and
+// system, so that the time of a busy neighbour does not count; of others, and of those with the
+// counter "is_elapsed", the elapsed time.
 #include <algorithm>
 #include <array>
 #include <cstdio>

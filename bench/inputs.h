@@ -73,9 +73,9 @@ void add(const std::string& operation, const std::vector<std::string>& inputs, F
 void add_named(const std::string& operation, const std::vector<std::string>& names,
                Function function);
 
-/// Times `work(item)` on a fresh `prepare()` per iteration. Preparing, and destroying item and result, are
-/// not counted, nor is a first turn: on a virtual machine memory that has not been used for a while comes
-/// back from the host, which can take ten times as long as the work.
+/// Times `work(item)` on a fresh `prepare()` per iteration. Preparing, and destroying item and
+/// result, are not counted, nor is a first turn: on a virtual machine memory that has not been used
+/// for a while comes back from the host, which can take ten times as long as the work.
 template <typename Prepare, typename Work>
 void measure(benchmark::State& state, Prepare prepare, Work work) {
     {

@@ -59,7 +59,7 @@ void read_obj(benchmark::State& state, const std::string& input) {
     measure(state, [&] {
         TriMesh mesh;
         ObjInfo info;
-        const ObjReadOptions options{.resolve_indices = form == Form::Exact};
+        const ObjReadOptions options{.strict = form == Form::Exact};
         const Status status = povmesh::read_obj(path, options, mesh, info);
         if (!status.ok()) fail(status.text());
         return mesh;

@@ -11,6 +11,7 @@
 #include "mesh/bounds.h"
 #include "support/column_supports.h"
 #include "support/gap_search.h"
+#include "support/overhangs.h"
 #include "support/slice_polygons.h"
 #include "support/undersides.h"
 #include "voxel/passes.h"
@@ -20,6 +21,7 @@ namespace povmesh::bench {
 namespace {
 
 constexpr float kSpacing = 3;
+constexpr double kLeastArea = 1.44;
 
 RunContext no_run() {
     static RunLog log;
@@ -61,8 +63,11 @@ void fit_columns(benchmark::State& state, const std::string& name) {
     measure(
         state, [&] { return grid; },
         [&](VoxelGrid& copy) {
-            const Undersides undersides = fit_to_columns(copy, model, column_half_side(kSpacing));
-            drop_grain(copy, undersides, 45);
+            const UprightLines lines(model);
+            const Overhangs overhangs = find_overhangs(model, lines, 45, kLeastArea);
+            const Undersides undersides =
+                fit_to_columns(copy, model, overhangs, {column_half_side(kSpacing), true});
+            drop_rims(copy, undersides, 45);
             return undersides.all.size();
         });
 }
@@ -70,7 +75,8 @@ void fit_columns(benchmark::State& state, const std::string& name) {
 void gap_search(benchmark::State& state, const std::string& name) {
     const TriMesh& model = model_400(name);
     VoxelGrid grid = filled(model);
-    drop_grain(grid, fit_to_columns(grid, model, column_half_side(kSpacing)), 45);
+    const Overhangs overhangs = find_overhangs(model, UprightLines(model), 45, kLeastArea);
+    drop_rims(grid, fit_to_columns(grid, model, overhangs, {column_half_side(kSpacing), true}), 45);
     set_floor(state, 8.0 * static_cast<double>(grid.word_count()));
     measure(state, [&] {
         const GapGrid gaps = find_gaps(grid, 45, 0);

@@ -65,7 +65,7 @@ void rewrite_model(const Arguments& arguments, Progress progress, const RewriteS
         if (reason.empty()) reason = refusal(model.mesh, was_finite);
         if (!reason.empty()) return outcome.fail(Flawed, source + ": " + reason);
         progress.set(80);
-        std::string failure = save_model(model.mesh, target);
+        std::string failure = save_model(model, target);
         progress.set(90);
         LoadedModel back;
         if (failure.empty()) failure = read_back(model.mesh, target, back);
@@ -89,10 +89,15 @@ int run_change(const Arguments& arguments, Console& console, const Change& chang
         const std::string& failure = outcome.report.failure;
         if (!failure.empty()) return failure + "; nothing is written";
         outcome.after = measures_of(model.mesh);
+        const std::vector<std::string>& warnings = outcome.report.warnings;
+        outcome.lost.insert(outcome.lost.end(), warnings.begin(), warnings.end());
         return {};
     };
     rewrite_model(arguments, line.progress(), {change_model, {}}, outcome);
     line.stop();
+    const std::vector<std::string>& doubts = outcome.report.doubts;
+    if (!doubts.empty() && outcome.status == Clean) outcome.status = Flawed;
+    outcome.warnings.insert(outcome.warnings.end(), doubts.begin(), doubts.end());
     return tell(
         outcome, arguments, console, [&] { return to_json(source, target, outcome); },
         [&] { return table(source, target, outcome); });

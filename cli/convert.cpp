@@ -21,7 +21,7 @@ int run_convert(const Arguments& arguments, Console& console) {
         console.error(read_failure);
         return CannotRead;
     }
-    const std::string write_failure = save_model(model.mesh, target);
+    const std::string write_failure = save_model(model, target);
     line.stop();
     warn_of(model, console);
     if (!write_failure.empty()) {

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <new>
 #include <stdexcept>
+#include <system_error>
 
 #include "cli/numbers.h"
 #include "io/obj.h"
@@ -30,16 +31,40 @@ Status read_stl_model(const std::string& path, Progress progress, LoadedModel& m
     Status status = read_stl(path, options, run, model.mesh, info);
     model.format = info.is_ascii ? "ASCII STL" : "binary STL";
     model.triangles = info.triangles;
-    model.trailing_bytes = info.trailing_bytes;
+    if (info.records_left_out > 0) {
+        model.is_whole = false;
+        model.warnings.push_back(
+            counted(info.records_left_out, "triangle") + " left out behind the " +
+            with_separators(info.promised_triangles) +
+            " that the header counts; correct the count at byte 80 if they belong to the model");
+    } else if (info.trailing_bytes > 0) {
+        model.warnings.push_back(counted(info.trailing_bytes, "byte") +
+                                 " behind the last triangle ignored");
+    }
     return status;
+}
+
+void warn_of_lines(const ObjLines& lines, const char* one, const char* many,
+                   std::vector<std::string>& warnings) {
+    if (lines.count == 0) return;
+    warnings.push_back("line " + std::to_string(lines.first) + ": " + one);
+    if (lines.count > 1)
+        warnings.back() =
+            counted(lines.count, one, many) + ", first in line " + std::to_string(lines.first);
 }
 
 Status read_obj_model(const std::string& path, Progress progress, LoadedModel& model) {
     ObjInfo info;
-    Status status = read_obj(path, {.resolve_indices = true}, model.mesh, info);
+    Status status = read_obj(path, {.strict = true}, model.mesh, info);
     model.format = "OBJ";
     model.triangles = info.triangles;
     model.has_texture_lines = info.texture_lines != 0;
+    warn_of_lines(info.short_faces, "face of fewer than three corners left out",
+                  "faces of fewer than three corners left out", model.warnings);
+    warn_of_lines(info.bad_colours, "vertex colour that is no number taken for white",
+                  "vertex colours that are no numbers taken for white", model.warnings);
+    warn_of_lines(info.bad_textures, "texture coordinate that is no number taken for 0",
+                  "texture coordinates that are no numbers taken for 0", model.warnings);
     progress.set(48);
     return status;
 }
@@ -71,15 +96,25 @@ bool has_face(const TriMesh& mesh, const Wanted& wanted) {
                        [&](const Face& face) { return face.deleted == 0 && wanted(face); });
 }
 
-// OBJ has no word for infinities and what is no number; a reader would take them for 0.
-std::string obj_obstacle(const TriMesh& mesh) {
-    const auto misplaced = static_cast<std::uint64_t>(
-        std::count_if(mesh.vertices.begin(), mesh.vertices.end(), [](const Vertex& v) {
-            return !std::isfinite(v.x) || !std::isfinite(v.y) || !std::isfinite(v.z);
+// What must not be written: programs read infinities and what is no number as they like, and OBJ has
+// no word for them.
+std::string coordinate_obstacle(const TriMesh& mesh) {
+    std::vector<bool> is_misplaced(mesh.vertices.size());
+    std::transform(mesh.vertices.begin(), mesh.vertices.end(), is_misplaced.begin(),
+                   [](const Vertex& v) { return !is_finite(v.position()); });
+    if (std::find(is_misplaced.begin(), is_misplaced.end(), true) == is_misplaced.end()) return {};
+    const auto triangles = static_cast<std::uint64_t>(
+        std::count_if(mesh.faces.begin(), mesh.faces.end(), [&](const Face& face) {
+            return face.deleted == 0 &&
+                   std::any_of(face.vertex.begin(), face.vertex.end(), [&](std::int32_t v) {
+                       const auto vertex = static_cast<std::size_t>(v);  // huge for a negative one
+                       return vertex < is_misplaced.size() && is_misplaced[vertex];
+                   });
         }));
-    if (misplaced == 0) return {};
-    return counted(misplaced, "vertex has", "vertices have") +
-           " a coordinate that is infinite or no number, which OBJ cannot hold; write STL";
+    if (triangles == 0) return {};
+    return counted(triangles, "triangle has", "triangles have") +
+           " a coordinate that is infinite or no number; nothing is written; take such triangles "
+           "out of the input, and scale it down when its coordinates are near 3e38";
 }
 
 }  // namespace
@@ -110,14 +145,23 @@ std::string load_model(const std::string& path, Progress progress, LoadedModel& 
 
 std::string save_model(TriMesh& mesh, const std::string& path) {
     try {
-        if (kind_of(path) == FileKind::Stl) return write_stl(mesh, path).text();
-        if (const std::string obstacle = obj_obstacle(mesh); !obstacle.empty()) {
+        if (const std::string obstacle = coordinate_obstacle(mesh); !obstacle.empty()) {
             return path + ": " + obstacle;
         }
+        if (kind_of(path) == FileKind::Stl) return write_stl(mesh, path).text();
         return write_obj(mesh, path, {.exact = true}).text();
     } catch (...) {
         return failure_text(path);
     }
+}
+
+std::string save_model(LoadedModel& model, const std::string& path) {
+    std::error_code error;
+    if (!model.is_whole && std::filesystem::equivalent(model.path, path, error)) {
+        return path +
+               ": was not read whole, and what was left out would be lost; write to another file";
+    }
+    return save_model(model.mesh, path);
 }
 
 std::string failure_text(const std::string& path) {
@@ -133,11 +177,7 @@ std::string failure_text(const std::string& path) {
 }
 
 std::vector<std::string> load_warnings(const LoadedModel& model) {
-    std::vector<std::string> warnings;
-    if (model.trailing_bytes > 0) {
-        warnings.push_back(counted(model.trailing_bytes, "byte") +
-                           " behind the last triangle ignored");
-    }
+    std::vector<std::string> warnings = model.warnings;
     if (const std::size_t dropped = model.dropped_triangles(); dropped > 0) {
         warnings.push_back(counted(dropped, "triangle") +
                            " dropped: two corners at the same place");
@@ -155,9 +195,6 @@ std::vector<std::string> loss_warnings(const LoadedModel& model, FileKind target
             warnings.emplace_back("materials and texture coordinates are lost: STL has none");
         }
         return warnings;
-    }
-    if (has_face(mesh, [](const Face& face) { return face.label >= 0 && !is_white(face); })) {
-        warnings.emplace_back("colours of faces with a material are lost");
     }
     if (has_labels) {
         warnings.emplace_back("materials are numbered; their names and the library file are lost");

@@ -25,10 +25,11 @@ bool has_extension(const std::string& path, std::string_view extension);
 struct LoadedModel {
     std::string path;
     TriMesh mesh;
-    std::string_view format;           // for people: "binary STL"
-    std::size_t triangles = 0;         // in the file
-    std::uint64_t trailing_bytes = 0;  // behind the last triangle of a binary STL file
-    bool has_texture_lines = false;    // in an OBJ file
+    std::string_view format;            // for people: "binary STL"
+    std::size_t triangles = 0;          // in the file
+    bool is_whole = true;               // nothing of the file that may be model was left out
+    bool has_texture_lines = false;     // in an OBJ file
+    std::vector<std::string> warnings;  // what was left out or taken for something; no file name
 
     /// Triangles of the file that made no face, because two of their corners are at one place.
     std::size_t dropped_triangles() const { return triangles - mesh.faces.size(); }
@@ -38,9 +39,14 @@ struct LoadedModel {
 /// empty on success. Progress goes up to 48.
 std::string load_model(const std::string& path, Progress progress, LoadedModel& model);
 
-/// Writes the live faces, binary STL or exact OBJ as the name of the target asks. On failure
-/// returns one line, with the file; the target is then as it was.
+/// Writes the live faces, binary STL or exact OBJ as the name of the target asks, unless one has a
+/// coordinate that is not finite. On failure returns one line, with the file; the target is then as
+/// it was.
 std::string save_model(TriMesh& mesh, const std::string& path);
+
+/// The same for a model as it was loaded or changed. What was not read whole does not replace its
+/// own file.
+std::string save_model(LoadedModel& model, const std::string& path);
 
 /// One line, with the file, for whatever is being thrown; to be called while handling an exception.
 std::string failure_text(const std::string& path);

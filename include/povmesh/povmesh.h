@@ -15,6 +15,19 @@
  *     texture coordinates  6 floats a triangle: u, v of corner 0, 1, 2; count only with labels
  *     labels               1 int32 a triangle: a group or material number, of which the low 16
  *                          bits count; -1 = none, and such a triangle has no texture coordinates
+ *   The arrays lie in memory like this, without gaps, triangle 1 right behind triangle 0:
+ *
+ *                            triangle 0                                            triangle 1
+ *                            corner 0      corner 1      corner 2                  corner 0
+ *     coordinates            x   y   z     x   y   z     x   y   z                 x   y  ...
+ *       byte                 0   4   8    12  16  20    24  28  32                36  40
+ *     colours                r   g   b     r   g   b     r   g   b                 r   g  ...
+ *       byte                 0   4   8    12  16  20    24  28  32                36  40
+ *     texture coordinates    u   v         u   v         u   v                     u   v  ...
+ *       byte                 0   4         8  12        16  20                    24  28
+ *     labels                 label                                                 label  ...
+ *       byte                 0                                                     4
+ *
  *   Every count of a soup is a number of triangles. Input arrays are only read and stay the
  *   caller's. Colours, texture coordinates and labels may each be null: white, none, -1. Null
  *   coordinates count as 0 triangles. Functions that take `coordinates_in` as a float** and
@@ -90,6 +103,12 @@
 #ifndef POVMESH_POVMESH_H
 #define POVMESH_POVMESH_H
 
+/* The version of this header. */
+#define POVMESH_VERSION_MAJOR 0
+#define POVMESH_VERSION_MINOR 1
+#define POVMESH_VERSION_PATCH 0
+#define POVMESH_VERSION "0.1.0"
+
 /* This header is C as well as C++. */
 #include <stdint.h> /* NOLINT(modernize-deprecated-headers) */
 
@@ -115,8 +134,9 @@ extern "C" {
 /*
  * Repairs an STL file in place: tiny shells and duplicate faces go, small holes are closed, the
  * winding is made consistent and outward. The file is rewritten as binary STL. A file that cannot
- * be read, is damaged or truncated, holds no triangle or of which the repair leaves none stays as
- * it was, and no file comes into being.
+ * be read whole (it is damaged or truncated, has more records than its header counts, or numbers
+ * with text behind them, such as decimal commas), that holds no triangle or of which the repair
+ * leaves none stays as it was, and no file comes into being.
  */
 POVMESH_API void modelRepair64(const char* path);
 POVMESH_API void modelRepair(const char* path); /* the same */
@@ -272,14 +292,14 @@ POVMESH_API void hollowFromData(float thickness, const float* coordinates_in, ui
                                 float** coordinates, uint32_t* count, uint32_t* progress);
 
 /*
- * Returns closed cells that take material out of a model, each wound outward: they lie inside of it, at
- * least `surface_thickness` model units less 1.5 voxels below its surface, with walls of about two
- * voxels between them. Voxels have edges of 0.25 to 1 model units, and cells are about 38 of them wide, 29
- * from a density of 0.4 on. Cells are taken by their volume per surface, the largest first, until the
- * surface of all that were taken, divided by their volume, exceeds `infill_density` (1 / model units),
- * but four at least. A density of 0 returns the built model; below 0.05 it counts as 0.05. No
- * triangle when nothing lies below the skin or there are fewer than four cells. The model should be
- * closed; small holes are closed on the way.
+ * Returns closed cells that take material out of a model, each wound outward: they lie inside of
+ * it, at least `surface_thickness` model units less 1.5 voxels below its surface, with walls of
+ * about two voxels between them. Voxels have edges of 0.25 to 1 model units, and cells are about 38
+ * of them wide, 29 from a density of 0.4 on. Cells are taken by their volume per surface, the
+ * largest first, until the surface of all that were taken, divided by their volume, exceeds
+ * `infill_density` (1 / model units), but four at least. A density of 0 returns the built model;
+ * below 0.05 it counts as 0.05. No triangle when nothing lies below the skin or there are fewer
+ * than four cells. The model should be closed; small holes are closed on the way.
  * progress: 0, 10, 10, 30, 40, 50, 55, 60, 70, 90, 100; without 50 to 70 when nothing lies below
  * the skin, and without what lies between 10 and 90 at a density of 0.
  */
@@ -307,14 +327,15 @@ POVMESH_API void voxelize(float voxel_size, const float* coordinates_in, const f
 
 /*
  * Finds weak cross-sections, the weakest first. Per section: the centre of its area (3 floats,
- * model units), the unit normal of its plane (3 floats: the x, y or z axis) and a score (1 float):
- * 100 for the weakest, 50 for one that would stand twice the load, down to 0. The model is reduced,
- * then each shell is cut by planes across the three axes, a hundredth of the mean of the model's
- * extents apart. The bending strength of each connected part of a section is divided by what hangs
- * on it: the volume of the smaller body that a cut there would take off, times the distance of its
- * centroid. The low 8 bits of `option` choose: 0 returns all sections, any other value only weak
- * places, where that ratio falls and rises again by a half or more. A plain box, ball or cone has
- * none; the three arrays are then empty.
+ * model units), the unit normal of its plane (3 floats) and a score (1 float): 100 for the weakest,
+ * 50 for one that would stand twice the load, down to 0. A model of 20,000 triangles or more is
+ * reduced where that keeps its shape, then each shell is cut by planes across the three axes, a
+ * hundredth of the mean of the model's extents apart. The bending strength of each connected part
+ * of a section is divided by what hangs on it: the volume of the smaller body that a cut there
+ * would take off, times the distance of its centroid. The low 8 bits of `option` choose: 0 returns
+ * all sections, their normals x, y or z; any other value only weak places, necks and roots of arms,
+ * their planes turned to the limb. A plain box, ball or cone has none; the three arrays are then
+ * empty.
  */
 POVMESH_API void weaknessDetect(const float* coordinates_in, uint32_t count_in, float** centres,
                                 float** normals, float** scores, uint32_t* section_count,
@@ -410,7 +431,10 @@ POVMESH_API void uniformRemeshFromColorData(float edge_length, const float* coor
                                             uint32_t* count);
 
 /*
- * Divides a model into its separate bodies; shells that touch or intersect stay together. Returns
+ * Divides a model into its separate bodies; shells that touch or intersect stay together. Two things
+ * keep shells apart all the same: of a shell of 10,000 faces or more only about ten thousand, evenly
+ * picked, are looked at, so that a contact between others is missed; and shells whose boxes only
+ * border on each other, as two cubes side by side, are not compared. Returns
  * parts, but for those of a volume below 1 (an open or inside-out one has none). A shell inside
  * another one that does not touch it is a body of its own. progress: 0, 10, 80, 100.
  */
@@ -521,13 +545,13 @@ POVMESH_API uint64_t balancingPreviewFromData(float thickness, const float* coor
 
 /*
  * Colours a model from blue (strong) to red (weak), on a scale of its own from its strongest to its
- * weakest place. `method`: 0 near thin cross-sections, 1 by finite elements, the energy of the strain
- * under a load; any other colours all of it blue. `load`, for method 1: 0 pressure on the top faces,
- * 1 pressure on all faces, any other a force on the centre of the top. The lowest layer, which the
- * model stands on, is held.
- * The triangles come back even, with edges of about a hundredth of the mean of the model's extents,
- * whatever they were; a model of more than 200,000 is reduced to a tenth before. Texture
- * coordinates and labels stay. Elements have an edge of two hundredths. progress: 0, 30, 70, 100.
+ * weakest place. `method`: 0 near thin cross-sections, 1 by finite elements, the energy of the
+ * strain under a load; any other colours all of it blue. `load`, for method 1: 0 pressure on the
+ * top faces, 1 pressure on all faces, any other a force on the centre of the top. The lowest layer,
+ * which the model stands on, is held. The triangles come back even, with edges of about a hundredth
+ * of the mean of the model's extents, whatever they were; a model of more than 200,000 is reduced
+ * to a tenth before. Texture coordinates and labels stay. Elements have an edge of two hundredths.
+ * progress: 0, 30, 70, 100.
  */
 POVMESH_API void strengthColoringFromData(uint32_t method, uint32_t load,
                                           const float* coordinates_in, const float* colours_in,
@@ -543,10 +567,13 @@ POVMESH_API void strengthColoringFromData(uint32_t method, uint32_t load,
  * ones only). Per column 6 floats: the point on its axis about 2 units within the overhang, then
  * the point below it on the build plate (z = 0) or about 2 units within the model. Columns have a
  * square cross-section whose corners lie on the diagonals, spacing / 2 - 0.2 from the axis, and
- * between their ends do not pass through the model; overhangs less than 4 to 5 units above what is
- * below, and those smaller than a column, get none. A spacing for which more than 792 would stand
- * along x or y is raised. A spacing that is not above 0 or not finite finds no column. When no
- * column is found, `columns` and `column_count` are left as they were: preset the count to 0.
+ * between their ends do not pass through the model; overhangs less than 4 to 7 units above what is
+ * below, and those narrower than 0.4 of the spacing that do not begin in mid-air, get none. What
+ * begins in mid-air between two rows gets a column beside it. A spacing for which more than 792
+ * would stand along x or y is raised. A spacing that is 0.4 or less or not finite, or an angle that
+ * is not a number, finds no column; nor does a model whose voxels, spacing x spacing x 1 units each,
+ * would take more than a gigabyte. When no column is found, `columns` and `column_count` are left
+ * as they were: preset the count to 0.
  */
 POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in,
                                            float spacing, float angle, float** columns,
@@ -561,8 +588,8 @@ POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t
  * without the outline of the model there grown by 0.2. Polygons are closed, the last point joining
  * the first: outer ones counterclockwise seen from above, holes clockwise behind the polygon that
  * they are in. The two arrays are empty when there is no polygon: also for a layer height that is
- * not above 0 or not finite, more than a million layers, or a spacing of 0.4 or less or more than
- * 10,000.
+ * not above 0 or not finite, more than a million layers or 67 million points, or a spacing of 0.4
+ * or less or more than 10,000.
  */
 POVMESH_API void columnSupportToSlicerExPolygons(const float* coordinates_in, uint32_t count_in,
                                                  const float* columns, int32_t column_count,

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "analysis/strength.h"
+#include "api/host_numbers.h"
 #include "api/steps.h"
 #include "base/convert.h"
 #include "povmesh/povmesh.h"
@@ -44,7 +45,7 @@ uint64_t lampshadePreview(float /*thickness*/, const float* coordinates_in, uint
                           float** points, uint32_t** contour_sizes, float** levels,
                           uint32_t* contour_count) {
     Job job;
-    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    const TriMesh mesh = build(soup_of(coordinates_in, count_in));
     // The preview is not built yet: no contour.
     auto no_points = allocate_result<float>(0);
     auto no_sizes = allocate_result<uint32_t>(0);
@@ -59,7 +60,7 @@ uint64_t lampshadePreview(float /*thickness*/, const float* coordinates_in, uint
 uint64_t balancingPreviewFromData(float /*thickness*/, const float* coordinates_in,
                                   uint32_t count_in, float** preview, uint32_t* point_count) {
     Job job;
-    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    const TriMesh mesh = build(soup_of(coordinates_in, count_in));
     // The preview is not built yet: no point.
     hand_over(Slot::BalancingPreview, allocate_result<float>(0), preview);
     store(point_count, uint32_t{0});
@@ -72,21 +73,22 @@ void strengthColoringFromData(uint32_t method, uint32_t load, const float* coord
                               float** colours, float** texture_coordinates, int32_t** labels,
                               uint32_t* count, uint32_t* progress) {
     Job job(progress);
-    TriMesh mesh = build(
-        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    TriMesh mesh =
+        build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(30);
-    colour_strength(mesh, {StrengthMethod{method}, strength_load(load)}, job.run());
+    colour_strength(mesh, {.method = strength_method(method), .load = load_case(load)}, job.run());
     job.progress(70);
-    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+    export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
     job.progress(100);
 }
 
 void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in, float spacing,
                                float angle, float** columns, int32_t* column_count) {
     Job job;
-    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
-    const Array<Column> found =
-        find_columns(mesh, {double{spacing}, double{angle}, kPlate, false}, job.run());
+    const TriMesh mesh = build(soup_of(coordinates_in, count_in));
+    Array<Column> found;
+    (void)find_columns(mesh, {double{spacing}, double{angle}, kPlate, false, false}, job.run(),
+                       found);
     if (found.empty()) return;  // hosts find their outputs as they were
     hand_over(Slot::SupportColumns, result_of<float>(found), columns);
     store(column_count, fits<int32_t>(found.size()));
@@ -97,7 +99,7 @@ void columnSupportToSlicerExPolygons(const float* coordinates_in, uint32_t count
                                      float layer_height, float** points, uint32_t* point_count,
                                      uint32_t** polygon_sizes, uint32_t* polygon_count) {
     Job job;
-    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    const TriMesh mesh = build(soup_of(coordinates_in, count_in));
     SlicePolygons polygons;
     (void)slice_columns(mesh, columns_of(columns, column_count),
                         {double{spacing}, double{layer_height}, kPlate}, job.run(), polygons);

@@ -1,6 +1,10 @@
 // Exported functions on soups with colours, texture coordinates and labels.
+#include "api/host_numbers.h"
 #include "api/steps.h"
+#include "mesh/export_data.h"
 #include "povmesh/povmesh.h"
+#include "remesh/parallel_reduce.h"
+#include "remesh/reduce.h"
 #include "remesh/remesh.h"
 #include "repair/repair.h"
 #include "spatial/separation.h"
@@ -14,12 +18,12 @@ void modelRepairFromColorData(const float* coordinates_in, const float* colours_
                               float** texture_coordinates, int32_t** labels, uint32_t* count,
                               uint32_t* progress) {
     Job job(progress);
-    TriMesh mesh = build(
-        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    TriMesh mesh =
+        build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(30);
     repair(mesh);
     job.progress(70);
-    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+    export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
     job.progress(100);
 }
 
@@ -33,15 +37,15 @@ void modelRepairFromColorDataWithPostDetection(const float* coordinates_in, cons
                                                uint32_t* degenerate, uint32_t* progress) {
     const CountersOut counters{inverted, open_edges, non_manifold, degenerate};
     Job job(progress);
-    TriMesh mesh = build(
-        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    TriMesh mesh =
+        build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(30);
     repair(mesh);
     job.progress(70);
-    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+    export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
     job.progress(80);
     if (detect != 0) {
-        test_for_flaws(job, mesh, counters);
+        test_for_flaws(mesh, counters);
     } else {
         counters.store_all(kNotTested);
     }
@@ -54,12 +58,12 @@ void meshReduceFromColorData(float target, const float* coordinates_in, const fl
                              float** texture_coordinates, int32_t** labels, uint32_t* count,
                              uint32_t* progress) {
     Job job(progress);
-    TriMesh mesh = build(
-        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    TriMesh mesh =
+        build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(50);
-    reduce_to_target(job, mesh, target);
+    reduce_parallel(mesh, reduction_to(target), job.run());
     job.progress(90);
-    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+    export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
     job.progress(100);
 }
 
@@ -68,12 +72,11 @@ void subdivisionFromColorData(uint32_t levels, const float* coordinates_in, cons
                               uint32_t count_in, float** coordinates, float** colours,
                               float** texture_coordinates, int32_t** labels, uint32_t* count) {
     Job job;
-    TriMesh mesh = build(
-        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
-    const bool is_plain =
-        colours_in == nullptr && (texture_coordinates_in == nullptr || labels_in == nullptr);
-    subdivide_levels(mesh, levels, is_plain ? SubdivideMode::Adaptive : SubdivideMode::Uniform);
-    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+    TriMesh mesh =
+        build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    subdivide_levels(mesh, level_count(levels),
+                     subdivide_mode(colours_in, texture_coordinates_in, labels_in));
+    export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
 }
 
 void lampshadeFromData(float /*thickness*/, const float* coordinates_in, const float* colours_in,
@@ -82,12 +85,12 @@ void lampshadeFromData(float /*thickness*/, const float* coordinates_in, const f
                        float** texture_coordinates, int32_t** labels, uint32_t* count,
                        uint32_t* progress) {
     Job job(progress);
-    const TriMesh mesh = build(
-        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    const TriMesh mesh =
+        build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(10);
     // The lampshade is not built yet.
     job.progress(90);
-    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+    export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
     job.progress(100);
 }
 
@@ -97,12 +100,16 @@ uint64_t errorDetectAfterMeshReduceFromColorData(
     float** texture_coordinates, int32_t** labels, uint32_t* count, uint32_t* inverted,
     uint32_t* open_edges, uint32_t* non_manifold, uint32_t* degenerate, uint32_t* progress) {
     Job job(progress);
-    TriMesh mesh = build(
-        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
-    reduce_and_compact(job, mesh);
-    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
-    const uint64_t flawed =
-        test_for_flaws(job, mesh, {inverted, open_edges, non_manifold, degenerate});
+    TriMesh mesh =
+        build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    job.progress(57);
+    traced("tri.reduce", [&] {
+        reduce(mesh, kReduceScans);
+        job.progress(75);
+    });
+    job.progress(80);
+    export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
+    const uint64_t flawed = test_for_flaws(mesh, {inverted, open_edges, non_manifold, degenerate});
     job.progress(100);
     return flawed;
 }
@@ -112,9 +119,9 @@ uint64_t errorDetectFromData(const float* coordinates_in, const float* colours_i
                              uint32_t count_in, uint32_t* inverted, uint32_t* open_edges,
                              uint32_t* non_manifold, uint32_t* degenerate) {
     Job job;
-    TriMesh mesh = build(
-        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
-    return test_for_flaws(job, mesh, {inverted, open_edges, non_manifold, degenerate});
+    TriMesh mesh =
+        build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    return test_for_flaws(mesh, {inverted, open_edges, non_manifold, degenerate});
 }
 
 void uniformRemeshFromColorData(float edge_length, const float* coordinates_in,
@@ -123,10 +130,10 @@ void uniformRemeshFromColorData(float edge_length, const float* coordinates_in,
                                 float** colours, float** texture_coordinates, int32_t** labels,
                                 uint32_t* count) {
     Job job;
-    TriMesh mesh = build(
-        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    TriMesh mesh =
+        build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     remesh(mesh, {.edge_length = static_cast<double>(edge_length)}, job.run());
-    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+    export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
 }
 
 void separateShellsFromData(const float* coordinates_in, const float* colours_in,
@@ -135,11 +142,12 @@ void separateShellsFromData(const float* coordinates_in, const float* colours_in
                             float** texture_coordinates, int32_t** labels,
                             uint32_t** part_triangles, uint32_t* part_count, uint32_t* progress) {
     Job job(progress);
-    TriMesh mesh = build(
-        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    TriMesh mesh =
+        build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(10);
     separate_bodies(mesh);
     job.progress(80);
+    drop_small_parts(mesh);
     export_parts(mesh,
                  {coordinates, colours, texture_coordinates, labels, part_triangles, part_count});
     job.progress(100);

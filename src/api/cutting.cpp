@@ -1,6 +1,8 @@
 // Exported functions that divide a model: plane cut and decomposition.
+#include "api/host_numbers.h"
 #include "api/steps.h"
 #include "cut/cut.h"
+#include "mesh/export_data.h"
 #include "povmesh/povmesh.h"
 
 using namespace povmesh;
@@ -8,43 +10,14 @@ using namespace povmesh::api;
 
 namespace {
 
-/// Hosts rely on this tolerance: the cut lies this far at the back of the plane. Model units.
-constexpr double kPlaneOffset = -0.1;
-
-CutOperation operation_of(std::uint32_t code) {
-    switch (code) {
-        case 1:
-            return CutOperation::Cut;
-        case 2:
-            return CutOperation::CutAndCap;
-        case 3:
-            return CutOperation::MirrorFront;
-        case 4:
-            return CutOperation::MirrorBack;
-        default:
-            return CutOperation::None;
-    }
-}
-
-// Zero, which makes no plane, for a null pointer.
-Vec3d vector_of(const float* three) {
-    if (three == nullptr) return {};
-    return to_double(Vec3f{three[0], three[1], three[2]});
-}
-
-CutPlane plane_of(const float* normal, const float* direction, const float* point) {
-    CutPlane plane{vector_of(normal), vector_of(direction), vector_of(point), kPlaneOffset};
-    if (point == nullptr) plane.normal = {};
-    return plane;
-}
-
 /// The decompositions are not built yet, and their frames are the same.
 void divide(const Soup& soup, const MultiOut& out, std::uint32_t* progress) {
     Job job(progress);
-    TriMesh mesh = build(job, soup);
+    TriMesh mesh = build(soup);
     job.progress(10);
     keep_as_one_part(mesh);
     job.progress(90);
+    drop_small_parts(mesh);
     export_parts(mesh, out);
     job.progress(100);
 }
@@ -53,7 +26,7 @@ void preview_decomposition(const Soup& soup, float** planes, std::uint32_t* plan
                            float** boxes, float** volumes, std::uint32_t* part_count,
                            std::uint32_t* progress) {
     Job job(progress);
-    const TriMesh mesh = build(job, soup);
+    const TriMesh mesh = build(soup);
     // Neither preview is built yet: no plane, no part.
     auto no_planes = allocate_result<float>(0);
     auto no_boxes = allocate_result<float>(0);
@@ -89,15 +62,16 @@ void planeCutFromData(const float* normal, const float* direction, const float* 
                       float** texture_coordinates, int32_t** labels, uint32_t** part_triangles,
                       uint32_t* part_count, uint32_t* progress) {
     CutOptions options;
-    options.operation = operation_of(operation);
-    options.plane = plane_of(normal, direction, point);
+    options.operation = cut_operation(operation);
+    options.plane = cut_plane(normal, direction, point);
     options.connectors = {connector_radius, connector_count, connector_segments};
     Job job(progress);
-    TriMesh mesh = build(
-        job, soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
+    TriMesh mesh =
+        build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(10);
     cut_models(mesh, options, job.run());
     job.progress(90);
+    drop_small_parts(mesh);
     export_parts(mesh,
                  {coordinates, colours, texture_coordinates, labels, part_triangles, part_count});
     job.progress(100);

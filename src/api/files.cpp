@@ -2,9 +2,12 @@
 #include <string>
 #include <string_view>
 
+#include "api/host_numbers.h"
 #include "api/steps.h"
 #include "io/obj.h"
 #include "povmesh/povmesh.h"
+#include "remesh/parallel_reduce.h"
+#include "remesh/reduce.h"
 #include "repair/repair.h"
 
 using namespace povmesh;
@@ -24,10 +27,15 @@ std::uint64_t preprocess_file(const char* path, const SoupOut& out, std::uint32_
     Job job(progress);
     TriMesh mesh;
     const bool was_read = load_stl(job, mesh, path);
-    reduce_and_compact(job, mesh);
-    export_coordinates(job, mesh, out);
+    job.progress(57);
+    traced("tri.reduce", [&] {
+        reduce(mesh, kReduceScans);
+        job.progress(75);
+    });
+    job.progress(80);
+    export_coordinates(mesh, out);
     job.progress(85);
-    const std::uint64_t flawed = test_for_flaws(job, mesh);
+    const std::uint64_t flawed = test_for_flaws(mesh);
     if (save_back && was_read) save_stl(mesh, path);
     job.progress(100);
     return flawed;
@@ -55,7 +63,7 @@ uint64_t flawsDetect64(const char* path) {
     } else {
         load_stl(job, mesh, path);
     }
-    return test_for_flaws(job, mesh);
+    return test_for_flaws(mesh);
 }
 
 uint64_t flawsDetect(const char* path) {
@@ -67,8 +75,13 @@ void meshReduceFromFile64(const char* path, float** coordinates, uint32_t* count
     Job job(progress);
     TriMesh mesh;
     load_stl(job, mesh, path);
-    reduce_and_compact(job, mesh);
-    export_coordinates(job, mesh, {coordinates, count});
+    job.progress(57);
+    traced("tri.reduce", [&] {
+        reduce(mesh, kReduceScans);
+        job.progress(75);
+    });
+    job.progress(80);
+    export_coordinates(mesh, {coordinates, count});
     job.progress(100);
 }
 
@@ -89,7 +102,7 @@ uint64_t meshPreprocessorFromFile(const char* path, float** coordinates, uint32_
 
 uint64_t meshPreprocessorFromFileSaveAs64(const char* path, float** coordinates, uint32_t* count,
                                           uint32_t* progress, uint32_t save) {
-    return preprocess_file(path, {coordinates, count}, progress, (save & 0xFF) != 0);
+    return preprocess_file(path, {coordinates, count}, progress, is_set(save));
 }
 
 uint64_t meshPreprocessorCtrlFromFile(const char* path, uint64_t /*unused*/, float target,
@@ -98,11 +111,11 @@ uint64_t meshPreprocessorCtrlFromFile(const char* path, uint64_t /*unused*/, flo
     TriMesh mesh;
     load_stl(job, mesh, path);
     job.progress(50);
-    if (target >= 0) reduce_to_target(job, mesh, target);
+    if (target >= 0) reduce_parallel(mesh, reduction_to(target), job.run());
     job.progress(80);
-    export_coordinates(job, mesh, {coordinates, count});
+    export_coordinates(mesh, {coordinates, count});
     job.progress(85);
-    const uint64_t flawed = test_for_flaws(job, mesh);
+    const uint64_t flawed = test_for_flaws(mesh);
     job.progress(100);
     return flawed;
 }
@@ -114,7 +127,7 @@ void importFile(const char* path, float** coordinates, float** colours, float** 
     const std::string name = path_of(path);
     if (extension_of(name) == "stl") load_stl(job, mesh, path);
     if (extension_of(name) == "obj") load_obj(mesh, path);
-    export_soup(job, mesh, {coordinates, colours, texture_coordinates, labels, count});
+    export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
 }
 
 void saveasObjFromDataDoublePrecision(const char* path, const double* coordinates_in,

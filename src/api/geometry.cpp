@@ -2,12 +2,14 @@
 #include <algorithm>
 
 #include "analysis/weakness.h"
+#include "api/host_numbers.h"
 #include "api/steps.h"
 #include "design/hollow.h"
 #include "design/infill.h"
-#include "mesh/compact.h"
 #include "mesh/shells.h"
 #include "povmesh/povmesh.h"
+#include "remesh/parallel_reduce.h"
+#include "remesh/reduce.h"
 #include "remesh/revise.h"
 #include "repair/repair.h"
 #include "voxel/surface.h"
@@ -19,11 +21,11 @@ using namespace povmesh::api;
 void modelRepairFromData64(float** coordinates_in, uint32_t* count_in, float** coordinates,
                            uint32_t* count, uint32_t* progress) {
     Job job(progress);
-    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    TriMesh mesh = build(soup_of(coordinates_in, count_in));
     job.progress(30);
     repair(mesh);
     job.progress(70);
-    export_coordinates(job, mesh, {coordinates, count});
+    export_coordinates(mesh, {coordinates, count});
     job.progress(100);
 }
 
@@ -34,58 +36,61 @@ void modelRepairFromData(float** coordinates_in, uint32_t* count_in, float** coo
 
 uint64_t meshPreprocessorFromData(float** coordinates_in, uint32_t* count_in, float** coordinates,
                                   uint32_t* count, uint32_t* progress) {
-    run_log().trace_in(kTraceUnit, "meshPreprocessorFromData");
-    Job job(progress);
-    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
-    job.progress(50);
-    reduce_and_compact(job, mesh);
-    export_coordinates(job, mesh, {coordinates, count});
-    job.progress(85);
-    const uint64_t flawed = test_for_flaws(job, mesh);
-    job.progress(100);
-    run_log().trace_out(kTraceUnit, "meshPreprocessorFromData");
-    return flawed;
+    return traced("meshPreprocessorFromData", [&] {
+        Job job(progress);
+        TriMesh mesh = build(soup_of(coordinates_in, count_in));
+        job.progress(50);
+        job.progress(57);
+        traced("tri.reduce", [&] {
+            reduce(mesh, kReduceScans);
+            job.progress(75);
+        });
+        job.progress(80);
+        export_coordinates(mesh, {coordinates, count});
+        job.progress(85);
+        const uint64_t flawed = test_for_flaws(mesh);
+        job.progress(100);
+        return flawed;
+    });
 }
 
 void meshReduceFromData(float target, float** coordinates_in, uint32_t* count_in,
                         float** coordinates, uint32_t* count) {
     Job job;
-    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
-    reduce_to_target(job, mesh, target);
-    export_coordinates(job, mesh, {coordinates, count});
+    TriMesh mesh = build(soup_of(coordinates_in, count_in));
+    reduce_parallel(mesh, reduction_to(target), job.run());
+    export_coordinates(mesh, {coordinates, count});
 }
 
 void subdivisionFromData(uint32_t levels, float** coordinates_in, uint32_t* count_in,
                          float** coordinates, uint32_t* count) {
     Job job;
-    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
-    subdivide_levels(mesh, levels, SubdivideMode::Adaptive);
-    export_coordinates(job, mesh, {coordinates, count});
+    TriMesh mesh = build(soup_of(coordinates_in, count_in));
+    subdivide_levels(mesh, level_count(levels), SubdivideMode::Adaptive);
+    export_coordinates(mesh, {coordinates, count});
 }
 
 void reviseTriangleFromData(float** coordinates_in, uint32_t* count_in, float** coordinates,
                             uint32_t* count) {
     Job job;
-    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    TriMesh mesh = build(soup_of(coordinates_in, count_in));
     revise_triangles(mesh);
-    compact(mesh);
-    export_coordinates(job, mesh, {coordinates, count});
+    export_coordinates(mesh, {coordinates, count});
 }
 
 void remeshFromData64(float** coordinates_in, uint32_t* count_in, float** coordinates,
                       uint32_t* count, float** edge_lengths, uint32_t* edge_length_count) {
     Job job;
     const Soup soup = soup_of(coordinates_in, count_in);
-    TriMesh mesh = build(job, soup);
-    remesh_by_lengths(job, mesh, soup, edge_lengths, edge_length_count);
-    compact(mesh);
-    export_coordinates(job, mesh, {coordinates, count});
+    TriMesh mesh = build(soup);
+    remesh_by_lengths(job, mesh, soup, lengths_of(edge_lengths, edge_length_count));
+    export_coordinates(mesh, {coordinates, count});
 }
 
 void orientationOptimization(const float* coordinates_in, uint32_t count_in, float* orientations,
                              int32_t capacity) {
     Job job;
-    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    const TriMesh mesh = build(soup_of(coordinates_in, count_in));
     // The search is not built yet: no row is used.
     if (orientations == nullptr || capacity <= 0) return;
     std::fill_n(orientations, 4 * static_cast<std::size_t>(capacity), 0.0F);
@@ -94,11 +99,11 @@ void orientationOptimization(const float* coordinates_in, uint32_t count_in, flo
 void hollowFromData(float thickness, const float* coordinates_in, uint32_t count_in,
                     float** coordinates, uint32_t* count, uint32_t* progress) {
     Job job(progress);
-    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    TriMesh mesh = build(soup_of(coordinates_in, count_in));
     job.progress(10);
     hollow(mesh, thickness, job.run());
     job.progress(90);
-    export_coordinates(job, mesh, {coordinates, count});
+    export_coordinates(mesh, {coordinates, count});
     job.progress(100);
 }
 
@@ -106,41 +111,40 @@ void cellularInfillFromData(float surface_thickness, float infill_density,
                             const float* coordinates_in, uint32_t count_in, float** coordinates,
                             uint32_t* count, uint32_t* progress) {
     Job job(progress);
-    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    TriMesh mesh = build(soup_of(coordinates_in, count_in));
     job.progress(10);
     cellular_infill(mesh, surface_thickness, infill_density, job.run());
     job.progress(90);
-    export_coordinates(job, mesh, {coordinates, count});
+    export_coordinates(mesh, {coordinates, count});
     job.progress(100);
 }
 
 void balancingFromData(float /*thickness*/, const float* coordinates_in, uint32_t count_in,
                        float** coordinates, uint32_t* count, uint32_t* progress) {
     Job job(progress);
-    const TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
+    const TriMesh mesh = build(soup_of(coordinates_in, count_in));
     job.progress(10);
     // Balancing is not built yet.
     job.progress(90);
-    export_coordinates(job, mesh, {coordinates, count});
+    export_coordinates(mesh, {coordinates, count});
     job.progress(100);
 }
 
 void voxelize(float voxel_size, const float* coordinates_in, const float* colours_in,
               uint32_t count_in, float** coordinates, float** colours, uint32_t* count) {
     Job job;
-    TriMesh mesh = build(job, soup_of(coordinates_in, count_in, colours_in));
+    TriMesh mesh = build(soup_of(coordinates_in, count_in, colours_in));
     export_voxels(mesh, voxelise(mesh, {{voxel_size, voxel_size, voxel_size}}, job.run()),
                   job.run());
-    export_coordinates_and_colours(job, mesh, coordinates, colours, count);
+    export_coordinates_and_colours(mesh, coordinates, colours, count);
 }
 
 void weaknessDetect(const float* coordinates_in, uint32_t count_in, float** centres,
                     float** normals, float** scores, uint32_t* section_count, uint64_t option) {
     Job job;
-    TriMesh mesh = build(job, soup_of(coordinates_in, count_in));
-    reduce_for_analysis(job, mesh);
+    TriMesh mesh = build(soup_of(coordinates_in, count_in));
+    traced("tri.reduce", [&] { reduce_for_analysis(job, mesh); });
     label_shells(mesh);
-    const SectionMode mode = (option & 0xFF) == 0 ? SectionMode::All : SectionMode::LocalMinima;
-    export_sections(detect_weakness(mesh, mode, job.run()),
+    export_sections(detect_weakness(mesh, section_mode(option), job.run()),
                     {centres, normals, scores, section_count});
 }

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
+#include <type_traits>
 
 #include "analysis/sections.h"
 #include "api/job.h"
@@ -68,10 +70,25 @@ Soup soup_of(float* const* coordinates, const std::uint32_t* count);
 /// The path as text; null becomes the empty path, which no file has.
 std::string path_of(const char* path);
 
-/// Makes the mesh from the soup. Trace: tri.build_f.
-TriMesh build(Job& job, const Soup& soup);
+/// Runs a step between its two trace lines and returns its result.
+template <typename Step>
+auto traced(std::string_view operation, Step step) {
+    run_log().trace_in(kTraceUnit, operation);
+    if constexpr (std::is_void_v<decltype(step())>) {
+        step();
+        run_log().trace_out(kTraceUnit, operation);
+    } else {
+        auto result = step();
+        run_log().trace_out(kTraceUnit, operation);
+        return result;
+    }
+}
 
-/// Reads an STL file, as far as that goes. Returns true when the file was read whole.
+/// Makes the mesh from the soup. Trace: tri.build_f.
+TriMesh build(const Soup& soup);
+
+/// Reads an STL file, as far as that goes. Returns true when the file was read whole. The reader
+/// sets progress 5 and 48.
 bool load_stl(Job& job, TriMesh& mesh, const char* path);
 
 /// Writes the live faces over the file, unless there are none. That it cannot be written is not
@@ -84,37 +101,28 @@ void load_obj(TriMesh& mesh, const char* path);
 /// Writes an OBJ file. That it cannot be written is not told.
 void save_obj(TriMesh& mesh, const char* path);
 
-/// The reduction that preprocessing hosts get, between progress 57 and 80. Trace: tri.reduce.
-void reduce_and_compact(Job& job, TriMesh& mesh);
-
-/// The reduction to a host's own target, compacting included: the share of each shell's faces to
-/// keep, 0.05 at least; below -0.5 automatic. A target that is not a number changes nothing.
-void reduce_to_target(Job& job, TriMesh& mesh, float target);
-
-/// The reduction ahead of an analysis that needs no detail: the automatic one, then half the faces of
-/// each shell. Trace: tri.reduce.
+/// The reduction ahead of an analysis that needs no detail: that of large shells, then half the
+/// faces of each; where the mesh has few faces or would stray, none.
 void reduce_for_analysis(Job& job, TriMesh& mesh);
 
-/// Subdivides 1 to 5 times, each level followed by compacting; any other number of levels does
-/// nothing.
+/// Subdivides so many times.
 void subdivide_levels(TriMesh& mesh, std::uint32_t levels, SubdivideMode mode);
 
-/// Remeshes by a host's edge lengths: one for the whole model, or one for each triangle of the soup
-/// that the mesh was built from. Any other number of them, or none, changes nothing.
-void remesh_by_lengths(Job& job, TriMesh& mesh, const Soup& soup, float* const* edge_lengths,
-                       const std::uint32_t* edge_length_count);
+/// Remeshes by edge lengths: one for the whole model, or one for each triangle of the soup that the
+/// mesh was built from. Any other number of them, or none, changes nothing.
+void remesh_by_lengths(Job& job, TriMesh& mesh, const Soup& soup, std::span<const float> lengths);
 
 /// Presets the counters, tests for flaws and stores the counts; returns 1 when there are any, else
 /// 0. Trace: tri.detect.
-std::uint64_t test_for_flaws(Job& job, TriMesh& mesh, const CountersOut& out = {});
+std::uint64_t test_for_flaws(TriMesh& mesh, const CountersOut& out = {});
 
 /// Hands the live faces over. Trace: tri.export_data.
-void export_soup(Job& job, const TriMesh& mesh, const ColourOut& out);
+void export_soup(const TriMesh& mesh, const ColourOut& out);
 
 /// The same for hosts who get only some of the arrays: the others are freed, their slots empty.
-void export_coordinates(Job& job, const TriMesh& mesh, const SoupOut& out);
-void export_coordinates_and_colours(Job& job, const TriMesh& mesh, float** coordinates,
-                                    float** colours, std::uint32_t* count);
+void export_coordinates(const TriMesh& mesh, const SoupOut& out);
+void export_coordinates_and_colours(const TriMesh& mesh, float** coordinates, float** colours,
+                                    std::uint32_t* count);
 
 /// Hands cross-sections over in their order.
 void export_sections(std::span<const WeakSection> sections, const SectionsOut& out);
@@ -122,7 +130,7 @@ void export_sections(std::span<const WeakSection> sections, const SectionsOut& o
 /// Makes the mesh its own only part, leaving it empty.
 void keep_as_one_part(TriMesh& mesh);
 
-/// Hands the parts over that have a volume of 1 or more.
-void export_parts(TriMesh& mesh, const MultiOut& out);
+/// Hands the parts over.
+void export_parts(const TriMesh& mesh, const MultiOut& out);
 
 }  // namespace povmesh::api

@@ -2,6 +2,9 @@
 
 #include <omp.h>
 
+#include <atomic>
+#include <exception>
+
 #if defined(__linux__)
 #include <dlfcn.h>
 #endif
@@ -44,8 +47,20 @@ void run_blocks(std::size_t count, BlockFunction function, void* context) {
         return;
     }
     keep_runtime_loaded();
+    // An exception that left a thread of the runtime would end the host's process. The first one is
+    // carried out of the loop instead; blocks that have not begun by then are left out.
+    std::exception_ptr first;
+    std::atomic<bool> has_failed = false;
 #pragma omp parallel for schedule(dynamic, 1)
-    for (std::size_t block = 0; block < count; ++block) function(context, block);
+    for (std::size_t block = 0; block < count; ++block) {
+        if (has_failed.load(std::memory_order_relaxed)) continue;
+        try {
+            function(context, block);
+        } catch (...) {
+            if (!has_failed.exchange(true)) first = std::current_exception();
+        }
+    }
+    if (first) std::rethrow_exception(first);
 }
 
 }  // namespace povmesh::detail

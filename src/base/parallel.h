@@ -33,7 +33,7 @@ void run_blocks(std::size_t count, BlockFunction function, void* context);
 
 /// Calls `body(block)` for every block below `count`, on the threads of the OpenMP runtime; on the
 /// calling thread when there is one block. Blocks run in any order and at the same time, so each
-/// may write only what belongs to it. The body must not throw.
+/// may write only what belongs to it. An exception, of lacking memory, leaves the loop unfinished.
 template <typename Body>
 void for_blocks(std::size_t count, Body&& body) {
     using Plain = std::remove_reference_t<Body>;
@@ -43,7 +43,7 @@ void for_blocks(std::size_t count, Body&& body) {
 }
 
 /// Calls `body(i)` for every i below `count`. The calls of different blocks run at the same time,
-/// so each may write only what belongs to its own i. The body must not throw.
+/// so each may write only what belongs to its own i. Exceptions as above.
 template <typename Body>
 void parallel_for(std::size_t count, Body&& body) {
     const std::size_t blocks = (count + kParallelBlock - 1) / kParallelBlock;
@@ -54,7 +54,7 @@ void parallel_for(std::size_t count, Body&& body) {
 }
 
 /// Sum of `term(i)` over every i below `count`, in double: per block in index order, then over the
-/// blocks in block order. The term must not throw.
+/// blocks in block order. Exceptions as above.
 template <typename Term>
 double blocked_sum(std::size_t count, Term&& term) {
     const std::size_t blocks = (count + kParallelBlock - 1) / kParallelBlock;

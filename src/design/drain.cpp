@@ -6,17 +6,29 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <optional>
 #include <utility>
 
+#include "base/convert.h"
 #include "cut/bore.h"
+#include "mesh/edge_mates.h"
+#include "mesh/shells.h"
+#include "mesh/volume.h"
 #include "remesh/revise.h"
+#include "repair/degenerate.h"
 #include "spatial/nearest_face.h"
+#include "spatial/self_intersection.h"
 
 namespace povmesh {
 namespace {
 
 // Of the surface when slivers are mended, as a share of the model's diagonal.
 constexpr double kMostMovement = 1e-4;
+
+// Holes that would lie badly to an edge or another hole are tried again with a corner less and a
+// larger radius each time.
+constexpr std::size_t kTries = 8;
+constexpr double kGrowth = 0.01;
 
 constexpr double kFar = std::numeric_limits<double>::infinity();
 
@@ -36,6 +48,30 @@ Vec3d unit_normal(const TriMesh& mesh, std::uint32_t face) {
     return size > 0 ? normal / size : Vec3d{};
 }
 
+// What a hole must not add to a shell.
+struct Tangles {
+    std::uint64_t crossings = 0;  // pairs of faces
+    std::size_t edges = 0;        // of more than two faces; one for each of them
+    std::size_t slivers = 0;      // these it may add
+
+    bool is_above(const Tangles& other) const {
+        return crossings > other.crossings || edges > other.edges;
+    }
+};
+
+Tangles tangles_in(TriMesh& mesh) {
+    Tangles found;
+    found.crossings = find_self_intersections(mesh, 0).count;
+    const EdgeMates mates(mesh);
+    for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        found.slivers += is_degenerate(mesh, mesh.faces[f]) ? 1 : 0;
+        for (std::size_t edge = 0; edge < 3; ++edge) {
+            found.edges += mates.kind(f, edge) == EdgeMates::Kind::NonManifold ? 1 : 0;
+        }
+    }
+    return found;
+}
+
 // Distances along a ray, from its start, at which it meets faces of two kinds.
 struct RayHits {
     double model = kFar;   // the first
@@ -49,7 +85,8 @@ public:
           whole_(shell),
           model_faces_(model_faces),
           nearest_(first_faces(shell, model_faces)),
-          wall_(std::max(wall, 0.0)) {}
+          wall_(std::max(wall, 0.0)),
+          tangles_(tangles_in(shell)) {}
 
     DrainReport cut(const Drain& drain) {
         DrainReport report;
@@ -79,30 +116,58 @@ public:
         hole.from = mouth.point + out * over;
         hole.to = mouth.point - out * (below.cavity + under);
         hole.radius = drain.radius;
-        // Where other holes have taken the place already, there is nothing left to do.
-        const BoreOutcome bored = bore(shell_, hole);
-        const bool is_open = bored == BoreOutcome::Done || bored == BoreOutcome::Missed;
-        report.outcome = is_open ? DrainOutcome::Done : DrainOutcome::NotSolid;
+        report.outcome = make(hole);
         return report;
     }
 
 private:
-    // Over points spread evenly (by the golden angle) on the disk of the radius.
+    // Takes the first hole that leaves nothing to mend, or else the one with the fewest slivers.
+    // Slivers, which come about where a hole passes close to an edge of the surface, are left only
+    // where mending them makes faces cross.
+    DrainOutcome make(const Bore& wanted) {
+        std::optional<TriMesh> best;
+        Tangles least;
+        for (std::size_t i = 0; i < 2 * kTries; ++i) {
+            const bool mends = i < kTries;
+            if (best && (!mends || least.slivers <= tangles_.slivers)) break;
+            Bore hole = wanted;
+            hole.sides -= i % kTries;
+            hole.radius *= 1 + kGrowth * static_cast<double>(i % kTries);
+            TriMesh holed = shell_;
+            const BoreOutcome bored = bore(holed, hole);
+            // Where other holes have taken the place already, there is nothing left to do.
+            if (bored == BoreOutcome::Missed) return DrainOutcome::Done;
+            if (bored != BoreOutcome::Done) return DrainOutcome::NotSolid;
+            if (mends) revise_triangles(holed, {kMostMovement});
+            const Tangles after = tangles_in(holed);
+            if (after.is_above(tangles_) || (best && after.slivers >= least.slivers)) continue;
+            least = after;
+            best = std::move(holed);
+        }
+        if (!best) return DrainOutcome::Tangled;
+        shell_ = std::move(*best);
+        tangles_ = least;
+        return DrainOutcome::Done;
+    }
+
+    // From the surface to points outside on a sphere around the mouth, spread evenly by the golden
+    // angle. At an edge of the model that is the direction between its two sides.
     Vec3d mean_normal(const NearestPoint& mouth, double radius) const {
-        constexpr int kSamples = 64;
+        constexpr int kSamples = 256;
         const Vec3d own = unit_normal(whole_, mouth.face);
-        const Vec3d least = std::abs(own.x) < 0.5 ? Vec3d{1, 0, 0} : Vec3d{0, 1, 0};
-        Vec3d right = cross(own, least);
-        if (!(length(right) > 0)) return Vec3d{0, 0, 1};
-        right = right / length(right);
-        const Vec3d up = cross(own, right);
+        if (!(length(own) > 0)) return Vec3d{0, 0, 1};
         Vec3d sum;
         for (int i = 0; i < kSamples; ++i) {
-            const double away = radius * std::sqrt((i + 0.5) / kSamples);
+            const double height = (2 * i + 1.0) / kSamples - 1;
+            const double across = std::sqrt(1 - height * height);
             const double angle = i * std::numbers::pi * (3 - std::sqrt(5.0));
             const Vec3d p =
-                mouth.point + right * (away * std::cos(angle)) + up * (away * std::sin(angle));
-            sum = sum + unit_normal(whole_, nearest_.find(p).face);
+                mouth.point +
+                Vec3d{across * std::cos(angle), across * std::sin(angle), height} * radius;
+            const NearestPoint seen = nearest_.find(p);
+            const Vec3d out = p - seen.point;
+            const bool is_outside = dot(out, unit_normal(whole_, seen.face)) > 0;
+            if (is_outside && dot(out, own) >= 0) sum = sum + out / length(out);
         }
         const double size = length(sum);
         return size > 0 ? sum / size : own;
@@ -137,6 +202,7 @@ private:
     std::size_t model_faces_;
     NearestFace nearest_;
     double wall_;
+    Tangles tangles_;  // of the shell as it is
 };
 
 }  // namespace
@@ -146,14 +212,36 @@ std::vector<DrainReport> cut_drains(TriMesh& shell, std::size_t model_faces, dou
     std::vector<DrainReport> reports;
     if (drains.empty()) return reports;
     DrainCutter cutter(shell, std::min(model_faces, shell.faces.size()), wall);
-    bool is_changed = false;
-    for (const Drain& drain : drains) {
-        reports.push_back(cutter.cut(drain));
-        is_changed = is_changed || reports.back().outcome == DrainOutcome::Done;
-    }
-    // Where a hole passes close to an edge of the surface, slivers come about.
-    if (is_changed) revise_triangles(shell, {kMostMovement});
+    for (const Drain& drain : drains) reports.push_back(cutter.cut(drain));
     return reports;
+}
+
+SealedCavities sealed_cavities(const TriMesh& shell) {
+    SealedCavities sealed;
+    TriMesh labelled = shell;
+    const EdgeMates mates(labelled);
+    label_shells(labelled, mates);
+    double largest = 0;
+    for (std::size_t s = 0; s < labelled.shells.size(); ++s) {
+        double six_volume = 0;
+        bool is_closed = true;
+        for (const std::uint32_t f : labelled.shells[s]) {
+            const Face& face = labelled.faces[f];
+            six_volume += dot(to_double(labelled.corner_position(face, 0)),
+                              cross(to_double(labelled.corner_position(face, 1)),
+                                    to_double(labelled.corner_position(face, 2))));
+            for (std::size_t edge = 0; edge < 3; ++edge) {
+                is_closed = is_closed && mates.kind(f, edge) != EdgeMates::Kind::Open;
+            }
+        }
+        if (!is_closed || !(six_volume < 0)) continue;
+        ++sealed.count;
+        if (six_volume >= largest) continue;
+        largest = six_volume;
+        sealed.place =
+            to_double(labelled.corner_position(labelled.faces[labelled.shells[s][0]], 0));
+    }
+    return sealed;
 }
 
 }  // namespace povmesh

@@ -6,10 +6,15 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
+#include <optional>
+#include <string>
 
 #include "base/convert.h"
 #include "base/timer.h"
+#include "design/mend_slivers.h"
 #include "design/smooth.h"
+#include "design/wall_gauge.h"
 #include "mesh/volume.h"
 #include "remesh/reduce.h"
 #include "spatial/self_intersection.h"
@@ -29,9 +34,17 @@ constexpr double kSizeExponent = 0.33;
 constexpr double kSmallestVoxel = 0.4;
 constexpr double kLargestVoxel = 2.0;
 
+// About a gigabyte with distances, 3 bytes a cell.
+constexpr std::int64_t kMostCellsOfASolid = std::int64_t{1} << 28;
+
 // Walls of fewer layers get rid of spikes and ridges first.
 constexpr std::int32_t kLayersOfAThickWall = 5;
 constexpr std::int32_t kSpurs = 2;
+
+// Squared distance to the outside, in voxels, below which a surface is the outer one. Beyond it,
+// plain surfaces have no voxel; what it leaves out of narrow slits is found on the finished
+// surface.
+constexpr std::int64_t kOuterSurface = 13;
 
 constexpr std::size_t kFewestVoxels = 100;
 
@@ -47,13 +60,22 @@ constexpr std::array kReductions = {ReduceOptions{0.0, 0.05, 0.9}, ReduceOptions
 constexpr std::size_t kLargeSurface = 500000;
 constexpr std::size_t kFirstOfLarge = 2;
 
+// The wall may be thinner than asked for by so many voxels, but is never thinner than this share of
+// one.
+constexpr double kMostMissing = 2;
+constexpr double kLeastWall = 0.1;
+
+// Rounds in which voxels too near to the model are dropped. One or two do where the wall rule
+// missed a surface, which lies near the outside then.
+constexpr int kMostRounds = 16;
+
 // Share of the area that may lie off the surface of the voxels, by half a voxel or more.
 constexpr double kMostStrayed = 0.01;
 
-float voxel_size(const TriMesh& mesh, double model_volume) {
+float voxel_size(const TriMesh& mesh, double model_volume, RunContext& run) {
     const double size = std::pow(model_volume / kVoxelsOfASolid, kSizeExponent);
     const auto edge = static_cast<float>(std::clamp(size, kSmallestVoxel, kLargestVoxel));
-    return fitting_size(model_box(mesh), {edge, edge, edge}).x;
+    return affordable_size(model_box(mesh), {edge, edge, edge}, kMostCellsOfASolid, run).x;
 }
 
 std::int32_t layer_count(double thickness, double size) {
@@ -63,11 +85,16 @@ std::int32_t layer_count(double thickness, double size) {
 // The voxels of the cavity.
 VoxelGrid core_of(const TriMesh& mesh, float size, double thickness, HollowReport& report,
                   RunContext& run) {
-    VoxelGrid grid = voxelise(mesh, {{size, size, size}}, run);
+    VoxelGrid::Words surface;
+    VoxelGrid grid = voxelise(mesh, {{size, size, size}}, run, &surface);
     run.progress.set(30);
     fill_rows(grid, FillColour::White);
     refresh_outside(grid);
-    const VoxelGrid::Words outside = grid.outside();
+    VoxelGrid::Words outside = grid.outside();
+    if (report.layers >= 1 && !grid.is_empty()) {
+        const VoxelGrid::Words inner = inner_surface(grid, surface, kOuterSurface);
+        for (std::size_t w = 0; w < outside.size(); ++w) outside[w] |= inner[w];
+    }
     run.progress.set(40);
     if (report.layers < kLayersOfAThickWall) remove_spurs(grid, kSpurs);
     run.progress.set(50);
@@ -78,7 +105,6 @@ VoxelGrid core_of(const TriMesh& mesh, float size, double thickness, HollowRepor
     }
     run.progress.set(60);
     mark_exposed_sides(grid, kSurfaceLine, run);
-    report.voxels = grid.size();
     return grid;
 }
 
@@ -128,14 +154,79 @@ bool follows(const TriMesh& mesh, const VoxelGrid& core) {
     return strayed <= kMostStrayed * area;
 }
 
-// Collapsing edges keeps the surface a manifold, no more than that. What strays from the voxels or
-// crosses itself is not handed out.
-void reduce_faithfully(TriMesh& mesh, const VoxelGrid& core) {
+// The wall between a model and its cavity, as thin as it may be.
+struct Wall {
+    WallGauge gauge;
+    double least;  // model units
+
+    Wall(const TriMesh& model, double thickness, double voxel_size)
+        : gauge(model),
+          least(std::max(thickness - kMostMissing * voxel_size, kLeastWall * voxel_size)) {}
+
+    bool stands(const TriMesh& cavity) const {
+        return gauge.least_distance(cavity, least) >= least;
+    }
+};
+
+// Drops the voxels around the corners of these faces, which smoothing has moved by less than half a
+// voxel.
+void drop_voxels_at(VoxelGrid& core, const TriMesh& surface, const Array<std::uint8_t>& is_near) {
+    const Vec3d half = to_double(core.settings().size) * 0.5;
+    for (std::size_t f = 0; f < is_near.size(); ++f) {
+        if (is_near[f] == 0) continue;
+        for (std::size_t i = 0; i < 3; ++i) {
+            const Vec3d p =
+                to_double(surface.corner_position(surface.faces[f], i)) - to_double(core.origin());
+            for (unsigned corner = 0; corner < 8; ++corner) {
+                const Vec3d off{(corner & 1U) != 0 ? half.x : -half.x,
+                                (corner & 2U) != 0 ? half.y : -half.y,
+                                (corner & 4U) != 0 ? half.z : -half.z};
+                core.erase(core.index_at(p + off));
+            }
+        }
+    }
+    drop_edge_contacts(core);
+    mark_exposed_sides(core);
+}
+
+// Makes the smoothed surface of the voxels, without those whose surface is too near to the model.
+// False when some still are after many rounds. With fewer than kFewestVoxels the mesh is of no use.
+bool form_cavity(VoxelGrid& core, const Wall* wall, TriMesh& mesh, RunContext& run) {
+    for (int round = 0; round < kMostRounds; ++round) {
+        // Only the last export counts.
+        std::string text;
+        RunLog log([&text](std::string_view part) { text += part; });
+        RunContext quiet{{}, log};
+        export_voxels(mesh, core, quiet);
+        bool is_clear = true;
+        if (core.size() >= kFewestVoxels) {
+            smooth_voxel_surface(mesh);
+            if (wall != nullptr) {
+                const auto is_near = wall->gauge.faces_nearer_than(mesh, wall->least);
+                is_clear = std::find(is_near.begin(), is_near.end(), 1) == is_near.end();
+                if (!is_clear) drop_voxels_at(core, mesh, is_near);
+            }
+        }
+        if (is_clear) {
+            run.log.append(text);
+            return true;
+        }
+    }
+    return false;
+}
+
+// Collapsing edges keeps the surface a manifold, no more than that. What strays from the voxels,
+// crosses itself, thins the wall or has slivers is not handed out.
+void reduce_faithfully(TriMesh& mesh, const VoxelGrid& core, const Wall* wall) {
     const TriMesh whole = mesh;
     const std::size_t first = whole.faces.size() > kLargeSurface ? kFirstOfLarge : 0;
     for (std::size_t i = first; i < kReductions.size(); ++i) {
         (void)reduce(mesh, kReductions[i]);
-        if (follows(mesh, core) && find_self_intersections(mesh, 0).count == 0) return;
+        if (mend_slivers(mesh) == 0 && follows(mesh, core) &&
+            find_self_intersections(mesh, 0).count == 0 &&
+            (wall == nullptr || wall->stands(mesh))) {
+            return;
+        }
         mesh = whole;
     }
 }
@@ -149,26 +240,31 @@ HollowReport hollow(TriMesh& mesh, float thickness, RunContext& run, const Hollo
     run.log.value("thickness", double{thickness});
     const Timer timer;
     report.model_volume = volume(mesh);
-    const float size = voxel_size(mesh, report.model_volume);
+    const float size = voxel_size(mesh, report.model_volume, run);
     report.voxel_size = double{size};
     report.layers = layer_count(double{thickness}, report.voxel_size);
-    const VoxelGrid core = core_of(mesh, size, double{thickness}, report, run);
-    export_voxels(mesh, core, run);
-    if (report.voxels < kFewestVoxels) {
+    VoxelGrid core = core_of(mesh, size, double{thickness}, report, run);
+    std::optional<Wall> wall;
+    if (report.layers >= 1 && core.size() >= kFewestVoxels) {
+        wall.emplace(mesh, double{thickness}, report.voxel_size);
+    }
+    report.is_crossing = !form_cavity(core, wall ? &*wall : nullptr, mesh, run);
+    report.voxels = core.size();
+    if (report.voxels < kFewestVoxels || report.is_crossing) {
         mesh = {};
         run.log.caution("hollow nothing!\n");
         return report;
     }
     run.progress.set(70);
-    smooth_voxel_surface(mesh);
     run.progress.set(80);
-    if (options.is_reduced) reduce_faithfully(mesh, core);
+    if (options.is_reduced) reduce_faithfully(mesh, core, wall ? &*wall : nullptr);
     run.progress.set(85);
     report.is_hollowed = true;
+    if (wall && options.measures_wall) report.smallest_wall = wall->gauge.least_distance(mesh);
     report.cavity_volume = volume(mesh);
     run.log.value("hollow volume",
                   six_decimals(report.cavity_volume / report.model_volume * 100) + " %");
-    run.log.success("light weight", timer.seconds());
+    run.log.success("light weight", timer.seconds(), " sec.");
     return report;
 }
 

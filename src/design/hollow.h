@@ -10,7 +10,8 @@
 namespace povmesh {
 
 struct HollowOptions {
-    bool is_reduced = true;  // false leaves the smoothed squares of the voxels
+    bool is_reduced = true;      // false leaves the smoothed squares of the voxels
+    bool measures_wall = false;  // fills `smallest_wall`, at the price of a search for each face
 };
 
 struct HollowReport {
@@ -20,6 +21,9 @@ struct HollowReport {
     std::size_t voxels = 0;   // of the cavity
     double model_volume = 0;  // cubic model units
     double cavity_volume = 0;
+    double smallest_wall = 0;  // between the surfaces, model units; where layers were taken
+    // No cavity of that wall keeps clear of the model's surface.
+    bool is_crossing = false;
 };
 
 /// Replaces the faces and vertices of a model by the surface of the cavity that leaves a wall of
@@ -30,7 +34,13 @@ struct HollowReport {
 /// nearer to the outside than the thickness, measured straight, which erosion leaves across
 /// diagonals. The surface of the rest is smoothed once and reduced. It lies the thickness inside
 /// the model's surface within about 1.4 voxels, is closed and manifold, and so is a result with
-/// several pieces. Cavities that the model has already (wound inward) get a wall, too.
+/// several pieces. Cavities that the model has already (wound inward) get a wall, too, and so do
+/// slits and holes that are too narrow for a voxel.
+///
+/// The cavity crosses neither itself nor the model: that is checked, and so is that the wall is
+/// nowhere thinner than the thickness less two voxels, between the surfaces as they are handed out.
+/// Voxels that come nearer are dropped, and the surface is reduced less where a reduction strays.
+/// It has no degenerate face. Where all that leaves no cavity the result is none.
 ///
 /// A thickness of less than 0.5 that makes no layer erodes nothing: the result is then the voxels
 /// of the whole model.

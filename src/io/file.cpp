@@ -80,6 +80,11 @@ bool takes_no_new_file(int error) {
     return error == EACCES || error == EPERM || error == EROFS;
 }
 
+// A target that may be written but not be replaced, as opposed to a failure of the disk.
+bool refuses_replacement(int error) {
+    return error == EACCES || error == EPERM || error == EBUSY || error == EXDEV;
+}
+
 // Creates a file of a name that is not taken yet. Returns its descriptor, or -1 with errno.
 int create_beside(const std::string& target, mode_t mode, std::string& name) {
     constexpr int kMostTries = 1000;  // each taken by a file that a killed process left behind
@@ -246,6 +251,35 @@ Status ReplacementFile::write(std::span<const char> bytes) {
     return {};
 }
 
+// Copies the complete content from beside the target into it.
+Status ReplacementFile::copy_into_place() {
+    InputFile content;
+    Status status = content.open(temporary_);
+    if (!status.ok()) return failure_ = status;
+    ReplacementFile target;
+    target.shown_path_ = shown_path_;
+    target.flush_to_disk_ = flush_to_disk_;
+    target.descriptor_ = ::open(target_.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+    if (target.descriptor_ < 0) return fail("replace the file", errno);
+    Array<char> piece(std::size_t{1} << 20);
+    std::uint64_t done = 0;
+    while (status.ok() && done < content.size()) {
+        const std::size_t count = content.read(done, piece);
+        status = count == 0 ? target.fail("read back " + one_line(temporary_), EIO)
+                            : target.write(std::span(piece).first(count));
+        done += count;
+    }
+    if (status.ok()) status = target.commit();
+    if (status.ok()) {
+        close_and_discard();
+        return status;
+    }
+    failure_ = {StatusCode::CannotWrite,
+                status.text() + "; its new content is in " + one_line(temporary_)};
+    temporary_.clear();
+    return failure_;
+}
+
 Status ReplacementFile::commit() {
     if (!failure_.ok()) return failure_;
     assert(descriptor_ >= 0);
@@ -263,7 +297,8 @@ Status ReplacementFile::commit() {
     }
     if (temporary_.empty()) return {};
     if (std::rename(temporary_.c_str(), target_.c_str()) != 0) {
-        return fail("replace the file", errno);
+        const int error = errno;
+        return refuses_replacement(error) ? copy_into_place() : fail("replace the file", error);
     }
     temporary_.clear();
     if (flush_to_disk_) flush_folder_of(target_);

@@ -45,9 +45,12 @@ private:
 /// The content goes to a temporary file in the same folder, is flushed to the disk and replaces the
 /// target by a rename; then the folder is flushed. The target's permissions are kept, symbolic
 /// links are followed, a target that exists and may not be written is refused, and a failure leaves
-/// what was there. Where the folder takes no new file, and for a target that is no regular file,
-/// the target is written in place, and only there a failure on the way can leave it incomplete. A
-/// hard link to the target keeps the old content.
+/// what was there. A hard link to the target keeps the old content.
+///
+/// Where the folder takes no new file, or lets none take the place of the target (a file mounted by
+/// itself, a file of another owner in a sticky folder), and for a target that is no regular file,
+/// the target is written in place. Only there a failure on the way can leave it incomplete; if the
+/// new content is complete beside it by then, it stays there and the message names its file.
 class ReplacementFile {
 public:
     ReplacementFile() = default;
@@ -65,6 +68,7 @@ public:
 private:
     void close_and_discard();
     Status fail(const std::string& doing, int error);
+    Status copy_into_place();
 
     std::string shown_path_;  // as the caller named it, for messages
     std::string target_;      // symbolic links resolved

@@ -1,4 +1,4 @@
-// Works a line at a time. With resolved indices, vertices and texture coordinates are read in a
+// Works a line at a time. When reading is strict, vertices and texture coordinates are read in a
 // first pass, so that a face can name any of them.
 #include <algorithm>
 #include <array>
@@ -109,16 +109,20 @@ public:
         return {begin, static_cast<std::size_t>(p_ - begin)};
     }
 
-    /// Reads the next word as a number; false, and no more numbers, when it is none.
+    /// Reads the number at the beginning of the next word; false, and no more numbers, when there is
+    /// none.
     bool number(double& value) {
         while (p_ != last_ && is_blank(*p_)) ++p_;
+        const char* const word = p_;
         const char* const end = parse_decimal(p_, last_, value);
         if (end == nullptr) {
+            if (bad_ == nullptr) bad_ = word;
             p_ = last_;
             return false;
         }
         number_ = {p_, static_cast<std::size_t>(end - p_)};
         p_ = end;
+        if (p_ != last_ && !is_blank(*p_) && bad_ == nullptr) bad_ = word;
         while (p_ != last_ && !is_blank(*p_)) ++p_;
         return true;
     }
@@ -142,11 +146,38 @@ public:
         return true;
     }
 
+    /// Whether every number asked for so far was there, and nothing stood behind it in its word.
+    bool are_whole() const { return bad_ == nullptr; }
+
+    /// The first word of which that is not so; empty at the end of the line or at a comment.
+    std::string_view bad_word() const { return Words({bad_, last_}).next(); }
+
+    /// Whether a word follows.
+    bool has_more() {
+        while (p_ != last_ && is_blank(*p_)) ++p_;
+        return p_ != last_ && *p_ != '#';
+    }
+
 private:
     const char* p_;
     const char* last_;
     std::string_view number_;
+    const char* bad_ = nullptr;
 };
+
+// Whether a line has a "#" at the beginning of a word.
+bool has_comment(std::string_view line) {
+    for (std::size_t at = line.find('#'); at != std::string_view::npos;
+         at = line.find('#', at + 1)) {
+        if (at == 0 || is_blank(line[at - 1])) return true;
+    }
+    return false;
+}
+
+bool is_whole_integer(std::string_view piece) {
+    if (piece.starts_with('-') || piece.starts_with('+')) piece.remove_prefix(1);
+    return !piece.empty() && std::all_of(piece.begin(), piece.end(), detail::is_digit);
+}
 
 // The integer at the beginning of a piece, 0 when there is none; saturates.
 std::int64_t leading_integer(std::string_view piece) {
@@ -185,7 +216,7 @@ public:
     Status run() {
         mesh_ = {};
         info_ = {};
-        if (options_.resolve_indices) {
+        if (options_.strict) {
             each_line(&ObjParser::read_points);
             each_line(&ObjParser::read_faces_late);
         } else {
@@ -193,7 +224,7 @@ public:
         }
         info_.triangles = mesh_.faces.size();
         if (!failure_.ok()) return failure_;
-        compact(mesh_);
+        compact(mesh_, options_.strict ? TextureDigits::All : TextureDigits::AsInASoup);
         if (mesh_.faces.empty()) {
             return {StatusCode::BadFile,
                     one_line(name_) + ": OBJ that holds no face with three different corners"};
@@ -229,7 +260,7 @@ private:
 
     static bool is_joined(const Lines& lines, std::string_view line) {
         if (line.ends_with('\r')) line.remove_suffix(1);
-        return line.ends_with('\\') && lines.is_ended();
+        return line.ends_with('\\') && lines.is_ended() && !has_comment(line);
     }
 
     // Reads lines that end in "\" as one, blanks in the place of the joints.
@@ -282,11 +313,10 @@ private:
         if (mesh_.vertices.size() >= kMaxVertexCount) return fail_too_large("vertices");
         Vertex vertex{0, 0, 0, static_cast<std::int32_t>(mesh_.vertices.size())};
         Vec3d colour{1, 1, 1};
-        if (words.number(vertex.x) && words.number(vertex.y) && words.number(vertex.z) &&
-            words.number(colour.x)) {
-            info_.has_colours = true;
-            if (words.number(colour.y)) words.number(colour.z);
-        }
+        const bool has_position =
+            words.number(vertex.x) && words.number(vertex.y) && words.number(vertex.z);
+        if (options_.strict && !words.are_whole()) return fail_in_coordinate(words);
+        if (has_position && (!options_.strict || words.has_more())) read_colour(words, colour);
         make_room(mesh_.vertices, first_vertex_);
         mesh_.vertices.push_back(vertex);
         make_room(colours_, first_vertex_);
@@ -294,12 +324,27 @@ private:
         ++info_.vertex_lines;
     }
 
+    // Channels that the line does not have are no fault.
+    void read_colour(Words& words, Vec3d& colour) {
+        const bool strict = options_.strict;
+        if (words.number(colour.x)) {
+            info_.has_colours = true;
+            if ((!strict || words.has_more()) && words.number(colour.y) &&
+                (!strict || words.has_more())) {
+                words.number(colour.z);
+            }
+        }
+        if (strict && !words.are_whole()) note(info_.bad_colours);
+    }
+
     void read_texture_coordinate(Words& words) {
         if (mesh_.texture_coordinates.size() >= kMaxVertexCount) {
             return fail_too_large("texture coordinates");
         }
         TextureCoordinate record{0, 0, static_cast<std::int32_t>(info_.texture_lines)};
-        if (words.number(record.u)) words.number(record.v);
+        if (words.number(record.u) && (!options_.strict || words.has_more()))
+            words.number(record.v);
+        if (options_.strict && !words.are_whole()) note(info_.bad_textures);
         make_room(mesh_.texture_coordinates, first_texture_);
         mesh_.texture_coordinates.push_back(record);
         ++info_.texture_lines;
@@ -310,7 +355,10 @@ private:
         for (std::string_view word = words.next(); !word.empty(); word = words.next()) {
             if (!read_corner(word)) return;
         }
-        if (corners_.size() < 3) return;
+        if (corners_.size() < 3) {
+            if (options_.strict) note(info_.short_faces);
+            return;
+        }
         ++info_.face_lines;
         if (corners_.size() == 3) {
             add_face(corners_[0], corners_[1], corners_[2]);
@@ -324,7 +372,7 @@ private:
     bool read_corner(std::string_view word) {
         std::int32_t number = 0;
         if (is_short_number(word, number) && is_vertex(number - 1)) {
-            corners_.push_back({number - 1, options_.resolve_indices ? -1 : as_written({})});
+            corners_.push_back({number - 1, options_.strict ? -1 : as_written({})});
             return true;
         }
         const std::size_t first = word.find('/');
@@ -336,11 +384,12 @@ private:
             texture = rest.substr(0, second);
             if (second != std::string_view::npos &&
                 rest.find('/', second + 1) != std::string_view::npos) {
-                return true;
+                if (options_.strict) fail_in_line(word, "has more than three parts");
+                return !options_.strict;
             }
         }
         Corner corner{0, -1};
-        if (!options_.resolve_indices) {
+        if (!options_.strict) {
             corner = {as_written(vertex), as_written(texture)};
         } else if (!resolve(vertex, word, vertices_before_, mesh_.vertices.size(), "vertex",
                             corner.vertex) ||
@@ -366,11 +415,10 @@ private:
         const std::int64_t number = leading_integer(piece);
         const std::int64_t place =
             number < 0 ? static_cast<std::int64_t>(before) + number : number - 1;
-        if (number == 0 || place < 0 || place >= static_cast<std::int64_t>(count)) {
-            failure_ = {StatusCode::BadFile, one_line(name_) + ": line " +
-                                                 std::to_string(line_number_) + ": \"" +
-                                                 one_line(word) + "\" names no " + what +
-                                                 "; the file has " + std::to_string(count)};
+        if (!is_whole_integer(piece) || number == 0 || place < 0 ||
+            place >= static_cast<std::int64_t>(count)) {
+            fail_in_line(
+                word, std::string("names no ") + what + "; the file has " + std::to_string(count));
             return false;
         }
         index = static_cast<std::int32_t>(place);
@@ -438,6 +486,25 @@ private:
         // The guess may be far off where the text changes.
         const double guess = std::clamp(count * 1.02 / share, count * 1.25, count * 8.0);
         records.reserve(static_cast<std::size_t>(guess) + kFewest);
+    }
+
+    void note(ObjLines& lines) const {
+        if (lines.count++ == 0) lines.first = line_number_;
+    }
+
+    void fail_in_line(std::string_view word, const std::string& what) {
+        constexpr std::size_t kEnough = 20;
+        failure_ = {StatusCode::BadFile, one_line(name_) + ": line " +
+                                             std::to_string(line_number_) + ": \"" +
+                                             one_line(word.substr(0, kEnough)) + "\" " + what};
+    }
+
+    void fail_in_coordinate(const Words& words) {
+        const std::string_view word = words.bad_word();
+        if (word.empty()) return fail_in_line("v", "has fewer than three numbers");
+        const bool has_comma = word.find(',') != std::string_view::npos;
+        fail_in_line(word, has_comma ? "is not a decimal number; write a point instead of the comma"
+                                     : "is not a decimal number");
     }
 
     void fail_too_large(const char* what) {

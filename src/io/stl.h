@@ -24,6 +24,10 @@ struct StlInfo {
     std::uint64_t promised_triangles = 0;  // count in the header of a binary file
     std::uint64_t triangles = 0;       // triangles read, before any is dropped for equal corners
     std::uint64_t trailing_bytes = 0;  // bytes of a binary file behind the last promised record
+
+    /// Records that the trailing bytes have room for. With any, the count may be what is wrong, and
+    /// a file that was not read whole must not be replaced by what was read of it.
+    std::uint64_t records_left_out = 0;
 };
 
 /// Reads the corner coordinates of an STL file: 9 floats a triangle, in file order.
@@ -32,11 +36,12 @@ struct StlInfo {
 /// first, and as binary when that gives no face. A binary file gives the records that it holds,
 /// whatever it promises. ASCII is a stream of words: inside a facet, each word that contains
 /// "vertex" is followed by three numbers; they are read without regard to the locale, a word that
-/// is no number ends the reading, and three corners make a triangle.
+/// begins with no number ends the reading, and three corners make a triangle.
 ///
 /// @return  CannotRead when the file cannot be opened (nothing is touched, no progress is written);
 ///          BadFile when it is truncated, holds no triangle, has a facet whose corners are not a
-///          multiple of three or is no STL file: what could be read is delivered all the same;
+///          multiple of three or a number with text behind it ("2,75" is read as 2), or is no STL
+///          file: what could be read is delivered all the same;
 ///          TooLarge beyond kMaxFaceCount triangles.
 /// Progress: 5 when the file is open, 48 at the end.
 /// Memory above the result: a buffer of 256 KB; no allocation follows the count of the file.

@@ -107,6 +107,7 @@ private:
     bool make_room(const char* p);
     std::size_t facet_corners() const { return (float_count_ - facet_start_) / 3; }
     void note_bad_facet();
+    void note_bad_number(std::string_view word);
 
     const ByteSource& source_;
     Array<float>& coordinates_;
@@ -185,12 +186,9 @@ typename AsciiStlParser<kAnyCase>::Reading AsciiStlParser<kAnyCase>::read_number
         p = word;
         while (!is_space(*p)) ++p;
     }
-    if (after == nullptr) {
-        constexpr std::size_t kEnough = 20;
-        result_.bad_number = offset_of(word);
-        result_.bad_word.assign(word, std::min(static_cast<std::size_t>(p - word), kEnough));
-        return Reading::Stopped;
-    }
+    const bool fills_buffer = p == end_ && !is_source_empty_;
+    if (after != p || fills_buffer) note_bad_number({word, static_cast<std::size_t>(p - word)});
+    if (after == nullptr) return Reading::Stopped;
     value = narrow_to_float(number);
     if (p == end_) rest_of_long_word(p, 0);
     return Reading::Done;
@@ -230,6 +228,14 @@ void AsciiStlParser<kAnyCase>::note_bad_facet() {
     if (result_.bad_facet != AsciiStlResult::kNone) return;
     result_.bad_facet = facet_offset_;
     result_.bad_facet_corners = facet_corners();
+}
+
+template <bool kAnyCase>
+void AsciiStlParser<kAnyCase>::note_bad_number(std::string_view word) {
+    if (result_.bad_number != AsciiStlResult::kNone) return;
+    constexpr std::size_t kEnough = 20;
+    result_.bad_number = offset_of(word.data());
+    result_.bad_word = word.substr(0, kEnough);
 }
 
 template <bool kAnyCase>

@@ -18,7 +18,8 @@ struct AsciiStlResult {
     std::uint64_t bad_facet = kNone;      // byte at which the first facet begins whose corners are
     std::uint64_t bad_facet_corners = 0;  // not a multiple of three, and how many it has
     bool is_cut = false;                  // the text ends within that facet
-    std::uint64_t bad_number = kNone;     // byte of the word at which the reading stopped
+    std::uint64_t bad_number = kNone;     // byte of the first word that is not just a number; one
+                                          // that begins with none ends the reading
     std::string bad_word;                 // that word, at most its beginning
     bool is_too_large = false;            // more triangles than a mesh can number
 };

@@ -97,8 +97,10 @@ Status judge_ascii(const std::string& name, const ByteSource& source, const Asci
                                   " corners instead of 3; mend it, it shifts all that follow");
     }
     if (text.bad_number != AsciiStlResult::kNone) {
+        const bool has_comma = text.bad_word.find(',') != std::string::npos;
         return bad_file(name, in_line(source, text.bad_number) + ": \"" + one_line(text.bad_word) +
-                                  "\" is not a decimal number" + so_far);
+                                  "\" is not a decimal number" +
+                                  (has_comma ? "; write a point instead of the comma" : so_far));
     }
     if (triangles == 0) return bad_file(name, "ASCII STL that holds no triangle");
     return {};
@@ -189,6 +191,7 @@ Status read_either_form(const ByteSource& source, const std::string& name,
     info.triangles = coordinates.size() / 9;
     if (layout.held >= layout.promised && layout.has_count) {
         info.trailing_bytes = layout.size - std::min(layout.size, layout.promised_bytes());
+        info.records_left_out = stl_records_in(info.trailing_bytes);
     }
     const bool any = make_faces(coordinates);
     // A text whose facets came to nothing is what the person has, whatever its bytes gave as

@@ -107,9 +107,11 @@ SoupArrays export_data(const TriMesh& mesh) {
     return writer.release();
 }
 
-MultiSoupArrays export_parts(TriMesh& mesh) {
+void drop_small_parts(TriMesh& mesh) {
     std::erase_if(mesh.parts, [](const TriMesh& part) { return volume(part) < 1.0; });
+}
 
+MultiSoupArrays export_parts(const TriMesh& mesh) {
     auto part_triangles = allocate<std::uint32_t>(mesh.parts.size());
     std::size_t total = 0;
     for (std::size_t i = 0; i < mesh.parts.size(); ++i) {

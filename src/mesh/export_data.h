@@ -28,8 +28,10 @@ struct MultiSoupArrays {
     std::uint32_t part_count = 0;
 };
 
-/// Removes every part whose `volume` is below 1.0 (an open or inside-out one has the volume 0) and
-/// flattens the others in order, all face records of each.
-MultiSoupArrays export_parts(TriMesh& mesh);
+/// Removes every part whose `volume` is below 1.0: an open or inside-out one has the volume 0.
+void drop_small_parts(TriMesh& mesh);
+
+/// The parts in order, all face records of each.
+MultiSoupArrays export_parts(const TriMesh& mesh);
 
 }  // namespace povmesh

@@ -517,17 +517,11 @@ ShapeCounts count_shapes(const TriMesh& mesh) {
 ReviseReport revise_triangles(TriMesh& mesh, const ReviseOptions& options) {
     const ShapeCounts counts = count_shapes(mesh);
     const Box3f box = finite_bounds(mesh);
-    if (counts == ShapeCounts{} || box.is_empty()) {
-        compact(mesh);
-        return {};
-    }
+    if (counts == ShapeCounts{} || box.is_empty()) return {};
     const double diagonal = length(to_double(box.high) - to_double(box.low));
     Reviser reviser(mesh, std::max(options.most_movement, 0.0) * diagonal);
     const ReviseReport report = reviser.run();
-    if (reviser.has_changed())
-        reviser.store();
-    else
-        compact(mesh);
+    if (reviser.has_changed()) reviser.store();
     return report;
 }
 

@@ -42,8 +42,9 @@ struct ReviseReport {
 /// manifold stays so. Edges of more than two faces stay. Changed triangles get the colours, labels
 /// and texture coordinates of the nearest points of the original.
 ///
-/// The result is compact. Linear time: a step costs no more around a vertex of high valence, and
-/// there are at most a few for each bad triangle.
+/// What was changed is compact; a mesh of which nothing is mended stays as it is. Linear time: a
+/// step costs no more around a vertex of high valence, and there are at most a few for each bad
+/// triangle.
 ReviseReport revise_triangles(TriMesh& mesh, const ReviseOptions& options = {});
 
 }  // namespace povmesh

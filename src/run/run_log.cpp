@@ -48,10 +48,9 @@ void RunLog::caution(std::string_view text) const {
     if (sink_) sink_(join({"\n[Caution] ", text}));
 }
 
-void RunLog::success(std::string_view operation, double seconds) const {
-    if (sink_) {
-        sink_(join({"\n---{success} ", operation, " : ", six_decimals(seconds), "sec.---\n"}));
-    }
+void RunLog::success(std::string_view operation, double seconds, std::string_view unit) const {
+    if (!sink_) return;
+    sink_(join({"\n---{success} ", operation, " : ", six_decimals(seconds), unit, "---\n"}));
 }
 
 void RunLog::failure(std::string_view operation, std::string_view reason) const {

@@ -43,8 +43,9 @@ public:
     /// "\n[Caution] TEXT".
     void caution(std::string_view text) const;
 
-    /// "\n---{success} OPERATION : SECONDSsec.---\n", the seconds with six decimals.
-    void success(std::string_view operation, double seconds) const;
+    /// "\n---{success} OPERATION : SECONDSsec.---\n", the seconds with six decimals. Hosts know
+    /// some operations with another unit behind the number: " sec.".
+    void success(std::string_view operation, double seconds, std::string_view unit = "sec.") const;
 
     /// "\n---{failure} OPERATION: REASON\n".
     void failure(std::string_view operation, std::string_view reason) const;

@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "base/convert.h"
+#include "support/upright_lines.h"
 
 namespace povmesh {
 namespace {
@@ -21,8 +22,9 @@ struct RowRange {
 
 }  // namespace
 
-ColumnLines::ColumnLines(const TriMesh& mesh, Vec3f origin, const LineLattice& lattice)
-    : mesh_(mesh), lattice_(lattice) {
+ColumnLines::ColumnLines(const TriMesh& mesh, Vec3f origin, const LineLattice& lattice,
+                         std::span<const std::uint8_t> is_ignored)
+    : mesh_(mesh), lattice_(lattice), is_ignored_(is_ignored) {
     const Vec3d zero = to_double(origin);
     points_.resize(mesh.vertices.size());
     for (std::size_t i = 0; i < points_.size(); ++i) {
@@ -64,49 +66,31 @@ void ColumnLines::find(std::size_t j, double dx, double dy, Array<Crossing>& cro
     crossings.clear();
     const double y = lattice_.first_y + static_cast<double>(j) * lattice_.spacing_y + dy;
     for (std::size_t k = row_offsets_[j]; k < row_offsets_[j + 1]; ++k) {
-        cross(mesh_.faces[row_faces_[k]], lattice_.first_x + dx, y, crossings);
+        cross(row_faces_[k], lattice_.first_x + dx, y, crossings);
     }
     std::sort(crossings.begin(), crossings.end(), [](const Crossing& a, const Crossing& b) {
         return std::tie(a.i, a.z, a.way, a.steepness) < std::tie(b.i, b.z, b.way, b.steepness);
     });
 }
 
-// Two edges of a face reach across a row, or none, when a vertex on the row counts as above it.
-// Each edge says from which line of the row on it is passed, by its end points alone, lower one
-// first: so the faces on both sides agree, and no line falls between them or counts twice.
-void ColumnLines::cross(const Face& face, double x0, double y, Array<Crossing>& crossings) const {
+void ColumnLines::cross(std::uint32_t face, double x0, double y, Array<Crossing>& crossings) const {
     std::array<Vec3d, 3> p;
-    for (std::size_t i = 0; i < 3; ++i) p[i] = points_[static_cast<std::size_t>(face.vertex[i])];
-    std::uint32_t from = 0;
-    std::uint32_t end = 0;
-    for (std::size_t i = 0; i < 3; ++i) {
-        const Vec3d& a = p[i];
-        const Vec3d& b = p[(i + 1) % 3];
-        if ((a.y <= y) == (b.y <= y)) continue;
-        const bool rises = a.y <= y;
-        const Vec3d& low = rises ? a : b;
-        const Vec3d& high = rises ? b : a;
-        const double x = low.x + (y - low.y) * ((high.x - low.x) / (high.y - low.y));
+    for (std::size_t i = 0; i < 3; ++i)
+        p[i] = points_[static_cast<std::size_t>(mesh_.faces[face].vertex[i])];
+    const RowSpan span = row_span(p, y, [&](double x) {
         const double line = std::ceil((x - x0) / lattice_.spacing_x);
-        const auto first = static_cast<std::uint32_t>(
+        return static_cast<std::uint32_t>(
             std::clamp(line, 0.0, static_cast<double>(lattice_.count_x)));
-        // The face lies to the left of an edge that rises, seen from its front.
-        (rises ? end : from) = first;
-    }
-    if (from == end) return;
+    });
+    if (span.from == span.end) return;
     const Vec3d normal = ::povmesh::cross(p[1] - p[0], p[2] - p[0]);
     const double size = length(normal);
-    const auto steepness = static_cast<float>(size > 0 ? std::abs(normal.z) / size : 0.0);
-    const auto [low, high] = std::minmax({p[0].z, p[1].z, p[2].z});
-    const std::int32_t way = from < end ? 1 : -1;
-    for (std::uint32_t i = std::min(from, end); i < std::max(from, end); ++i) {
-        double z = low;
-        if (normal.z != 0) {
-            const double x = x0 + static_cast<double>(i) * lattice_.spacing_x;
-            z = p[0].z - ((x - p[0].x) * normal.x + (y - p[0].y) * normal.y) / normal.z;
-            z = std::isfinite(z) ? std::clamp(z, low, high) : low;
-        }
-        crossings.push_back({i, narrow_to_float(z), steepness, way});
+    const auto steepness =
+        static_cast<float>(size > 0 && is_ignored_[face] == 0 ? std::abs(normal.z) / size : 0.0);
+    for (std::uint32_t i = span.low(); i < span.high(); ++i) {
+        const double x = x0 + static_cast<double>(i) * lattice_.spacing_x;
+        const double z = height_at(p, normal, x, y);
+        crossings.push_back({i, narrow_to_float(z), steepness, span.way()});
     }
 }
 

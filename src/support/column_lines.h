@@ -41,18 +41,22 @@ struct Crossing {
 /// and 24 a vertex. Rows may be asked for at the same time.
 class ColumnLines {
 public:
-    /// @param mesh  outlives the lines. @param origin  model coordinates of the lattice's zero.
-    ColumnLines(const TriMesh& mesh, Vec3f origin, const LineLattice& lattice);
+    /// @param mesh  outlives the lines
+    /// @param origin  model coordinates of the lattice's zero
+    /// @param is_ignored  by face: not 0 where its slope is not to count; outlives the lines
+    ColumnLines(const TriMesh& mesh, Vec3f origin, const LineLattice& lattice,
+                std::span<const std::uint8_t> is_ignored);
 
     /// The crossings of row j with the pattern moved by (dx, dy), which is at most half a spacing:
     /// by line, then by height; at one height those with way -1 first. Replaces `crossings`.
     void find(std::size_t j, double dx, double dy, Array<Crossing>& crossings) const;
 
 private:
-    void cross(const Face& face, double x0, double y, Array<Crossing>& crossings) const;
+    void cross(std::uint32_t face, double x0, double y, Array<Crossing>& crossings) const;
 
     const TriMesh& mesh_;
     LineLattice lattice_;
+    std::span<const std::uint8_t> is_ignored_;
     Array<Vec3d> points_;  // by vertex, relative to the origin
     Array<std::size_t> row_offsets_;
     Array<std::uint32_t> row_faces_;  // those that the row's lines may meet wherever it is moved

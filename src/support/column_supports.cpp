@@ -8,10 +8,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <numbers>
+#include <string>
+#include <tuple>
 
 #include "base/convert.h"
+#include "support/added_columns.h"
 #include "support/gap_search.h"
+#include "support/overhangs.h"
 #include "support/undersides.h"
+#include "support/upright_lines.h"
 #include "voxel/passes.h"
 #include "voxel/voxelise.h"
 
@@ -22,6 +27,18 @@ constexpr float kLayerHeight = 1.0F;
 constexpr double kApart = 0.2;   // of the sides of two columns at their edges, each
 constexpr double kBeyond = 2.0;  // that a column reaches beyond its gap
 constexpr double kShortest = 1.0;
+// A region of overhangs as wide as this share of the spacing is worth a column. Narrower ones, held
+// by what is beside them, print without.
+constexpr double kLeastWidth = 0.4;
+// Of 64 cells; and more where there are voxels among them, with flags, angles and what is made of
+// them on the way. Measured on tall shells.
+constexpr double kBytesOfWord = 30;
+constexpr double kBytesOfVoxels = 130;
+constexpr double kMostBytes = 1e9;
+// Layers of voxels around a level face.
+constexpr double kThickness = 8;
+// Rows that faces reach, 4 bytes each.
+constexpr double kMostReached = 1e8;
 constexpr double kTip = 0.001;  // height of the pyramids at the ends of a tube
 
 // The column of a gap; too short when it is none.
@@ -41,6 +58,44 @@ Stretch cut_at_surface(Stretch stretch, const Underside* underside) {
     return stretch;
 }
 
+std::string whole(double number) {
+    return std::to_string(saturate_to<std::int64_t>(number));
+}
+
+// What would take more memory than the voxels of a printable model ever do; empty if nothing would.
+std::string too_much_work(const TriMesh& mesh, Vec3f wanted) {
+    const ModelBox model = model_box(mesh);
+    const Vec3d size = to_double(fitting_size(model, wanted));
+    const Vec3d extent = to_double(model.extent);
+    const double rows = std::ceil(extent.y / size.y) + 3;
+    const double layers = std::ceil(extent.z / size.z) + 3;
+    const double words = std::ceil((extent.x / size.x + 3) / 64) * rows * layers;
+    double reached = 0;   // rows of columns
+    double occupied = 0;  // words with voxels
+    for (const Face& face : mesh.faces) {
+        Box3d box;
+        for (std::size_t i = 0; face.deleted == 0 && i < 3; ++i) {
+            box.widen(to_double(mesh.corner_position(face, i)));
+        }
+        const Vec3d deep = box.extent();
+        if (box.is_empty() || !is_finite(deep)) continue;
+        reached += deep.y / size.y + 2;
+        occupied +=
+            (deep.x / size.x / 64 + 1) * (deep.y / size.y + 2) * (deep.z / size.z + kThickness);
+    }
+    const double bytes = words * kBytesOfWord + std::min(words, occupied) * kBytesOfVoxels;
+    if (bytes > kMostBytes) {
+        return "supports of a model " + whole(layers) + " layers high and " + whole(rows) +
+               " rows wide would take " + whole(std::ceil(bytes / 1e9)) +
+               " GB of memory, more than 1";
+    }
+    if (reached > kMostReached) {
+        return "the triangles of the model reach over " + whole(reached) +
+               " rows of columns, more than " + whole(kMostReached);
+    }
+    return {};
+}
+
 }  // namespace
 
 double column_radius(double spacing) {
@@ -52,22 +107,36 @@ double column_half_side(double spacing) {
     return radius > 0 ? radius / std::numbers::sqrt2 : 0.0;
 }
 
-Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, RunContext& run) {
-    Array<Column> columns;
+Status find_columns(const TriMesh& mesh, const ColumnOptions& options, RunContext& run,
+                    Array<Column>& columns) {
+    columns.clear();
     const auto edge = static_cast<float>(options.spacing);
     const VoxelSettings settings{{edge, edge, kLayerHeight}, true};
-    if (!is_voxel_size(settings.size) || !std::isfinite(options.plate)) return columns;
+    if (!is_voxel_size(settings.size) || !(column_radius(options.spacing) > 0) ||
+        std::isnan(options.angle) || !std::isfinite(options.plate)) {
+        return {StatusCode::BadOption,
+                "columns need a spacing above 0.4, an angle that is a number and a plate"};
+    }
+    if (const std::string work = too_much_work(mesh, settings.size); !work.empty()) {
+        run.log.caution(work + "\n");
+        return {StatusCode::TooLarge, work + "; take a greater spacing, or a smaller model"};
+    }
     const auto threshold = saturate_to<std::int8_t>(90 - options.angle);
 
     VoxelGrid grid = voxelise(mesh, settings, run);
     mark_exposed_sides(grid, kSurfaceLine, run);
     mark_exposed_sides(grid, kFacesLine, run);
     fill_rows(grid, FillColour::White);
-    const Undersides undersides = fit_to_columns(grid, mesh, column_half_side(options.spacing));
-    drop_grain(grid, undersides, clamped_angle(threshold));
+    const Vec3d size = to_double(grid.settings().size);
+    const double least_area = kLeastWidth * size.x * kLeastWidth * size.x;
+    const double half_side = column_half_side(options.spacing);
+    const UprightLines lines(mesh);
+    const Overhangs overhangs = find_overhangs(mesh, lines, clamped_angle(threshold), least_area);
+    const Undersides undersides =
+        fit_to_columns(grid, mesh, overhangs, {half_side, !options.adds_between});
+    drop_rims(grid, undersides, clamped_angle(threshold));
     const GapGrid gaps = find_gaps(grid, threshold, options.plate);
 
-    const Vec3d size = to_double(grid.settings().size);
     const Vec3d origin = to_double(grid.origin());
     for (std::size_t i = 0; i < gaps.count_x; ++i) {
         for (std::size_t j = 0; j < gaps.count_y; ++j) {
@@ -76,9 +145,10 @@ Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, Ru
             for (const Gap& gap : gaps.at(i, j)) {
                 Stretch stretch = stretch_of(gap, options.plate);
                 if (!(stretch.upper - stretch.lower >= kShortest)) continue;
-                if (options.ends_at_surface) {
-                    stretch = cut_at_surface(stretch, undersides.find({ix, iy, gap.seed}));
-                }
+                const Underside* underside = undersides.find({ix, iy, gap.seed});
+                // Lines through holes of the mesh leave cubes that tell little.
+                if (options.adds_between && underside == nullptr) continue;
+                if (options.ends_at_surface) stretch = cut_at_surface(stretch, underside);
                 const float x = narrow_to_float(ix * size.x + origin.x);
                 const float y = narrow_to_float(iy * size.y + origin.y);
                 columns.push_back({{x, y, narrow_to_float(stretch.upper)},
@@ -86,7 +156,13 @@ Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, Ru
             }
         }
     }
-    return columns;
+    if (options.adds_between) {
+        add_columns(mesh, lines, overhangs, {size.x, half_side, options.plate}, columns);
+        std::sort(columns.begin(), columns.end(), [](const Column& a, const Column& b) {
+            return std::tie(a.top.x, a.top.y, b.top.z) < std::tie(b.top.x, b.top.y, a.top.z);
+        });
+    }
+    return {};
 }
 
 void add_tubes(TriMesh& mesh, std::span<const Column> columns, double radius) {

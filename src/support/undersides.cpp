@@ -9,6 +9,7 @@
 #include <limits>
 #include <numbers>
 #include <tuple>
+#include <vector>
 
 #include "base/convert.h"
 #include "support/column_lines.h"
@@ -22,12 +23,13 @@ constexpr float kNoFloor = std::numeric_limits<float>::lowest();
 constexpr double kPi = 3.1415926;
 constexpr std::size_t kLines = 9;
 constexpr std::size_t kAxis = 0;
+constexpr std::size_t kTip = kLines;
 
 // A stretch of a line inside the model.
 struct Stretch {
     std::int32_t first, last;  // layers
-    std::size_t line;
-    float from, to;  // heights, relative to the origin
+    std::size_t line;          // or kTip
+    float from, to;            // heights, relative to the origin
     float steepness;
 };
 
@@ -39,12 +41,15 @@ std::int8_t angle_of(float steepness) {
 
 class ColumnFitter {
 public:
-    ColumnFitter(VoxelGrid& grid, const TriMesh& mesh, double half_side)
+    ColumnFitter(VoxelGrid& grid, const TriMesh& mesh, const Overhangs& overhangs,
+                 const ColumnFit& fit)
         : grid_(grid),
-          half_side_(half_side),
+          half_side_(fit.half_side),
           layer_height_(double{grid.settings().size.z}),
-          lines_(mesh, grid.origin(), lattice_of(grid)) {
-        const double d = half_side;
+          is_grain_(grain(overhangs)),
+          lines_(mesh, grid.origin(), lattice_of(grid), is_grain_) {
+        if (fit.takes_tips) place_tips(overhangs);
+        const double d = half_side_;
         offsets_ = {{{0, 0}, {-d, -d}, {0, -d}, {d, -d}, {-d, 0}, {d, 0}, {-d, d}, {0, d}, {d, d}}};
         toggles_.assign(grid.word_count() + 1, 0);
     }
@@ -73,6 +78,27 @@ private:
                 static_cast<std::size_t>(std::int64_t{box.high.y} - box.low.y + 1)};
     }
 
+    static Array<std::uint8_t> grain(const Overhangs& overhangs) {
+        Array<std::uint8_t> is_grain(overhangs.region_of_face.size());
+        for (std::size_t f = 0; f < is_grain.size(); ++f) {
+            const std::uint32_t region = overhangs.region_of_face[f];
+            is_grain[f] = region != kNoRegion && !overhangs.is_worth_holding(region) ? 1 : 0;
+        }
+        return is_grain;
+    }
+
+    // Ordered as the columns are passed.
+    void place_tips(const Overhangs& overhangs) {
+        for (const Tip& tip : overhangs.tips) {
+            const Vec3d place = tip.place - to_double(grid_.origin());
+            const VoxelIndex at = grid_.index_at(place);
+            if (grid_.can_hold(at)) tips_.push_back({at, narrow_to_float(place.z)});
+        }
+        std::sort(tips_.begin(), tips_.end(), [](const PlacedTip& a, const PlacedTip& b) {
+            return std::tie(a.at.y, a.at.x, a.z) < std::tie(b.at.y, b.at.x, b.z);
+        });
+    }
+
     void fit_row(std::int32_t y) {
         const std::size_t line_count = half_side_ > 0 ? kLines : 1;
         std::array<std::size_t, kLines> next{};
@@ -86,6 +112,13 @@ private:
             const auto i = static_cast<std::uint32_t>(std::int64_t{x} - grid_.box().low.x);
             for (std::size_t line = 0; line < line_count; ++line) {
                 is_whole = follow(line, i, next[line]) && is_whole;
+            }
+            for (; next_tip_ < tips_.size() && tips_[next_tip_].at.y == y &&
+                   tips_[next_tip_].at.x == x;
+                 ++next_tip_) {
+                const std::int32_t layer = layer_above(tips_[next_tip_].z);
+                const float z = tips_[next_tip_].z;
+                stretches_.push_back({layer, layer, kTip, z, z, 1});
             }
             if (is_whole) {
                 fit_column(x, y);
@@ -152,7 +185,7 @@ private:
         const std::int32_t layer = run.front().first;
         const double bottom = (layer - 0.5) * layer_height_;
         const double origin = double{grid_.origin().z};
-        Underside underside{x, y, layer, false, 0, kNoFloor};
+        Underside underside{x, y, layer, false, 0, kNoFloor, false};
         if (floor != kNoFloor) underside.floor = narrow_to_float(double{floor} + origin);
         float level = -1;  // the steepness of the flattest entry
         const Stretch* axis = nullptr;
@@ -160,7 +193,9 @@ private:
             if (stretch.line == kAxis && (axis == nullptr || stretch.from < axis->from)) {
                 axis = &stretch;
             }
-            if (stretch.first == layer) level = std::max(level, stretch.steepness);
+            if (stretch.first != layer) continue;
+            level = std::max(level, stretch.steepness);
+            underside.is_tip = underside.is_tip || stretch.line == kTip;
         }
         if (axis != nullptr) {
             const double cosine = double{axis->steepness};
@@ -170,7 +205,7 @@ private:
         }
         if (underside.is_over_axis) {
             underside.top = narrow_to_float(double{axis->from} + origin);
-            level = axis->steepness;
+            level = std::max(level, axis->steepness);
         }
         found_.all.push_back(underside);
         angles_.push_back(angle_of(level));
@@ -192,10 +227,18 @@ private:
         grid_.recount();
     }
 
+    struct PlacedTip {
+        VoxelIndex at;
+        float z;  // relative to the origin
+    };
+
     VoxelGrid& grid_;
     double half_side_;
     double layer_height_;
+    Array<std::uint8_t> is_grain_;  // by face
     ColumnLines lines_;
+    std::vector<PlacedTip> tips_;
+    std::size_t next_tip_ = 0;
     std::array<std::array<double, 2>, kLines> offsets_{};
     std::array<Array<Crossing>, kLines> row_;
     Array<Stretch> stretches_;
@@ -253,15 +296,6 @@ private:
     Undersides seeds_;
 };
 
-bool stands_alone(const VoxelGrid& grid, VoxelIndex at) {
-    for (std::int32_t dy = -1; dy <= 1; ++dy) {
-        for (std::int32_t dx = -1; dx <= 1; ++dx) {
-            if ((dx != 0 || dy != 0) && grid.contains({at.x + dx, at.y + dy, at.z})) return false;
-        }
-    }
-    return true;
-}
-
 }  // namespace
 
 const Underside* Undersides::find(VoxelIndex at) const {
@@ -270,26 +304,24 @@ const Underside* Undersides::find(VoxelIndex at) const {
     return &*place;
 }
 
-Undersides fit_to_columns(VoxelGrid& grid, const TriMesh& mesh, double half_side) {
+Undersides fit_to_columns(VoxelGrid& grid, const TriMesh& mesh, const Overhangs& overhangs,
+                          const ColumnFit& fit) {
     if (grid.word_count() == 0) return {};
-    return ColumnFitter(grid, mesh, half_side).run();
+    return ColumnFitter(grid, mesh, overhangs, fit).run();
 }
 
-void drop_grain(VoxelGrid& grid, const Undersides& undersides, std::int8_t threshold) {
+void drop_rims(VoxelGrid& grid, const Undersides& undersides, std::int8_t threshold) {
     const Vec3d size = to_double(grid.settings().size);
     const auto reach = std::int64_t{saturate_to<std::int32_t>(size.x / size.z + 1)};
     const SeedTable seeds(grid, undersides, threshold);
     for (const Underside& seed : seeds.all()) {
-        bool has_company = false;
+        if (seed.is_over_axis || seed.is_tip) continue;
         bool is_held_beside = false;
         seeds.for_each_beside(seed, reach, [&](const Underside& other) {
-            has_company = true;
             is_held_beside = is_held_beside || other.is_over_axis;
         });
-        const VoxelIndex at = {seed.x, seed.y, seed.layer};
-        const bool is_rim = !seed.is_over_axis && is_held_beside;
-        if (is_rim || (!has_company && !stands_alone(grid, at))) {
-            grid.set_angle(grid.cell_of(at), kNoAngle);
+        if (is_held_beside) {
+            grid.set_angle(grid.cell_of({seed.x, seed.y, seed.layer}), kNoAngle);
         }
     }
 }

@@ -8,10 +8,12 @@
 
 namespace povmesh {
 
-VoxelGrid voxelise(const TriMesh& mesh, const VoxelSettings& settings, RunContext& run) {
+VoxelGrid voxelise(const TriMesh& mesh, const VoxelSettings& settings, RunContext& run,
+                   VoxelGrid::Words* surface) {
     run.log.append("\n\n[start voxelization]");
     const Timer timer;
     VoxelGrid grid = form_voxels(mesh, settings, run);
+    if (surface != nullptr) *surface = grid.occupied();
     mark_exposed_sides(grid, kSurfaceLine, run);
     drop_enclosed(grid);
     dilate(grid, -3, 1);

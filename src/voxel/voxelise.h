@@ -11,6 +11,9 @@ namespace povmesh {
 ///
 /// Works for open, inside-out and self-intersecting meshes as far as they enclose anything; see
 /// `form_voxels` and `find_outside`. Log: times, voxel size, number of voxels.
-VoxelGrid voxelise(const TriMesh& mesh, const VoxelSettings& settings, RunContext& run);
+///
+/// @param surface  null, or gets one bit a cell for those that the surface passes
+VoxelGrid voxelise(const TriMesh& mesh, const VoxelSettings& settings, RunContext& run,
+                   VoxelGrid::Words* surface = nullptr);
 
 }  // namespace povmesh

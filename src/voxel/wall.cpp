@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "voxel/distance.h"
+
 namespace povmesh {
 
 std::int64_t wall_limit(double thickness, double size) {
@@ -15,6 +17,15 @@ std::int64_t wall_limit(double thickness, double size) {
     double limit = std::max(std::floor(cells * cells) - 2 * cells - 2, 0.0);
     while (is_wall(limit)) ++limit;
     return static_cast<std::int64_t>(limit);
+}
+
+VoxelGrid::Words inner_surface(const VoxelGrid& grid, const VoxelGrid::Words& surface,
+                               std::int64_t squared_depth) {
+    VoxelGrid::Words inner = cells_within(grid, grid.outside(), squared_depth);
+    for (std::size_t w = 0; w < inner.size(); ++w) {
+        inner[w] = grid.occupied()[w] & surface[w] & ~inner[w];
+    }
+    return inner;
 }
 
 void drop_cells(VoxelGrid& grid, const VoxelGrid::Words& cells) {

@@ -13,6 +13,7 @@
 
 #include "analysis/stiffness.h"
 #include "base/parallel.h"
+#include "helpers/job.h"
 #include "helpers/shapes.h"
 #include "voxel/passes.h"
 
@@ -20,12 +21,6 @@ namespace povmesh::fem {
 namespace {
 
 using testing::HasSubstr;
-
-struct Context {
-    std::string text;
-    RunLog log{[this](std::string_view t) { text += t; }};
-    RunContext context{{}, log};
-};
 
 using Inside = std::function<bool(std::int32_t, std::int32_t, std::int32_t)>;
 
@@ -365,28 +360,28 @@ TEST(Model, LeavesNoHollowInARowAndNoNodeOutOfOrder) {
 }
 
 TEST(Model, RefusesWhatCannotMove) {
-    Context run;
+    Job job;
     Model model;
-    ASSERT_TRUE(build_model(grid_of(1, 1, 1, 2), model, run.log));
-    ASSERT_TRUE(fix_lowest_layer(model, run.log));
+    ASSERT_TRUE(build_model(grid_of(1, 1, 1, 2), model, job.log));
+    ASSERT_TRUE(fix_lowest_layer(model, job.log));
     EXPECT_EQ(model.free_dofs(), 12U);
-    EXPECT_EQ(run.text,
+    EXPECT_EQ(job.text,
               "\n-----------------------------------------------\n                start to do FEM"
               "\nnode    number: 8element number: 1\nfreeDoF number: 12\t");
     // All nodes at one height.
     Model flat;
     flat.signs.resize(4);
     flat.layer_nodes = {0, 4};
-    Context flat_run;
-    EXPECT_FALSE(fix_lowest_layer(flat, flat_run.log));
-    EXPECT_EQ(flat_run.text, "error when setting Force: DoF <= 0");
+    Job flat_job;
+    EXPECT_FALSE(fix_lowest_layer(flat, flat_job.log));
+    EXPECT_EQ(flat_job.text, "error when setting Force: DoF <= 0");
 }
 
 // "x 1 0 1: -0.25" for a force along x on the node at (1, 0, 1), counted from the lowest corner.
 std::set<std::string> loads_of(const Model& model, LoadCase load, std::string* text = nullptr) {
-    Context run;
-    const NodeField field = load_of(model, load, run.log);
-    if (text != nullptr) *text = run.text;
+    Job job;
+    const NodeField field = load_of(model, load, job.log);
+    if (text != nullptr) *text = job.text;
     const auto places = places_of(model);
     std::set<std::string> loads;
     for (std::size_t n = 0; n < places.size(); ++n) {
@@ -504,6 +499,37 @@ TEST(Loads, MissOrDoubleNoNode) {
     EXPECT_NEAR(weight, -8 * 1.5 * double{kDensity}, 1e-9);  // a quarter hangs on fixed nodes
 }
 
+TEST(Loads, EvenPressureLeavesOutNoFaceAndNoneTwice) {
+    // A staircase: what presses along an axis is its shadow there, 4 x 4, whatever the steps.
+    const Model stairs = model_of(
+        grid_of(4, 4, 5, 1, [](int x, int y, int z) { return z == 0 || z <= 1 + (x + y) % 4; }));
+    for (const auto& [load, axis, sum] : {std::tuple{LoadCase::PressureX, 0, -18.0},
+                                          {LoadCase::PressureNegX, 0, 18.0},
+                                          {LoadCase::PressureNegY, 1, 18.0},
+                                          {LoadCase::PressureZ, 2, -16.0}}) {
+        const NodeField field = load_of(stairs, load, {}, LoadRules::Even);
+        for (int a = 0; a < 3; ++a) {
+            double total = 0;
+            for (std::size_t n = 0; n < stairs.node_count(); ++n) {
+                total += double{field.axis(static_cast<std::size_t>(a))[n]};
+            }
+            // Of the faces at the side, 4 have two corners on the fixed layer.
+            EXPECT_NEAR(total, a == axis ? sum : 0, 1e-5) << static_cast<int>(load);
+        }
+    }
+}
+
+TEST(FemAnalysis, DoesNotPassOffWhatItDidNotSolve) {
+    Job job;
+    const TriMesh box = shapes::mesh_of(shapes::box({0, 0, 0}, {10, 10, 30}));
+    AnalysisOptions options{.voxel_size = 2};
+    EXPECT_TRUE(analyse(box, options, job.run).is_converged);
+    options.solve.most_steps = 3;
+    EXPECT_FALSE(analyse(box, options, job.run).is_converged);
+    options.load = LoadCase::RandomPoints;  // too few nodes for a point
+    EXPECT_FALSE(analyse(box, options, job.run).is_loaded);
+}
+
 TEST(Loads, RandomPointsDoNotChangeFromRunToRun) {
     EXPECT_EQ(loads_of(block(10, 10, 10), LoadCase::RandomPoints).size(), 0U);  // 3630 free DoFs
     const Model large = block(22, 22, 22);                                      // 34914: three
@@ -518,8 +544,8 @@ TEST(FemAnalysis, IsNotLedAstrayByPlaceThreadsOrLooseBodies) {
     shapes::SoupVector soup = shapes::box({0, 0, 0}, {20, 10, 30});
     shapes::append(soup, shapes::box({40, 0, 20}, {50, 10, 30}));  // hangs in the air
     shapes::move(soup, {1000, -200, 5});
-    Context run;
-    const EnergyField result = analyse(shapes::mesh_of(soup), 2, LoadCase::PressureZ, run.context);
+    Job job;
+    const EnergyField result = analyse(shapes::mesh_of(soup), {.voxel_size = 2}, job.run);
     ASSERT_TRUE(result.is_solved);
     float largest = 0;
     for (std::size_t i = 0; i < result.values.size(); ++i) {
@@ -534,20 +560,20 @@ TEST(FemAnalysis, IsNotLedAstrayByPlaceThreadsOrLooseBodies) {
          {"\nVoxel Num:", "\n | set PressureZdir    ,Force= 1.000000...\n | CG..",
           "sec.  iter:", "\n | compute Displacement...complete in  ",
           "\n | compute Energy...complete in  ", "\n---{success} fem_analysis : "}) {
-        EXPECT_THAT(run.text, HasSubstr(line));
+        EXPECT_THAT(job.text, HasSubstr(line));
     }
     // The same bits on one thread.
     const OneThread alone;
-    EXPECT_EQ(analyse(shapes::mesh_of(soup), 2, LoadCase::PressureZ, run.context).values,
-              result.values);
+    EXPECT_EQ(analyse(shapes::mesh_of(soup), {.voxel_size = 2}, job.run).values, result.values);
 }
 
 TEST(FemAnalysis, FailsWithoutVoxelsAndKeepsNaNWithoutLoad) {
-    Context run;
-    EXPECT_FALSE(analyse({}, 2, LoadCase::PressureZ, run.context).is_solved);
-    EXPECT_THAT(run.text, HasSubstr("\nVoxelization: 0 voxels --> break"));
-    const EnergyField still = analyse(shapes::mesh_of(shapes::box({0, 0, 0}, {9, 9, 9})), 2,
-                                      static_cast<LoadCase>(99), run.context);
+    Job job;
+    EXPECT_FALSE(analyse({}, {.voxel_size = 2}, job.run).is_solved);
+    EXPECT_THAT(job.text, HasSubstr("\nVoxelization: 0 voxels --> break"));
+    const EnergyField still =
+        analyse(shapes::mesh_of(shapes::box({0, 0, 0}, {9, 9, 9})),
+                {.voxel_size = 2, .load = static_cast<LoadCase>(99)}, job.run);
     ASSERT_TRUE(still.is_solved);
     EXPECT_EQ(still.steps, 0U);
     EXPECT_TRUE(std::isnan(still.values[0]));

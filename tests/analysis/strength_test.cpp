@@ -13,6 +13,7 @@
 
 #include "analysis/fem_analysis.h"
 #include "base/parallel.h"
+#include "helpers/job.h"
 #include "helpers/shapes.h"
 
 namespace povmesh {
@@ -22,12 +23,6 @@ using shapes::SoupVector;
 
 // The remeshing is tested elsewhere.
 constexpr double kCoarse = 5;
-
-struct Context {
-    std::string text;
-    RunLog log{[this](std::string_view t) { text += t; }};
-    RunContext context{{}, log};
-};
 
 // A bar along z of radius 12, 60 high, that is narrower in its middle.
 SoupVector hourglass() {
@@ -82,22 +77,22 @@ Weakest weakest_of(const TriMesh& mesh, const StrengthReport& report) {
 
 TEST(Strength, OverlooksNoWaistOrNeck) {
     for (const StrengthMethod method : {StrengthMethod::Sections, StrengthMethod::FiniteElements}) {
-        Context run;
+        Job job;
         TriMesh glass = shapes::mesh_of(hourglass());
         const StrengthReport report =
-            colour_strength(glass, {method, fem::LoadCase::PressureZ, kCoarse, 5}, run.context);
+            colour_strength(glass, {method, fem::LoadCase::PressureZ, kCoarse, 5}, job.run);
         ASSERT_TRUE(report.is_analysed);
         const Weakest weakest = weakest_of(glass, report);
         EXPECT_NEAR(weakest.place.z, 30, 4);
         EXPECT_THAT(weakest.colour, testing::ElementsAre(255, 100, 100));
-        EXPECT_THAT(run.text, testing::HasSubstr("\n---{success} strength_coloring : "));
-        EXPECT_THAT(run.text, testing::EndsWith(" sec.---\n"));
+        EXPECT_THAT(job.text, testing::HasSubstr("\n---{success} strength_coloring : "));
+        EXPECT_THAT(job.text, testing::EndsWith(" sec.---\n"));
     }
     // Pressed from above, a T is weakest where its arms begin.
-    Context run;
+    Job job;
     TriMesh t = shapes::mesh_of(letter_t());
     const StrengthReport report = colour_strength(
-        t, {StrengthMethod::FiniteElements, fem::LoadCase::PressureZ, kCoarse, 3}, run.context);
+        t, {StrengthMethod::FiniteElements, fem::LoadCase::PressureZ, kCoarse, 3}, job.run);
     const Vec3f neck = weakest_of(t, report).place;
     EXPECT_TRUE(std::abs(neck.x) < 9 && neck.z > 36) << neck.x << " " << neck.z;
 }
@@ -105,12 +100,12 @@ TEST(Strength, OverlooksNoWaistOrNeck) {
 TEST(Strength, TakesNoElementOfAnotherBucketAndSmoothsOnce) {
     // A mean extent of 100 from 0 on: analysed as it is. A long one makes places share a bucket.
     for (const Vec3f size : {Vec3f{100, 60, 140}, Vec3f{40, 24, 236}}) {
-        Context run;
+        Job job;
         TriMesh mesh = shapes::mesh_of(shapes::box({0, 0, 0}, size));
-        const fem::EnergyField fem = fem::analyse(mesh, 5, fem::LoadCase::CentreTop, run.context);
+        const fem::EnergyField fem =
+            fem::analyse(mesh, {.voxel_size = 5, .load = fem::LoadCase::CentreTop}, job.run);
         const StrengthReport report = colour_strength(
-            mesh, {StrengthMethod::FiniteElements, fem::LoadCase::CentreTop, kCoarse, 5},
-            run.context);
+            mesh, {StrengthMethod::FiniteElements, fem::LoadCase::CentreTop, kCoarse, 5}, job.run);
         const auto key = [](Vec3f p) {
             return (static_cast<int>(p.z / 10) * 11 + static_cast<int>(p.y / 10)) * 11 +
                    static_cast<int>(p.x / 10);
@@ -147,6 +142,54 @@ TEST(Strength, TakesNoElementOfAnotherBucketAndSmoothsOnce) {
     }
 }
 
+TEST(Strength, ShowsAPersonNoSeamsAndNoUnheldStrength) {
+    Job job;
+    StrengthOptions options{.edge_length = kCoarse, .rules = StrengthRules::Person};
+    SoupVector soup = shapes::box({0, 0, 0}, {18, 20, 22});
+    TriMesh box = shapes::mesh_of(soup);
+    const StrengthReport pressed = colour_strength(box, options, job.run);
+    EXPECT_TRUE(pressed.is_converged && pressed.loose_bodies == 0);
+    // Half way up, all sides bear the same.
+    float least = 1;
+    float most = 0;
+    for (std::size_t v = 0; v < box.vertices.size(); ++v) {
+        const Vec3f p = box.vertices[v].position();
+        const bool is_mid = std::min({p.x, 18 - p.x, p.y, 20 - p.y}) < 1e-3F &&
+                            std::abs(p.x - 9) < 6 && p.z > 14 && p.z < 20;
+        if (!is_mid) continue;
+        least = std::min(least, pressed.values[v]);
+        most = std::max(most, pressed.values[v]);
+    }
+    EXPECT_GT(least, 0.75F * most);
+
+    shapes::append(soup, shapes::box({40, 0, 5}, {58, 20, 27}));  // hangs in the air
+    TriMesh two = shapes::mesh_of(soup);
+    const StrengthReport report = colour_strength(two, options, job.run);
+    EXPECT_EQ(report.loose_bodies, 1U);
+    EXPECT_NEAR(report.loose_share, 0.5, 0.02);
+    for (const Face& face : two.faces) {
+        const bool is_loose = two.corner_position(face, 0).x > 30;
+        const bool is_grey = face.colour[0] == face.colour[1] && face.colour[1] == face.colour[2];
+        EXPECT_EQ(is_grey, is_loose);
+    }
+}
+
+TEST(Strength, MakesNoTriangleThatCoordinatesCannotHold) {
+    for (const float offset : {1e5F, 3e6F}) {
+        SoupVector soup = shapes::box({0, 0, 0}, {8, 10, 12});
+        shapes::move(soup, {offset, offset, offset});
+        TriMesh mesh = shapes::mesh_of(soup);
+        Job job;
+        const StrengthReport report = colour_strength(mesh, {.edge_length = 2}, job.run);
+        EXPECT_EQ(report.values.size(), mesh.vertices.size());
+        EXPECT_GE(mesh.faces.size(), 12U);
+        for (const Face& face : mesh.faces) {
+            const auto at = [&](std::size_t c) { return mesh.corner_position(face, c); };
+            EXPECT_FALSE(at(0) == at(1) || at(1) == at(2) || at(2) == at(0));
+        }
+    }
+}
+
 TEST(Strength, ScaleStaysWithinBlueAndRed) {
     using testing::ElementsAre;
     EXPECT_THAT(strength_colour(0), ElementsAre(100, 100, 255));
@@ -157,18 +200,15 @@ TEST(Strength, ScaleStaysWithinBlueAndRed) {
         EXPECT_THAT(strength_colour(t), ElementsAre(100, 100, 255));
     }
     EXPECT_THAT(strength_colour(1e300), ElementsAre(255, 100, 100));
-    EXPECT_EQ(strength_load(0), fem::LoadCase::PressureZ);
-    EXPECT_EQ(strength_load(1), fem::LoadCase::Pressure);
-    EXPECT_EQ(strength_load(7), fem::LoadCase::CentreTop);
 }
 
 TEST(Strength, MovesNoCornerAndNoColourWithThreads) {
     SoupVector soup = shapes::box({1000.1F, -7.3F, 0.7F}, {1013.7F, 4.9F, 9.1F});
     const TriMesh before = shapes::mesh_of(soup);
     TriMesh mesh = before;
-    Context run;
+    Job job;
     const StrengthOptions options{.edge_length = kCoarse, .voxel_size = 5};
-    colour_strength(mesh, options, run.context);
+    colour_strength(mesh, options, job.run);
     EXPECT_GT(mesh.faces.size(), 1000U);
     for (const Vertex& corner : before.vertices) {
         EXPECT_TRUE(std::any_of(mesh.vertices.begin(), mesh.vertices.end(), [&](const Vertex& v) {
@@ -178,7 +218,7 @@ TEST(Strength, MovesNoCornerAndNoColourWithThreads) {
     // The same bits on one thread.
     TriMesh again = before;
     const OneThread alone;
-    const StrengthReport report = colour_strength(again, options, run.context);
+    const StrengthReport report = colour_strength(again, options, job.run);
     ASSERT_EQ(again.faces.size(), mesh.faces.size());
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
         EXPECT_EQ(again.faces[f].colour, mesh.faces[f].colour);
@@ -187,11 +227,11 @@ TEST(Strength, MovesNoCornerAndNoColourWithThreads) {
 }
 
 TEST(Strength, PaintsWhatCannotBeAnalysedAsStrong) {
-    Context run;
+    Job job;
     TriMesh empty;
-    EXPECT_FALSE(colour_strength(empty, {}, run.context).is_analysed);
+    EXPECT_FALSE(colour_strength(empty, {}, job.run).is_analysed);
     TriMesh mesh = shapes::mesh_of(shapes::box({0, 0, 0}, {1, 1, 1}));
-    colour_strength(mesh, {StrengthMethod{5}, fem::LoadCase::PressureZ, kCoarse, 5}, run.context);
+    colour_strength(mesh, {StrengthMethod{5}, fem::LoadCase::PressureZ, kCoarse, 5}, job.run);
     EXPECT_EQ(mesh.faces[0].colour[2], 255);
     const float nan = std::numeric_limits<float>::quiet_NaN();
     for (const float bad : {nan, std::numeric_limits<float>::infinity(), 3e38F}) {
@@ -199,7 +239,7 @@ TEST(Strength, PaintsWhatCannotBeAnalysedAsStrong) {
             SoupVector soup = shapes::box({0, 0, 0}, {1, 1, 1});
             soup[10] = bad;
             mesh = shapes::mesh_of(soup);
-            colour_strength(mesh, {method, fem::LoadCase::PressureZ, kCoarse, 5}, run.context);
+            colour_strength(mesh, {method, fem::LoadCase::PressureZ, kCoarse, 5}, job.run);
         }
     }
 }

@@ -14,6 +14,13 @@
 
 namespace povmesh {
 
+/// The exported functions as a host has them: found by name, or linked.
+struct Exports {
+#define POVMESH_MEMBER(result, name, parameters) result(*name) parameters = nullptr;
+    POVMESH_FOR_EACH_EXPORT(POVMESH_MEMBER)
+#undef POVMESH_MEMBER
+};
+
 /// What a host passes in and gets back. Fresh outputs hold values that no function stores.
 struct Host {
     explicit Host(std::vector<float> soup);
@@ -39,7 +46,8 @@ struct Host {
     } out;
     std::uint64_t returned = 7777;
 
-    // The optional arrays are passed as null; every output and the progress cell are passed as null.
+    // The optional arrays are passed as null; every output and the progress cell are passed as
+    // null.
     bool bare = false;
     bool wants_nothing = false;
     bool wants_progress = true;
@@ -60,8 +68,8 @@ struct Call {
     std::string_view name;
     Result result;
     bool has_progress;  // takes a cell
-    // Progress values and trace lines in order. "build", "export" and "detect" stand for the in and out
-    // line of the step; "5 48" are the STL reader's.
+    // Progress values and trace lines in order. "build", "export" and "detect" stand for the in and
+    // out line of the step; "5 48" are the STL reader's.
     std::string_view events;
     void (*run)(const Exports& e, Host& h);
 
@@ -72,7 +80,7 @@ struct Call {
     bool remeshes() const {
         return name == "remeshFromData64" || name == "uniformRemeshFromColorData";
     }
-    bool paints() const { return name == "strengthColoringFromData"; }  // and analyses nothing
+    bool paints() const { return name == "strengthColoringFromData"; }   // and analyses nothing
     bool subdivides() const { return name.starts_with("subdivision"); }  // by two levels
     bool cuts() const { return name.ends_with("utFromData"); }  // with caps, at half height
     bool makes_voxels() const {

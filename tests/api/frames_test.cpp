@@ -11,9 +11,12 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "analysis/section_shapes.h"
+#include "api/host_numbers.h"
 #include "api/job.h"
 #include "api/slots.h"
 #include "calls.h"
+#include "helpers/job.h"
 #include "helpers/shapes.h"
 
 namespace {
@@ -45,7 +48,7 @@ using ::testing::ElementsAreArray;
 
 Exports linked() {
     Exports e;
-#define POVMESH_LINK(name) e.name = &::name;
+#define POVMESH_LINK(result, name, parameters) e.name = &::name;
     POVMESH_FOR_EACH_EXPORT(POVMESH_LINK)
 #undef POVMESH_LINK
     return e;
@@ -55,25 +58,18 @@ Host box_host() {
     return Host(shapes::box({0, 0, 0}, {2, 3, 4}));
 }
 
-// Records progress values and trace lines in the order in which they come; the summaries of the
-// operations themselves are tested with these.
-class Recorder {
-public:
-    Recorder() {
-        api::set_progress_observer(
-            [this](std::uint32_t percent) { events.push_back(std::to_string(percent)); });
-        api::set_log_sink([this](std::string_view text) {
-            if (text.starts_with("|> ")) events.emplace_back(text);
+// Records what the exports report; the summaries of operations are tested with these.
+struct Attached : Recorder {
+    Attached() {
+        api::set_progress_observer(observer);
+        api::set_log_sink([this](std::string_view more) {
+            if (more.starts_with("|> ")) sink(more);
         });
     }
-    ~Recorder() {
+    ~Attached() {
         api::set_progress_observer({});
         api::set_log_sink({});
     }
-    Recorder(const Recorder&) = delete;
-    Recorder& operator=(const Recorder&) = delete;
-
-    std::vector<std::string> events;
 };
 
 bool is_number(const std::string& word) {
@@ -125,7 +121,7 @@ TEST_F(Frames, WriteTheirProgressValuesAndTraceLinesInOrder) {
                 Host h = box_host();
                 h.path = file_opens ? box_file : missing;
                 h.wants_progress = has_cell;
-                Recorder recorder;
+                Attached recorder;
                 call.run(functions, h);
                 EXPECT_THAT(recorder.events,
                             ElementsAreArray(
@@ -235,7 +231,7 @@ TEST_F(Frames, FreeFunctionsFreeTheirSlotsInOrderAndOnce) {
 
         freed_arrays.clear();
         freed_arrays.reserve(arrays.size());
-        Recorder recorder;
+        Attached recorder;
         watched_arrays = &arrays;
         row.function();
         row.function();
@@ -256,59 +252,51 @@ TEST_F(Frames, HandSupportColumnsFromOneCallToTheNext) {
     shapes::SoupVector table = shapes::box({-2, -2, 0}, {2, 2, 21});
     shapes::append(table, shapes::box({-15, -15, 20}, {15, 15, 23}));
     const auto count = static_cast<std::uint32_t>(table.size() / 9);
-    float* columns = nullptr;
-    std::int32_t column_count = 0;
-    columnSupportAutoGenerate(table.data(), count, 3, 45, &columns, &column_count);
-    ASSERT_GT(column_count, 20);
-    for (std::int32_t i = 0; i < column_count; ++i) {
-        // Two units beyond the gap that the voxels of one unit have.
-        EXPECT_NEAR(columns[6 * i + 2], 21.5, 1);
-        EXPECT_THAT(std::vector<float>(columns + 6 * i + 3, columns + 6 * i + 6),
-                    ::testing::ElementsAre(columns[6 * i], columns[6 * i + 1], 0));
-    }
-    float* points = nullptr;
-    std::uint32_t* sizes = nullptr;
-    std::uint32_t point_count = 0;
-    std::uint32_t polygon_count = 0;
-    columnSupportToSlicerExPolygons(table.data(), count, columns, column_count, 3, 0.25F, &points,
-                                    &point_count, &sizes, &polygon_count);
-    // All below the table, and a few that stand out at its sides.
-    EXPECT_GE(polygon_count, 80 * static_cast<std::uint32_t>(column_count));
-    EXPECT_EQ(std::accumulate(sizes, sizes + polygon_count, 0U), point_count);
-    EXPECT_NEAR(points[3 * std::size_t{point_count} - 1], 21.5, 1);
-    freeColumnSupportPreviewArray();
-    freeColumnSupportExPolygons();
-
-    // Nothing found: outputs as they were.
-    columnSupportAutoGenerate(table.data(), 12, 3, 45, &columns, &column_count);
-    EXPECT_GT(column_count, 20);
+    Host h(table);
+    columnSupportAutoGenerate(table.data(), count, 3, 45, &h.out.tables[0], &h.out.column_count);
+    ASSERT_GT(h.out.column_count, 20);
+    EXPECT_GT(h.out.tables[0][2], 20);  // hosts get ends within the overhang,
+    EXPECT_EQ(h.out.tables[0][5], 0);   // and z = 0 for the plate
+    columnSupportToSlicerExPolygons(table.data(), count, h.out.tables[0], h.out.column_count, 3,
+                                    0.25F, &h.out.tables[1], &h.out.count, &h.out.sizes,
+                                    &h.out.second_count);
+    EXPECT_GE(h.out.second_count, 80 * static_cast<std::uint32_t>(h.out.column_count));
+    EXPECT_EQ(std::accumulate(h.out.sizes, h.out.sizes + h.out.second_count, 0U), h.out.count);
 }
 
-TEST_F(Frames, TellWhereAModelIsWeak) {
+TEST_F(Frames, TellAllSectionsOrWeakOnesByTheLowBitsOfTheOption) {
     shapes::SoupVector waisted = shapes::sphere(30, 5);
     for (std::size_t i = 0; i < waisted.size(); i += 3) {
         const float squeeze = 0.1F + 0.9F * std::abs(waisted[i + 2]) / 30;
         waisted[i] *= squeeze;
         waisted[i + 1] *= squeeze;
-        waisted[i + 2] += 7;
     }
     const auto count = static_cast<std::uint32_t>(waisted.size() / 9);
-    std::uint32_t section_count = 0;
-    float* centres = nullptr;
-    float* normals = nullptr;
-    float* scores = nullptr;
-    // Bits beyond the low 8 of the option are not read.
-    weaknessDetect(waisted.data(), count, &centres, &normals, &scores, &section_count, 0x10001);
-    ASSERT_EQ(section_count, 1U);
-    EXPECT_NEAR(centres[2], 7, 1.5);
-    EXPECT_NEAR(std::hypot(centres[0], centres[1]), 0, 0.1);
-    EXPECT_EQ(std::vector<float>(normals, normals + 3), (std::vector<float>{0, 0, 1}));
-    EXPECT_EQ(scores[0], 100);
+    Host h(waisted);
+    for (const std::uint64_t option : {0x10001U, 0x100U}) {
+        weaknessDetect(waisted.data(), count, &h.out.tables[0], &h.out.tables[1], &h.out.tables[2],
+                       &h.out.count, option);
+        ASSERT_GT(h.out.count, 0U);
+        EXPECT_EQ(h.out.count == 1, option == 0x10001U);
+        EXPECT_NEAR(h.out.tables[0][2], 0, 1.5) << "centre";
+        EXPECT_EQ(h.out.tables[1][2], 1) << "normal";
+        EXPECT_EQ(h.out.tables[2][0], 100) << "score";
+        freeAllArray();
+    }
+    // Two flanges on a thin bar, 48 triangles: with half of them it would be another body.
+    const shapes::SoupVector bar =
+        shapes::lathe({{10, 0}, {10, 10}, {3, 10.01}, {3, 40}, {10, 40.01}, {10, 50}}, 4);
+    weaknessDetect(bar.data(), static_cast<std::uint32_t>(bar.size() / 9), &h.out.tables[0],
+                   &h.out.tables[1], &h.out.tables[2], &h.out.count, 1);
+    ASSERT_EQ(h.out.count, 1U);
+    EXPECT_NEAR(h.out.tables[0][2], 25, 1);
     freeAllArray();
-    weaknessDetect(waisted.data(), count, &centres, &normals, &scores, &section_count, 0x100);
-    EXPECT_GT(section_count, 100U);
-    EXPECT_TRUE(std::is_sorted(scores, scores + section_count, std::greater<>()));
-    EXPECT_NEAR(centres[2], 7, 1.5);
+}
+
+TEST(HostNumbers, LoadsAreThoseOfTheirNumber) {
+    EXPECT_EQ(api::load_case(0), fem::LoadCase::PressureZ);
+    EXPECT_EQ(api::load_case(1), fem::LoadCase::Pressure);
+    EXPECT_EQ(api::load_case(7), fem::LoadCase::CentreTop);
 }
 
 TEST_F(Frames, LetExceptionsPassAndAreReadyAfterwards) {

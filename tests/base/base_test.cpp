@@ -94,6 +94,16 @@ TEST(ParallelFor, VisitsEveryIndexOnceAndSumsByBlocks) {
     }
 }
 
+// Out of a thread that the runtime started, an exception would end the process.
+TEST(ParallelFor, LackOfMemoryReachesTheCaller) {
+    for (const std::size_t count : {std::size_t{1}, 50 * kParallelBlock}) {
+        const auto fail = [&](std::size_t i) {
+            if (i + 1 == count) throw std::bad_alloc();
+        };
+        EXPECT_THROW(parallel_for(count, fail), std::bad_alloc) << count;
+    }
+}
+
 TEST(Blocks, AreAlignedAndWritableAndTheirSizeDoesNotWrap) {
     for (const std::size_t bytes :
          {std::size_t{0}, std::size_t{1}, std::size_t{3} << 20, (std::size_t{64} << 20) + 1}) {

@@ -225,6 +225,9 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
     SoupVector nowhere = cube();
     nowhere[0] = std::numeric_limits<float>::infinity();
     write_stl_file("infinite.stl", nowhere);
+    SoupVector near_most = cube();
+    for (float& x : near_most) x *= 3.3e37F;
+    write_stl_file("near_most.stl", near_most);
     write_stl_file("two.stl", together(cube(), {moved(cube(), {20, 0, 0})}));
     write("cut.stl", read("cube.stl").substr(0, 400));
     write("empty.stl", "");
@@ -265,11 +268,13 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
         {{"render", "cube.stl", "--compare", "cut.stl", "-o", "x.png"},
          3,
          {"cut.stl", "truncated"}},
-        {{"convert", "infinite.stl", "new.obj"}, 6, {"new.obj", "infinite", "write STL"}},
+        {{"convert", "infinite.stl", "new.obj"}, 6, {"new.obj", "infinite"}},
         {{"repair", "cube.stl"}, 2, {"--output is required"}},
         {{"repair", "cube.stl", "-o", "new.ply"}, 2, {"new.ply", "ends in .stl or .obj"}},
         {{"repair", "cut.stl", "-o", "new.stl"}, 3, {"cut.stl", "truncated"}},
         {{"repair", "cube.stl", "-o", "nowhere/new.stl"}, 6, {"nowhere/new.stl"}},
+        {{"reduce", "infinite.stl", "-o", "new.stl", "--keep", "1"}, 1, {"povmesh repair takes"}},
+        {{"subdivide", "near_most.stl", "-o", "new.stl"}, 1, {"make the model smaller"}},
         {{"repair", "cube.stl", "-o", "new.stl", "--drop-tiny", "1001"}, 1, {"nothing is written"}},
         {{"repair", "cube.stl", "-o", "new.stl", "--drop-tiny", "-1"}, 2, {"'-1'", "at least 0"}},
         {{"repair", "cube.stl", "-o", "new.stl", "--drop-tiny", "nan"}, 2, {"'nan'"}},
@@ -356,6 +361,37 @@ TEST_F(ToolTest, WarningsGoToStandardErrorUnlessQuiet) {
     EXPECT_EQ(run({"convert", "--quiet", "long.stl", "out.stl"}).err, "");
     EXPECT_THAT(run({"check", "long.stl"}).out, HasSubstr("14 bytes"));
     EXPECT_THAT(run({"check", "-q", "long.stl"}).out, testing::Not(HasSubstr("14 bytes")));
+}
+
+TEST_F(ToolTest, WhatWasNotReadWholeIsToldAndNeverWrittenOverItself) {
+    const SoupVector soup = shapes::sphere(10, 2);
+    write_stl_file("all.stl", soup);
+    std::string fewer = read("all.stl");
+    fewer[80] = 100;
+    fewer[81] = 0;
+    write("fewer.stl", fewer);
+    const ToolResult other = run({"convert", "fewer.stl", "out.stl"});
+    EXPECT_EQ(other.status, 0);
+    EXPECT_THAT(other.err, HasSubstr("fewer.stl: 220 triangles left out behind the 100 that the"));
+    for (const auto& arguments : {std::vector<std::string>{"convert", "fewer.stl", "./fewer.stl"},
+                                  {"repair", "fewer.stl", "-o", "fewer.stl"},
+                                  {"reduce", "fewer.stl", "-o", "fewer.stl", "--keep", "0.5"}}) {
+        const ToolResult same = run(arguments);
+        EXPECT_EQ(same.status, 6) << arguments[0];
+        EXPECT_THAT(same.err, HasSubstr("was not read whole")) << arguments[0];
+    }
+    EXPECT_EQ(read("fewer.stl"), fewer);
+
+    write("commas.stl", "facet\nvertex 0 0 0 vertex 9,5 0 0 vertex 0 9,5 0 endfacet");
+    write("commas.obj", "v 0 0 0\nv 9,5 0 0\nv 0 9,5 0\nf 1 2 3\n");
+    write("short.obj", "v 0 0 0\nv 9 0 0\nv 0 9 0\nf 1 2 3\nf 1 2\n");
+    for (const char* name : {"commas.stl", "commas.obj"}) {
+        const ToolResult result = run({"convert", name, "out.stl"});
+        EXPECT_EQ(result.status, 3);
+        EXPECT_THAT(result.err, HasSubstr("line 2: \"9,5\" is not a decimal number"));
+    }
+    EXPECT_THAT(run({"convert", "short.obj", "out.stl"}).err,
+                HasSubstr("line 5: face of fewer than three corners left out"));
 }
 
 TEST_F(ToolTest, RenderWritesAPngOfTheSizeAskedFor) {

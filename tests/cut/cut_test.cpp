@@ -12,6 +12,7 @@
 
 #include "cut/pieces.h"
 #include "cut/solids.h"
+#include "helpers/job.h"
 #include "helpers/shapes.h"
 #include "mesh/shells.h"
 
@@ -113,11 +114,9 @@ CutPlane level(float z) {
 
 std::vector<TriMesh> cut_with(TriMesh mesh, const CutOptions& options,
                               std::string* text = nullptr) {
-    RunLog log([text](std::string_view more) {
-        if (text != nullptr) *text += more;
-    });
-    RunContext run{{}, log};
-    cut_models(mesh, options, run);
+    Job job;
+    cut_models(mesh, options, job.run);
+    if (text != nullptr) *text = job.text;
     return std::move(mesh.parts);
 }
 

@@ -16,6 +16,7 @@
 #include "mesh/shells.h"
 #include "mesh/volume.h"
 #include "remesh/revise.h"
+#include "spatial/self_intersection.h"
 
 namespace povmesh {
 namespace {
@@ -95,6 +96,27 @@ TEST(Drains, AreClosedOrTakeTooMuch) {
         const double section = 16 * radius * radius * std::sin(std::numbers::pi / 16);
         EXPECT_NEAR(bottom_area(test.shell.mesh) - bottom_area(mesh), section * test.at_bottom,
                     0.01);
+    }
+}
+
+// Across an outer edge, over a corner, and holes that touch along a line.
+TEST(Drains, CrossTheSurfaceOrEachOther) {
+    const Shell box = shell_of(kBox, kSmallerBox);
+    const std::vector<std::vector<Drain>> cases = {{{{30, 0, -30}, 2}},
+                                                   {{{29, 0, -30}, 2}},
+                                                   {{{30, 30, -30}, 2}},
+                                                   {{{0, 0, -30}, 2}, {{4, 0, -30}, 2}},
+                                                   {{{0, 0, -30}, 2}, {{0, 4, -30}, 2}}};
+    for (const std::vector<Drain>& drains : cases) {
+        TriMesh mesh = box.mesh;
+        EXPECT_EQ(sealed_cavities(mesh).count, 1U);
+        for (const DrainReport& report : cut_drains(mesh, box.model_faces, 3, drains)) {
+            EXPECT_EQ(report.outcome, DrainOutcome::Done);
+            EXPECT_LT(report.wall_depth, 5.5);  // straight through a corner it is 5.2
+        }
+        EXPECT_TRUE(reference::is_closed_manifold(mesh));
+        EXPECT_EQ(find_self_intersections(mesh, 0).count, 0U) << drains[0].place.x;
+        EXPECT_EQ(sealed_cavities(mesh).count, 0U);
     }
 }
 

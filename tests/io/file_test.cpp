@@ -240,6 +240,34 @@ TEST(ReplacementFile, RespectsPermissions) {
     ASSERT_EQ(chmod((folder / "closed").c_str(), 0755), 0);
 }
 
+// In a sticky folder nobody may put a file in the place of another owner's, but may write that.
+TEST(ReplacementFile, WritesInPlaceWhatItMayNotReplace) {
+    if (geteuid() != 0) GTEST_SKIP() << "only the administrator can make a file of another owner";
+    const TemporaryFolder folder;
+    const std::string path = put_file(folder / "part.stl", "old and longer than the new");
+    ASSERT_EQ(chmod(path.c_str(), 0666), 0);
+    ASSERT_EQ(chmod(folder.path().c_str(), 01777), 0);
+    const ino_t inode = inode_of(path);
+    const auto as_nobody = [&](rlim_t most_bytes, const std::string& content) {
+        return in_child([&]() -> std::string {
+            const rlimit limit{most_bytes, most_bytes};
+            if (signal(SIGXFSZ, SIG_IGN) == SIG_ERR || !become_nobody()) return "no set-up";
+            ReplacementFile file;
+            if (!file.open(path).ok() || !file.write(content).ok()) return "not written";
+            if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return "no limit";
+            return file.commit().text();
+        });
+    };
+    EXPECT_EQ(as_nobody(RLIM_INFINITY, "new"), "");
+    EXPECT_EQ(content_of(path), "new");
+    EXPECT_EQ(inode_of(path), inode);
+    EXPECT_EQ(folder.entry_count(), 1);
+    // When the disk is full half-way, the new content is still there under its other name.
+    const std::string message = as_nobody(2, "newer");
+    EXPECT_THAT(message, HasSubstr("; its new content is in "));
+    EXPECT_EQ(content_of(message.substr(message.rfind(' ') + 1)), "newer");
+}
+
 TEST(ReplacementFile, FullDiskLeavesTheOldFile) {
     const TemporaryFolder folder;
     const std::string path = put_file(folder / "part.stl", "old");

@@ -14,6 +14,7 @@
 
 #include "helpers/shapes.h"
 #include "mesh/build_f.h"
+#include "mesh/compact.h"
 #include "temporary_folder.h"
 
 namespace povmesh {
@@ -29,9 +30,9 @@ struct Read {
     Status status;
 };
 
-Read parse(const std::string& text, bool resolve = false) {
+Read parse(const std::string& text, bool strict = false) {
     Read read;
-    read.status = parse_obj(text, "part.obj", {resolve}, read.mesh, read.info);
+    read.status = parse_obj(text, "part.obj", {strict}, read.mesh, read.info);
     return read;
 }
 
@@ -55,6 +56,9 @@ TEST(ObjReader, TakesFacesAsTheLinesSay) {
         {kPoints + "f 1 2 3 # 4\n#f 1 2 3\n", 1, {-1}},
         {kPoints + "f 1 2 \\\n3 \\\r\n4\n", 2, {-1, -1}},
         {kPoints + "f 1 2 3\\", 1, {-1}},
+        {"# made in c:\\\n" + kPoints + "f 1 2 3 # c:\\\nf 1 2 4 \\\n # c:\\\nf 1 3 4\n",
+         3,
+         {-1, -1, -1}},  // a comment joins nothing
         {kPoints + "\tf\t1 \v2\f 3 \r\n o x\ng f 1 2 3\nff 1 2 3\n", 1, {-1}},
         {kPoints + "f 1x 2.9 3abc\n", 1, {-1}},  // leading digits
         {kPoints + "f 1 1 2\n", 0, {}},          // welds
@@ -125,6 +129,41 @@ TEST(ObjReader, NumbersThatNameNothingAreNeverFollowed) {
         EXPECT_THAT(status.text(), HasSubstr("part.obj: line 7: "))
             << face << ", the first of the joined lines";
     }
+}
+
+TEST(ObjReader, StrictReadingGuessesAtNoNumber) {
+    const std::string sound = kPoints + "vt 0 0\nvt 1 0\nvt 0 1\nf 1 2 3\n";
+    const struct {
+        const char *line, *message;
+    } errors[] = {
+        {"v 10 10,5 10", "\"10,5\" is not a decimal number; write a point instead of the comma"},
+        {"v 10 nan 10", "\"nan\" is not a decimal number"},
+        {"v abc 10 10", "\"abc\" is not a decimal number"},
+        {"v 1 2 3x", "\"3x\" is not a decimal number"},
+        {"v 10 10", "\"v\" has fewer than three numbers"},
+        {"v 10 10 # 10", "\"v\" has fewer than three numbers"},
+        {"f 4 1 5 1.5", "\"1.5\" names no vertex"},
+        {"f 1 2 +", "\"+\" names no vertex"},
+        {"f 1 2 3/1x", "\"3/1x\" names no texture coordinate"},
+        {"f 1 2 3 4/1/1/1", "\"4/1/1/1\" has more than three parts"},
+    };
+    for (const auto& c : errors) {
+        const Status status = parse(sound + c.line + "\n", true).status;
+        EXPECT_EQ(status.text().substr(0, 19), "part.obj: line 10: ") << c.line;
+        EXPECT_THAT(status.text(), HasSubstr(c.message)) << c.line;
+        EXPECT_TRUE(parse(sound + c.line + "\n").status.ok() || c.line[0] == 'f') << c.line;
+    }
+    const Read read = parse(sound +
+                                "f 1 2\nf\nv 1 2 3 nan 0 0\nv 1 2 3 0,5 1 1\nv 1 2 3 1\n"
+                                "v 1 2 3 # x\nvt x\nvt 1\nvt 1 # x\nvt 1 1 1\n",
+                            true);
+    EXPECT_TRUE(read.status.ok()) << read.status.text();
+    EXPECT_EQ(read.info.short_faces.count, 2U);
+    EXPECT_EQ(read.info.short_faces.first, 10U);
+    EXPECT_EQ(read.info.bad_colours.count, 2U);
+    EXPECT_EQ(read.info.bad_colours.first, 12U);
+    EXPECT_EQ(read.info.bad_textures.count, 1U);
+    EXPECT_EQ(read.info.bad_textures.first, 16U);
 }
 
 TEST(ObjReader, CoordinatesAreTheNearestFloats) {
@@ -230,7 +269,6 @@ std::multiset<std::array<Corner, 3>> faces_of(const TriMesh& mesh) {
                 const auto& t = mesh.texture_coordinates[static_cast<std::size_t>(face.uv[c])];
                 corners[c][5] = std::bit_cast<std::uint32_t>(static_cast<float>(t.u));
                 corners[c][6] = std::bit_cast<std::uint32_t>(static_cast<float>(t.v));
-                corners[c][3] = 0xFFFFFF;  // a file keeps the colours of untextured faces only
             }
         }
         faces.insert(corners);
@@ -257,6 +295,23 @@ TEST(ObjWriter, ExactFilesBringEverythingBack) {
     ASSERT_TRUE(read_obj(folder / "a.obj", {true}, back, info).ok());
     EXPECT_EQ(faces_of(back), faces_of(mesh));
     EXPECT_EQ(content_of(folder / "a.obj").find("mtllib"), std::string::npos);
+}
+
+TEST(ObjWriter, ExactTextureCoordinatesKeepTheirDigitsAndAreSharedAgain) {
+    const TemporaryFolder folder;
+    const std::string text =
+        "vt 0.1 0.7\nvt 0.123456789012345 -1e-07\nvt 1 0\n"
+        "v 0 0 0 1.00000 0.50197 0.00000\nv 1 0 0 1.00000 1.00000 1.00000\n"
+        "v 0 1 0 1.00000 1.00000 1.00000\nv 1 1 0 1.00000 1.00000 1.00000\n"
+        "usemtl 0\nf 1/1 2/2 3/3\nf 2/2 4/1 3/3\n";
+    for (const bool is_rounded : {false, true}) {  // as operations leave it, and as it was read
+        Read read = parse(text, true);
+        if (is_rounded) compact(read.mesh);
+        ASSERT_TRUE(write_obj(read.mesh, folder / "a.obj", {true}).ok());
+        std::string expected = text;
+        if (is_rounded) expected.replace(expected.find("0.123456789012345"), 17, "0.12345679");
+        EXPECT_EQ(content_of(folder / "a.obj"), expected);
+    }
 }
 
 TEST(BuildFromDoubles, WeldsBySixDecimalsWithinACell) {

@@ -178,9 +178,17 @@ TEST(AsciiStl, ReadsTheWordsOfFacetsAndNothingElse) {
          "line 2: facet with 4 corners"},
         {"six corners", facet(1, 6), {1, 2, 3, 4, 5, 6}, ""},
         {"numbers",
-         "facet vertex +1.5e0x 0 0 vertex 2,9 0 0 vertex .3e1 0 0 endfacet",
+         "facet vertex +1.5e0 0 0 vertex 2. 0 0 vertex .3e1 0 0 endfacet",
          {1.5F, 2, 3},
          ""},
+        {"decimal commas",
+         "facet vertex 1 0 0\nvertex 2,75 0 0 vertex 3 0,5 0 endfacet",
+         {1, 2, 3},
+         "line 2: \"2,75\" is not a decimal number; write a point instead of the comma"},
+        {"text behind a number",
+         "facet vertex 1.0d0 0 0" + corners(2, 2) + " endfacet",
+         {1, 2, 3},
+         "\"1.0d0\""},
         {"saturates",
          "facet vertex 1e39 0 0 vertex -1e999 0 0 vertex 1e-999 0 0",
          {kMost, -kMost, 0},
@@ -247,7 +255,7 @@ TEST(AsciiStl, WordsLongerThanTheBufferCountOnce) {
         const std::string start = words.str();
         Array<float> got;
         const std::string bad = start + "c0";
-        EXPECT_EQ(parse_ascii_stl(bytes_of(bad), false, got, 64).bad_number, start.size());
+        EXPECT_EQ(parse_ascii_stl(bytes_of(bad), false, got, 64).bad_number, start.find(" 1") + 1);
         words << "2" << filler << corners(4, 2) << " endfacet";
         const std::string good = words.str();
         const AsciiStlResult result = parse_ascii_stl(bytes_of(good), false, got, 64);
@@ -309,7 +317,9 @@ TEST(Stl, NeverBelievesTheCount) {
         EXPECT_EQ(status.text(), read.status.text()) << c.what;
     }
     EXPECT_EQ(read_bytes(exact + "1234567").info.trailing_bytes, 7U);
-    EXPECT_EQ(read_bytes(binary_stl(box, 7)).info.trailing_bytes, 250U);
+    EXPECT_EQ(read_bytes(exact + "1234567").info.records_left_out, 0U);
+    EXPECT_EQ(read_bytes(binary_stl(box, 7)).info.records_left_out, 5U);
+    EXPECT_EQ(read_bytes(binary_stl(box, 7).substr(0, 684 - 2)).info.records_left_out, 5U);
     EXPECT_EQ(read_bytes(huge).info.promised_triangles, 0xFFFFFFFFU);
 }
 

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "helpers/job.h"
 #include "helpers/reference.h"
 #include "helpers/shapes.h"
 #include "mesh/edge_mates.h"
@@ -25,11 +26,9 @@ using shapes::mesh_of;
 using shapes::SoupVector;
 
 TriMesh remeshed(TriMesh mesh, const RemeshOptions& options, std::string* caution = nullptr) {
-    RunLog log([&](std::string_view text) {
-        if (caution != nullptr) *caution += text;
-    });
-    RunContext run{{}, log};
-    remesh(mesh, options, run);
+    Job job;
+    remesh(mesh, options, job.run);
+    if (caution != nullptr) *caution = job.text;
     EXPECT_TRUE(is_consistent(mesh));
     return mesh;
 }

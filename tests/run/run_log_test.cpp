@@ -25,7 +25,8 @@ TEST(RunLog, ComposesTheTextsInOrder) {
     log.value("hollow volume", -0.0000005);
     log.value("a label beyond the column", "text");
     log.caution("hollow nothing!\n");
-    log.success("cut", 12.3456789);
+    log.success("cut", 12.3456789, " sec.");
+    log.success("fem_analysis", 1);
     log.failure("lampshade preview", "thin object caution ");
     EXPECT_THAT(texts,
                 testing::ElementsAre(
@@ -33,7 +34,8 @@ TEST(RunLog, ComposesTheTextsInOrder) {
                     "|> TestDll : Start free poly arrays", "\n---start executing light weight---",
                     "\nthickness    : 2.500000", "\nhollow volume: -0.000000",
                     "\na label beyond the column: text", "\n[Caution] hollow nothing!\n",
-                    "\n---{success} cut : 12.345679sec.---\n",
+                    "\n---{success} cut : 12.345679 sec.---\n",
+                    "\n---{success} fem_analysis : 1.000000sec.---\n",
                     "\n---{failure} lampshade preview: thin object caution \n"));
 }
 

@@ -30,7 +30,9 @@ constexpr double kSpacing = 3;
 Array<Column> columns_of(const TriMesh& mesh, const ColumnOptions& options) {
     RunLog log;
     RunContext run{{}, log};
-    return find_columns(mesh, options, run);
+    Array<Column> columns;
+    (void)find_columns(mesh, options, run, columns);
+    return columns;
 }
 
 // A box whose lower side slants from `left` to `right`.
@@ -97,6 +99,46 @@ SoupVector leaning(double degrees) {
     const auto run = static_cast<float>(30 * std::tan(degrees * std::numbers::pi / 180));
     SoupVector soup = shapes::box({-4, -8, 0}, {4, 8, 30});
     for (std::size_t i = 0; i < soup.size(); i += 3) soup[i] += soup[i + 2] > 0 ? run : 0;
+    return soup;
+}
+
+// Lies along x, its middle at the origin.
+SoupVector rod(float radius, float length) {
+    SoupVector soup;
+    constexpr int kSides = 32;
+    const auto at = [&](int k, float x) {
+        const double angle = 2 * std::numbers::pi * (k + 0.5) / kSides;
+        return std::array{x, radius * static_cast<float>(std::cos(angle)),
+                          radius * static_cast<float>(std::sin(angle))};
+    };
+    const float end = length / 2;
+    for (int k = 0; k < kSides; ++k) {
+        const std::array corners = {at(k, -end),
+                                    at(k + 1, end),
+                                    at(k, end),
+                                    at(k, -end),
+                                    at(k + 1, -end),
+                                    at(k + 1, end),
+                                    std::array{-end, 0.0F, 0.0F},
+                                    at(k + 1, -end),
+                                    at(k, -end),
+                                    std::array{end, 0.0F, 0.0F},
+                                    at(k, end),
+                                    at(k + 1, end)};
+        for (const auto& c : corners) soup.insert(soup.end(), c.begin(), c.end());
+    }
+    return soup;
+}
+
+// A cone upside down, too steep to hang over anywhere.
+SoupVector spike(float height) {
+    SoupVector soup = shapes::turned(shapes::fan(24, height));
+    shapes::append(soup, shapes::fan(24, 0));
+    for (std::size_t i = 0; i < soup.size(); i += 3) {
+        soup[i] *= 0.003F;
+        soup[i + 1] *= 0.003F;
+        soup[i + 2] = -soup[i + 2];
+    }
     return soup;
 }
 
@@ -207,6 +249,28 @@ double nearest(const Array<Column>& columns, double x, double y, double z) {
     return least;
 }
 
+// Of the area that hangs over higher than `gap`, how much has no column within so many spacings.
+double share_far_away(const TriMesh& mesh, double angle, const Array<Column>& columns, double gap,
+                      double spacings, double step = 1.3) {
+    const Box3f box = finite_bounds(mesh);
+    std::size_t asked = 0;
+    std::size_t far = 0;
+    const int steps_x = static_cast<int>(double{box.extent().x} / step);
+    const int steps_y = static_cast<int>(double{box.extent().y} / step);
+    for (int i = 0; i < steps_x; ++i) {
+        for (int k = 0; k < steps_y; ++k) {
+            const double x = double{box.low.x} + 0.137 + step * i;
+            const double y = double{box.low.y} + 0.173 + step * k;
+            for (const Overhang& over : overhangs(mesh, x, y)) {
+                if (over.angle > 90 - angle - 2 || over.z - over.floor < gap) continue;
+                ++asked;
+                far += nearest(columns, x, y, over.z) > spacings * kSpacing ? 1 : 0;
+            }
+        }
+    }
+    return asked == 0 ? 0 : static_cast<double>(far) / static_cast<double>(asked);
+}
+
 // Every column holds something, stands free and on something; every wide overhang has columns.
 void expect_good_columns(const TriMesh& mesh, double angle, const Array<Column>& columns,
                          const std::string& what, double most_far = 0) {
@@ -232,23 +296,7 @@ void expect_good_columns(const TriMesh& mesh, double angle, const Array<Column>&
         }
         EXPECT_TRUE(is_held_up) << where << " to " << column.bottom.z;
     }
-    const Box3f box = finite_bounds(mesh);
-    std::size_t asked = 0;
-    std::size_t far = 0;
-    const int steps_x = static_cast<int>(box.extent().x / 1.31F);
-    const int steps_y = static_cast<int>(box.extent().y / 1.27F);
-    for (int i = 0; i < steps_x; ++i) {
-        for (int k = 0; k < steps_y; ++k) {
-            const double x = double{box.low.x} + 0.137 + 1.31 * i;
-            const double y = double{box.low.y} + 0.173 + 1.27 * k;
-            for (const Overhang& over : overhangs(mesh, x, y)) {
-                if (over.angle > 90 - angle - 2 || over.z - over.floor < 8) continue;
-                ++asked;
-                far += nearest(columns, x, y, over.z) > 1.4 * kSpacing ? 1 : 0;
-            }
-        }
-    }
-    EXPECT_LE(static_cast<double>(far), most_far * static_cast<double>(asked)) << what << asked;
+    EXPECT_LE(share_far_away(mesh, angle, columns, 8, 1.4), most_far) << what;
 }
 
 TEST(Columns, StandUnderWhatHangsOverAndNowhereElse) {
@@ -313,6 +361,49 @@ TEST(Columns, LeaveGrainAloneButHoldTips) {
     EXPECT_EQ(columns.size(), columns_of(shapes::mesh_of(letter_t()), {}).size());
 }
 
+// Balls and rods that begin in mid-air, at every place between the rows.
+TEST(Columns, AreUnderWhateverBeginsInMidAir) {
+    const struct {
+        const char* what;
+        double width;  // of what begins
+        SoupVector soup;
+    } bodies[] = {
+        {"ball of 6", 6, shapes::sphere(3, 3)},
+        {"ball of 3", 3, shapes::sphere(1.5F, 3)},
+        {"ball of 0.6", 0.6, shapes::sphere(0.3F, 2)},
+        {"rod of 3.5", 3.5, rod(1.75F, 30)},
+        {"rod of 4.2", 4.2, rod(2.1F, 30)},
+        {"rod of 0.2", 0.2, rod(0.1F, 30)},
+        {"tip", 0.2, spike(10)},
+    };
+    for (const auto& body : bodies) {
+        for (const bool adds_between : {false, true}) {
+            for (int i = 0; i < 13; ++i) {
+                SoupVector soup = shapes::box({-25, -25, 0}, {25, 25, 1});  // holds the rows still
+                SoupVector placed = body.soup;
+                const auto step = [](int k) { return 0.017F + 0.24F * static_cast<float>(k); };
+                const Vec3f at{step(i), step(5 * i % 13), 18};
+                shapes::move(placed, at);
+                shapes::append(soup, placed);
+                ColumnOptions options;
+                options.ends_at_surface = options.adds_between = adds_between;
+                const Array<Column> columns = columns_of(shapes::mesh_of(soup), options);
+                // In rows alone a column may stand beside what is narrower than the way between.
+                const double reach =
+                    body.width / 2 + (adds_between ? column_half_side(kSpacing) : kSpacing / 2);
+                const bool is_rod = body.what[0] == 'r';
+                const bool is_held =
+                    std::any_of(columns.begin(), columns.end(), [&](const Column& c) {
+                        return std::abs(c.top.x - at.x) <= (is_rod ? 15 : reach) &&
+                               std::abs(c.top.y - at.y) <= reach && c.top.z > 5;
+                    });
+                EXPECT_TRUE(is_held)
+                    << body.what << " at " << at.x << ' ' << at.y << ' ' << adds_between;
+            }
+        }
+    }
+}
+
 TEST(Columns, HoldUpARealModel) {
     const char* folder = std::getenv("POVMESH_MODELS");
     if (folder == nullptr) GTEST_SKIP() << "POVMESH_MODELS names no folder with models";
@@ -329,6 +420,9 @@ TEST(Columns, HoldUpARealModel) {
         if (stand.held < 0.05 || stand.angle > 46 || !stand.is_free) ++bad;
     }
     EXPECT_EQ(bad, 0U) << columns.size();
+    ASSERT_TRUE(read_stl(std::string(folder) + "/cat.stl", run, mesh).ok());
+    for (Vertex& v : mesh.vertices) v.z += 10.7111F;  // onto the plate
+    EXPECT_LT(share_far_away(mesh, 45, columns_of(mesh, {}), 5.5, 1, 0.6), 0.03);
 }
 
 // A single voxel over the plate, so many layers above it, with a surface of this angle.
@@ -388,17 +482,25 @@ TEST(Columns, DoNotBreakOnBadInput) {
     constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
     constexpr double kInf = std::numeric_limits<double>::infinity();
     const TriMesh mesh = shapes::mesh_of(letter_t());
-    for (const double spacing : {0.0, -3.0, kNan, kInf, -kInf, 1e300, 1e-300}) {
+    for (const double spacing : {0.0, -3.0, 0.4, kNan, kInf, -kInf, 1e300, 1e-300}) {
         EXPECT_TRUE(columns_of(mesh, {spacing, 45, 0}).empty()) << spacing;
     }
     EXPECT_TRUE(columns_of(TriMesh{}, {}).empty());
     EXPECT_TRUE(columns_of(mesh, {kSpacing, 45, kNan}).empty());
+    EXPECT_TRUE(columns_of(mesh, {kSpacing, kNan, 0}).empty());
     for (const double angle : {kNan, kInf, -kInf, 1e300, -1e300, 0.0, 90.0, 500.0}) {
         for (const double plate : {0.0, -1e300, 1e300, -1e9}) {
             (void)columns_of(mesh, {kSpacing, angle, plate});
         }
     }
-    EXPECT_FALSE(columns_of(mesh, {0.01, 45, 0}).empty());  // a spacing that is raised
+    // A tower that would take gigabytes of voxels.
+    RunLog log;
+    RunContext run{{}, log};
+    Array<Column> columns;
+    EXPECT_EQ(
+        find_columns(shapes::mesh_of(shapes::box({0, 0, 0}, {10, 10, 4e6F})), {}, run, columns)
+            .code(),
+        StatusCode::TooLarge);
     SoupVector wild = letter_t();
     wild[0] = std::numeric_limits<float>::quiet_NaN();
     wild[100] = std::numeric_limits<float>::infinity();

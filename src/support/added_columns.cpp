@@ -1,0 +1,416 @@
+// Overhanging faces are sampled on a fine lattice. Samples near a column of their region are held;
+// from the lowest of the others on, each with those around it gets a column, greedily.
+#include "support/added_columns.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <utility>
+#include <vector>
+
+#include "base/convert.h"
+#include "base/parallel.h"
+#include "mesh/bounds.h"
+
+namespace povmesh {
+namespace {
+
+constexpr double kLeastGap = 5.0;
+constexpr double kSamplesAcross = 6;  // of a column's share of the area
+constexpr double kMostSamples = 4e6;
+// How far a column holds what is beside it, in spacings; half a spacing is the way between two rows.
+constexpr double kReach = 0.75;
+// Between the height of a column's end and that of what it meets within its cross-section.
+constexpr double kTopSlack = 2.5;
+// The same farther out, where surfaces may rise and fall at about this slope.
+constexpr double kSlope = 1.5;
+// How far a column may reach into the model at its corners, from its top and from its foot.
+constexpr double kIntoTop = 2.0;
+constexpr double kIntoFoot = 2.5;
+// How far a column goes up around a tip that it would only touch.
+constexpr double kAroundTip = 0.5;
+// Along a thread, samples that are so far apart, in spacings, get a column.
+constexpr double kThread = 0.5;
+constexpr std::size_t kMostTries = 12;
+constexpr int kMostSteps = 6;
+
+struct Sample {
+    Vec3d place;
+    double floor;          // height of what is below
+    std::uint32_t region;  // tips without one have numbers of their own
+    bool is_tip;
+    bool is_settled;  // held, or to be left
+};
+
+class ColumnAdder {
+public:
+    ColumnAdder(const TriMesh& mesh, const UprightLines& lines, const Overhangs& overhangs,
+                const AddedColumnOptions& options, Array<Column>& columns)
+        : mesh_(mesh),
+          lines_(lines),
+          overhangs_(overhangs),
+          options_(options),
+          columns_(columns),
+          reach_(kReach * options.spacing) {
+        const Box3f box = finite_bounds(mesh);
+        if (box.is_empty()) return;
+        low_ = to_double(box.low);
+        const Vec3d extent = to_double(box.high) - low_;
+        // One more on each side: columns stand up to half a spacing beyond the model.
+        const auto cells = [&](double size) {
+            return saturate_to<std::size_t>(std::min(size / options_.spacing, 1e4)) + 3;
+        };
+        cells_x_ = cells(extent.x);
+        cells_y_ = cells(extent.y);
+    }
+
+    void run() {
+        if (cells_x_ == 0) return;
+        make_samples();
+        drop_what_needs_none();
+        first_column_.assign(cells_x_ * cells_y_, kNone);
+        for (std::uint32_t c = 0; c < columns_.size(); ++c) enter_column(c);
+        settle_held();
+        sort_into_cells();
+        Array<std::uint32_t> order(samples_.size());
+        std::iota(order.begin(), order.end(), 0U);
+        std::stable_sort(order.begin(), order.end(), [this](std::uint32_t a, std::uint32_t b) {
+            return samples_[a].place.z < samples_[b].place.z;
+        });
+        for (const std::uint32_t s : order) {
+            if (!samples_[s].is_settled) hold(s);
+        }
+    }
+
+private:
+    static constexpr std::uint32_t kNone = 0xFFFFFFFF;
+
+    void make_samples() {
+        double area = 0;
+        for (std::uint32_t r = 0; r < overhangs_.areas.size(); ++r) {
+            if (is_worth(r)) area += overhangs_.areas[r];
+        }
+        step_ = std::max(options_.spacing / kSamplesAcross, std::sqrt(area / kMostSamples));
+        Array<std::uint32_t> largest;  // face by region without a sample
+        largest.assign(overhangs_.areas.size(), kNone);
+        Array<std::uint8_t> is_met;
+        is_met.assign(overhangs_.areas.size(), 0);
+        for (std::uint32_t f = 0; f < mesh_.faces.size(); ++f) {
+            const std::uint32_t region = overhangs_.region_of_face[f];
+            if (region == kNoRegion || !is_worth(region)) continue;
+            if (sample_face(f, region)) is_met[region] = 1;
+            if (largest[region] == kNone || size_of(f) > size_of(largest[region])) {
+                largest[region] = f;
+            }
+        }
+        for (std::uint32_t r = 0; r < largest.size(); ++r) {
+            if (largest[r] == kNone || is_met[r] != 0) continue;
+            const std::array<Vec3d, 3> p = corners(largest[r]);
+            add_sample((p[0] + p[1] + p[2]) / 3.0, r, false);
+        }
+        auto next = static_cast<std::uint32_t>(overhangs_.areas.size());
+        for (const Tip& tip : overhangs_.tips) {
+            add_sample(tip.place, tip.region == kNoRegion ? next++ : tip.region, true);
+        }
+    }
+
+    bool is_worth(std::uint32_t region) const { return overhangs_.is_worth_holding(region); }
+    std::array<Vec3d, 3> corners(std::uint32_t face) const {
+        std::array<Vec3d, 3> p;
+        for (std::size_t i = 0; i < 3; ++i) {
+            p[i] = to_double(mesh_.corner_position(mesh_.faces[face], i));
+        }
+        return p;
+    }
+    double size_of(std::uint32_t face) const {
+        const std::array<Vec3d, 3> p = corners(face);
+        return -cross(p[1] - p[0], p[2] - p[0]).z;
+    }
+    void add_sample(Vec3d place, std::uint32_t region, bool is_tip) {
+        samples_.push_back({place, 0, region, is_tip, false});
+    }
+
+    // The points of the lattice over a face; off whole numbers, which edges of drawn parts lie on.
+    bool sample_face(std::uint32_t face, std::uint32_t region) {
+        const std::array<Vec3d, 3> p = corners(face);
+        const Vec3d normal = cross(p[1] - p[0], p[2] - p[0]);
+        const double x0 = low_.x + 0.3719 * step_;
+        const double y0 = low_.y + 0.4127 * step_;
+        const auto [low, high] = std::minmax({p[0].y, p[1].y, p[2].y});
+        const auto most = static_cast<double>(std::max(cells_x_, cells_y_)) * kSamplesAcross;
+        const auto line = [&](double x) {
+            return saturate_to<std::uint32_t>(std::clamp(std::ceil((x - x0) / step_), 0.0, most));
+        };
+        const double end = std::clamp(std::floor((high - y0) / step_) + 1, 0.0, most);
+        bool is_met = false;
+        for (double j = std::clamp(std::ceil((low - y0) / step_), 0.0, most); j < end; ++j) {
+            const double y = y0 + j * step_;
+            const RowSpan span = row_span(p, y, line);
+            for (std::uint32_t i = span.low(); i < span.high(); ++i) {
+                const double x = x0 + i * step_;
+                add_sample({x, y, height_at(p, normal, x, y)}, region, false);
+                is_met = true;
+            }
+        }
+        return is_met;
+    }
+
+    void drop_what_needs_none() {
+        parallel_for(samples_.size(), [this](std::size_t s) {
+            Sample& sample = samples_[s];  // writes only s's own entry
+            const UprightLines::Below below = lines_.look_down(sample.place);
+            sample.floor = std::max(below.floor, options_.plate);
+            sample.is_settled = !below.is_outside || !(sample.place.z - sample.floor > kLeastGap);
+        });
+        samples_.erase(std::remove_if(samples_.begin(), samples_.end(),
+                                      [](const Sample& s) { return s.is_settled; }),
+                       samples_.end());
+    }
+
+    // -------------------------------------------------------------- cells as wide as the spacing
+
+    std::size_t cell_along(double at, double low, std::size_t count) const {
+        const double cell = std::floor((at - low) / options_.spacing) + 1;
+        return saturate_to<std::size_t>(std::clamp(cell, 0.0, static_cast<double>(count - 1)));
+    }
+    std::size_t cell_of(double x, double y) const {
+        return cell_along(y, low_.y, cells_y_) * cells_x_ + cell_along(x, low_.x, cells_x_);
+    }
+    template <typename Visit>
+    void for_cells_around(Vec3d place, Visit&& visit) const {
+        const std::size_t x = cell_along(place.x, low_.x, cells_x_);
+        const std::size_t y = cell_along(place.y, low_.y, cells_y_);
+        for (std::size_t j = y == 0 ? 0 : y - 1; j <= std::min(y + 1, cells_y_ - 1); ++j) {
+            for (std::size_t i = x == 0 ? 0 : x - 1; i <= std::min(x + 1, cells_x_ - 1); ++i) {
+                visit(j * cells_x_ + i);
+            }
+        }
+    }
+
+    void enter_column(std::uint32_t column) {
+        const Vec3f top = columns_[column].top;
+        std::uint32_t& first = first_column_[cell_of(double{top.x}, double{top.y})];
+        next_column_.push_back(first);
+        first = column;
+    }
+    template <typename Visit>
+    void for_columns_around(Vec3d place, Visit&& visit) const {
+        for_cells_around(place, [&](std::size_t cell) {
+            for (std::uint32_t c = first_column_[cell]; c != kNone; c = next_column_[c]) visit(c);
+        });
+    }
+
+    void sort_into_cells() {
+        offsets_.assign(cells_x_ * cells_y_ + 1, 0);
+        for (const Sample& s : samples_) ++offsets_[cell_of(s.place.x, s.place.y) + 1];
+        for (std::size_t i = 1; i < offsets_.size(); ++i) offsets_[i] += offsets_[i - 1];
+        in_cells_.resize(samples_.size());
+        Array<std::uint32_t> next = offsets_;
+        for (std::uint32_t s = 0; s < samples_.size(); ++s) {
+            in_cells_[next[cell_of(samples_[s].place.x, samples_[s].place.y)]++] = s;
+        }
+    }
+
+    // ------------------------------------------------------------------------- what is held
+
+    static double apart(Vec3d place, Vec3d top) {
+        return std::max(std::abs(place.x - top.x), std::abs(place.y - top.y));
+    }
+    bool reaches(Vec3d top, Vec3d place) const {
+        const double away = apart(place, top);
+        return away <= reach_ && std::abs(place.z - top.z) <= kTopSlack + kSlope * away;
+    }
+
+    static std::uint64_t pair_of(std::uint32_t column, std::uint32_t region) {
+        return std::uint64_t{column} << 32 | region;
+    }
+
+    // By the columns in the rows: those that meet a sample's region within their cross-sections.
+    void settle_held() {
+        Array<std::uint64_t> pairs;
+        for (const Sample& s : samples_) {
+            for_columns_around(s.place, [&](std::uint32_t c) {
+                const Vec3d top = to_double(columns_[c].top);
+                if (apart(s.place, top) > options_.half_side + step_ / 2 ||
+                    std::abs(s.place.z - top.z) > kTopSlack) {
+                    return;
+                }
+                const std::uint64_t pair = pair_of(c, s.region);
+                if (pairs.empty() || pairs.back() != pair) pairs.push_back(pair);
+            });
+        }
+        std::sort(pairs.begin(), pairs.end());
+        for (Sample& s : samples_) {
+            for_columns_around(s.place, [&](std::uint32_t c) {
+                s.is_settled = s.is_settled || (reaches(to_double(columns_[c].top), s.place) &&
+                                                std::binary_search(pairs.begin(), pairs.end(),
+                                                                   pair_of(c, s.region)));
+            });
+        }
+    }
+
+    void hold(std::uint32_t lowest) {
+        const Sample first = samples_[lowest];
+        samples_[lowest].is_settled = true;
+        std::vector<std::uint32_t> around;
+        Vec3d sum;
+        double length = 0;
+        for_open_around(first, first.place, [&](std::uint32_t s) {
+            around.push_back(s);
+            sum = sum + samples_[s].place;
+            length = std::max(length, apart(samples_[s].place, first.place));
+        });
+        const double area = static_cast<double>(around.size() + 1) * step_ * step_;
+        // Threads in mid-air have little area.
+        const bool is_thread = length > kThread * options_.spacing && begins_in_mid_air(first);
+        if (!first.is_tip && !is_thread && area < overhangs_.least_area) return;
+        const Vec3d middle = first.is_tip
+                                 ? first.place
+                                 : (sum + first.place) / static_cast<double>(around.size() + 1);
+        around.push_back(lowest);
+        std::sort(around.begin(), around.end(), [&](std::uint32_t a, std::uint32_t b) {
+            const double to_a = apart(samples_[a].place, middle);
+            const double to_b = apart(samples_[b].place, middle);
+            return std::pair(to_a, a) < std::pair(to_b, b);
+        });
+        around.resize(std::min(around.size(), kMostTries));
+        for (const bool may_overlap : {false, true}) {
+            for (const std::uint32_t s : around) {
+                if (place_column(samples_[s], may_overlap)) return;
+            }
+            if (place_within(samples_[around.front()], middle, may_overlap)) return;
+            if (first.is_tip && place_beside(first, may_overlap)) return;
+        }
+        // There is no room; nor will there be a step aside.
+        for_open_around(first, first.place, [&](std::uint32_t s) {
+            Sample& other = samples_[s];
+            if (apart(other.place, first.place) <= options_.half_side && !other.is_tip) {
+                other.is_settled = true;
+            }
+        });
+    }
+
+    bool begins_in_mid_air(const Sample& sample) const {
+        return sample.region >= overhangs_.areas.size() || overhangs_.has_tip[sample.region] != 0;
+    }
+
+    // Calls visit(sample) for those of the same region that are still open and within reach.
+    template <typename Visit>
+    void for_open_around(const Sample& of, Vec3d top, Visit&& visit) const {
+        for_cells_around(top, [&](std::size_t cell) {
+            for (std::uint32_t i = offsets_[cell]; i < offsets_[cell + 1]; ++i) {
+                const Sample& s = samples_[in_cells_[i]];
+                if (s.is_settled || s.region != of.region || !reaches(top, s.place)) continue;
+                visit(in_cells_[i]);
+            }
+        });
+    }
+
+    bool place_column(const Sample& sample, bool may_overlap) {
+        const bool is_steep = sample.region >= overhangs_.areas.size();
+        const double top = sample.place.z + (is_steep ? kAroundTip : 0.0);
+        return try_column(sample, {sample.place.x, sample.place.y, top}, sample.floor, may_overlap);
+    }
+
+    // Between the samples, where it is narrow.
+    bool place_within(const Sample& sample, Vec3d middle, bool may_overlap) {
+        const double step = step_ / 3;
+        for (int around = 0; around <= kMostSteps; ++around) {
+            for (int i = -around; i <= around; ++i) {
+                for (int j = -around; j <= around; ++j) {
+                    if (std::max(std::abs(i), std::abs(j)) != around) continue;
+                    Vec3d top{middle.x + i * step, middle.y + j * step, sample.place.z};
+                    double nearest = kTopSlack;
+                    lines_.for_each(top.x, top.y, [&](double z, std::int32_t way, std::uint32_t) {
+                        if (way > 0 || !(std::abs(z - sample.place.z) < nearest)) return;
+                        nearest = std::abs(z - sample.place.z);
+                        top.z = z;
+                    });
+                    if (!(nearest < kTopSlack)) continue;
+                    const UprightLines::Below below = lines_.look_down(top);
+                    const double floor = std::max(below.floor, options_.plate);
+                    if (!below.is_outside || !(top.z - floor > kLeastGap)) continue;
+                    if (try_column(sample, top, floor, may_overlap)) return true;
+                }
+            }
+        }
+        return false;
+    }
+
+    // With the place at a corner or in the middle of a side.
+    bool place_beside(const Sample& sample, bool may_overlap) {
+        for (int i = 0; i < 9; ++i) {
+            if (i == 4) continue;
+            const double shift = 0.8 * options_.half_side;
+            const int row = i / 3;
+            Vec3d top = sample.place;
+            top.x += (i % 3 - 1) * shift;
+            top.y += (row - 1) * shift;
+            top.z += kAroundTip;
+            // The axis may pass the surface on its way down.
+            const UprightLines::Below below = lines_.look_down(top);
+            const double floor = std::max(below.floor, options_.plate);
+            if (!below.is_outside || !(sample.place.z - floor > kLeastGap)) continue;
+            if (try_column(sample, top, floor, may_overlap)) return true;
+        }
+        return false;
+    }
+
+    bool try_column(const Sample& sample, Vec3d top, double floor, bool may_overlap) {
+        if (!is_free(top, floor) || (!may_overlap && overlaps(top, floor))) return false;
+        const Vec3f end{narrow_to_float(top.x), narrow_to_float(top.y), narrow_to_float(top.z)};
+        columns_.push_back({end, {end.x, end.y, narrow_to_float(floor)}});
+        enter_column(static_cast<std::uint32_t>(columns_.size() - 1));
+        for_open_around(sample, top, [this](std::uint32_t s) { samples_[s].is_settled = true; });
+        return true;
+    }
+
+    bool is_free(Vec3d top, double floor) const {
+        for (int i = 0; i < 9; ++i) {
+            const int row = i / 3;
+            if (i != 4 && !lines_.is_free(top.x + (i % 3 - 1) * options_.half_side,
+                                          top.y + (row - 1) * options_.half_side, floor + kIntoFoot,
+                                          top.z - kIntoTop)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    bool overlaps(Vec3d top, double floor) const {
+        bool do_overlap = false;
+        for_columns_around(top, [&](std::uint32_t c) {
+            const Vec3d other = to_double(columns_[c].top);
+            do_overlap = do_overlap || (apart(top, other) < 2 * options_.half_side &&
+                                        other.z > floor && double{columns_[c].bottom.z} < top.z);
+        });
+        return do_overlap;
+    }
+
+    const TriMesh& mesh_;
+    const UprightLines& lines_;
+    const Overhangs& overhangs_;
+    const AddedColumnOptions& options_;
+    Array<Column>& columns_;
+    double reach_;
+    double step_ = 1;
+    Vec3d low_;
+    std::size_t cells_x_ = 0;
+    std::size_t cells_y_ = 0;
+    Array<Sample> samples_;
+    Array<std::uint32_t> first_column_;  // by cell
+    Array<std::uint32_t> next_column_;   // by column, in its cell
+    Array<std::uint32_t> offsets_;       // by cell
+    Array<std::uint32_t> in_cells_;      // samples, cell by cell
+};
+
+}  // namespace
+
+void add_columns(const TriMesh& mesh, const UprightLines& lines, const Overhangs& overhangs,
+                 const AddedColumnOptions& options, Array<Column>& columns) {
+    if (options.half_side > 0) ColumnAdder(mesh, lines, overhangs, options, columns).run();
+}
+
+}  // namespace povmesh
