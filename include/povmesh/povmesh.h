@@ -571,7 +571,8 @@ POVMESH_API void strengthColoringFromData(uint32_t method, uint32_t load,
  * below, and those narrower than 0.4 of the spacing that do not begin in mid-air, get none. What
  * begins in mid-air between two rows gets a column beside it. A spacing for which more than 792
  * would stand along x or y is raised. A spacing that is 0.4 or less or not finite, or an angle that
- * is not a number, finds no column. When no column is found, `columns` and `column_count` are left
+ * is not a number, finds no column; nor does a model whose voxels, spacing x spacing x 1 units each,
+ * would take more than a gigabyte. When no column is found, `columns` and `column_count` are left
  * as they were: preset the count to 0.
  */
 POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in,
@@ -587,8 +588,8 @@ POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t
  * without the outline of the model there grown by 0.2. Polygons are closed, the last point joining
  * the first: outer ones counterclockwise seen from above, holes clockwise behind the polygon that
  * they are in. The two arrays are empty when there is no polygon: also for a layer height that is
- * not above 0 or not finite, more than a million layers, or a spacing of 0.4 or less or more than
- * 10,000.
+ * not above 0 or not finite, more than a million layers or 67 million points, or a spacing of 0.4
+ * or less or more than 10,000.
  */
 POVMESH_API void columnSupportToSlicerExPolygons(const float* coordinates_in, uint32_t count_in,
                                                  const float* columns, int32_t column_count,

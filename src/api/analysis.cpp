@@ -86,8 +86,9 @@ void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in, f
                                float angle, float** columns, int32_t* column_count) {
     Job job;
     const TriMesh mesh = build(soup_of(coordinates_in, count_in));
-    const Array<Column> found =
-        find_columns(mesh, {double{spacing}, double{angle}, kPlate, false, false}, job.run());
+    Array<Column> found;
+    (void)find_columns(mesh, {double{spacing}, double{angle}, kPlate, false, false}, job.run(),
+                       found);
     if (found.empty()) return;  // hosts find their outputs as they were
     hand_over(Slot::SupportColumns, result_of<float>(found), columns);
     store(column_count, fits<int32_t>(found.size()));
