@@ -430,10 +430,10 @@ POVMESH_API void uniformRemeshFromColorData(float edge_length, const float* coor
                                             uint32_t* count);
 
 /*
- * Divides a model into its separate bodies; shells that touch or intersect stay together. Two things
- * keep shells apart all the same: of a shell of 10,000 faces or more only about ten thousand, evenly
- * picked, are looked at, so that a contact between others is missed; and shells whose boxes only
- * border on each other, as two cubes side by side, are not compared. Returns
+ * Divides a model into its separate bodies; shells that touch or intersect stay together. Two
+ * things keep shells apart all the same: of a shell of 10,000 faces or more only about ten
+ * thousand, evenly picked, are looked at, so that a contact between others is missed; and shells
+ * whose boxes only border on each other, as two cubes side by side, are not compared. Returns
  * parts, but for those of a volume below 1 (an open or inside-out one has none). A shell inside
  * another one that does not touch it is a body of its own. progress: 0, 10, 80, 100.
  */
