@@ -87,7 +87,7 @@ Model loaded(const VoxelGrid& from, NodeField& force) {
     build_model(from, model, run.log);
     fix_lowest_layer(model, run.log);
     force = load_of(model, LoadCase::PressureZ, run.log);
-    unload_loose_bodies(model, force);
+    fem::unload_loose_bodies(fem::held_nodes(model), force);
     return model;
 }
 
@@ -221,7 +221,7 @@ void strength_analysis(benchmark::State& state, const std::string& name) {
     const Vec3d extent = to_double(finite_bounds(model).extent());
     const auto size = static_cast<float>((extent.x + extent.y + extent.z) / 3 * 0.02);
     measure(state, [&] {
-        const fem::EnergyField result = fem::analyse(model, size, LoadCase::PressureZ, run);
+        const fem::EnergyField result = fem::analyse(model, {.voxel_size = size}, run);
         state.counters["elements"] = static_cast<double>(result.values.size());
         return result.steps;
     });

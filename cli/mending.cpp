@@ -98,13 +98,8 @@ constexpr std::array<Flaw, 5> kCompared = {Flaw::OpenEdges, Flaw::InvertedFaces,
                                            Flaw::NonManifoldEdges, Flaw::SelfIntersections};
 
 // "6 open edges instead of 0, near (1, 2, 3), face 12"; empty when nothing is worse.
-std::string what_is_worse(const Findings& before, TriMesh& mended, const RepairReport& report) {
-    const bool has_new_faces = report.holes.added_face_count + report.slits.added_faces != 0;
-    if (!has_new_faces && report.removed_duplicates == 0) return {};  // turning makes nothing worse
-    const Findings after = examine(mended, {},
-                                   has_new_faces && before.has_self_intersection_count
-                                       ? SelfIntersectionSearch::Always
-                                       : SelfIntersectionSearch::Never);
+std::string what_is_worse(const Findings& before, const Findings& after,
+                          const RepairReport& report) {
     for (const Flaw flaw : kCompared) {
         if (flaw == Flaw::SelfIntersections && !after.has_self_intersection_count) continue;
         // Taking out what has no place opens the surface around it.
@@ -135,11 +130,23 @@ RepairOptions tool_repair_options() {
     return options;
 }
 
-Mending mend(TriMesh& mesh, RepairOptions options, const Findings& before) {
+Mending mend(TriMesh& mesh, RepairOptions options, const Findings& before,
+             SelfIntersectionSearch search) {
     Mending mending;
-    TriMesh mended = plain_copy(mesh);
-    mending.report = repair(mended, options);
-    const std::string worse = what_is_worse(before, mended, mending.report);
+    TriMesh mended;
+    const auto attempt = [&](const RepairOptions& chosen) -> std::string {
+        mended = plain_copy(mesh);
+        mending.report = repair(mended, chosen);
+        mending.after.reset();
+        const RepairReport& report = mending.report;
+        const bool has_new_faces = report.holes.added_face_count + report.slits.added_faces != 0;
+        // Turning makes nothing worse.
+        if (!has_new_faces && report.removed_duplicates == 0) return {};
+        const bool may_cross = has_new_faces && before.has_self_intersection_count;
+        mending.after = examine(mended, {}, may_cross ? SelfIntersectionSearch::Always : search);
+        return what_is_worse(before, *mending.after, report);
+    };
+    const std::string worse = attempt(options);
     // One step left out, in turn; at last all of them.
     for (std::size_t i = 0; i <= kSteps.size() && !worse.empty(); ++i) {
         RepairOptions fewer = options;
@@ -149,9 +156,7 @@ Mending mend(TriMesh& mesh, RepairOptions options, const Findings& before) {
             fewer.*kSteps[s].option = false;
             mending.given_up.push_back(std::string(kSteps[s].words) + ": there would be " + worse);
         }
-        mended = plain_copy(mesh);
-        mending.report = repair(mended, fewer);
-        if (what_is_worse(before, mended, mending.report).empty()) break;
+        if (attempt(fewer).empty()) break;
     }
     mesh = std::move(mended);
     return mending;
@@ -229,7 +234,8 @@ std::vector<std::string> suggestions(const TriMesh& mesh, const Findings& findin
         return {};
     }
     TriMesh copy = plain_copy(mesh);
-    const Mending mending = mend(copy, tool_repair_options(), findings);
+    const Mending mending =
+        mend(copy, tool_repair_options(), findings, SelfIntersectionSearch::Never);
     const RepairReport& report = mending.report;
     std::vector<std::string> lines;
     const auto add = [&](std::size_t count, const std::string& line) {

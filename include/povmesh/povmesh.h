@@ -327,14 +327,15 @@ POVMESH_API void voxelize(float voxel_size, const float* coordinates_in, const f
 
 /*
  * Finds weak cross-sections, the weakest first. Per section: the centre of its area (3 floats,
- * model units), the unit normal of its plane (3 floats: the x, y or z axis) and a score (1 float):
- * 100 for the weakest, 50 for one that would stand twice the load, down to 0. The model is reduced,
- * then each shell is cut by planes across the three axes, a hundredth of the mean of the model's
- * extents apart. The bending strength of each connected part of a section is divided by what hangs
- * on it: the volume of the smaller body that a cut there would take off, times the distance of its
- * centroid. The low 8 bits of `option` choose: 0 returns all sections, any other value only weak
- * places, where that ratio falls and rises again by a half or more. A plain box, ball or cone has
- * none; the three arrays are then empty.
+ * model units), the unit normal of its plane (3 floats) and a score (1 float): 100 for the weakest,
+ * 50 for one that would stand twice the load, down to 0. A model of 20,000 triangles or more is
+ * reduced where that keeps its shape, then each shell is cut by planes across the three axes, a
+ * hundredth of the mean of the model's extents apart. The bending strength of each connected part
+ * of a section is divided by what hangs on it: the volume of the smaller body that a cut there
+ * would take off, times the distance of its centroid. The low 8 bits of `option` choose: 0 returns
+ * all sections, their normals x, y or z; any other value only weak places, necks and roots of arms,
+ * their planes turned to the limb. A plain box, ball or cone has none; the three arrays are then
+ * empty.
  */
 POVMESH_API void weaknessDetect(const float* coordinates_in, uint32_t count_in, float** centres,
                                 float** normals, float** scores, uint32_t* section_count,
@@ -570,7 +571,8 @@ POVMESH_API void strengthColoringFromData(uint32_t method, uint32_t load,
  * below, and those narrower than 0.4 of the spacing that do not begin in mid-air, get none. What
  * begins in mid-air between two rows gets a column beside it. A spacing for which more than 792
  * would stand along x or y is raised. A spacing that is 0.4 or less or not finite, or an angle that
- * is not a number, finds no column. When no column is found, `columns` and `column_count` are left
+ * is not a number, finds no column; nor does a model whose voxels, spacing x spacing x 1 units each,
+ * would take more than a gigabyte. When no column is found, `columns` and `column_count` are left
  * as they were: preset the count to 0.
  */
 POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in,
@@ -586,8 +588,8 @@ POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t
  * without the outline of the model there grown by 0.2. Polygons are closed, the last point joining
  * the first: outer ones counterclockwise seen from above, holes clockwise behind the polygon that
  * they are in. The two arrays are empty when there is no polygon: also for a layer height that is
- * not above 0 or not finite, more than a million layers, or a spacing of 0.4 or less or more than
- * 10,000.
+ * not above 0 or not finite, more than a million layers or 67 million points, or a spacing of 0.4
+ * or less or more than 10,000.
  */
 POVMESH_API void columnSupportToSlicerExPolygons(const float* coordinates_in, uint32_t count_in,
                                                  const float* columns, int32_t column_count,
