@@ -6,6 +6,7 @@
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/read_back.h"
+#include "cli/refusal.h"
 
 namespace povmesh::cli {
 namespace {
@@ -59,8 +60,10 @@ void rewrite_model(const Arguments& arguments, Progress progress, const RewriteS
     outcome.warnings = load_warnings(model);
     outcome.lost = loss_warnings(model, kind_of(target));
     try {
-        const std::string refusal = steps.change(model);
-        if (!refusal.empty()) return outcome.fail(Flawed, source + ": " + refusal);
+        const bool was_finite = has_finite_corners(model.mesh);
+        std::string reason = steps.change(model);
+        if (reason.empty()) reason = refusal(model.mesh, was_finite);
+        if (!reason.empty()) return outcome.fail(Flawed, source + ": " + reason);
         progress.set(80);
         std::string failure = save_model(model, target);
         progress.set(90);
@@ -86,11 +89,15 @@ int run_change(const Arguments& arguments, Console& console, const Change& chang
         const std::string& failure = outcome.report.failure;
         if (!failure.empty()) return failure + "; nothing is written";
         outcome.after = measures_of(model.mesh);
-        if (outcome.after.triangles != 0) return {};
-        return "no triangle would be left; nothing is written";
+        const std::vector<std::string>& warnings = outcome.report.warnings;
+        outcome.lost.insert(outcome.lost.end(), warnings.begin(), warnings.end());
+        return {};
     };
     rewrite_model(arguments, line.progress(), {change_model, {}}, outcome);
     line.stop();
+    const std::vector<std::string>& doubts = outcome.report.doubts;
+    if (!doubts.empty() && outcome.status == Clean) outcome.status = Flawed;
+    outcome.warnings.insert(outcome.warnings.end(), doubts.begin(), doubts.end());
     return tell(
         outcome, arguments, console, [&] { return to_json(source, target, outcome); },
         [&] { return table(source, target, outcome); });

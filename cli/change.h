@@ -19,7 +19,10 @@ namespace povmesh::cli {
 /// What an operation tells beyond the measures of the model before and after.
 struct ChangeReport {
     std::string failure;  // why there is no result, without the file; nothing is written then
-    double seconds = 0;   // that it took, without reading and writing
+    std::vector<std::string> warnings;  // of the result, without the file
+    // Why the result, though written, is not to be trusted: warnings that make the status Flawed.
+    std::vector<std::string> doubts;
+    double seconds = 0;              // that it took, without reading and writing
     std::vector<Row> before, after;  // of the same labels, to stand beside each other
     std::vector<Row> rows;
     Json json_before = Json::object(), json_after = Json::object();

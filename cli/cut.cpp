@@ -1,11 +1,15 @@
 // povmesh cut: divides a model with a plane, one file for each piece.
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "cli/commands.h"
+#include "cli/findings_report.h"
 #include "cli/numbers.h"
 #include "cli/pieces.h"
 #include "cli/shared_options.h"
@@ -13,6 +17,8 @@
 #include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
 #include "mesh/shells.h"
+#include "repair/degenerate.h"
+#include "spatial/self_intersection.h"
 
 namespace povmesh::cli {
 namespace {
@@ -50,16 +56,77 @@ CutOptions options_of(const Arguments& arguments, const TriMesh& mesh) {
     return options;
 }
 
+// What a cut could spoil: faces at the plane that cross one another, and needles.
+struct Blemishes {
+    std::uint64_t crossings = 0;
+    Vec3f crossing;  // place of the first
+    std::size_t needles = 0;
+    Vec3f needle;
+};
+
+// Faces that a cut makes all come nearer to the plane than vertices count as lying on it, or than
+// coordinates are rounded.
+Blemishes blemishes_at(const TriMesh& mesh, const PlaneFrame& frame) {
+    const Box3f box = finite_bounds(mesh);
+    if (box.is_empty()) return {};
+    const Vec3d far = to_double(box.extent());
+    const double reach = 4e-5 * std::max({far.x, far.y, far.z}) +
+                         1e-6 * std::max(length(to_double(box.low)), length(to_double(box.high)));
+    TriMesh near;
+    Blemishes found;
+    for (const Face& face : mesh.faces) {
+        double low = std::numeric_limits<double>::infinity();
+        double high = -low;
+        for (std::size_t i = 0; i < 3; ++i) {
+            const double distance = frame.distance(to_double(mesh.corner_position(face, i)));
+            low = std::min(low, distance);
+            high = std::max(high, distance);
+        }
+        if (!(low <= reach && high >= -reach)) continue;
+        near.faces.push_back(face);
+        // Those that were there before have no corner on the plane, or count before, too.
+        const bool has_corner = std::abs(low) <= reach || std::abs(high) <= reach;
+        if (!has_corner || !is_degenerate(mesh, face)) continue;
+        if (found.needles++ == 0) found.needle = mesh.corner_position(face, 0);
+    }
+    near.vertices = mesh.vertices;
+    const SelfIntersections crossings = find_self_intersections(near, 1);
+    found.crossings = crossings.count;
+    if (!crossings.pairs.empty()) {
+        found.crossing = near.corner_position(near.faces[crossings.pairs[0].first], 0);
+    }
+    return found;
+}
+
 // What the frame does not ask for.
 struct CutReport {
     CutCounts counts;
     bool must_be_closed = false;
+    std::vector<Blemishes> crossed;  // by piece; empty when the model has crossings at the plane
 };
+
+void look_at_cut(const Blemishes& before, const std::vector<TriMesh>& parts,
+                 const PlaneFrame& frame, PiecesOutcome& outcome, CutReport& report) {
+    std::size_t needles = 0;
+    Vec3f place;
+    for (const TriMesh& part : parts) {
+        const Blemishes after = blemishes_at(part, frame);
+        if (needles == 0) place = after.needle;
+        needles += after.needles;
+        if (before.crossings == 0) report.crossed.push_back(after);
+    }
+    if (needles <= before.needles) return;
+    outcome.warnings.push_back(counted(needles - before.needles, "triangle") +
+                               " along the cut are needles, the first " + place_text(place) +
+                               "; 'povmesh revise' mends them");
+}
 
 std::vector<Piece> cut(TriMesh& mesh, const Arguments& arguments, Progress progress,
                        PiecesOutcome& outcome, CutReport& report) {
     const CutOptions options = options_of(arguments, mesh);
     report.must_be_closed = encloses(mesh) && options.operation != CutOperation::Cut;
+    const std::optional<PlaneFrame> frame = PlaneFrame::make(options.plane);
+    const Blemishes before = frame ? blemishes_at(mesh, *frame) : Blemishes{};
     RunLog log;
     RunContext run{progress, log};
     report.counts = cut_models(mesh, options, run);
@@ -75,6 +142,7 @@ std::vector<Piece> cut(TriMesh& mesh, const Arguments& arguments, Progress progr
                                    counted(pegs, "peg") +
                                    " found room; try a smaller --peg-radius");
     }
+    if (frame) look_at_cut(before, mesh.parts, *frame, outcome, report);
     std::vector<Piece> pieces;
     for (TriMesh& part : mesh.parts) {
         label_shells(part);
@@ -88,6 +156,20 @@ void expect_closed(const std::string& source, PiecesOutcome& outcome) {
         if (piece.is_closed) continue;
         return outcome.fail(Flawed, piece.file + ": is not closed although " + source +
                                         " is; please report this model");
+    }
+}
+
+void expect_no_crossing(const std::string& source, const CutReport& report,
+                        PiecesOutcome& outcome) {
+    for (std::size_t i = 0; i < report.crossed.size() && i < outcome.pieces.size(); ++i) {
+        const Blemishes& blemishes = report.crossed[i];
+        if (blemishes.crossings == 0) continue;
+        return outcome.fail(Flawed,
+                            outcome.pieces[i].file + ": " + counted(blemishes.crossings, "pair") +
+                                " of triangles at the cut cross, the first " +
+                                place_text(blemishes.crossing) + ", where those of " + source +
+                                " do not: shells of one winding that lie inside one another are "
+                                "closed each by itself");
     }
 }
 
@@ -140,6 +222,7 @@ int run_cut(const Arguments& arguments, Console& console) {
                      });
     line.stop();
     if (outcome.failure.empty() && report.must_be_closed) expect_closed(source, outcome);
+    if (outcome.failure.empty()) expect_no_crossing(source, report, outcome);
     return tell_pieces(
         outcome, arguments, console,
         [&] { return to_json(source, folder, outcome, report.counts); },

@@ -69,12 +69,6 @@ std::string faces_text(const FlawFinding& flaw) {
     return text + (flaw.faces.size() == kListedFaces ? ", ..." : "");
 }
 
-std::string place_text(Vec3f place) {
-    return "near (" + human_number(shortest_double(place.x)) + ", " +
-           human_number(shortest_double(place.y)) + ", " + human_number(shortest_double(place.z)) +
-           "), ";
-}
-
 Json vector_json(Vec3f v) {
     return {shortest_double(v.x), shortest_double(v.y), shortest_double(v.z)};
 }
@@ -96,6 +90,12 @@ Json where_json(const Findings& findings) {
 }
 
 }  // namespace
+
+std::string place_text(Vec3f place) {
+    return "near (" + human_number(shortest_double(place.x)) + ", " +
+           human_number(shortest_double(place.y)) + ", " + human_number(shortest_double(place.z)) +
+           ")";
+}
 
 std::string table_text(std::span<const Row> rows) {
     std::size_t width = 0;
@@ -148,7 +148,7 @@ std::vector<Row> where_rows(const Findings& findings) {
         if (flaw.count == 0) continue;
         const auto& [key, one, several] = kFlawWords[i];
         rows.emplace_back("where", std::string(flaw.count == 1 ? one : several) + ": " +
-                                       (flaw.place ? place_text(*flaw.place) : "") +
+                                       (flaw.place ? place_text(*flaw.place) + ", " : "") +
                                        faces_text(flaw));
     }
     return rows;

@@ -16,6 +16,9 @@ using Json = nlohmann::ordered_json;
 /// A label and a value.
 using Row = std::pair<std::string, std::string>;
 
+/// "near (1, 2, 3)".
+std::string place_text(Vec3f place);
+
 /// The rows, indented, the values in one column.
 std::string table_text(std::span<const Row> rows);
 

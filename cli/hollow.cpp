@@ -18,12 +18,41 @@
 namespace povmesh::cli {
 namespace {
 
-std::string failure_of(const HollowReport& report, double thickness) {
-    return "nothing can be hollowed: a wall of " + human_number(thickness) + " leaves " +
-           (report.voxels == 0 ? std::string("no voxel")
-                               : "only " + counted(report.voxels, "voxel")) +
-           " of " + human_number(report.voxel_size) +
-           " inside; take a thinner wall, or repair the model if it has holes";
+// Walls take a layer of cubes from this thickness on.
+constexpr double kLeastThickness = 0.5;
+
+// Empty when there is a cavity.
+std::string failure_of(const HollowReport& report, double thickness, TriMesh& model) {
+    const std::string wall = "a wall of " + human_number(thickness);
+    if (!(report.model_volume > 0)) {
+        return "the model encloses no volume, or is inside out; repair it first";
+    }
+    if (report.layers < 1) {
+        const std::string otherwise = "take at least " + human_number(kLeastThickness);
+        return "nothing can be hollowed: " + wall + " is less than a layer of cubes; " +
+               cure_of(model, report.voxel_size, otherwise);
+    }
+    if (report.is_crossing) {
+        return "nothing can be hollowed: no cavity with " + wall +
+               " keeps clear of the model's surface; take a thicker wall, or repair the model if "
+               "it "
+               "crosses itself";
+    }
+    if (report.is_hollowed) return "";
+    return "nothing can be hollowed: " + wall + " leaves " +
+           (report.voxels == 0 ? std::string("no cube")
+                               : "only " + counted(report.voxels, "cube")) +
+           " of " + human_number(report.voxel_size) + " inside; " +
+           cure_of(model, report.voxel_size, "take a thinner wall");
+}
+
+// Empty unless holes leave cavities closed.
+std::string sealed_text(const SealedCavities& sealed, std::size_t cavities) {
+    if (sealed.count == 0) return "";
+    return "no drain hole leads into " + std::to_string(sealed.count) + " of " +
+           counted(cavities, "cavity", "cavities") +
+           ", where resin or powder stays; the largest is near (" + human_number(sealed.place.x) +
+           ", " + human_number(sealed.place.y) + ", " + human_number(sealed.place.z) + ")";
 }
 
 std::vector<Drain> drains_of(const Arguments& arguments) {
@@ -48,6 +77,8 @@ std::string failure_of(const DrainReport& report, const std::string& text) {
                    human_number(report.mouth.y) + ", z " + human_number(report.mouth.z);
         case DrainOutcome::NoCavity:
             return start + "the cavity does not lie below that place; take one over the cavity";
+        case DrainOutcome::Tangled:
+            return start + "no clean hole can be cut there; move it a little";
         default:
             return start + "the model is open there; repair it first";
     }
@@ -89,10 +120,8 @@ int run_hollow(const Arguments& arguments, Console& console) {
             hollow(cavity, static_cast<float>(thickness), run, {.measures_wall = true});
         const double seconds = timer.seconds();
         ChangeReport report;
-        if (!hollowed.is_hollowed || hollowed.layers < 1 || !(hollowed.model_volume > 0)) {
-            report.failure = failure_of(hollowed, thickness);
-            return report;
-        }
+        report.failure = failure_of(hollowed, thickness, mesh);
+        if (!report.failure.empty()) return report;
         report = report_of(hollowed);
         report.seconds = seconds;
         if (arguments.has("--cavity-only")) {
@@ -102,14 +131,21 @@ int run_hollow(const Arguments& arguments, Console& console) {
         const std::size_t model_faces = mesh.faces.size();
         add_cavities(mesh, cavity);
         const std::vector<Drain> drains = drains_of(arguments);
+        const std::size_t cavities = drains.empty() ? 0 : sealed_cavities(mesh).count;
         const auto made = cut_drains(mesh, model_faces, thickness, drains);
         for (std::size_t i = 0; i < made.size() && report.failure.empty(); ++i) {
             report.failure = failure_of(made[i], arguments.all("--drain")[i]);
         }
         if (made.empty()) return report;
         compact(mesh);
+        const SealedCavities sealed = sealed_cavities(mesh);
         report.rows.emplace_back("drain holes", std::to_string(made.size()));
+        report.rows.emplace_back("closed cavities",
+                                 std::to_string(sealed.count) + " of " + std::to_string(cavities));
         report.json["drains"] = made.size();
+        report.json["closed_cavities"] = sealed.count;
+        const std::string warning = sealed_text(sealed, cavities);
+        if (!warning.empty()) report.warnings.push_back(warning);
         return report;
     });
 }

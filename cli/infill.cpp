@@ -19,7 +19,7 @@ namespace {
 constexpr double kLeastSkin = 1.5;
 
 // Empty when there is a result.
-std::string failure_of(const InfillReport& report, double skin) {
+std::string failure_of(const InfillReport& report, double skin, TriMesh& model) {
     const std::string size = human_number(report.voxel_size);
     const double least = kLeastSkin * report.voxel_size;
     if (skin < least) {
@@ -28,8 +28,8 @@ std::string failure_of(const InfillReport& report, double skin) {
     }
     if (report.taken > 0) return "";
     return "no cell fits under a skin of " + human_number(skin) +
-           ": one needs room for about eight cubes of " + size +
-           " each way; take a thinner skin, or repair the model if it has holes";
+           ": one needs room for about eight cubes of " + size + " each way; " +
+           cure_of(model, report.voxel_size, "take a thinner skin");
 }
 
 std::string density_text(const InfillReport& report, double wanted) {
@@ -78,7 +78,7 @@ int run_infill(const Arguments& arguments, Console& console) {
         TriMesh cells = mesh;
         const InfillReport filled = infill_to_density(cells, options, run);
         const double seconds = timer.seconds();
-        report.failure = failure_of(filled, options.skin);
+        report.failure = failure_of(filled, options.skin, mesh);
         if (!report.failure.empty()) return report;
         report = report_of(filled, options.density, model_volume, smallest_wall(mesh, cells));
         report.seconds = seconds;

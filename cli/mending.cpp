@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string_view>
+#include <utility>
 
 #include "cli/numbers.h"
-#include "spatial/self_intersection.h"
 
 namespace povmesh::cli {
 namespace {
@@ -20,19 +19,20 @@ struct Fate {
     std::string_view reason;
 };
 
-constexpr std::array<Fate, 3> kOpenFates = {{
+constexpr std::array<Fate, 4> kOpenFates = {{
     {HoleFate::TooLong, "too_long", "longer than 50 edges"},
     {HoleFate::PartOfRing, "part_of_ring", "rims of a missing ring of surface"},
     {HoleFate::NoFilling, "no_filling",
      "every filling is flat, folds back or gives an edge a third face"},
+    {HoleFate::Crosses, "crosses", "the filling would cut through other faces"},
 }};
 static_assert(kMaxHoleEdges == 50, "the reason above");
 
 constexpr std::string_view kLabelReason =
     "faces carry materials, which no new face would have; convert the model to STL and repair that";
 
-constexpr std::string_view kUndecidedReason =
-    "more than 1.5 % of the faces there, but not nearly all, would have to be turned";
+constexpr std::string_view kOneSidedReason =
+    "no turning makes their faces agree, as on a strip with a half turn";
 
 template <typename Wanted>
 std::vector<HoleSize> hole_sizes(const HoleReport& report, const Wanted& wanted) {
@@ -76,6 +76,44 @@ std::string hole_suggestion(const HoleReport& report) {
            counted(report.holes.size(), "hole") + "; " + left_open_text(open);
 }
 
+TriMesh plain_copy(const TriMesh& mesh) {
+    TriMesh copy;
+    copy.faces = mesh.faces;
+    copy.vertices = mesh.vertices;
+    copy.texture_coordinates = mesh.texture_coordinates;
+    return copy;
+}
+
+// A step of a repair that can make something worse.
+struct Step {
+    bool RepairOptions::*option;
+    std::string_view words;  // when it is left out
+};
+constexpr std::array<Step, 3> kSteps = {{{&RepairOptions::remove_duplicates, "duplicates stay"},
+                                         {&RepairOptions::close_slits, "slits stay open"},
+                                         {&RepairOptions::close_holes, "holes stay open"}}};
+
+// Flaws that there may be no more of after a repair.
+constexpr std::array<Flaw, 5> kCompared = {Flaw::OpenEdges, Flaw::InvertedFaces, Flaw::TurnedEdges,
+                                           Flaw::NonManifoldEdges, Flaw::SelfIntersections};
+
+// "6 open edges instead of 0, near (1, 2, 3), face 12"; empty when nothing is worse.
+std::string what_is_worse(const Findings& before, const Findings& after,
+                          const RepairReport& report) {
+    for (const Flaw flaw : kCompared) {
+        if (flaw == Flaw::SelfIntersections && !after.has_self_intersection_count) continue;
+        // Taking out what has no place opens the surface around it.
+        if (flaw == Flaw::OpenEdges && report.dropped_misplaced != 0) continue;
+        if (after[flaw].count <= before[flaw].count) continue;
+        const auto& [key, one, several] = kFlawWords[static_cast<std::size_t>(flaw)];
+        std::string text = counted(after[flaw].count, one, several) + " instead of " +
+                           with_separators(before[flaw].count);
+        if (after[flaw].place) text += ", the first " + place_text(*after[flaw].place);
+        return text;
+    }
+    return {};
+}
+
 }  // namespace
 
 RepairOptions tool_repair_options() {
@@ -83,18 +121,70 @@ RepairOptions tool_repair_options() {
     options.tiny_volume = 0;
     options.tiny_area = 0;
     options.duplicate_limit = std::numeric_limits<std::size_t>::max();
+    options.remove_idle_walls = true;
+    options.close_slits = true;
+    options.check_fillings = true;
+    options.drop_misplaced = true;
+    options.turn_fewest = true;
     options.keep_cavities = true;
     return options;
 }
 
-std::vector<Row> mending_rows(const RepairReport& report) {
+Mending mend(TriMesh& mesh, RepairOptions options, const Findings& before,
+             SelfIntersectionSearch search) {
+    Mending mending;
+    TriMesh mended;
+    const auto attempt = [&](const RepairOptions& chosen) -> std::string {
+        mended = plain_copy(mesh);
+        mending.report = repair(mended, chosen);
+        mending.after.reset();
+        const RepairReport& report = mending.report;
+        const bool has_new_faces = report.holes.added_face_count + report.slits.added_faces != 0;
+        // Turning makes nothing worse.
+        if (!has_new_faces && report.removed_duplicates == 0) return {};
+        const bool may_cross = has_new_faces && before.has_self_intersection_count;
+        mending.after = examine(mended, {}, may_cross ? SelfIntersectionSearch::Always : search);
+        return what_is_worse(before, *mending.after, report);
+    };
+    const std::string worse = attempt(options);
+    // One step left out, in turn; at last all of them.
+    for (std::size_t i = 0; i <= kSteps.size() && !worse.empty(); ++i) {
+        RepairOptions fewer = options;
+        mending.given_up.clear();
+        for (std::size_t s = 0; s < kSteps.size(); ++s) {
+            if (s != i && i < kSteps.size()) continue;
+            fewer.*kSteps[s].option = false;
+            mending.given_up.push_back(std::string(kSteps[s].words) + ": there would be " + worse);
+        }
+        if (attempt(fewer).empty()) break;
+    }
+    mesh = std::move(mended);
+    return mending;
+}
+
+std::string wall_warning(const RepairReport& report) {
+    if (report.removed_walls == 0) return {};
+    return "walls without thickness are taken out, of area " +
+           human_number(report.removed_wall_area) + ", the first " + place_text(report.first_wall) +
+           ": faces back to back enclose nothing to print; give them a thickness where they are to "
+           "stay";
+}
+
+std::vector<Row> mending_rows(const Mending& mending) {
+    const RepairReport& report = mending.report;
     std::vector<Row> rows;
     const auto add = [&](std::string_view label, std::size_t count, const std::string& more = {}) {
         if (count != 0) rows.emplace_back(label, with_separators(count) + more);
     };
+    add("misplaced faces", report.dropped_misplaced, " removed");
     add("shells dropped", report.dropped_shells,
         " (" + counted(report.dropped_shell_faces, "face") + ")");
-    add("duplicates removed", report.removed_duplicates);
+    add("duplicates removed", report.removed_duplicates,
+        report.removed_walls != 0
+            ? ", " + with_separators(report.removed_walls) + " walls without thickness among them"
+            : "");
+    add("slits closed", report.slits.closed_slits,
+        " (" + counted(report.slits.split_faces, "face") + " split)");
     const std::vector<HoleSize> closed =
         hole_sizes(report.holes, [](HoleFate fate) { return fate == HoleFate::Closed; });
     add("holes closed", count_of(closed),
@@ -112,11 +202,13 @@ std::vector<Row> mending_rows(const RepairReport& report) {
     }
     add("faces turned", report.turned_faces);
     add("cavities kept", report.kept_cavities);
-    add("shells undecided", report.undecided_shells, ": " + std::string(kUndecidedReason));
+    for (const std::string& text : mending.given_up) rows.emplace_back("given up", text);
+    add("one-sided shells", report.one_sided_shells, ": " + std::string(kOneSidedReason));
     return rows;
 }
 
-Json mending_json(const RepairReport& report) {
+Json mending_json(const Mending& mending) {
+    const RepairReport& report = mending.report;
     Json open = Json::array();
     for (const Fate& fate : kOpenFates) {
         for (const auto& [edges, count] :
@@ -124,9 +216,13 @@ Json mending_json(const RepairReport& report) {
             open.push_back({{"edges", edges}, {"count", count}, {"reason", fate.key}});
         }
     }
-    return {{"dropped_shells", report.dropped_shells},
+    return {{"dropped_misplaced", report.dropped_misplaced},
+            {"dropped_shells", report.dropped_shells},
             {"dropped_shell_faces", report.dropped_shell_faces},
             {"removed_duplicates", report.removed_duplicates},
+            {"removed_walls", report.removed_walls},
+            {"closed_slits", report.slits.closed_slits},
+            {"split_faces", report.slits.split_faces},
             {"holes_tried", report.were_holes_tried},
             {"closed_holes",
              holes_json(
@@ -136,7 +232,9 @@ Json mending_json(const RepairReport& report) {
             {"added_faces", report.holes.added_face_count},
             {"turned_faces", report.turned_faces},
             {"kept_cavities", report.kept_cavities},
-            {"undecided_shells", report.undecided_shells}};
+            {"one_sided_shells", report.one_sided_shells},
+            {"undecided_shells", 0},
+            {"given_up", mending.given_up}};
 }
 
 std::vector<std::string> suggestions(const TriMesh& mesh, const Findings& findings) {
@@ -147,12 +245,10 @@ std::vector<std::string> suggestions(const TriMesh& mesh, const Findings& findin
         mesh.faces.size() > kMaxQuickFaces) {
         return {};
     }
-    TriMesh copy;
-    copy.faces = mesh.faces;
-    copy.vertices = mesh.vertices;
-    copy.texture_coordinates = mesh.texture_coordinates;
-    const RepairReport report = repair(copy, tool_repair_options());
-
+    TriMesh copy = plain_copy(mesh);
+    const Mending mending =
+        mend(copy, tool_repair_options(), findings, SelfIntersectionSearch::Never);
+    const RepairReport& report = mending.report;
     std::vector<std::string> lines;
     const auto add = [&](std::size_t count, const std::string& line) {
         if (count != 0) lines.push_back(line);
@@ -161,22 +257,19 @@ std::vector<std::string> suggestions(const TriMesh& mesh, const Findings& findin
         lines.push_back("repair leaves the holes open: " + std::string(kLabelReason));
     }
     add(report.holes.holes.size(), hole_suggestion(report.holes));
-    if (report.holes.added_face_count != 0 && findings.has_self_intersection_count) {
-        const std::uint64_t before = findings[Flaw::SelfIntersections].count;
-        const std::uint64_t after = find_self_intersections(copy, 0).count;
-        add(after > before ? 1 : 0, "look at the result: pairs of intersecting faces become " +
-                                        with_separators(after) + ", because a filling meets " +
-                                        "other faces");
-    }
+    add(report.slits.closed_slits, "repair closes " + counted(report.slits.closed_slits, "slit") +
+                                       " without area, where a vertex lies on an edge");
     add(report.holes.unclosed_edge_count,
         "repair leaves " + counted(report.holes.unclosed_edge_count, "open edge") +
             " that form no closed rim");
     add(report.removed_duplicates,
         "repair removes " + counted(report.removed_duplicates, "duplicate face"));
+    if (report.removed_walls != 0) lines.push_back("in repair " + wall_warning(report));
     add(report.turned_faces, "repair turns " + counted(report.turned_faces, "face") + " over");
-    add(report.undecided_shells, "repair leaves the windings of " +
-                                     counted(report.undecided_shells, "shell") +
-                                     " as they are: " + std::string(kUndecidedReason));
+    add(report.one_sided_shells, "repair leaves the windings of " +
+                                     counted(report.one_sided_shells, "shell") +
+                                     " as they are: " + std::string(kOneSidedReason));
+    for (const std::string& text : mending.given_up) lines.push_back("in repair " + text);
     return lines;
 }
 

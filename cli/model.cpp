@@ -196,9 +196,6 @@ std::vector<std::string> loss_warnings(const LoadedModel& model, FileKind target
         }
         return warnings;
     }
-    if (has_face(mesh, [](const Face& face) { return face.label >= 0 && !is_white(face); })) {
-        warnings.emplace_back("colours of faces with a material are lost");
-    }
     if (has_labels) {
         warnings.emplace_back("materials are numbered; their names and the library file are lost");
     } else if (model.has_texture_lines) {

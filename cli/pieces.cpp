@@ -10,6 +10,7 @@
 
 #include "cli/model.h"
 #include "cli/numbers.h"
+#include "cli/refusal.h"
 #include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
 #include "mesh/volume.h"
@@ -118,6 +119,20 @@ std::string written_text(const std::vector<Piece>& pieces) {
     return text;
 }
 
+// Leaves out the pieces without a triangle. Why nothing is to be written, or nothing.
+std::string refusal_of(std::vector<Piece>& pieces, const std::vector<TriMesh>& parts,
+                       bool was_finite) {
+    bool is_anything_left = false;
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        if (pieces[i].triangles == 0) pieces[i].is_left_out = true;
+        if (pieces[i].is_left_out) continue;
+        const std::string reason = refusal(parts[i], was_finite);
+        if (!reason.empty()) return "piece " + std::to_string(i + 1) + ": " + reason;
+        is_anything_left = true;
+    }
+    return is_anything_left ? "" : "no triangle would be left; nothing is written";
+}
+
 // Writes the pieces of one model; `pieces` and `parts` go side by side.
 void write_pieces(std::vector<Piece> pieces, std::vector<TriMesh>& parts,
                   const Arguments& arguments, Progress progress, std::string_view noun,
@@ -160,8 +175,14 @@ PiecesOutcome divide_model(const Arguments& arguments, Progress progress, std::s
     try {
         const std::string any_name = "x" + extension_for(arguments, source);
         const std::vector<std::string> lost = loss_warnings(model, kind_of(any_name));
+        const bool was_finite = has_finite_corners(model.mesh);
         std::vector<Piece> pieces = divide(model.mesh, progress, outcome);
         if (!outcome.failure.empty()) return outcome;
+        const std::string reason = refusal_of(pieces, model.mesh.parts, was_finite);
+        if (!reason.empty()) {
+            outcome.fail(Flawed, source + ": " + reason);
+            return outcome;
+        }
         progress.set(70);
         const std::string failure = make_folder(arguments.text("--output"));
         if (!failure.empty()) {

@@ -1,5 +1,4 @@
 // povmesh reduce: makes a model of fewer triangles, and tells what ended that.
-#include "remesh/reduce.h"
 #include "cli/commands.h"
 #include "cli/shared_options.h"
 
@@ -13,10 +12,15 @@
 #include "cli/change.h"
 #include "cli/distance.h"
 #include "cli/numbers.h"
-#include "remesh/parallel_reduce.h"
+#include "mesh/volume.h"
+#include "remesh/checked_reduce.h"
+#include "remesh/reduce.h"
 
 namespace povmesh::cli {
 namespace {
+
+// A change of volume beyond this share is told.
+constexpr double kNotableVolume = 0.1;
 
 // A rule that kept edges from being collapsed, and how often.
 struct Rule {
@@ -30,13 +34,20 @@ std::vector<Rule> rules(const ReduceReport& report, bool is_automatic) {
         {report.normal_limit, "normal_limit",
          is_automatic ? "would turn a face by more than 9.9 degrees"
                       : "would turn a face by 90 degrees or more"},
-        {report.boundary + report.held_edges, "boundary", "have an end on a border"},
         {report.link, "link", "would pinch the surface"},
     };
-    if (is_automatic) {  // the parallel reduction counts neither
-        all.push_back({report.valence, "crowded", "would crowd a vertex"});
+    if (is_automatic) {
+        all.push_back({report.boundary, "boundary", "have an end on a border"});
+        all.push_back({report.valence, "valence", "would join too many triangles at a vertex"});
         all.push_back(
             {report.too_few_faces, "too_few_faces", "have an end with fewer than 3 faces"});
+    } else {
+        all.push_back({report.movement, "movement",
+                       "would move the surface by more than a tenth of its diagonal"});
+        all.push_back({report.slivers, "sliver", "would make a degenerate triangle"});
+        all.push_back({report.held_edges, "boundary",
+                       "have an end where other than two triangles meet, or that was held"});
+        all.push_back({report.seam_edges, "seam", "lie between borders or seams"});
     }
     std::stable_sort(all.begin(), all.end(),
                      [](const Rule& a, const Rule& b) { return a.count > b.count; });
@@ -44,26 +55,39 @@ std::vector<Rule> rules(const ReduceReport& report, bool is_automatic) {
 }
 
 // Which rule ended the reduction, in words and as a key.
-std::pair<std::string, std::string> end_of(const ReduceReport& report, bool is_automatic) {
+std::pair<std::string, std::string> end_of(const CheckedReduceReport& checked, bool is_automatic) {
+    const ReduceReport& report = checked.reduction;
     if (report.faces_aimed >= report.faces_before) {
         return {is_automatic ? "nothing to do: no shell has more than 100,000 triangles"
                              : "nothing to do: all triangles may stay",
                 "nothing_to_do"};
     }
     if (report.is_reached) return {"target reached", "target"};
+    if (checked.is_eased) {
+        return {"with fewer triangles the surface would cross itself, " +
+                    place_text(checked.crossing_place),
+                "crossing"};
+    }
     std::string text;
     for (const Rule& rule : rules(report, is_automatic)) {
         if (rule.count == 0) continue;
         text += text.empty() ? "no edge left that may go: " : ", ";
         text += with_separators(rule.count) + " " + rule.text;
     }
-    // Borders are left out from the start there.
-    if (text.empty()) return {"no edge left that may go: all have an end on a border", "boundary"};
+    if (text.empty()) return {"no edge left that may go: no shape of fewer triangles", "shape"};
     return {text, std::string(rules(report, is_automatic).front().key)};
 }
 
-ReduceReport reduce_mesh(TriMesh& mesh, const Arguments& arguments) {
-    if (arguments.has("--auto")) return reduce(mesh, kReduceScans);
+CheckedReduceReport reduce_mesh(TriMesh& mesh, const Arguments& arguments) {
+    if (arguments.has("--auto")) {
+        TriMesh source = mesh;
+        CheckedReduceReport report;
+        report.reduction = reduce(mesh, kReduceScans);
+        if (report.reduction.faces_after != report.reduction.faces_before) {
+            report.faults = find_new_faults(source, mesh);
+        }
+        return report;
+    }
     double target = 0;
     if (arguments.has("--keep")) {
         target = arguments.number("--keep");
@@ -72,20 +96,56 @@ ReduceReport reduce_mesh(TriMesh& mesh, const Arguments& arguments) {
     }
     RunLog log;
     RunContext run{{}, log};
-    return reduce_parallel(mesh, {.keep = target, .least_keep = 0}, run);
+    return reduce_checked(mesh, target, run);
+}
+
+// What the result has and the model did not.
+std::vector<std::string> warnings_of(const NewFaults& faults, double volume_before,
+                                     double volume_after) {
+    std::vector<std::string> warnings;
+    const auto warn = [&](const NewFault& fault, std::string_view what) {
+        if (fault.count == 0) return;
+        warnings.push_back(with_separators(fault.count) + " " + std::string(what) +
+                           " that the model did not have, one " + place_text(fault.place));
+    };
+    warn(faults.crossings, "pairs of intersecting faces");
+    warn(faults.slivers, "nearly degenerate triangles");
+    warn(faults.open_edges, "open edges");
+    warn(faults.junctions, "edges of more than two triangles");
+    const double share = std::abs(volume_after - volume_before) / std::abs(volume_before);
+    if (faults.open_edges.count == 0 && share > kNotableVolume) {
+        warnings.push_back(
+            "the volume is " + human_number(std::round(share * 1000) / 10) + " % " +
+            (std::abs(volume_after) < std::abs(volume_before) ? "smaller" : "larger"));
+    }
+    return warnings;
+}
+
+// What the target's format does not keep must not stand in the way.
+void drop_attributes(TriMesh& mesh) {
+    for (Face& face : mesh.faces) {
+        face.colour.fill(255);
+        face.label = -1;
+        face.uv.fill(-1);
+    }
+    mesh.texture_coordinates.clear();
 }
 
 ChangeReport reduce_and_measure(TriMesh& mesh, const Arguments& arguments) {
     TriMesh source;
+    if (kind_of(arguments.text("--output")) == FileKind::Stl) drop_attributes(mesh);
     if (arguments.has("--measure")) source = mesh;
     ChangeReport change;
     const std::size_t count = live_face_count(mesh);
+    const double volume_before = volume(mesh);
     const Timer timer;
-    const ReduceReport report = reduce_mesh(mesh, arguments);
+    const CheckedReduceReport checked = reduce_mesh(mesh, arguments);
+    const ReduceReport& report = checked.reduction;
     change.seconds = timer.seconds();
+    change.warnings = warnings_of(checked.faults, volume_before, volume(mesh));
 
     const bool is_automatic = arguments.has("--auto");
-    const auto [text, key] = end_of(report, is_automatic);
+    const auto [text, key] = end_of(checked, is_automatic);
     const double kept = static_cast<double>(live_face_count(mesh)) / static_cast<double>(count);
     change.rows = {{"kept", human_number(std::round(kept * 1e4) / 100) + " %"},
                    {"aimed at", counted(report.faces_aimed, "triangle")},
@@ -129,8 +189,9 @@ OperationSpec reduce_operation() {
         .name = "reduce",
         .summary = "Make a model of fewer triangles",
         .description =
-            "Collapses edges where the surface changes least. Open borders stay, and so do the "
-            "borders of colours and of texture coordinates. Give one of --keep, --faces and "
+            "Collapses edges where the surface changes least. Open borders, and those of colours "
+            "and of texture coordinates, stay where they run. Checks the result: no faces cross "
+            "that did not. Give one of --keep, --faces and "
             "--auto. Reads the result back and prints what ended the reduction.",
         .positionals = {kModelFile},
         .options = {model_output(),

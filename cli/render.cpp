@@ -126,7 +126,7 @@ picture::Image draw_exploded(std::vector<Subject>& subjects,
     for (Subject& subject : subjects) {
         TriMesh& mesh = subject.loaded.mesh;
         widen(scene_box, box_of(mesh));
-        separate_bodies(mesh, {.keep_cavities = true});
+        separate_bodies(mesh, {.keep_cavities = true, .all_faces = true});
         std::move(mesh.parts.begin(), mesh.parts.end(), std::back_inserter(bodies));
     }
     picture::Scene scene;

@@ -36,7 +36,7 @@ Json to_json(const std::string& source, const std::string& folder, const PiecesO
 // Separates the bodies into `mesh.parts`.
 std::vector<Piece> separate(TriMesh& mesh, double least_volume, Progress progress) {
     label_shells(mesh);
-    const ShellGroups bodies = group_shells(mesh, {.keep_cavities = true});
+    const ShellGroups bodies = group_shells(mesh, {.keep_cavities = true, .all_faces = true});
     progress.set(60);
     build_parts(mesh, bodies);
     std::vector<Piece> pieces;

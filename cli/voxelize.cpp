@@ -1,7 +1,9 @@
 // povmesh voxelize: a model as the cubes that it is made of.
+#include <bit>
 #include <string>
 
 #include "base/timer.h"
+#include "cli/cavity.h"
 #include "cli/change.h"
 #include "cli/commands.h"
 #include "cli/numbers.h"
@@ -13,6 +15,12 @@
 namespace povmesh::cli {
 namespace {
 
+std::size_t count(const VoxelGrid::Words& cells) {
+    std::size_t sum = 0;
+    for (const std::uint64_t word : cells) sum += static_cast<std::size_t>(std::popcount(word));
+    return sum;
+}
+
 int run_voxelize(const Arguments& arguments, Console& console) {
     const auto size = static_cast<float>(arguments.number("--size"));
     return run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
@@ -20,10 +28,16 @@ int run_voxelize(const Arguments& arguments, Console& console) {
         RunLog log;
         RunContext run{progress, log};
         ChangeReport report;
-        VoxelGrid grid = voxelise(mesh, {{size, size, size}}, run);
+        VoxelGrid::Words surface;
+        VoxelGrid grid = voxelise(mesh, {{size, size, size}}, run, &surface);
         progress.set(65);
         const float used = grid.settings().size.x;
         fill_rows(grid, FillColour::MeanOfEnds);
+        if (!grid.is_empty() && grid.size() <= count(surface) && has_holes(mesh)) {
+            report.warnings.emplace_back(
+                "the model is open: only its surface became cubes, and nothing inside; 'povmesh "
+                "repair' closes holes");
+        }
         export_voxels(mesh, grid, run);
         report.seconds = timer.seconds();
         std::string size_text = human_number(shortest_double(used));

@@ -23,6 +23,11 @@
 namespace povmesh {
 namespace {
 
+// Who keeps cavities wants bodies as they are; hosts rely on large shells being sampled.
+SeparationOptions grouping(bool keep_cavities) {
+    return {.keep_cavities = keep_cavities, .all_faces = keep_cavities};
+}
+
 using Parts = std::vector<TriMesh>;
 
 // Which shells' rims are filled together: a cavity with the body around it, any other shell by
@@ -62,8 +67,15 @@ public:
         }
         if (!split.divides()) return false;
         if (options_.operation == CutOperation::CutAndCap) fill(split);
+        std::array<TriMesh, 2> halves;
         for (const PlaneSide side : {PlaneSide::Back, PlaneSide::Front}) {
-            TriMesh half = split.side_mesh(side, caps_[static_cast<std::size_t>(side)]).mesh;
+            const auto i = static_cast<std::size_t>(side);
+            halves[i] = split.side_mesh(side, caps_[i]).mesh;
+            // Needles along the plane leave nothing once their points are rounded.
+            if (halves[i].faces.empty()) return false;
+        }
+        for (const PlaneSide side : {PlaneSide::Back, PlaneSide::Front}) {
+            TriMesh& half = halves[static_cast<std::size_t>(side)];
             if (mates_ != nullptr && split.is_connected(side, *mates_)) {
                 parts.push_back(std::move(half));
             } else {
@@ -151,7 +163,7 @@ private:
             parts.push_back(std::move(half));
             return;
         }
-        build_parts(half, group_shells(half, {.keep_cavities = options_.keep_cavities}));
+        build_parts(half, group_shells(half, grouping(options_.keep_cavities)));
         std::move(half.parts.begin(), half.parts.end(), std::back_inserter(parts));
     }
 
@@ -176,7 +188,7 @@ Parts separate(TriMesh& mesh, bool keep_cavities, std::optional<EdgeMates>& mate
         return models;
     }
     mates.reset();
-    build_parts(mesh, group_shells(mesh, {.keep_cavities = keep_cavities}));
+    build_parts(mesh, group_shells(mesh, grouping(keep_cavities)));
     models = std::move(mesh.parts);
     mesh = {};
     return models;

@@ -55,7 +55,8 @@ constexpr double kConnectorClearance = 0.2;
 /// have the label -1 and the mean colour of the cut. Of an open model, openings that do not close
 /// into loops stay.
 ///
-/// A model that the plane misses or only touches stays one part with the same faces, and so does
+/// A model that the plane misses or only touches, or of which rounding would leave nothing on a
+/// side, stays one part with the same faces, and so does
 /// every model when the plane has no normal, no direction or no place. Mirroring gives one part; it
 /// drops the faces that lie on the plane and joins the two halves there.
 ///

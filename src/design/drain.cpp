@@ -150,8 +150,8 @@ private:
         return DrainOutcome::Done;
     }
 
-    // Of the surface that points on a sphere around the mouth see, spread evenly by the golden angle.
-    // At an edge of the model that is the direction between its two sides.
+    // From the surface to points outside on a sphere around the mouth, spread evenly by the golden
+    // angle. At an edge of the model that is the direction between its two sides.
     Vec3d mean_normal(const NearestPoint& mouth, double radius) const {
         constexpr int kSamples = 256;
         const Vec3d own = unit_normal(whole_, mouth.face);
@@ -165,9 +165,9 @@ private:
                 mouth.point +
                 Vec3d{across * std::cos(angle), across * std::sin(angle), height} * radius;
             const NearestPoint seen = nearest_.find(p);
-            const Vec3d normal = unit_normal(whole_, seen.face);
-            const bool is_outside = dot(p - seen.point, normal) >= 0;
-            if (is_outside && dot(normal, own) >= 0) sum = sum + normal;
+            const Vec3d out = p - seen.point;
+            const bool is_outside = dot(out, unit_normal(whole_, seen.face)) > 0;
+            if (is_outside && dot(out, own) >= 0) sum = sum + out / length(out);
         }
         const double size = length(sum);
         return size > 0 ? sum / size : own;

@@ -34,6 +34,9 @@ constexpr double kSizeExponent = 0.33;
 constexpr double kSmallestVoxel = 0.4;
 constexpr double kLargestVoxel = 2.0;
 
+// About a gigabyte with distances, 3 bytes a cell.
+constexpr std::int64_t kMostCellsOfASolid = std::int64_t{1} << 28;
+
 // Walls of fewer layers get rid of spikes and ridges first.
 constexpr std::int32_t kLayersOfAThickWall = 5;
 constexpr std::int32_t kSpurs = 2;
@@ -69,10 +72,10 @@ constexpr int kMostRounds = 16;
 // Share of the area that may lie off the surface of the voxels, by half a voxel or more.
 constexpr double kMostStrayed = 0.01;
 
-float voxel_size(const TriMesh& mesh, double model_volume) {
+float voxel_size(const TriMesh& mesh, double model_volume, RunContext& run) {
     const double size = std::pow(model_volume / kVoxelsOfASolid, kSizeExponent);
     const auto edge = static_cast<float>(std::clamp(size, kSmallestVoxel, kLargestVoxel));
-    return fitting_size(model_box(mesh), {edge, edge, edge}).x;
+    return affordable_size(model_box(mesh), {edge, edge, edge}, kMostCellsOfASolid, run).x;
 }
 
 std::int32_t layer_count(double thickness, double size) {
@@ -237,7 +240,7 @@ HollowReport hollow(TriMesh& mesh, float thickness, RunContext& run, const Hollo
     run.log.value("thickness", double{thickness});
     const Timer timer;
     report.model_volume = volume(mesh);
-    const float size = voxel_size(mesh, report.model_volume);
+    const float size = voxel_size(mesh, report.model_volume, run);
     report.voxel_size = double{size};
     report.layers = layer_count(double{thickness}, report.voxel_size);
     VoxelGrid core = core_of(mesh, size, double{thickness}, report, run);

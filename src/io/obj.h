@@ -78,14 +78,16 @@ void build_from_doubles(TriMesh& mesh, const DoubleSoup& soup);
 
 struct ObjWriteOptions {
     // Off: five decimals and the lines "mtllib output.mtl" and "usemtl -1", as hosts of the
-    // exported functions get them. On: as many digits as bring back the same bits, no name of a
-    // file that is not written, colours only if a face has one, and materials numbered so that
-    // labels read back the same.
+    // exported functions get them. On: as many digits as bring back the same bits (texture
+    // coordinates that are floats: the same floats), texture coordinates that are alike once, no
+    // name of a file that is not written, colours for all faces if one has any, and materials
+    // numbered so that labels read back the same.
     bool exact = false;
 };
 
 /// Writes the live faces. A vertex is written once for its textured faces and once for each colour
-/// that it has on the others; faces stand in groups by ascending label.
+/// that it has on the others, in the exact form once for each colour; faces stand in groups by
+/// ascending label.
 ///
 /// The target is replaced only by a complete file (see ReplacementFile).
 /// @return  CannotWrite, with the reason; the target is then unchanged.

@@ -224,7 +224,7 @@ public:
         }
         info_.triangles = mesh_.faces.size();
         if (!failure_.ok()) return failure_;
-        compact(mesh_);
+        compact(mesh_, options_.strict ? TextureDigits::All : TextureDigits::AsInASoup);
         if (mesh_.faces.empty()) {
             return {StatusCode::BadFile,
                     one_line(name_) + ": OBJ that holds no face with three different corners"};

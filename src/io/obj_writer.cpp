@@ -2,6 +2,7 @@
 // C locale.
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -9,10 +10,12 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include "io/file.h"
 #include "io/obj.h"
 #include "io/obj_keys.h"
+#include "mesh/weld_table.h"
 
 namespace povmesh {
 namespace {
@@ -88,6 +91,40 @@ private:
     std::size_t used_ = 0;
 };
 
+/// Finds texture coordinates that are the same. Open addressing over the bits of both numbers.
+class SharedTexture {
+public:
+    explicit SharedTexture(const Array<TextureCoordinate>& records)
+        : records_(records),
+          slots_(std::bit_ceil(2 * records.size() + 16), kEmpty),
+          factor_(hash_factor(0)),
+          other_factor_(hash_factor(1)) {}
+
+    /// The first record given so far with the numbers of this one.
+    std::uint32_t first_like(std::uint32_t record) {
+        const auto [u, v] = bits_of(record);
+        std::uint64_t hash = u * factor_ + v * other_factor_;
+        hash = (hash ^ (hash >> 32)) * factor_;
+        const std::size_t mask = slots_.size() - 1;
+        for (std::size_t place = (hash >> 32) & mask;; place = (place + 1) & mask) {
+            if (slots_[place] == kEmpty) slots_[place] = record;
+            if (bits_of(slots_[place]) == std::pair(u, v)) return slots_[place];
+        }
+    }
+
+private:
+    static constexpr std::uint32_t kEmpty = 0xFFFFFFFF;
+
+    std::pair<std::uint64_t, std::uint64_t> bits_of(std::uint32_t record) const {
+        return {std::bit_cast<std::uint64_t>(records_[record].u),
+                std::bit_cast<std::uint64_t>(records_[record].v)};
+    }
+
+    const Array<TextureCoordinate>& records_;
+    Array<std::uint32_t> slots_;
+    std::uint64_t factor_, other_factor_;
+};
+
 class ObjWriter {
 public:
     ObjWriter(TriMesh& mesh, const ObjWriteOptions& options, ReplacementFile& file)
@@ -107,7 +144,7 @@ public:
 private:
     bool has_any_colour() const {
         return std::any_of(mesh_.faces.begin(), mesh_.faces.end(), [](const Face& face) {
-            return face.deleted == 0 && face.label < 0 &&
+            return face.deleted == 0 &&
                    std::any_of(face.colour.begin(), face.colour.end(),
                                [](std::uint8_t channel) { return channel != 255; });
         });
@@ -127,20 +164,62 @@ private:
     }
 
     void write_texture_coordinates() {
+        if (options_.exact) return write_shared_texture_coordinates();
         for (const TextureCoordinate& record : mesh_.texture_coordinates) {
             out_.begin_line();
             out_.put("vt ");
-            if (options_.exact) {
-                out_.put_shortest(record.u);
-                out_.put(' ');
-                out_.put_shortest(record.v);
-            } else {
-                out_.put_five(record.u);
-                out_.put(' ');
-                out_.put_five(record.v);
-            }
+            out_.put_five(record.u);
+            out_.put(' ');
+            out_.put_five(record.v);
             out_.put('\n');
         }
+    }
+
+    // Only those that a face uses, each once.
+    void write_shared_texture_coordinates() {
+        const Array<TextureCoordinate>& records = mesh_.texture_coordinates;
+        texture_number_.assign(records.size(), 0);
+        for (const Face& face : mesh_.faces) {
+            if (!is_textured(face)) continue;
+            for (const std::int32_t uv : face.uv) texture_number_[static_cast<std::size_t>(uv)] = 1;
+        }
+        SharedTexture shared(records);
+        std::uint32_t written = 0;
+        for (std::uint32_t i = 0; i < records.size(); ++i) {
+            if (texture_number_[i] == 0) continue;
+            const std::uint32_t first = shared.first_like(i);
+            if (first == i) {
+                write_texture_coordinate(records[i]);
+                texture_number_[i] = ++written;
+            } else {
+                texture_number_[i] = texture_number_[first];
+            }
+        }
+    }
+
+    void write_texture_coordinate(const TextureCoordinate& record) {
+        out_.begin_line();
+        out_.put("vt");
+        for (const double number : {record.u, record.v}) {
+            out_.put(' ');
+            // One that has been through a soup is a float: its own digits are fewer, and who rounds
+            // what they say gets the same float.
+            const auto rounded = static_cast<float>(number);
+            if (static_cast<double>(rounded) == number) {
+                out_.put_shortest(rounded);
+            } else {
+                out_.put_shortest(number);
+            }
+        }
+        out_.put('\n');
+    }
+
+    bool is_textured(const Face& face) const {
+        return face.deleted == 0 && face.label >= 0 &&
+               std::all_of(face.uv.begin(), face.uv.end(), [&](std::int32_t uv) {
+                   return uv >= 0 &&
+                          static_cast<std::size_t>(uv) < mesh_.texture_coordinates.size();
+               });
     }
 
     // Writes each vertex as often as its uses ask for, and notes for every corner which one it
@@ -155,7 +234,8 @@ private:
                 const Face& face = mesh_.faces[use.face()];
                 if (face.deleted != 0) continue;
                 corner_vertex_[use.face() * 3 + use.corner()] =
-                    face.label >= 0 ? textured_vertex(v) : coloured_vertex(v, face, use.corner());
+                    face.label >= 0 && !options_.exact ? textured_vertex(v)
+                                                       : coloured_vertex(v, face, use.corner());
             }
         }
     }
@@ -256,15 +336,18 @@ private:
 
     void write_face(std::uint32_t f) {
         const Face& face = mesh_.faces[f];
-        const bool is_textured = face.label >= 0 && face.uv[0] >= 0;
+        const bool has_texture =
+            options_.exact ? is_textured(face) : face.label >= 0 && face.uv[0] >= 0;
         out_.begin_line();
         out_.put('f');
         for (std::size_t c = 0; c < 3; ++c) {
             out_.put(' ');
             out_.put(std::int64_t{corner_vertex_[std::size_t{f} * 3 + c]});
-            if (!is_textured) continue;
+            if (!has_texture) continue;
             out_.put('/');
-            out_.put(std::int64_t{face.uv[c]} + 1);
+            out_.put(options_.exact
+                         ? std::int64_t{texture_number_[static_cast<std::size_t>(face.uv[c])]}
+                         : std::int64_t{face.uv[c]} + 1);
         }
         out_.put('\n');
     }
@@ -281,7 +364,8 @@ private:
     TextWriter out_;
     bool has_colours_ = true;
     std::array<std::string, 256> colour_texts_;
-    Array<std::uint32_t> corner_vertex_;  // of every corner: the number of its vertex in the file
+    Array<std::uint32_t> corner_vertex_;   // of every corner: the number of its vertex in the file
+    Array<std::uint32_t> texture_number_;  // of every record, in the exact form
     std::uint32_t written_vertices_ = 0;
     std::int32_t next_material_ = 0;
     // Of the vertex at hand:

@@ -5,11 +5,18 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "base/convert.h"
 
 namespace povmesh {
 namespace {
+
+// A simple polygon always has an ear, so the search is for a polygon that meets itself once it finds
+// none; from there on it may look at so many more corners for each corner of the polygon, and at
+// some more for small ones.
+constexpr std::size_t kWorkAfterMeeting = 128;
+constexpr std::size_t kWorkOfSmallOnes = 50'000;
 
 // Up to this many blocking corners are looked at one by one, without a grid.
 constexpr std::size_t kFewBlocking = 24;
@@ -136,7 +143,8 @@ bool PolygonTriangulator::is_convex(std::uint32_t corner) const {
 // and is not the same point as one of its corners (where an outline is led to a hole and back, two
 // corners are).
 bool PolygonTriangulator::blocks(std::uint32_t corner, std::uint32_t a, std::uint32_t b,
-                                 std::uint32_t c) const {
+                                 std::uint32_t c) {
+    ++work_;
     if (may_block_[corner] == 0 || corner == a || corner == b || corner == c) return false;
     const Point2d& p = points_[corner];
     for (const std::uint32_t other : {a, b, c}) {
@@ -145,7 +153,8 @@ bool PolygonTriangulator::blocks(std::uint32_t corner, std::uint32_t a, std::uin
     return turn(a, b, corner) >= 0 && turn(b, c, corner) >= 0 && turn(c, a, corner) >= 0;
 }
 
-bool PolygonTriangulator::is_ear(std::uint32_t corner) const {
+bool PolygonTriangulator::is_ear(std::uint32_t corner) {
+    ++work_;
     const std::uint32_t a = previous_[corner];
     const std::uint32_t b = corner;
     const std::uint32_t c = next_[corner];
@@ -188,7 +197,7 @@ void PolygonTriangulator::clip(std::uint32_t corner) {
 // going round the polygon in that way makes no long fans. True when any was clipped.
 bool PolygonTriangulator::clip_queued() {
     const std::size_t before = corners_left_;
-    for (std::size_t i = 0; i < queue_.size() && corners_left_ > 3; ++i) {
+    for (std::size_t i = 0; i < queue_.size() && corners_left_ > 3 && work_ < work_limit_; ++i) {
         const std::uint32_t corner = queue_[i];
         if (is_clipped_[corner] == 0 && is_ear(corner)) {
             clip(corner);
@@ -208,18 +217,42 @@ std::uint32_t PolygonTriangulator::least_bad_corner() const {
     return some_corner_;
 }
 
+// Cuts off what is left without a look at other corners: convex corners while there are any within
+// a turn, then the rest as a fan.
+void PolygonTriangulator::clip_blindly() {
+    std::uint32_t corner = some_corner_;
+    for (std::size_t in_vain = 0; corners_left_ > 3;) {
+        if (in_vain <= corners_left_ && !is_convex(corner)) {
+            corner = next_[corner];
+            ++in_vain;
+            continue;
+        }
+        const std::uint32_t before = previous_[corner];
+        clip(corner);
+        if (in_vain <= corners_left_ + 1) in_vain = 0;
+        corner = before;
+    }
+}
+
 void PolygonTriangulator::clip_ears() {
     make_ring();
     make_grid();
-    while (corners_left_ > 3) {
+    work_ = 0;
+    work_limit_ = std::numeric_limits<std::size_t>::max();
+    while (corners_left_ > 3 && work_ < work_limit_) {
         queue_.clear();
         std::uint32_t corner = some_corner_;
         for (std::size_t i = 0; i < corners_left_; ++i) {
             queue_.push_back(corner);
             corner = next_[corner];
         }
-        if (!clip_queued()) clip(least_bad_corner());
+        if (clip_queued() || work_ >= work_limit_) continue;
+        work_limit_ =
+            std::min(work_limit_, work_ + kWorkAfterMeeting * points_.size() + kWorkOfSmallOnes);
+        work_ += corners_left_;
+        clip(least_bad_corner());
     }
+    clip_blindly();
     triangles_.push_back({previous_[some_corner_], some_corner_, next_[some_corner_]});
 }
 

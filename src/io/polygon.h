@@ -26,6 +26,9 @@ class PolygonTriangulator {
 public:
     using Triangle = std::array<std::uint32_t, 3>;  // corners, in the winding of the polygon
 
+    /// Corners looked at for the last polygon.
+    std::size_t work() const { return work_; }
+
     /// @param points  the corners in order, three or more
     /// @return  n - 2 triangles; valid until the next call
     std::span<const Triangle> triangulate(std::span<const Vec3d> points);
@@ -38,10 +41,11 @@ private:
     void make_grid();
     int turn(std::uint32_t a, std::uint32_t b, std::uint32_t c) const;
     bool is_convex(std::uint32_t corner) const;
-    bool is_ear(std::uint32_t corner) const;
-    bool blocks(std::uint32_t corner, std::uint32_t a, std::uint32_t b, std::uint32_t c) const;
+    bool is_ear(std::uint32_t corner);
+    bool blocks(std::uint32_t corner, std::uint32_t a, std::uint32_t b, std::uint32_t c);
     void clip(std::uint32_t corner);
     bool clip_queued();
+    void clip_blindly();
     std::uint32_t least_bad_corner() const;
     std::size_t column(double x) const;
     std::size_t row(double y) const;
@@ -55,6 +59,8 @@ private:
     std::vector<Triangle> triangles_;
     std::size_t corners_left_ = 0;
     std::uint32_t some_corner_ = 0;  // one that is not clipped
+    std::size_t work_ = 0;           // corners looked at
+    std::size_t work_limit_ = 0;
 
     // Grid over the corners that may block: cell c holds those from items[starts[c]] on, up to
     // items[starts[c + 1]].

@@ -17,15 +17,16 @@ bool names_vertices(const Face& face, std::size_t vertex_count) {
     });
 }
 
-// Copies the texture coordinates of a labelled face, rounded to floats as a soup carries them.
-void renew_texture(Face& face, const Array<TextureCoordinate>& old,
+// Copies the texture coordinates of a labelled face.
+void renew_texture(Face& face, TextureDigits digits, const Array<TextureCoordinate>& old,
                    Array<TextureCoordinate>& renewed) {
     for (std::int32_t& uv : face.uv) {
         TextureCoordinate record{0, 0, static_cast<std::int32_t>(renewed.size())};
         if (uv >= 0 && static_cast<std::size_t>(uv) < old.size()) {
             const TextureCoordinate& from = old[static_cast<std::size_t>(uv)];
-            record.u = static_cast<double>(static_cast<float>(from.u));
-            record.v = static_cast<double>(static_cast<float>(from.v));
+            const bool is_rounded = digits == TextureDigits::AsInASoup;
+            record.u = is_rounded ? static_cast<double>(static_cast<float>(from.u)) : from.u;
+            record.v = is_rounded ? static_cast<double>(static_cast<float>(from.v)) : from.v;
         }
         uv = record.index;
         renewed.push_back(record);
@@ -85,7 +86,7 @@ Array<std::int32_t> weld(const Array<Vec3f>& positions, Array<Vertex>& vertices)
 
 }  // namespace
 
-void compact(TriMesh& mesh) {
+void compact(TriMesh& mesh, TextureDigits digits) {
     if (keep_live_faces(mesh) == 0) return;
     // Corners at one old vertex have the same coordinates, so each used vertex is welded once
     // instead of each corner; the order in which they come up is the same.
@@ -100,7 +101,7 @@ void compact(TriMesh& mesh) {
         const auto& [a, b, c] = face.vertex;
         if (a == b || b == c || c == a) continue;
         if (face.label >= 0) {
-            renew_texture(face, mesh.texture_coordinates, texture_coordinates);
+            renew_texture(face, digits, mesh.texture_coordinates, texture_coordinates);
         } else {
             face.uv.fill(-1);
         }

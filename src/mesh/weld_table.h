@@ -10,8 +10,13 @@
 
 namespace povmesh {
 
-/// Numbers pairs (key, cell) in the order in which they first come up. Open addressing, 16 bytes a
-/// slot, so that a look-up touches one cache line.
+/// Odd factors for hash functions, drawn once for the process, so that nobody can make a file whose
+/// keys all fall into one place.
+std::uint64_t hash_factor(std::size_t which);
+constexpr std::size_t kHashFactors = 3;
+
+/// Numbers pairs (key, cell) in the order in which they first come up, whatever the hash function.
+/// Open addressing, 16 bytes a slot, so that a look-up touches one cache line.
 class WeldTable {
 public:
     /// @param expected  a hint for the number of pairs; the table grows as needed
@@ -23,15 +28,27 @@ public:
 
     /// Where the search for a pair begins; valid until `make_room`.
     std::size_t home(std::uint64_t key, std::uint32_t cell) const {
-        // Keys of coordinates with few mantissa bits differ in high bits only: the first product
-        // carries low bits up, the shift brings high ones down, the second product spreads them.
-        std::uint64_t h = (key ^ (std::uint64_t{cell} << 44)) * 0x9E3779B97F4A7C15U;
+        // Keys of coordinates with few mantissa bits differ in high bits only: the first products
+        // carry low bits up, the shift brings high ones down, the last product spreads them.
+        std::uint64_t h = key * key_factor_ + cell * cell_factor_;
         h ^= h >> 32;
-        h *= 0xD6E8FEB86659FD93U;
+        h *= last_factor_;
         return h >> shift_;
     }
 
     void prefetch_home(std::size_t home) const { prefetch(&slots_[home]); }
+
+    /// Slots that a look-up of a pair which is there reads.
+    std::size_t look_up_steps(std::uint64_t key, std::uint32_t cell) const {
+        const std::size_t mask = slots_.size() - 1;
+        std::size_t steps = 1;
+        std::size_t place = home(key, cell);
+        while (slots_[place].key != key || slots_[place].cell != cell) {
+            place = (place + 1) & mask;
+            ++steps;
+        }
+        return steps;
+    }
 
     /// Makes sure that `find_or_add` can bring the number of pairs to `count`.
     void make_room(std::size_t count) {
@@ -80,6 +97,9 @@ private:
 
     Array<Slot> slots_;
     unsigned shift_ = 0;  // 64 - log2(slot count)
+    std::uint64_t key_factor_ = hash_factor(0);
+    std::uint64_t cell_factor_ = hash_factor(1);
+    std::uint64_t last_factor_ = hash_factor(2);
 };
 
 }  // namespace povmesh

@@ -29,6 +29,10 @@ namespace povmesh {
 /// Invariants: opposites[opposites[h]] == h unless it is kNone; the two run in opposite directions
 /// between the same vertices; both belong to live triangles of one shell. A triangle that is gone
 /// has kGone as its first vertex.
+///
+/// Open borders may be closed by ghosts: from each border edge a triangle to one vertex `outside`,
+/// its third, which is fixed and has no position. Then vertices at a border have closed fans as others have,
+/// and the link condition holds borders apart: two of their vertices have `outside` in common.
 struct CollapseMesh {
     /// In the place of an opposite: the edge is open, irregular or turned against its mate.
     static constexpr std::uint32_t kNone = 0xFFFFFFFF;
@@ -36,14 +40,19 @@ struct CollapseMesh {
 
     Array<std::array<std::int32_t, 3>> triangles;
     Array<std::uint32_t> opposites;  // 3 a triangle
-    Array<std::uint32_t> faces;      // the mesh's face that each triangle came from
-    Array<std::uint8_t> is_fixed;    // vertices: rim, irregular, of several fans or shells
-    Array<std::uint32_t> valences;   // triangles at each vertex
-    Array<std::uint32_t> starts;     // a half-edge from each vertex, kNone without triangles; the
-                                     // collapses do not keep it up to date
-    Array<std::uint32_t> wedges;     // 3 a triangle, or empty: what the corners carry, see Wedges
+    Array<std::uint32_t> faces;    // the mesh's face that each triangle came from; ghosts have none
+    Array<std::uint32_t> offsets;  // shell s: triangles offsets[s] to offsets[s + 1] - 1
+    Array<std::uint8_t> is_fixed;  // vertices: rim, irregular, of several fans or shells
+    Array<std::uint8_t> is_border;  // vertices: on a border that ghosts close; empty without them
+    Array<std::uint32_t> valences;  // triangles at each vertex
+    Array<std::uint32_t> starts;    // a half-edge from each vertex, kNone without triangles; the
+                                    // collapses do not keep it up to date
+    Array<std::uint32_t> wedges;    // 3 a triangle, or empty: what the corners carry, see Wedges
+
+    std::int32_t outside = -2;  // the vertex of all ghosts; no vertex without them
 
     bool is_gone(std::size_t triangle) const { return triangles[triangle][0] == kGone; }
+    bool is_ghost(std::size_t triangle) const { return triangles[triangle][2] == outside; }
     std::int32_t origin(std::uint32_t h) const { return triangles[h / 3][h % 3]; }
     std::int32_t target(std::uint32_t h) const { return origin(next_half_edge(h)); }
     std::int32_t apex(std::uint32_t h) const { return origin(previous_half_edge(h)); }
@@ -56,8 +65,13 @@ struct CollapseMesh {
     std::size_t pack(std::size_t begin, std::size_t end, Array<std::uint32_t>& places);
 };
 
+enum class OpenBorders : std::uint8_t {
+    Fixed,   // their vertices stay
+    Ghosts,  // closed, so that they may move
+};
+
 /// Made from the shells of the mesh, which are labelled on the way. Its use table is built and
 /// cleared.
-CollapseMesh make_collapse_mesh(TriMesh& mesh);
+CollapseMesh make_collapse_mesh(TriMesh& mesh, OpenBorders borders);
 
 }  // namespace povmesh

@@ -13,6 +13,8 @@ namespace povmesh {
 
 // Cost of an edge that must stay.
 inline constexpr float kNever = std::numeric_limits<float>::infinity();
+// The highest cost of an edge that may go.
+inline constexpr float kMostCost = std::numeric_limits<float>::max();
 inline constexpr std::uint64_t kNoKey = std::numeric_limits<std::uint64_t>::max();
 
 // Faces at a vertex that a collapse may touch or make. A vertex of higher valence stays, and its

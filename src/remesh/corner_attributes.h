@@ -37,6 +37,14 @@ struct CornerKey {
     double u = 0, v = 0;
 
     CornerKey() = default;
+
+    /// Unlike any corner of a face.
+    static CornerKey of_nothing() {
+        CornerKey key;
+        key.label = -2;
+        return key;
+    }
+
     CornerKey(const TriMesh& mesh, const Face& face, std::size_t corner)
         : label(std::max<std::int32_t>(face.label, -1)) {
         if (label >= 0) {

@@ -21,22 +21,20 @@ namespace {
 template <typename Quadric>
 std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
                           ReduceReport& report) {
-    ReductionField<Quadric> field(mesh);
-    struct Result {
-        std::size_t rounds = 0, deleted = 0, links = 0, folds = 0, held = 0;
-    };
-    std::vector<Result> results(mesh.shells.size());
+    ReductionField<Quadric> field(mesh,
+                                  options.thins_borders ? OpenBorders::Ghosts : OpenBorders::Fixed);
+    field.limit_movement(options.most_movement);
+    std::vector<ShellTally> tallies(mesh.shells.size());
     const auto to_delete = [&](std::size_t shell) {
         return faces_to_delete(mesh.shells[shell].size(), options.keep, options.least_keep);
     };
     const auto work = [&](std::size_t shell) {
         const std::size_t wanted = to_delete(shell);
         if (wanted == 0) return;
-        ShellReducer<Quadric> reducer(field, mesh.shells.offsets[shell],
-                                      mesh.shells.offsets[shell + 1]);
-        const std::size_t deleted = reducer.run(wanted);
-        results[shell] = {reducer.rounds(), deleted, reducer.links(), reducer.folds(),
-                          deleted < wanted ? reducer.held_edges() : 0};
+        const Array<std::uint32_t>& offsets = field.corners.offsets;
+        ShellReducer<Quadric> reducer(field, offsets[shell], offsets[shell + 1],
+                                      {options.least_cosine, options.makes_no_slivers});
+        tallies[shell] = reducer.run(wanted);
     };
     for_blocks(mesh.shells.size(), [&](std::size_t shell) {
         if (mesh.shells[shell].size() > kSmallShell) return;
@@ -46,18 +44,21 @@ std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
     std::size_t rounds = 0;
     for (std::size_t shell = 0; shell < mesh.shells.size(); ++shell) {
         if (mesh.shells[shell].size() > kSmallShell) work(shell);
-        const Result& result = results[shell];
-        rounds = std::max(rounds, result.rounds);
+        const ShellTally& tally = tallies[shell];
+        rounds = std::max(rounds, tally.rounds);
         report.faces_aimed -= to_delete(shell);
-        report.faces_after -= result.deleted;
-        report.link += result.links;
-        report.normal_limit += result.folds;
-        report.held_edges += result.held;
-        if (result.deleted < to_delete(shell)) report.is_reached = false;
+        report.faces_after -= tally.deleted;
+        report.link += tally.links;
+        report.normal_limit += tally.folds;
+        report.slivers += tally.slivers;
+        report.movement += tally.moves;
+        report.held_edges += tally.held;
+        report.seam_edges += tally.seams;
+        if (tally.deleted < to_delete(shell)) report.is_reached = false;
     }
     for (Face& face : mesh.faces) face.deleted = 1;
     for (std::size_t t = 0; t < field.corners.triangles.size(); ++t) {
-        if (field.corners.is_gone(t)) continue;
+        if (field.corners.is_gone(t) || field.corners.is_ghost(t)) continue;
         Face& face = mesh.faces[field.corners.faces[t]];
         face.deleted = 0;
         face.vertex = field.corners.triangles[t];

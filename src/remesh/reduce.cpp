@@ -269,20 +269,16 @@ private:
         return t[0] ^ t[1] ^ t[2] ^ a ^ b;
     }
 
-    // The link condition: the only neighbours that both ends have are the vertices opposite the
-    // edge, and no two faces would fall together.
+    // The link condition: what both ends are linked to is what the edge is linked to. Of vertices
+    // that is the two opposite the edge, c and d; of edges nothing, so that not both ends have a
+    // face with c and d.
     bool satisfies_link_condition(std::int32_t a, std::int32_t b) {
         const std::int32_t c = third_vertex(edge_faces_[0], a, b);
         const std::int32_t d = third_vertex(edge_faces_[1], a, b);
         if (c == d) return false;
         const std::uint32_t mark = ++mark_;
         for (const std::uint32_t f : row_a_) {
-            std::size_t opposite = 0;
-            for (const std::int32_t v : triangles_[f]) {
-                vertices_[index(v)].mark = mark;
-                if (v == c || v == d) ++opposite;
-            }
-            if (opposite == 2) return false;
+            for (const std::int32_t v : triangles_[f]) vertices_[index(v)].mark = mark;
         }
         for (const std::int32_t v : {a, b, c, d}) vertices_[index(v)].mark = 0;
         for (const std::uint32_t f : row_b_) {
@@ -290,7 +286,9 @@ private:
                 if (vertices_[index(v)].mark == mark) return false;
             }
         }
-        return true;
+        const auto has_both = [&](std::uint32_t f) { return holds(f, c) && holds(f, d); };
+        return std::none_of(row_a_.begin(), row_a_.end(), has_both) ||
+               std::none_of(row_b_.begin(), row_b_.end(), has_both);
     }
 
     bool turns_a_face(std::span<const std::uint32_t> row, std::int32_t moved, std::int32_t other,

@@ -43,7 +43,10 @@ struct ReduceReport {
 
     // Of the reduction in rounds only.
     std::size_t rounds = 0;
+    std::size_t slivers = 0;     // a face would become a sliver
+    std::size_t movement = 0;    // the surface would be too far from where it was
     std::size_t held_edges = 0;  // left in shells that missed their target, an end held at a rim
+    std::size_t seam_edges = 0;  // left there, between two seams or borders
 
     /// True when the faces asked for went. A collapse takes two faces, so that a shell may keep one
     /// face more or less than aimed at.

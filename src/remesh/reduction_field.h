@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "base/convert.h"
 #include "base/parallel.h"
@@ -61,7 +62,12 @@ struct ReductionField {
     Array<std::uint64_t> keys;    // lowest key among the candidates at each vertex
     Array<std::uint32_t> places;  // for packing
 
-    explicit ReductionField(TriMesh& of) : mesh(of), frame(of), corners(make_collapse_mesh(of)) {
+    // How far the surface at each vertex may be from where it was, and how far it may get, as a
+    // share of the diagonal of the shell's box; empty without limits.
+    Array<float> strayed, most_strayed;
+
+    ReductionField(TriMesh& of, OpenBorders borders)
+        : mesh(of), frame(of), corners(make_collapse_mesh(of, borders)) {
         if constexpr (Quadric::kHasAttributes) wedges = make_wedges(mesh, corners, kAttributeScale);
         quadrics.resize(mesh.vertices.size());
         parallel_for(mesh.vertices.size(), [&](std::size_t v) {
@@ -71,6 +77,15 @@ struct ReductionField {
         costs.resize(corners.opposites.size());
         keys.resize(mesh.vertices.size());
         places.resize(corners.triangles.size());
+    }
+
+    /// A limit for each vertex, or none. Those of limit 0 stay.
+    void limit_movement(std::span<const float> limits) {
+        most_strayed.assign(limits.begin(), limits.end());
+        strayed.assign(limits.size(), 0);
+        for (std::size_t v = 0; v < limits.size(); ++v) {
+            if (limits[v] == 0) corners.is_fixed[v] = 1;
+        }
     }
 
     Vec3d position(std::int32_t v) const {
@@ -91,6 +106,7 @@ private:
     }
 
     void add(Quadric& sum, std::size_t v, std::uint32_t h) const {
+        if (corners.is_ghost(h / 3)) return;
         AttributedTriangle triangle;
         const std::array<std::int32_t, 3>& t = corners.triangles[h / 3];
         for (std::size_t corner = 0; corner < 3; ++corner) {
@@ -98,9 +114,15 @@ private:
         }
         if constexpr (!Quadric::kHasAttributes) {
             sum.add(triangle);
+            if (!corners.is_border.empty() && corners.is_border[v] != 0) {
+                add_line_planes(sum, triangle, h, [&](std::uint32_t edge) {
+                    return corners.is_ghost(corners.opposites[edge] / 3);
+                });
+            }
         } else if (wedges.kinds[v] != Wedges::Smooth) {
             sum.form.add(triangle);
-            add_seam_planes(sum.form, triangle, h);
+            add_line_planes(sum.form, triangle, h,
+                            [&](std::uint32_t edge) { return is_seam(h, edge); });
         } else {
             const Face& face = mesh.faces[corners.faces[h / 3]];
             for (std::size_t corner = 0; corner < 3; ++corner) {
@@ -111,16 +133,22 @@ private:
         }
     }
 
-    // Planes through the seam edges at the corner, upright on the triangle.
-    void add_seam_planes(PositionQuadric& form, const AttributedTriangle& triangle,
-                         std::uint32_t h) const {
+    // Whether an edge of the triangle of h, at the origin of h, has another wedge beyond it.
+    bool is_seam(std::uint32_t h, std::uint32_t edge) const {
+        const std::uint32_t other = corners.opposites[edge];
+        const std::uint32_t here = edge == h ? h : next_half_edge(edge);
+        const std::uint32_t there = edge == h ? next_half_edge(other) : other;
+        return corners.wedges[here] != corners.wedges[there];
+    }
+
+    // Planes through the edges at the corner that lie on a seam or border, upright on the triangle.
+    template <typename IsLine>
+    static void add_line_planes(PositionQuadric& form, const AttributedTriangle& triangle,
+                                std::uint32_t h, IsLine&& is_line) {
         const Vec3d normal = cross(triangle.position[1] - triangle.position[0],
                                    triangle.position[2] - triangle.position[0]);
         for (const std::uint32_t edge : {h, previous_half_edge(h)}) {
-            const std::uint32_t other = corners.opposites[edge];
-            const std::uint32_t here = edge == h ? h : next_half_edge(edge);
-            const std::uint32_t there = edge == h ? next_half_edge(other) : other;
-            if (corners.wedges[here] == corners.wedges[there]) continue;
+            if (!is_line(edge)) continue;
             const Vec3d p = triangle.position[edge % 3];
             const Vec3d along = triangle.position[next_half_edge(edge) % 3] - p;
             const Vec3d upright = cross(along, normal);

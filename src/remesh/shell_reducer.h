@@ -22,6 +22,8 @@
 #include "remesh/collapse_round.h"
 #include "remesh/edge_placement.h"
 #include "remesh/reduction_field.h"
+#include "remesh/triangle_shape.h"
+#include "spatial/nearest_face.h"
 
 namespace povmesh {
 
@@ -29,48 +31,87 @@ namespace povmesh {
 // with all threads on each.
 inline constexpr std::size_t kSmallShell = 50000;
 
+struct ShellRules {
+    double least_cosine = 0;  // between the normals of a face before and after; not below 0
+    bool makes_no_slivers = false;
+};
+
+// What became of a shell; how often each rule turned an edge down.
+struct ShellTally {
+    std::size_t rounds = 0;
+    std::size_t deleted = 0;
+    std::size_t links = 0, folds = 0, slivers = 0, moves = 0;
+    std::size_t held = 0, seams = 0;  // edges that are left, when too few faces went
+};
+
 template <typename Quadric>
 class ShellReducer {
 public:
-    ShellReducer(ReductionField<Quadric>& field, std::size_t begin, std::size_t end)
-        : field_(field), mesh_(field.corners), begin_(begin), end_(end), live_(end - begin) {}
+    ShellReducer(ReductionField<Quadric>& field, std::size_t begin, std::size_t end,
+                 const ShellRules& rules)
+        : field_(field),
+          mesh_(field.corners),
+          begin_(begin),
+          end_(end),
+          live_(end - begin),
+          rules_(rules) {
+        if (!field.strayed.empty()) diagonal_ = find_diagonal();
+    }
 
-    /// Collapses edges until `to_delete` faces are gone; returns how many went.
-    std::size_t run(std::size_t to_delete) {
-        const std::size_t before = live_;
+    /// Collapses edges until `to_delete` faces are gone, or none may go any more.
+    ShellTally run(std::size_t to_delete) {
         std::size_t live_at_start = live_;  // of the sweep: until nothing is left to collapse
         evaluate_all();
-        while (before - live_ < to_delete) {
-            const std::size_t wanted = (to_delete - (before - live_) + 1) / 2;
-            const std::size_t done = round(wanted);
-            ++rounds_;
+        while (tally_.deleted < to_delete) {
+            const std::size_t wanted = (to_delete - tally_.deleted + 1) / 2;
+            const bool has_picked = round(wanted);
+            ++tally_.rounds;
             if (live_ * 4 < (end_ - begin_) * 3) pack();
-            if (done != 0) continue;
+            // Edges that were picked and turned down are out of the way of others.
+            if (has_picked) continue;
             // What was turned down may have become possible, but a sweep must be worth its time.
             if ((live_at_start - live_) * kLeastGain <= live_) break;
             live_at_start = live_;
             evaluate_all();
         }
-        return before - live_;
+        if (tally_.deleted < to_delete) count_what_stays();
+        return tally_;
     }
 
-    /// Edges that stay because an end is fixed.
-    std::size_t held_edges() const {
-        std::size_t count = 0;
+private:
+    enum class Outcome : std::uint8_t { Inner, Border, Link, Folds, Sliver, Moves };
+
+    // Edges that stay because an end is fixed, or because they would join seams or borders.
+    void count_what_stays() {
         for (std::size_t h = 3 * begin_; h < 3 * end_; ++h) {
             const auto edge = static_cast<std::uint32_t>(h);
             const bool is_lower = edge < mesh_.opposites[edge];  // kNone is the largest
-            if (!mesh_.is_gone(h / 3) && is_lower && !may_collapse(edge)) ++count;
+            if (mesh_.is_gone(h / 3) || !is_lower || ends_outside(edge)) continue;
+            if (!may_collapse(edge)) {
+                ++tally_.held;
+            } else if (choose(edge).cost >= static_cast<double>(kNever)) {
+                ++tally_.seams;
+            }
         }
-        return count;
     }
 
-    std::size_t rounds() const { return rounds_; }
-    std::size_t links() const { return links_; }
-    std::size_t folds() const { return folds_; }
+    bool ends_outside(std::uint32_t h) const {
+        return std::max(index(origin(h)), index(target(h))) >= field_.mesh.vertices.size();
+    }
 
-private:
-    enum class Outcome : std::uint8_t { Collapsed, Link, Folds };
+    double find_diagonal() const {
+        Vec3d low{1, 1, 1};
+        Vec3d high{-1, -1, -1};
+        for (std::size_t t = begin_; t < end_; ++t) {
+            if (mesh_.is_ghost(t)) continue;
+            for (const std::int32_t v : mesh_.triangles[t]) {
+                const Vec3d p = field_.position(v);
+                low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
+                high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+            }
+        }
+        return length(high - low);
+    }
 
     static std::size_t index(std::int32_t v) { return static_cast<std::size_t>(v); }
 
@@ -100,6 +141,7 @@ private:
         if constexpr (Quadric::kHasAttributes) {
             return choose_with_wedges(h);
         } else {
+            if (is_border(origin(h)) || is_border(target(h))) return choose_at_border(h);
             Choice choice{.half_edge = h};
             PositionQuadric sum = field_.quadrics[index(origin(h))];
             sum += field_.quadrics[index(target(h))];
@@ -108,6 +150,28 @@ private:
             choose_place(choice, sum, a, b);
             return choice;
         }
+    }
+
+    bool is_border(std::int32_t v) const {
+        return !mesh_.is_border.empty() && mesh_.is_border[index(v)] != 0;
+    }
+
+    // A border moves along itself; the inside comes to the border, and two borders do not meet.
+    Choice choose_at_border(std::uint32_t h) const {
+        if (!is_border(origin(h))) h = mesh_.opposites[h];
+        Choice choice{.half_edge = h};
+        PositionQuadric sum = field_.quadrics[index(origin(h))];
+        sum += field_.quadrics[index(target(h))];
+        const Vec3d a = field_.position(origin(h));
+        const Vec3d b = field_.position(target(h));
+        if (!is_border(target(h))) {
+            choice.place = a;
+            choice.stays = true;
+            choice.cost = cost_of(sum, a, dot(b - a, b - a));
+        } else if (mesh_.is_ghost(h / 3) || mesh_.is_ghost(mesh_.opposites[h] / 3)) {
+            choose_place(choice, sum, a, b);
+        }
+        return choice;
     }
 
     static void choose_place(Choice& choice, const PositionQuadric& sum, Vec3d a, Vec3d b) {
@@ -211,17 +275,20 @@ private:
         return {field_.costs.data() + 3 * begin_, 3 * (end_ - begin_)};
     }
 
-    std::size_t round(std::size_t wanted) {
+    // Collapses a set of edges that do not touch; false when no edge is left to try.
+    bool round(std::size_t wanted) {
         const float threshold = find_threshold(wanted);
-        set_keys(threshold);
         std::vector<Candidate> chosen = select(threshold);
+        // All edges below the threshold may be those of vertices of a high valence.
+        if (chosen.empty() && threshold < kMostCost) chosen = select(kMostCost);
         if (chosen.size() > wanted) {
             const auto end = chosen.begin() + static_cast<std::ptrdiff_t>(wanted);
             std::nth_element(chosen.begin(), end, chosen.end(),
                              [](const Candidate& x, const Candidate& y) { return x.key < y.key; });
             chosen.erase(end, chosen.end());
         }
-        return collapse_all(chosen);
+        collapse_all(chosen);
+        return !chosen.empty();
     }
 
     // The cost up to which edges are candidates.
@@ -252,7 +319,7 @@ private:
                 return std::bit_cast<float>(static_cast<std::uint32_t>((bucket + 1) << kShift) - 1);
             }
         }
-        return std::numeric_limits<float>::max();
+        return kMostCost;
     }
 
     std::size_t merged_valence(std::uint32_t h) const {
@@ -292,7 +359,8 @@ private:
     }
 
     // Candidates with the lowest key of all those at their ends and at the neighbours of these.
-    std::vector<Candidate> select(float threshold) const {
+    std::vector<Candidate> select(float threshold) {
+        set_keys(threshold);
         const std::size_t count = 3 * (end_ - begin_);
         const std::size_t block_count = (count + kParallelBlock - 1) / kParallelBlock;
         std::vector<std::vector<Candidate>> found(block_count);
@@ -331,7 +399,7 @@ private:
     // No triangle holds vertices of two chosen edges, so that each collapse reads and writes
     // triangles, positions and quadrics of its own. Only the valences of the vertices opposite
     // are shared, and lowered one by one.
-    std::size_t collapse_all(const std::vector<Candidate>& chosen) {
+    void collapse_all(const std::vector<Candidate>& chosen) {
         std::vector<Outcome> outcomes(chosen.size());
         constexpr std::size_t kBlock = 256;
         for_blocks((chosen.size() + kBlock - 1) / kBlock, [&](std::size_t block) {
@@ -340,14 +408,16 @@ private:
                 outcomes[i] = try_collapse(chosen[i].half_edge);
             }
         });
-        std::size_t done = 0;
-        for (const Outcome outcome : outcomes) {
-            if (outcome == Outcome::Collapsed) ++done;
-            if (outcome == Outcome::Link) ++links_;
-            if (outcome == Outcome::Folds) ++folds_;
-        }
-        live_ -= 2 * done;
-        return done;
+        std::array<std::size_t, 6> counts{};
+        for (const Outcome outcome : outcomes) ++counts[static_cast<std::size_t>(outcome)];
+        const auto count = [&](Outcome of) { return counts[static_cast<std::size_t>(of)]; };
+        live_ -= 2 * (count(Outcome::Inner) + count(Outcome::Border));
+        tally_.deleted +=
+            2 * count(Outcome::Inner) + count(Outcome::Border);  // ghosts do not count
+        tally_.links += count(Outcome::Link);
+        tally_.folds += count(Outcome::Folds);
+        tally_.slivers += count(Outcome::Sliver);
+        tally_.moves += count(Outcome::Moves);
     }
 
     Outcome try_collapse(std::uint32_t candidate) {
@@ -360,8 +430,90 @@ private:
         field_.costs[candidate] = kNever;
         if (!satisfies_link_condition(ring_a, ring_b)) return Outcome::Link;
         if (folds_over(ring_a, place) || folds_over(ring_b, place)) return Outcome::Folds;
+        if (rules_.makes_no_slivers && makes_slivers(ring_a, ring_b, place)) {
+            return Outcome::Sliver;
+        }
+        if (!field_.strayed.empty()) {
+            const float most = std::min(field_.most_strayed[index(origin(h))],
+                                        field_.most_strayed[index(target(h))]);
+            const double strayed = strayed_by(ring_a, ring_b, place, static_cast<double>(most));
+            if (!(strayed <= static_cast<double>(most))) return Outcome::Moves;
+            field_.strayed[index(origin(h))] = static_cast<float>(strayed);
+            field_.most_strayed[index(origin(h))] = most;
+        }
+        const bool is_at_border = mesh_.is_ghost(h / 3) || mesh_.is_ghost(mesh_.opposites[h] / 3);
         collapse(choice, place, ring_b);
-        return Outcome::Collapsed;
+        return is_at_border ? Outcome::Border : Outcome::Inner;
+    }
+
+    // Calls visit(e) for the half-edges of a ring, which starts with the edge, whose triangles have
+    // a place and stay.
+    template <typename Visit>
+    void visit_kept(const OneRing& ring, Visit&& visit) const {
+        const std::uint32_t edge = ring.half_edges[0];
+        for (const std::uint32_t e : ring) {
+            // Both faces on the edge have it at the vertex, as the way out or the way in.
+            if (e != edge && mesh_.turn(e) != edge && !mesh_.is_ghost(e / 3)) visit(e);
+        }
+    }
+
+    // The triangle of a half-edge, its origin moved to a place.
+    Triangle3d moved_triangle(std::uint32_t e, Vec3d place) const {
+        return {place, field_.position(target(e)), field_.position(mesh_.apex(e))};
+    }
+
+    // True when there would be more slivers around the merged vertex than around its edge.
+    bool makes_slivers(const OneRing& ring_a, const OneRing& ring_b, Vec3f place) const {
+        const Vec3d p = field_.frame.local(place);
+        std::size_t made = 0;
+        std::size_t there = 0;
+        const auto is_sliver = [](const Triangle3d& t) {
+            return shape_of(t).is_sliver ? std::size_t{1} : std::size_t{0};
+        };
+        for (const OneRing* ring : {&ring_a, &ring_b}) {
+            visit_kept(*ring, [&](std::uint32_t e) { made += is_sliver(moved_triangle(e, p)); });
+        }
+        if (made == 0) return false;
+        for (const OneRing* ring : {&ring_a, &ring_b}) {
+            const Vec3d before = field_.position(origin(ring->half_edges[0]));
+            visit_kept(*ring,
+                       [&](std::uint32_t e) { there += is_sliver(moved_triangle(e, before)); });
+        }
+        return made > there;
+    }
+
+    // How far the surface around the merged vertex may be from where it was at first, were the edge
+    // collapsed: the distances of the two ends from what comes, and of the place from what was, on
+    // top of how far the ends have strayed.
+    double strayed_by(const OneRing& ring_a, const OneRing& ring_b, Vec3f place,
+                      double most) const {
+        constexpr double kSmallShare = 1.0 / 64;  // below it an upper bound will do
+        const std::int32_t a = origin(ring_a.half_edges[0]);
+        const std::int32_t b = origin(ring_b.half_edges[0]);
+        const Vec3d p = field_.frame.local(place);
+        const Vec3d at_a = field_.position(a);
+        const Vec3d at_b = field_.position(b);
+        const auto before =
+            static_cast<double>(std::max(field_.strayed[index(a)], field_.strayed[index(b)]));
+        const double step = std::max(length(at_a - p), length(at_b - p));
+        if (before + step / diagonal_ <= kSmallShare * most) return before + step / diagonal_;
+        std::array<double, 3> squares{};
+        squares.fill(std::numeric_limits<double>::infinity());
+        const auto lower = [](double& square, Vec3d from, const Triangle3d& triangle) {
+            square = std::min(square, nearest_on_triangle(from, triangle).squared_distance);
+        };
+        for (const OneRing* ring : {&ring_a, &ring_b}) {
+            visit_kept(*ring, [&](std::uint32_t e) {
+                lower(squares[0], at_a, moved_triangle(e, p));
+                lower(squares[1], at_b, moved_triangle(e, p));
+            });
+            for (const std::uint32_t e : *ring) {
+                if (mesh_.is_ghost(e / 3)) continue;
+                lower(squares[2], p, moved_triangle(e, ring == &ring_a ? at_a : at_b));
+            }
+        }
+        const double square = *std::max_element(squares.begin(), squares.end());
+        return before + std::sqrt(square) / diagonal_;
     }
 
     // The link condition: the ends have just the two vertices opposite the edge for neighbours in
@@ -376,7 +528,16 @@ private:
         return common == 2;
     }
 
-    // True when a face that stays would turn by 90 degrees or more. Its ring starts with the edge.
+    bool turns_too_far(Vec3d old_normal, Vec3d new_normal) const {
+        const double square = dot(old_normal, old_normal);
+        if (!(square > 0)) return false;
+        const double product = dot(old_normal, new_normal);
+        const double least = rules_.least_cosine;
+        return !(product > 0) || (least > 0 && product * product < least * least * square *
+                                                                       dot(new_normal, new_normal));
+    }
+
+    // True when a face that stays would turn too far. Its ring starts with the edge.
     bool folds_over(const OneRing& ring, Vec3f place) const {
         const auto at = [&](std::int32_t v) {
             return to_double(field_.mesh.vertices[index(v)].position());
@@ -386,12 +547,12 @@ private:
         const Vec3d after = to_double(place);
         for (const std::uint32_t e : ring) {
             // Both faces on the edge have it at the vertex, as the way out or the way in.
-            if (e == edge || mesh_.turn(e) == edge) continue;
+            if (e == edge || mesh_.turn(e) == edge || mesh_.is_ghost(e / 3)) continue;
             const Vec3d p = at(target(e));
             const Vec3d side = at(mesh_.apex(e)) - p;
             const Vec3d old_normal = cross(before - p, side);
             const Vec3d new_normal = cross(after - p, side);
-            if (!(dot(old_normal, new_normal) > 0) && dot(old_normal, old_normal) > 0) return true;
+            if (turns_too_far(old_normal, new_normal)) return true;
         }
         return false;
     }
@@ -491,9 +652,9 @@ private:
     CollapseMesh& mesh_;
     std::size_t begin_, end_;  // triangles of the shell; some may be gone
     std::size_t live_;
-    std::size_t rounds_ = 0;
-    std::size_t links_ = 0;
-    std::size_t folds_ = 0;
+    ShellRules rules_;
+    double diagonal_ = 1;  // of the shell's box, in the unit frame
+    ShellTally tally_;
 };
 
 }  // namespace povmesh

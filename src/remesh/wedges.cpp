@@ -22,7 +22,7 @@ public:
     WedgeFinder(const TriMesh& mesh, CollapseMesh& corners, double scale)
         : mesh_(mesh), corners_(corners), scale_(scale) {
         result_.wedges.resize(mesh.vertices.size());
-        result_.kinds.assign(mesh.vertices.size(), Wedges::Crossing);
+        result_.kinds.assign(corners.is_fixed.size(), Wedges::Crossing);
         corners_.wedges.assign(corners_.opposites.size(), CollapseMesh::kNone);
     }
 
@@ -50,7 +50,8 @@ private:
         std::uint32_t first = CollapseMesh::kNone;
         std::uint32_t h = corners_.starts[v];
         do {
-            const CornerKey key(mesh_, face_of(h), h % 3);
+            const CornerKey key = corners_.is_ghost(h / 3) ? CornerKey::of_nothing()
+                                                           : CornerKey(mesh_, face_of(h), h % 3);
             const std::size_t compared = std::min(known_.size(), kCompared);
             const auto found =
                 std::find_if(known_.end() - static_cast<std::ptrdiff_t>(compared), known_.end(),
@@ -72,13 +73,15 @@ private:
     const Face& face_of(std::uint32_t h) const { return mesh_.faces[corners_.faces[h / 3]]; }
 
     std::uint32_t add_wedge(std::size_t v, const CornerKey& key, std::uint32_t h) {
-        const Face& face = face_of(h);
-        const Attributes numbers = corner_attributes(mesh_, face, h % 3);
-        Wedges::Wedge wedge{};
-        for (std::size_t k = 0; k < 3; ++k) {
-            wedge.attributes[k] = static_cast<float>(numbers[k] * scale_);
+        Wedges::Wedge wedge{{}, -1};
+        if (!corners_.is_ghost(h / 3)) {
+            const Face& face = face_of(h);
+            const Attributes numbers = corner_attributes(mesh_, face, h % 3);
+            for (std::size_t k = 0; k < 3; ++k) {
+                wedge.attributes[k] = static_cast<float>(numbers[k] * scale_);
+            }
+            wedge.record = face.uv[h % 3];
         }
-        wedge.record = face.uv[h % 3];
         std::size_t number = v;
         if (known_.empty()) {
             result_.wedges[v] = wedge;
@@ -117,7 +120,7 @@ void store_wedges(Wedges& wedges, const CollapseMesh& corners, double scale, Tri
         return saturate_to<std::uint8_t>(level + 0.5);
     };
     for (std::size_t t = 0; t < corners.triangles.size(); ++t) {
-        if (corners.is_gone(t)) continue;
+        if (corners.is_gone(t) || corners.is_ghost(t)) continue;
         Face& face = mesh.faces[corners.faces[t]];
         for (std::size_t corner = 0; corner < 3; ++corner) {
             const std::uint32_t number = corners.wedges[3 * t + corner];

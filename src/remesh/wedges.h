@@ -13,7 +13,8 @@
 namespace povmesh {
 
 /// The corners at a vertex that carry the same form a wedge. CollapseMesh::wedges names the wedge
-/// of every corner at a vertex that may move.
+/// of every corner at a vertex that may move. Beyond an open border that ghosts close lies a wedge
+/// of nothing, so that the border is a seam.
 struct Wedges {
     /// What may become of a vertex: the higher, the less.
     enum Kind : std::uint8_t {

@@ -10,6 +10,7 @@
 #include <bit>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <span>
 
 #include "base/vec.h"
@@ -255,18 +256,36 @@ bool is_inside(const Box3d& box, Vec3d p) {
 }
 
 /// Answers which of many boxes hold a point: a balanced tree over the boxes in the order of their
-/// centres.
+/// centres. Boxes can be settled; nodes know how many below them are not.
 class BoxTree {
 public:
     explicit BoxTree(std::span<const Box3d> boxes) : boxes_(boxes), order_(boxes.size()) {
         for (std::size_t i = 0; i < order_.size(); ++i) order_[i] = static_cast<std::uint32_t>(i);
         bounds_.resize(boxes.size());
+        open_counts_.resize(boxes.size());
         build(0, order_.size());
+        places_.resize(boxes.size());
+        for (std::size_t i = 0; i < order_.size(); ++i) places_[order_[i]] = i;
     }
 
+    /// Calls visit(box), which may settle boxes. From the moment on that it returns true, only for
+    /// boxes that are not settled; from the start when `only_open` is set.
     template <typename Visit>
-    void boxes_with(Vec3d p, Visit&& visit) const {
-        search(0, order_.size(), p, visit);
+    void boxes_with(Vec3d p, bool only_open, Visit&& visit) const {
+        search(0, order_.size(), p, only_open, visit);
+    }
+
+    /// To be called once for a box.
+    void settle(std::uint32_t box) {
+        const std::size_t place = places_[box];
+        std::size_t begin = 0;
+        std::size_t end = order_.size();
+        for (;;) {
+            const std::size_t middle = begin + (end - begin) / 2;
+            --open_counts_[middle];
+            if (place == middle) return;
+            (place < middle ? end : begin) = place < middle ? middle : middle + 1;
+        }
     }
 
 private:
@@ -298,23 +317,26 @@ private:
         std::nth_element(at(begin), at(middle), at(end),
                          [&](std::uint32_t a, std::uint32_t b) { return centre(a) < centre(b); });
         bounds_[middle] = bounds;
+        open_counts_[middle] = end - begin;
         build(begin, middle);
         build(middle + 1, end);
     }
 
     template <typename Visit>
-    void search(std::size_t begin, std::size_t end, Vec3d p, Visit& visit) const {
+    void search(std::size_t begin, std::size_t end, Vec3d p, bool& only_open, Visit& visit) const {
         if (begin == end) return;
         const std::size_t middle = begin + (end - begin) / 2;
-        if (!holds(bounds_[middle], p)) return;
-        if (holds(boxes_[order_[middle]], p)) visit(order_[middle]);
-        search(begin, middle, p, visit);
-        search(middle + 1, end, p, visit);
+        if ((only_open && open_counts_[middle] == 0) || !holds(bounds_[middle], p)) return;
+        if (holds(boxes_[order_[middle]], p)) only_open = visit(order_[middle]) || only_open;
+        search(begin, middle, p, only_open, visit);
+        search(middle + 1, end, p, only_open, visit);
     }
 
     std::span<const Box3d> boxes_;
     Array<std::uint32_t> order_;
+    Array<std::size_t> places_;  // by box, in the order
     Array<Box3d> bounds_;
+    Array<std::size_t> open_counts_;  // by node
 };
 
 class HoleCloser {
@@ -322,14 +344,15 @@ public:
     HoleCloser(TriMesh& mesh, const EdgeMates& mates, std::size_t max_edges)
         : mesh_(mesh),
           loops_(trace_boundary_loops(mesh, mates)),
-          max_edges_(std::min(max_edges, kMaxHoleEdges)) {}
+          max_edges_(std::min(max_edges, kMaxHoleEdges)),
+          filler_(std::make_unique<RimFiller>()) {}
 
     HoleReport run() {
         report_.unclosed_edge_count = loops_.unclosed_edge_count;
         for (std::size_t i = 0; i < loops_.size(); ++i) {
             const bool fits = loops_[i].size() <= max_edges_;
             report_.holes.push_back({loops_[i].size(), loops_[i].front().face(),
-                                     fits ? HoleFate::NoFilling : HoleFate::TooLong});
+                                     fits ? HoleFate::NoFilling : HoleFate::TooLong, 0, 0});
         }
         if (loops_.size() == 0) return std::move(report_);
         const std::size_t old_face_count = mesh_.faces.size();
@@ -375,10 +398,12 @@ private:
     void close_where(Wanted&& wanted, EdgeSet& edges) {
         for (std::size_t i = 0; i < loops_.size(); ++i) {
             Hole& hole = report_.holes[i];
-            if (hole.fate == HoleFate::NoFilling && wanted(hole.edge_count) &&
-                close(loops_[i], edges)) {
-                hole.fate = HoleFate::Closed;
-            }
+            if (hole.fate != HoleFate::NoFilling || !wanted(hole.edge_count)) continue;
+            const std::size_t before = mesh_.faces.size();
+            if (!close(loops_[i], edges)) continue;
+            hole.fate = HoleFate::Closed;
+            hole.first_added = static_cast<std::uint32_t>(before);
+            hole.added_count = static_cast<std::uint32_t>(mesh_.faces.size() - before);
         }
     }
 
@@ -391,19 +416,30 @@ private:
             candidates.push_back(static_cast<std::uint32_t>(i));
             boxes.push_back(box_of(mesh_, loops_[i]));
         }
-        const BoxTree tree(boxes);
+        BoxTree tree(boxes);
+        const auto is_marked = [&](std::size_t i) {
+            return report_.holes[candidates[i]].fate == HoleFate::PartOfRing;
+        };
+        const auto mark = [&](std::size_t i) {
+            if (is_marked(i)) return;
+            report_.holes[candidates[i]].fate = HoleFate::PartOfRing;
+            tree.settle(static_cast<std::uint32_t>(i));
+        };
         for (std::size_t i = 0; i < candidates.size(); ++i) {
             const Loop inner = loops_[candidates[i]];
             if (inner.size() < 5) continue;
-            tree.boxes_with(place(mesh_, inner.front().vertex), [&](std::uint32_t j) {
-                if (j == i) return;
+            // Of two rims that are marked there is nothing to find out.
+            tree.boxes_with(place(mesh_, inner.front().vertex), is_marked(i), [&](std::uint32_t j) {
+                if (j == i || (is_marked(i) && is_marked(j))) return is_marked(i);
                 const bool lies_inside =
                     std::all_of(inner.begin(), inner.end(), [&](const auto& entry) {
                         return is_inside(boxes[j], place(mesh_, entry.vertex));
                     });
-                if (!lies_inside) return;
-                report_.holes[candidates[i]].fate = HoleFate::PartOfRing;
-                report_.holes[candidates[j]].fate = HoleFate::PartOfRing;
+                if (lies_inside) {
+                    mark(i);
+                    mark(j);
+                }
+                return is_marked(i);
             });
         }
     }
@@ -412,7 +448,7 @@ private:
         // A face that stands alone is its own rim of three; its other side would be its duplicate.
         if (rim.size() == 3 && rim[0].face() == rim[1].face()) return false;
         const auto allowed = [&](std::int32_t a, std::int32_t b) { return !edges.contains(a, b); };
-        if (!filler_.fill(mesh_, rim, allowed, triangles_)) return false;
+        if (!filler_->fill(mesh_, rim, allowed, triangles_)) return false;
         for (const RimFiller::Triangle& t : triangles_) {
             Face face{};
             face.label = -1;
@@ -450,7 +486,7 @@ private:
     const BoundaryLoops loops_;
     const std::size_t max_edges_;
     HoleReport report_;
-    RimFiller filler_;
+    std::unique_ptr<RimFiller> filler_;  // too large for the stacks of some hosts
     std::vector<RimFiller::Triangle> triangles_;
 };
 

@@ -14,6 +14,7 @@ enum class HoleFate {
     Closed,
     TooLong,     // more edges than the limit
     PartOfRing,  // this rim and another one bound one missing ring of surface
+    Crosses,     // its filling would cut through other faces; for those who check
     NoFilling    // every filling has no area, folds back, or would give an edge a third face
 };
 
@@ -21,6 +22,8 @@ struct Hole {
     std::size_t edge_count;
     std::uint32_t first_face;  // a face at its rim
     HoleFate fate;
+    std::uint32_t first_added = 0;  // faces of its filling
+    std::uint32_t added_count = 0;
 };
 
 struct HoleReport {

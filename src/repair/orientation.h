@@ -41,8 +41,8 @@ struct Orientation {
 /// Faces joined by an odd ring, as on a strip with a half turn, cannot agree: such a set is left as
 /// it is, unless turning leaves fewer edges of opposite windings.
 ///
-/// Time: linear, n log n for closed shells with edges of several faces; open shells 32 times their
-/// size. Same result for any number of threads.
+/// Time: linear, n log n for closed shells with edges of several faces; open shells 7 to 32
+/// times their size. Same result for any number of threads.
 Orientation find_orientation(const TriMesh& mesh, const EdgeMates& mates,
                              bool keep_cavities = true);
 

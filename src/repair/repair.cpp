@@ -6,15 +6,17 @@
 #include <optional>
 #include <span>
 #include <utility>
-#include <vector>
 
 #include "base/rotation.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
 #include "mesh/shells.h"
+#include "mesh/volume.h"
 #include "repair/duplicates.h"
+#include "repair/filling_check.h"
+#include "repair/orientation.h"
 #include "repair/shell_walk.h"
-#include "spatial/shell_nesting.h"
+#include "spatial/triangle_intersection.h"
 
 namespace povmesh {
 namespace {
@@ -58,11 +60,17 @@ public:
     Repairer(TriMesh& mesh, const RepairOptions& options) : mesh_(mesh), options_(options) {}
 
     RepairReport run() {
+        if (options_.drop_misplaced) drop_misplaced();
         label();
         drop_tiny_shells();
         remove_duplicates();
+        if (options_.close_slits) close_slits_without_area();
         close_small_holes();
-        turn_outward();
+        if (options_.turn_fewest) {
+            turn_fewest();
+        } else {
+            turn_from_the_top();
+        }
         compact(mesh_);
         return std::move(report_);
     }
@@ -79,6 +87,14 @@ private:
         if (is_changed_) label();
     }
 
+    void drop_misplaced() {
+        for (Face& face : mesh_.faces) {
+            if (face.deleted != 0 || is_finite(triangle_of(mesh_, face))) continue;
+            face.deleted = 1;
+            ++report_.dropped_misplaced;
+        }
+    }
+
     void drop_tiny_shells() {
         for (std::size_t s = 0; s < mesh_.shells.size(); ++s) {
             const Measures size = measure(mesh_, mesh_.shells[s]);
@@ -92,29 +108,67 @@ private:
     }
 
     void remove_duplicates() {
-        if (mesh_.faces.size() >= options_.duplicate_limit) return;
-        const Array<std::uint32_t> duplicates = find_duplicate_faces(mesh_);
+        if (!options_.remove_duplicates || mesh_.faces.size() >= options_.duplicate_limit) return;
+        Array<std::uint32_t> duplicates;
+        if (options_.remove_idle_walls) {
+            label_again();
+            RedundantFaces redundant = find_redundant_faces(mesh_, *mates_);
+            note_walls(redundant.walls);
+            duplicates = std::move(redundant.faces);
+        } else {
+            duplicates = find_duplicate_faces(mesh_);
+        }
         for (const std::uint32_t face : duplicates) mesh_.faces[face].deleted = 1;
         report_.removed_duplicates = duplicates.size();
         if (!duplicates.empty()) is_changed_ = true;
+    }
+
+    void note_walls(std::span<const std::uint32_t> walls) {
+        report_.removed_walls = walls.size();
+        for (const std::uint32_t face : walls) {
+            report_.removed_wall_area += face_area(mesh_, mesh_.faces[face]);
+        }
+        if (!walls.empty()) {
+            report_.first_wall = mesh_.corner_position(mesh_.faces[walls.front()], 0);
+        }
+    }
+
+    void close_slits_without_area() {
+        label_again();
+        report_.slits = close_slits(mesh_, *mates_);
+        if (report_.slits.split_faces > 0) is_changed_ = true;
     }
 
     void close_small_holes() {
         const bool has_label =
             std::any_of(mesh_.faces.begin(), mesh_.faces.end(),
                         [](const Face& face) { return face.deleted == 0 && face.label >= 0; });
-        if (has_label) return;
+        if (has_label || !options_.close_holes) return;
         report_.were_holes_tried = true;
         label_again();
         report_.holes = close_holes(mesh_, *mates_);
+        if (options_.check_fillings) undo_crossing_fillings(mesh_, report_.holes);
         if (report_.holes.added_face_count > 0) is_changed_ = true;
     }
 
-    void turn_outward() {
+    void turn_fewest() {
+        label_again();
+        const Orientation orientation = find_orientation(mesh_, *mates_, options_.keep_cavities);
+        for (std::size_t face = 0; face < mesh_.faces.size(); ++face) {
+            if (orientation.turned[face] != 0) reverse_winding(mesh_.faces[face]);
+        }
+        for (std::size_t shell = 0; shell < mesh_.shells.size(); ++shell) {
+            if (orientation.is_cavity(shell)) ++report_.kept_cavities;
+        }
+        report_.turned_faces = orientation.turned_count;
+        report_.one_sided_shells = orientation.one_sided.size();
+        mesh_.use_table.clear();  // it records the old windings
+    }
+
+    void turn_from_the_top() {
         label_again();
         const Array<Vertex> tilted = tilted_vertices();
         ShellWalk walk(mesh_, *mates_, tilted, false);
-        const std::vector<bool> is_cavity = find_cavities();
         for (std::uint32_t s = 0; s < mesh_.shells.size(); ++s) {
             const std::span<const std::uint32_t> shell = mesh_.shells[s];
             const auto turns = static_cast<float>(walk.walk(s).turns);
@@ -129,12 +183,9 @@ private:
                 reverse_winding(mesh_.faces[face]);
                 ++turned;
             }
-            if (is_closed_and_consistent(shell, walk)) {
-                if ((measure(mesh_, shell).volume < 0) != is_cavity[s]) {
-                    for (const std::uint32_t face : shell) reverse_winding(mesh_.faces[face]);
-                    turned = shell.size() - turned;
-                }
-                if (is_cavity[s]) ++report_.kept_cavities;
+            if (is_closed_and_consistent(shell, walk) && measure(mesh_, shell).volume < 0) {
+                for (const std::uint32_t face : shell) reverse_winding(mesh_.faces[face]);
+                turned = shell.size() - turned;
             }
             report_.turned_faces += turned;
         }
@@ -149,18 +200,6 @@ private:
             tilted[v] = {p.x, p.y, p.z, mesh_.vertices[v].index};
         }
         return tilted;
-    }
-
-    // Closed shells that are wound inward, on the whole, inside an odd number of other closed
-    // shells.
-    std::vector<bool> find_cavities() {
-        std::vector<bool> is_cavity(mesh_.shells.size(), false);
-        if (!options_.keep_cavities) return is_cavity;
-        const std::vector<ShellNesting> nesting = classify_shells(mesh_, *mates_);
-        for (std::size_t s = 0; s < nesting.size(); ++s) {
-            is_cavity[s] = nesting[s].is_cavity() && nesting[s].signed_volume < 0;
-        }
-        return is_cavity;
     }
 
     // Every edge held by two faces that run along it in opposite directions, as the walk left them.

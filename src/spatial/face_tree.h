@@ -55,9 +55,14 @@ public:
     }
 
     /// Calls `visit(number, other_number)` for every pair of an entry here and one of `other` whose
-    /// boxes overlap, until one call returns true. Returns true when one did.
+    /// boxes overlap, until one call returns true. Returns true when one did. Where `skip(node,
+    /// other_node)` returns true, the pairs between the two are left out.
+    template <typename Visit, typename Skip>
+    bool visit_pairs(const FaceTree& other, Visit&& visit, Skip&& skip) const;
     template <typename Visit>
-    bool visit_pairs(const FaceTree& other, Visit&& visit) const;
+    bool visit_pairs(const FaceTree& other, Visit&& visit) const {
+        return visit_pairs(other, visit, [](std::uint32_t, std::uint32_t) { return false; });
+    }
 
     /// The same for the pairs of two entries of this tree, each pair once, in either order. Where
     /// `skip(node, node)` returns true, the pairs between two nodes are left out (the two may be
@@ -155,14 +160,15 @@ bool FaceTree::visit_leaf_own_pairs(const Node& leaf, Visit& visit) const {
     return false;
 }
 
-template <typename Visit>
-bool FaceTree::visit_pairs(const FaceTree& other, Visit&& visit) const {
+template <typename Visit, typename Skip>
+bool FaceTree::visit_pairs(const FaceTree& other, Visit&& visit, Skip&& skip) const {
     if (nodes_.empty() || other.nodes_.empty()) return false;
     if (!overlap(nodes_[0].box, other.nodes_[0].box)) return false;
     PairStack stack;
     stack.push({0, 0});
     while (!stack.is_empty()) {
         const NodePair pair = stack.pop();
+        if (skip(pair.a, pair.b)) continue;
         const Node& a = nodes_[pair.a];
         const Node& b = other.nodes_[pair.b];
         if (!a.is_leaf() || !b.is_leaf()) {

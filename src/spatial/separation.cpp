@@ -1,11 +1,13 @@
 // Two boxed searches, one inside the other: a tree over the boxes of the shells says which shells
 // come into question, and a tree over the faces of each says which faces of two do; whether these
-// meet is decided exactly. What meets is joined in a union-find, and pairs that are joined already
+// meet is decided exactly. Where upright boxes keep too little apart, boxes turned along the faces
+// are made. What meets is joined in a union-find, and pairs that are joined already
 // are not looked at again.
 #include "spatial/separation.h"
 
 #include <algorithm>
 #include <numeric>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -13,6 +15,7 @@
 #include "mesh/shells.h"
 #include "mesh/vertex_welder.h"
 #include "spatial/face_tree.h"
+#include "spatial/oriented_boxes.h"
 #include "spatial/shell_nesting.h"
 #include "spatial/shell_trees.h"
 #include "spatial/triangle_intersection.h"
@@ -25,8 +28,9 @@ constexpr float kBoxStart = 1e6F;
 
 constexpr std::uint32_t kNoGroup = 0xFFFFFFFF;
 
-ShellGroups groups_of(UnionFind& sets) {
+ShellGroups groups_of(UnionFind& sets, std::uint64_t tested_face_pairs) {
     ShellGroups result;
+    result.tested_face_pairs = tested_face_pairs;
     std::vector<std::uint32_t> group_of(sets.size());
     result.offsets.push_back(0);
     for (std::uint32_t shell = 0; shell < sets.size(); ++shell) {
@@ -48,9 +52,9 @@ ShellGroups groups_of(UnionFind& sets) {
 }
 
 // In 32-bit floats: the same comparisons as in 64-bit ones, since all values are floats.
-Box3f shell_box(const TriMesh& mesh, std::size_t shell) {
+Box3f shell_box(const TriMesh& mesh, std::size_t shell, Sampling sampling) {
     Box3f box{{kBoxStart, kBoxStart, kBoxStart}, {-kBoxStart, -kBoxStart, -kBoxStart}};
-    const ShellSample sample = sample_shell(mesh, shell, Sampling::AboutTenThousand);
+    const ShellSample sample = sample_shell(mesh, shell, sampling);
     for (std::size_t i = 0; i < sample.count; ++i) {
         const Face& face = mesh.faces[sample[i]];
         for (std::size_t corner = 0; corner < 3; ++corner) {
@@ -68,17 +72,18 @@ bool overlap_strictly(const Box3f& a, const Box3f& b) {
 /// Unites the shells that intersect.
 class ShellUniter {
 public:
-    ShellUniter(const TriMesh& mesh, UnionFind& sets)
-        : mesh_(mesh), sets_(sets), trees_(mesh, Sampling::AboutTenThousand) {
+    ShellUniter(const TriMesh& mesh, Sampling sampling, UnionFind& sets)
+        : mesh_(mesh), sampling_(sampling), sets_(sets), trees_(mesh, sampling) {
         boxes_.reserve(mesh.shells.size());
         for (std::size_t shell = 0; shell < mesh.shells.size(); ++shell) {
-            boxes_.push_back(shell_box(mesh, shell));
+            boxes_.push_back(shell_box(mesh, shell, sampling));
         }
         tree_ = FaceTree(boxes_);
         set_of_node_.assign(tree_.nodes().size(), kNoGroup);
     }
 
-    void run() {
+    /// Returns how many pairs of faces were tested.
+    std::uint64_t run() {
         tree_.visit_own_pairs(
             [this](std::uint32_t a, std::uint32_t b) {
                 ++steps_;
@@ -90,17 +95,25 @@ public:
                 renew_sets_of_nodes();
                 return are_all_apart(node_a, node_b) || are_all_together(node_a, node_b);
             });
+        return face_pairs_;
     }
 
 private:
+    // From so many pairs for each face on, turned boxes of the shells are made.
+    static constexpr std::uint64_t kPairsPerFace = 2;
+    static constexpr std::uint64_t kPairsOfFewFaces = 4096;
+
     void unite_if_they_meet(std::uint32_t a, std::uint32_t b) {
         if (!overlap_strictly(boxes_[a], boxes_[b]) || sets_.find(a) == sets_.find(b)) return;
+        if (++shell_pairs_ == kPairsPerFace * mesh_.shells.faces.size() + kPairsOfFewFaces) {
+            make_oriented_boxes();
+        }
         const auto faces_meet = [this](std::uint32_t face_a, std::uint32_t face_b) {
             return triangles_intersect(triangle_of(mesh_, mesh_.faces[face_a]),
                                        triangle_of(mesh_, mesh_.faces[face_b]));
         };
         const FaceTree& tree_a = trees_[a];
-        if (!tree_a.visit_pairs(trees_[b], faces_meet)) return;
+        if (!find_pair(mesh_, tree_a, trees_[b], faces_meet, &face_pairs_)) return;
         sets_.unite(a, b);
         has_united_ = true;
     }
@@ -130,10 +143,23 @@ private:
         }
     }
 
+    // Slivers that run aslant have boxes that all overlap, though none may meet another.
+    void make_oriented_boxes() {
+        oriented_.emplace(tree_, [this](std::uint32_t shell, auto&& add) {
+            const ShellSample sample = sample_shell(mesh_, shell, sampling_);
+            for (std::size_t i = 0; i < sample.count; ++i) {
+                const Triangle triangle = triangle_of(mesh_, mesh_.faces[sample[i]]);
+                if (!is_finite(triangle)) continue;  // meets nothing
+                for (const Vec3d corner : triangle) add(corner);
+            }
+        });
+    }
+
     // Boxes that only border on each other contain no boxes that do more.
     bool are_all_apart(std::uint32_t node_a, std::uint32_t node_b) const {
-        return node_a != node_b &&
-               !overlap_strictly(tree_.nodes()[node_a].box, tree_.nodes()[node_b].box);
+        if (node_a == node_b) return false;
+        return !overlap_strictly(tree_.nodes()[node_a].box, tree_.nodes()[node_b].box) ||
+               (oriented_ && oriented_->are_apart(node_a, *oriented_, node_b));
     }
 
     bool are_all_together(std::uint32_t node_a, std::uint32_t node_b) {
@@ -143,10 +169,14 @@ private:
     }
 
     const TriMesh& mesh_;
+    Sampling sampling_;
     UnionFind& sets_;
     ShellTrees trees_;
-    Array<Box3f> boxes_;  // of the shells
-    FaceTree tree_;       // over them
+    Array<Box3f> boxes_;                     // of the shells
+    FaceTree tree_;                          // over them
+    std::optional<OrientedBoxes> oriented_;  // of its nodes, where many pairs come up
+    std::uint64_t shell_pairs_ = 0;
+    std::uint64_t face_pairs_ = 0;
     std::vector<std::uint32_t> set_of_node_;
     std::size_t steps_ = 0;
     bool has_united_ = false;
@@ -256,20 +286,21 @@ private:
 
 ShellGroups group_intersecting_shells(const TriMesh& mesh) {
     UnionFind sets(mesh.shells.size());
-    ShellUniter(mesh, sets).run();
-    return groups_of(sets);
+    const std::uint64_t tested = ShellUniter(mesh, Sampling::AboutTenThousand, sets).run();
+    return groups_of(sets, tested);
 }
 
 ShellGroups group_shells(TriMesh& mesh, const SeparationOptions& options) {
     UnionFind sets(mesh.shells.size());
-    ShellUniter(mesh, sets).run();
+    const auto sampling = options.all_faces ? Sampling::AllFaces : Sampling::AboutTenThousand;
+    const std::uint64_t tested = ShellUniter(mesh, sampling, sets).run();
     if (options.keep_cavities) {
         const std::vector<ShellNesting> nesting = classify_shells(mesh);
         for (std::uint32_t shell = 0; shell < nesting.size(); ++shell) {
             if (nesting[shell].is_cavity()) sets.unite(shell, nesting[shell].around);
         }
     }
-    return groups_of(sets);
+    return groups_of(sets, tested);
 }
 
 void build_parts(TriMesh& mesh, const ShellGroups& groups) {

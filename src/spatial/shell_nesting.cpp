@@ -199,11 +199,12 @@ private:
 
     bool shells_meet(std::uint32_t a, std::uint32_t b) {
         const FaceTree& tree_a = trees_[a];
-        return tree_a.visit_pairs(trees_[b], [this](std::uint32_t face_a, std::uint32_t face_b) {
+        const auto faces_meet = [this](std::uint32_t face_a, std::uint32_t face_b) {
             const Triangle ta = triangle_of(mesh_, mesh_.faces[face_a]);
             const Triangle tb = triangle_of(mesh_, mesh_.faces[face_b]);
             return has_area(ta) && has_area(tb) && meet_beyond_shared(ta, tb);
-        });
+        };
+        return find_pair(mesh_, tree_a, trees_[b], faces_meet);
     }
 
     void count_depths() {

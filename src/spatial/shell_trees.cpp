@@ -1,8 +1,10 @@
 #include "spatial/shell_trees.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "base/convert.h"
+#include "spatial/triangle_intersection.h"
 
 namespace povmesh {
 namespace {
@@ -12,7 +14,44 @@ namespace {
 constexpr std::size_t kSampledSize = 10000;
 constexpr double kStrideShare = 0.0001;
 
+// From so many pairs for each face on, turned boxes are made: they cost about as much as so many
+// exact tests of two triangles.
+constexpr std::uint64_t kPairsPerFace = 32;
+constexpr std::uint64_t kPairsOfSmallTrees = 4096;
+
 }  // namespace
+
+OrientedBoxes oriented_boxes(const TriMesh& mesh, const FaceTree& tree) {
+    return OrientedBoxes(tree, [&](std::uint32_t face, auto&& add) {
+        for (const Vec3d corner : triangle_of(mesh, mesh.faces[face])) add(corner);
+    });
+}
+
+bool find_pair(const TriMesh& mesh, const FaceTree& a, const FaceTree& b,
+               const std::function<bool(std::uint32_t, std::uint32_t)>& meets,
+               std::uint64_t* pair_count) {
+    const std::uint64_t enough =
+        kPairsPerFace * (a.numbers().size() + b.numbers().size()) + kPairsOfSmallTrees;
+    std::uint64_t pairs = 0;
+    std::optional<OrientedBoxes> boxes_a;
+    std::optional<OrientedBoxes> boxes_b;
+    const bool found = a.visit_pairs(
+        b,
+        [&](std::uint32_t face_a, std::uint32_t face_b) {
+            ++pairs;
+            return meets(face_a, face_b);
+        },
+        [&](std::uint32_t node_a, std::uint32_t node_b) {
+            if (pairs < enough) return false;
+            if (!boxes_a) {
+                boxes_a = oriented_boxes(mesh, a);
+                boxes_b = oriented_boxes(mesh, b);
+            }
+            return boxes_a->are_apart(node_a, *boxes_b, node_b);
+        });
+    if (pair_count != nullptr) *pair_count += pairs;
+    return found;
+}
 
 ShellSample sample_shell(const TriMesh& mesh, std::size_t shell, Sampling sampling) {
     const std::span<const std::uint32_t> faces = mesh.shells[shell];

@@ -92,5 +92,27 @@ TEST_F(Cut, SaysWhatIsWrong) {
     EXPECT_EQ(run({"check", "x/box_001.stl"}).status, 3);
 }
 
+TEST_F(Cut, DoesNotPassOffBadPiecesAsGood) {
+    // A triangle without area, of which rounding would leave no triangle on either side.
+    write_stl_file("line.stl", shapes::SoupVector{1, 2, 3, 4, 5, 6, 7, 8, 9});
+    const ToolResult nothing = run({"cut", "line.stl", "-o", "lines"});
+    EXPECT_EQ(nothing.status, 1);
+    EXPECT_THAT(nothing.err, HasSubstr("nothing is written"));
+    EXPECT_EQ(run({"check", "lines/line_001.stl"}).status, 3);
+    // The caps of a body within a body lie on each other.
+    shapes::SoupVector nested = shapes::box({0, 0, 0}, {10, 10, 20});
+    shapes::append(nested, shapes::box({2, 2, 2}, {8, 8, 18}));
+    write_stl_file("nested.stl", nested);
+    const ToolResult crossed = run({"cut", "nested.stl", "-o", "parts"});
+    EXPECT_EQ(crossed.status, 1);
+    EXPECT_THAT(crossed.err, HasSubstr("of triangles at the cut cross, the first near ("));
+    // A slit so narrow that its ends at the cut are needles.
+    shapes::SoupVector slit = shapes::box({0, 0, 0}, {10, 10, 20});
+    shapes::append(slit, shapes::turned(shapes::box({2, 5, 2}, {8, 5.001F, 18})));
+    write_stl_file("slit.stl", slit);
+    EXPECT_THAT(run({"cut", "slit.stl", "-o", "parts"}).err,
+                HasSubstr("along the cut are needles, the first near ("));
+}
+
 }  // namespace
 }  // namespace povmesh

@@ -28,6 +28,18 @@ protected:
                                                      x, 1, 0, x + 1, 0, 0, x + 1, 1, 0});
         }
         write_stl_file("strip.stl", strip);
+        shapes::SoupVector ball = shapes::sphere(10, 4);  // with a thin wall
+        shapes::append(ball, shapes::shuffled(shapes::turned(shapes::sphere(9.8F, 4)), 3));
+        write_stl_file("ball.stl", ball);
+        // Each triangle has a texture of its own: all edges are seams.
+        const shapes::SoupVector plain = shapes::sphere(10, 3);
+        std::string obj = "vt 0 0\nvt 1 0\nvt 0 1\nusemtl a\n";
+        for (std::size_t i = 0; i < plain.size(); i += 3) {
+            obj += "v " + std::to_string(plain[i]) + " " + std::to_string(plain[i + 1]) + " " +
+                   std::to_string(plain[i + 2]) + "\n";
+            if (i % 9 == 6) obj += "f -3/1 -2/2 -1/3\n";
+        }
+        write("textured.obj", obj);
     }
 
     json done(std::vector<std::string> arguments) const {
@@ -50,11 +62,14 @@ TEST_F(Remesh, ReducesToTheTargetOrTellsWhichRuleEndedIt) {
         {{"--faces", "100"}, "sphere.stl", "target", 98, 100},
         {{"--keep", "1"}, "sphere.stl", "nothing_to_do", 5120, 5120},
         {{"--auto"}, "sphere.stl", "nothing_to_do", 5120, 5120},
-        {{"--keep", "0.1"}, "strip.stl", "boundary", 10, 10},
+        {{"--keep", "0.2"}, "strip.stl", "target", 2, 2},
+        {{"--keep", "0.5"}, "cube.stl", "movement", 12, 12},
+        {{"--keep", "0.02"}, "ball.stl", "crossing", 300, 2000},
+        {{"--keep", "0.1"}, "textured.obj", "target", 128, 128},
     };
     for (const Row& row : rows) {
         std::vector<std::string> arguments = {"reduce", row.model, "-o", "out.stl"};
-        const bool is_sphere = row.ended_by == "target";
+        const bool is_sphere = row.model == "sphere.stl" && row.ended_by == "target";
         if (is_sphere) arguments.emplace_back("--measure");
         arguments.insert(arguments.end(), row.how.begin(), row.how.end());
         SCOPED_TRACE(row.model + testing::PrintToString(row.how));

@@ -5,6 +5,7 @@
 #include <array>
 #include <cmath>
 #include <filesystem>
+#include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -167,6 +168,44 @@ TEST_F(Repair, PrintsATableAndTheRemedyForLabels) {
     EXPECT_THAT(labelled.out, HasSubstr("convert the model to STL and repair that"));
     EXPECT_EQ(run({"convert", "painted.obj", "plain.stl"}).status, 0);
     EXPECT_EQ(run({"repair", "plain.stl", "-o", "plain.stl"}).status, 0);
+}
+
+TEST_F(Repair, NoResultIsWorseThanItsSource) {
+    shapes::Random random(17);
+    std::vector<SoupVector> soups;
+    for (int i = 0; i < 24; ++i) {  // triangles between few places: every kind of hole and touch
+        SoupVector soup(9 * (6 + random.below(16)));
+        for (float& x : soup) x = static_cast<float>(random.below(3));
+        soups.push_back(soup);
+    }
+    for (std::size_t i = 0; i < soups.size(); ++i) {
+        write_stl_file("in.stl", soups[i]);
+        const ToolResult result = run({"repair", "--json", "in.stl", "-o", "out.stl"});
+        const json report = json::parse(result.out);
+        if (report.contains("error")) continue;
+        for (const char* flaw : {"open_edges", "inverted_faces", "turned_edges",
+                                 "non_manifold_edges", "self_intersections"}) {
+            EXPECT_LE(report.at("after").at("flaws").at(flaw),
+                      report.at("before").at("flaws").at(flaw))
+                << flaw << " of soup " << i;
+        }
+    }
+}
+
+TEST_F(Repair, NothingInfiniteIsWritten) {
+    SoupVector soup = cube(0, 10);
+    soup[0] = std::numeric_limits<float>::infinity();
+    write_stl_file("wild.stl", soup);
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"split", "wild.stl", "-o", "new"},
+          {"reduce", "wild.stl", "-o", "new.stl", "--keep", "0.9"}}) {
+        const ToolResult result = run(arguments);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.err, HasSubstr("infinite or no number; nothing is written"));
+    }
+    EXPECT_FALSE(std::filesystem::exists(path("new")) || std::filesystem::exists(path("new.stl")));
+    run({"repair", "wild.stl", "-o", "tame.stl"});
+    EXPECT_EQ(check("tame.stl").at("flaws").at("misplaced_vertices"), 0);
 }
 
 TEST_F(Repair, SplitWritesEachModelWithItsCavities) {

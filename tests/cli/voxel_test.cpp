@@ -57,6 +57,40 @@ TEST_F(Voxels, HollowSaysWhenNothingIsLeftAndWritesNothing) {
     EXPECT_EQ(run({"hollow", "thin.stl", "-o", "out.stl"}).status, 2);
 }
 
+TEST_F(Voxels, MessagesNameTheWrongCure) {
+    write_stl_file("metres.stl", shapes::box({0, 0, 0}, {0.05F, 0.04F, 0.03F}));
+    shapes::SoupVector open = shapes::box({0, 0, 0}, {20, 20, 20});
+    open.resize(open.size() - 18);
+    write_stl_file("open.stl", open);
+    struct Case {
+        const char* file;
+        const char* thickness;
+        const char* cure;
+    };
+    for (const Case& test :
+         {Case{"thin.stl", "0.2", "take at least 0.5"}, Case{"thin.stl", "1.5", "thinner wall"},
+          Case{"metres.stl", "0.002", "scale it to millimetres"},
+          Case{"metres.stl", "2", "scale it to millimetres"}, Case{"open.stl", "2", "repair it"}}) {
+        const json object =
+            done({"hollow", test.file, "-o", "out.stl", "--thickness", test.thickness}, 1);
+        EXPECT_THAT(std::string(object["error"]), HasSubstr(test.cure)) << test.file;
+    }
+    const json sheet = done({"voxelize", "open.stl", "-o", "out.stl", "--size", "0.5"});
+    ASSERT_EQ(sheet["warnings"].size(), 1U);
+    EXPECT_THAT(std::string(sheet["warnings"][0]), HasSubstr("only its surface"));
+}
+
+TEST_F(Voxels, CavitiesWithoutADrainAreNotTold) {
+    shapes::SoupVector two = shapes::box({0, 0, 0}, {20, 20, 20});
+    shapes::append(two, shapes::box({30, 0, 0}, {50, 20, 20}));
+    write_stl_file("two.stl", two);
+    const json object =
+        done({"hollow", "two.stl", "-o", "out.stl", "--thickness", "3", "--drain", "10,10,0,2"});
+    EXPECT_EQ(object["closed_cavities"], 1);
+    ASSERT_EQ(object["warnings"].size(), 1U);
+    EXPECT_THAT(std::string(object["warnings"][0]), HasSubstr("1 of 2 cavities"));
+}
+
 TEST_F(Voxels, HollowCutsDrainsOrSaysWhyNot) {
     const std::vector<std::string> hollow = {"hollow",  "cube.stl",    "-o",
                                              "out.stl", "--thickness", "3"};

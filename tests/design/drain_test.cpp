@@ -103,7 +103,7 @@ TEST(Drains, AreClosedOrTakeTooMuch) {
 TEST(Drains, CrossTheSurfaceOrEachOther) {
     const Shell box = shell_of(kBox, kSmallerBox);
     const std::vector<std::vector<Drain>> cases = {{{{30, 0, -30}, 2}},
-                                                   {{{29, 0, -30}, 1}},
+                                                   {{{29, 0, -30}, 2}},
                                                    {{{30, 30, -30}, 2}},
                                                    {{{0, 0, -30}, 2}, {{4, 0, -30}, 2}},
                                                    {{{0, 0, -30}, 2}, {{0, 4, -30}, 2}}};
@@ -112,7 +112,7 @@ TEST(Drains, CrossTheSurfaceOrEachOther) {
         EXPECT_EQ(sealed_cavities(mesh).count, 1U);
         for (const DrainReport& report : cut_drains(mesh, box.model_faces, 3, drains)) {
             EXPECT_EQ(report.outcome, DrainOutcome::Done);
-            EXPECT_LT(report.wall_depth, 3 * std::sqrt(3.0) + 0.1);
+            EXPECT_LT(report.wall_depth, 5.5);  // straight through a corner it is 5.2
         }
         EXPECT_TRUE(reference::is_closed_manifold(mesh));
         EXPECT_EQ(find_self_intersections(mesh, 0).count, 0U) << drains[0].place.x;

@@ -14,6 +14,7 @@
 
 #include "helpers/shapes.h"
 #include "mesh/build_f.h"
+#include "mesh/compact.h"
 #include "temporary_folder.h"
 
 namespace povmesh {
@@ -268,7 +269,6 @@ std::multiset<std::array<Corner, 3>> faces_of(const TriMesh& mesh) {
                 const auto& t = mesh.texture_coordinates[static_cast<std::size_t>(face.uv[c])];
                 corners[c][5] = std::bit_cast<std::uint32_t>(static_cast<float>(t.u));
                 corners[c][6] = std::bit_cast<std::uint32_t>(static_cast<float>(t.v));
-                corners[c][3] = 0xFFFFFF;  // a file keeps the colours of untextured faces only
             }
         }
         faces.insert(corners);
@@ -295,6 +295,23 @@ TEST(ObjWriter, ExactFilesBringEverythingBack) {
     ASSERT_TRUE(read_obj(folder / "a.obj", {true}, back, info).ok());
     EXPECT_EQ(faces_of(back), faces_of(mesh));
     EXPECT_EQ(content_of(folder / "a.obj").find("mtllib"), std::string::npos);
+}
+
+TEST(ObjWriter, ExactTextureCoordinatesKeepTheirDigitsAndAreSharedAgain) {
+    const TemporaryFolder folder;
+    const std::string text =
+        "vt 0.1 0.7\nvt 0.123456789012345 -1e-07\nvt 1 0\n"
+        "v 0 0 0 1.00000 0.50197 0.00000\nv 1 0 0 1.00000 1.00000 1.00000\n"
+        "v 0 1 0 1.00000 1.00000 1.00000\nv 1 1 0 1.00000 1.00000 1.00000\n"
+        "usemtl 0\nf 1/1 2/2 3/3\nf 2/2 4/1 3/3\n";
+    for (const bool is_rounded : {false, true}) {  // as operations leave it, and as it was read
+        Read read = parse(text, true);
+        if (is_rounded) compact(read.mesh);
+        ASSERT_TRUE(write_obj(read.mesh, folder / "a.obj", {true}).ok());
+        std::string expected = text;
+        if (is_rounded) expected.replace(expected.find("0.123456789012345"), 17, "0.12345679");
+        EXPECT_EQ(content_of(folder / "a.obj"), expected);
+    }
 }
 
 TEST(BuildFromDoubles, WeldsBySixDecimalsWithinACell) {

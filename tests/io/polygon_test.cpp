@@ -142,6 +142,28 @@ TEST(Polygon, TakesHolesLedToAndPolygonsThatMeetThemselves) {
     }
 }
 
+// Without an end to the search for ears the first of these looks at 600,000 corners for each one.
+TEST(Polygon, OnesThatMeetThemselvesTakeLinearWork) {
+    PolygonTriangulator triangulator;
+    shapes::Random random(5);
+    for (const std::size_t n : {1000U, 8000U}) {
+        std::vector<Vec3d> anywhere;
+        std::vector<Vec3d> pentagram;  // one of many corners
+        std::vector<Vec3d> walk = {{}};
+        for (std::size_t i = 0; i < n; ++i) {
+            anywhere.push_back({random.unit(), random.unit(), 0});
+            const double angle = 2 * std::numbers::pi * static_cast<double>(i * (n / 2 - 1) % n) /
+                                 static_cast<double>(n);
+            pentagram.push_back({std::cos(angle), std::sin(angle), 0});
+            walk.push_back(walk.back() + Vec3d{random.unit() - 0.5, random.unit() - 0.5, 0});
+        }
+        for (const auto& p : {anywhere, pentagram, walk}) {
+            EXPECT_EQ(triangulator.triangulate(p).size(), p.size() - 2);
+            EXPECT_LT(triangulator.work(), 400 * n);
+        }
+    }
+}
+
 TEST(Polygon, WarpedOnesKeepTheirOutlineInEveryDirection) {
     PolygonTriangulator triangulator;
     shapes::Random random(9);

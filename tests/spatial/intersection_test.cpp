@@ -12,6 +12,7 @@
 
 #include "helpers/shapes.h"
 #include "spatial/face_tree.h"
+#include "spatial/oriented_boxes.h"
 #include "spatial/self_intersection.h"
 #include "spatial/triangle_intersection.h"
 
@@ -234,6 +235,69 @@ TEST(FaceTree, StaysWithinItsDepth) {
     std::size_t found = 0;
     tree.visit_overlapping({{0, 0, 0}, {1, 1, 1}}, [&](std::uint32_t) { return ++found == 0; });
     EXPECT_EQ(found, 150U * 9 + 100);
+}
+
+// Needles of all lengths in clusters of one direction, some of them touching; small whole numbers,
+// so that the second way, a separation of all their corners, is exact.
+TEST(OrientedBoxes, KeepNothingApartThatTouches) {
+    Random random(12);
+    std::size_t told_apart = 0;
+    for (int round = 0; round < 40; ++round) {
+        const std::int64_t spread = 1 + static_cast<std::int64_t>(random.below(40));
+        const auto at = [&](std::int64_t of) {
+            return static_cast<std::int64_t>(random.below(static_cast<std::uint64_t>(of)));
+        };
+        const Grid direction{at(90) - 45, at(90) - 45, at(90) - 45};
+        std::vector<GridTriangle> triangles;
+        std::vector<Box3f> boxes;
+        for (int i = 0; i < 60; ++i) {
+            const Grid p{at(spread), at(spread), at(spread)};
+            triangles.push_back({p, p + direction, p + direction + Grid{at(3), at(3), at(3)}});
+            if (has_no_area(triangles.back()))
+                triangles.back()[2] = p + Grid{direction.y - 1, 2 - direction.x, 0};
+            Box3f box;
+            for (const Grid q : triangles.back()) {
+                box.widen(
+                    {static_cast<float>(q.x), static_cast<float>(q.y), static_cast<float>(q.z)});
+            }
+            boxes.push_back(box);
+        }
+        const FaceTree tree(boxes);
+        const OrientedBoxes oriented(tree, [&](std::uint32_t number, auto&& add) {
+            for (const Grid q : triangles[number]) add(to_double(q));
+        });
+        std::vector<std::vector<Grid>> below(tree.nodes().size());  // corners under each node
+        for (std::uint32_t i = 0; i < below.size(); ++i) {
+            std::vector<std::uint32_t> stack = {i};
+            while (!stack.empty()) {
+                const std::uint32_t index = stack.back();
+                const FaceTree::Node& node = tree.nodes()[index];
+                stack.pop_back();
+                if (!node.is_leaf()) {
+                    stack.insert(stack.end(), {index + 1, node.place});
+                    continue;
+                }
+                for (const std::uint32_t n : tree.numbers().subspan(node.place, node.count)) {
+                    below[i].insert(below[i].end(), triangles[n].begin(), triangles[n].end());
+                }
+            }
+        }
+        for (std::uint32_t i = 0; i < below.size(); ++i) {
+            for (std::uint32_t j = 0; j < below.size(); ++j) {
+                if (!oriented.are_apart(i, oriented, j)) continue;
+                ++told_apart;
+                for (std::size_t a = 0; a + 3 <= below[i].size(); a += 3) {
+                    for (std::size_t b = 0; b + 3 <= below[j].size(); b += 3) {
+                        const auto corners = [](const std::vector<Grid>& all, std::size_t k) {
+                            return std::vector<Grid>{all[k], all[k + 1], all[k + 2]};
+                        };
+                        ASSERT_TRUE(are_apart(corners(below[i], a), corners(below[j], b)));
+                    }
+                }
+            }
+        }
+    }
+    EXPECT_GT(told_apart, 10'000U);
 }
 
 std::vector<FacePair> slow_self_intersections(const TriMesh& mesh) {

@@ -33,10 +33,10 @@ Groups as_lists(const ShellGroups& groups) {
     return lists;
 }
 
-Groups groups_of(const SoupVector& soup, bool keep_cavities = false) {
+Groups groups_of(const SoupVector& soup, const SeparationOptions& options = {}) {
     TriMesh mesh = shapes::mesh_of(soup);
     label_shells(mesh);
-    return as_lists(group_shells(mesh, {keep_cavities}));
+    return as_lists(group_shells(mesh, options));
 }
 
 SoupVector joined(const std::vector<SoupVector>& soups) {
@@ -154,7 +154,7 @@ TEST(Separation, GroupsAreThoseOfAllPairs) {
 }
 
 // A strip of 20,000 faces is looked at in steps of two along its list.
-TEST(Separation, LargeShellsAreSampled) {
+TEST(Separation, LargeShellsAreSampledUnlessAllFacesAreAskedFor) {
     SoupVector strip;
     for (int i = 0; i < 10000; ++i) {
         const float x = static_cast<float>(i);
@@ -172,8 +172,9 @@ TEST(Separation, LargeShellsAreSampled) {
         const SoupVector needle = {-0.01F, 0, -1, 0.01F, 0, -1, 0, 0.01F, 1};
         const Groups apart = {{0}, {1}};
         const Groups together = {{0, 1}};
-        EXPECT_EQ(groups_of(joined({strip, moved(needle, centre)})),
-                  place % 2 == 0 ? together : apart);
+        const SoupVector both = joined({strip, moved(needle, centre)});
+        EXPECT_EQ(groups_of(both), place % 2 == 0 ? together : apart);
+        EXPECT_EQ(groups_of(both, {.all_faces = true}), together);
     }
 }
 
@@ -211,6 +212,27 @@ TEST(Separation, OfManyShellsIsNotQuadratic) {
     std::size_t most = 0;
     for (const auto& group : heap) most = std::max(most, group.size());
     EXPECT_GT(most, 99900U);  // a triangle in a small box in its own octant may lie against all
+}
+
+// Upright boxes of what lies aslant all overlap: these would be tested pair by pair.
+TEST(Separation, FacesThatRunAslantAreNotComparedWithAll) {
+    constexpr int kCount = 4000;
+    SoupVector slivers;
+    shapes::Random random(6);
+    for (int i = 0; i < kCount; ++i) {
+        const auto x = static_cast<float>(5 * random.unit());
+        const auto y = static_cast<float>(5 * random.unit());
+        slivers.insert(slivers.end(), {x, y, 0, x + 100, y + 37, 61, x + 100.001F, y + 37, 60.99F});
+    }
+    SoupVector fans = shapes::fan(kCount / 2, 500);
+    shapes::append(fans, moved(shapes::fan(kCount / 2, 500), {3, 0, 4}));
+    for (const auto& [soup, groups] : {std::pair(slivers, kCount), {fans, 2}}) {
+        TriMesh mesh = shapes::mesh_of(soup);
+        label_shells(mesh);
+        const ShellGroups found = group_shells(mesh, {});
+        EXPECT_EQ(found.size(), static_cast<std::size_t>(groups));
+        EXPECT_LT(found.tested_face_pairs, 100U * kCount);
+    }
 }
 
 TEST(Separation, PartsHoldTheFacesOfTheirShells) {
@@ -291,8 +313,8 @@ TEST(Nesting, FindsDepthAndTheShellAround) {
     }
     const Groups kept = {{0}, {1, 2, 3}, {4}};
     const Groups apart = {{0}, {1}, {2}, {3}, {4}};
-    EXPECT_EQ(groups_of(soup, true), kept);
-    EXPECT_EQ(groups_of(soup, false), apart);
+    EXPECT_EQ(groups_of(soup, {.keep_cavities = true}), kept);
+    EXPECT_EQ(groups_of(soup), apart);
 }
 
 // Whether the second shell lies in the first.

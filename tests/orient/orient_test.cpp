@@ -1,0 +1,171 @@
+// The orientation search: what a person would choose, whatever the unit, the place and the order.
+#include "orient/orientation.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <numbers>
+
+#include "helpers/shapes.h"
+#include "orient/direction_cost.h"
+
+namespace povmesh {
+namespace {
+
+using shapes::SoupVector;
+
+OrientationReport search(const SoupVector& soup) {
+    RunLog log;
+    RunContext run{{}, log};
+    return find_orientations(shapes::mesh_of(soup), run);
+}
+
+Vec3d best_up(const SoupVector& soup) {
+    const OrientationReport report = search(soup);
+    return report.best.empty() ? Vec3d{} : report.best.front().up;
+}
+
+SoupVector together(std::initializer_list<SoupVector> parts) {
+    SoupVector all;
+    for (const SoupVector& part : parts) shapes::append(all, part);
+    return all;
+}
+
+// About x by 35 degrees, then about z by 20.
+Vec3d tilted(Vec3d p) {
+    const double a = 35 * std::numbers::pi / 180;
+    const double b = 20 * std::numbers::pi / 180;
+    const Vec3d q = {p.x, std::cos(a) * p.y - std::sin(a) * p.z,
+                     std::sin(a) * p.y + std::cos(a) * p.z};
+    return {std::cos(b) * q.x - std::sin(b) * q.y, std::sin(b) * q.x + std::cos(b) * q.y, q.z};
+}
+
+SoupVector tilted(SoupVector soup) {
+    for (std::size_t i = 0; i + 2 < soup.size(); i += 3) {
+        const Vec3d p = tilted(to_double(Vec3f{soup[i], soup[i + 1], soup[i + 2]}));
+        soup[i] = static_cast<float>(p.x);
+        soup[i + 1] = static_cast<float>(p.y);
+        soup[i + 2] = static_cast<float>(p.z);
+    }
+    return soup;
+}
+
+const SoupVector& tee() {
+    static const SoupVector soup = together(
+        {shapes::box({-2, -2, 0}, {2, 2, 20}), shapes::box({-10, -10, 20}, {10, 10, 24})});
+    return soup;
+}
+
+Overhang overhang_of(const SoupVector& soup) {
+    OverhangMeter meter;
+    const OrientModel model = make_orient_model(shapes::mesh_of(soup));
+    Overhang found = meter.measure(model.points, model.triangles, {0, 0, 1}, model.slack);
+    const double square = model.unit * model.unit;
+    found.volume *= square * model.unit;
+    found.touched_above *= square;
+    found.touched_below *= square;
+    return found;
+}
+
+// Columns are counted, so an area is right to a row of them along its border.
+TEST(Overhangs, AreFilledDownToThePlateOrWhatStandsBelow) {
+    const Overhang plate = overhang_of(tee());
+    EXPECT_NEAR(plate.volume, (400 - 16) * 20, 0.05 * 384 * 20);
+    EXPECT_NEAR(plate.touched_above, 384, 0.05 * 384);
+    EXPECT_EQ(plate.touched_below, 0);
+
+    const SoupVector floor = shapes::box({-10, -10, -5}, {10, 10, 8});  // the stem passes through
+    const Overhang shadow = overhang_of(together({tee(), floor}));
+    EXPECT_NEAR(shadow.volume, (400 - 16) * 12, 0.05 * 384 * 12);
+    EXPECT_NEAR(shadow.touched_below, 384, 0.05 * 384);
+
+    const SoupVector inner = shapes::box({-9, -9, 21}, {9, 9, 23});  // nested: counts once
+    EXPECT_DOUBLE_EQ(overhang_of(together({tee(), inner})).volume, plate.volume);
+    EXPECT_EQ(overhang_of(shapes::box({0, 0, 0}, {1, 1, 1})).volume, 0);
+}
+
+TEST(Orientation, IsWhatAPersonWouldChoose) {
+    const SoupVector table = together(
+        {shapes::box({0, 0, 20}, {30, 30, 23}), shapes::box({0, 0, 0}, {3, 3, 21}),
+         shapes::box({27, 0, 0}, {30, 3, 21}), shapes::box({0, 27, 0}, {3, 30, 21}),
+         shapes::box({27, 27, 0}, {30, 30, 21})});
+    const SoupVector cone = together({shapes::fan(200, 2), shapes::turned(shapes::fan(200, 0))});
+    const struct {
+        const char* name;
+        SoupVector soup;
+        Vec3d up;
+    } rows[] = {
+        {"a cube as it is", shapes::box({0, 0, 0}, {5, 5, 5}), {0, 0, 1}},
+        {"a plate on its side", shapes::box({0, 0, 0}, {1, 30, 20}), {1, 0, 0}},
+        {"a tee and a table on their heads", tee(), {0, 0, -1}},
+        {"a table", table, {0, 0, -1}},
+        {"a cone on its base", cone, {0, 0, 1}},
+        {"inside out as a whole", shapes::turned(tee()), {0, 0, -1}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const Vec3d up = best_up(row.soup);
+        EXPECT_GT(std::abs(dot(up, row.up)), row.up.x != 0 ? 1 - 1e-9 : 0);
+        if (row.up.x == 0) EXPECT_GT(dot(up, row.up), 1 - 1e-9);
+        // Turned away, the same side comes down, flat to a hair.
+        const Vec3d turned = best_up(tilted(row.soup));
+        EXPECT_GT(std::abs(dot(turned, tilted(up))), 1 - 1e-7);
+    }
+}
+
+TEST(Orientation, DoesNotDependOnUnitPlaceOrThreads) {
+    const SoupVector rock = shapes::rock(10, 4);
+    const OrientationReport plain = search(rock);
+    EXPECT_EQ(search(rock).best.front().up, plain.best.front().up);
+    SoupVector scaled = rock;
+    for (float& x : scaled) x *= 1024;
+    EXPECT_EQ(search(scaled).best.front().up, plain.best.front().up);
+    EXPECT_EQ(search(scaled).best.front().cost, plain.best.front().cost);
+    SoupVector moved = rock;
+    shapes::move(moved, {64, -128, 32});
+    EXPECT_NEAR(search(moved).best.front().cost, plain.best.front().cost, 0.01);
+    const SoupVector shuffled = shapes::shuffled(rock, 7);
+    EXPECT_NEAR(search(shuffled).best.front().cost, plain.best.front().cost, 0.01);
+}
+
+TEST(Orientation, RowsDescendAndDifferAndAreNeverWorseThanThePoseAsItIs) {
+    for (const SoupVector& soup :
+         {tee(), tilted(tee()), shapes::rock(10, 4), shapes::sphere(3, 3), shapes::fan(50, 1)}) {
+        const OrientationReport report = search(soup);
+        ASSERT_FALSE(report.best.empty());
+        EXPECT_LE(report.best.size(), 64U);
+        const Orientation as_is = measure_orientation(shapes::mesh_of(soup), {0, 0, 1});
+        EXPECT_LE(report.best.front().cost, as_is.cost + 0.01);
+        for (std::size_t i = 0; i < report.best.size(); ++i) {
+            EXPECT_NEAR(length(report.best[i].up), 1, 1e-9);
+            for (std::size_t k = 0; k < i; ++k) {
+                EXPECT_GE(report.best[k].score(), report.best[i].score());
+                EXPECT_LT(dot(report.best[k].up, report.best[i].up),
+                          std::cos(4.99 * std::numbers::pi / 180));
+            }
+        }
+    }
+}
+
+TEST(Orientation, AnswersBadInput) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_TRUE(search({}).best.empty());
+    EXPECT_TRUE(search({0, 0, 0, 1, 0, 0, nan, 1, 0}).best.empty());
+    EXPECT_TRUE(search({0, 0, 0, 1, 1, 1, 2, 2, 2}).best.empty());  // no area
+    const Vec3d sheet = best_up({0, 0, 0, 4, 0, 0, 0, 4, 0});
+    EXPECT_NEAR(sheet.z, 1, 1e-9);
+    for (const float size : {1e-38F, 1e37F}) {
+        SoupVector soup = tee();
+        for (float& x : soup) x *= size;
+        EXPECT_FALSE(search(soup).best.empty()) << size;
+    }
+    shapes::Random random(5);
+    SoupVector noise(9 * 20000);
+    for (float& x : noise) x = static_cast<float>(random.unit());
+    EXPECT_FALSE(search(noise).best.empty());
+    EXPECT_FALSE(search(shapes::fan(100000, 1)).best.empty());
+}
+
+}  // namespace
+}  // namespace povmesh
