@@ -9,6 +9,12 @@
 namespace povmesh {
 namespace {
 
+constexpr std::size_t kMostColumns = 96;  // along each side
+constexpr std::size_t kFewestColumns = 8;
+
+// Hits of a look: a hundred for each column. Plain models have ten.
+constexpr double kMostHits = 1e6;
+
 constexpr double kSampleX = 0.5 + 0.0271828;
 constexpr double kSampleY = 0.5 - 0.0141421;
 
@@ -43,10 +49,24 @@ void OverhangMeter::turn(std::span<const Vec3d> points, Vec3d up) {
         box.widen(turned_[i]);
     }
     const Vec3d extent = box.extent();
-    const double side = std::max(extent.x, extent.y);
-    origin_ = {box.low.x - (side - extent.x) / 2, box.low.y - (side - extent.y) / 2, box.low.z};
+    side_ = std::max(extent.x, extent.y);
+    origin_ = {box.low.x - (side_ - extent.x) / 2, box.low.y - (side_ - extent.y) / 2, box.low.z};
     plate_ = box.low.z;
-    cell_ = side / static_cast<double>(kColumns);
+}
+
+std::size_t OverhangMeter::column_count(
+    std::span<const std::array<std::uint32_t, 3>> triangles) const {
+    double covered = 0;
+    for (const auto& [ia, ib, ic] : triangles) {
+        const Vec3d a = turned_[ia];
+        const Vec3d b = turned_[ib];
+        const Vec3d c = turned_[ic];
+        covered += std::abs((b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x)) / 2;
+    }
+    constexpr double kMost = static_cast<double>(kMostColumns);
+    const double hits = covered / (side_ * side_) * kMost * kMost;
+    if (hits <= kMostHits) return kMostColumns;
+    return std::max(static_cast<std::size_t>(kMost * std::sqrt(kMostHits / hits)), kFewestColumns);
 }
 
 // Calls visit(column, height, down) for every triangle above the middle of a column.
@@ -56,9 +76,9 @@ void OverhangMeter::visit_columns(std::span<const std::array<std::uint32_t, 3>> 
     const auto first_from = [](double place) {
         return static_cast<std::int32_t>(std::max(std::ceil(place), 0.0));
     };
-    const auto last_to = [](double place) {
+    const auto last_to = [this](double place) {
         return static_cast<std::int32_t>(
-            std::min(std::floor(place), static_cast<double>(kColumns) - 1));
+            std::min(std::floor(place), static_cast<double>(columns_) - 1));
     };
     const double scale = 1 / cell_;
     for (const auto& [ia, ib, ic] : triangles) {
@@ -91,7 +111,7 @@ void OverhangMeter::visit_columns(std::span<const std::array<std::uint32_t, 3>> 
                 if (down == 2) down = -unit_or_zero(cross(b - a, c - a)).z;
                 if (std::abs(down) < kUpright) continue;
                 const double height = (wa * a.z + wb * b.z + wc * c.z) / (wa + wb + wc);
-                visit(static_cast<std::size_t>(y) * kColumns + static_cast<std::size_t>(x), height,
+                visit(static_cast<std::size_t>(y) * columns_ + static_cast<std::size_t>(x), height,
                       down);
             }
         }
@@ -127,9 +147,11 @@ Overhang OverhangMeter::measure(std::span<const Vec3d> points,
                                 std::span<const std::array<std::uint32_t, 3>> triangles, Vec3d up,
                                 double slack) {
     turn(points, up);
-    if (!(cell_ > 0)) return {};
+    if (!(side_ > 0)) return {};
+    columns_ = column_count(triangles);
+    cell_ = side_ / static_cast<double>(columns_);
     found_.clear();
-    offsets_.assign(kColumns * kColumns + 2, 0);
+    offsets_.assign(columns_ * columns_ + 2, 0);
     visit_columns(triangles, [&](std::size_t column, double height, double down) {
         found_.push_back({static_cast<std::uint32_t>(column),
                           {static_cast<float>(height - plate_), static_cast<float>(down)}});
@@ -139,7 +161,7 @@ Overhang OverhangMeter::measure(std::span<const Vec3d> points,
     hits_.resize(found_.size());
     for (const auto& [column, hit] : found_) hits_[offsets_[column + 1]++] = hit;
     Overhang sum;
-    for (std::size_t i = 0; i < kColumns * kColumns; ++i) {
+    for (std::size_t i = 0; i < columns_ * columns_; ++i) {
         const std::span<Hit> column(hits_.data() + offsets_[i], offsets_[i + 1] - offsets_[i]);
         if (column.empty()) continue;
         // What is left goes before what is entered at the same height: there is no gap.

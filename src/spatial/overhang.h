@@ -26,7 +26,8 @@ struct Overhang {
 };
 
 /// Measures the supports of a model by upright columns through it, 96 x 96 of them over the square
-/// around it. In each, a support runs from every face that enters the solid from below down to the
+/// around it; fewer where triangles lie above one another in such numbers that a look would take
+/// seconds (random triangles do). In each, a support runs from every face that enters the solid from below down to the
 /// face that leaves it, or to the plate under the lowest point. Parts that overlap or are nested
 /// count once, and so does a face that looks down with nothing of the model below; what stands in
 /// the shadow of the model stands on it.
@@ -37,8 +38,6 @@ struct Overhang {
 /// volume in 3D-printing, Computers & Graphics 51, 2015.
 class OverhangMeter {
 public:
-    static constexpr std::size_t kColumns = 96;  // along each side
-
     /// @param up  of unit length
     /// @param slack  a gap up to this needs no support
     Overhang measure(std::span<const Vec3d> points,
@@ -64,6 +63,7 @@ private:
     template <typename Visit>
     void visit_columns(std::span<const std::array<std::uint32_t, 3>> triangles,
                        Visit&& visit) const;
+    std::size_t column_count(std::span<const std::array<std::uint32_t, 3>> triangles) const;
     Overhang walk(std::span<const Hit> column, double slack) const;
 
     Array<Vec3d> turned_;
@@ -72,6 +72,8 @@ private:
     Array<Hit> hits_;  // column by column
     Vec3d origin_;     // of the square, its z the plate's
     double plate_ = 0;
+    double side_ = 0;
+    std::size_t columns_ = 0;  // along each side
     double cell_ = 0;
 };
 
