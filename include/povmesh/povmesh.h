@@ -282,7 +282,9 @@ POVMESH_API void orientationOptimization(const float* coordinates_in, uint32_t c
 
 /*
  * Returns the surface of the cavity that leaves a wall of `thickness` model units, closed and wound
- * outward; no triangle when there is nothing to hollow. The wall is right within about 1.4 voxels,
+ * outward; no triangle when there is nothing to hollow. The cavity crosses neither itself nor the
+ * model, and the wall is nowhere thinner than the thickness less two voxels, at slits and holes
+ * narrower than a voxel neither. Elsewhere the wall is right within about 1.4 voxels,
  * whose edges are 0.4 to 2 model units. The model should be closed; small holes are closed on the
  * way. A thickness below 0.5 peels nothing off: the result is then the model's own voxels.
  * progress: 0, 10, 10, 30, 40, 50, 60, 70, 80, 85, 90, 100, without 70 to 85 when nothing can be
