@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <cstddef>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <utility>
 
@@ -18,7 +18,6 @@
 #include "io/file.h"
 #include "mesh/append_mesh.h"
 #include "mesh/bounds.h"
-#include "slice/slices.h"
 #include "support/column_supports.h"
 #include "support/slice_polygons.h"
 
@@ -36,54 +35,57 @@ void add_number(std::string& text, float number) {
                 std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
 }
 
-// The polygons of a layer: from first to before end; points from first_point on.
-struct Layer {
-    std::size_t first = 0;
-    std::size_t end = 0;
-    std::size_t first_point = 0;
-};
-
-std::vector<Layer> layers_of(const SlicePolygons& polygons) {
-    std::vector<Layer> layers;
-    std::size_t point = 0;
-    for (std::size_t i = 0; i < polygons.sizes.size(); ++i) {
-        const float z = polygons.points[point].z;
-        if (layers.empty() || polygons.points[layers.back().first_point].z != z) {
-            layers.push_back({i, i, point});
-        }
-        layers.back().end = i + 1;
-        point += polygons.sizes[i];
+// Writes {"layer_height": 0.2, "layers": [{"z": 0.1, "polygons": [[[x, y], ...], ...]}, ...]}
+// layer by layer.
+class LayerFile {
+public:
+    Status open(const std::string& path, double layer_height) {
+        text_ = "{\"layer_height\": ";
+        add_number(text_, static_cast<float>(layer_height));
+        text_ += ", \"layers\": [";
+        return file_.open(path);
     }
-    return layers;
-}
 
-// {"layer_height": 0.2, "layers": [{"z": 0.1, "polygons": [[[x, y], ...], ...]}, ...]}
-std::string layers_json(const SlicePolygons& polygons, double layer_height) {
-    std::string text = "{\"layer_height\": ";
-    add_number(text, static_cast<float>(layer_height));
-    text += ", \"layers\": [";
-    const char* next_layer = "\n";
-    for (const Layer& layer : layers_of(polygons)) {
-        text += std::exchange(next_layer, ",\n");
-        text += "{\"z\": ";
-        add_number(text, polygons.points[layer.first_point].z);
-        text += ", \"polygons\": [";
-        const Vec3f* point = polygons.points.data() + layer.first_point;
-        for (std::size_t i = layer.first; i < layer.end; ++i) {
-            text += i == layer.first ? "[" : ", [";
+    Status add(const SlicePolygons& polygons) {
+        text_ += std::exchange(next_layer_, ",\n");
+        text_ += "{\"z\": ";
+        add_number(text_, polygons.points.front().z);
+        text_ += ", \"polygons\": [";
+        const Vec3f* point = polygons.points.data();
+        for (std::size_t i = 0; i < polygons.sizes.size(); ++i) {
+            text_ += i == 0 ? "[" : ", [";
             for (std::uint32_t k = 0; k < polygons.sizes[i]; ++k, ++point) {
-                text += k == 0 ? "[" : ", [";
-                add_number(text, point->x);
-                text += ", ";
-                add_number(text, point->y);
-                text += "]";
+                text_ += k == 0 ? "[" : ", [";
+                add_number(text_, point->x);
+                text_ += ", ";
+                add_number(text_, point->y);
+                text_ += "]";
             }
-            text += "]";
+            text_ += "]";
         }
-        text += "]}";
+        text_ += "]}";
+        return text_.size() < kBlock ? Status{} : flush();
     }
-    return text + "\n]}\n";
-}
+
+    Status commit() {
+        text_ += "\n]}\n";
+        if (Status status = flush(); !status.ok()) return status;
+        return file_.commit();
+    }
+
+private:
+    static constexpr std::size_t kBlock = 1 << 20;
+
+    Status flush() {
+        Status status = file_.write(text_);
+        text_.clear();
+        return status;
+    }
+
+    ReplacementFile file_;
+    std::string text_;
+    const char* next_layer_ = "\n";
+};
 
 // y goes down in these pictures.
 void add_svg_point(std::string& text, double x, double y, bool is_first) {
@@ -93,11 +95,21 @@ void add_svg_point(std::string& text, double x, double y, bool is_first) {
     add_number(text, static_cast<float>(-y));
 }
 
+Status write_text(const std::string& path, const std::string& text) {
+    ReplacementFile file;
+    if (Status status = file.open(path); !status.ok()) return status;
+    if (Status status = file.write(text); !status.ok()) return status;
+    return file.commit();
+}
+
 // A picture for each layer in the colours of other pictures: the model's outline and the columns.
 class LayerPictures {
 public:
-    LayerPictures(const TriMesh& model, const TriMesh& tubes, const SlicePolygons& polygons)
-        : polygons_(polygons), layers_(layers_of(polygons)) {
+    // Returns one line for the user when the folder cannot be made.
+    std::string open(const std::string& folder, const std::string& name, const TriMesh& model,
+                     const TriMesh& tubes) {
+        folder_ = folder;
+        name_ = name;
         Box3f box = finite_bounds(model);
         const Box3f other = finite_bounds(tubes);
         box.widen(other.low);
@@ -110,27 +122,25 @@ public:
         }
         head_.back() = '"';
         head_ += ">\n";
-        for (const Layer& layer : layers_) {
-            heights_.push_back(double{polygons.points[layer.first_point].z});
-        }
-        slicer_.emplace(model, 2, heights_);
+        return make_folder(folder);
     }
 
-    std::size_t size() const { return layers_.size(); }
+    Status add(const ColumnLayer& layer) {
+        return write_text(numbered(folder_, name_, ++count_, ".svg"), picture(layer));
+    }
 
-    std::string picture(std::size_t layer) const {
+private:
+    std::string picture(const ColumnLayer& layer) const {
         std::string text = head_ + "<path fill=\"#d6ccbc\" fill-rule=\"evenodd\" d=\"";
-        SliceLoops loops;
-        slicer_->slice(layer, loops);
+        const SliceLoops& loops = layer.outline;
         for (std::size_t l = 0; l < loops.size(); ++l) {
             for (const Point2d& p : loops[l]) add_svg_point(text, p.x, p.y, &p == &loops[l][0]);
             text += "Z";
         }
         text += "\"/>\n<path fill=\"#70a46e\" fill-rule=\"evenodd\" d=\"";
-        const Layer& at = layers_[layer];
-        const Vec3f* point = polygons_.points.data() + at.first_point;
-        for (std::size_t i = at.first; i < at.end; ++i) {
-            for (std::uint32_t k = 0; k < polygons_.sizes[i]; ++k, ++point) {
+        const Vec3f* point = layer.polygons.points.data();
+        for (const std::uint32_t size : layer.polygons.sizes) {
+            for (std::uint32_t k = 0; k < size; ++k, ++point) {
                 add_svg_point(text, double{point->x}, double{point->y}, k == 0);
             }
             text += "Z";
@@ -138,48 +148,65 @@ public:
         return text + "\"/>\n</svg>\n";
     }
 
-private:
-    const SlicePolygons& polygons_;
-    std::vector<Layer> layers_;
-    Array<double> heights_;
-    std::optional<Slicer> slicer_;
+    std::string folder_;
+    std::string name_;
     std::string head_;
+    std::size_t count_ = 0;
 };
 
-Status write_text(const std::string& path, const std::string& text) {
-    ReplacementFile file;
-    if (Status status = file.open(path); !status.ok()) return status;
-    if (Status status = file.write(text); !status.ok()) return status;
-    return file.commit();
-}
+// Of a layer's polygons as text: eight coordinates with their brackets.
+constexpr double kBytesOfSquare = 100;
+// A file that programs can still be expected to read.
+constexpr double kMostBytes = 1e9;
 
 struct Supports {
     ColumnOptions options;
     double layer_height = 0;
-    bool is_sliced = false;
-    TriMesh model;  // for the pictures
     TriMesh tubes;
-    SlicePolygons polygons;
+    LayerFile layer_file;
+    std::string layer_failure;  // why not all layers are written
 };
 
-// One line for the user when it fails.
-std::string write_layers(const Supports& supports, const Arguments& arguments) {
-    if (arguments.has("--layers")) {
-        const Status status = write_text(arguments.text("--layers"),
-                                         layers_json(supports.polygons, supports.layer_height));
-        if (!status.ok()) return status.text();
+// Slices the columns, writing each layer as it is made. Returns why there are no layers at all;
+// what fails in writing goes to the supports.
+std::string slice(const TriMesh& mesh, const Array<Column>& columns, const Arguments& arguments,
+                  Supports& supports, ChangeReport& report) {
+    const Timer timer;
+    const SliceOptions options{supports.options.spacing, supports.layer_height,
+                               supports.options.plate};
+    const bool has_file = arguments.has("--layers");
+    const double bytes = slice_work(columns, options).squares * kBytesOfSquare;
+    if (has_file && bytes > kMostBytes) {
+        return "the layers would take about " + human_number(std::round(bytes / 1e8) / 10) +
+               " GB as text, more than 1; take a greater --layer-height or --spacing";
     }
-    if (!arguments.has("--svg")) return {};
-    const std::string& folder = arguments.text("--svg");
-    if (std::string failure = make_folder(folder); !failure.empty()) return failure;
-    const std::string name = fs::path(arguments.text("IN")).stem().string();
-    const LayerPictures pictures(supports.model, supports.tubes, supports.polygons);
-    for (std::size_t i = 0; i < pictures.size(); ++i) {
-        const Status status =
-            write_text(numbered(folder, name, i + 1, ".svg"), pictures.picture(i));
-        if (!status.ok()) return status.text();
+    std::string& failure = supports.layer_failure;
+    if (has_file)
+        failure = supports.layer_file.open(arguments.text("--layers"), options.layer_height).text();
+    LayerPictures pictures;
+    if (arguments.has("--svg") && failure.empty()) {
+        failure =
+            pictures.open(arguments.text("--svg"), fs::path(arguments.text("IN")).stem().string(),
+                          mesh, supports.tubes);
     }
-    return {};
+    std::size_t layers = 0;
+    std::size_t polygons = 0;
+    RunLog log;
+    RunContext run{{}, log};
+    const Status status = slice_columns(mesh, columns, options, run, [&](const ColumnLayer& layer) {
+        ++layers;
+        polygons += layer.polygons.sizes.size();
+        if (has_file && failure.empty()) failure = supports.layer_file.add(layer.polygons).text();
+        if (arguments.has("--svg") && failure.empty()) failure = pictures.add(layer).text();
+        return failure.empty();
+    });
+    report.rows.emplace_back(
+        "layers", with_separators(layers) + " of " + human_number(supports.layer_height));
+    report.rows.emplace_back("polygons", with_separators(polygons));
+    report.json["layers"] = layers;
+    report.json["polygons"] = polygons;
+    report.seconds += timer.seconds();
+    return status.text();
 }
 
 std::string failure_of(const ColumnOptions& options) {
@@ -196,12 +223,13 @@ ChangeReport add_supports(TriMesh& mesh, const Arguments& arguments, Supports& s
     const Timer timer;
     RunLog log;
     RunContext run{{}, log};
-    const Array<Column> columns = find_columns(mesh, options, run);
+    Array<Column> columns;
+    const Status found = find_columns(mesh, options, run, columns);
     add_tubes(supports.tubes, columns, column_radius(options.spacing));
     ChangeReport report;
     report.seconds = timer.seconds();
-    if (columns.empty()) {
-        report.failure = failure_of(options);
+    if (!found.ok() || columns.empty()) {
+        report.failure = found.ok() ? failure_of(options) : found.text();
         return report;
     }
     double longest = 0;
@@ -219,24 +247,10 @@ ChangeReport add_supports(TriMesh& mesh, const Arguments& arguments, Supports& s
                    {"columns_on_plate", on_plate},
                    {"longest", longest},
                    {"plate", options.plate}};
-    if (supports.is_sliced) {
-        const Timer slicing;
-        const Status status =
-            slice_columns(mesh, columns, {options.spacing, supports.layer_height, options.plate},
-                          run, supports.polygons);
-        if (!status.ok()) {
-            report.failure = status.text();
-            return report;
-        }
-        const std::size_t layers = layers_of(supports.polygons).size();
-        report.rows.emplace_back(
-            "layers", with_separators(layers) + " of " + human_number(supports.layer_height));
-        report.rows.emplace_back("polygons", with_separators(supports.polygons.sizes.size()));
-        report.json["layers"] = layers;
-        report.json["polygons"] = supports.polygons.sizes.size();
-        report.seconds += slicing.seconds();
+    if (arguments.has("--svg") || arguments.has("--layers")) {
+        report.failure = slice(mesh, columns, arguments, supports, report);
+        if (!report.failure.empty()) return report;
     }
-    if (arguments.has("--svg")) supports.model = mesh;
     if (arguments.has("--with-model")) {
         append_mesh(mesh, supports.tubes);
     } else {
@@ -269,18 +283,15 @@ int run_support(const Arguments& arguments, Console& console) {
     supports.options.spacing = arguments.number("--spacing");
     supports.options.angle = arguments.number("--angle");
     supports.layer_height = arguments.number("--layer-height");
-    supports.is_sliced = arguments.has("--svg") || arguments.has("--layers");
     const int status = run_change(arguments, console, [&](TriMesh& mesh, Progress /*progress*/) {
         return add_supports(mesh, arguments, supports);
     });
     if (status != Clean) return status;
-    try {
-        const std::string failure = write_layers(supports, arguments);
-        if (failure.empty()) return Clean;
-        console.error(failure);
-    } catch (...) {
-        console.error(failure_text(arguments.text("IN")));
+    if (arguments.has("--layers") && supports.layer_failure.empty()) {
+        supports.layer_failure = supports.layer_file.commit().text();
     }
+    if (supports.layer_failure.empty()) return Clean;
+    console.error(supports.layer_failure);
     return CannotWrite;
 }
 

@@ -76,7 +76,7 @@ void strengthColoringFromData(uint32_t method, uint32_t load, const float* coord
     TriMesh mesh =
         build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(30);
-    colour_strength(mesh, {strength_method(method), load_case(load)}, job.run());
+    colour_strength(mesh, {.method = strength_method(method), .load = load_case(load)}, job.run());
     job.progress(70);
     export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
     job.progress(100);
@@ -86,8 +86,9 @@ void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in, f
                                float angle, float** columns, int32_t* column_count) {
     Job job;
     const TriMesh mesh = build(soup_of(coordinates_in, count_in));
-    const Array<Column> found =
-        find_columns(mesh, {double{spacing}, double{angle}, kPlate, false, false}, job.run());
+    Array<Column> found;
+    (void)find_columns(mesh, {double{spacing}, double{angle}, kPlate, false, false}, job.run(),
+                       found);
     if (found.empty()) return;  // hosts find their outputs as they were
     hand_over(Slot::SupportColumns, result_of<float>(found), columns);
     store(column_count, fits<int32_t>(found.size()));

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <numbers>
+#include <string>
 #include <tuple>
 
 #include "base/convert.h"
@@ -26,9 +27,18 @@ constexpr float kLayerHeight = 1.0F;
 constexpr double kApart = 0.2;   // of the sides of two columns at their edges, each
 constexpr double kBeyond = 2.0;  // that a column reaches beyond its gap
 constexpr double kShortest = 1.0;
-// A region of overhangs as wide as this share of the spacing is worth a column. Narrower ones, held by
-// what is beside them, print without.
+// A region of overhangs as wide as this share of the spacing is worth a column. Narrower ones, held
+// by what is beside them, print without.
 constexpr double kLeastWidth = 0.4;
+// Of 64 cells; and more where there are voxels among them, with flags, angles and what is made of
+// them on the way. Measured on tall shells.
+constexpr double kBytesOfWord = 30;
+constexpr double kBytesOfVoxels = 130;
+constexpr double kMostBytes = 1e9;
+// Layers of voxels around a level face.
+constexpr double kThickness = 8;
+// Rows that faces reach, 4 bytes each.
+constexpr double kMostReached = 1e8;
 constexpr double kTip = 0.001;  // height of the pyramids at the ends of a tube
 
 // The column of a gap; too short when it is none.
@@ -48,6 +58,44 @@ Stretch cut_at_surface(Stretch stretch, const Underside* underside) {
     return stretch;
 }
 
+std::string whole(double number) {
+    return std::to_string(saturate_to<std::int64_t>(number));
+}
+
+// What would take more memory than the voxels of a printable model ever do; empty if nothing would.
+std::string too_much_work(const TriMesh& mesh, Vec3f wanted) {
+    const ModelBox model = model_box(mesh);
+    const Vec3d size = to_double(fitting_size(model, wanted));
+    const Vec3d extent = to_double(model.extent);
+    const double rows = std::ceil(extent.y / size.y) + 3;
+    const double layers = std::ceil(extent.z / size.z) + 3;
+    const double words = std::ceil((extent.x / size.x + 3) / 64) * rows * layers;
+    double reached = 0;   // rows of columns
+    double occupied = 0;  // words with voxels
+    for (const Face& face : mesh.faces) {
+        Box3d box;
+        for (std::size_t i = 0; face.deleted == 0 && i < 3; ++i) {
+            box.widen(to_double(mesh.corner_position(face, i)));
+        }
+        const Vec3d deep = box.extent();
+        if (box.is_empty() || !is_finite(deep)) continue;
+        reached += deep.y / size.y + 2;
+        occupied +=
+            (deep.x / size.x / 64 + 1) * (deep.y / size.y + 2) * (deep.z / size.z + kThickness);
+    }
+    const double bytes = words * kBytesOfWord + std::min(words, occupied) * kBytesOfVoxels;
+    if (bytes > kMostBytes) {
+        return "supports of a model " + whole(layers) + " layers high and " + whole(rows) +
+               " rows wide would take " + whole(std::ceil(bytes / 1e9)) +
+               " GB of memory, more than 1";
+    }
+    if (reached > kMostReached) {
+        return "the triangles of the model reach over " + whole(reached) +
+               " rows of columns, more than " + whole(kMostReached);
+    }
+    return {};
+}
+
 }  // namespace
 
 double column_radius(double spacing) {
@@ -59,13 +107,19 @@ double column_half_side(double spacing) {
     return radius > 0 ? radius / std::numbers::sqrt2 : 0.0;
 }
 
-Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, RunContext& run) {
-    Array<Column> columns;
+Status find_columns(const TriMesh& mesh, const ColumnOptions& options, RunContext& run,
+                    Array<Column>& columns) {
+    columns.clear();
     const auto edge = static_cast<float>(options.spacing);
     const VoxelSettings settings{{edge, edge, kLayerHeight}, true};
     if (!is_voxel_size(settings.size) || !(column_radius(options.spacing) > 0) ||
         std::isnan(options.angle) || !std::isfinite(options.plate)) {
-        return columns;
+        return {StatusCode::BadOption,
+                "columns need a spacing above 0.4, an angle that is a number and a plate"};
+    }
+    if (const std::string work = too_much_work(mesh, settings.size); !work.empty()) {
+        run.log.caution(work + "\n");
+        return {StatusCode::TooLarge, work + "; take a greater spacing, or a smaller model"};
     }
     const auto threshold = saturate_to<std::int8_t>(90 - options.angle);
 
@@ -108,7 +162,7 @@ Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, Ru
             return std::tie(a.top.x, a.top.y, b.top.z) < std::tie(b.top.x, b.top.y, a.top.z);
         });
     }
-    return columns;
+    return {};
 }
 
 void add_tubes(TriMesh& mesh, std::span<const Column> columns, double radius) {

@@ -4,6 +4,7 @@
 #include <span>
 
 #include "base/array.h"
+#include "base/status.h"
 #include "mesh/tri_mesh.h"
 #include "run/run_context.h"
 
@@ -24,7 +25,8 @@ struct ColumnOptions {
     // Ends columns where their axis meets the surface. Otherwise they reach 2 units into the model
     // at both ends, which hosts rely on.
     bool ends_at_surface = true;
-    // Adds columns between the rows, for what those in the rows do not hold. Hosts rely on rows alone.
+    // Adds columns between the rows, for what those in the rows do not hold. Hosts rely on rows
+    // alone.
     bool adds_between = true;
 };
 
@@ -35,24 +37,30 @@ double column_radius(double spacing);
 /// Half the side of the cross-section; never below 0.
 double column_half_side(double spacing);
 
-/// Finds columns below everything that hangs over, down to the plate or the model below. None stands
-/// where its cross-section would pass through the model.
+/// Finds columns below everything that hangs over, down to the plate or the model below. None
+/// stands where its cross-section would pass through the model.
 ///
-/// The model becomes voxels as wide as the spacing and 1 unit high, and of each column of voxels the
-/// gaps below overhangs are searched (`find_gaps`). A column begins 2 units into the overhang and
-/// ends 2 units into the model below, seen from the voxels, or at the plate; with `ends_at_surface`
-/// it is cut off where its axis meets the surface. Regions of overhangs that are narrower than 0.4
-/// of the spacing both ways and held by what is beside them get none (`find_overhangs`).
+/// The model becomes voxels as wide as the spacing and 1 unit high, and of each column of voxels
+/// the gaps below overhangs are searched (`find_gaps`). A column begins 2 units into the overhang
+/// and ends 2 units into the model below, seen from the voxels, or at the plate; with
+/// `ends_at_surface` it is cut off where its axis meets the surface. Regions of overhangs that are
+/// narrower than 0.4 of the spacing both ways and held by what is beside them get none
+/// (`find_overhangs`).
 ///
 /// With `adds_between`, what the rows leave is held by columns of its own (`add_columns`), each
 /// ending at the surface.
 ///
-/// Columns in rows stand on the centres of the voxels; all are ordered by x, then y, then from above
-/// to below. Models that need more than 792 voxels along x or y get a wider spacing. A spacing of 0.4
-/// or less, an angle that is not a number, and a spacing or plate that is not finite give no column.
+/// Columns in rows stand on the centres of the voxels; all are ordered by x, then y, then from
+/// above to below. Models that need more than 792 voxels along x or y get a wider spacing.
 ///
-/// Log: what `voxelise` tells.
-Array<Column> find_columns(const TriMesh& mesh, const ColumnOptions& options, RunContext& run);
+/// @param columns  emptied first; without an entry when nothing hangs over
+/// @return  BadOption for a spacing of 0.4 or less, an angle that is not a number, and a spacing or
+///          plate that is not finite; TooLarge where the voxels, or the rows that faces reach,
+///          would take more than a GiB
+///
+/// Log: what `voxelise` tells; a caution when it is too large.
+Status find_columns(const TriMesh& mesh, const ColumnOptions& options, RunContext& run,
+                    Array<Column>& columns);
 
 /// Appends each column as a closed square tube of 16 faces, white and wound outward. Corners lie on
 /// the diagonals, `radius` from the axis; the ends are pyramids of 0.001 units. A radius of 0 or

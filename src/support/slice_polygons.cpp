@@ -33,7 +33,6 @@ constexpr double kMargin = 3 * kReach;
 // Beyond, products of the library's coordinates leave 64 bits.
 constexpr double kWidest = 10000;
 constexpr double kMostLayers = 1e6;
-constexpr std::size_t kMostPoints = std::numeric_limits<std::uint32_t>::max();
 
 struct Box2 {
     Point2d low, high;
@@ -112,22 +111,20 @@ LayerRange layers_of(const Column& column, const SliceOptions& options) {
 class ColumnSlicer {
 public:
     ColumnSlicer(const TriMesh& mesh, std::span<const Column> columns, const SliceOptions& options,
-                 double half_side, std::size_t layer_count, SlicePolygons& polygons)
+                 double half_side, std::size_t layer_count)
         : columns_(columns),
           half_side_(half_side),
           heights_(heights(options, layer_count)),
           slicer_(mesh, 2, heights_),
           by_layer_(intervals(columns, options), layer_count),
           tree_(boxes(columns, half_side)),
-          is_near_(columns.size(), 0),
-          polygons_(polygons) {
+          is_near_(columns.size(), 0) {
         overlap_ =
             tree_.visit_own_pairs([](std::uint32_t /*a*/, std::uint32_t /*b*/) { return true; },
                                   [](std::uint32_t /*a*/, std::uint32_t /*b*/) { return false; });
     }
 
-    // False when there are too many points.
-    bool run() {
+    void run(const TakeLayer& take) {
         for (std::size_t layer = 0; layer < heights_.size(); ++layer) {
             active_.clear();
             by_layer_.for_each(layer, [&](std::uint32_t column) { active_.push_back(column); });
@@ -135,10 +132,12 @@ public:
             std::sort(active_.begin(), active_.end());
             z_ = narrow_to_float(heights_[layer]);
             slicer_.slice(layer, loops_);
+            polygons_.points.clear();
+            polygons_.sizes.clear();
             slice_layer();
-            if (polygons_.points.size() > kMostPoints) return false;
+            if (polygons_.sizes.empty()) continue;
+            if (!take({heights_[layer], loops_, polygons_})) return;
         }
-        return true;
     }
 
 private:
@@ -324,7 +323,7 @@ private:
     FaceTree tree_;
     Array<std::uint8_t> is_near_;  // by column: of this layer
     bool overlap_ = false;         // some columns do
-    SlicePolygons& polygons_;
+    SlicePolygons polygons_;       // of this layer
 
     Array<std::uint32_t> active_;  // columns of this layer
     SliceLoops loops_;
@@ -337,46 +336,99 @@ Status bad(const std::string& what) {
     return {StatusCode::BadOption, what};
 }
 
-}  // namespace
+bool is_sound(const Column& column) {
+    return is_finite(column.top) && is_finite(column.bottom);
+}
 
-Status slice_columns(const TriMesh& mesh, std::span<const Column> columns,
-                     const SliceOptions& options, RunContext& run, SlicePolygons& polygons) {
-    polygons = {};
+Column upright(const Column& column) {
+    return column.top.z < column.bottom.z ? Column{column.bottom, column.top} : column;
+}
+
+Status check(const SliceOptions& options) {
     if (!(options.layer_height > 0) || !std::isfinite(options.layer_height)) {
         return bad("the layer height is not above 0");
     }
     if (!std::isfinite(options.plate)) return bad("the height of the plate is not a number");
     if (!(options.spacing <= kWidest)) return bad("the spacing is more than 10,000 or no number");
-
-    Array<Column> solid;
-    double layer_count = 0;
-    double square_count = 0;
-    for (const Column& column : columns) {
-        if (!is_finite(column.top) || !is_finite(column.bottom)) continue;
-        solid.push_back(column.top.z < column.bottom.z ? Column{column.bottom, column.top}
-                                                       : column);
-        const LayerRange range = layers_of(solid.back(), options);
-        layer_count = std::max(layer_count, range.end);
-        square_count += range.end - range.first;
-    }
-    const double half_side = column_half_side(options.spacing);
-    bool fits_in = true;
-    if (half_side > 0) {
-        fits_in =
-            layer_count <= kMostLayers && square_count * 4 <= static_cast<double>(kMostPoints);
-        fits_in = fits_in && ColumnSlicer(mesh, solid, options, half_side,
-                                          static_cast<std::size_t>(layer_count), polygons)
-                                 .run();
-    }
-    if (!fits_in) {
-        polygons = {};
-        return {StatusCode::TooLarge,
-                "the columns make more than a million layers or 4 thousand million points; take a "
-                "greater layer height"};
-    }
-    run.log.append("\npoly_num: " + std::to_string(polygons.sizes.size()));
-    run.log.append("\npoints_num: " + std::to_string(polygons.points.size()));
     return {};
+}
+
+Status too_large(const std::string& what, RunContext& run) {
+    run.log.caution(what + "\n");
+    return {StatusCode::TooLarge, what + "; take a greater layer height"};
+}
+
+std::string in_millions(double count) {
+    std::string text = std::to_string(count / 1e6);
+    text.resize(text.find('.') + 2);
+    return text + " million ";
+}
+
+}  // namespace
+
+SliceWork slice_work(std::span<const Column> columns, const SliceOptions& options) {
+    SliceWork work;
+    if (!check(options).ok() || !(column_half_side(options.spacing) > 0)) return work;
+    for (const Column& column : columns) {
+        if (!is_sound(column)) continue;
+        const LayerRange range = layers_of(upright(column), options);
+        work.layers = std::max(work.layers, range.end);
+        work.squares += std::max(range.end - range.first, 0.0);
+    }
+    return work;
+}
+
+Status slice_columns(const TriMesh& mesh, std::span<const Column> columns,
+                     const SliceOptions& options, RunContext& run, const TakeLayer& take) {
+    if (Status status = check(options); !status.ok()) return status;
+    const SliceWork work = slice_work(columns, options);
+    if (work.layers > kMostLayers) {
+        return too_large(
+            "the columns are " + in_millions(work.layers) + "layers high, not 1 million", run);
+    }
+    std::uint64_t polygon_count = 0;
+    std::uint64_t point_count = 0;
+    if (work.squares > 0) {
+        Array<Column> solid;
+        for (const Column& column : columns) {
+            if (is_sound(column)) solid.push_back(upright(column));
+        }
+        ColumnSlicer(mesh, solid, options, column_half_side(options.spacing),
+                     static_cast<std::size_t>(work.layers))
+            .run([&](const ColumnLayer& layer) {
+                polygon_count += layer.polygons.sizes.size();
+                point_count += layer.polygons.points.size();
+                return take(layer);
+            });
+    }
+    run.log.append("\npoly_num: " + std::to_string(polygon_count));
+    run.log.append("\npoints_num: " + std::to_string(point_count));
+    return {};
+}
+
+Status slice_columns(const TriMesh& mesh, std::span<const Column> columns,
+                     const SliceOptions& options, RunContext& run, SlicePolygons& polygons) {
+    polygons = {};
+    const auto most = static_cast<double>(kMostColumnPoints);
+    const auto refuse = [&](double points) {
+        polygons = {};
+        return too_large(
+            "the columns make " + in_millions(points) + "points, more than " + in_millions(most),
+            run);
+    };
+    const double least = 4 * slice_work(columns, options).squares;
+    if (least > most) return refuse(least);
+    bool fits_in = true;
+    Status status = slice_columns(mesh, columns, options, run, [&](const ColumnLayer& layer) {
+        const SlicePolygons& of_layer = layer.polygons;
+        polygons.points.insert(polygons.points.end(), of_layer.points.begin(),
+                               of_layer.points.end());
+        polygons.sizes.insert(polygons.sizes.end(), of_layer.sizes.begin(), of_layer.sizes.end());
+        fits_in = polygons.points.size() <= kMostColumnPoints;
+        return fits_in;
+    });
+    if (!fits_in) return refuse(static_cast<double>(polygons.points.size()));
+    return status;
 }
 
 }  // namespace povmesh

@@ -64,6 +64,11 @@ TEST_F(Supports, SayWhyThereAreNone) {
                    "out.json"})
                   .status,
               1);
+    // Columns of 20 units are 10 million layers together: a gigabyte of text and more.
+    const ToolResult large = run({"support", "table.stl", "-o", "out.stl", "--layer-height",
+                                  "0.0001", "--layers", "out.json"});
+    EXPECT_EQ(large.status, 1);
+    EXPECT_THAT(large.err, HasSubstr("GB as text, more than 1"));
     EXPECT_FALSE(std::filesystem::exists(path("out.stl")));
     EXPECT_FALSE(std::filesystem::exists(path("out.json")));
     EXPECT_EQ(run({"support", "table.stl", "-o", "out.stl", "--layers", "missing/out.json"}).status,

@@ -30,7 +30,9 @@ constexpr double kSpacing = 3;
 Array<Column> columns_of(const TriMesh& mesh, const ColumnOptions& options) {
     RunLog log;
     RunContext run{{}, log};
-    return find_columns(mesh, options, run);
+    Array<Column> columns;
+    (void)find_columns(mesh, options, run, columns);
+    return columns;
 }
 
 // A box whose lower side slants from `left` to `right`.
@@ -491,6 +493,12 @@ TEST(Columns, DoNotBreakOnBadInput) {
             (void)columns_of(mesh, {kSpacing, angle, plate});
         }
     }
+    // A tower that would take gigabytes of voxels.
+    RunLog log;
+    RunContext run{{}, log};
+    Array<Column> columns;
+    const TriMesh tower = shapes::mesh_of(shapes::box({0, 0, 0}, {2000, 2000, 2600}));
+    EXPECT_EQ(find_columns(tower, {}, run, columns).code(), StatusCode::TooLarge);
     SoupVector wild = letter_t();
     wild[0] = std::numeric_limits<float>::quiet_NaN();
     wild[100] = std::numeric_limits<float>::infinity();

@@ -182,6 +182,9 @@ TEST(SlicePolygons, DoNotBreakOnBadInput) {
         EXPECT_TRUE(s.status.ok()) << s.status.text();
     }
     EXPECT_EQ(sliced(box, {column(0, 0, 0, 3e38F)}).status.code(), StatusCode::TooLarge);
+    // 68 million points, told before they are made.
+    std::vector<Column> many(100, column(0, 0, 0, 170000));
+    EXPECT_EQ(sliced(box, many, {3, 1, 0}).status.code(), StatusCode::TooLarge);
     // All faces of a fan in one layer's outline.
     shapes::SoupVector fan = shapes::fan(100000, 20);
     EXPECT_TRUE(sliced(shapes::mesh_of(fan), good).status.ok());
