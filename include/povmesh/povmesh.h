@@ -285,8 +285,9 @@ POVMESH_API void orientationOptimization(const float* coordinates_in, uint32_t c
  * outward; no triangle when there is nothing to hollow. The wall is right within about 1.4 voxels,
  * whose edges are 0.4 to 2 model units; larger where the model's box would hold more than 2^28 of
  * them. The cavity crosses neither itself nor the model, and slits and holes narrower than a voxel
- * get a wall too. The model should be closed; small holes are closed on the way. A thickness below
- * 0.5 peels nothing off: the result is then the model's own voxels.
+ * get a wall too; it is nowhere thinner than the thickness less two voxels. The model should be
+ * closed; small holes are closed on the way. A thickness below 0.5 peels nothing off: the result is
+ * then the model's own voxels.
  * progress: 0, 10, 10, 30, 40, 50, 60, 70, 80, 85, 90, 100, without 70 to 85 when nothing can be
  * hollowed.
  */
