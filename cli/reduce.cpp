@@ -65,7 +65,7 @@ std::pair<std::string, std::string> end_of(const CheckedReduceReport& checked, b
     if (report.is_reached) return {"target reached", "target"};
     if (checked.is_eased) {
         return {"with fewer triangles the surface would cross itself, " +
-                    near_text(checked.crossing_place),
+                    place_text(checked.crossing_place),
                 "crossing"};
     }
     std::string text;

@@ -49,7 +49,7 @@ constexpr double kLeastThere = 0.8;
 constexpr double kLeastReach = 0.5;
 // The least body that counts as a limb, of all of the model, and the least section, in squares of
 // the distance of the planes: what is smaller, rims and slivers, is the grain of the planes.
-constexpr double kLeastBody = 1e-3;
+constexpr double kLeastBody = 5e-3;
 constexpr double kLeastArea = 0.5;
 
 // The search for the least plane: its first tilt, as a tangent, the cosine of the farthest, and

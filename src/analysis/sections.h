@@ -69,9 +69,9 @@ constexpr std::size_t kMostSectionPlanes = 1000;
 /// centres of neighbouring sections lead aside, the section across that direction counts, and what
 /// is returned is turned until its area is least. Left out are sections along a limb, which a
 /// section across their length undercuts; those below half the square of a step; and those on which
-/// less than a thousandth of the body hangs, or nothing that reaches as far as the section is deep.
-/// Bodies without a neck, such as boxes, balls and cones, have none. Of one place only the weakest
-/// section counts.
+/// less than half a percent of the body hangs, or nothing that reaches as far as the section is
+/// deep. Bodies without a neck, such as boxes, balls and cones, have none. Of one place only the
+/// weakest section counts.
 ///
 /// Only cross-sections of material count: a model that is wound inward is taken for its opposite,
 /// a surface inside material changes nothing, gaps of an open model are closed by straight lines.

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 
+#include "base/vec.h"
 #include "mesh/tri_mesh.h"
 #include "repair/hole_closing.h"
 #include "repair/slits.h"
@@ -42,6 +43,9 @@ struct RepairReport {
     std::size_t dropped_shells = 0;
     std::size_t dropped_shell_faces = 0;
     std::size_t removed_duplicates = 0;
+    std::size_t removed_walls = 0;  // places where all faces on one another went
+    double removed_wall_area = 0;   // one side of them
+    Vec3f first_wall;               // a corner of the first
     SlitReport slits;
     bool were_holes_tried = false;  // false when a face has a label of 0 or more
     HoleReport holes;

@@ -439,18 +439,19 @@ TEST(RedundantFaces, WallsWithoutThicknessGoAndNothingOpens) {
         const char* what;
         SoupVector soup;
         std::size_t faces;
+        std::size_t walls;
     };
     for (const Row& row :
-         {Row{"two that share a side", joined(up, {down}), 6},
-          Row{"a face twice", joined(up, {face}), 4},
-          Row{"a face and its back", joined(up, {shapes::turned(face)}), 4},
-          Row{"everything twice", joined(up, {up}), 4},
-          Row{"a sheet and its back", joined(up, {sheet, shapes::turned(sheet)}), 4}}) {
+         {Row{"two that share a side", joined(up, {down}), 6, 1},
+          Row{"a face twice", joined(up, {face}), 4, 0},
+          Row{"a face and its back", joined(up, {shapes::turned(face)}), 4, 0},
+          Row{"everything twice", joined(up, {up}), 4, 0},
+          Row{"a sheet and its back", joined(up, {sheet, shapes::turned(sheet)}), 4, 1}}) {
         TriMesh mesh = shapes::mesh_of(row.soup);
-        for (const std::uint32_t f : find_redundant_faces(mesh, EdgeMates(mesh))) {
-            mesh.faces[f].deleted = 1;
-        }
+        const RedundantFaces redundant = find_redundant_faces(mesh, EdgeMates(mesh));
+        for (const std::uint32_t f : redundant.faces) mesh.faces[f].deleted = 1;
         EXPECT_EQ(live_face_count(mesh), row.faces) << row.what;
+        EXPECT_EQ(redundant.walls.size(), row.walls) << row.what;
         const EdgeMates mates(mesh);
         for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
             if (mesh.faces[f].deleted != 0) continue;
