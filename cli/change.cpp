@@ -95,6 +95,9 @@ int run_change(const Arguments& arguments, Console& console, const Change& chang
     };
     rewrite_model(arguments, line.progress(), {change_model, {}}, outcome);
     line.stop();
+    const std::vector<std::string>& doubts = outcome.report.doubts;
+    if (!doubts.empty() && outcome.status == Clean) outcome.status = Flawed;
+    outcome.warnings.insert(outcome.warnings.end(), doubts.begin(), doubts.end());
     return tell(
         outcome, arguments, console, [&] { return to_json(source, target, outcome); },
         [&] { return table(source, target, outcome); });

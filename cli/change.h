@@ -20,8 +20,10 @@ namespace povmesh::cli {
 struct ChangeReport {
     std::string failure;  // why there is no result, without the file; nothing is written then
     std::vector<std::string> warnings;  // of the result, without the file
-    double seconds = 0;                 // that it took, without reading and writing
-    std::vector<Row> before, after;     // of the same labels, to stand beside each other
+    // Why the result, though written, is not to be trusted: warnings that make the status Flawed.
+    std::vector<std::string> doubts;
+    double seconds = 0;              // that it took, without reading and writing
+    std::vector<Row> before, after;  // of the same labels, to stand beside each other
     std::vector<Row> rows;
     Json json_before = Json::object(), json_after = Json::object();
     Json json = Json::object();

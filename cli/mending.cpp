@@ -98,13 +98,8 @@ constexpr std::array<Flaw, 5> kCompared = {Flaw::OpenEdges, Flaw::InvertedFaces,
                                            Flaw::NonManifoldEdges, Flaw::SelfIntersections};
 
 // "6 open edges instead of 0, near (1, 2, 3), face 12"; empty when nothing is worse.
-std::string what_is_worse(const Findings& before, TriMesh& mended, const RepairReport& report) {
-    const bool has_new_faces = report.holes.added_face_count + report.slits.added_faces != 0;
-    if (!has_new_faces && report.removed_duplicates == 0) return {};  // turning makes nothing worse
-    const Findings after = examine(mended, {},
-                                   has_new_faces && before.has_self_intersection_count
-                                       ? SelfIntersectionSearch::Always
-                                       : SelfIntersectionSearch::Never);
+std::string what_is_worse(const Findings& before, const Findings& after,
+                          const RepairReport& report) {
     for (const Flaw flaw : kCompared) {
         if (flaw == Flaw::SelfIntersections && !after.has_self_intersection_count) continue;
         // Taking out what has no place opens the surface around it.
@@ -135,11 +130,23 @@ RepairOptions tool_repair_options() {
     return options;
 }
 
-Mending mend(TriMesh& mesh, RepairOptions options, const Findings& before) {
+Mending mend(TriMesh& mesh, RepairOptions options, const Findings& before,
+             SelfIntersectionSearch search) {
     Mending mending;
-    TriMesh mended = plain_copy(mesh);
-    mending.report = repair(mended, options);
-    const std::string worse = what_is_worse(before, mended, mending.report);
+    TriMesh mended;
+    const auto attempt = [&](const RepairOptions& chosen) -> std::string {
+        mended = plain_copy(mesh);
+        mending.report = repair(mended, chosen);
+        mending.after.reset();
+        const RepairReport& report = mending.report;
+        const bool has_new_faces = report.holes.added_face_count + report.slits.added_faces != 0;
+        // Turning makes nothing worse.
+        if (!has_new_faces && report.removed_duplicates == 0) return {};
+        const bool may_cross = has_new_faces && before.has_self_intersection_count;
+        mending.after = examine(mended, {}, may_cross ? SelfIntersectionSearch::Always : search);
+        return what_is_worse(before, *mending.after, report);
+    };
+    const std::string worse = attempt(options);
     // One step left out, in turn; at last all of them.
     for (std::size_t i = 0; i <= kSteps.size() && !worse.empty(); ++i) {
         RepairOptions fewer = options;
@@ -149,12 +156,18 @@ Mending mend(TriMesh& mesh, RepairOptions options, const Findings& before) {
             fewer.*kSteps[s].option = false;
             mending.given_up.push_back(std::string(kSteps[s].words) + ": there would be " + worse);
         }
-        mended = plain_copy(mesh);
-        mending.report = repair(mended, fewer);
-        if (what_is_worse(before, mended, mending.report).empty()) break;
+        if (attempt(fewer).empty()) break;
     }
     mesh = std::move(mended);
     return mending;
+}
+
+std::string wall_warning(const RepairReport& report) {
+    if (report.removed_walls == 0) return {};
+    return "walls without thickness are taken out, of area " +
+           human_number(report.removed_wall_area) + ", the first " + place_text(report.first_wall) +
+           ": faces back to back enclose nothing to print; give them a thickness where they are to "
+           "stay";
 }
 
 std::vector<Row> mending_rows(const Mending& mending) {
@@ -166,7 +179,10 @@ std::vector<Row> mending_rows(const Mending& mending) {
     add("misplaced faces", report.dropped_misplaced, " removed");
     add("shells dropped", report.dropped_shells,
         " (" + counted(report.dropped_shell_faces, "face") + ")");
-    add("duplicates removed", report.removed_duplicates);
+    add("duplicates removed", report.removed_duplicates,
+        report.removed_walls != 0
+            ? ", " + with_separators(report.removed_walls) + " walls without thickness among them"
+            : "");
     add("slits closed", report.slits.closed_slits,
         " (" + counted(report.slits.split_faces, "face") + " split)");
     const std::vector<HoleSize> closed =
@@ -204,6 +220,7 @@ Json mending_json(const Mending& mending) {
             {"dropped_shells", report.dropped_shells},
             {"dropped_shell_faces", report.dropped_shell_faces},
             {"removed_duplicates", report.removed_duplicates},
+            {"removed_walls", report.removed_walls},
             {"closed_slits", report.slits.closed_slits},
             {"split_faces", report.slits.split_faces},
             {"holes_tried", report.were_holes_tried},
@@ -229,7 +246,8 @@ std::vector<std::string> suggestions(const TriMesh& mesh, const Findings& findin
         return {};
     }
     TriMesh copy = plain_copy(mesh);
-    const Mending mending = mend(copy, tool_repair_options(), findings);
+    const Mending mending =
+        mend(copy, tool_repair_options(), findings, SelfIntersectionSearch::Never);
     const RepairReport& report = mending.report;
     std::vector<std::string> lines;
     const auto add = [&](std::size_t count, const std::string& line) {
@@ -246,6 +264,7 @@ std::vector<std::string> suggestions(const TriMesh& mesh, const Findings& findin
             " that form no closed rim");
     add(report.removed_duplicates,
         "repair removes " + counted(report.removed_duplicates, "duplicate face"));
+    if (report.removed_walls != 0) lines.push_back("in repair " + wall_warning(report));
     add(report.turned_faces, "repair turns " + counted(report.turned_faces, "face") + " over");
     add(report.one_sided_shells, "repair leaves the windings of " +
                                      counted(report.one_sided_shells, "shell") +

@@ -55,16 +55,18 @@ std::vector<Rule> rules(const ReduceReport& report, bool is_automatic) {
 }
 
 // Which rule ended the reduction, in words and as a key.
-std::pair<std::string, std::string> end_of(const ReduceReport& report, bool is_automatic,
-                                           bool is_eased) {
+std::pair<std::string, std::string> end_of(const CheckedReduceReport& checked, bool is_automatic) {
+    const ReduceReport& report = checked.reduction;
     if (report.faces_aimed >= report.faces_before) {
         return {is_automatic ? "nothing to do: no shell has more than 100,000 triangles"
                              : "nothing to do: all triangles may stay",
                 "nothing_to_do"};
     }
     if (report.is_reached) return {"target reached", "target"};
-    if (is_eased) {
-        return {"with fewer triangles the surface would cross itself", "crossing"};
+    if (checked.is_eased) {
+        return {"with fewer triangles the surface would cross itself, " +
+                    place_text(checked.crossing_place),
+                "crossing"};
     }
     std::string text;
     for (const Rule& rule : rules(report, is_automatic)) {
@@ -143,7 +145,7 @@ ChangeReport reduce_and_measure(TriMesh& mesh, const Arguments& arguments) {
     change.warnings = warnings_of(checked.faults, volume_before, volume(mesh));
 
     const bool is_automatic = arguments.has("--auto");
-    const auto [text, key] = end_of(report, is_automatic, checked.is_eased);
+    const auto [text, key] = end_of(checked, is_automatic);
     const double kept = static_cast<double>(live_face_count(mesh)) / static_cast<double>(count);
     change.rows = {{"kept", human_number(std::round(kept * 1e4) / 100) + " %"},
                    {"aimed at", counted(report.faces_aimed, "triangle")},

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstddef>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,7 +42,10 @@ void repair_file(const Arguments& arguments, Progress progress, RepairOutcome& o
         outcome.triangles_before = model.triangles;
         outcome.before = examine(model.mesh, {}, SelfIntersectionSearch::UpToQuickFaces);
         progress.set(60);
-        outcome.done = mend(model.mesh, options_of(arguments), outcome.before);
+        outcome.done = mend(model.mesh, options_of(arguments), outcome.before,
+                            SelfIntersectionSearch::UpToQuickFaces);
+        const std::string gone = wall_warning(outcome.done.report);
+        if (!gone.empty()) outcome.lost.push_back(gone);
         if (live_face_count(model.mesh) != 0) return {};
         if (outcome.done.report.dropped_shells == 0) {
             return "every triangle has a coordinate that is infinite or no number; nothing is "
@@ -52,7 +56,12 @@ void repair_file(const Arguments& arguments, Progress progress, RepairOutcome& o
     };
     const auto inspect = [&](LoadedModel& back) {
         outcome.triangles_after = back.mesh.faces.size();
-        outcome.after = examine(back.mesh, progress, SelfIntersectionSearch::UpToQuickFaces);
+        // What was read back has the same faces; OBJ files have them in the order of their labels.
+        const std::optional<Findings>& known = outcome.done.after;
+        const bool is_known = known && !known->has_labels && known->has_self_intersection_count;
+        outcome.after = is_known
+                            ? *known
+                            : examine(back.mesh, progress, SelfIntersectionSearch::UpToQuickFaces);
         outcome.status = outcome.after.has_flaws() ? Flawed : Clean;
     };
     rewrite_model(arguments, progress, {change, inspect}, outcome);

@@ -140,8 +140,27 @@ ChangeReport report_of(const StrengthReport& strength, const std::string& load, 
                    {"voxel_size", strength.voxel_size},
                    {"steps", strength.steps},
                    {"residual", strength.residual},
+                   {"converged", strength.is_converged},
+                   {"loose_bodies", strength.loose_bodies},
                    {"solve_seconds", strength.solve_seconds}};
     return report;
+}
+
+std::vector<std::string> doubts_of(const StrengthReport& strength) {
+    std::vector<std::string> doubts;
+    if (!strength.is_converged) {
+        doubts.push_back("the displacements do not balance the load, a residual of " +
+                         percent(strength.residual) +
+                         " is left: something turns freely, as where parts meet in an edge or a "
+                         "point only, or is too slender; do not trust the colours");
+    }
+    if (strength.loose_bodies != 0) {
+        doubts.push_back(counted(strength.loose_bodies, "body", "bodies") + ", " +
+                         percent(strength.loose_share) +
+                         " of the elements, not held by the lowest layer, and grey: put the model "
+                         "on one plane, or join its bodies");
+    }
+    return doubts;
 }
 
 picture::Image picture_of(const TriMesh& mesh) {
@@ -184,6 +203,7 @@ int run_strength(const Arguments& arguments, Console& console) {
         StrengthOptions options;
         options.method = is_fem ? StrengthMethod::FiniteElements : StrengthMethod::Sections;
         options.load = load_named(load).load;
+        options.rules = StrengthRules::Person;
         const StrengthReport strength = colour_strength(mesh, options, run);
         progress.set(75);
         const double seconds = timer.seconds();
@@ -193,17 +213,23 @@ int run_strength(const Arguments& arguments, Console& console) {
             report.failure = "there is nothing to analyse: the model makes no voxel";
             return report;
         }
+        if (!strength.is_loaded) {
+            report.failure = std::string("nothing carries the load, ") + load_named(load).text +
+                             ": it finds no place, or acts on what is not held";
+            return report;
+        }
+        report.doubts = doubts_of(strength);
         tell_places(weak_places(mesh, strength), report);
         if (arguments.has("--render")) image = picture_of(mesh);
         return report;
     });
-    if (status != Clean || !image) return status;
+    if ((status != Clean && status != Flawed) || !image) return status;
     if (const Status written = write_file(arguments.text("--render"), picture::encode_png(*image));
         !written.ok()) {
         console.error(written.text());
         return CannotWrite;
     }
-    return Clean;
+    return status;
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "helpers/reference.h"
 #include "mesh/build_f.h"
 #include "mesh/edge_mates.h"
+#include "remesh/checked_reduce.h"
 #include "remesh/parallel_reduce.h"
 #include "remesh/reduce.h"
 #include "remesh/remesh.h"
@@ -219,6 +220,10 @@ void check_all(const std::uint8_t* data, std::size_t size) {
     check_reduction(mesh, in_parallel, reduce_parallel(in_parallel, options, run));
     // The sequential one tells borders by a sum that a coincidence can cancel.
     require(Borders(mesh).open == Borders(in_parallel).open, "an open border changed");
+    TriMesh checked = mesh;
+    const CheckedReduceReport found = reduce_checked(checked, std::max(input.keep, 0.0), run);
+    check_reduction(mesh, checked, found.reduction);
+    require(find_new_faults(mesh, checked).crossings.count == 0, "reduction made a crossing");
     TriMesh again = mesh;
     (void)reduce_parallel(again, options, run);
     require_same(again, in_parallel, "second time");

@@ -283,8 +283,11 @@ POVMESH_API void orientationOptimization(const float* coordinates_in, uint32_t c
 /*
  * Returns the surface of the cavity that leaves a wall of `thickness` model units, closed and wound
  * outward; no triangle when there is nothing to hollow. The wall is right within about 1.4 voxels,
- * whose edges are 0.4 to 2 model units. The model should be closed; small holes are closed on the
- * way. A thickness below 0.5 peels nothing off: the result is then the model's own voxels.
+ * whose edges are 0.4 to 2 model units; larger where the model's box would hold more than 2^28 of
+ * them. The cavity crosses neither itself nor the model, and slits and holes narrower than a voxel
+ * get a wall too; it is nowhere thinner than the thickness less two voxels. The model should be
+ * closed; small holes are closed on the way. A thickness below 0.5 peels nothing off: the result is
+ * then the model's own voxels.
  * progress: 0, 10, 10, 30, 40, 50, 60, 70, 80, 85, 90, 100, without 70 to 85 when nothing can be
  * hollowed.
  */
@@ -294,12 +297,13 @@ POVMESH_API void hollowFromData(float thickness, const float* coordinates_in, ui
 /*
  * Returns closed cells that take material out of a model, each wound outward: they lie inside of
  * it, at least `surface_thickness` model units less 1.5 voxels below its surface, with walls of
- * about two voxels between them. Voxels have edges of 0.25 to 1 model units, and cells are about 38
- * of them wide, 29 from a density of 0.4 on. Cells are taken by their volume per surface, the
- * largest first, until the surface of all that were taken, divided by their volume, exceeds
- * `infill_density` (1 / model units), but four at least. A density of 0 returns the built model;
- * below 0.05 it counts as 0.05. No triangle when nothing lies below the skin or there are fewer
- * than four cells. The model should be closed; small holes are closed on the way.
+ * about two voxels between them. Voxels have edges of 0.25 to 1 model units, larger ones where the
+ * model's box would hold more than 2^30 of them. Cells are about 38 of them wide, 29 from a density
+ * of 0.4 on. They are taken by their volume per surface, the largest first, until the surface of
+ * all that were taken, divided by their volume, exceeds `infill_density` (1 / model units), but
+ * four at least. A density of 0 returns the built model; below 0.05 it counts as 0.05. No triangle
+ * when nothing lies below the skin or there are fewer than four cells. The model should be closed;
+ * small holes are closed on the way.
  * progress: 0, 10, 10, 30, 40, 50, 55, 60, 70, 90, 100; without 50 to 70 when nothing lies below
  * the skin, and without what lies between 10 and 90 at a density of 0.
  */
@@ -327,14 +331,15 @@ POVMESH_API void voxelize(float voxel_size, const float* coordinates_in, const f
 
 /*
  * Finds weak cross-sections, the weakest first. Per section: the centre of its area (3 floats,
- * model units), the unit normal of its plane (3 floats: the x, y or z axis) and a score (1 float):
- * 100 for the weakest, 50 for one that would stand twice the load, down to 0. The model is reduced,
- * then each shell is cut by planes across the three axes, a hundredth of the mean of the model's
- * extents apart. The bending strength of each connected part of a section is divided by what hangs
- * on it: the volume of the smaller body that a cut there would take off, times the distance of its
- * centroid. The low 8 bits of `option` choose: 0 returns all sections, any other value only weak
- * places, where that ratio falls and rises again by a half or more. A plain box, ball or cone has
- * none; the three arrays are then empty.
+ * model units), the unit normal of its plane (3 floats) and a score (1 float): 100 for the weakest,
+ * 50 for one that would stand twice the load, down to 0. A model of 20,000 triangles or more is
+ * reduced where that keeps its shape, then each shell is cut by planes across the three axes, a
+ * hundredth of the mean of the model's extents apart. The bending strength of each connected part
+ * of a section is divided by what hangs on it: the volume of the smaller body that a cut there
+ * would take off, times the distance of its centroid. The low 8 bits of `option` choose: 0 returns
+ * all sections, their normals x, y or z; any other value only weak places, necks and roots of arms,
+ * their planes turned to the limb. A plain box, ball or cone has none; the three arrays are then
+ * empty.
  */
 POVMESH_API void weaknessDetect(const float* coordinates_in, uint32_t count_in, float** centres,
                                 float** normals, float** scores, uint32_t* section_count,
@@ -430,10 +435,10 @@ POVMESH_API void uniformRemeshFromColorData(float edge_length, const float* coor
                                             uint32_t* count);
 
 /*
- * Divides a model into its separate bodies; shells that touch or intersect stay together. Two things
- * keep shells apart all the same: of a shell of 10,000 faces or more only about ten thousand, evenly
- * picked, are looked at, so that a contact between others is missed; and shells whose boxes only
- * border on each other, as two cubes side by side, are not compared. Returns
+ * Divides a model into its separate bodies; shells that touch or intersect stay together. Two
+ * things keep shells apart all the same: of a shell of 10,000 faces or more only about ten
+ * thousand, evenly picked, are looked at, so that a contact between others is missed; and shells
+ * whose boxes only border on each other, as two cubes side by side, are not compared. Returns
  * parts, but for those of a volume below 1 (an open or inside-out one has none). A shell inside
  * another one that does not touch it is a body of its own. progress: 0, 10, 80, 100.
  */

@@ -3,6 +3,7 @@
 #include "analysis/fem_analysis.h"
 
 #include <algorithm>
+#include <limits>
 #include <string>
 #include <utility>
 
@@ -67,6 +68,16 @@ void export_energies(const Model& model, const Array<float>& energies, EnergyFie
     });
 }
 
+void count_loose(const Model& model, const HeldNodes& held, bool marks, EnergyField& result) {
+    result.loose_bodies = held.loose_bodies;
+    if (held.loose_bodies == 0) return;
+    for_each_element(model, [&](const Element& element) {
+        if (held.is_held[element.nodes[0]] != 0) return;
+        ++result.loose_elements;
+        if (marks) result.values[element.index] = std::numeric_limits<float>::quiet_NaN();
+    });
+}
+
 // False when there is nothing to solve.
 bool make_model(const TriMesh& mesh, float voxel_size, Model& model, RunContext& run) {
     VoxelGrid grid = form_voxels(mesh, {{voxel_size, voxel_size, voxel_size}}, run);
@@ -96,7 +107,7 @@ Array<float> smoothed_energies(const Model& model, const NodeField& displacement
     return energies;
 }
 
-void unload_loose_bodies(const Model& model, NodeField& force) {
+HeldNodes held_nodes(const Model& model) {
     UnionFind bodies(model.node_count());
     for (const ElementRun& run : model.runs) {
         for (const std::uint32_t row : run.rows) {
@@ -104,30 +115,48 @@ void unload_loose_bodies(const Model& model, NodeField& force) {
             for (std::uint32_t i = 0; i < run.count; ++i) bodies.unite(row + i, row + i + 1);
         }
     }
+    HeldNodes held;
+    held.is_held.resize(model.node_count());
     for (std::uint32_t node = 0; node < model.node_count(); ++node) {
         // The lowest node stands for its body, and the fixed ones come first.
-        if (bodies.find(node) < model.fixed_nodes) continue;
-        for (std::size_t axis = 0; axis < 3; ++axis) force.axis(axis)[node] = 0;
+        const std::uint32_t body = bodies.find(node);
+        held.is_held[node] = body < model.fixed_nodes ? 1 : 0;
+        if (body == node && held.is_held[node] == 0) ++held.loose_bodies;
     }
+    return held;
 }
 
-EnergyField analyse(const TriMesh& mesh, float voxel_size, LoadCase load, RunContext& run) {
+bool unload_loose_bodies(const HeldNodes& held, NodeField& force) {
+    bool is_loaded = false;
+    for (std::size_t node = 0; node < held.is_held.size(); ++node) {
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            float& value = force.axis(axis)[node];
+            if (held.is_held[node] == 0) value = 0;
+            is_loaded = is_loaded || value != 0;
+        }
+    }
+    return is_loaded;
+}
+
+EnergyField analyse(const TriMesh& mesh, const AnalysisOptions& options, RunContext& run) {
     const Timer timer;
     EnergyField result;
     Model model;
-    if (!make_model(mesh, voxel_size, model, run)) return result;
+    if (!make_model(mesh, options.voxel_size, model, run)) return result;
     result.voxel_size = static_cast<double>(model.size);
     result.nodes = model.node_count();
     result.free_dofs = model.free_dofs();
 
-    NodeField force = load_of(model, load, run.log);
-    unload_loose_bodies(model, force);
+    const HeldNodes held = held_nodes(model);
+    NodeField force = load_of(model, options.load, run.log, options.rules);
+    result.is_loaded = unload_loose_bodies(held, force);
     run.log.append("\n | CG..");
     Timer step;
-    const Solution solution = solve(model, std::move(force));
+    const Solution solution = solve(model, std::move(force), options.solve);
     result.is_solved = true;
     result.steps = solution.steps;
     result.residual = solution.residual;
+    result.is_converged = !result.is_loaded || solution.residual < options.solve.tolerance;
     result.solve_seconds = step.seconds();
     run.log.append(six_decimals(result.solve_seconds) +
                    "sec.  iter:" + std::to_string(solution.steps));
@@ -137,6 +166,7 @@ EnergyField analyse(const TriMesh& mesh, float voxel_size, LoadCase load, RunCon
     const Array<float> energies =
         smoothed_energies(model, solution.displacements, kSmoothings, run.log);
     export_energies(model, energies, result);
+    count_loose(model, held, options.marks_loose, result);
     run.log.success("fem_analysis", timer.seconds());
     return result;
 }

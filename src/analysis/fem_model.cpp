@@ -188,8 +188,6 @@ void centre_places(const VoxelGrid& grid, Model& model) {
 
 // Corners bring their nodes in with the outer faces of the element that they lie on.
 void set_signs(Model& model, std::size_t node_count) {
-    constexpr std::array kUp = {voxel::Side::Right, voxel::Side::Back, voxel::Side::Top};
-    constexpr std::array kDown = {voxel::Side::Left, voxel::Side::Front, voxel::Side::Bottom};
     model.signs.assign(node_count, {});
     model.element_counts.assign(node_count, 0);
     for_each_element(model, [&](const Element& element) {
@@ -199,8 +197,7 @@ void set_signs(Model& model, std::size_t node_count) {
             if (model.element_counts[node]++ != 0 || faces == 0) continue;
             for (std::size_t axis = 0; axis < 3; ++axis) {
                 const int sign = kCornerSigns[corner][axis];
-                const voxel::Side side = sign > 0 ? kUp[axis] : kDown[axis];
-                if ((faces >> static_cast<unsigned>(side) & 1U) != 0) {
+                if ((faces >> outer_side(axis, sign) & 1U) != 0) {
                     model.signs[node][axis] = static_cast<std::int8_t>(sign);
                 }
             }
@@ -232,6 +229,12 @@ Vec3f Model::centre_of(const Element& element) const {
     return {narrow_to_float(middle.x + half * element.x),
             narrow_to_float(middle.y + half * element.y),
             narrow_to_float(middle.z + half * element.z)};
+}
+
+unsigned outer_side(std::size_t axis, int sign) {
+    constexpr std::array kUp = {voxel::Side::Right, voxel::Side::Back, voxel::Side::Top};
+    constexpr std::array kDown = {voxel::Side::Left, voxel::Side::Front, voxel::Side::Bottom};
+    return static_cast<unsigned>(sign > 0 ? kUp[axis] : kDown[axis]);
 }
 
 bool build_model(const VoxelGrid& grid, Model& model, const RunLog& log) {

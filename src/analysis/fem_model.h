@@ -72,6 +72,9 @@ struct Model {
     Vec3f centre_of(const Element& element) const;
 };
 
+/// The bit of Model::faces for the face that looks along an axis (sign 1) or against it (-1).
+unsigned outer_side(std::size_t axis, int sign);
+
 /// Calls `visit(element)` for each element in order.
 template <typename Visit>
 void for_each_element(const Model& model, Visit&& visit) {

@@ -4,6 +4,7 @@
 #include "analysis/load_cases.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -83,6 +84,23 @@ public:
         });
     }
 
+    // On the faces that look one way along an axis and have no element of their row or column
+    // before them.
+    void even_pressure(std::size_t axis, int sign) {
+        const Columns columns(model_, axis, sign);
+        for_each_element(model_, [&](const Element& element) {
+            if (columns.is_end(element)) press_face(element, axis, sign);
+        });
+    }
+
+    void even_pressure_all_around() {
+        for_each_element(model_, [&](const Element& element) {
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                for (const int sign : {-1, 1}) press_face(element, axis, sign);
+            }
+        });
+    }
+
     void centre_top() {
         for (std::size_t i = model_.element_count(); i-- > 0;) {
             const Element element = model_.element(i);
@@ -148,19 +166,19 @@ public:
     }
 
 private:
-    // The highest (sign > 0) or lowest place along an axis of each column of elements.
+    // The highest (sign > 0) or lowest place along an axis of each column of elements along it.
     class Columns {
     public:
-        Columns(const Model& model, std::size_t axis, int sign) : along_y_(axis == 1) {
+        Columns(const Model& model, std::size_t axis, int sign) : axis_(axis) {
             for_each_element(model, [&](const Element& e) {
-                low_x_ = std::min(low_x_, e.x);
-                low_other_ = std::min(low_other_, other(e));
-                high_x_ = std::max(high_x_, e.x);
-                high_other_ = std::max(high_other_, other(e));
+                low_first_ = std::min(low_first_, first(e));
+                low_second_ = std::min(low_second_, second(e));
+                high_first_ = std::max(high_first_, first(e));
+                high_second_ = std::max(high_second_, second(e));
             });
-            if (low_x_ > high_x_) return;
-            width_ = static_cast<std::size_t>((high_x_ - low_x_) / 2 + 1);
-            const auto depth = static_cast<std::size_t>((high_other_ - low_other_) / 2 + 1);
+            if (low_first_ > high_first_) return;
+            width_ = static_cast<std::size_t>((high_first_ - low_first_) / 2 + 1);
+            const auto depth = static_cast<std::size_t>((high_second_ - low_second_) / 2 + 1);
             ends_.assign(width_ * depth, sign > 0 ? INT32_MIN : INT32_MAX);
             for_each_element(model, [&](const Element& e) {
                 std::int32_t& end = ends_[column(e)];
@@ -171,16 +189,19 @@ private:
         bool is_end(const Element& e) const { return ends_[column(e)] == place(e); }
 
     private:
-        std::int32_t place(const Element& e) const { return along_y_ ? e.y : e.z; }
-        std::int32_t other(const Element& e) const { return along_y_ ? e.z : e.y; }
+        std::int32_t place(const Element& e) const {
+            return axis_ == 0 ? e.x : axis_ == 1 ? e.y : e.z;
+        }
+        std::int32_t first(const Element& e) const { return axis_ == 0 ? e.y : e.x; }
+        std::int32_t second(const Element& e) const { return axis_ == 2 ? e.y : e.z; }
         std::size_t column(const Element& e) const {
-            return static_cast<std::size_t>((other(e) - low_other_) / 2) * width_ +
-                   static_cast<std::size_t>((e.x - low_x_) / 2);
+            return static_cast<std::size_t>((second(e) - low_second_) / 2) * width_ +
+                   static_cast<std::size_t>((first(e) - low_first_) / 2);
         }
 
-        bool along_y_;
-        std::int32_t low_x_ = INT32_MAX, high_x_ = INT32_MIN;
-        std::int32_t low_other_ = INT32_MAX, high_other_ = INT32_MIN;
+        std::size_t axis_;
+        std::int32_t low_first_ = INT32_MAX, high_first_ = INT32_MIN;
+        std::int32_t low_second_ = INT32_MAX, high_second_ = INT32_MIN;
         std::size_t width_ = 0;
         std::vector<std::int32_t> ends_;
     };
@@ -197,6 +218,15 @@ private:
             if (model_.signs[node][axis] == sign) {
                 add(node, axis, pressure_at_node() * static_cast<float>(-sign));
             }
+        }
+    }
+
+    // A whole outer face.
+    void press_face(const Element& element, std::size_t axis, int sign) {
+        if ((model_.faces[element.index] >> outer_side(axis, sign) & 1U) == 0) return;
+        for (std::size_t corner = 0; corner < kCorners; ++corner) {
+            if (kCornerSigns[corner][axis] != sign) continue;
+            add(element.nodes[corner], axis, pressure_at_node() * static_cast<float>(-sign));
         }
     }
 
@@ -226,15 +256,20 @@ private:
 
 }  // namespace
 
-NodeField load_of(const Model& model, LoadCase load, const RunLog& log) {
+NodeField load_of(const Model& model, LoadCase load, const RunLog& log, LoadRules rules) {
     Loads loads(model, log);
+    const bool is_even = rules == LoadRules::Even;
     switch (load) {
         case LoadCase::Gravity:
             loads.gravity();
             break;
         case LoadCase::Pressure:
             loads.start("set Pressure        ,Force= ");
-            loads.pressure(1, 1.0F);
+            if (is_even) {
+                loads.even_pressure_all_around();
+            } else {
+                loads.pressure(1, 1.0F);
+            }
             break;
         case LoadCase::PressureLight:
             loads.start("set PressureLight    ,Force= ");
@@ -242,27 +277,27 @@ NodeField load_of(const Model& model, LoadCase load, const RunLog& log) {
             break;
         case LoadCase::PressureX:
             loads.start("set PressureXdir    ,Force= ");
-            loads.pressure_of_rows(1);
+            is_even ? loads.even_pressure(0, 1) : loads.pressure_of_rows(1);
             break;
         case LoadCase::PressureNegX:
             loads.start("set PressureNegXdir ,Force= ");
-            loads.pressure_of_rows(-1);
+            is_even ? loads.even_pressure(0, -1) : loads.pressure_of_rows(-1);
             break;
         case LoadCase::PressureY:
             loads.start("set PressureYdir    ,Force= ");
-            loads.pressure_of_columns(1, 1, 1);
+            is_even ? loads.even_pressure(1, 1) : loads.pressure_of_columns(1, 1, 1);
             break;
         case LoadCase::PressureNegY:
             loads.start("set PressureNegYdir ,Force= ");
-            loads.pressure_of_columns(1, -1, 1);
+            is_even ? loads.even_pressure(1, -1) : loads.pressure_of_columns(1, -1, 1);
             break;
         case LoadCase::PressureZ:
             loads.start("set PressureZdir    ,Force= ");
-            loads.pressure_of_columns(2, 1, kTopStride);
+            is_even ? loads.even_pressure(2, 1) : loads.pressure_of_columns(2, 1, kTopStride);
             break;
         case LoadCase::PressureNegZ:
             loads.start("set PressureNegZdir ,Force= ");
-            loads.pressure_of_columns(2, -1, 1);
+            is_even ? loads.even_pressure(2, -1) : loads.pressure_of_columns(2, -1, 1);
             break;
         case LoadCase::CentreTop:
             loads.start("set ForceOnCenterTop,Force= ");

@@ -31,8 +31,16 @@ enum class LoadCase : std::int32_t {
     RandomPoints = 13,  // on one free DoF in ten thousand, on the surface; the same in every run
 };
 
+/// How pressures find the elements that they act on.
+enum class LoadRules {
+    Hosts,  // as each case tells; hosts compare results
+    Even,   // on the outermost outer face of every row and column, whole; all outer faces for
+            // Pressure
+};
+
 /// The force on each free node, for a load of size 1; fixed nodes get none. A number that is no
 /// case loads nothing. Log: a line for the case, and where a place to load is not found.
-NodeField load_of(const Model& model, LoadCase load, const RunLog& log);
+NodeField load_of(const Model& model, LoadCase load, const RunLog& log,
+                  LoadRules rules = LoadRules::Hosts);
 
 }  // namespace povmesh::fem

@@ -8,9 +8,6 @@
 namespace povmesh {
 namespace {
 
-// Moments that differ by less than this share are the same: coordinates are rounded to 32 bits.
-constexpr double kSameMoments = 1e-5;
-
 // Area, first and second moments about an origin.
 struct Moments {
     double one = 0;
@@ -58,17 +55,22 @@ SectionShape section_shape(const SliceLoops& loops, std::span<const std::uint32_
     const double spread = std::hypot((moments.xx - moments.yy) / 2, moments.xy);
     shape.smallest_moment = std::max(mean - spread, 0.0);
     shape.largest_moment = mean + spread;
-    const bool is_same_all_round = spread <= kSameMoments * mean;
+    // Along the weakest axis; across it, distances count most.
     const double angle = std::atan2(2 * moments.xy, moments.xx - moments.yy) / 2;
-    const double across_x = -std::sin(angle);
-    const double across_y = std::cos(angle);
+    shape.longest = {std::cos(angle), std::sin(angle)};
+    if (!(shape.smallest_moment > 0)) return shape;
+    // A moment with the components m and n about the two axes stresses a point at (x, y) by
+    // m y / smallest + n x / largest: at most the length of that vector, for a moment of 1.
+    double worst = 0;
     for (const Point2d p : outer) {
         const double x = p.x - shape.centroid.x;
         const double y = p.y - shape.centroid.y;
-        const double distance =
-            is_same_all_round ? std::hypot(x, y) : std::abs(across_x * x + across_y * y);
-        shape.fibre = std::max(shape.fibre, distance);
+        const double along = shape.longest.x * x + shape.longest.y * y;
+        const double across = shape.longest.x * y - shape.longest.y * x;
+        worst = std::max(worst,
+                         std::hypot(across / shape.smallest_moment, along / shape.largest_moment));
     }
+    if (worst > 0) shape.modulus = 1 / worst;
     return shape;
 }
 

@@ -15,17 +15,18 @@ struct SectionShape {
     double smallest_moment =
         0;                      // second moment of area about the weakest axis through the centroid
     double largest_moment = 0;  // about the one across it
-    double fibre = 0;           // distance of the outermost point from the weakest axis
+    Point2d longest{1, 0};      // unit vector along the weakest axis
 
-    /// Bending moment per stress in the outermost fibre, length^3; 0 without area.
-    double modulus() const { return fibre > 0 ? smallest_moment / fibre : 0.0; }
+    /// Bending moment per stress in the most stressed point, for the worst direction of the moment,
+    /// length^3; 0 without area.
+    double modulus = 0;
 };
 
 /// The shape of one part of a slice: its outer loop and its holes. Exact for polygons but for
-/// rounding. Where all axes are as weak as one another, as in a square or a circle, the fibre
-/// farthest from the centroid counts.
+/// rounding. The modulus takes both principal axes into account, so that it changes little when the
+/// shape does: an exact square and one whose sides differ a little are alike.
 ///
-/// Source: second moments by Green's theorem, principal axes after O. Mohr.
+/// Source: second moments by Green's theorem, principal axes after O. Mohr, unsymmetric bending.
 SectionShape section_shape(const SliceLoops& loops, std::span<const std::uint32_t> part);
 
 }  // namespace povmesh

@@ -16,25 +16,34 @@ enum class SectionMode {
     LocalMinima,  // only weak places
 };
 
+/// How the planes of the sections that are returned lie.
+enum class SectionPlanes {
+    Axes,    // across the axes
+    Turned,  // where the section is smaller by 2 % or more, turned to the limb
+};
+
+/// The axis of sections whose plane was turned.
+constexpr std::size_t kTurnedSection = 3;
+
 /// One connected piece of the material that a plane across an axis cuts: where a plane meets the
 /// four legs of a table, each leg is a section of its own.
 struct WeakSection {
     /// The outer boundary, counterclockwise seen from where the normal points to; the last point
-    /// joins the first. All points lie in the plane, the coordinate along the normal has the same
-    /// bits in each. 3 points at least.
+    /// joins the first. All points lie in the plane; across an axis, the coordinate along the
+    /// normal has the same bits in each. 3 points at least.
     std::vector<Vec3d> polygon;
     /// The openings of the material within the boundary, clockwise.
     std::vector<std::vector<Vec3d>> holes;
 
     float score = 0;  // 0 to 100; 100 for the weakest of a list, half as much where the same load
                       // would have to be twice as heavy
-    Vec3d normal;     // exactly (1, 0, 0), (0, 1, 0) or (0, 0, 1)
+    Vec3d normal;     // across an axis exactly (1, 0, 0), (0, 1, 0) or (0, 0, 1)
     Vec3d centre;     // centroid of the area
     double position = 0;   // of the plane along the normal
-    std::size_t axis = 0;  // 0, 1, 2 for x, y, z
+    std::size_t axis = 0;  // 0, 1, 2 for x, y, z; kTurnedSection
 
     double area = 0;     // without the holes
-    double modulus = 0;  // smallest second moment of area / distance of the outer fibre, length^3
+    double modulus = 0;  // section modulus for the worst direction of bending, length^3
     double load = 0;     // volume of what hangs on the section * its lever arm, length^4
     double strength =
         0;  // modulus / load, 1 / length; the lower, the weaker. Infinite without load
@@ -53,11 +62,16 @@ constexpr std::size_t kMostSectionPlanes = 1000;
 /// that plane that hold together the same pieces share the load by their areas. A strength thus
 /// says how the bending stress from the model's own weight, held in the worst direction, compares.
 ///
-/// A section is a weak place when, seen from one end of the model, the ratio of its modulus to what
-/// hangs on it towards that end has a minimum: on its way across the section it rises again, though
-/// the load goes on growing, by a half at least before it falls below. Bodies without a neck, such
-/// as boxes, balls and cones, have none, for their ratio falls all the way. Where the same neck is
-/// found from both ends, its weakest section counts.
+/// Weak places are of two kinds. A waist: followed along its limb, the modulus has a minimum and
+/// rises by 6 % or more on both sides before it falls below. And a root: seen from one end of the
+/// model, the ratio of the modulus to what hangs on the section towards that end falls, and rises
+/// again by a half though ever more hangs on it. Limbs need not lie along an axis: where the
+/// centres of neighbouring sections lead aside, the section across that direction counts, and what
+/// is returned is turned until its area is least. Left out are sections along a limb, which a
+/// section across their length undercuts; those below half the square of a step; and those on which
+/// less than half a percent of the body hangs, or nothing that reaches as far as the section is
+/// deep. Bodies without a neck, such as boxes, balls and cones, have none. Of one place only the
+/// weakest section counts.
 ///
 /// Only cross-sections of material count: a model that is wound inward is taken for its opposite,
 /// a surface inside material changes nothing, gaps of an open model are closed by straight lines.
@@ -66,9 +80,11 @@ constexpr std::size_t kMostSectionPlanes = 1000;
 ///
 /// Log: the start of the analysis and the number of sections. The result is the same bits for any
 /// number of threads. Time: linear in faces and in points of the cross-sections (n log n within a
-/// plane); memory: about 100 bytes a face, and 100 bytes and its outline for each section returned.
+/// plane, and for the tree of faces that turned planes need); memory: about 150 bytes a face, and
+/// 100 bytes and its outline for each section returned.
 std::vector<WeakSection> analyse_sections(const TriMesh& mesh, double step, SectionMode mode,
-                                          RunContext& run);
+                                          RunContext& run,
+                                          SectionPlanes planes = SectionPlanes::Turned);
 
 /// Sorts sections of one or several analyses, the weakest first, and scores them against it.
 void rank_sections(std::vector<WeakSection>& sections);

@@ -6,6 +6,7 @@
 #include <bit>
 #include <cmath>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "analysis/fem_analysis.h"
@@ -15,6 +16,7 @@
 #include "base/parallel.h"
 #include "base/timer.h"
 #include "mesh/bounds.h"
+#include "mesh/compact.h"
 #include "remesh/reduce.h"
 #include "remesh/remesh.h"
 
@@ -26,6 +28,9 @@ constexpr std::size_t kManyTriangles = 200000;
 // The model is analysed at this mean extent, and these are lengths at that scale.
 constexpr double kMeanExtent = 100;
 constexpr double kSectionStep = 1;
+
+// Shorter edges would not keep their directions when they are rounded.
+constexpr double kCoordinatesPerEdge = 4;
 
 // Steps of equal height, repeated where the scale shall hardly change.
 using Rgb = std::array<std::uint8_t, 3>;
@@ -41,6 +46,13 @@ constexpr std::array<Rgb, 12> kPalette = {{{100, 100, 255},
                                            {255, 100, 100},
                                            {255, 100, 100},
                                            {255, 100, 100}}};
+
+constexpr Rgb kNotJudged = {160, 160, 160};
+
+// Of the residual. With the motions of blocks, models take a few dozen steps to come below it; one
+// that takes thousands never does.
+constexpr double kFineTolerance = 0.005;
+constexpr std::size_t kFineSteps = 2000;
 
 // Added to the range of the values, so that equal ones are the lowest colour.
 constexpr double kRangeMargin = 0.0001;
@@ -62,6 +74,11 @@ public:
             const Vec3d extent = to_double(box.high) - low_;
             const double mean = (extent.x + extent.y + extent.z) / 3;
             if (mean > 0) scale_ = kMeanExtent / mean;
+            for (const Vec3f p : {box.low, box.high}) {
+                const float farthest = std::max({std::abs(p.x), std::abs(p.y), std::abs(p.z)});
+                const double next = std::nextafter(farthest, 0.0F);
+                spacing_ = std::max(spacing_, (double{farthest} - next) * scale_);
+            }
         }
         for (Vertex& v : mesh.vertices) {
             set(v, (to_double(v.position()) - low_) * scale_);
@@ -74,6 +91,10 @@ public:
     }
 
     double scale() const { return scale_; }
+
+    // Of neighbouring coordinates of the original place, at its farthest from the origin, in
+    // analysed units.
+    double spacing() const { return spacing_; }
 
     void undo(TriMesh& mesh) const {
         parallel_for(mesh.vertices.size(), [&](std::size_t i) {
@@ -103,32 +124,35 @@ private:
     std::vector<std::pair<Bits, std::uint32_t>> places_;  // normalised, and whose they are; sorted
     Vec3d low_;
     double scale_ = 1;
+    double spacing_ = 0;
 };
 
 // ------------------------------------------------------------------------------------ analysis
 
 // What the analysis found, as something that can be asked for the weakness at a point.
-struct Weakness {
-    StrengthMethod method;
-    SectionWeakness sections;
-    ElementWeakness elements;
+using Weakness = std::variant<SectionWeakness, ElementWeakness, SmoothElementWeakness>;
 
-    float at(Vec3f p) const {
-        return method == StrengthMethod::Sections ? sections.at(p) : elements.at(p);
-    }
-};
-
-Weakness by_sections(const TriMesh& mesh, StrengthReport& report, RunContext& run) {
+Weakness by_sections(const TriMesh& mesh, const StrengthOptions& options, StrengthReport& report,
+                     RunContext& run) {
+    const SectionPlanes planes =
+        options.rules == StrengthRules::Hosts ? SectionPlanes::Axes : SectionPlanes::Turned;
     const std::vector<WeakSection> sections =
-        analyse_sections(mesh, kSectionStep, SectionMode::LocalMinima, run);
+        analyse_sections(mesh, kSectionStep, SectionMode::LocalMinima, run, planes);
     report.sections = sections.size();
     report.is_analysed = true;
-    return {StrengthMethod::Sections, SectionWeakness(sections), {}};
+    return SectionWeakness(sections);
 }
 
 Weakness by_elements(const TriMesh& mesh, const StrengthOptions& options, StrengthReport& report,
                      RunContext& run) {
-    const fem::EnergyField found = fem::analyse(mesh, options.voxel_size, options.load, run);
+    fem::AnalysisOptions wanted{.voxel_size = options.voxel_size, .load = options.load};
+    if (options.rules == StrengthRules::Person) {
+        wanted.rules = fem::LoadRules::Even;
+        wanted.solve = {
+            .tolerance = kFineTolerance, .most_steps = kFineSteps, .moves_blocks = true};
+        wanted.marks_loose = true;
+    }
+    const fem::EnergyField found = fem::analyse(mesh, wanted, run);
     report.is_analysed = found.is_solved;
     report.elements = found.values.size();
     report.nodes = found.nodes;
@@ -136,34 +160,51 @@ Weakness by_elements(const TriMesh& mesh, const StrengthOptions& options, Streng
     report.steps = found.steps;
     report.residual = found.residual;
     report.solve_seconds = found.solve_seconds;
-    return {StrengthMethod::FiniteElements, {}, ElementWeakness(found)};
+    if (found.is_solved) {
+        report.is_converged = found.is_converged;
+        report.is_loaded = found.is_loaded;
+        report.loose_bodies = found.loose_bodies;
+        report.loose_share =
+            static_cast<double>(found.loose_elements) / static_cast<double>(report.elements);
+    }
+    if (options.rules == StrengthRules::Hosts) return ElementWeakness(found);
+    return SmoothElementWeakness(found, found.voxel_size);
 }
 
 Weakness analyse(const TriMesh& mesh, const StrengthOptions& options, StrengthReport& report,
                  RunContext& run) {
-    return options.method == StrengthMethod::Sections ? by_sections(mesh, report, run)
+    return options.method == StrengthMethod::Sections ? by_sections(mesh, options, report, run)
                                                       : by_elements(mesh, options, report, run);
 }
 
 Array<float> values_at_vertices(const TriMesh& mesh, const Weakness& weakness) {
     Array<float> values(mesh.vertices.size());
-    parallel_for(values.size(),
-                 [&](std::size_t v) { values[v] = weakness.at(mesh.vertices[v].position()); });
+    std::visit(
+        [&](const auto& field) {
+            parallel_for(values.size(),
+                         [&](std::size_t v) { values[v] = field.at(mesh.vertices[v].position()); });
+        },
+        weakness);
     return values;
 }
 
 // ------------------------------------------------------------------------------------- colours
 
-// The mean of the vertices that follow in the faces around, without its own value.
-Array<float> smoothed(TriMesh& mesh, const Array<float>& values) {
+// The mean of the vertices that follow in the faces around: for hosts without its own value, so
+// that one that is no number makes its neighbours such; else with it, over those that are numbers.
+Array<float> smoothed(TriMesh& mesh, const Array<float>& values, StrengthRules rules) {
     ensure_uses(mesh);
     Array<float> result = values;
+    const bool is_for_hosts = rules == StrengthRules::Hosts;
     parallel_for(values.size(), [&](std::size_t v) {
-        float sum = 0;
-        float count = 0;
+        if (!is_for_hosts && std::isnan(values[v])) return;
+        float sum = is_for_hosts ? 0 : values[v];
+        float count = is_for_hosts ? 0 : 1;
         for (const Use& use : mesh.uses(v)) {
             if (mesh.faces[use.face()].deleted != 0) continue;
-            sum += values[static_cast<std::size_t>(use.next)];
+            const float next = values[static_cast<std::size_t>(use.next)];
+            if (!is_for_hosts && std::isnan(next)) continue;
+            sum += next;
             ++count;
         }
         if (count > 0) result[v] = sum / count;
@@ -181,18 +222,45 @@ void find_range(StrengthReport& report) {
     }
 }
 
-void paint(TriMesh& mesh, const StrengthReport& report) {
+void paint(TriMesh& mesh, const StrengthReport& report, StrengthRules rules) {
     const auto low = static_cast<double>(report.lowest);
     const double range = static_cast<double>(report.highest) - low + kRangeMargin;
     parallel_for(mesh.faces.size(), [&](std::size_t f) {
         Face& face = mesh.faces[f];
         for (std::size_t corner = 0; corner < 3; ++corner) {
             const auto vertex = static_cast<std::size_t>(face.vertex[corner]);
+            const bool is_judged =
+                rules == StrengthRules::Hosts || !std::isnan(report.values[vertex]);
             const Rgb colour =
-                strength_colour((static_cast<double>(report.values[vertex]) - low) / range);
+                is_judged
+                    ? strength_colour((static_cast<double>(report.values[vertex]) - low) / range)
+                    : kNotJudged;
             std::copy(colour.begin(), colour.end(), face.colour.begin() + 3 * corner);
         }
     });
+}
+
+// Faces of which corners have come together, and vertices that have, with their values.
+void leave_out_collapsed(TriMesh& mesh, Array<float>& values) {
+    const auto is_collapsed = [&](const Face& face) {
+        const Vec3f a = mesh.corner_position(face, 0);
+        const Vec3f b = mesh.corner_position(face, 1);
+        const Vec3f c = mesh.corner_position(face, 2);
+        return a == b || b == c || c == a;
+    };
+    if (std::none_of(mesh.faces.begin(), mesh.faces.end(), is_collapsed)) return;
+    std::vector<std::pair<Bits, float>> values_at;
+    for (std::size_t v = 0; v < mesh.vertices.size(); ++v) {
+        values_at.emplace_back(bits_of(mesh.vertices[v]), values[v]);
+    }
+    const auto is_before = [](const auto& a, const auto& b) { return a.first < b.first; };
+    std::stable_sort(values_at.begin(), values_at.end(), is_before);
+    compact(mesh);
+    values.resize(mesh.vertices.size());
+    for (std::size_t v = 0; v < values.size(); ++v) {
+        const std::pair<Bits, float> place{bits_of(mesh.vertices[v]), 0.0F};
+        values[v] = std::lower_bound(values_at.begin(), values_at.end(), place, is_before)->second;
+    }
 }
 
 void reduce_large(TriMesh& mesh) {
@@ -227,15 +295,17 @@ StrengthReport colour_strength(TriMesh& mesh, const StrengthOptions& options, Ru
     report.values.assign(mesh.vertices.size(), 0.0F);
     if (is_known(options.method)) {
         const Weakness weakness = analyse(mesh, options, report, run);
-        remesh(mesh, {.edge_length = options.edge_length}, run);
+        const double finest = kCoordinatesPerEdge * normalisation.spacing();
+        remesh(mesh, {.edge_length = std::max(options.edge_length, finest)}, run);
         report.values = values_at_vertices(mesh, weakness);
     }
-    report.values = smoothed(mesh, report.values);
+    report.values = smoothed(mesh, report.values, options.rules);
     find_range(report);
     run.log.append("\n" + six_decimals(static_cast<double>(report.lowest)) + " " +
                    six_decimals(static_cast<double>(report.highest)));
-    paint(mesh, report);
+    paint(mesh, report, options.rules);
     normalisation.undo(mesh);
+    leave_out_collapsed(mesh, report.values);
     run.log.success("strength_coloring", timer.seconds(), " sec.");
     return report;
 }

@@ -18,6 +18,12 @@ enum class StrengthMethod : std::uint32_t {
     FiniteElements = 1,  // energy of the strain under a load
 };
 
+enum class StrengthRules {
+    Hosts,   // as hosts compare results
+    Person,  // what a person expects: even loads, a finer solution, smooth values, and grey where a
+             // body is not held
+};
+
 struct StrengthOptions {
     StrengthMethod method = StrengthMethod::FiniteElements;
     fem::LoadCase load = fem::LoadCase::PressureZ;  // for finite elements
@@ -25,11 +31,13 @@ struct StrengthOptions {
     // In hundredths of the model's mean extent; hosts know these values.
     double edge_length = 1;  // of the painted triangles
     float voxel_size = 2;    // of finite elements
+
+    StrengthRules rules = StrengthRules::Hosts;
 };
 
 struct StrengthReport {
     bool is_analysed = false;  // false: nothing was found to be judged, all of the model is strong
-    Array<float> values;       // by vertex, smoothed; the higher, the weaker
+    Array<float> values;       // by vertex, smoothed; the higher, the weaker; NaN: not judged
     float lowest = 0;          // of the values that are numbers
     float highest = 0;
     double scale = 1;  // analysed units a model unit: the model is analysed at a mean extent of 100
@@ -40,6 +48,10 @@ struct StrengthReport {
     std::size_t steps = 0;  // of the solver
     double residual = 0;    // relative to the load
     double solve_seconds = 0;
+    bool is_converged = true;
+    bool is_loaded = true;         // false: no force acts on what is held
+    std::size_t loose_bodies = 0;  // that do not hang together with the lowest layer
+    double loose_share = 0;        // of the elements
 };
 
 /// Red, green and blue for 0 (strong) to 1 (weak); what is beyond counts as the nearer end, and
@@ -49,7 +61,9 @@ std::array<std::uint8_t, 3> strength_colour(double t);
 /// Analyses the model and gives each corner of each face the colour of its vertex, on a scale from
 /// the least to the greatest value. Before, a model of more than 200,000 triangles is reduced to a
 /// tenth; and any is remeshed to even triangles, so that the colours show where they belong.
-/// Vertices that the remeshing leaves in place keep their coordinates bit for bit.
+/// Vertices that the remeshing leaves in place keep their coordinates bit for bit. Far from the
+/// origin, where coordinates are sparse, triangles are made larger, and those that become none are
+/// left out.
 ///
 /// Log: those of the analysis, the lowest and the highest value, the time. The same bits for any
 /// number of threads.

@@ -63,15 +63,25 @@ double distance_across(const SectionWeakness::Outline& outline, Point2d p) {
 
 }  // namespace
 
-Point2d SectionWeakness::Outline::project(Vec3d p, std::size_t axis) {
+Point2d SectionWeakness::Outline::project(Vec3d p) const {
+    if (axis == kTurnedSection) return {dot(across, p), dot(beside, p)};
     if (axis == 2) return {p.x, p.y};
     return axis == 1 ? Point2d{p.x, p.z} : Point2d{p.y, p.z};
 }
 
+double SectionWeakness::Outline::along(Vec3d p) const {
+    return axis == kTurnedSection ? dot(normal, p) : along_axis(p, axis);
+}
+
 SectionWeakness::Outline::Outline(const WeakSection& section)
-    : axis(section.axis), position(section.position), score(section.score) {
+    : axis(section.axis), normal(section.normal), position(section.position), score(section.score) {
+    if (axis == kTurnedSection) {
+        across = section.polygon[1] - section.polygon[0];
+        across = across / length(across);
+        beside = cross(normal, across);
+    }
     for (const Vec3d& point : section.polygon) {
-        const Point2d p = project(point, axis);
+        const Point2d p = project(point);
         points.push_back(p);
         low = {std::min(low.x, p.x), std::min(low.y, p.y)};
         high = {std::max(high.x, p.x), std::max(high.y, p.y)};
@@ -85,9 +95,9 @@ float SectionWeakness::at(Vec3f point) const {
     const Vec3d p = to_double(point);
     float value = 0;
     for (const Outline& outline : outlines_) {
-        const auto d = static_cast<float>(std::abs(along_axis(p, outline.axis) - outline.position));
+        const auto d = static_cast<float>(std::abs(outline.along(p) - outline.position));
         if (!(d < kReachAlong)) continue;
-        const double q = distance_across(outline, Outline::project(p, outline.axis));
+        const double q = distance_across(outline, outline.project(p));
         if (q < kReachAcross) value += outline.score / (d + 1.0F + static_cast<float>(q));
     }
     return value;
@@ -139,6 +149,48 @@ float ElementWeakness::at(Vec3f p) const {
         }
     }
     return value;
+}
+
+SmoothElementWeakness::SmoothElementWeakness(const fem::EnergyField& elements, double size)
+    : reach_(2 * size) {
+    members_.reserve(elements.centres.size());
+    for (std::size_t i = 0; i < elements.centres.size(); ++i) {
+        const Vec3f centre = elements.centres[i];
+        members_.push_back({cell_of(centre), centre, elements.values[i]});
+    }
+    std::stable_sort(members_.begin(), members_.end(),
+                     [](const Member& a, const Member& b) { return a.cell < b.cell; });
+}
+
+SmoothElementWeakness::Cell SmoothElementWeakness::cell_of(Vec3f p) const {
+    const auto place = [&](float c) {
+        return saturate_to<std::int32_t>(std::floor(double{c} / reach_));
+    };
+    return {place(p.z), place(p.y), place(p.x)};
+}
+
+float SmoothElementWeakness::at(Vec3f p) const {
+    const auto before = [](const Member& member, const Cell& cell) { return member.cell < cell; };
+    const Cell middle = cell_of(p);
+    double weights = 0;
+    double sum = 0;
+    for (const int z : {-1, 0, 1}) {
+        for (const int y : {-1, 0, 1}) {
+            // Cells beside each other along x follow each other.
+            const Cell first = {middle[0] + z, middle[1] + y, middle[2] - 1};
+            const Cell end = {first[0], first[1], first[2] + 3};
+            auto member = std::lower_bound(members_.begin(), members_.end(), first, before);
+            for (; member != members_.end() && member->cell < end; ++member) {
+                const Vec3d off = to_double(member->centre) - to_double(p);
+                const double share = 1 - dot(off, off) / (reach_ * reach_);
+                if (!(share > 0) || std::isnan(member->value)) continue;
+                weights += share * share;
+                sum += share * share * double{member->value};
+            }
+        }
+    }
+    return weights > 0 ? static_cast<float>(sum / weights)
+                       : std::numeric_limits<float>::quiet_NaN();
 }
 
 }  // namespace povmesh

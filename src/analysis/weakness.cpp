@@ -8,6 +8,7 @@
 
 #include "mesh/bounds.h"
 #include "spatial/shell_nesting.h"
+#include "spatial/surface_distance.h"
 
 namespace povmesh {
 namespace {
@@ -58,6 +59,20 @@ private:
 };
 
 }  // namespace
+
+bool reduce_for_weakness(TriMesh& mesh, const std::function<void(TriMesh&)>& reduction) {
+    if (mesh.faces.size() < kReducedFaces) return false;
+    const Box3f box = finite_bounds(mesh);
+    if (box.is_empty()) return false;
+    TriMesh reduced = mesh;
+    reduction(reduced);
+    const double most = kReductionReach * length(to_double(box.high) - to_double(box.low));
+    // Vertices are measured besides: samples need only be dense enough for faces.
+    const DistanceOptions samples{.sample_count = kReducedFaces};
+    if (!(surface_distance(mesh, reduced, samples).greatest() <= most)) return false;
+    mesh = std::move(reduced);
+    return true;
+}
 
 std::vector<WeakSection> detect_weakness(TriMesh& mesh, SectionMode mode, RunContext& run) {
     std::vector<WeakSection> sections;

@@ -76,7 +76,7 @@ void strengthColoringFromData(uint32_t method, uint32_t load, const float* coord
     TriMesh mesh =
         build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(30);
-    colour_strength(mesh, {strength_method(method), load_case(load)}, job.run());
+    colour_strength(mesh, {.method = strength_method(method), .load = load_case(load)}, job.run());
     job.progress(70);
     export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
     job.progress(100);

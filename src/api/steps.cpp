@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "analysis/weakness.h"
 #include "api/host_numbers.h"
 #include "base/convert.h"
 #include "io/obj.h"
@@ -79,8 +80,10 @@ void save_obj(TriMesh& mesh, const char* path) {
 }
 
 void reduce_for_analysis(Job& job, TriMesh& mesh) {
-    reduce(mesh, kReduceScans);
-    reduce_parallel(mesh, reduction_to(kKeptForAnalysis), job.run());
+    reduce_for_weakness(mesh, [&](TriMesh& reduced) {
+        reduce(reduced, kReduceScans);
+        reduce_parallel(reduced, reduction_to(kKeptForAnalysis), job.run());
+    });
 }
 
 void subdivide_levels(TriMesh& mesh, std::uint32_t levels, SubdivideMode mode) {

@@ -102,7 +102,7 @@ void load_obj(TriMesh& mesh, const char* path);
 void save_obj(TriMesh& mesh, const char* path);
 
 /// The reduction ahead of an analysis that needs no detail: that of large shells, then half the
-/// faces of each.
+/// faces of each; where the mesh has few faces or would stray, none.
 void reduce_for_analysis(Job& job, TriMesh& mesh);
 
 /// Subdivides so many times.

@@ -3,6 +3,7 @@
 #include "design/cell_pieces.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <string>
 #include <utility>
@@ -12,7 +13,12 @@
 #include "base/rotation.h"
 #include "base/timer.h"
 #include "design/cell_division.h"
+#include "design/mend_slivers.h"
+#include "design/smooth.h"
 #include "mesh/volume.h"
+#include "remesh/reduce.h"
+#include "spatial/nearest_face.h"
+#include "spatial/self_intersection.h"
 #include "voxel/distance.h"
 #include "voxel/form_voxels.h"
 #include "voxel/outside.h"
@@ -47,6 +53,15 @@ constexpr std::size_t kFewestVoxels = 100;
 constexpr std::int32_t kTakenLayers = 3;
 constexpr std::int32_t kGivenLayers = 2;
 constexpr std::int32_t kSpurs = 3;
+
+// Passes that take the steps out of the cells. Each moves a corner by a third of an edge at most.
+constexpr int kSmoothingPasses = 5;
+
+// The surfaces are curved nearly everywhere, where a tenth of the faces does.
+constexpr std::array kReductions = {ReduceOptions{0.1, 0.05, 0.5}, ReduceOptions{0.25, 0.05, 0.7}};
+
+// How far a reduced cell may be from the smoothed one, in voxels.
+constexpr double kMostStrayed = 0.5;
 
 // Half the thickness of a wall, in voxels.
 constexpr double kHalfWall = 1;
@@ -95,7 +110,8 @@ void open_inner_surfaces(VoxelGrid& grid, const Words& surface) {
 }
 
 VoxelGrid solid_of(const TriMesh& mesh, const CellOptions& options, RunContext& run) {
-    const float size = voxel_size(volume(mesh), options);
+    float size = voxel_size(volume(mesh), options);
+    size = affordable_size(model_box(mesh), {size, size, size}, kMostCells, run).x;
     Words surface;
     VoxelGrid grid = voxelise(mesh, {{size, size, size}}, run, &surface);
     run.progress.set(30);
@@ -153,12 +169,45 @@ void form_walls(VoxelGrid& grid, const CellDivision& division, const Words& skin
     drop_edge_contacts(grid);
 }
 
+// Whether the corners, the middles of the edges and the centres of all faces are as near as that.
+bool stays_near(const TriMesh& mesh, const NearestFace& surface, double distance) {
+    return std::all_of(mesh.faces.begin(), mesh.faces.end(), [&](const Face& face) {
+        std::array<Vec3d, 7> points;
+        for (std::size_t i = 0; i < 3; ++i) points[i] = to_double(mesh.corner_position(face, i));
+        for (std::size_t i = 0; i < 3; ++i) {
+            points[3 + i] = (points[i] + points[next_corner(i)]) * 0.5;
+        }
+        points[6] = (points[0] + points[1] + points[2]) / 3.0;
+        return std::all_of(points.begin(), points.end(), [&](Vec3d p) {
+            return surface.find(p, distance * distance).is_found();
+        });
+    });
+}
+
+// A cell stays whole where each reduction would stray, cross itself or leave slivers.
+void refine(TriMesh& mesh, double voxel_size) {
+    for (int pass = 0; pass < kSmoothingPasses; ++pass) smooth_voxel_surface(mesh);
+    mesh.use_table.clear();
+    const TriMesh whole = mesh;
+    const NearestFace surface(whole);
+    for (const ReduceOptions& reduction : kReductions) {
+        (void)reduce(mesh, reduction);
+        if (mend_slivers(mesh) == 0 && stays_near(mesh, surface, kMostStrayed * voxel_size) &&
+            find_self_intersections(mesh, 0).count == 0) {
+            return;
+        }
+        mesh = whole;
+    }
+}
+
 // Each cell writes its own entry.
-std::vector<InfillCell> measured(std::vector<TriMesh> pieces) {
+std::vector<InfillCell> cells_of(const SurfacePieces& pieces, bool is_refined, double voxel_size) {
     std::vector<InfillCell> cells(pieces.size());
     for_blocks(cells.size(), [&](std::size_t i) {
         InfillCell& cell = cells[i];
-        cell.mesh = std::move(pieces[i]);
+        cell.mesh = pieces.mesh_of(i);
+        rotate(cell.mesh, -kTiltDegrees);
+        if (is_refined) refine(cell.mesh, voxel_size);
         cell.volume = volume(cell.mesh);
         for (const Face& face : cell.mesh.faces) cell.surface += face_area(cell.mesh, face);
     });
@@ -177,20 +226,21 @@ CellPieces make_cells(TriMesh& mesh, const CellOptions& options, RunContext& run
     const Words skin = cells_within(grid, grid.outside(), wall_limit(options.skin, size));
     const Words more_skin =
         cells_within(grid, grid.outside(), wall_limit(options.skin + kMoreSkin * size, size));
-    const CellDivision division = divide(grid, options, run);
-    if (division.seeds.empty()) return made;
-    made.has_room = true;
-    Words inside = grid.occupied();
-    subtract(inside, skin);
-    made.inside_volume = count(inside) * size * size * size;
-    run.progress.set(50);
-    form_walls(grid, division, more_skin);
+    {
+        const CellDivision division = divide(grid, options, run);
+        if (division.seeds.empty()) return made;
+        made.has_room = true;
+        Words inside = grid.occupied();
+        subtract(inside, skin);
+        made.inside_volume = count(inside) * size * size * size;
+        run.progress.set(50);
+        form_walls(grid, division, more_skin);
+    }
     run.progress.set(55);
-    std::vector<TriMesh> pieces = surface_pieces(grid, kLeastSquares, run);
+    const SurfacePieces pieces(grid, kLeastSquares, run);
     run.progress.set(60);
-    for (TriMesh& piece : pieces) rotate(piece, -kTiltDegrees);
     run.progress.set(70);
-    made.cells = measured(std::move(pieces));
+    made.cells = cells_of(pieces, options.is_refined, size);
     return made;
 }
 

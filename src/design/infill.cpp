@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 #include "base/timer.h"
 #include "design/cell_pieces.h"
-#include "design/smooth.h"
 #include "mesh/append_mesh.h"
 #include "mesh/volume.h"
 
@@ -23,9 +23,6 @@ constexpr std::size_t kFewestCells = 4;
 constexpr double kDense = 0.4;
 constexpr double kCellsPerMillion = 18;
 constexpr double kDenseCellsPerMillion = 40;
-
-// Passes that take the steps out of the cells. Each moves a corner by a third of an edge at most.
-constexpr int kSmoothingPasses = 5;
 
 double cells_per_million(double density) {
     return density < kDense ? kCellsPerMillion : kDenseCellsPerMillion;
@@ -123,17 +120,13 @@ InfillReport infill_to_density(TriMesh& mesh, const InfillOptions& options, RunC
     CellPieces made = make_cells(mesh,
                                  {.skin = options.skin,
                                   .cells_per_million = cells_per_million(options.density),
-                                  .follows_skin = true},
+                                  .follows_skin = true,
+                                  .is_refined = options.is_smoothed},
                                  run);
     InfillReport report;
     report.voxel_size = made.voxel_size;
     report.inside_volume = made.inside_volume;
     report.cells = made.cells.size();
-    for (InfillCell& cell : made.cells) {
-        if (!options.is_smoothed) break;
-        for (int pass = 0; pass < kSmoothingPasses; ++pass) smooth_voxel_surface(cell.mesh);
-        cell.volume = volume(cell.mesh);
-    }
     const auto density_with = [&](std::size_t cell) {
         return 1 - ratio(report.cells_volume + made.cells[cell].volume, report.inside_volume);
     };
@@ -149,7 +142,7 @@ InfillReport infill_to_density(TriMesh& mesh, const InfillOptions& options, RunC
         report.density = density_with(cell);
         report.cells_volume += made.cells[cell].volume;
         ++report.taken;
-        append_mesh(mesh, made.cells[cell].mesh);
+        append_mesh(mesh, std::exchange(made.cells[cell].mesh, {}));
         if (is_last) break;
     }
     return report;

@@ -187,8 +187,9 @@ private:
 
     // Marks the surroundings of the pairs that cross where the model does not; false without any.
     bool mark_new_crossings() {
-        const SelfIntersections found = find_self_intersections(mesh_, kListedPairs);
         report_.faults.crossings = {};
+        if (report_.reduction.faces_after == report_.reduction.faces_before) return false;
+        const SelfIntersections found = find_self_intersections(mesh_, kListedPairs);
         if (found.count == 0) return false;
         if (!known_) known_.emplace(crossings_of(source_));
         for (const FacePair& pair : found.pairs) {
@@ -199,6 +200,7 @@ private:
             marked_.push_back(grown(common(a, b), margin_ * smaller));
             if (report_.faults.crossings.count++ == 0) {
                 report_.faults.crossings.place = mesh_.corner_position(mesh_.faces[pair.first], 0);
+                report_.crossing_place = report_.faults.crossings.place;
             }
         }
         return report_.faults.crossings.count != 0;

@@ -29,6 +29,7 @@ struct CheckedReduceReport {
     ReduceReport reduction;
     std::size_t passes = 0;  // reductions that were made
     bool is_eased = false;   // less was taken away than could go, so that nothing crosses
+    Vec3f crossing_place;    // then: where faces crossed in the last pass that was taken back
     NewFaults faults;        // no crossings
 };
 

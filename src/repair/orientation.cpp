@@ -1,8 +1,8 @@
-// First consistency, a two-colouring of the faces along edges of two faces; then the side, by signed
-// volume, by parity or, for open surfaces, by the winding number: the sum of the solid angles of all
-// faces, which is a whole number only where the surface is closed (A. Jacobson, L. Kavan,
-// O. Sorkine-Hornung, Robust inside-outside segmentation using generalized winding numbers, SIGGRAPH
-// 2013; the solid angle of a triangle: A. van Oosterom, J. Strackee, 1983).
+// First consistency, a two-colouring of the faces along edges of two faces; then the side, by
+// signed volume, by parity or, for open surfaces, by the winding number: the sum of the solid
+// angles of all faces, which is a whole number only where the surface is closed (A. Jacobson, L.
+// Kavan, O. Sorkine-Hornung, Robust inside-outside segmentation using generalized winding numbers,
+// SIGGRAPH 2013; the solid angle of a triangle: A. van Oosterom, J. Strackee, 1983).
 #include "repair/orientation.h"
 
 #include <algorithm>
@@ -31,6 +31,9 @@ constexpr std::size_t kStride = 5;  // a first look takes every so many of them
 // Mean winding number that the other faces have at a face: 1/2 in a closed surface that looks out,
 // -1/2 in one that looks in, 0 in a sheet.
 constexpr double kLooksIn = -0.25;
+
+// Squared distance of a face, in squares of its size, from which on its solid angle is simple.
+constexpr double kAfar = 9;
 
 // How far beside a face its two sides are looked at: so much of the root of its area, and so many
 // units in the last place of the coordinates.
@@ -129,8 +132,8 @@ private:
 
     // ---- sides
 
-    // A shell in the inside of another one is a cavity when either is wound inward: the two are then
-    // wound against each other, or one of them has been turned over.
+    // A shell in the inside of another one is a cavity when either is wound inward: the two are
+    // then wound against each other, or one of them has been turned over.
     std::vector<bool> find_cavities() const {
         std::vector<bool> is_cavity(mesh_.shells.size(), false);
         if (!keep_cavities_) return is_cavity;
@@ -208,41 +211,51 @@ private:
 
     int side_by_winding(const Patch& patch, std::span<const std::uint32_t> faces) const {
         // Some from everywhere are enough for most surfaces that look out.
-        double sum = 0;
-        std::size_t count = 0;
-        for (std::size_t first = 0; first < kStride; ++first) {
-            for (std::size_t i = first; i < faces.size(); i += kStride, ++count) {
-                sum += winding_of_others(patch, faces[i]);
-            }
-            if (first == 0 && sum > 0) return 0;
+        std::vector<std::uint32_t> some;
+        std::vector<std::uint32_t> rest;
+        for (std::size_t i = 0; i < faces.size(); ++i) {
+            (i % kStride == 0 ? some : rest).push_back(faces[i]);
         }
-        return count != 0 && sum / static_cast<double>(count) < kLooksIn ? -1 : 0;
+        double sum = winding_of_others(patch, some);
+        if (!(sum < 0)) return 0;
+        sum += winding_of_others(patch, rest);
+        return sum / static_cast<double>(faces.size()) < kLooksIn ? -1 : 0;
     }
 
-    // The winding number of a patch, but for the face itself, at the face's centre.
-    double winding_of_others(const Patch& patch, std::uint32_t face) const {
-        const Vec3d at = centre(face);
+    // Sum of the winding numbers that a patch has at the centres of some of its faces, each time
+    // without the face itself. All at once, since fetching a face takes longer than the rest.
+    double winding_of_others(const Patch& patch, std::span<const std::uint32_t> at) const {
+        std::vector<Vec3d> points;
+        for (const std::uint32_t face : at) points.push_back(centre(face));
         const std::span<const std::uint32_t> faces = faces_of(patch);
         const double angle = blocked_sum(faces.size(), [&](std::size_t i) {
-            return faces[i] == face ? 0.0 : solid_angle(faces[i], at);
+            const Triangle t = triangle_of(mesh_, mesh_.faces[faces[i]]);
+            double seen = 0;
+            for (std::size_t p = 0; p < at.size(); ++p) {
+                if (at[p] != faces[i]) seen += solid_angle(t, points[p]);
+            }
+            return result_.turned[faces[i]] != 0 ? -seen : seen;
         });
         return std::isfinite(angle) ? angle / (4 * std::numbers::pi) : 0;
     }
 
-    // That a face, as it is to stand, covers as seen from behind; negative from its front.
-    double solid_angle(std::uint32_t face, Vec3d from) const {
-        const Triangle t = triangle_of(mesh_, mesh_.faces[face]);
+    // That a triangle covers as seen from behind; negative from its front.
+    static double solid_angle(const Triangle& t, Vec3d from) {
         const Vec3d a = t[0] - from;
         const Vec3d b = t[1] - from;
         const Vec3d c = t[2] - from;
+        const double triple = dot(a, cross(b, c));
+        if (triple == 0) return 0;
+        // From afar it is the area over the squared distance, to a few percent.
+        const Vec3d middle = (a + b + c) / 3.0;
+        const double distance = dot(middle, middle);
+        const double size = std::max(dot(b - a, b - a), dot(c - a, c - a));
+        if (size * kAfar < distance) return triple / (2 * distance * std::sqrt(distance));
         const double la = length(a);
         const double lb = length(b);
         const double lc = length(c);
-        const double triple = dot(a, cross(b, c));
-        if (triple == 0) return 0;
-        const double angle =
-            2 * std::atan2(triple, la * lb * lc + dot(a, b) * lc + dot(b, c) * la + dot(c, a) * lb);
-        return result_.turned[face] != 0 ? -angle : angle;
+        return 2 *
+               std::atan2(triple, la * lb * lc + dot(a, b) * lc + dot(b, c) * la + dot(c, a) * lb);
     }
 
     // ---- helpers

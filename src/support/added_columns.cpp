@@ -21,7 +21,8 @@ namespace {
 constexpr double kLeastGap = 5.0;
 constexpr double kSamplesAcross = 6;  // of a column's share of the area
 constexpr double kMostSamples = 4e6;
-// How far a column holds what is beside it, in spacings; half a spacing is the way between two rows.
+// How far a column holds what is beside it, in spacings; half a spacing is the way between two
+// rows.
 constexpr double kReach = 0.75;
 // Between the height of a column's end and that of what it meets within its cross-section.
 constexpr double kTopSlack = 2.5;

@@ -16,8 +16,8 @@ struct AddedColumnOptions {
 };
 
 /// Adds columns until each tip has one, and until no more than the least area of a region lies
-/// side by side farther than three quarters of the spacing from the columns that hold it. Left out is
-/// what lies less than 5 units above the plate or the surface below it.
+/// side by side farther than three quarters of the spacing from the columns that hold it. Left out
+/// is what lies less than 5 units above the plate or the surface below it.
 ///
 /// A column stands in the middle of what it holds if its cross-section is free down to the surface
 /// below; else beside that, where a corner of it still meets the place. Where none is free there is

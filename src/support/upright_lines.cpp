@@ -1,6 +1,6 @@
-// Each line asks a tree for the faces whose boxes it meets. Whether it is outside at a height follows
-// from how often it passes into and out of the model below; where the surface has holes over the
-// line, from the next face below alone.
+// Each line asks a tree for the faces whose boxes it meets. Whether it is outside at a height
+// follows from how often it passes into and out of the model below; where the surface has holes
+// over the line, from the next face below alone.
 #include "support/upright_lines.h"
 
 #include <algorithm>

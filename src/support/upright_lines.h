@@ -13,8 +13,8 @@
 namespace povmesh {
 
 /// Whether an upright line at x of a row at y passes a triangle, decided edge by edge from the
-/// edge's end points alone, lower one first: so the faces on both sides of an edge agree, and a line
-/// passes a closed surface upward as often as downward.
+/// edge's end points alone, lower one first: so the faces on both sides of an edge agree, and a
+/// line passes a closed surface upward as often as downward.
 ///
 /// `place(x)` says from which line of a row on an edge that crosses it at x is passed; the lines
 /// from `low()` to before `high()` pass.

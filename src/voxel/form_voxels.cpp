@@ -22,6 +22,10 @@ namespace {
 using Cell3 = std::array<std::int64_t, 3>;
 using Point = std::array<double, 3>;
 
+// Sizes raised by more are for coordinates that nobody meant.
+constexpr float kPlainRaise = 4;
+constexpr std::int64_t kCellsOfAWildModel = std::int64_t{1} << 24;
+
 // A shorter normal, unscaled, has no direction to go by.
 constexpr double kLeastNormal = 0.001;
 // Hosts rely on angles by this value.
@@ -69,15 +73,16 @@ std::array<AxisCells, 3> cells_of(const ModelBox& model, Vec3f size) {
     return cells;
 }
 
-bool fits(const ModelBox& model, Vec3f size) {
+bool fits(const ModelBox& model, Vec3f size, std::int64_t most_cells) {
     const auto cells = cells_of(model, size);
     const auto along = static_cast<double>(kMostCellsAlong);
     if (cells[0].count() > along || cells[1].count() > along) return false;
+    const double rows = (cells[1].count() + 2) * (cells[2].count() + 2);
     const double padded_row = 64 * std::ceil((cells[0].count() + 2) / 64);
-    const double padded = padded_row * (cells[1].count() + 2) * (cells[2].count() + 2);
-    return cells[0].count() * cells[1].count() * cells[2].count() <=
-               static_cast<double>(kMostCells) &&
-           padded <= static_cast<double>(kMostPaddedCells);
+    return rows <= static_cast<double>(kMostRows) &&
+           cells[0].count() * cells[1].count() * cells[2].count() <=
+               static_cast<double>(most_cells) &&
+           padded_row * rows <= static_cast<double>(kMostPaddedCells / kMostCells * most_cells);
 }
 
 Vec3f scaled(Vec3f size, double factor) {
@@ -89,6 +94,11 @@ Vec3f scaled(Vec3f size, double factor) {
 std::string in_brackets(Vec3f v) {
     const Vec3d d = to_double(v);
     return "(" + six_decimals(d.x) + ", " + six_decimals(d.y) + ", " + six_decimals(d.z) + ")";
+}
+
+void tell_raise(Vec3f size, const RunLog& log) {
+    log.caution("voxel size is raised to " + six_decimals(double{size.x}) +
+                ", for the model to fit the grid\n");
 }
 
 // One face against the grid. Coordinates are relative to the grid's origin.
@@ -389,20 +399,32 @@ bool is_voxel_size(Vec3f size) {
     return is_finite(size) && size.x > 0 && size.y > 0 && size.z > 0;
 }
 
-Vec3f fitting_size(const ModelBox& model, Vec3f size) {
-    if (model.box.is_empty() || !is_voxel_size(size) || fits(model, size)) return size;
+Vec3f fitting_size(const ModelBox& model, Vec3f size, std::int64_t most_cells) {
+    const auto is_enough = [&](double factor) {
+        return fits(model, scaled(size, factor), most_cells);
+    };
+    if (model.box.is_empty() || !is_voxel_size(size) || is_enough(1)) return size;
     double too_small = 1;
     double enough = 2;
-    while (!fits(model, scaled(size, enough))) {
+    while (!is_enough(enough)) {
         too_small = enough;
         enough *= 2;
     }
     // Down to the resolution of a float.
     while (enough - too_small > too_small * 1e-8) {
         const double middle = 0.5 * (too_small + enough);
-        (fits(model, scaled(size, middle)) ? enough : too_small) = middle;
+        (is_enough(middle) ? enough : too_small) = middle;
     }
     return scaled(size, enough);
+}
+
+Vec3f affordable_size(const ModelBox& model, Vec3f size, std::int64_t most_cells, RunContext& run) {
+    Vec3f raised = fitting_size(model, size, most_cells);
+    if (raised.x > kPlainRaise * size.x) {
+        raised = fitting_size(model, size, std::min(most_cells, kCellsOfAWildModel));
+    }
+    if (raised.x != size.x) tell_raise(raised, run.log);
+    return raised;
 }
 
 VoxelGrid form_voxels(const TriMesh& mesh, const VoxelSettings& wanted, RunContext& run) {
@@ -410,10 +432,7 @@ VoxelGrid form_voxels(const TriMesh& mesh, const VoxelSettings& wanted, RunConte
     const ModelBox model = model_box(mesh);
     VoxelSettings settings = wanted;
     settings.size = fitting_size(model, wanted.size);
-    if (settings.size.x != wanted.size.x) {
-        run.log.caution("voxel size is raised to " + six_decimals(double{settings.size.x}) +
-                        ", for the model to fit the grid\n");
-    }
+    if (settings.size.x != wanted.size.x) tell_raise(settings.size, run.log);
     run.log.value("model size", in_brackets(model.extent));
     run.log.value("model center", in_brackets(model.origin));
 

@@ -19,9 +19,14 @@ ModelBox model_box(const TriMesh& mesh);
 bool is_voxel_size(Vec3f size);
 
 /// The size raised, all edges by the same factor, until a grid over the model fits: at most 792
-/// cells along x and y, which the keys can tell apart, and 2^30 cells in all. A size that fits, or
-/// that is not positive or not finite, comes back as it is.
-Vec3f fitting_size(const ModelBox& model, Vec3f size);
+/// cells along x and y, which the keys can tell apart, and `most_cells` in all. A size that fits,
+/// or that is not positive or not finite, comes back as it is.
+Vec3f fitting_size(const ModelBox& model, Vec3f size, std::int64_t most_cells = kMostCells);
+
+/// The same for operations that make solids of a model. Where the size has to be raised by more
+/// than a factor of four it is raised until 2^24 cells do: coordinates so far apart were hardly
+/// meant, and would cost minutes and gigabytes. A raise is told by a caution in the log.
+Vec3f affordable_size(const ModelBox& model, Vec3f size, std::int64_t most_cells, RunContext& run);
 
 /// Makes a grid over a mesh, with a voxel wherever the surface passes; its origin is the centre of
 /// the mesh. A size that is not positive or not finite gives no voxel; one that is too small is

@@ -3,6 +3,7 @@
 #include "voxel/surface.h"
 
 #include <algorithm>
+#include <memory>
 #include <numeric>
 #include <stdexcept>
 #include <string>
@@ -168,45 +169,58 @@ void build_soup(TriMesh& mesh, const Array<float>& soup, const Array<std::uint8_
     build_f(mesh, ByteSoup{soup.size() / 9, soup.data(), colours.data()});
 }
 
-// Runs of voxels along x, joined over sides; each piece is known by its first run.
-class Pieces {
+// Runs of voxels along x, grouped into pieces: those that are joined over sides.
+class Runs {
 public:
-    explicit Pieces(const VoxelGrid& grid) : grid_(grid) {
-        offsets_.resize(grid.row_count() + 1);
+    explicit Runs(const VoxelGrid& grid) : grid_(grid) {
+        Array<std::uint32_t> offsets(grid.row_count() + 1, 0);  // by row
         for (std::size_t row = 0; row < grid.row_count(); ++row) {
-            offsets_[row] = static_cast<std::uint32_t>(runs_.size());
+            offsets[row] = static_cast<std::uint32_t>(runs_.size());
             add_runs(row);
         }
-        offsets_[grid.row_count()] = fits<std::uint32_t>(runs_.size());
-        pieces_ = UnionFind(runs_.size());
+        offsets[grid.row_count()] = fits<std::uint32_t>(runs_.size());
+        UnionFind pieces(runs_.size());
+        const auto join = [&](std::size_t row, std::size_t other) {
+            join_rows(pieces, offsets, row, other);
+        };
         for (std::size_t row = 0; row < grid.row_count(); ++row) {
-            if (row + 1 < grid.row_count()) join_rows(row, row + 1);
+            if (row + 1 < grid.row_count()) join(row, row + 1);
             if (row + grid.rows_per_layer() < grid.row_count()) {
-                join_rows(row, row + grid.rows_per_layer());
+                join(row, row + grid.rows_per_layer());
+            }
+        }
+        sort(pieces);
+    }
+
+    /// Pieces in the order of their first voxels.
+    std::size_t piece_count() const { return ends_.size(); }
+
+    /// Calls `visit(cell, side)` for every exposed square of a piece, by voxel in key order, then
+    /// by side.
+    template <typename Visit>
+    void for_each_square(std::size_t piece, Visit&& visit) const {
+        for (std::uint32_t r = piece == 0 ? 0 : ends_[piece - 1]; r < ends_[piece]; ++r) {
+            for (std::size_t cell = runs_[r].begin; cell < runs_[r].end; ++cell) {
+                const VoxelGrid::Chunk& flags = grid_.flags_of(cell / 64);
+                for (std::size_t side = 0; side < kSideCount; ++side) {
+                    if ((flags.flags[side] >> (cell % 64) & 1U) != 0) visit(cell, side);
+                }
             }
         }
     }
 
-    std::uint32_t run_count() const { return static_cast<std::uint32_t>(runs_.size()); }
-    std::uint32_t piece_at(std::size_t cell) {
-        const std::size_t row = cell / (grid_.words_per_row() * 64);
-        const auto found =
-            std::partition_point(runs_.begin() + offsets_[row], runs_.begin() + offsets_[row + 1],
-                                 [&](const Run& run) { return run.end <= cell; });
-        return pieces_.find(static_cast<std::uint32_t>(found - runs_.begin()));
-    }
-
 private:
     struct Run {
-        std::size_t begin, end;  // cells
+        std::uint32_t begin, end;  // cells; a grid has fewer than 2^32
     };
+    static_assert(kMostPaddedCells <= std::int64_t{1} << 31);
 
     void add_runs(std::size_t row) {
         const std::size_t first = row * grid_.words_per_row();
         for (std::size_t word = first; word < first + grid_.words_per_row(); ++word) {
             for (std::uint64_t cells = grid_.occupied()[word]; cells != 0; cells &= cells - 1) {
-                const std::size_t cell =
-                    word * 64 + static_cast<std::size_t>(std::countr_zero(cells));
+                const auto cell = static_cast<std::uint32_t>(
+                    word * 64 + static_cast<std::size_t>(std::countr_zero(cells)));
                 if (!runs_.empty() && runs_.back().end == cell) {
                     ++runs_.back().end;
                 } else {
@@ -216,64 +230,81 @@ private:
         }
     }
 
-    void join_rows(std::size_t a, std::size_t b) {
+    void join_rows(UnionFind& pieces, const Array<std::uint32_t>& offsets, std::size_t a,
+                   std::size_t b) const {
         const std::size_t step = (b - a) * grid_.words_per_row() * 64;
-        std::uint32_t i = offsets_[a];
-        std::uint32_t j = offsets_[b];
-        while (i < offsets_[a + 1] && j < offsets_[b + 1]) {
+        std::uint32_t i = offsets[a];
+        std::uint32_t j = offsets[b];
+        while (i < offsets[a + 1] && j < offsets[b + 1]) {
             if (runs_[i].begin + step < runs_[j].end && runs_[j].begin < runs_[i].end + step) {
-                pieces_.unite(i, j);
+                pieces.unite(i, j);
             }
             runs_[i].end + step < runs_[j].end ? ++i : ++j;
         }
     }
 
+    // By piece; within one they keep their order. A piece is known by its first run so far.
+    void sort(UnionFind& pieces) {
+        Array<std::uint32_t> places(runs_.size() + 1, 0);
+        for (std::uint32_t r = 0; r < runs_.size(); ++r) ++places[pieces.find(r) + 1];
+        for (const std::uint32_t count : places) {
+            if (count != 0) ends_.push_back(count + (ends_.empty() ? 0 : ends_.back()));
+        }
+        std::partial_sum(places.begin(), places.end(), places.begin());
+        Array<Run> sorted(runs_.size());
+        for (std::uint32_t r = 0; r < runs_.size(); ++r) {
+            sorted[places[pieces.find(r)]++] = runs_[r];
+        }
+        runs_ = std::move(sorted);
+    }
+
     const VoxelGrid& grid_;
-    Array<std::uint32_t> offsets_;  // by row
     Array<Run> runs_;
-    UnionFind pieces_;
+    Array<std::uint32_t> ends_;  // by piece, of its runs
 };
 
 }  // namespace
 
-std::vector<TriMesh> surface_pieces(VoxelGrid& grid, std::size_t least_squares, RunContext& run) {
+struct SurfacePieces::Parts {
+    SquareMesher mesher;
+    Runs runs;
+    Array<std::uint32_t> kept;  // pieces
+
+    explicit Parts(const VoxelGrid& grid) : mesher(grid), runs(grid) {}
+};
+
+SurfacePieces::SurfacePieces(VoxelGrid& grid, std::size_t least_squares, RunContext& run) {
     const Timer timer;
     mark_exposed_sides(grid);
-    std::vector<TriMesh> meshes;
     if (!grid.is_empty()) {
-        const SquareMesher mesher(grid);
-        Pieces pieces(grid);
-        // Squares sorted by piece; within one they keep their order.
-        Array<std::uint32_t> ends;
-        ends.assign(std::size_t{pieces.run_count()} + 1, 0);
-        for_each_square(grid, [&](std::size_t cell, std::size_t /*side*/) {
-            ++ends[pieces.piece_at(cell) + 1];
-        });
-        std::partial_sum(ends.begin(), ends.end(), ends.begin());
-        struct Square {
-            std::size_t cell, side;
-        };
-        Array<Square> squares;
-        squares.resize(ends.back());
-        for_each_square(grid, [&](std::size_t cell, std::size_t side) {
-            squares[ends[pieces.piece_at(cell)]++] = {cell, side};
-        });
-        std::uint32_t begin = 0;
-        for (std::uint32_t piece = 0; piece < pieces.run_count(); ++piece) {
-            const std::uint32_t end = ends[piece];
-            if (end > begin && end - begin >= least_squares) {
-                Array<float> soup;
-                Array<std::uint8_t> colours;
-                for (std::uint32_t i = begin; i < end; ++i) {
-                    mesher.append(squares[i].cell, squares[i].side, soup, colours);
-                }
-                build_soup(meshes.emplace_back(), soup, colours);
+        parts_ = std::make_unique<Parts>(grid);
+        for (std::size_t piece = 0; piece < parts_->runs.piece_count(); ++piece) {
+            std::size_t squares = 0;
+            parts_->runs.for_each_square(
+                piece, [&](std::size_t /*cell*/, std::size_t /*side*/) { ++squares; });
+            if (squares != 0 && squares >= least_squares) {
+                parts_->kept.push_back(static_cast<std::uint32_t>(piece));
             }
-            begin = end;
         }
     }
     run.log.value(kSurfaceLine, six_decimals(timer.seconds()) + " sec.");
-    return meshes;
+}
+
+SurfacePieces::~SurfacePieces() = default;
+
+std::size_t SurfacePieces::size() const {
+    return parts_ ? parts_->kept.size() : 0;
+}
+
+TriMesh SurfacePieces::mesh_of(std::size_t piece) const {
+    Array<float> soup;
+    Array<std::uint8_t> colours;
+    parts_->runs.for_each_square(parts_->kept[piece], [&](std::size_t cell, std::size_t side) {
+        parts_->mesher.append(cell, side, soup, colours);
+    });
+    TriMesh mesh;
+    build_soup(mesh, soup, colours);
+    return mesh;
 }
 
 void export_voxels(TriMesh& mesh, const VoxelGrid& grid, RunContext& run) {

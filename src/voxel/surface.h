@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 #include "mesh/tri_mesh.h"
 #include "run/run_context.h"
@@ -13,10 +13,28 @@ namespace povmesh {
 /// Exposed squares that a piece has at least where small pieces are left out.
 constexpr std::size_t kLeastSquares = 20;
 
-/// Marks the exposed sides of every voxel afresh and hands each piece back as a mesh: a group of
-/// voxels that are connected over sides. Log: the time. Pieces with fewer than `least_squares`
-/// exposed squares are left out. They come in the order of their first voxels.
-std::vector<TriMesh> surface_pieces(VoxelGrid& grid, std::size_t least_squares, RunContext& run);
+/// The pieces of the surface: of groups of voxels that are connected over sides, in the order of
+/// their first voxels. Their meshes are made one at a time, so that few need to be kept.
+///
+/// Marks the exposed sides of every voxel afresh. Log: the time.
+class SurfacePieces {
+public:
+    /// @param grid  stays as it is as long as the pieces live
+    /// @param least_squares  pieces of fewer exposed squares are left out
+    SurfacePieces(VoxelGrid& grid, std::size_t least_squares, RunContext& run);
+    ~SurfacePieces();
+    SurfacePieces(const SurfacePieces&) = delete;
+    SurfacePieces& operator=(const SurfacePieces&) = delete;
+
+    std::size_t size() const;
+
+    /// May be called for several pieces at the same time.
+    TriMesh mesh_of(std::size_t piece) const;
+
+private:
+    struct Parts;
+    std::unique_ptr<Parts> parts_;
+};
 
 /// Replaces the faces and vertices of the mesh by the exposed squares of the voxels, two triangles
 /// each, in model coordinates, with the voxels' colours and their outside out. Flags say what is

@@ -287,6 +287,8 @@ private:
 constexpr std::int64_t kMostCellsAlong = 792;
 constexpr std::int64_t kMostCells = std::int64_t{1} << 30;
 constexpr std::int64_t kMostPaddedCells = std::int64_t{1} << 31;
+/// Rows along x with their margin: a tower of few cells along x costs a hundred bytes for each.
+constexpr std::int64_t kMostRows = std::int64_t{1} << 21;
 
 // ------------------------------------------------------------------------------- the templates
 

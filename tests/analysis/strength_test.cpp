@@ -102,7 +102,8 @@ TEST(Strength, TakesNoElementOfAnotherBucketAndSmoothsOnce) {
     for (const Vec3f size : {Vec3f{100, 60, 140}, Vec3f{40, 24, 236}}) {
         Job job;
         TriMesh mesh = shapes::mesh_of(shapes::box({0, 0, 0}, size));
-        const fem::EnergyField fem = fem::analyse(mesh, 5, fem::LoadCase::CentreTop, job.run);
+        const fem::EnergyField fem =
+            fem::analyse(mesh, {.voxel_size = 5, .load = fem::LoadCase::CentreTop}, job.run);
         const StrengthReport report = colour_strength(
             mesh, {StrengthMethod::FiniteElements, fem::LoadCase::CentreTop, kCoarse, 5}, job.run);
         const auto key = [](Vec3f p) {
@@ -138,6 +139,54 @@ TEST(Strength, TakesNoElementOfAnotherBucketAndSmoothsOnce) {
         }
         EXPECT_EQ(report.voxel_size, 5);
         EXPECT_GT(report.highest, report.lowest);
+    }
+}
+
+TEST(Strength, ShowsAPersonNoSeamsAndNoUnheldStrength) {
+    Job job;
+    StrengthOptions options{.edge_length = kCoarse, .rules = StrengthRules::Person};
+    SoupVector soup = shapes::box({0, 0, 0}, {18, 20, 22});
+    TriMesh box = shapes::mesh_of(soup);
+    const StrengthReport pressed = colour_strength(box, options, job.run);
+    EXPECT_TRUE(pressed.is_converged && pressed.loose_bodies == 0);
+    // Half way up, all sides bear the same.
+    float least = 1;
+    float most = 0;
+    for (std::size_t v = 0; v < box.vertices.size(); ++v) {
+        const Vec3f p = box.vertices[v].position();
+        const bool is_mid = std::min({p.x, 18 - p.x, p.y, 20 - p.y}) < 1e-3F &&
+                            std::abs(p.x - 9) < 6 && p.z > 14 && p.z < 20;
+        if (!is_mid) continue;
+        least = std::min(least, pressed.values[v]);
+        most = std::max(most, pressed.values[v]);
+    }
+    EXPECT_GT(least, 0.75F * most);
+
+    shapes::append(soup, shapes::box({40, 0, 5}, {58, 20, 27}));  // hangs in the air
+    TriMesh two = shapes::mesh_of(soup);
+    const StrengthReport report = colour_strength(two, options, job.run);
+    EXPECT_EQ(report.loose_bodies, 1U);
+    EXPECT_NEAR(report.loose_share, 0.5, 0.02);
+    for (const Face& face : two.faces) {
+        const bool is_loose = two.corner_position(face, 0).x > 30;
+        const bool is_grey = face.colour[0] == face.colour[1] && face.colour[1] == face.colour[2];
+        EXPECT_EQ(is_grey, is_loose);
+    }
+}
+
+TEST(Strength, MakesNoTriangleThatCoordinatesCannotHold) {
+    for (const float offset : {1e5F, 3e6F}) {
+        SoupVector soup = shapes::box({0, 0, 0}, {8, 10, 12});
+        shapes::move(soup, {offset, offset, offset});
+        TriMesh mesh = shapes::mesh_of(soup);
+        Job job;
+        const StrengthReport report = colour_strength(mesh, {.edge_length = 2}, job.run);
+        EXPECT_EQ(report.values.size(), mesh.vertices.size());
+        EXPECT_GE(mesh.faces.size(), 12U);
+        for (const Face& face : mesh.faces) {
+            const auto at = [&](std::size_t c) { return mesh.corner_position(face, c); };
+            EXPECT_FALSE(at(0) == at(1) || at(1) == at(2) || at(2) == at(0));
+        }
     }
 }
 

@@ -53,6 +53,19 @@ TEST(Weakness, TakesNoCavityForABody) {
     }
 }
 
+TEST(Weakness, IsNotJudgedOnAReductionThatStrays) {
+    const auto halved = [](TriMesh& mesh) { mesh.vertices[0].z += 5; };  // any change
+    TriMesh few = shapes::mesh_of(spool(1, {}));
+    EXPECT_FALSE(reduce_for_weakness(few, halved));
+    TriMesh many = shapes::mesh_of(shapes::sphere(50, 6));
+    ASSERT_GT(many.faces.size(), kReducedFaces);
+    const TriMesh before = many;
+    EXPECT_FALSE(reduce_for_weakness(many, halved));
+    EXPECT_EQ(many.vertices[0].z, before.vertices[0].z);
+    EXPECT_TRUE(reduce_for_weakness(many, [](TriMesh& mesh) { mesh.vertices[0].z += 0.01F; }));
+    EXPECT_NE(many.vertices[0].z, before.vertices[0].z);
+}
+
 TEST(Weakness, SurvivesNothing) {
     EXPECT_TRUE(weakness_of({}, SectionMode::All).empty());
     EXPECT_TRUE(weakness_of({1, 1, 1, 2, 2, 2, 3, 3, 3}, SectionMode::All).empty());

@@ -11,6 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "analysis/section_shapes.h"
 #include "api/host_numbers.h"
 #include "api/job.h"
 #include "api/slots.h"
@@ -282,6 +283,14 @@ TEST_F(Frames, TellAllSectionsOrWeakOnesByTheLowBitsOfTheOption) {
         EXPECT_EQ(h.out.tables[2][0], 100) << "score";
         freeAllArray();
     }
+    // Two flanges on a thin bar, 48 triangles: with half of them it would be another body.
+    const shapes::SoupVector bar =
+        shapes::lathe({{10, 0}, {10, 10}, {3, 10.01}, {3, 40}, {10, 40.01}, {10, 50}}, 4);
+    weaknessDetect(bar.data(), static_cast<std::uint32_t>(bar.size() / 9), &h.out.tables[0],
+                   &h.out.tables[1], &h.out.tables[2], &h.out.count, 1);
+    ASSERT_EQ(h.out.count, 1U);
+    EXPECT_NEAR(h.out.tables[0][2], 25, 1);
+    freeAllArray();
 }
 
 TEST(HostNumbers, LoadsAreThoseOfTheirNumber) {

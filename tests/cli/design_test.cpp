@@ -77,6 +77,18 @@ TEST_F(Design, StrengthNamesTheNeckAndColoursIt) {
         done({"strength", "dumbbell.stl", "-o", "out.obj", "--method", "sections"});
     EXPECT_GT(sections["sections"], 0);
     EXPECT_EQ(run({"strength", "dumbbell.stl", "-o", "out.stl"}).status, 2);
+    // Bodies that nothing holds, and loads that nothing carries, are told.
+    shapes::SoupVector two = shapes::box({0, 0, 0}, {20, 20, 20});
+    shapes::append(two, shapes::box({40, 0, 5}, {60, 20, 25}));
+    write_stl_file("two.stl", two);
+    const auto loose = run({"strength", "two.stl", "-o", "two.obj"});
+    EXPECT_EQ(loose.status, 1);
+    EXPECT_THAT(loose.err, HasSubstr("1 body"));
+    EXPECT_TRUE(std::filesystem::exists(path("two.obj")));
+    const auto none = run({"strength", "two.stl", "-o", "none.obj", "--load", "centre"});
+    EXPECT_EQ(none.status, 1);
+    EXPECT_THAT(none.err, HasSubstr("nothing carries the load"));
+    EXPECT_FALSE(std::filesystem::exists(path("none.obj")));
     EXPECT_EQ(run({"strength", "dumbbell.stl", "-o", "out.obj", "--load", "side"}).status, 2);
 }
 

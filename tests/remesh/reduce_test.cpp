@@ -49,6 +49,12 @@ ReduceReport in_parallel(TriMesh& mesh, double target) {
     return reduce_parallel(mesh, {target, 0.0}, run);
 }
 
+CheckedReduceReport checked(TriMesh& mesh, double keep) {
+    RunLog log;
+    RunContext run{{}, log};
+    return reduce_checked(mesh, keep, run);
+}
+
 constexpr std::array<Reduction, 2> kReductions = {by_queue, in_parallel};
 
 // A rectangle of 2 * n * n triangles in the plane through `origin`.
@@ -574,12 +580,6 @@ double border_distance(const TriMesh& from, const TriMesh& to) {
     return worst;
 }
 
-CheckedReduceReport checked(TriMesh& mesh, double keep) {
-    RunLog log;
-    RunContext run{{}, log};
-    return reduce_checked(mesh, keep, run);
-}
-
 TEST(ReduceChecked, ThinsBordersAlongThemselves) {
     SoupVector sheet;
     append_grid(sheet, {0, 0, 0}, {3, 0, 0}, {0, 2, 1}, 12);
@@ -719,6 +719,9 @@ TEST(Reduce, SurvivesNumbersThatAreNotFinite) {
             TriMesh mesh = mesh_of(soup);
             reduction(mesh, 0.3);
             EXPECT_TRUE(is_consistent(mesh));
+            TriMesh with_care = mesh_of(soup);
+            checked(with_care, 0.3);
+            EXPECT_TRUE(is_consistent(with_care));
         }
         // Tiny and huge models are reduced like any other.
         for (const float scale : {1e-18F, 1e12F}) {
