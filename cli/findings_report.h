@@ -35,9 +35,6 @@ std::vector<Row> where_rows(const Findings& findings);
 /// "clean", or the flaws with their numbers.
 std::string verdict(const Findings& findings);
 
-/// "near (1, 2, 3)".
-std::string place_text(Vec3f place);
-
 /// Extent along the axes, in double: that of finite floats need not be a finite float.
 std::string size_text(const Box3f& box);
 

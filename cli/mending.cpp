@@ -162,6 +162,14 @@ Mending mend(TriMesh& mesh, RepairOptions options, const Findings& before,
     return mending;
 }
 
+std::string wall_warning(const RepairReport& report) {
+    if (report.removed_walls == 0) return {};
+    return "walls without thickness are taken out, of area " +
+           human_number(report.removed_wall_area) + ", the first " + place_text(report.first_wall) +
+           ": faces back to back enclose nothing to print; give them a thickness where they are to "
+           "stay";
+}
+
 std::vector<Row> mending_rows(const Mending& mending) {
     const RepairReport& report = mending.report;
     std::vector<Row> rows;
@@ -171,7 +179,10 @@ std::vector<Row> mending_rows(const Mending& mending) {
     add("misplaced faces", report.dropped_misplaced, " removed");
     add("shells dropped", report.dropped_shells,
         " (" + counted(report.dropped_shell_faces, "face") + ")");
-    add("duplicates removed", report.removed_duplicates);
+    add("duplicates removed", report.removed_duplicates,
+        report.removed_walls != 0
+            ? ", " + with_separators(report.removed_walls) + " walls without thickness among them"
+            : "");
     add("slits closed", report.slits.closed_slits,
         " (" + counted(report.slits.split_faces, "face") + " split)");
     const std::vector<HoleSize> closed =
@@ -209,6 +220,7 @@ Json mending_json(const Mending& mending) {
             {"dropped_shells", report.dropped_shells},
             {"dropped_shell_faces", report.dropped_shell_faces},
             {"removed_duplicates", report.removed_duplicates},
+            {"removed_walls", report.removed_walls},
             {"closed_slits", report.slits.closed_slits},
             {"split_faces", report.slits.split_faces},
             {"holes_tried", report.were_holes_tried},
@@ -252,6 +264,7 @@ std::vector<std::string> suggestions(const TriMesh& mesh, const Findings& findin
             " that form no closed rim");
     add(report.removed_duplicates,
         "repair removes " + counted(report.removed_duplicates, "duplicate face"));
+    if (report.removed_walls != 0) lines.push_back("in repair " + wall_warning(report));
     add(report.turned_faces, "repair turns " + counted(report.turned_faces, "face") + " over");
     add(report.one_sided_shells, "repair leaves the windings of " +
                                      counted(report.one_sided_shells, "shell") +

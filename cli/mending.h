@@ -28,6 +28,9 @@ struct Mending {
 Mending mend(TriMesh& mesh, RepairOptions options, const Findings& before,
              SelfIntersectionSearch search);
 
+/// A line for the user when walls of faces back to back were taken out whole; else empty.
+std::string wall_warning(const RepairReport& report);
+
 /// What was done, a row each; only what there was to do.
 std::vector<Row> mending_rows(const Mending& mending);
 Json mending_json(const Mending& mending);

@@ -44,6 +44,8 @@ void repair_file(const Arguments& arguments, Progress progress, RepairOutcome& o
         progress.set(60);
         outcome.done = mend(model.mesh, options_of(arguments), outcome.before,
                             SelfIntersectionSearch::UpToQuickFaces);
+        const std::string gone = wall_warning(outcome.done.report);
+        if (!gone.empty()) outcome.lost.push_back(gone);
         if (live_face_count(model.mesh) != 0) return {};
         if (outcome.done.report.dropped_shells == 0) {
             return "every triangle has a coordinate that is infinite or no number; nothing is "

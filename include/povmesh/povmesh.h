@@ -283,8 +283,11 @@ POVMESH_API void orientationOptimization(const float* coordinates_in, uint32_t c
 /*
  * Returns the surface of the cavity that leaves a wall of `thickness` model units, closed and wound
  * outward; no triangle when there is nothing to hollow. The wall is right within about 1.4 voxels,
- * whose edges are 0.4 to 2 model units. The model should be closed; small holes are closed on the
- * way. A thickness below 0.5 peels nothing off: the result is then the model's own voxels.
+ * whose edges are 0.4 to 2 model units; larger where the model's box would hold more than 2^28 of
+ * them. The cavity crosses neither itself nor the model, and slits and holes narrower than a voxel
+ * get a wall too; it is nowhere thinner than the thickness less two voxels. The model should be
+ * closed; small holes are closed on the way. A thickness below 0.5 peels nothing off: the result is
+ * then the model's own voxels.
  * progress: 0, 10, 10, 30, 40, 50, 60, 70, 80, 85, 90, 100, without 70 to 85 when nothing can be
  * hollowed.
  */
@@ -294,12 +297,13 @@ POVMESH_API void hollowFromData(float thickness, const float* coordinates_in, ui
 /*
  * Returns closed cells that take material out of a model, each wound outward: they lie inside of
  * it, at least `surface_thickness` model units less 1.5 voxels below its surface, with walls of
- * about two voxels between them. Voxels have edges of 0.25 to 1 model units, and cells are about 38
- * of them wide, 29 from a density of 0.4 on. Cells are taken by their volume per surface, the
- * largest first, until the surface of all that were taken, divided by their volume, exceeds
- * `infill_density` (1 / model units), but four at least. A density of 0 returns the built model;
- * below 0.05 it counts as 0.05. No triangle when nothing lies below the skin or there are fewer
- * than four cells. The model should be closed; small holes are closed on the way.
+ * about two voxels between them. Voxels have edges of 0.25 to 1 model units, larger ones where the
+ * model's box would hold more than 2^30 of them. Cells are about 38 of them wide, 29 from a density
+ * of 0.4 on. They are taken by their volume per surface, the largest first, until the surface of
+ * all that were taken, divided by their volume, exceeds `infill_density` (1 / model units), but
+ * four at least. A density of 0 returns the built model; below 0.05 it counts as 0.05. No triangle
+ * when nothing lies below the skin or there are fewer than four cells. The model should be closed;
+ * small holes are closed on the way.
  * progress: 0, 10, 10, 30, 40, 50, 55, 60, 70, 90, 100; without 50 to 70 when nothing lies below
  * the skin, and without what lies between 10 and 90 at a density of 0.
  */
@@ -431,10 +435,10 @@ POVMESH_API void uniformRemeshFromColorData(float edge_length, const float* coor
                                             uint32_t* count);
 
 /*
- * Divides a model into its separate bodies; shells that touch or intersect stay together. Two things
- * keep shells apart all the same: of a shell of 10,000 faces or more only about ten thousand, evenly
- * picked, are looked at, so that a contact between others is missed; and shells whose boxes only
- * border on each other, as two cubes side by side, are not compared. Returns
+ * Divides a model into its separate bodies; shells that touch or intersect stay together. Two
+ * things keep shells apart all the same: of a shell of 10,000 faces or more only about ten
+ * thousand, evenly picked, are looked at, so that a contact between others is missed; and shells
+ * whose boxes only border on each other, as two cubes side by side, are not compared. Returns
  * parts, but for those of a volume below 1 (an open or inside-out one has none). A shell inside
  * another one that does not touch it is a body of its own. progress: 0, 10, 80, 100.
  */
@@ -571,9 +575,9 @@ POVMESH_API void strengthColoringFromData(uint32_t method, uint32_t load,
  * below, and those narrower than 0.4 of the spacing that do not begin in mid-air, get none. What
  * begins in mid-air between two rows gets a column beside it. A spacing for which more than 792
  * would stand along x or y is raised. A spacing that is 0.4 or less or not finite, or an angle that
- * is not a number, finds no column; nor does a model whose voxels, spacing x spacing x 1 units each,
- * would take more than a gigabyte. When no column is found, `columns` and `column_count` are left
- * as they were: preset the count to 0.
+ * is not a number, finds no column; nor does a model whose voxels, spacing x spacing x 1 units
+ * each, would take more than a gigabyte. When no column is found, `columns` and `column_count` are
+ * left as they were: preset the count to 0.
  */
 POVMESH_API void columnSupportAutoGenerate(const float* coordinates_in, uint32_t count_in,
                                            float spacing, float angle, float** columns,

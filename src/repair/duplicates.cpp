@@ -73,7 +73,7 @@ class RedundancyFinder {
 public:
     RedundancyFinder(const TriMesh& mesh, const EdgeMates& mates) : mesh_(mesh), mates_(mates) {}
 
-    Array<std::uint32_t> run(const Array<std::uint32_t>& duplicates) {
+    RedundantFaces run(const Array<std::uint32_t>& duplicates) {
         make_stacks(duplicates);
         layers_ = UnionFind(stacks_.size());
         rims_.resize(stacks_.size());
@@ -194,8 +194,8 @@ private:
         }
     }
 
-    Array<std::uint32_t> choose() {
-        Array<std::uint32_t> removed;
+    RedundantFaces choose() {
+        RedundantFaces removed;
         for (std::uint32_t number = 0; number < stacks_.size(); ++number) {
             const Stack& stack = stacks_[number];
             const Rim& rim = rims_[layers_.find(number)];
@@ -204,16 +204,17 @@ private:
             const bool stays_up =
                 stack.up * 2 > stack.size() ||
                 (stack.is_back_to_back() && is_even(mesh_.faces[faces_[stack.begin]].vertex));
+            if (bounds_nothing) removed.walls.push_back(faces_[stack.begin]);
             bool has_stayed = bounds_nothing;
             for (const std::uint32_t face : faces_of(stack)) {
                 if (!has_stayed && is_even(mesh_.faces[face].vertex) == stays_up) {
                     has_stayed = true;
                 } else {
-                    removed.push_back(face);
+                    removed.faces.push_back(face);
                 }
             }
         }
-        std::sort(removed.begin(), removed.end());
+        std::sort(removed.faces.begin(), removed.faces.end());
         return removed;
     }
 
@@ -229,12 +230,13 @@ private:
 
 }  // namespace
 
-Array<std::uint32_t> find_redundant_faces(const TriMesh& mesh, const EdgeMates& mates) {
-    Array<std::uint32_t> duplicates = find_duplicate_faces(mesh);
-    if (duplicates.empty()) return duplicates;
-    Array<std::uint32_t> redundant = RedundancyFinder(mesh, mates).run(duplicates);
+RedundantFaces find_redundant_faces(const TriMesh& mesh, const EdgeMates& mates) {
+    const Array<std::uint32_t> duplicates = find_duplicate_faces(mesh);
+    if (duplicates.empty()) return {};
+    RedundantFaces redundant = RedundancyFinder(mesh, mates).run(duplicates);
     // A mesh that is nothing but such a wall stays, in one layer.
-    return redundant.size() == live_face_count(mesh) ? duplicates : redundant;
+    if (redundant.faces.size() == live_face_count(mesh)) return {duplicates, {}};
+    return redundant;
 }
 
 }  // namespace povmesh

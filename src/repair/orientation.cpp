@@ -1,8 +1,8 @@
-// First consistency, a two-colouring of the faces along edges of two faces; then the side, by signed
-// volume, by parity or, for open surfaces, by the winding number: the sum of the solid angles of all
-// faces, which is a whole number only where the surface is closed (A. Jacobson, L. Kavan,
-// O. Sorkine-Hornung, Robust inside-outside segmentation using generalized winding numbers, SIGGRAPH
-// 2013; the solid angle of a triangle: A. van Oosterom, J. Strackee, 1983).
+// First consistency, a two-colouring of the faces along edges of two faces; then the side, by
+// signed volume, by parity or, for open surfaces, by the winding number: the sum of the solid
+// angles of all faces, which is a whole number only where the surface is closed (A. Jacobson, L.
+// Kavan, O. Sorkine-Hornung, Robust inside-outside segmentation using generalized winding numbers,
+// SIGGRAPH 2013; the solid angle of a triangle: A. van Oosterom, J. Strackee, 1983).
 #include "repair/orientation.h"
 
 #include <algorithm>
@@ -132,8 +132,8 @@ private:
 
     // ---- sides
 
-    // A shell in the inside of another one is a cavity when either is wound inward: the two are then
-    // wound against each other, or one of them has been turned over.
+    // A shell in the inside of another one is a cavity when either is wound inward: the two are
+    // then wound against each other, or one of them has been turned over.
     std::vector<bool> find_cavities() const {
         std::vector<bool> is_cavity(mesh_.shells.size(), false);
         if (!keep_cavities_) return is_cavity;

@@ -11,6 +11,7 @@
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
 #include "mesh/shells.h"
+#include "mesh/volume.h"
 #include "repair/duplicates.h"
 #include "repair/filling_check.h"
 #include "repair/orientation.h"
@@ -108,13 +109,28 @@ private:
 
     void remove_duplicates() {
         if (!options_.remove_duplicates || mesh_.faces.size() >= options_.duplicate_limit) return;
-        if (options_.remove_idle_walls) label_again();
-        const Array<std::uint32_t> duplicates = options_.remove_idle_walls
-                                                    ? find_redundant_faces(mesh_, *mates_)
-                                                    : find_duplicate_faces(mesh_);
+        Array<std::uint32_t> duplicates;
+        if (options_.remove_idle_walls) {
+            label_again();
+            RedundantFaces redundant = find_redundant_faces(mesh_, *mates_);
+            note_walls(redundant.walls);
+            duplicates = std::move(redundant.faces);
+        } else {
+            duplicates = find_duplicate_faces(mesh_);
+        }
         for (const std::uint32_t face : duplicates) mesh_.faces[face].deleted = 1;
         report_.removed_duplicates = duplicates.size();
         if (!duplicates.empty()) is_changed_ = true;
+    }
+
+    void note_walls(std::span<const std::uint32_t> walls) {
+        report_.removed_walls = walls.size();
+        for (const std::uint32_t face : walls) {
+            report_.removed_wall_area += face_area(mesh_, mesh_.faces[face]);
+        }
+        if (!walls.empty()) {
+            report_.first_wall = mesh_.corner_position(mesh_.faces[walls.front()], 0);
+        }
     }
 
     void close_slits_without_area() {

@@ -1,4 +1,5 @@
-// What of a surface hangs over, told from its faces: regions of them, and tips that begin in mid-air.
+// What of a surface hangs over, told from its faces: regions of them, and tips that begin in
+// mid-air.
 #pragma once
 
 #include <cstdint>
@@ -37,8 +38,9 @@ struct Overhangs {
 /// less than `least_area` are not worth holding unless they have a tip.
 ///
 /// A tip is a local minimum of the surface with material above it. It counts when it is the lowest
-/// point of its shell, or when going from it to a lower place of the surface means a climb of half a
-/// unit or more: less is roughness. A tip of which a part lies inside another body is held by that.
+/// point of its shell, or when going from it to a lower place of the surface means a climb of half
+/// a unit or more: less is roughness. A tip of which a part lies inside another body is held by
+/// that.
 ///
 /// Time: linear in the faces, n log n in the vertices and in the faces at each tip's line.
 ///

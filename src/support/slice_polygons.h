@@ -51,8 +51,8 @@ SliceWork slice_work(std::span<const Column> columns, const SliceOptions& option
 ///
 /// A column is in a layer when the layer's middle lies between its ends, the upper one excluded;
 /// the model is sliced there. Polygons come layer by layer from the plate up, in a layer in the
-/// order of the columns; columns that overlap make one polygon. Columns that are not finite are left
-/// out, as is what lies below the plate.
+/// order of the columns; columns that overlap make one polygon. Columns that are not finite are
+/// left out, as is what lies below the plate.
 ///
 /// Coordinates of squares that the model touches are multiples of 1e-5 from their middle.
 ///

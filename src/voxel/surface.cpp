@@ -195,8 +195,8 @@ public:
     /// Pieces in the order of their first voxels.
     std::size_t piece_count() const { return ends_.size(); }
 
-    /// Calls `visit(cell, side)` for every exposed square of a piece, by voxel in key order, then by
-    /// side.
+    /// Calls `visit(cell, side)` for every exposed square of a piece, by voxel in key order, then
+    /// by side.
     template <typename Visit>
     void for_each_square(std::size_t piece, Visit&& visit) const {
         for (std::uint32_t r = piece == 0 ? 0 : ends_[piece - 1]; r < ends_[piece]; ++r) {

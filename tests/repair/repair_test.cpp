@@ -439,18 +439,19 @@ TEST(RedundantFaces, WallsWithoutThicknessGoAndNothingOpens) {
         const char* what;
         SoupVector soup;
         std::size_t faces;
+        std::size_t walls;
     };
     for (const Row& row :
-         {Row{"two that share a side", joined(up, {down}), 6},
-          Row{"a face twice", joined(up, {face}), 4},
-          Row{"a face and its back", joined(up, {shapes::turned(face)}), 4},
-          Row{"everything twice", joined(up, {up}), 4},
-          Row{"a sheet and its back", joined(up, {sheet, shapes::turned(sheet)}), 4}}) {
+         {Row{"two that share a side", joined(up, {down}), 6, 1},
+          Row{"a face twice", joined(up, {face}), 4, 0},
+          Row{"a face and its back", joined(up, {shapes::turned(face)}), 4, 0},
+          Row{"everything twice", joined(up, {up}), 4, 0},
+          Row{"a sheet and its back", joined(up, {sheet, shapes::turned(sheet)}), 4, 1}}) {
         TriMesh mesh = shapes::mesh_of(row.soup);
-        for (const std::uint32_t f : find_redundant_faces(mesh, EdgeMates(mesh))) {
-            mesh.faces[f].deleted = 1;
-        }
+        const RedundantFaces redundant = find_redundant_faces(mesh, EdgeMates(mesh));
+        for (const std::uint32_t f : redundant.faces) mesh.faces[f].deleted = 1;
         EXPECT_EQ(live_face_count(mesh), row.faces) << row.what;
+        EXPECT_EQ(redundant.walls.size(), row.walls) << row.what;
         const EdgeMates mates(mesh);
         for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
             if (mesh.faces[f].deleted != 0) continue;
@@ -461,8 +462,8 @@ TEST(RedundantFaces, WallsWithoutThicknessGoAndNothingOpens) {
     }
 }
 
-// A pyramid in any position; some faces at the edge from a to b are divided along it, the face below
-// at `below` and the one above at `above`, shares of its length.
+// A pyramid in any position; some faces at the edge from a to b are divided along it, the face
+// below at `below` and the one above at `above`, shares of its length.
 SoupVector slit_pyramid(const std::vector<float>& below, const std::vector<float>& above) {
     const Vec3f a{0.3F, 0.1F, 0.7F};
     const Vec3f b{9.1F, 3.7F, 1.9F};
@@ -529,8 +530,8 @@ TEST(Repair, StaysLinearAroundOneVertexAndOneEdge) {
 }
 
 TEST(CloseHoles, ManyNestedRimsTakeNoLongerThanOthers) {
-    // Hexagonal umbrellas with their rims in one plane, each within most of the larger ones, or side
-    // by side.
+    // Hexagonal umbrellas with their rims in one plane, each within most of the larger ones, or
+    // side by side.
     constexpr int kCount = 40000;
     std::array<double, 2> seconds{};
     for (const bool are_nested : {true, false}) {
