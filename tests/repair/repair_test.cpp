@@ -519,10 +519,15 @@ TEST(Fillings, AFillingThatWouldCutThroughAnotherBodyIsUndone) {
 }
 
 TEST(Repair, StaysLinearAroundOneVertexAndOneEdge) {
-    for (const SoupVector& soup : {shapes::fan(100000, 1), shapes::book(100000)}) {
-        TriMesh mesh = shapes::mesh_of(soup);
-        repair(mesh);
-        EXPECT_EQ(mesh.faces.size(), 100000);
+    for (const bool as_tool : {false, true}) {
+        RepairOptions options;
+        options.remove_idle_walls = options.close_slits = as_tool;
+        options.check_fillings = options.turn_fewest = options.keep_cavities = as_tool;
+        for (const SoupVector& soup : {shapes::fan(100000, 1), shapes::book(100000)}) {
+            TriMesh mesh = shapes::mesh_of(soup);
+            repair(mesh, options);
+            EXPECT_EQ(mesh.faces.size(), 100000);
+        }
     }
     TriMesh empty;
     repair(empty);
