@@ -265,7 +265,7 @@ POVMESH_API void reviseTriangleFromData(float** coordinates_in, uint32_t* count_
  * Remeshes to given edge lengths, in model units: 1 value is the target everywhere, one value per
  * input triangle is a sizing field. Any other `edge_length_count` returns the built model. The
  * lengths are only read, through the two pointers. Sharp edges (beyond 40 degrees) and open borders
- * stay. A length that would make more than 50 million triangles is raised until it does not.
+ * stay. A length that would make more than 10 million triangles is raised until it does not.
  */
 POVMESH_API void remeshFromData64(float** coordinates_in, uint32_t* count_in, float** coordinates,
                                   uint32_t* count, float** edge_lengths,
