@@ -94,10 +94,9 @@ enum class SelfIntersectionSearch { Never, UpToQuickFaces, Always };
 
 /// Examines a mesh. Faces and vertices are not changed; the shells are labelled.
 ///
-/// @param flaw_faces  when given, receives the faces to show: inverted as find_orientation tells them;
-///                    every face with an open or a non-manifold edge; degenerate as `detect` gives
-///                    them
-/// Progress goes from 48 to 100.
+/// @param flaw_faces  when given, receives the faces to show: inverted as find_orientation tells
+///                    them; every face with an open or a non-manifold edge; degenerate as `detect`
+///                    gives them Progress goes from 48 to 100.
 Findings examine(TriMesh& mesh, Progress progress, SelfIntersectionSearch search,
                  FlawFaces* flaw_faces = nullptr);
 

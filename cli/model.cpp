@@ -96,8 +96,8 @@ bool has_face(const TriMesh& mesh, const Wanted& wanted) {
                        [&](const Face& face) { return face.deleted == 0 && wanted(face); });
 }
 
-// What must not be written: programs read infinities and what is no number as they like, and OBJ has
-// no word for them.
+// What must not be written: programs read infinities and what is no number as they like, and OBJ
+// has no word for them.
 std::string coordinate_obstacle(const TriMesh& mesh) {
     std::vector<bool> is_misplaced(mesh.vertices.size());
     std::transform(mesh.vertices.begin(), mesh.vertices.end(), is_misplaced.begin(),

@@ -11,6 +11,8 @@
 #include "base/timer.h"
 #include "cli/change.h"
 #include "cli/distance.h"
+#include "cli/findings_report.h"
+#include "cli/new_faults.h"
 #include "cli/numbers.h"
 #include "mesh/volume.h"
 #include "remesh/checked_reduce.h"
@@ -99,28 +101,6 @@ CheckedReduceReport reduce_mesh(TriMesh& mesh, const Arguments& arguments) {
     return reduce_checked(mesh, target, run);
 }
 
-// What the result has and the model did not.
-std::vector<std::string> warnings_of(const NewFaults& faults, double volume_before,
-                                     double volume_after) {
-    std::vector<std::string> warnings;
-    const auto warn = [&](const NewFault& fault, std::string_view what) {
-        if (fault.count == 0) return;
-        warnings.push_back(with_separators(fault.count) + " " + std::string(what) +
-                           " that the model did not have, one " + place_text(fault.place));
-    };
-    warn(faults.crossings, "pairs of intersecting faces");
-    warn(faults.slivers, "nearly degenerate triangles");
-    warn(faults.open_edges, "open edges");
-    warn(faults.junctions, "edges of more than two triangles");
-    const double share = std::abs(volume_after - volume_before) / std::abs(volume_before);
-    if (faults.open_edges.count == 0 && share > kNotableVolume) {
-        warnings.push_back(
-            "the volume is " + human_number(std::round(share * 1000) / 10) + " % " +
-            (std::abs(volume_after) < std::abs(volume_before) ? "smaller" : "larger"));
-    }
-    return warnings;
-}
-
 // What the target's format does not keep must not stand in the way.
 void drop_attributes(TriMesh& mesh) {
     for (Face& face : mesh.faces) {
@@ -142,7 +122,7 @@ ChangeReport reduce_and_measure(TriMesh& mesh, const Arguments& arguments) {
     const CheckedReduceReport checked = reduce_mesh(mesh, arguments);
     const ReduceReport& report = checked.reduction;
     change.seconds = timer.seconds();
-    change.warnings = warnings_of(checked.faults, volume_before, volume(mesh));
+    add_faults(checked.faults, volume_before, volume(mesh), kNotableVolume, change);
 
     const bool is_automatic = arguments.has("--auto");
     const auto [text, key] = end_of(checked, is_automatic);

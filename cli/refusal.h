@@ -7,8 +7,8 @@
 
 namespace povmesh::cli {
 
-/// Why a mesh is not to be written, without the file: no triangle is left, or one has a corner that is
-/// infinite or no number. Empty when it is fit to be.
+/// Why a mesh is not to be written, without the file: no triangle is left, or one has a corner that
+/// is infinite or no number. Empty when it is fit to be.
 ///
 /// @param was_finite  whether the model that it was made of had none of these
 std::string refusal(const TriMesh& mesh, bool was_finite);

@@ -8,14 +8,18 @@
 #include "base/timer.h"
 #include "cli/change.h"
 #include "cli/distance.h"
+#include "cli/new_faults.h"
 #include "cli/numbers.h"
 #include "cli/triangle_quality.h"
 
 namespace povmesh::cli {
 namespace {
 
+// A change of volume beyond this share is told: details smaller than the edge are lost.
+constexpr double kNotableVolume = 0.01;
+
 ChangeReport change(TriMesh& mesh, double edge_length) {
-    const TriMesh source = mesh;
+    TriMesh source = mesh;
     const TriangleQuality before = triangle_quality(mesh);
     ChangeReport report;
     RunLog log;
@@ -37,9 +41,10 @@ ChangeReport change(TriMesh& mesh, double edge_length) {
     if (done.raised > 1) {
         const double raised = edge_length * done.raised;
         report.rows.emplace_back("raised to",
-                                 human_number(raised) + ", to stay below 50 million triangles");
+                                 human_number(raised) + ", to stay below 10 million triangles");
         report.json["raised_to"] = raised;
     }
+    add_faults(source, mesh, kNotableVolume, report);
     add_distance(source, mesh, report);
     return report;
 }

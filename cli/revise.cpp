@@ -8,6 +8,7 @@
 #include "base/timer.h"
 #include "cli/change.h"
 #include "cli/distance.h"
+#include "cli/new_faults.h"
 #include "cli/numbers.h"
 #include "cli/triangle_quality.h"
 
@@ -26,8 +27,11 @@ Json all_json(const TriangleQuality& quality) {
     return json;
 }
 
+// A change of volume beyond this share is told.
+constexpr double kNotableVolume = 0.01;
+
 ChangeReport change(TriMesh& mesh) {
-    const TriMesh source = mesh;
+    TriMesh source = mesh;
     const TriangleQuality before = triangle_quality(mesh);
     ChangeReport table;
     const Timer timer;
@@ -43,6 +47,9 @@ ChangeReport change(TriMesh& mesh) {
                   {"edges split", with_separators(report.splits)}};
     table.json = {
         {"collapsed", report.collapses}, {"turned", report.flips}, {"split", report.splits}};
+    if (report.collapses + report.flips + report.splits > 0) {
+        add_faults(source, mesh, kNotableVolume, table);
+    }
     add_distance(source, mesh, table);
     return table;
 }

@@ -265,7 +265,7 @@ POVMESH_API void reviseTriangleFromData(float** coordinates_in, uint32_t* count_
  * Remeshes to given edge lengths, in model units: 1 value is the target everywhere, one value per
  * input triangle is a sizing field. Any other `edge_length_count` returns the built model. The
  * lengths are only read, through the two pointers. Sharp edges (beyond 40 degrees) and open borders
- * stay. A length that would make more than 50 million triangles is raised until it does not.
+ * stay. A length that would make more than 10 million triangles is raised until it does not.
  */
 POVMESH_API void remeshFromData64(float** coordinates_in, uint32_t* count_in, float** coordinates,
                                   uint32_t* count, float** edge_lengths,
@@ -285,8 +285,9 @@ POVMESH_API void orientationOptimization(const float* coordinates_in, uint32_t c
  * outward; no triangle when there is nothing to hollow. The wall is right within about 1.4 voxels,
  * whose edges are 0.4 to 2 model units; larger where the model's box would hold more than 2^28 of
  * them. The cavity crosses neither itself nor the model, and slits and holes narrower than a voxel
- * get a wall too. The model should be closed; small holes are closed on the way. A thickness below
- * 0.5 peels nothing off: the result is then the model's own voxels.
+ * get a wall too; it is nowhere thinner than the thickness less two voxels. The model should be
+ * closed; small holes are closed on the way. A thickness below 0.5 peels nothing off: the result is
+ * then the model's own voxels.
  * progress: 0, 10, 10, 30, 40, 50, 60, 70, 80, 85, 90, 100, without 70 to 85 when nothing can be
  * hollowed.
  */

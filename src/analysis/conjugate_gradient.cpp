@@ -170,6 +170,8 @@ public:
     }
 
     Solution run(const SolveOptions& options) && {
+        std::optional<OneThread> alone;
+        if (stiffness_.slabs().size() < kFewSlabs) alone.emplace();
         const double load = product(r_, r_);
         double rr = load;
         if (load == 0) return std::move(solution_);

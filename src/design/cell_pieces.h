@@ -28,7 +28,7 @@ struct CellOptions {
     // Takes smaller voxels where the skin would have less than two of them, up to 64 million for a
     // solid model. Without it the skin of a large model may be too thin to keep the cells inside.
     bool follows_skin = false;
-    // Takes the steps out of the cells and reduces them, no farther than half a voxel.
+    // Takes the steps out of the cells and reduces them, by which they move half a voxel at most.
     bool is_refined = false;
 };
 

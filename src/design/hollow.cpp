@@ -162,10 +162,6 @@ struct Wall {
     Wall(const TriMesh& model, double thickness, double voxel_size)
         : gauge(model),
           least(std::max(thickness - kMostMissing * voxel_size, kLeastWall * voxel_size)) {}
-
-    bool stands(const TriMesh& cavity) const {
-        return gauge.least_distance(cavity, least) >= least;
-    }
 };
 
 // Drops the voxels around the corners of these faces, which smoothing has moved by less than half a
@@ -189,47 +185,83 @@ void drop_voxels_at(VoxelGrid& core, const TriMesh& surface, const Array<std::ui
     mark_exposed_sides(core);
 }
 
-// Makes the smoothed surface of the voxels, without those whose surface is too near to the model.
-// False when some still are after many rounds. With fewer than kFewestVoxels the mesh is of no use.
-bool form_cavity(VoxelGrid& core, const Wall* wall, TriMesh& mesh, RunContext& run) {
-    for (int round = 0; round < kMostRounds; ++round) {
-        // Only the last export counts.
-        std::string text;
-        RunLog log([&text](std::string_view part) { text += part; });
-        RunContext quiet{{}, log};
-        export_voxels(mesh, core, quiet);
-        bool is_clear = true;
-        if (core.size() >= kFewestVoxels) {
-            smooth_voxel_surface(mesh);
-            if (wall != nullptr) {
-                const auto is_near = wall->gauge.faces_nearer_than(mesh, wall->least);
-                is_clear = std::find(is_near.begin(), is_near.end(), 1) == is_near.end();
-                if (!is_clear) drop_voxels_at(core, mesh, is_near);
-            }
-        }
-        if (is_clear) {
+// The making of a cavity's surface out of its voxels.
+class CavityMaker {
+public:
+    CavityMaker(VoxelGrid& core, const Wall* wall, const HollowOptions& options)
+        : core_(core), wall_(wall), options_(options) {}
+
+    /// Until the cavity keeps clear of the model, voxels that are too near are dropped. False when
+    /// some still are after many rounds. With fewer than kFewestVoxels the mesh is of no use.
+    bool run(TriMesh& mesh, RunContext& run) {
+        for (int round = 0; round < kMostRounds; ++round) {
+            // Only the last export counts.
+            std::string text;
+            RunLog log([&text](std::string_view part) { text += part; });
+            RunContext quiet{{}, log};
+            export_voxels(mesh, core_, quiet);
+            const bool is_left = core_.size() >= kFewestVoxels;
+            if (is_left && round == 0) run.progress.set(70);
+            if (is_left) smooth_voxel_surface(mesh);
+            if (is_left && round == 0) run.progress.set(80);
+            if (is_left && !finish(mesh)) continue;
             run.log.append(text);
             return true;
         }
+        return false;
     }
-    return false;
-}
 
-// Collapsing edges keeps the surface a manifold, no more than that. What strays from the voxels,
-// crosses itself, thins the wall or has slivers is not handed out.
-void reduce_faithfully(TriMesh& mesh, const VoxelGrid& core, const Wall* wall) {
-    const TriMesh whole = mesh;
-    const std::size_t first = whole.faces.size() > kLargeSurface ? kFirstOfLarge : 0;
-    for (std::size_t i = first; i < kReductions.size(); ++i) {
-        (void)reduce(mesh, kReductions[i]);
-        if (mend_slivers(mesh) == 0 && follows(mesh, core) &&
-            find_self_intersections(mesh, 0).count == 0 &&
-            (wall == nullptr || wall->stands(mesh))) {
-            return;
+    double smallest_wall() const { return smallest_wall_; }
+
+private:
+    // Collapsing edges keeps the surface a manifold, no more than that. What strays from the
+    // voxels, crosses itself, thins the wall or has slivers is not handed out. False when voxels
+    // had to be dropped.
+    bool finish(TriMesh& mesh) {
+        const TriMesh whole = mesh;
+        bool is_clear = wall_ == nullptr;
+        const std::size_t first = whole.faces.size() > kLargeSurface ? kFirstOfLarge : 0;
+        for (std::size_t i = first; options_.is_reduced && i < kReductions.size(); ++i) {
+            (void)reduce(mesh, kReductions[i]);
+            if (mend_slivers(mesh) == 0 && follows(mesh, core_) &&
+                find_self_intersections(mesh, 0).count == 0) {
+                if (stands(mesh)) return true;
+                // It may be the fault of the voxels.
+                if (!is_clear && !clear(whole)) return false;
+                is_clear = true;
+            }
+            mesh = whole;
         }
-        mesh = whole;
+        if (!is_clear && !clear(whole)) return false;
+        measure(mesh, std::numeric_limits<double>::infinity());
+        return true;
     }
-}
+
+    bool stands(const TriMesh& mesh) {
+        if (wall_ == nullptr) return true;
+        measure(mesh,
+                options_.measures_wall ? std::numeric_limits<double>::infinity() : wall_->least);
+        return smallest_wall_ >= wall_->least;
+    }
+
+    void measure(const TriMesh& mesh, double limit) {
+        if (wall_ == nullptr || (std::isinf(limit) && !options_.measures_wall)) return;
+        smallest_wall_ = wall_->gauge.least_distance(mesh, limit);
+    }
+
+    // Whether the voxels leave the wall; if not, those that are too near are dropped.
+    bool clear(const TriMesh& whole) {
+        const Array<std::uint8_t> is_near = wall_->gauge.faces_nearer_than(whole, wall_->least);
+        if (std::find(is_near.begin(), is_near.end(), 1) == is_near.end()) return true;
+        drop_voxels_at(core_, whole, is_near);
+        return false;
+    }
+
+    VoxelGrid& core_;
+    const Wall* wall_;
+    const HollowOptions& options_;
+    double smallest_wall_ = 0;
+};
 
 }  // namespace
 
@@ -248,19 +280,17 @@ HollowReport hollow(TriMesh& mesh, float thickness, RunContext& run, const Hollo
     if (report.layers >= 1 && core.size() >= kFewestVoxels) {
         wall.emplace(mesh, double{thickness}, report.voxel_size);
     }
-    report.is_crossing = !form_cavity(core, wall ? &*wall : nullptr, mesh, run);
+    CavityMaker maker(core, wall ? &*wall : nullptr, options);
+    report.is_crossing = !maker.run(mesh, run);
     report.voxels = core.size();
     if (report.voxels < kFewestVoxels || report.is_crossing) {
         mesh = {};
         run.log.caution("hollow nothing!\n");
         return report;
     }
-    run.progress.set(70);
-    run.progress.set(80);
-    if (options.is_reduced) reduce_faithfully(mesh, core, wall ? &*wall : nullptr);
     run.progress.set(85);
     report.is_hollowed = true;
-    if (wall && options.measures_wall) report.smallest_wall = wall->gauge.least_distance(mesh);
+    if (wall && options.measures_wall) report.smallest_wall = maker.smallest_wall();
     report.cavity_volume = volume(mesh);
     run.log.value("hollow volume",
                   six_decimals(report.cavity_volume / report.model_volume * 100) + " %");

@@ -109,14 +109,11 @@ Box3f widened(const Triangle3& t, double by) {
 }  // namespace
 
 WallGauge::WallGauge(const TriMesh& model) : nearest_(model) {
-    Array<Box3f> boxes;
+    triangles_.reserve(model.faces.size());
     for (const Face& face : model.faces) {
-        if (face.deleted != 0) continue;
         triangles_.push_back({model.corner_position(face, 0), model.corner_position(face, 1),
                               model.corner_position(face, 2)});
-        boxes.push_back(face_box(model, face));
     }
-    tree_ = FaceTree(boxes);
 }
 
 WallGauge::Triangle WallGauge::triangle_of(std::uint32_t face) const {
@@ -132,7 +129,8 @@ double WallGauge::distance_of(const Triangle& triangle, double limit) const {
     if (!is_finite(middle) || !nearest_.find(middle, reach * reach).is_found()) return limit;
     const Plane plane(triangle);
     double least = limit;
-    tree_.visit_overlapping(
+    const FaceTree& tree = nearest_.tree();
+    tree.visit_overlapping(
         widened(triangle, limit),
         [&](std::uint32_t face) {
             const Triangle other = triangle_of(face);
@@ -141,12 +139,12 @@ double WallGauge::distance_of(const Triangle& triangle, double limit) const {
             least = std::min(least, std::sqrt(squared_between(triangle, other)));
             return least == 0;
         },
-        [&](std::uint32_t node) { return plane.distance_of(tree_.nodes()[node].box) >= least; });
+        [&](std::uint32_t node) { return plane.distance_of(tree.nodes()[node].box) >= least; });
     return least;
 }
 
 double WallGauge::least_distance(const TriMesh& surface, double limit) const {
-    if (tree_.nodes().empty()) return limit;
+    if (nearest_.is_empty()) return limit;
     Array<double> distances;
     // From the corners first: with the nearest of these known, few faces are left to look at.
     distances.assign(surface.vertices.size(), limit);
@@ -172,7 +170,7 @@ double WallGauge::least_distance(const TriMesh& surface, double limit) const {
 
 Array<std::uint8_t> WallGauge::faces_nearer_than(const TriMesh& surface, double limit) const {
     Array<std::uint8_t> is_near(surface.faces.size(), 0);
-    if (tree_.nodes().empty()) return is_near;
+    if (nearest_.is_empty()) return is_near;
     parallel_for(is_near.size(), [&](std::size_t f) {
         const Triangle triangle = povmesh::triangle_of(surface, surface.faces[f]);
         is_near[f] = distance_of(triangle, limit) < limit ? 1 : 0;

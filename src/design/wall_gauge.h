@@ -6,7 +6,6 @@
 #include "base/array.h"
 #include "base/vec.h"
 #include "mesh/tri_mesh.h"
-#include "spatial/face_tree.h"
 #include "spatial/nearest_face.h"
 
 namespace povmesh {
@@ -14,7 +13,7 @@ namespace povmesh {
 /// The surface of a model, arranged so that walls to other surfaces can be measured: between whole
 /// triangles, not between samples of them. Holds copies: the model may change or go.
 ///
-/// Building takes O(n log n); about 200 bytes a face. All searches run on all threads, with the
+/// Building takes O(n log n); about 150 bytes a face. All searches run on all threads, with the
 /// same bits for any number of them. A face of the other surface takes about a microsecond where it
 /// is small and the model is farther away than asked about, and more where it is as near.
 class WallGauge {
@@ -36,8 +35,7 @@ private:
     Triangle triangle_of(std::uint32_t face) const;
 
     NearestFace nearest_;
-    Array<std::array<Vec3f, 3>> triangles_;
-    FaceTree tree_;
+    Array<std::array<Vec3f, 3>> triangles_;  // by face
 };
 
 }  // namespace povmesh

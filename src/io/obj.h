@@ -12,12 +12,12 @@
 namespace povmesh {
 
 struct ObjReadOptions {
-    // Off, the file is taken as hosts of the exported functions rely on: a vertex number stands as it
-    // is, so that a polygon with one that names no vertex read so far throws std::out_of_range
+    // Off, the file is taken as hosts of the exported functions rely on: a vertex number stands as
+    // it is, so that a polygon with one that names no vertex read so far throws std::out_of_range
     // ("invalid vector<T> subscript") and a triangle with one is left out, and of a number the
     // digits at its beginning count. On, negative numbers count back from the last vertex, vertices
-    // may follow their faces, and what cannot be what its writer meant is a BadFile with its line: a
-    // corner that names nothing or has more than three parts, a coordinate that is missing or not
+    // may follow their faces, and what cannot be what its writer meant is a BadFile with its line:
+    // a corner that names nothing or has more than three parts, a coordinate that is missing or not
     // wholly a decimal number.
     bool strict = false;
 };
@@ -46,10 +46,10 @@ struct ObjInfo {
 ///
 /// Lines "v" with up to three colour channels behind the coordinates (1.0 where there are none),
 /// "vt", "f" and "usemtl" count; all others are skipped. A "#" at the beginning of a word ends the
-/// line, a "\" at its end joins the next one unless it stands behind such a "#". A face has the number of "usemtl" lines before it,
-/// less one, as its label if all its corners have a texture coordinate, else -1. Faces of more than
-/// three corners are cut into triangles, after corners within 1e-6 of the one before have been left
-/// out. Numbers are read without regard to the locale.
+/// line, a "\" at its end joins the next one unless it stands behind such a "#". A face has the
+/// number of "usemtl" lines before it, less one, as its label if all its corners have a texture
+/// coordinate, else -1. Faces of more than three corners are cut into triangles, after corners
+/// within 1e-6 of the one before have been left out. Numbers are read without regard to the locale.
 ///
 /// @return  CannotRead when the file cannot be opened; TooLarge; BadFile when it holds no face, or
 ///          when reading is strict, with the line number, for what `strict` names.

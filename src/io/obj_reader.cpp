@@ -109,8 +109,8 @@ public:
         return {begin, static_cast<std::size_t>(p_ - begin)};
     }
 
-    /// Reads the number at the beginning of the next word; false, and no more numbers, when there is
-    /// none.
+    /// Reads the number at the beginning of the next word; false, and no more numbers, when there
+    /// is none.
     bool number(double& value) {
         while (p_ != last_ && is_blank(*p_)) ++p_;
         const char* const word = p_;

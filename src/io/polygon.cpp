@@ -12,9 +12,9 @@
 namespace povmesh {
 namespace {
 
-// A simple polygon always has an ear, so the search is for a polygon that meets itself once it finds
-// none; from there on it may look at so many more corners for each corner of the polygon, and at
-// some more for small ones.
+// A simple polygon always has an ear, so the search is for a polygon that meets itself once it
+// finds none; from there on it may look at so many more corners for each corner of the polygon, and
+// at some more for small ones.
 constexpr std::size_t kWorkAfterMeeting = 128;
 constexpr std::size_t kWorkOfSmallOnes = 50'000;
 

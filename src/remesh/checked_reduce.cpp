@@ -1,6 +1,6 @@
-// Reduces, searches the result for faces that cross, and reduces again with closer bounds on how far
-// the surface may move, most of all around there, until no faces cross but near crossings of the
-// model itself.
+// Reduces, searches the result for faces that cross, and reduces the model again: with the vertices
+// around there held, or with a larger share of the faces, until no faces cross but near crossings
+// of the model itself.
 #include "remesh/checked_reduce.h"
 
 #include <algorithm>

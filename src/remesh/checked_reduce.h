@@ -39,8 +39,8 @@ struct CheckedReduceReport {
 /// themselves, no collapse leaves the surface farther from where it was than a tenth of the
 /// diagonal of its shell's box, or makes a sliver. The result is searched for faces that cross. If
 /// any do that did not, the reduction is made again from the model, with the vertices around there
-/// held. Where that would hold much of the model or does not help, the share to keep is raised; when
-/// twelve passes do not help, the model is handed back as it was.
+/// held. Where that would hold much of the model or does not help, the share to keep is raised;
+/// when twelve passes do not help, the model is handed back as it was.
 ///
 /// The mesh is compact afterwards, and its uses are built. Same bits for any number of threads.
 /// Memory beside that of `reduce_parallel`: a copy of the mesh, and 17 MB.

@@ -31,8 +31,9 @@ namespace povmesh {
 /// has kGone as its first vertex.
 ///
 /// Open borders may be closed by ghosts: from each border edge a triangle to one vertex `outside`,
-/// its third, which is fixed and has no position. Then vertices at a border have closed fans as others have,
-/// and the link condition holds borders apart: two of their vertices have `outside` in common.
+/// its third, which is fixed and has no position. Then vertices at a border have closed fans as
+/// others have, and the link condition holds borders apart: two of their vertices have `outside` in
+/// common.
 struct CollapseMesh {
     /// In the place of an opposite: the edge is open, irregular or turned against its mate.
     static constexpr std::uint32_t kNone = 0xFFFFFFFF;

@@ -33,7 +33,7 @@ std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
         if (wanted == 0) return;
         const Array<std::uint32_t>& offsets = field.corners.offsets;
         ShellReducer<Quadric> reducer(field, offsets[shell], offsets[shell + 1],
-                                      {options.least_cosine, options.makes_no_slivers});
+                                      options.makes_no_slivers);
         tallies[shell] = reducer.run(wanted);
     };
     for_blocks(mesh.shells.size(), [&](std::size_t shell) {

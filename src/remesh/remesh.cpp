@@ -24,7 +24,7 @@
 namespace povmesh {
 namespace {
 
-constexpr double kMostTriangles = 50e6;
+constexpr double kMostTriangles = 10e6;
 
 // The bounds between which no edge is split or collapsed: after a split the halves are not shorter
 // than the one, after a collapse the edges not longer than the other.
@@ -530,7 +530,7 @@ RemeshReport remesh(TriMesh& mesh, const RemeshOptions& options, RunContext& run
     for (float& l : lengths) l *= static_cast<float>(kAim);
     const double factor = raising_factor(mesh, lengths, used.edge_length, kMostTriangles);
     if (factor > 1) {
-        run.log.caution("edge length raised, the model would have more than 50 million triangles");
+        run.log.caution("edge length raised, the model would have more than 10 million triangles");
         used.edge_length *= factor;
         for (float& l : lengths) l = narrow_to_float(static_cast<double>(l) * factor);
     }

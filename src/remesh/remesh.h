@@ -36,7 +36,7 @@ struct RemeshReport {
 /// they are. What was closed and manifold stays so, and no face is turned over. Colours, labels and
 /// texture coordinates are those of the nearest point of the original.
 ///
-/// A length that would make more than 50 million triangles is raised until it does not, with a
+/// A length that would make more than 10 million triangles is raised until it does not, with a
 /// caution in the log. The result is compact, and the same bits for any number of threads.
 ///
 /// Source: M. Botsch and L. Kobbelt, A remeshing approach to multiresolution modeling, SGP 2004.

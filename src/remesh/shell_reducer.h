@@ -31,11 +31,6 @@ namespace povmesh {
 // with all threads on each.
 inline constexpr std::size_t kSmallShell = 50000;
 
-struct ShellRules {
-    double least_cosine = 0;  // between the normals of a face before and after; not below 0
-    bool makes_no_slivers = false;
-};
-
 // What became of a shell; how often each rule turned an edge down.
 struct ShellTally {
     std::size_t rounds = 0;
@@ -48,13 +43,13 @@ template <typename Quadric>
 class ShellReducer {
 public:
     ShellReducer(ReductionField<Quadric>& field, std::size_t begin, std::size_t end,
-                 const ShellRules& rules)
+                 bool makes_no_slivers)
         : field_(field),
           mesh_(field.corners),
           begin_(begin),
           end_(end),
           live_(end - begin),
-          rules_(rules) {
+          makes_no_slivers_(makes_no_slivers) {
         if (!field.strayed.empty()) diagonal_ = find_diagonal();
     }
 
@@ -430,7 +425,7 @@ private:
         field_.costs[candidate] = kNever;
         if (!satisfies_link_condition(ring_a, ring_b)) return Outcome::Link;
         if (folds_over(ring_a, place) || folds_over(ring_b, place)) return Outcome::Folds;
-        if (rules_.makes_no_slivers && makes_slivers(ring_a, ring_b, place)) {
+        if (makes_no_slivers_ && makes_slivers(ring_a, ring_b, place)) {
             return Outcome::Sliver;
         }
         if (!field_.strayed.empty()) {
@@ -528,16 +523,7 @@ private:
         return common == 2;
     }
 
-    bool turns_too_far(Vec3d old_normal, Vec3d new_normal) const {
-        const double square = dot(old_normal, old_normal);
-        if (!(square > 0)) return false;
-        const double product = dot(old_normal, new_normal);
-        const double least = rules_.least_cosine;
-        return !(product > 0) || (least > 0 && product * product < least * least * square *
-                                                                       dot(new_normal, new_normal));
-    }
-
-    // True when a face that stays would turn too far. Its ring starts with the edge.
+    // True when a face that stays would turn by 90 degrees or more. Its ring starts with the edge.
     bool folds_over(const OneRing& ring, Vec3f place) const {
         const auto at = [&](std::int32_t v) {
             return to_double(field_.mesh.vertices[index(v)].position());
@@ -552,7 +538,7 @@ private:
             const Vec3d side = at(mesh_.apex(e)) - p;
             const Vec3d old_normal = cross(before - p, side);
             const Vec3d new_normal = cross(after - p, side);
-            if (turns_too_far(old_normal, new_normal)) return true;
+            if (!(dot(old_normal, new_normal) > 0) && dot(old_normal, old_normal) > 0) return true;
         }
         return false;
     }
@@ -652,7 +638,7 @@ private:
     CollapseMesh& mesh_;
     std::size_t begin_, end_;  // triangles of the shell; some may be gone
     std::size_t live_;
-    ShellRules rules_;
+    bool makes_no_slivers_;
     double diagonal_ = 1;  // of the shell's box, in the unit frame
     ShellTally tally_;
 };

@@ -22,10 +22,10 @@ struct RedundantFaces {
 /// The faces to remove so that no two hold the same three vertices and nothing that was closed
 /// opens. Of faces on one another
 ///
-/// - none stays where they are a wall without thickness: two bodies that share a side, a fold. Every
-///   edge around the wall is then held by an even number of other faces, or none of them is and each
-///   face lies back to back with another one;
-/// - else one stays, the first of those that have the winding of most.
+/// - none stays where they are a wall without thickness: two bodies that share a side, a fold.
+///   Every edge around the wall is then held by an even number of other faces, or none of them is
+///   and each face lies back to back with another one; - else one stays, the first of those that
+///   have the winding of most.
 ///
 /// n log n in the faces at vertices of such faces; linear otherwise.
 RedundantFaces find_redundant_faces(const TriMesh& mesh, const EdgeMates& mates);

@@ -8,9 +8,9 @@
 
 namespace povmesh {
 
-/// Deletes the faces of every filling that meets another live face beyond the corners and edges that
-/// they share, and gives its hole the fate Crosses. Of two fillings that meet each other the later
-/// one goes. Returns the number of fillings undone.
+/// Deletes the faces of every filling that meets another live face beyond the corners and edges
+/// that they share, and gives its hole the fate Crosses. Of two fillings that meet each other the
+/// later one goes. Returns the number of fillings undone.
 ///
 /// Time: a search among the added faces for each face, plus the face pairs whose boxes overlap.
 std::size_t undo_crossing_fillings(TriMesh& mesh, HoleReport& report);

@@ -55,16 +55,16 @@ struct RepairReport {
     std::size_t kept_cavities = 0;
 };
 
-/// Repairs in this order: drops misplaced faces when asked; drops tiny shells; removes all but the first of faces with the same three
-/// vertices; closes slits when asked; closes holes of up to 50 edges, unless a face has a label of 0
-/// or more; turns shells outward; compacts.
+/// Repairs in this order: drops misplaced faces when asked; drops tiny shells; removes all but the
+/// first of faces with the same three vertices; closes slits when asked; closes holes of up to 50
+/// edges, unless a face has a label of 0 or more; turns shells outward; compacts.
 ///
-/// Orientation, unless the fewest faces are to be turned: the walk of flaw detection, over positions
-/// tilted by 6.95011 degrees about the x axis, so that flat tops have one highest vertex. Its turns
-/// are kept when they are at most 1.5 % or at least 99 % of the shell's faces; in between the shell
-/// stays as it was. Then a closed, consistently wound shell of negative volume is turned over whole
-/// (the walk starts at faces that do not look down, and so misses an inside-out cone that stands on
-/// its base).
+/// Orientation, unless the fewest faces are to be turned: the walk of flaw detection, over
+/// positions tilted by 6.95011 degrees about the x axis, so that flat tops have one highest vertex.
+/// Its turns are kept when they are at most 1.5 % or at least 99 % of the shell's faces; in between
+/// the shell stays as it was. Then a closed, consistently wound shell of negative volume is turned
+/// over whole (the walk starts at faces that do not look down, and so misses an inside-out cone
+/// that stands on its base).
 ///
 /// The positions of the input keep their bits. Linear time in the number of faces; n log n where
 /// fillings are checked or shells of many faces at an edge are turned.

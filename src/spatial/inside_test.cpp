@@ -15,9 +15,9 @@ Point2d along_x(Vec3d p) {
     return {p.y, p.z};
 }
 
-// Whether p lies, as seen along the x axis, inside the triangle: it does when an odd number of edges
-// passes above it. A point on an edge is taken as moved by a little along z, and by far less along
-// y; so the triangles at a common edge or corner agree on who has it.
+// Whether p lies, as seen along the x axis, inside the triangle: it does when an odd number of
+// edges passes above it. A point on an edge is taken as moved by a little along z, and by far less
+// along y; so the triangles at a common edge or corner agree on who has it.
 bool is_seen_inside(const Triangle& t, Vec3d p) {
     bool is_inside = false;
     for (std::size_t i = 0; i < 3; ++i) {

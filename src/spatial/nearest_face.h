@@ -46,6 +46,9 @@ public:
 
     bool is_empty() const { return tree_.nodes().empty(); }
 
+    /// The tree that the search goes through; its numbers are those of the faces.
+    const FaceTree& tree() const { return tree_; }
+
 private:
     /// The points within a distance of a line segment. The boxes of long thin triangles that do not
     /// lie along the axes are wide, and those around a vertex of high valence all overlap; capsules

@@ -7,11 +7,12 @@
 #include <cmath>
 #include <limits>
 #include <numeric>
+#include <span>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "base/convert.h"
-#include "base/parallel.h"
 #include "mesh/bounds.h"
 
 namespace povmesh {
@@ -70,7 +71,6 @@ public:
     void run() {
         if (cells_x_ == 0) return;
         make_samples();
-        drop_what_needs_none();
         first_column_.assign(cells_x_ * cells_y_, kNone);
         for (std::uint32_t c = 0; c < columns_.size(); ++c) enter_column(c);
         settle_held();
@@ -94,26 +94,129 @@ private:
             if (is_worth(r)) area += overhangs_.areas[r];
         }
         step_ = std::max(options_.spacing / kSamplesAcross, std::sqrt(area / kMostSamples));
-        Array<std::uint32_t> largest;  // face by region without a sample
-        largest.assign(overhangs_.areas.size(), kNone);
-        Array<std::uint8_t> is_met;
-        is_met.assign(overhangs_.areas.size(), 0);
-        for (std::uint32_t f = 0; f < mesh_.faces.size(); ++f) {
-            const std::uint32_t region = overhangs_.region_of_face[f];
-            if (region == kNoRegion || !is_worth(region)) continue;
-            if (sample_face(f, region)) is_met[region] = 1;
-            if (largest[region] == kNone || size_of(f) > size_of(largest[region])) {
-                largest[region] = f;
-            }
-        }
-        for (std::uint32_t r = 0; r < largest.size(); ++r) {
-            if (largest[r] == kNone || is_met[r] != 0) continue;
-            const std::array<Vec3d, 3> p = corners(largest[r]);
-            add_sample((p[0] + p[1] + p[2]) / 3.0, r, false);
-        }
+        is_met_.assign(overhangs_.areas.size(), 0);
+        if (area > 0) sample_rows();
+        const std::size_t first = samples_.size();
+        add_missed_regions();
         auto next = static_cast<std::uint32_t>(overhangs_.areas.size());
         for (const Tip& tip : overhangs_.tips) {
-            add_sample(tip.place, tip.region == kNoRegion ? next++ : tip.region, true);
+            const std::uint32_t region = tip.region == kNoRegion ? next++ : tip.region;
+            samples_.push_back({tip.place, 0, region, true, false});
+        }
+        for (std::size_t s = first; s < samples_.size(); ++s) {
+            Sample& sample = samples_[s];
+            const UprightLines::Below below = lines_.look_down(sample.place);
+            sample.floor = std::max(below.floor, options_.plate);
+            sample.is_settled = !below.is_outside || !(sample.place.z - sample.floor > kLeastGap);
+        }
+        samples_.erase(std::remove_if(samples_.begin(), samples_.end(),
+                                      [](const Sample& s) { return s.is_settled; }),
+                       samples_.end());
+    }
+
+    // Regions between the lines get a sample in their largest face.
+    void add_missed_regions() {
+        Array<std::uint32_t> largest;
+        largest.assign(is_met_.size(), kNone);
+        for (std::uint32_t f = 0; f < mesh_.faces.size(); ++f) {
+            const std::uint32_t region = overhangs_.region_of_face[f];
+            if (region == kNoRegion || is_met_[region] != 0 || !is_worth(region)) continue;
+            std::uint32_t& best = largest[region];
+            if (best == kNone || size_of(f) > size_of(best)) best = f;
+        }
+        for (std::uint32_t r = 0; r < largest.size(); ++r) {
+            if (largest[r] == kNone) continue;
+            const std::array<Vec3d, 3> p = corners(largest[r]);
+            samples_.push_back({(p[0] + p[1] + p[2]) / 3.0, 0, r, false, false});
+        }
+    }
+
+    struct ActiveFace {
+        std::uint32_t face, first, end;  // rows that it reaches
+    };
+    struct Hit {
+        std::uint32_t line, face;
+        double z;
+        std::int32_t way;
+    };
+
+    // Sweeps the rows of the lattice, with the faces that reach each; lines lie off whole numbers,
+    // which edges of drawn parts lie on.
+    void sample_rows() {
+        const double x0 = low_.x + 0.3719 * step_;
+        const double y0 = low_.y + 0.4127 * step_;
+        const auto most = static_cast<double>(std::max(cells_x_, cells_y_)) * kSamplesAcross;
+        const auto clamped = [most](double place) {
+            return saturate_to<std::uint32_t>(std::clamp(place, 0.0, most));
+        };
+        Array<ActiveFace> faces;  // by first row
+        for (std::uint32_t f = 0; f < mesh_.faces.size(); ++f) {
+            const std::array<Vec3d, 3> p = corners(f);
+            const bool is_sound = is_finite(p[0]) && is_finite(p[1]) && is_finite(p[2]);
+            if (mesh_.faces[f].deleted != 0 || !is_sound) continue;
+            const auto [low, high] = std::minmax({p[0].y, p[1].y, p[2].y});
+            const std::uint32_t first = clamped(std::ceil((low - y0) / step_));
+            const std::uint32_t end = clamped(std::floor((high - y0) / step_) + 1);
+            if (first < end) faces.push_back({f, first, end});
+        }
+        std::stable_sort(faces.begin(), faces.end(), [](const ActiveFace& a, const ActiveFace& b) {
+            return a.first < b.first;
+        });
+        Array<ActiveFace> active;
+        Array<Hit> hits;
+        std::size_t next = 0;
+        for (std::uint32_t row = 0; next < faces.size() || !active.empty(); ++row) {
+            while (next < faces.size() && faces[next].first == row) active.push_back(faces[next++]);
+            const double y = y0 + row * step_;
+            hits.clear();
+            for (std::size_t k = 0; k < active.size();) {
+                if (active[k].end <= row) {
+                    active[k] = active.back();
+                    active.pop_back();
+                    continue;
+                }
+                const std::uint32_t f = active[k++].face;
+                const std::array<Vec3d, 3> p = corners(f);
+                const RowSpan span =
+                    row_span(p, y, [&](double x) { return clamped(std::ceil((x - x0) / step_)); });
+                if (span.from == span.end) continue;
+                const Vec3d normal = cross(p[1] - p[0], p[2] - p[0]);
+                for (std::uint32_t i = span.low(); i < span.high(); ++i) {
+                    hits.push_back({i, f, height_at(p, normal, x0 + i * step_, y), span.way()});
+                }
+            }
+            std::sort(hits.begin(), hits.end(), [](const Hit& a, const Hit& b) {
+                return std::tie(a.line, a.z, a.way, a.face) < std::tie(b.line, b.z, b.way, b.face);
+            });
+            for (std::size_t i = 0; i < hits.size();) {
+                std::size_t end = i + 1;
+                while (end < hits.size() && hits[end].line == hits[i].line) ++end;
+                follow({hits.data() + i, hits.data() + end}, x0 + hits[i].line * step_, y);
+                i = end;
+            }
+        }
+    }
+
+    // A line from below. Where holes of the mesh leave open what is inside, the next face below
+    // tells.
+    void follow(std::span<const Hit> hits, double x, double y) {
+        std::int32_t all = 0;
+        for (const Hit& hit : hits) all += hit.way;
+        std::int32_t depth = 0;
+        std::int32_t below = 1;  // way of the face below
+        double floor = options_.plate;
+        for (const Hit& hit : hits) {
+            const std::uint32_t region = overhangs_.region_of_face[hit.face];
+            if (hit.way < 0 && region != kNoRegion && is_worth(region)) {
+                is_met_[region] = 1;
+                const bool is_outside = all == 0 ? depth <= 0 : below > 0;
+                if (is_outside && hit.z - floor > kLeastGap) {
+                    samples_.push_back({{x, y, hit.z}, floor, region, false, false});
+                }
+            }
+            depth -= hit.way;
+            below = hit.way;
+            floor = std::max(floor, hit.z);
         }
     }
 
@@ -129,47 +232,6 @@ private:
         const std::array<Vec3d, 3> p = corners(face);
         return -cross(p[1] - p[0], p[2] - p[0]).z;
     }
-    void add_sample(Vec3d place, std::uint32_t region, bool is_tip) {
-        samples_.push_back({place, 0, region, is_tip, false});
-    }
-
-    // The points of the lattice over a face; off whole numbers, which edges of drawn parts lie on.
-    bool sample_face(std::uint32_t face, std::uint32_t region) {
-        const std::array<Vec3d, 3> p = corners(face);
-        const Vec3d normal = cross(p[1] - p[0], p[2] - p[0]);
-        const double x0 = low_.x + 0.3719 * step_;
-        const double y0 = low_.y + 0.4127 * step_;
-        const auto [low, high] = std::minmax({p[0].y, p[1].y, p[2].y});
-        const auto most = static_cast<double>(std::max(cells_x_, cells_y_)) * kSamplesAcross;
-        const auto line = [&](double x) {
-            return saturate_to<std::uint32_t>(std::clamp(std::ceil((x - x0) / step_), 0.0, most));
-        };
-        const double end = std::clamp(std::floor((high - y0) / step_) + 1, 0.0, most);
-        bool is_met = false;
-        for (double j = std::clamp(std::ceil((low - y0) / step_), 0.0, most); j < end; ++j) {
-            const double y = y0 + j * step_;
-            const RowSpan span = row_span(p, y, line);
-            for (std::uint32_t i = span.low(); i < span.high(); ++i) {
-                const double x = x0 + i * step_;
-                add_sample({x, y, height_at(p, normal, x, y)}, region, false);
-                is_met = true;
-            }
-        }
-        return is_met;
-    }
-
-    void drop_what_needs_none() {
-        parallel_for(samples_.size(), [this](std::size_t s) {
-            Sample& sample = samples_[s];  // writes only s's own entry
-            const UprightLines::Below below = lines_.look_down(sample.place);
-            sample.floor = std::max(below.floor, options_.plate);
-            sample.is_settled = !below.is_outside || !(sample.place.z - sample.floor > kLeastGap);
-        });
-        samples_.erase(std::remove_if(samples_.begin(), samples_.end(),
-                                      [](const Sample& s) { return s.is_settled; }),
-                       samples_.end());
-    }
-
     // -------------------------------------------------------------- cells as wide as the spacing
 
     std::size_t cell_along(double at, double low, std::size_t count) const {
@@ -401,6 +463,7 @@ private:
     std::size_t cells_x_ = 0;
     std::size_t cells_y_ = 0;
     Array<Sample> samples_;
+    Array<std::uint8_t> is_met_;         // by region: a line of the lattice passes it
     Array<std::uint32_t> first_column_;  // by cell
     Array<std::uint32_t> next_column_;   // by column, in its cell
     Array<std::uint32_t> offsets_;       // by cell

@@ -24,8 +24,9 @@ struct AddedColumnOptions {
 /// no column.
 ///
 /// @param columns  those in the rows, in any order; new ones follow
-/// Time: linear in the area of overhangs in 36ths of the squared spacing, up to 4 million, each
-/// with the cost of a line; and for each column added that of some lines.
+/// Time: linear in the rows that faces reach and in the area of the faces, both seen from above, in
+/// steps of a sixth of the spacing (more, so that there are 4 million samples at most), with their
+/// sorting; and for each column added that of some lines.
 void add_columns(const TriMesh& mesh, const UprightLines& lines, const Overhangs& overhangs,
                  const AddedColumnOptions& options, Array<Column>& columns);
 

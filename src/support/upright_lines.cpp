@@ -67,13 +67,17 @@ UprightLines::Below UprightLines::look_down(Vec3d from) const {
 
 bool UprightLines::is_free(double x, double y, double low, double high) const {
     if (!(low < high)) return true;
+    // First the stretch alone: around a hub there are many faces above and below it.
     bool is_crossed = false;
+    for_each(x, y, low, high, [&](double z, std::int32_t /*way*/, std::uint32_t /*face*/) {
+        is_crossed = is_crossed || (z > low && z < high);
+    });
+    if (is_crossed) return false;
     LineBelow line;
     for_each(x, y, [&](double z, std::int32_t way, std::uint32_t /*face*/) {
-        is_crossed = is_crossed || (z > low && z < high);
         line.add(z, way, z < high);
     });
-    return !is_crossed && line.is_outside();
+    return line.is_outside();
 }
 
 }  // namespace povmesh

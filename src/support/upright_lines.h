@@ -62,6 +62,12 @@ public:
     /// Calls visit(z, way, face) for each face that the line passes, in no order.
     template <typename Visit>
     void for_each(double x, double y, Visit&& visit) const {
+        constexpr double kEnd = std::numeric_limits<float>::max();
+        for_each(x, y, -kEnd, kEnd, visit);
+    }
+    /// The same for a stretch of the line; faces that only reach into its heights may come, too.
+    template <typename Visit>
+    void for_each(double x, double y, double low, double high, Visit&& visit) const {
         constexpr float kInfinity = std::numeric_limits<float>::infinity();
         const auto place = [x](double edge_x) { return edge_x <= x ? 0U : 1U; };
         const auto floats = [](double v) {
@@ -70,7 +76,7 @@ public:
         };
         const auto [low_x, high_x] = floats(x);
         const auto [low_y, high_y] = floats(y);
-        const Box3f line{{low_x, low_y, -kInfinity}, {high_x, high_y, kInfinity}};
+        const Box3f line{{low_x, low_y, floats(low)[0]}, {high_x, high_y, floats(high)[1]}};
         tree_.visit_overlapping(line, [&](std::uint32_t face) {
             const std::array<Vec3d, 3> p = corners(face);
             const RowSpan span = row_span(p, y, place);

@@ -16,6 +16,7 @@ namespace povmesh {
 
 /// The exported functions as a host has them: found by name, or linked.
 struct Exports {
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a declaration
 #define POVMESH_MEMBER(result, name, parameters) result(*name) parameters = nullptr;
     POVMESH_FOR_EACH_EXPORT(POVMESH_MEMBER)
 #undef POVMESH_MEMBER

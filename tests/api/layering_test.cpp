@@ -17,7 +17,10 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kInclude = "#include \"";
 
-const fs::path kSources = POVMESH_SOURCE_FOLDER;
+const fs::path& sources() {
+    static const fs::path folder = POVMESH_SOURCE_FOLDER;
+    return folder;
+}
 
 std::vector<std::string> lines_of(const fs::path& file) {
     std::vector<std::string> lines;
@@ -29,7 +32,7 @@ std::vector<std::string> lines_of(const fs::path& file) {
 /// The room's place in the order that CONTRIBUTING.md tells; rooms beside one another share it.
 std::map<std::string, int> read_order() {
     std::map<std::string, int> order;
-    for (const std::string& line : lines_of(kSources / "CONTRIBUTING.md")) {
+    for (const std::string& line : lines_of(sources() / "CONTRIBUTING.md")) {
         if (!line.starts_with("    base < ")) continue;
         int level = 0;
         std::istringstream words(line);
@@ -64,10 +67,10 @@ std::string complaint(const std::string& folder, const std::string& path) {
 TEST(Layering, IncludesOnlyGoDown) {
     int include_count = 0;
     for (const char* root : {"src", "cli"}) {
-        for (const auto& entry : fs::recursive_directory_iterator(kSources / root)) {
+        for (const auto& entry : fs::recursive_directory_iterator(sources() / root)) {
             const fs::path& file = entry.path();
             if (file.extension() != ".cpp" && file.extension() != ".h") continue;
-            const fs::path inside = fs::relative(file, kSources);
+            const fs::path inside = fs::relative(file, sources());
             const std::string folder =
                 std::string(root) == "cli" ? "cli" : (++inside.begin())->string();
             ASSERT_TRUE(layer_of(folder)) << inside;
@@ -77,7 +80,7 @@ TEST(Layering, IncludesOnlyGoDown) {
                 const std::string path =
                     line.substr(kInclude.size(), line.find('"', kInclude.size()) - kInclude.size());
                 const bool is_own = fs::exists(file.parent_path() / path) ||
-                                    (folder == "cli" && fs::exists(kSources / "cli" / path));
+                                    (folder == "cli" && fs::exists(sources() / "cli" / path));
                 EXPECT_EQ(is_own ? "" : complaint(folder, path), "") << inside << ": " << line;
             }
         }
@@ -89,7 +92,7 @@ TEST(Layering, IncludesOnlyGoDown) {
 TEST(Layering, NoRoomIsMissingFromTheMaps) {
     int last = 0;
     std::set<std::string> built;
-    for (const std::string& line : lines_of(kSources / "src/CMakeLists.txt")) {
+    for (const std::string& line : lines_of(sources() / "src/CMakeLists.txt")) {
         constexpr std::string_view kAdd = "add_subdirectory(";
         if (!line.starts_with(kAdd)) continue;
         const std::string room = line.substr(kAdd.size(), line.find(')') - kAdd.size());
@@ -99,11 +102,11 @@ TEST(Layering, NoRoomIsMissingFromTheMaps) {
         built.insert(room);
     }
     std::set<std::string> listed;
-    for (const std::string& line : lines_of(kSources / "CONTRIBUTING.md")) {
+    for (const std::string& line : lines_of(sources() / "CONTRIBUTING.md")) {
         if (line.starts_with("src/")) listed.insert(line.substr(4, line.find('/', 4) - 4));
     }
     std::set<std::string> there;
-    for (const auto& entry : fs::directory_iterator(kSources / "src")) {
+    for (const auto& entry : fs::directory_iterator(sources() / "src")) {
         if (entry.is_directory()) there.insert(entry.path().filename().string());
     }
     EXPECT_EQ(built, there);

@@ -166,5 +166,13 @@ TEST_F(Remesh, TellsWhatCannotBe) {
     }
 }
 
+// The wall of the ball is a fifteenth of the edge.
+TEST_F(Remesh, WhatCrossesIsNotPassedOffAsGood) {
+    const ToolResult result = run({"remesh", "ball.stl", "-o", "coarse.stl", "--edge", "3"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("intersecting faces that the model did not have, one near"));
+    EXPECT_EQ(run({"remesh", "sphere.stl", "-o", "even.stl", "--edge", "1"}).status, 0);
+}
+
 }  // namespace
 }  // namespace povmesh

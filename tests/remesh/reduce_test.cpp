@@ -94,8 +94,8 @@ SoupVector bipyramid(std::size_t count) {
     return soup;
 }
 
-// The queue's reduction a second time, with the plainest containers and nothing left out: every face
-// puts in all its edges, and the link condition is tested by sets.
+// The queue's reduction a second time, with the plainest containers and nothing left out: every
+// face puts in all its edges, and the link condition is tested by sets.
 class LiteralReduction {
 public:
     LiteralReduction(TriMesh& mesh, const ReduceOptions& options)

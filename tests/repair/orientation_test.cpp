@@ -92,7 +92,8 @@ TEST(Orientation, ExactlyTheTurnedFacesOfClosedShellsAreFound) {
         const Faces turned = some_of(count, share, 3);
         EXPECT_EQ(turned_in(with_turned(ball, turned)), turned) << share;
     }
-    // A cavity with turned faces is made consistent, not filled; with all of its model it is turned.
+    // A cavity with turned faces is made consistent, not filled; with all of its model it is
+    // turned.
     const SoupVector hollow =
         joined(cube(0, 60), shapes::turned(with_turned(cube(20, 40), {3, 7})));
     EXPECT_EQ(turned_in(hollow), (Faces{15, 19}));

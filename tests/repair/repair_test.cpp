@@ -462,8 +462,8 @@ TEST(RedundantFaces, WallsWithoutThicknessGoAndNothingOpens) {
     }
 }
 
-// A pyramid in any position; some faces at the edge from a to b are divided along it, the face below
-// at `below` and the one above at `above`, shares of its length.
+// A pyramid in any position; some faces at the edge from a to b are divided along it, the face
+// below at `below` and the one above at `above`, shares of its length.
 SoupVector slit_pyramid(const std::vector<float>& below, const std::vector<float>& above) {
     const Vec3f a{0.3F, 0.1F, 0.7F};
     const Vec3f b{9.1F, 3.7F, 1.9F};
@@ -519,10 +519,15 @@ TEST(Fillings, AFillingThatWouldCutThroughAnotherBodyIsUndone) {
 }
 
 TEST(Repair, StaysLinearAroundOneVertexAndOneEdge) {
-    for (const SoupVector& soup : {shapes::fan(100000, 1), shapes::book(100000)}) {
-        TriMesh mesh = shapes::mesh_of(soup);
-        repair(mesh);
-        EXPECT_EQ(mesh.faces.size(), 100000);
+    for (const bool as_tool : {false, true}) {
+        RepairOptions options;
+        options.remove_idle_walls = options.close_slits = as_tool;
+        options.check_fillings = options.turn_fewest = options.keep_cavities = as_tool;
+        for (const SoupVector& soup : {shapes::fan(100000, 1), shapes::book(100000)}) {
+            TriMesh mesh = shapes::mesh_of(soup);
+            repair(mesh, options);
+            EXPECT_EQ(mesh.faces.size(), 100000);
+        }
     }
     TriMesh empty;
     repair(empty);
@@ -530,8 +535,8 @@ TEST(Repair, StaysLinearAroundOneVertexAndOneEdge) {
 }
 
 TEST(CloseHoles, ManyNestedRimsTakeNoLongerThanOthers) {
-    // Hexagonal umbrellas with their rims in one plane, each within most of the larger ones, or side
-    // by side.
+    // Hexagonal umbrellas with their rims in one plane, each within most of the larger ones, or
+    // side by side.
     constexpr int kCount = 40000;
     std::array<double, 2> seconds{};
     for (const bool are_nested : {true, false}) {

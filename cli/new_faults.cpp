@@ -1,0 +1,39 @@
+#include "cli/new_faults.h"
+
+#include <cmath>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/findings_report.h"
+#include "cli/numbers.h"
+#include "mesh/volume.h"
+
+namespace povmesh::cli {
+
+void add_faults(const NewFaults& faults, double volume_before, double volume_after,
+                double notable_share, ChangeReport& report) {
+    const auto add = [](std::vector<std::string>& lines, const NewFault& fault,
+                        std::string_view what) {
+        if (fault.count == 0) return;
+        lines.push_back(with_separators(fault.count) + " " + std::string(what) +
+                        " that the model did not have, one " + place_text(fault.place));
+    };
+    add(report.doubts, faults.crossings, "pairs of intersecting faces");
+    add(report.warnings, faults.slivers, "nearly degenerate triangles");
+    add(report.warnings, faults.open_edges, "open edges");
+    add(report.warnings, faults.junctions, "edges of more than two triangles");
+    const double share = std::abs(volume_after - volume_before) / std::abs(volume_before);
+    if (faults.open_edges.count == 0 && share > notable_share) {
+        report.warnings.push_back(
+            "the volume is " + human_number(std::round(share * 1000) / 10) + " % " +
+            (std::abs(volume_after) < std::abs(volume_before) ? "smaller" : "larger"));
+    }
+}
+
+void add_faults(TriMesh& before, TriMesh& after, double notable_share, ChangeReport& report) {
+    add_faults(find_new_faults(before, after), volume(before), volume(after), notable_share,
+               report);
+}
+
+}  // namespace povmesh::cli
