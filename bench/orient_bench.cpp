@@ -1,8 +1,8 @@
 // The orientation search, and how near to the best of 5,000 directions it comes.
 //
-// Floor: a direction on all triangles of a stone of 1.3 million turns 655 thousand points (16 MB read,
-// 16 MB written) and reads three of them for each triangle: about 12 ms. 16 of these, and 250 on the
-// 50 thousand triangles of a first look, make half a second.
+// Floor: a direction on all triangles of a stone of 1.3 million turns 655 thousand points (16 MB
+// read, 16 MB written) and reads three of them for each triangle: about 12 ms. 16 of these, and 250
+// on the 50 thousand triangles of a first look, make half a second.
 #include <cmath>
 #include <vector>
 

@@ -144,9 +144,9 @@ private:
             [&](std::uint32_t i) { return orient3d(a, at(high_), at(third), at(i)) != 0; });
     }
 
-    // The polygon around points of one plane: the lower and the upper chain of those in order (A. M.
-    // Andrew, Another efficient algorithm for convex hulls in two dimensions, 1979), seen along an
-    // axis that keeps them apart.
+    // The polygon around points of one plane: the lower and the upper chain of those in order, seen
+    // along an axis that keeps them apart (A. M. Andrew, Another efficient algorithm for convex
+    // hulls in two dimensions, 1979).
     ConvexHull outline(std::uint32_t third) const {
         const int axis = *projection(low_, high_, third);
         std::vector<std::uint32_t> order;

@@ -1,5 +1,6 @@
-// Columns are sampled in their middles, moved off them by shares that no regular mesh has, so that no
-// sample falls on an edge. Hits are sorted into columns by counting, and within a column by height.
+// Columns are sampled in their middles, moved off them by shares that no regular mesh has, so that
+// no sample falls on an edge. Hits are sorted into columns by counting, and within a column by
+// height.
 #include "spatial/overhang.h"
 
 #include <algorithm>
@@ -12,8 +13,8 @@ namespace {
 constexpr std::size_t kMostColumns = 96;  // along each side
 constexpr std::size_t kFewestColumns = 8;
 
-// Hits of a look: a hundred for each column. Plain models have ten.
-constexpr double kMostHits = 1e6;
+// Hits of a look: twenty for each column. Plain models have ten at most.
+constexpr double kMostHits = 2e5;
 
 constexpr double kSampleX = 0.5 + 0.0271828;
 constexpr double kSampleY = 0.5 - 0.0141421;
