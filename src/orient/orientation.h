@@ -10,7 +10,8 @@
 
 namespace povmesh {
 
-/// What printing with a direction upward takes, in the units of the model. Cost and score have none.
+/// What printing with a direction upward takes, in the units of the model. Cost and score have
+/// none.
 struct Orientation {
     Vec3d up;                   // unit length, in the model
     double cost = 0;            // sum of weighted terms, 0 at best
@@ -24,8 +25,8 @@ struct Orientation {
 };
 
 struct OrientationReport {
-    /// Descending score, any two 5 degrees or more apart; at most 64. Empty without a face that has a
-    /// finite area.
+    /// Descending score, any two 5 degrees or more apart; at most 64. Empty without a face that has
+    /// a finite area.
     std::vector<Orientation> best;
     std::size_t directions_measured = 0;  // on columns, not by estimate
 };
@@ -38,13 +39,13 @@ struct OrientationReport {
 ///              inside out as a whole is taken as turned over
 ///
 /// The result does not depend on the model's unit and place, is the same bits for any number of
-/// threads, and near the same for other orders of the faces and other poses. Memory beside the mesh:
-/// about 60 bytes a triangle.
+/// threads, and near the same for other orders of the faces and other poses. Memory beside the
+/// mesh: about 60 bytes a triangle.
 ///
-/// Sources: B. Ezair, F. Massarwi, G. Elber, Orientation analysis of 3D objects toward minimal support
-/// volume in 3D-printing, Computers & Graphics 51, 2015; D. Frank, G. Fadel, Expert system-based
-/// selection of the preferred direction of build for rapid prototyping processes, Journal of
-/// Intelligent Manufacturing 6, 1995 (facets of the hull, criteria).
+/// Sources: B. Ezair, F. Massarwi, G. Elber, Orientation analysis of 3D objects toward minimal
+/// support volume in 3D-printing, Computers & Graphics 51, 2015; D. Frank, G. Fadel, Expert
+/// system-based selection of the preferred direction of build for rapid prototyping processes,
+/// Journal of Intelligent Manufacturing 6, 1995 (facets of the hull, criteria).
 OrientationReport find_orientations(const TriMesh& mesh, RunContext& run);
 
 /// Measures one direction. All 0 for a mesh without a face that has a finite area.

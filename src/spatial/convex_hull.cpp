@@ -9,14 +9,14 @@
 
 #include "base/predicates.h"
 
-// Quickhull. The hull grows from a tetrahedron. Every point that is still outside hangs on one facet
-// that it is strictly above. The farthest one of a facet is the next vertex: the facets that it is
-// strictly above are a disc, which gives way to a fan of facets from the vertex to the rim of the
-// disc, and the points that hung on the disc move to the fan or are inside.
+// Quickhull. The hull grows from a tetrahedron. Every point that is still outside hangs on one
+// facet that it is strictly above. The farthest one of a facet is the next vertex: the facets that
+// it is strictly above are a disc, which gives way to a fan of facets from the vertex to the rim of
+// the disc, and the points that hung on the disc move to the fan or are inside.
 //
-// "Strictly above" is decided exactly, so the disc is a disc and no triangle of the fan degenerates:
-// on the line of a rim edge the vertex would lie in the planes of the facets at both its sides, and
-// see neither.
+// "Strictly above" is decided exactly, so the disc is a disc and no triangle of the fan
+// degenerates: on the line of a rim edge the vertex would lie in the planes of the facets at both
+// its sides, and see neither.
 
 namespace povmesh {
 namespace {

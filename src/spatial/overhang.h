@@ -27,15 +27,15 @@ struct Overhang {
 
 /// Measures the supports of a model by upright columns through it, 96 x 96 of them over the square
 /// around it; fewer where triangles lie above one another in such numbers that a look would take
-/// seconds (random triangles do). In each, a support runs from every face that enters the solid from below down to the
-/// face that leaves it, or to the plate under the lowest point. Parts that overlap or are nested
-/// count once, and so does a face that looks down with nothing of the model below; what stands in
-/// the shadow of the model stands on it.
+/// seconds (random triangles do). In each, a support runs from every face that enters the solid
+/// from below down to the face that leaves it, or to the plate under the lowest point. Parts that
+/// overlap or are nested count once, and so does a face that looks down with nothing of the model
+/// below; what stands in the shadow of the model stands on it.
 ///
 /// Keeps its memory from one direction to the next: 24 bytes a point.
 ///
-/// Source: B. Ezair, F. Massarwi, G. Elber, Orientation analysis of 3D objects toward minimal support
-/// volume in 3D-printing, Computers & Graphics 51, 2015.
+/// Source: B. Ezair, F. Massarwi, G. Elber, Orientation analysis of 3D objects toward minimal
+/// support volume in 3D-printing, Computers & Graphics 51, 2015.
 class OverhangMeter {
 public:
     /// @param up  of unit length
