@@ -10,18 +10,16 @@
 #include "cli/cavity.h"
 #include "cli/change.h"
 #include "cli/numbers.h"
+#include "design/cell_pieces.h"
 #include "mesh/volume.h"
 
 namespace povmesh::cli {
 namespace {
 
-// Cells come up to the surface less the skin by as many voxels at most.
-constexpr double kLeastSkin = 1.5;
-
 // Empty when there is a result.
 std::string failure_of(const InfillReport& report, double skin, TriMesh& model) {
     const std::string size = human_number(report.voxel_size);
-    const double least = kLeastSkin * report.voxel_size;
+    const double least = kThinnestSkin * report.voxel_size;
     if (skin < least) {
         return "a skin of " + human_number(skin) + " is too thin for the cubes of " + size +
                " that cells of this model are made of; take at least " + human_number(least);

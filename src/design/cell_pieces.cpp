@@ -109,9 +109,12 @@ void open_inner_surfaces(VoxelGrid& grid, const Words& surface) {
     refresh_outside(grid);
 }
 
-VoxelGrid solid_of(const TriMesh& mesh, const CellOptions& options, RunContext& run) {
-    float size = voxel_size(volume(mesh), options);
-    size = affordable_size(model_box(mesh), {size, size, size}, kMostCells, run).x;
+float affordable_voxel_size(const TriMesh& mesh, const CellOptions& options, RunContext& run) {
+    const float size = voxel_size(volume(mesh), options);
+    return affordable_size(model_box(mesh), {size, size, size}, kMostCells, run).x;
+}
+
+VoxelGrid solid_of(const TriMesh& mesh, float size, RunContext& run) {
     Words surface;
     VoxelGrid grid = voxelise(mesh, {{size, size, size}}, run, &surface);
     run.progress.set(30);
@@ -219,8 +222,11 @@ std::vector<InfillCell> cells_of(const SurfacePieces& pieces, bool is_refined, d
 CellPieces make_cells(TriMesh& mesh, const CellOptions& options, RunContext& run) {
     CellPieces made;
     rotate(mesh, kTiltDegrees);
-    VoxelGrid grid = solid_of(mesh, options, run);
-    mesh = {};
+    const float wanted = affordable_voxel_size(mesh, options, run);
+    made.voxel_size = static_cast<double>(wanted);
+    const TriMesh model = std::exchange(mesh, {});
+    if (options.follows_skin && options.skin < kThinnestSkin * made.voxel_size) return made;
+    VoxelGrid grid = solid_of(model, wanted, run);
     const auto size = static_cast<double>(grid.settings().size.x);
     made.voxel_size = size;
     const Words skin = cells_within(grid, grid.outside(), wall_limit(options.skin, size));

@@ -9,6 +9,9 @@
 
 namespace povmesh {
 
+/// Cells come nearer to the surface than the skin by as many voxels at most.
+inline constexpr double kThinnestSkin = 1.5;
+
 struct InfillCell {
     TriMesh mesh;  // closed, a manifold, wound outward
     double surface = 0;
@@ -26,7 +29,8 @@ struct CellOptions {
     double skin = 1;                // model units
     double cells_per_million = 18;  // cells for each million voxels below the skin
     // Takes smaller voxels where the skin would have less than two of them, up to 64 million for a
-    // solid model. Without it the skin of a large model may be too thin to keep the cells inside.
+    // solid model; a skin of fewer than `kThinnestSkin` voxels even so gets no cells. Without it
+    // the skin of a large model may be too thin to keep the cells inside.
     bool follows_skin = false;
     // Takes the steps out of the cells and reduces them, by which they move half a voxel at most.
     bool is_refined = false;

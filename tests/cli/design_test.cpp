@@ -56,6 +56,12 @@ TEST_F(Design, InfillTakesMaterialOutOrSaysWhyNot) {
     EXPECT_EQ(none.status, 1);
     EXPECT_THAT(none.err, HasSubstr("nothing is written"));
     EXPECT_FALSE(std::filesystem::exists(path("none.stl")));
+    // Known from the size of the voxels: filling a quarter of a billion of them would take minutes.
+    write_stl_file("hall.stl", shapes::box({0, 0, 0}, {790, 790, 400}));
+    const ToolResult coarse =
+        run({"infill", "hall.stl", "-o", "none.stl", "--skin", "1.2", "--density", "0.3"});
+    EXPECT_EQ(coarse.status, 1);
+    EXPECT_THAT(coarse.err, HasSubstr("too thin for the cubes"));
     for (const char* density : {"-0.1", "1.5", "x"}) {
         EXPECT_EQ(run({"infill", "cube.stl", "-o", "none.stl", "--skin", "2", "--density", density})
                       .status,
