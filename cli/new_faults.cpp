@@ -23,6 +23,7 @@ void add_faults(const NewFaults& faults, double volume_before, double volume_aft
     add(report.warnings, faults.slivers, "nearly degenerate triangles");
     add(report.warnings, faults.open_edges, "open edges");
     add(report.warnings, faults.junctions, "edges of more than two triangles");
+    if (volume_before == 0) return;  // a sheet, or open: there is no share of it
     const double share = std::abs(volume_after - volume_before) / std::abs(volume_before);
     if (faults.open_edges.count == 0 && share > notable_share) {
         report.warnings.push_back(

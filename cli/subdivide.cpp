@@ -4,13 +4,18 @@
 #include "cli/shared_options.h"
 
 #include <cstdint>
+#include <limits>
 #include <string>
 
 #include "base/timer.h"
 #include "cli/change.h"
+#include "cli/new_faults.h"
 
 namespace povmesh::cli {
 namespace {
+
+// Results of more faces are not searched for crossings: that would take longer than all else.
+constexpr std::size_t kMostSearched = 2'000'000;
 
 SubdivideMode mode_of(const std::string& name) {
     if (name == "adaptive") return SubdivideMode::Adaptive;
@@ -21,6 +26,7 @@ int run_subdivide(const Arguments& arguments, Console& console) {
     const auto levels = static_cast<std::uint32_t>(arguments.number("--levels"));
     const SubdivideMode mode = mode_of(arguments.text("--mode"));
     return run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
+        TriMesh source = mesh;
         const Timer timer;
         for (std::uint32_t level = 0; level < levels; ++level) {
             subdivide(mesh, mode);
@@ -28,6 +34,10 @@ int run_subdivide(const Arguments& arguments, Console& console) {
         }
         ChangeReport report;
         report.seconds = timer.seconds();
+        // Smoothing takes volume away: that is no fault.
+        if (mesh.faces.size() <= kMostSearched) {
+            add_faults(source, mesh, std::numeric_limits<double>::infinity(), report);
+        }
         return report;
     });
 }
@@ -56,7 +66,7 @@ OperationSpec subdivide_operation() {
                      .choices = {"uniform", "adaptive", "smooth"},
                      .help = "Split all edges, only those longer than average, or none"},
                     json_object()},
-        .statuses = {Clean, Usage, CannotRead, CannotWrite},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
         .run = run_subdivide,
     };
 }

@@ -172,6 +172,15 @@ TEST_F(Remesh, WhatCrossesIsNotPassedOffAsGood) {
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.err, HasSubstr("intersecting faces that the model did not have, one near"));
     EXPECT_EQ(run({"remesh", "sphere.stl", "-o", "even.stl", "--edge", "1"}).status, 0);
+
+    // Smoothing pulls the sides of a box through the ball inside.
+    shapes::SoupVector nested = shapes::box({0, 0, 0}, {10, 10, 10});
+    shapes::append(nested, shapes::turned(shapes::sphere(4.9F, 3)));
+    for (std::size_t i = nested.size() - shapes::sphere(4.9F, 3).size(); i < nested.size(); ++i) {
+        nested[i] += 5;
+    }
+    write_stl_file("nested.stl", nested);
+    EXPECT_EQ(run({"subdivide", "nested.stl", "-o", "smooth.stl"}).status, 1);
 }
 
 }  // namespace
