@@ -18,6 +18,7 @@ OperationSpec subdivide_operation();
 OperationSpec hollow_operation();
 OperationSpec infill_operation();
 OperationSpec voxelize_operation();
+OperationSpec orient_operation();
 OperationSpec support_operation();
 OperationSpec strength_operation();
 OperationSpec convert_operation();

@@ -108,6 +108,23 @@ std::string table_text(std::span<const Row> rows) {
     return text;
 }
 
+std::string columns_text(std::span<const std::vector<std::string>> lines) {
+    std::vector<std::size_t> widths(lines.empty() ? 0 : lines.front().size());
+    for (const std::vector<std::string>& line : lines) {
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            widths[i] = std::max(widths[i], line[i].size());
+        }
+    }
+    std::string text;
+    for (const std::vector<std::string>& line : lines) {
+        for (std::size_t i = 0; i + 1 < line.size(); ++i) {
+            text += "  " + line[i] + std::string(widths[i] - line[i].size(), ' ');
+        }
+        text += "  " + line.back() + "\n";
+    }
+    return text;
+}
+
 std::string hole_sizes_text(std::span<const HoleSize> holes) {
     std::string text;
     for (std::size_t i = 0; i < holes.size(); ++i) {

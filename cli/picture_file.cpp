@@ -17,6 +17,10 @@ constexpr std::uint32_t kBarWidth = 24;
 constexpr std::uint32_t kMargin = 20;
 constexpr std::uint32_t kDot = 2;  // of a letter
 
+// Between two pictures.
+constexpr std::uint32_t kGap = 2;
+constexpr std::uint8_t kGapGrey = 150;
+
 // Letters of 5 x 7 dots, a row in each byte, the left dot in bit 4.
 struct Letter {
     char name;
@@ -64,6 +68,28 @@ Status write_file(const std::string& path, const Array<char>& content) {
     if (Status status = file.open(path); !status.ok()) return status;
     if (Status status = file.write(content); !status.ok()) return status;
     return file.commit();
+}
+
+std::uint32_t width_beside(std::uint32_t width) {
+    return (width - kGap) / 2;
+}
+
+picture::Image beside(const picture::Image& left, const picture::Image& right,
+                      std::uint32_t width) {
+    picture::Image both;
+    both.width = width;
+    both.height = left.height;
+    both.rgb.assign(std::size_t{width} * left.height * 3, kGapGrey);
+    for (std::size_t row = 0; row < left.height; ++row) {
+        const auto copy = [&](const picture::Image& from, std::size_t column) {
+            const std::size_t bytes = std::size_t{from.width} * 3;
+            std::copy_n(from.rgb.begin() + static_cast<std::ptrdiff_t>(row * bytes), bytes,
+                        both.rgb.begin() + static_cast<std::ptrdiff_t>((row * width + column) * 3));
+        };
+        copy(left, 0);
+        copy(right, width - right.width);
+    }
+    return both;
 }
 
 void add_strength_legend(picture::Image& image) {
