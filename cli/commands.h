@@ -20,6 +20,7 @@ OperationSpec infill_operation();
 OperationSpec voxelize_operation();
 OperationSpec support_operation();
 OperationSpec strength_operation();
+OperationSpec thickness_operation();
 OperationSpec convert_operation();
 OperationSpec render_operation();
 OperationSpec version_operation();
