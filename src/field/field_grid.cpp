@@ -16,9 +16,9 @@ constexpr Vec3d kShift = {6.0 / 16, 5.0 / 16, 7.0 / 16};
 constexpr double kMaxAlongAxis = 16000;
 constexpr double kMaxNodes = 2147483648.0;
 
-// Cells must stay apart when their centres are rounded to floats of 24 bits: a cell is at least 16
-// units in the last place of the greatest coordinate.
-constexpr double kMaxIndex = 0x1p20;
+// Points within neighbouring cells must stay apart when they are rounded to floats of 24 bits: a
+// cell is at least 64 units in the last place of the greatest coordinate.
+constexpr double kMaxIndex = 0x1p18;
 
 // Exact predicates hold from 2^-149 to 2^128; nodes are multiples of a sixteenth of a cell.
 constexpr double kLeastCell = 0x1p-130;
@@ -66,10 +66,11 @@ Status plan_grid(const Box3d& box, double cell, FieldGrid& grid) {
     const double longest = std::max({extent.x, extent.y, extent.z});
     const Vec3d counts = {std::floor(extent.x / side) + 4, std::floor(extent.y / side) + 4,
                           std::floor(extent.z / side) + 4};
-    const double all = counts.x * counts.y * counts.z;
+    const auto padded = [](double count) { return std::ceil(count / 8) * 8; };
+    const double all = padded(counts.x) * padded(counts.y) * padded(counts.z);
     if (std::max({counts.x, counts.y, counts.z}) > kMaxAlongAxis || all > kMaxNodes) {
         const double least =
-            std::max(longest / (kMaxAlongAxis - 8), side * std::cbrt(all / kMaxNodes) * 1.05);
+            std::max(longest / (kMaxAlongAxis - 8), side * std::cbrt(all / kMaxNodes) * 1.1);
         return too_large(at_least(all / 1e6) + " million nodes", side, least);
     }
     const Vec3d first = {std::floor(box.low.x / side) - 1, std::floor(box.low.y / side) - 1,
