@@ -21,6 +21,7 @@ OperationSpec voxelize_operation();
 OperationSpec orient_operation();
 OperationSpec support_operation();
 OperationSpec strength_operation();
+OperationSpec thickness_operation();
 OperationSpec convert_operation();
 OperationSpec render_operation();
 OperationSpec version_operation();
