@@ -63,7 +63,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> names = {"rock_82k", "rock_328k", "rock_1311k"};
     const std::vector<std::string> real =
         existing_models({"adis16480_metres_ascii", "cat", "goathead", "extruder_idler", "gearwheel",
-                         "platonic_shelf", "spider_uv_groups", "ipadstand", "tray_bottom_ascii",
+                         "platonic_shelf", "chair_uv_groups", "spider_uv_groups", "ipadstand", "tray_bottom_ascii",
                          "frog_legs", "hammer", "benchy"});
     add("orient", names, orient);
     add("orient", real, orient);

@@ -272,10 +272,16 @@ POVMESH_API void remeshFromData64(float** coordinates_in, uint32_t* count_in, fl
                                   uint32_t* edge_length_count);
 
 /*
- * Finds orientations for printing. `orientations` is the caller's own array of 4 x `capacity`
- * floats: a row holds the unit up direction x, y, z and its score, best first; rows not needed are
- * filled with 0. A null array, or a capacity of 0 or less, gets nothing.
- * Not built yet: every row is 0.
+ * Finds the directions in which a model is best printed. `orientations` is the caller's own array
+ * of 4 x `capacity` floats. A row holds the direction of the model that is to point upward (x, y,
+ * z, of length 1) and its score, above 0 and at most 1: 1 needs no support, stands firmly and is
+ * flat. Rows are sorted, best first, and differ by 5 degrees or more; there are 64 at most, the
+ * first of them the same for every capacity, and those not needed are filled with 0. A null array,
+ * or a capacity of 0 or less, gets nothing.
+ *
+ * Open models work; one that is inside out as a whole is taken as turned over. Triangles without
+ * area, or with a coordinate that is not finite, take no part; where no other is, all rows are 0.
+ * The result depends neither on the unit nor on the place of the model.
  */
 POVMESH_API void orientationOptimization(const float* coordinates_in, uint32_t count_in,
                                          float* orientations, int32_t capacity);

@@ -8,6 +8,7 @@
 #include "design/hollow.h"
 #include "design/infill.h"
 #include "mesh/shells.h"
+#include "orient/orientation.h"
 #include "povmesh/povmesh.h"
 #include "remesh/parallel_reduce.h"
 #include "remesh/reduce.h"
@@ -92,9 +93,19 @@ void orientationOptimization(const float* coordinates_in, uint32_t count_in, flo
                              int32_t capacity) {
     Job job;
     const TriMesh mesh = build(soup_of(coordinates_in, count_in));
-    // The search is not built yet: no row is used.
     if (orientations == nullptr || capacity <= 0) return;
-    std::fill_n(orientations, 4 * static_cast<std::size_t>(capacity), 0.0F);
+    const OrientationReport report = find_orientations(mesh, job.run());
+    const auto rows = static_cast<std::size_t>(capacity);
+    for (std::size_t i = 0; i < std::min(rows, report.best.size()); ++i, orientations += 4) {
+        const Orientation& row = report.best[i];
+        orientations[0] = static_cast<float>(row.up.x);
+        orientations[1] = static_cast<float>(row.up.y);
+        orientations[2] = static_cast<float>(row.up.z);
+        orientations[3] = static_cast<float>(row.score());
+    }
+    if (report.best.size() < rows) {
+        std::fill_n(orientations, 4 * (rows - report.best.size()), 0.0F);
+    }
 }
 
 void hollowFromData(float thickness, const float* coordinates_in, uint32_t count_in,

@@ -45,14 +45,8 @@ void take_triangles(const TriMesh& mesh, OrientModel& model) {
         const Vec3f p = vertex.position();
         model.points.push_back(is_finite(p) ? (to_double(p) - model.middle) / model.unit : Vec3d{});
     }
-    const auto is_point = [&](std::int32_t v) {
-        const auto place = static_cast<std::size_t>(v);  // huge for a negative one
-        return place < mesh.vertices.size() && is_finite(mesh.vertices[place].position());
-    };
     for (const Face& face : mesh.faces) {
-        if (face.deleted != 0 || !std::all_of(face.vertex.begin(), face.vertex.end(), is_point)) {
-            continue;
-        }
+        if (!has_finite_corners(mesh, face)) continue;
         const std::array<std::uint32_t, 3> t = {static_cast<std::uint32_t>(face.vertex[0]),
                                                 static_cast<std::uint32_t>(face.vertex[1]),
                                                 static_cast<std::uint32_t>(face.vertex[2])};
@@ -76,7 +70,8 @@ void weigh(OrientModel& model) {
     }
     model.centre_of_mass =
         std::abs(model.volume) > kSheetVolume ? solid / model.volume : sheet / model.area;
-    if (model.volume < -kSheetVolume) {
+    model.is_turned_over = model.volume < -kSheetVolume;
+    if (model.is_turned_over) {
         for (auto& t : model.triangles) std::swap(t[1], t[2]);
     }
     model.volume = std::abs(model.volume);
@@ -171,14 +166,16 @@ void wrap(OrientModel& model) {
         for (const std::uint32_t v : t) is_used[v] = true;
     }
     std::vector<Vec3f> points;
+    std::vector<std::uint32_t> place;
     for (std::size_t i = 0; i < model.points.size(); ++i) {
         if (!is_used[i]) continue;
         const Vec3d p = model.points[i];
+        place.push_back(static_cast<std::uint32_t>(i));
         points.push_back(
             {static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)});
     }
     const ConvexHull hull = convex_hull(points);
-    for (const std::uint32_t v : hull.vertices) model.hull_points.push_back(to_double(points[v]));
+    for (const std::uint32_t v : hull.vertices) model.hull_points.push_back(model.points[place[v]]);
     for (const auto& t : hull.triangles) {
         const Vec3d a = to_double(points[t[0]]);
         const Vec3d b = to_double(points[t[1]]);
@@ -248,6 +245,14 @@ void group_normals(OrientModel& model) {
 }
 
 }  // namespace
+
+bool has_finite_corners(const TriMesh& mesh, const Face& face) {
+    return face.deleted == 0 &&
+           std::all_of(face.vertex.begin(), face.vertex.end(), [&](std::int32_t v) {
+               const auto place = static_cast<std::size_t>(v);  // huge for a negative one
+               return place < mesh.vertices.size() && is_finite(mesh.vertices[place].position());
+           });
+}
 
 OrientModel make_orient_model(const TriMesh& mesh) {
     OrientModel model;

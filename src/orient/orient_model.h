@@ -34,8 +34,9 @@ struct NormalGroup {
 struct OrientModel {
     Array<Vec3d> points;
     Array<std::array<std::uint32_t, 3>> triangles;
-    double unit = 0;  // model units per unit; 0 when there is no triangle
-    Vec3d middle;     // of the box, in model units
+    double unit = 0;              // model units per unit; 0 when there is no triangle
+    Vec3d middle;                 // of the box, in model units
+    bool is_turned_over = false;  // it was inside out
 
     double volume = 0;
     double area = 0;
@@ -49,6 +50,9 @@ struct OrientModel {
     double hull_volume = 0;  // at least 1e-3 of the diameter cubed
     double hull_area = 0;    // at least 1e-2 of the diameter squared, and half the area
 };
+
+/// False for a deleted face, too.
+bool has_finite_corners(const TriMesh& mesh, const Face& face);
 
 OrientModel make_orient_model(const TriMesh& mesh);
 

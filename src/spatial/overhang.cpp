@@ -23,6 +23,10 @@ constexpr double kSampleY = 0.5 - 0.0141421;
 // that mean anything.
 constexpr double kUpright = 1e-12;
 
+// Faces with the same corners are hit at the same height but for rounding, of which 32-bit floats
+// have the most.
+constexpr float kSameHeight = 1e-6F;
+
 Vec3d unit_or_zero(Vec3d v) {
     const double size = length(v);
     return size > 0 ? v / size : Vec3d{};
@@ -119,12 +123,17 @@ void OverhangMeter::visit_columns(std::span<const std::array<std::uint32_t, 3>> 
     }
 }
 
-Overhang OverhangMeter::walk(std::span<const Hit> column, double slack) const {
+Overhang OverhangMeter::walk(std::span<Hit> column, double slack) const {
     Overhang sum;
     double floor = 0;
     bool is_on_model = false;
     int depth = 0;
-    for (const Hit& hit : column) {
+    for (std::size_t i = 0; i < column.size(); ++i) {
+        if (depth == 0 && column[i].down < 0 && i + 1 < column.size() && column[i + 1].down > 0 &&
+            column[i + 1].height - column[i].height <= kSameHeight) {
+            std::swap(column[i], column[i + 1]);  // a sheet: what it shows above is left last
+        }
+        const Hit hit = column[i];
         const double height = static_cast<double>(hit.height);
         const double down = static_cast<double>(hit.down);
         if (down < 0) {  // left behind
@@ -165,9 +174,10 @@ Overhang OverhangMeter::measure(std::span<const Vec3d> points,
     for (std::size_t i = 0; i < columns_ * columns_; ++i) {
         const std::span<Hit> column(hits_.data() + offsets_[i], offsets_[i + 1] - offsets_[i]);
         if (column.empty()) continue;
-        // What is left goes before what is entered at the same height: there is no gap.
+        // What is entered goes before what is left at the same height: where solids touch there is
+        // no gap then, and a sheet of two faces back to back hangs as one with a thickness does.
         std::sort(column.begin(), column.end(), [](const Hit& a, const Hit& b) {
-            return a.height != b.height ? a.height < b.height : a.down < b.down;
+            return a.height != b.height ? a.height < b.height : a.down > b.down;
         });
         const Overhang here = walk(column, slack);
         sum.volume += here.volume;

@@ -64,7 +64,7 @@ private:
     void visit_columns(std::span<const std::array<std::uint32_t, 3>> triangles,
                        Visit&& visit) const;
     std::size_t column_count(std::span<const std::array<std::uint32_t, 3>> triangles) const;
-    Overhang walk(std::span<const Hit> column, double slack) const;
+    Overhang walk(std::span<Hit> column, double slack) const;
 
     Array<Vec3d> turned_;
     Array<ColumnHit> found_;

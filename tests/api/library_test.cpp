@@ -618,14 +618,52 @@ TEST_F(Hosted, TablesOfOperationsThatFindNothingAreEmpty) {
         EXPECT_EQ(h.returned, 1) << call.name;
         functions.freeAllArray();
     }
-    functions.orientationOptimization(h.xyz_pointer, h.count, h.out.rows.data(), 1);
-    EXPECT_EQ(h.out.rows, (std::array<float, 8>{0, 0, 0, 0, 7, 7, 7, 7}));
-    functions.orientationOptimization(h.xyz_pointer, h.count, h.out.rows.data(), -1);
-    EXPECT_EQ(h.out.rows[4], 7);
     h.out.column_count = 5;
     functions.columnSupportAutoGenerate(h.xyz_pointer, h.count, 2, 45, &h.out.tables[0],
                                         &h.out.column_count);
     EXPECT_EQ(h.out.column_count, 5) << "without a column the outputs stay";
+}
+
+TEST_F(Hosted, OrientationsAreTheBestRowsWhateverTheCapacity) {
+    std::vector<float> tee = shapes::box({-2, -2, 0}, {2, 2, 20});
+    shapes::append(tee, shapes::box({-10, -10, 20}, {10, 10, 24}));
+    const auto rows_of = [&](const std::vector<float>& soup, std::int32_t capacity) {
+        std::vector<float> rows(400, 7);
+        functions.orientationOptimization(soup.data(), static_cast<std::uint32_t>(soup.size() / 9),
+                                          rows.data(), capacity);
+        return rows;
+    };
+    const std::vector<float> all = rows_of(tee, 90);
+    EXPECT_EQ(std::vector(all.begin(), all.begin() + 3), (std::vector<float>{0, 0, -1}))
+        << "on its head";
+    std::size_t found = 0;
+    for (; found < 64 && all[4 * found + 3] != 0; ++found) {
+        const auto up = [&](std::size_t i) {
+            return to_double(Vec3f{all[4 * i], all[4 * i + 1], all[4 * i + 2]});
+        };
+        EXPECT_NEAR(length(up(found)), 1, 1e-5);
+        EXPECT_TRUE(all[4 * found + 3] > 0 && all[4 * found + 3] <= 1);
+        for (std::size_t i = 0; i < found; ++i) {
+            EXPECT_GE(all[4 * i + 3], all[4 * found + 3]);
+            EXPECT_GE(length(cross(up(i), up(found))), dot(up(i), up(found)) * std::tan(M_PI / 36));
+        }
+    }
+    EXPECT_GT(found, 20U);
+    EXPECT_EQ(std::count(all.begin() + static_cast<std::ptrdiff_t>(4 * found), all.end(), 0.0F),
+              360 - static_cast<std::ptrdiff_t>(4 * found));
+    EXPECT_EQ(std::count(all.begin() + 360, all.end(), 7.0F), 40) << "beyond the capacity";
+    for (const std::int32_t capacity : {1, 3, 64}) {
+        const std::vector<float> some = rows_of(tee, capacity);
+        const auto end = some.begin() + 4 * static_cast<std::ptrdiff_t>(capacity);
+        EXPECT_TRUE(std::equal(some.begin(), end, all.begin())) << capacity;
+        EXPECT_EQ(*end, 7) << capacity;
+    }
+    EXPECT_EQ(rows_of(tee, -1)[0], 7);
+    functions.orientationOptimization(tee.data(), 24, nullptr, 5);
+    for (const std::vector<float>& nothing :
+         {std::vector<float>{}, {0, 0, 0, 1, 1, 1, 2, 2, 2}, {0, 0, 0, 1, 0, 0, NAN, 1, 0}}) {
+        EXPECT_EQ(rows_of(nothing, 100), std::vector<float>(400)) << nothing.size();
+    }
 }
 
 TEST_F(Hosted, TooManyTrianglesAreAnExceptionThatAHostCanCatch) {
