@@ -13,6 +13,7 @@
 #include "field/distance_field.h"
 #include "field/regions.h"
 #include "field/winding.h"
+#include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
 #include "spatial/triangle_intersection.h"
 
@@ -30,6 +31,9 @@ constexpr std::size_t kBuckets = 4096;
 
 // Seeds lie at least this many cells from all faces, where their winding number is steady.
 constexpr double kDeepCells = 2;
+
+// Blocks per piece of work.
+constexpr std::size_t kBlocksAtOnce = 64;
 
 // Crossings per cell^2 of area, on the average over all directions.
 constexpr double kCrossingsPerArea = 1.5;
@@ -133,34 +137,46 @@ private:
         trial.flood(kOutside, 0, far);
         const WindingNumbers winding(field_.mesh_);
         const std::uint32_t blocks = layout_.count();
+        const Box3f bounds = finite_bounds(field_.mesh_);
         const auto is_inside = [&](NodeIndex n) {
-            return winding.at(field_.grid_.node(n.i, n.j, n.k)) > 0.5;
+            const Vec3d p = field_.grid_.node(n.i, n.j, n.k);
+            const Vec3f rounded = {static_cast<float>(p.x), static_cast<float>(p.y),
+                                   static_cast<float>(p.z)};
+            // From outside of the box, faces fill less than half of the view.
+            return overlap(bounds, {rounded, rounded}) && winding.at(p) > 0.5;
         };
         const auto is_outside = [](std::uint32_t region) { return region == kOutside; };
-        // By the corners of the blocks first; these stand 7 nodes apart, the next block's a step on.
-        Array<std::uint8_t> inside(blocks);  // 0 no corner, 1 some, 2 all
-        parallel_for(blocks, [&](std::size_t b) {
-            inside[b] = 0;
-            if (!trial.bits(static_cast<std::uint32_t>(b), is_outside).any()) return;
-            const NodeIndex low = layout_.corner(static_cast<std::uint32_t>(b));
-            int count = 0;
-            for (std::int32_t c = 0; c < 8; ++c) {
-                count +=
-                    is_inside({low.i + (c & 1) * 7, low.j + (c >> 1 & 1) * 7, low.k + (c >> 2) * 7})
-                        ? 1
-                        : 0;
+        // By some nodes of each block first: its corners that were reached, or the first node.
+        enum : std::uint8_t { Outside, Inside, Mixed };
+        Array<std::uint8_t> place(blocks);
+        for_blocks((blocks + kBlocksAtOnce - 1) / kBlocksAtOnce, [&](std::size_t piece) {
+            const std::size_t end = std::min((piece + 1) * kBlocksAtOnce, std::size_t{blocks});
+            for (std::size_t b = piece * kBlocksAtOnce; b < end; ++b) {
+                const auto block = static_cast<std::uint32_t>(b);
+                const BlockBits leaked = trial.bits(block, is_outside);
+                place[b] = Outside;
+                if (!leaked.any()) continue;
+                const NodeIndex low = layout_.corner(block);
+                BlockBits tried = leaked & corners_of_block();
+                if (!tried.any()) tried = first_of(leaked);
+                std::uint32_t inside = 0;
+                tried.visit([&](std::uint32_t local) {
+                    const auto n = static_cast<std::int32_t>(local);
+                    const NodeIndex node = {low.i + (n & 7), low.j + (n >> 3 & 7),
+                                            low.k + (n >> 6)};
+                    inside += is_inside(node) ? 1U : 0U;
+                });
+                place[b] = inside == 0 ? Outside : inside == tried.count() ? Inside : Mixed;
             }
-            inside[b] = count == 0 ? 0 : count == 8 ? 2 : 1;
         });
         std::vector<std::uint32_t> mixed;
         NodeSet outside(field_.grid_);
-        NodeSet rest(field_.grid_);
         for (std::uint32_t b = 0; b < blocks; ++b) {
             const BlockBits leaked = trial.bits(b, is_outside);
             if (!leaked.any()) continue;
-            if (inside[b] == 1) {
+            if (place[b] == Mixed) {
                 mixed.push_back(b);
-            } else if (inside[b] == 0) {
+            } else if (place[b] == Outside) {
                 if (leaked == BlockBits::full()) {
                     outside.fill(b);
                 } else {
@@ -181,6 +197,21 @@ private:
         });
         for (std::size_t m = 0; m < mixed.size(); ++m) outside.edit(mixed[m]) = results[m];
         regions_.flood(kOutside, 0, outside);
+    }
+
+    static BlockBits corners_of_block() {
+        BlockBits corners;
+        for (const std::size_t z : {0, 7}) corners.words[z] = 0x8100000000000081;
+        return corners;
+    }
+    static BlockBits first_of(const BlockBits& bits) {
+        BlockBits first;
+        for (std::size_t z = 0; z < 8; ++z) {
+            if (bits.words[z] == 0) continue;
+            first.words[z] = bits.words[z] & (~bits.words[z] + 1);
+            break;
+        }
+        return first;
     }
 
     struct Step {
