@@ -13,7 +13,9 @@
 #include "cli/numbers.h"
 #include "design/drain.h"
 #include "mesh/compact.h"
+#include "mesh/shells.h"
 #include "mesh/volume.h"
+#include "spatial/shell_nesting.h"
 
 namespace povmesh::cli {
 namespace {
@@ -53,6 +55,28 @@ std::string sealed_text(const SealedCavities& sealed, std::size_t cavities) {
            counted(cavities, "cavity", "cavities") +
            ", where resin or powder stays; the largest is near (" + human_number(sealed.place.x) +
            ", " + human_number(sealed.place.y) + ", " + human_number(sealed.place.z) + ")";
+}
+
+// Empty unless the surface around cavities is open: nothing tells then that they are inside.
+std::string bare_text(TriMesh& mesh, std::size_t model_faces) {
+    label_shells(mesh);
+    const std::vector<ShellNesting> nesting = classify_shells(mesh);
+    std::size_t cavities = 0;
+    std::size_t bare = 0;
+    Vec3f place;
+    for (std::size_t shell = 0; shell < nesting.size(); ++shell) {
+        const std::uint32_t face = mesh.shells[shell][0];
+        if (face < model_faces) continue;
+        ++cavities;
+        if (nesting[shell].is_cavity()) continue;
+        if (bare++ == 0) place = mesh.corner_position(mesh.faces[face], 0);
+    }
+    if (bare == 0) return "";
+    return "the model is open around " + std::to_string(bare) + " of " +
+           counted(cavities, "cavity", "cavities") + ", one near (" + human_number(place.x) + ", " +
+           human_number(place.y) + ", " + human_number(place.z) +
+           "): programs that read it may take that for a body turned inside out; repair the model "
+           "first";
 }
 
 std::vector<Drain> drains_of(const Arguments& arguments) {
@@ -130,6 +154,10 @@ int run_hollow(const Arguments& arguments, Console& console) {
         }
         const std::size_t model_faces = mesh.faces.size();
         add_cavities(mesh, cavity);
+        if (has_holes(mesh)) {
+            const std::string doubt = bare_text(mesh, model_faces);
+            if (!doubt.empty()) report.doubts.push_back(doubt);
+        }
         const std::vector<Drain> drains = drains_of(arguments);
         const std::size_t cavities = drains.empty() ? 0 : sealed_cavities(mesh).count;
         const auto made = cut_drains(mesh, model_faces, thickness, drains);
