@@ -5,14 +5,12 @@
 
 #include <cmath>
 #include <string>
-#include <vector>
 
 #include "base/timer.h"
 #include "cli/cavity.h"
 #include "cli/change.h"
+#include "cli/drains.h"
 #include "cli/numbers.h"
-#include "design/drain.h"
-#include "mesh/compact.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
 #include "spatial/shell_nesting.h"
@@ -48,15 +46,6 @@ std::string failure_of(const HollowReport& report, double thickness, TriMesh& mo
            cure_of(model, report.voxel_size, "take a thinner wall");
 }
 
-// Empty unless holes leave cavities closed.
-std::string sealed_text(const SealedCavities& sealed, std::size_t cavities) {
-    if (sealed.count == 0) return "";
-    return "no drain hole leads into " + std::to_string(sealed.count) + " of " +
-           counted(cavities, "cavity", "cavities") +
-           ", where resin or powder stays; the largest is near (" + human_number(sealed.place.x) +
-           ", " + human_number(sealed.place.y) + ", " + human_number(sealed.place.z) + ")";
-}
-
 // Empty unless the surface around cavities is open: nothing tells then that they are inside.
 std::string bare_text(TriMesh& mesh, std::size_t model_faces) {
     label_shells(mesh);
@@ -77,35 +66,6 @@ std::string bare_text(TriMesh& mesh, std::size_t model_faces) {
            human_number(place.y) + ", " + human_number(place.z) +
            "): programs that read it may take that for a body turned inside out; repair the model "
            "first";
-}
-
-std::vector<Drain> drains_of(const Arguments& arguments) {
-    std::vector<Drain> drains;
-    if (!arguments.has("--drain")) return drains;
-    for (const std::string& text : arguments.all("--drain")) {
-        const Circle circle = parse_circle(text);
-        drains.push_back({circle.place, circle.radius});
-    }
-    return drains;
-}
-
-// Empty when there is a hole.
-std::string failure_of(const DrainReport& report, const std::string& text) {
-    const std::string start = "no drain at " + text + ": ";
-    switch (report.outcome) {
-        case DrainOutcome::Done:
-            return {};
-        case DrainOutcome::FarAway:
-            return start + "the surface is " + human_number(report.distance) +
-                   " away; the nearest point of it has x " + human_number(report.mouth.x) + ", y " +
-                   human_number(report.mouth.y) + ", z " + human_number(report.mouth.z);
-        case DrainOutcome::NoCavity:
-            return start + "the cavity does not lie below that place; take one over the cavity";
-        case DrainOutcome::Tangled:
-            return start + "no clean hole can be cut there; move it a little";
-        default:
-            return start + "the model is open there; repair it first";
-    }
 }
 
 ChangeReport report_of(const HollowReport& hollowed) {
@@ -158,22 +118,7 @@ int run_hollow(const Arguments& arguments, Console& console) {
             const std::string doubt = bare_text(mesh, model_faces);
             if (!doubt.empty()) report.doubts.push_back(doubt);
         }
-        const std::vector<Drain> drains = drains_of(arguments);
-        const std::size_t cavities = drains.empty() ? 0 : sealed_cavities(mesh).count;
-        const auto made = cut_drains(mesh, model_faces, thickness, drains);
-        for (std::size_t i = 0; i < made.size() && report.failure.empty(); ++i) {
-            report.failure = failure_of(made[i], arguments.all("--drain")[i]);
-        }
-        if (made.empty()) return report;
-        compact(mesh);
-        const SealedCavities sealed = sealed_cavities(mesh);
-        report.rows.emplace_back("drain holes", std::to_string(made.size()));
-        report.rows.emplace_back("closed cavities",
-                                 std::to_string(sealed.count) + " of " + std::to_string(cavities));
-        report.json["drains"] = made.size();
-        report.json["closed_cavities"] = sealed.count;
-        const std::string warning = sealed_text(sealed, cavities);
-        if (!warning.empty()) report.warnings.push_back(warning);
+        cut_drains(arguments, mesh, model_faces, thickness, report);
         return report;
     });
 }
@@ -198,13 +143,7 @@ OperationSpec hollow_operation() {
                      .high = kNoLimit,
                      .is_required = true,
                      .help = "Thickness of the wall"},
-                    {.name = "--drain",
-                     .type = ValueType::Circle,
-                     .placeholder = "X,Y,Z,R",
-                     .unit = "units of the file",
-                     .takes_several = true,
-                     .help = "Cut a round hole of radius R through the wall at the place X,Y,Z on "
-                             "the surface; may be given several times"},
+                    drain_option(),
                     {.name = "--cavity-only",
                      .help = "Write the surface of the cavity alone, its outside out"},
                     json_object()},

@@ -128,9 +128,9 @@ private:
         const float size = cavity_voxel_size(mesh_, volume(mesh_), run_);
         report.voxel_size = double{size};
         if (finite_area(mesh_) > kMostCellsPassed * report.voxel_size * report.voxel_size) return;
-        const std::int32_t layers = wall_layers(thickness_, report.voxel_size);
+        report.layers = std::max(wall_layers(thickness_, report.voxel_size), 1);
         RunContext quiet{{}, run_.log};
-        core_ = cavity_core(mesh_, size, thickness_, std::max(layers, 1), quiet);
+        core_ = cavity_core(mesh_, size, thickness_, report.layers, quiet);
         report.core_voxels = core_.size();
         if (options_.infill == 1) return;
         const Mass printed = before_ - mass_of_core() * (1 - options_.infill);

@@ -34,6 +34,7 @@ struct BalanceReport {
     double model_volume = 0;      // cubic model units
     double cavity_volume = 0;     // of what was carved
     double voxel_size = 0;        // model units; 0 when there was no need for voxels
+    std::int32_t layers = 0;      // voxel layers that the wall takes at least
     std::size_t core_voxels = 0;  // that the wall leaves
     double smallest_wall = 0;     // between the surfaces, model units, when Carved
 };
