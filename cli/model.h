@@ -14,13 +14,26 @@ namespace povmesh::cli {
 /// What the end of a file name says.
 enum class FileKind : std::uint8_t { Unknown, Stl, Obj, Ply };
 
+/// Of a name that ends in ".gz" by what stands before that; of "-", standard input or output, by
+/// `set_pipe_kind`.
 FileKind kind_of(const std::string& path);
+
+/// Standard input and output have no name that says their kind: the option --format does, once.
+void set_pipe_kind(FileKind kind);
+
+inline bool is_pipe(std::string_view path) {
+    return path == "-";
+}
 
 /// The end that says the kind of a file: ".stl".
 std::string_view extension_of(FileKind kind);
 
-/// False, after an error line, when the name of a target says no kind of model.
+/// False, after an error line, when the name of a target says no kind of model. When the target is
+/// standard output, results of the console go to standard error from now on.
 bool is_model_name(const std::string& path, Console& console);
+
+/// The name of a model without folder and extensions.
+std::string stem_of(const std::string& path);
 
 /// True when the file name ends in `extension` (with its point), in any case.
 bool has_extension(const std::string& path, std::string_view extension);
@@ -57,6 +70,28 @@ std::string save_model(TriMesh& mesh, const std::string& path, const ModelExtras
 /// The same for a model as it was loaded or changed. What was not read whole does not replace its
 /// own file.
 std::string save_model(LoadedModel& model, const std::string& path);
+
+/// Where a model is written: its target, or for standard output a file of the temporary folder that
+/// is copied when it is complete and found right.
+class OutputFile {
+public:
+    explicit OutputFile(const std::string& target);
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    /// To be written, and read back.
+    const std::string& path() const { return path_; }
+
+    /// Brings it to its target. On failure returns one line.
+    std::string deliver();
+
+private:
+    void remove_temporary();
+
+    std::string path_;
+    std::string folder_;  // temporary; empty when the target is a file
+};
 
 /// One line, with the file, for whatever is being thrown; to be called while handling an exception.
 std::string failure_text(const std::string& path);

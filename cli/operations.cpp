@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "cli/commands.h"
+#include "cli/shared_options.h"
 
 namespace povmesh::cli {
 namespace {
@@ -31,10 +32,16 @@ std::string join(std::span<const std::string_view> words, std::string_view betwe
 }  // namespace
 
 std::span<const OptionSpec> common_options() {
-    static const std::array<OptionSpec, 1> options = {
+    static const std::array<OptionSpec, 2> options = {
         OptionSpec{.name = "--quiet",
                    .short_name = "-q",
-                   .help = "Print results and errors only: no warnings, no progress"}};
+                   .help = "Print results and errors only: no warnings, no progress"},
+        OptionSpec{.name = "--format",
+                   .type = ValueType::Choice,
+                   .placeholder = "FORMAT",
+                   .choices = model_formats(),
+                   .help = "Format of a model that is - in the place of a file: standard input or "
+                           "output"}};
     return options;
 }
 

@@ -8,6 +8,10 @@ namespace povmesh::cli {
 /// The ends of names of models, for messages and help.
 inline constexpr std::string_view kModelEndings = ".stl, .obj or .ply";
 
+inline std::vector<std::string_view> model_formats() {
+    return {"stl", "obj", "ply"};
+}
+
 inline constexpr PositionalSpec kModelFile = {"IN", false, "STL, OBJ or PLY file"};
 
 /// The file or folder to write to.
@@ -29,8 +33,8 @@ inline OptionSpec piece_format() {
     return {.name = "--format",
             .type = ValueType::Choice,
             .placeholder = "FORMAT",
-            .choices = {"stl", "obj", "ply"},
-            .help = "Format to write, by default that of IN"};
+            .choices = model_formats(),
+            .help = "Format to write, by default that of IN, and that of IN when it is -"};
 }
 
 inline OptionSpec json_object() {

@@ -300,6 +300,26 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
     }
 }
 
+TEST_F(ToolTest, PipesAndPackedFilesCarryTheSameModel) {
+    write_stl_file("cube.stl", cube());
+    ASSERT_EQ(run({"convert", "cube.stl", "cube.ply.gz"}).status, 0);
+    ASSERT_EQ(run({"convert", "cube.ply.gz", "back.stl"}).status, 0);
+    const std::string plain = read("back.stl");
+    for (const char* input : {"back.stl", "packed.stl.gz"}) {
+        ASSERT_EQ(run({"convert", "cube.stl", "packed.stl.gz"}).status, 0);
+        const ToolResult piped = run({"repair", "-", "-o", "-", "--format", "stl"}, "piped", input);
+        EXPECT_EQ(piped.status, 0) << piped.err;
+        EXPECT_EQ(read("piped"), plain) << "nothing but the model";
+        EXPECT_THAT(piped.err, HasSubstr("verified"));
+    }
+    write("cut.stl", plain.substr(0, 300));
+    const ToolResult cut = run({"convert", "-", "-", "--format", "stl"}, "piped", "cut.stl");
+    EXPECT_EQ(cut.status, 3);
+    EXPECT_EQ(read("piped"), "") << "no part of a model that is not whole";
+    EXPECT_THAT(run({"convert", "cube.stl", "-"}).err, HasSubstr("give --format"));
+    EXPECT_EQ(run({"convert", "cube.stl", "-", "--format", "ply"}, "/dev/full").status, 6);
+}
+
 TEST_F(ToolTest, AFullDiskUnderStandardOutputIsAnError) {
     write_stl_file("cube.stl", cube());
     const ToolResult result = run({"check", "cube.stl"}, "/dev/full");
