@@ -17,6 +17,8 @@ OperationSpec revise_operation();
 OperationSpec subdivide_operation();
 OperationSpec hollow_operation();
 OperationSpec infill_operation();
+OperationSpec offset_operation();
+OperationSpec wrap_operation();
 OperationSpec voxelize_operation();
 OperationSpec orient_operation();
 OperationSpec support_operation();

@@ -17,6 +17,9 @@ constexpr double kMostCells = 1500;
 constexpr double kMarginCells = 4;
 constexpr double kMostDiagonals = 10;
 
+// How far thinning out may move the surface, in cells.
+constexpr double kThinOutCells = 0.02;
+
 // Sharp corners reach up to this many times the distance.
 constexpr double kSpike = 2;
 
@@ -68,6 +71,9 @@ Status offset(TriMesh& mesh, double distance, const OffsetOptions& options, RunC
     run.progress.set(90);
     if (surface.faces.empty()) {
         return {StatusCode::BadFile, "nothing is left"};
+    }
+    if (!options.all_triangles) {
+        report.thinned = thin_out(surface, kThinOutCells * report.cell);
     }
     mesh = std::move(surface);
     run.progress.set(100);
