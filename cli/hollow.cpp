@@ -195,34 +195,37 @@ int run_hollow(const Arguments& arguments, Console& console) {
 
 OperationSpec hollow_operation() {
     return {
-        .name = "hollow", .summary = "Make a shell of a solid model",
+        .name = "hollow",
+        .summary = "Make a shell of a solid model",
         .description =
             "Finds the cavity that leaves a wall of the thickness, and writes the model with it. "
-            "The "
-            "wall is measured, and at least 0.98 of the thickness everywhere.",
+            "The wall is measured, and at least 0.98 of the thickness everywhere.",
         .positionals = {kModelFile},
-        .options = {
-            model_output(),
-            {.name = "--thickness",
-             .type = ValueType::Number,
-             .placeholder = "THICKNESS",
-             .unit = "units of the file",
-             .low = 0,
-             .high = kNoLimit,
-             .is_required = true,
-             .help = "Thickness of the wall"},
-            {.name = "--wall",
-             .type = ValueType::Choice,
-             .placeholder = "KIND",
-             .default_value = "exact",
-             .choices = {"exact", "voxel"},
+        .options =
+            {model_output(),
+             {.name = "--thickness",
+              .type = ValueType::Number,
+              .placeholder = "THICKNESS",
+              .unit = "units of the file",
+              .low = 0,
+              .high = kNoLimit,
+              .is_required = true,
+              .help = "Thickness of the wall"},
+             {.name = "--wall",
+              .type = ValueType::Choice,
+              .placeholder = "KIND",
+              .default_value = "exact",
+              .choices = {"exact", "voxel"},
+              .help =
+                  "A cavity at an exact distance, or one made of voxels of 0.4 to 2 units, whose "
+                  "wall is right within about 1.4 of them"},
              drain_option(),
              {.name = "--cavity-only",
               .help = "Write the surface of the cavity alone, its outside out"},
              json_object()},
-            .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
-            .run = run_hollow,
-        };
-    }
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
+        .run = run_hollow,
+    };
+}
 
 }  // namespace povmesh::cli
