@@ -78,8 +78,11 @@ public:
         if (report.before.tilt >= options_.firm) return;
         if (core_.size() >= kFewestVoxels) carve();
         run_.progress.set(60);
-        if (report.status != BalanceStatus::Carved && report.before.tilt < kStands) {
+        if (report.status == BalanceStatus::Carved) return;
+        if (report.before.tilt < kStands) {
             report.status = BalanceStatus::Falls;
+        } else {
+            report.after = report.before;
         }
     }
 
