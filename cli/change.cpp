@@ -65,10 +65,12 @@ void rewrite_model(const Arguments& arguments, Progress progress, const RewriteS
         if (reason.empty()) reason = refusal(model.mesh, was_finite);
         if (!reason.empty()) return outcome.fail(Flawed, source + ": " + reason);
         progress.set(80);
-        std::string failure = save_model(model, target);
+        OutputFile file(target);
+        std::string failure = save_model(model, file.path());
         progress.set(90);
         LoadedModel back;
-        if (failure.empty()) failure = read_back(model.mesh, target, back);
+        if (failure.empty()) failure = read_back(model.mesh, file.path(), back);
+        if (failure.empty()) failure = file.deliver();
         if (!failure.empty()) return outcome.fail(CannotWrite, failure);
         if (steps.inspect) steps.inspect(back);
     } catch (...) {

@@ -18,6 +18,8 @@ OperationSpec subdivide_operation();
 OperationSpec hollow_operation();
 OperationSpec balance_operation();
 OperationSpec infill_operation();
+OperationSpec offset_operation();
+OperationSpec wrap_operation();
 OperationSpec voxelize_operation();
 OperationSpec orient_operation();
 OperationSpec support_operation();

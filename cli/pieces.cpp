@@ -94,7 +94,7 @@ namespace {
 // That of the option --format, else that of the source.
 std::string extension_for(const Arguments& arguments, const std::string& source) {
     if (arguments.has("--format")) return "." + arguments.text("--format");
-    return kind_of(source) == FileKind::Obj ? ".obj" : ".stl";
+    return std::string(extension_of(kind_of(source)));
 }
 
 // What is there already when writing fails on the way.
@@ -127,7 +127,7 @@ void write_pieces(std::vector<Piece> pieces, std::vector<TriMesh>& parts,
     const std::string& folder = arguments.text("--output");
     const std::string extension = extension_for(arguments, source);
     const auto name_of = [&](std::size_t number) {
-        return numbered(folder, fs::path(source).stem().string(), number, extension);
+        return numbered(folder, stem_of(source), number, extension);
     };
     for (std::size_t i = 0; i < pieces.size(); ++i) {
         if (pieces[i].is_left_out) continue;

@@ -38,6 +38,16 @@ void for_each_block(std::size_t count, Body&& body) {
     });
 }
 
+// How far vertices keep off the sides of their cells, in cells: a little, and more than floats round
+// by where the grid lies.
+double margin_of(const FieldGrid& grid) {
+    const Vec3d last = grid.node(grid.nodes[0], grid.nodes[1], grid.nodes[2]);
+    const double farthest =
+        std::max({std::abs(grid.origin.x), std::abs(grid.origin.y), std::abs(grid.origin.z),
+                  std::abs(last.x), std::abs(last.y), std::abs(last.z)});
+    return std::max(0.002, 1.3 * 0x1p-23 * farthest / grid.cell);
+}
+
 class Contouring {
 public:
     Contouring(const DistanceField& field, const LevelNodes& nodes, double level)
@@ -45,7 +55,8 @@ public:
           nodes_(nodes),
           set_(nodes.within),
           level_(level),
-          dual_(field.grid(), set_.layout()) {}
+          dual_(field.grid(), set_.layout()),
+          margin_(margin_of(field.grid())) {}
 
     ContourReport run(TriMesh& surface) {
         find_cells();
@@ -267,13 +278,13 @@ private:
 
     Vec3d mean_of_points(std::uint32_t cell) const {
         const CellPoints all = points_of(cell);
-        return clamped_to_cell(mean_of(all.span()));
+        return clamped_to_cell(mean_of(all.span()), margin_);
     }
 
     Vec3d place_vertex(std::uint32_t cell) const {
         const CellPoints all = points_of(cell);
         if (level_ == 0 || !is_smooth(all.span(), kSmoothCosine)) {
-            return clamped_to_cell(dual_vertex(all.span()));
+            return clamped_to_cell(dual_vertex(all.span()), margin_);
         }
         // Tangent planes overshoot a round level.
         Vec3d place = mean_of(all.span());
@@ -286,7 +297,7 @@ private:
         if (nearest.is_found() && distance > 0) {
             place = place + (p - nearest.point) * ((level - distance) / (distance * grid.cell));
         }
-        return clamped_to_cell(place);
+        return clamped_to_cell(place, margin_);
     }
 
     // ------------------------------------------------------------------------------------- quads
@@ -340,6 +351,7 @@ private:
     const NodeSet& set_;
     double level_;
     DualSurface dual_;
+    double margin_;
     Array<EdgePoint> points_;
 };
 

@@ -10,16 +10,19 @@ namespace povmesh {
 TriMesh usable_faces(const TriMesh& mesh) {
     TriMesh usable;
     usable.vertices = mesh.vertices;
+    bool has_any_area = false;
     for (const Face& face : mesh.faces) {
         if (face.deleted != 0) continue;
         const Triangle t = triangle_of(mesh, face);
-        if (!is_finite(t) || !has_area(t)) continue;
+        if (!is_finite(t)) continue;
+        has_any_area = has_any_area || has_area(t);
         usable.faces.push_back(face);
         Face& kept = usable.faces.back();
         kept.colour.fill(255);
         kept.label = -1;
         kept.uv.fill(-1);
     }
+    if (!has_any_area) usable.faces.clear();
     return usable;
 }
 

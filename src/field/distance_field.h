@@ -28,6 +28,8 @@ struct LabelOptions {
     double sheet_reach = 0;
     // Bodies and pockets of fewer nodes are dropped.
     std::uint32_t least_nodes = 8;
+    // Faces with solid on both sides do not count for distances.
+    bool leaves_out_buried = true;
 };
 
 struct LabelReport {
@@ -46,7 +48,7 @@ struct LabelReport {
 /// The faces of a mesh on a grid. Which nodes are solid is told by `label`.
 class DistanceField {
 public:
-    /// Keeps copies of the live faces that are finite and have an area; the grid must reach around
+    /// Keeps copies of the live faces that are finite (see usable_faces); the grid must reach around
     /// them. Crosses the grid with them.
     DistanceField(const TriMesh& mesh, const FieldGrid& grid);
 
@@ -84,7 +86,8 @@ private:
     mutable std::unique_ptr<NearestFace> surface_;
 };
 
-/// The live faces of a mesh that are finite and have an area, without attributes.
+/// The live faces of a mesh that are finite, without attributes. Those without area stay: they
+/// hold the edges of others together. None when no face has an area.
 TriMesh usable_faces(const TriMesh& mesh);
 
 /// The nodes of what is left of the solid, or what it grows to, by an offset of its surface: air

@@ -13,6 +13,7 @@
 #include "field/distance_field.h"
 #include "field/regions.h"
 #include "field/winding.h"
+#include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
 #include "spatial/triangle_intersection.h"
 
@@ -30,6 +31,9 @@ constexpr std::size_t kBuckets = 4096;
 
 // Seeds lie at least this many cells from all faces, where their winding number is steady.
 constexpr double kDeepCells = 2;
+
+// Blocks per piece of work.
+constexpr std::size_t kBlocksAtOnce = 64;
 
 // Crossings per cell^2 of area, on the average over all directions.
 constexpr double kCrossingsPerArea = 1.5;
@@ -50,6 +54,16 @@ bool is_open_mesh(const TriMesh& mesh) {
         }
     }
     return false;
+}
+
+// The share of a cell's side, squared, that a crossing along an axis stands for: over all axes they
+// come to the area.
+double crossed_share(const TriMesh& mesh, std::uint32_t face, std::size_t axis) {
+    const Triangle t = triangle_of(mesh, mesh.faces[face]);
+    const Vec3d normal = cross(t[1] - t[0], t[2] - t[0]);
+    const double size = length(normal);
+    const double part = std::abs(axis == 0 ? normal.x : axis == 1 ? normal.y : normal.z);
+    return size > 0 ? part / size : 0;
 }
 
 // Whether the outside of a face lies towards higher coordinates along an axis.
@@ -133,34 +147,46 @@ private:
         trial.flood(kOutside, 0, far);
         const WindingNumbers winding(field_.mesh_);
         const std::uint32_t blocks = layout_.count();
+        const Box3f bounds = finite_bounds(field_.mesh_);
         const auto is_inside = [&](NodeIndex n) {
-            return winding.at(field_.grid_.node(n.i, n.j, n.k)) > 0.5;
+            const Vec3d p = field_.grid_.node(n.i, n.j, n.k);
+            const Vec3f rounded = {static_cast<float>(p.x), static_cast<float>(p.y),
+                                   static_cast<float>(p.z)};
+            // From outside of the box, faces fill less than half of the view.
+            return overlap(bounds, {rounded, rounded}) && winding.at(p) > 0.5;
         };
         const auto is_outside = [](std::uint32_t region) { return region == kOutside; };
-        // By the corners of the blocks first; these stand 7 nodes apart, the next block's a step on.
-        Array<std::uint8_t> inside(blocks);  // 0 no corner, 1 some, 2 all
-        parallel_for(blocks, [&](std::size_t b) {
-            inside[b] = 0;
-            if (!trial.bits(static_cast<std::uint32_t>(b), is_outside).any()) return;
-            const NodeIndex low = layout_.corner(static_cast<std::uint32_t>(b));
-            int count = 0;
-            for (std::int32_t c = 0; c < 8; ++c) {
-                count +=
-                    is_inside({low.i + (c & 1) * 7, low.j + (c >> 1 & 1) * 7, low.k + (c >> 2) * 7})
-                        ? 1
-                        : 0;
+        // By some nodes of each block first: its corners that were reached, or the first node.
+        enum : std::uint8_t { Outside, Inside, Mixed };
+        Array<std::uint8_t> place(blocks);
+        for_blocks((blocks + kBlocksAtOnce - 1) / kBlocksAtOnce, [&](std::size_t piece) {
+            const std::size_t end = std::min((piece + 1) * kBlocksAtOnce, std::size_t{blocks});
+            for (std::size_t b = piece * kBlocksAtOnce; b < end; ++b) {
+                const auto block = static_cast<std::uint32_t>(b);
+                const BlockBits leaked = trial.bits(block, is_outside);
+                place[b] = Outside;
+                if (!leaked.any()) continue;
+                const NodeIndex low = layout_.corner(block);
+                BlockBits tried = leaked & corners_of_block();
+                if (!tried.any()) tried = first_of(leaked);
+                std::uint32_t inside = 0;
+                tried.visit([&](std::uint32_t local) {
+                    const auto n = static_cast<std::int32_t>(local);
+                    const NodeIndex node = {low.i + (n & 7), low.j + (n >> 3 & 7),
+                                            low.k + (n >> 6)};
+                    inside += is_inside(node) ? 1U : 0U;
+                });
+                place[b] = inside == 0 ? Outside : inside == tried.count() ? Inside : Mixed;
             }
-            inside[b] = count == 0 ? 0 : count == 8 ? 2 : 1;
         });
         std::vector<std::uint32_t> mixed;
         NodeSet outside(field_.grid_);
-        NodeSet rest(field_.grid_);
         for (std::uint32_t b = 0; b < blocks; ++b) {
             const BlockBits leaked = trial.bits(b, is_outside);
             if (!leaked.any()) continue;
-            if (inside[b] == 1) {
+            if (place[b] == Mixed) {
                 mixed.push_back(b);
-            } else if (inside[b] == 0) {
+            } else if (place[b] == Outside) {
                 if (leaked == BlockBits::full()) {
                     outside.fill(b);
                 } else {
@@ -181,6 +207,21 @@ private:
         });
         for (std::size_t m = 0; m < mixed.size(); ++m) outside.edit(mixed[m]) = results[m];
         regions_.flood(kOutside, 0, outside);
+    }
+
+    static BlockBits corners_of_block() {
+        BlockBits corners;
+        for (const std::size_t z : {0, 7}) corners.words[z] = 0x8100000000000081;
+        return corners;
+    }
+    static BlockBits first_of(const BlockBits& bits) {
+        BlockBits first;
+        for (std::size_t z = 0; z < 8; ++z) {
+            if (bits.words[z] == 0) continue;
+            first.words[z] = bits.words[z] & (~bits.words[z] + 1);
+            break;
+        }
+        return first;
     }
 
     struct Step {
@@ -290,6 +331,23 @@ private:
         }
     }
 
+    // Regions that are cut off from the outside by nothing but a gap that shall be closed: they
+    // become solid even where they look like cavities, for else the gap would stay.
+    std::vector<std::uint8_t> open_regions() const {
+        std::vector<std::uint8_t> is_open(region_count_, 0);
+        if (!(options_.gap > 0)) return is_open;
+        Regions reached(field_.crossings_, field_.grid_);
+        reached.flood(kOutside, 0, everywhere_);
+        const auto is_outside = [](std::uint32_t region) { return region == kOutside; };
+        for (std::uint32_t b = 0; b < layout_.count(); ++b) {
+            if (regions_.whole(b) == kOutside) continue;
+            reached.bits(b, is_outside).visit([&](std::uint32_t local) {
+                is_open[regions_.at(b * kBlockNodes + local)] = 1;
+            });
+        }
+        return is_open;
+    }
+
     void find_cavities() {
         if (region_count_ <= kFirstInner + 1) return;  // cavities lie within another region
         struct Votes {
@@ -313,7 +371,9 @@ private:
                 ++votes[above].inward;
             }
         });
+        const std::vector<std::uint8_t> is_open = open_regions();
         for (std::uint32_t r = kFirstInner; r < region_count_; ++r) {
+            if (is_open[r] != 0) continue;
             if (votes[r].all == 0 || votes[r].inward < kCavityShare * votes[r].all) continue;
             is_solid_[r] = 0;
             ++report_.cavities;
@@ -353,12 +413,12 @@ private:
         const double squared = reach * reach;
         const auto span = saturate_to<std::int32_t>(std::ceil(reach / field_.grid_.cell));
         std::vector<std::uint32_t> added;
-        std::uint64_t sheet_crossings = 0;
+        double sheet_cells = 0;
         visit_crossed_edges([&](std::size_t axis, std::uint32_t low, std::uint32_t high,
                                 std::span<const Crossing> crossings) {
             if (field_.solid_.at(low) || field_.solid_.at(high)) return;
             if (has_solid_near(low) || has_solid_near(high)) return;
-            ++sheet_crossings;
+            sheet_cells += crossed_share(field_.mesh_, crossings.front().face, axis);
             const NodeIndex n = layout_.node(low);
             std::uint32_t last_face = NearestPoint::kNoFace;
             for (const Crossing& crossing : crossings) {
@@ -387,7 +447,7 @@ private:
             field_.thickened_.set(node);
         }
         const double cell = field_.grid_.cell;
-        report_.sheet_area = static_cast<double>(sheet_crossings) * cell * cell / kCrossingsPerArea;
+        report_.sheet_area = sheet_cells * cell * cell;
     }
 
     // Turns bodies (or pockets of air, when `solid` is false) of few nodes over. A body that
@@ -483,17 +543,17 @@ private:
         const std::size_t count = field_.mesh_.faces.size();
         std::vector<std::uint8_t> borders(count, 0);
         std::vector<std::uint8_t> is_within(count, 0);
-        std::uint64_t buried = 0;
-        visit_crossed_edges([&](std::size_t /*axis*/, std::uint32_t low, std::uint32_t high,
+        double buried = 0;
+        visit_crossed_edges([&](std::size_t axis, std::uint32_t low, std::uint32_t high,
                                 std::span<const Crossing> crossings) {
             const bool is_inner = field_.solid_.at(low) && field_.solid_.at(high) &&
                                   (crossings.size() % 2 != 0 || crossings.size() > 2);
             for (const Crossing& crossing : crossings) {
                 (is_inner ? is_within : borders)[crossing.face] = 1;
+                if (is_inner) buried += crossed_share(field_.mesh_, crossing.face, axis);
             }
-            if (is_inner) buried += crossings.size();
         });
-        if (buried == 0) return;
+        if (buried == 0 || !options_.leaves_out_buried) return;
         field_.surface_.reset();
         field_.is_buried_.assign(count, 0);
         bool is_any_left = false;
@@ -505,7 +565,7 @@ private:
         }
         if (!is_any_left) field_.is_buried_.clear();
         const double cell = field_.grid_.cell;
-        report_.buried_area = static_cast<double>(buried) * cell * cell / kCrossingsPerArea;
+        report_.buried_area = buried * cell * cell;
     }
 
     // A face too small to be crossed: whether all nodes around its middle are solid.

@@ -78,20 +78,18 @@ BlockBits& Regions::entry_of(std::uint32_t block, std::uint32_t region) {
 void Regions::reach(std::uint32_t block, const BlockBits& bits, std::uint32_t region,
                     const NodeSet& allowed) {
     if (whole_[block] != kUnknown || allowed.is_empty(block)) return;
-    const BlockBits possible = bits & allowed.bits(block);
+    const BlockBits possible = bits & allowed.bits(block) & ~known(block);
     if (!possible.any()) return;
-    if (is_open(block) && allowed.is_full(block)) {
+    if (is_open(block) && allowed.is_full(block) && head_[block] == kEnd) {
         whole_[block] = region;
         waiting_.push_back(block);
         return;
     }
     BlockBits& own = entry_of(block, region);
-    if ((possible & ~own).any()) {
-        own = own | possible;
-        if (is_waiting_[block] == 0) {
-            is_waiting_[block] = 1;
-            waiting_.push_back(block);
-        }
+    own = own | possible;
+    if (is_waiting_[block] == 0) {
+        is_waiting_[block] = 1;
+        waiting_.push_back(block);
     }
 }
 
@@ -107,8 +105,9 @@ void Regions::grow(std::uint32_t block, std::uint32_t region, const NodeSet& all
                                 crossings_.crossed(2).bits(block)};
     BlockBits reached = BlockBits::full();
     if (whole_[block] == kUnknown) {
+        const BlockBits taken = known(block);
         BlockBits& own = entry_of(block, region);
-        const BlockBits possible = allowed.bits(block);
+        const BlockBits possible = allowed.bits(block) & (~taken | own);
         while (spread_slices(own, possible, crossed)) {
         }
         reached = own;
