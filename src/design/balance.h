@@ -40,8 +40,8 @@ struct BalanceReport {
 };
 
 /// Appends to a model that does not stand firmly the cavities with which it stands as firmly as a
-/// wall of that thickness allows, wound inward. Its own faces stay as they are, first; where nothing
-/// is carved the model is unchanged.
+/// wall of that thickness allows, wound inward. Its own faces stay as they are, first; where
+/// nothing is carved the model is unchanged.
 ///
 /// The model stands on its lowest point, its base is what touches the plate there, and its tilt the
 /// angle by which the plate can be tilted before it falls: see `Standing`. It is carved where
@@ -59,8 +59,9 @@ struct BalanceReport {
 BalanceReport balance(TriMesh& mesh, float thickness, RunContext& run,
                       const BalanceOptions& options = {});
 
-/// The same without the cavities: what `balance` would say, from the same decisions. `after` is that
-/// of the cavities before their surface is reduced, by which it moves by hundredths of a degree.
+/// The same without the cavities: what `balance` would say, from the same decisions. `after` is
+/// that of the cavities before their surface is reduced, by which it moves by hundredths of a
+/// degree.
 BalanceReport preview_balance(const TriMesh& mesh, float thickness, RunContext& run,
                               const BalanceOptions& options = {});
 
