@@ -215,7 +215,8 @@ private:
             }
         }
         const double bound = least_between(least, circle_radius(t));
-        if (bound >= aim.enough || least < aim.least || halvings == kMostHalvings) {
+        const bool is_told = bound >= aim.enough || bound >= least * (1 - kToldWithin);
+        if (is_told || least < aim.least || halvings == kMostHalvings) {
             part.bound = std::min(part.bound, bound);
             return;
         }
