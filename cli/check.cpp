@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,9 +12,13 @@
 #include "cli/mending.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
+#include "cli/thin_places.h"
 
 namespace povmesh::cli {
 namespace {
+
+// Places told as JSON.
+constexpr std::size_t kListedPlaces = 5;
 
 struct Report {
     std::string path;
@@ -24,14 +29,28 @@ struct Report {
     std::vector<std::string> warnings;
     std::vector<std::string> suggestions;
     Findings findings;
+    std::optional<ThinPlaces> walls;  // when they were measured
 
+    bool is_thin() const { return walls && walls->count != 0; }
     ExitStatus status() const {
         if (!failure.empty()) return CannotRead;
-        return findings.has_flaws() ? Flawed : Clean;
+        return findings.has_flaws() || is_thin() ? Flawed : Clean;
     }
 };
 
-Report check_file(const std::string& path, SelfIntersectionSearch search, const Console& console) {
+struct CheckOptions {
+    SelfIntersectionSearch search;
+    double least_wall;  // 0: walls are not measured
+};
+
+void measure_walls(const TriMesh& mesh, double least, Report& report) {
+    ThinMeasurement measured = measure_thin(mesh, report.findings, {.wall = least});
+    report.walls = std::move(measured.report.walls);
+    report.warnings.insert(report.warnings.end(), measured.warnings.begin(),
+                           measured.warnings.end());
+}
+
+Report check_file(const std::string& path, const CheckOptions& options, const Console& console) {
     Report report;
     report.path = path;
     ProgressLine line(console, path);
@@ -43,7 +62,8 @@ Report check_file(const std::string& path, SelfIntersectionSearch search, const 
         report.triangles = model.triangles;
         report.dropped_triangles = model.dropped_triangles();
         report.warnings = load_warnings(model);
-        report.findings = examine(model.mesh, line.progress(), search);
+        report.findings = examine(model.mesh, line.progress(), options.search);
+        if (options.least_wall > 0) measure_walls(model.mesh, options.least_wall, report);
         report.suggestions = suggestions(model.mesh, report.findings);
     } catch (...) {
         report.failure = failure_text(path);
@@ -58,8 +78,15 @@ std::string table(const Report& report, bool with_warnings) {
         rows.insert(rows.end(), more.begin(), more.end());
     };
     append(finding_rows(report.findings));
-    rows.emplace_back("verdict", verdict(report.findings));
+    const std::string thin = report.is_thin() ? thin_text(*report.walls) : std::string();
+    if (report.walls) {
+        rows.emplace_back("thin walls", report.is_thin()
+                                            ? thin
+                                            : "none below " + human_number(report.walls->asked));
+    }
+    rows.emplace_back("verdict", verdict(report.findings, thin));
     append(where_rows(report.findings));
+    if (report.is_thin()) rows.emplace_back("where", "thin walls: " + thinnest_text(*report.walls));
     for (const std::string& line : report.suggestions) rows.emplace_back("suggestion", line);
     if (with_warnings) {
         for (const std::string& warning : report.warnings) rows.emplace_back("warning", warning);
@@ -86,11 +113,12 @@ Json to_json(const Report& report) {
         return json;
     }
     const Findings& f = report.findings;
-    json["verdict"] = f.has_flaws() ? "flaws" : "clean";
+    json["verdict"] = report.status() == Flawed ? "flaws" : "clean";
     json["format"] = report.format;
     json["triangles"] = report.triangles;
     json["dropped_triangles"] = report.dropped_triangles;
     add_findings(json, f);
+    if (report.walls) json["wall"] = thin_json(*report.walls, kListedPlaces);
     json["suggestions"] = report.suggestions;
     json["warnings"] = report.warnings;
     return json;
@@ -99,13 +127,18 @@ Json to_json(const Report& report) {
 int run_check(const Arguments& arguments, Console& console) {
     const std::vector<std::string>& paths = arguments.all("FILE");
     const bool as_json = arguments.has("--json");
-    const SelfIntersectionSearch search = arguments.has("--self-intersections")
-                                              ? SelfIntersectionSearch::Always
-                                              : SelfIntersectionSearch::UpToQuickFaces;
+    const CheckOptions options = {arguments.has("--self-intersections")
+                                      ? SelfIntersectionSearch::Always
+                                      : SelfIntersectionSearch::UpToQuickFaces,
+                                  arguments.has("--min-wall") ? arguments.number("--min-wall") : 0};
+    if (arguments.has("--min-wall") && !(options.least_wall > 0)) {
+        console.error("check: --min-wall takes a thickness above 0");
+        return Usage;
+    }
     Json json = Json::array();
     std::vector<ExitStatus> statuses;
     for (const std::string& path : paths) {
-        const Report report = check_file(path, search, console);
+        const Report report = check_file(path, options, console);
         if (!report.failure.empty()) console.error(report.failure);
         if (as_json) {
             json.push_back(to_json(report));
@@ -131,11 +164,18 @@ OperationSpec check_operation() {
         .description =
             "Reads each file and prints its size, its volume, the flaws that a printer trips over, "
             "where they are and what repair would do about them.",
-        .positionals = {{"FILE", true, "STL files, binary or ASCII, and OBJ files"}},
+        .positionals = {{"FILE", true, "STL, OBJ and PLY files"}},
         .options = {{.name = "--json", .help = "Print one JSON array with an object for each file"},
                     {.name = "--self-intersections",
                      .help = "Count faces that cut through each other also in models of more than "
-                             "2,000,000 triangles"}},
+                             "2,000,000 triangles"},
+                    {.name = "--min-wall",
+                     .type = ValueType::Number,
+                     .placeholder = "WALL",
+                     .unit = "units of the file",
+                     .low = 0,
+                     .high = kNoLimit,
+                     .help = "Look for walls, too, that are thinner than this"}},
         .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
         .run = run_check,
     };
