@@ -26,10 +26,6 @@
 namespace povmesh {
 namespace {
 
-// The edges of a relaxed surface come out longer than the middle of the two bounds. With this
-// factor for the lengths their mean is 0.94 of the length asked for.
-constexpr double kAim = 0.92;
-
 // More triangles than this many times those expected and those there are not made: an end to
 // splitting whatever the input.
 constexpr double kMostOfExpected = 4;
@@ -58,10 +54,6 @@ constexpr double kSecondShortening = 0.5;
 // Where a wall asks for less than this share of the length, all of the wall is seen to.
 constexpr double kThinWall = 0.6;
 
-// Edges within these bounds of the length count as even.
-constexpr double kLeastEven = 0.6;
-constexpr double kMostEven = 1.6;
-
 // Share of the vertices that must have been lost for another run.
 constexpr double kLeastLost = 0.01;
 
@@ -81,7 +73,7 @@ Array<float> usable_lengths(const TriMesh& mesh, const RemeshOptions& options) {
                      3;
             }
         }
-        lengths[f] = (l > 0 && std::isfinite(l) ? l : 1.0F) * static_cast<float>(kAim);
+        lengths[f] = (l > 0 && std::isfinite(l) ? l : 1.0F) * static_cast<float>(Remesher::kAim);
     }
     return lengths;
 }
@@ -250,7 +242,8 @@ public:
             return std::nullopt;
         }
         count_kept(report);
-        measure_evenness(report);
+        report.even_share = evenness_.of_asked;
+        report.even_share_of_local = evenness_.of_wanted;
         return std::move(made_);
     }
 
@@ -264,6 +257,7 @@ private:
             kMostOfExpected * (expected_ + static_cast<double>(surface.triangles.size()));
         Remesher remesher(base_, tree_, field_, std::move(surface), saturate_to<std::size_t>(most));
         remesher.run(options_.rounds);
+        evenness_ = remesher.evenness(asked_);
         made_ = remesher.result();
         spoiled_ = review_.spoiled_places(made_);
     }
@@ -340,35 +334,6 @@ private:
         return lowered;
     }
 
-    void measure_evenness(RemeshReport& report) const {
-        Array<double> asked(made_.vertices.size());
-        Array<double> wanted(made_.vertices.size());
-        parallel_for(asked.size(), [&](std::size_t v) {
-            const NearestPoint found = tree_.find(to_double(made_.vertices[v].position()));
-            asked[v] = asked_.at(found) / kAim;
-            wanted[v] = field_.at(found) / kAim;
-        });
-        double near_asked = 0;
-        double near_wanted = 0;
-        for (const Face& face : made_.faces) {
-            for (std::size_t c = 0; c < 3; ++c) {
-                const std::size_t a = index(face.vertex[c]);
-                const std::size_t b = index(face.vertex[(c + 1) % 3]);
-                const double l = length(to_double(made_.vertices[a].position()) -
-                                        to_double(made_.vertices[b].position()));
-                near_asked += is_even(l, 0.5 * (asked[a] + asked[b])) ? 1 : 0;
-                near_wanted += is_even(l, 0.5 * (wanted[a] + wanted[b])) ? 1 : 0;
-            }
-        }
-        const double count = 3 * static_cast<double>(std::max<std::size_t>(made_.faces.size(), 1));
-        report.even_share = near_asked / count;
-        report.even_share_of_local = near_wanted / count;
-    }
-
-    static bool is_even(double l, double wanted) {
-        return l >= kLeastEven * wanted && l <= kMostEven * wanted;
-    }
-
     static std::size_t index(std::int32_t v) { return static_cast<std::size_t>(v); }
 
     void count_kept(RemeshReport& report) const {
@@ -388,6 +353,7 @@ private:
     RemeshReview review_;
     double expected_;
     TriMesh made_;  // by the last run
+    Remesher::Evenness evenness_;
     std::vector<SpoiledPlace> spoiled_;
     Array<double> wall_lengths_;   // by vertex, when needed
     Array<std::uint8_t> is_kept_;  // by vertex

@@ -39,6 +39,16 @@ constexpr double kStray = 0.15;
 constexpr double kStrayOfChord = 0.13;
 constexpr double kWiggle = 0.03;
 
+// What a walk over the original finds counts when it is so near, as a share of the length; and it
+// crosses so many faces, and looks at so many around a vertex, before a search is cheaper.
+constexpr double kNearWalk = 0.25;
+constexpr int kMostSteps = 32;
+constexpr int kMostTurns = 16;
+
+// Edges within these bounds of the length count as even.
+constexpr double kLeastEven = 0.6;
+constexpr double kMostEven = 1.6;
+
 // Normals that differ by less (1 - cosine, about a millionth of a radian) are those of one plane.
 constexpr double kPlanar = 1e-12;
 
@@ -78,6 +88,7 @@ bool spoils(const std::array<Vec3d, 3>& before, const std::array<Vec3d, 3>& afte
 Remesher::Remesher(const TriMesh& original, const NearestFace& tree, const SizingField& field,
                    HalfEdgeMesh surface, std::size_t most_triangles)
     : original_(original),
+      opposites_(surface.opposites),
       tree_(tree),
       field_(field),
       surface_(std::move(surface)),
@@ -109,6 +120,31 @@ void Remesher::run(int rounds) {
 
 TriMesh Remesher::result() const {
     return surface_.plain_mesh([](std::size_t) { return true; });
+}
+
+Remesher::Evenness Remesher::evenness(const SizingField& asked) const {
+    Array<double> lengths(surface_.positions.size(), 0);
+    parallel_for(lengths.size(), [&](std::size_t v) {
+        if (surface_.starts[v] == HalfEdgeMesh::kNone) return;
+        NearestPoint there =
+            nearest_on_triangle(surface_.positions[v], original_corners(sources_[v]));
+        there.face = sources_[v];
+        lengths[v] = asked.at(there);
+    });
+    Evenness found;
+    double count = 0;
+    const auto is_even = [](double share) { return share >= kLeastEven && share <= kMostEven; };
+    for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
+        if (surface_.is_gone(h / 3)) continue;
+        const double l = kAim * std::sqrt(surface_.squared_length(h));
+        const double of_asked =
+            0.5 * (lengths[index(surface_.origin(h))] + lengths[index(surface_.target(h))]);
+        found.of_asked += is_even(l / of_asked) ? 1 : 0;
+        found.of_wanted += is_even(l / length_at(h)) ? 1 : 0;
+        count += 1;
+    }
+    if (!(count > 0)) return found;
+    return {found.of_asked / count, found.of_wanted / count};
 }
 
 double Remesher::length_at(std::uint32_t h) const {
@@ -459,23 +495,68 @@ Vec3d Remesher::relaxed_on_surface(std::int32_t v, Vec3d p) {
     return found.point;
 }
 
+// The point nearest to `wanted` among those that it gets nearer to all along a way over the faces
+// from one of them on. It stays on its side of a wall, and costs a tenth of a search. Not found where
+// the way is long, or ends at an edge without an opposite.
+NearestPoint Remesher::walk(Vec3d wanted, std::uint32_t face) const {
+    const auto nearest_on = [&](std::uint32_t f) {
+        NearestPoint found = nearest_on_triangle(wanted, original_corners(f));
+        found.face = f;
+        return found;
+    };
+    NearestPoint best = nearest_on(face);
+    for (int step = 0; step < kMostSteps; ++step) {
+        const std::array<double, 3>& w = best.weights;
+        const auto zeros = std::count(w.begin(), w.end(), 0.0);
+        if (zeros == 0) return best;
+        const std::uint32_t first = 3 * best.face;
+        NearestPoint next = best;
+        if (zeros == 1) {  // on the edge opposite the corner without weight
+            const auto corner =
+                static_cast<std::uint32_t>(std::find(w.begin(), w.end(), 0.0) - w.begin());
+            const std::uint32_t beyond = opposites_[HalfEdgeMesh::next(first + corner)];
+            if (beyond == HalfEdgeMesh::kNone) return {};
+            next = nearest_on(beyond / 3);
+        } else {  // at a corner: all faces around it
+            const auto corner =
+                static_cast<std::uint32_t>(std::max_element(w.begin(), w.end()) - w.begin());
+            std::uint32_t h = opposites_[HalfEdgeMesh::previous(first + corner)];
+            for (int turn = 0; h != first + corner; ++turn) {
+                if (h == HalfEdgeMesh::kNone || turn == kMostTurns) return {};
+                const NearestPoint here = nearest_on(h / 3);
+                if (here.squared_distance < next.squared_distance) next = here;
+                h = opposites_[HalfEdgeMesh::previous(h)];
+            }
+        }
+        if (!(next.squared_distance < best.squared_distance)) return best;
+        best = next;
+    }
+    return {};
+}
+
+Triangle3d Remesher::original_corners(std::uint32_t f) const {
+    const Face& face = original_.faces[f];
+    return {to_double(original_.corner_position(face, 0)),
+            to_double(original_.corner_position(face, 1)),
+            to_double(original_.corner_position(face, 2))};
+}
+
 // The point of the original nearest to `wanted` that faces the same way: not on the other side of a
 // thin wall.
 NearestPoint Remesher::nearest(Vec3d wanted, std::int32_t v, Vec3d normal) const {
-    const auto corners = [&](std::uint32_t f) {
-        const Face& face = original_.faces[f];
-        return Triangle3d{to_double(original_.corner_position(face, 0)),
-                          to_double(original_.corner_position(face, 1)),
-                          to_double(original_.corner_position(face, 2))};
-    };
     const auto faces_away = [&](std::uint32_t f) {
-        const Triangle3d t = corners(f);
+        const Triangle3d t = original_corners(f);
         return dot(cross(t[1] - t[0], t[2] - t[0]), normal) < 0;
     };
+    const NearestPoint walked = walk(wanted, sources_[index(v)]);
+    if (walked.squared_distance <= squared(kNearWalk * lengths_[index(v)]) &&
+        !faces_away(walked.face)) {
+        return walked;
+    }
     // The face where it was is near: nothing beyond it needs a look.
     const std::uint32_t source = sources_[index(v)];
     const double reach = squared(2 * lengths_[index(v)]);
-    NearestPoint known = nearest_on_triangle(wanted, corners(source));
+    NearestPoint known = nearest_on_triangle(wanted, original_corners(source));
     known.face = source;
     NearestPoint found = tree_.find(wanted, std::min(reach, known.squared_distance));
     if (!found.is_found() && known.squared_distance <= reach) found = known;
@@ -612,8 +693,8 @@ double Remesher::sag(std::size_t t) const {
         (surface_.position(v[0]) + surface_.position(v[1]) + surface_.position(v[2])) / 3.0;
     const double reach =
         0.25 * std::min({lengths_[index(v[0])], lengths_[index(v[1])], lengths_[index(v[2])]});
-    NearestPoint found = tree_.find(middle, squared(0.2 * reach));
-    if (!found.is_found()) found = tree_.find(middle, squared(reach));
+    NearestPoint found = walk(middle, sources_[index(v[0])]);
+    if (!(found.squared_distance <= squared(reach))) found = tree_.find(middle, squared(reach));
     if (!found.is_found()) return 0;
     return dot(found.point - middle, normal) / size;
 }
