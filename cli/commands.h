@@ -16,6 +16,7 @@ OperationSpec remesh_operation();
 OperationSpec revise_operation();
 OperationSpec subdivide_operation();
 OperationSpec hollow_operation();
+OperationSpec balance_operation();
 OperationSpec infill_operation();
 OperationSpec offset_operation();
 OperationSpec wrap_operation();

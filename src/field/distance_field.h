@@ -28,6 +28,8 @@ struct LabelOptions {
     double sheet_reach = 0;
     // Bodies and pockets of fewer nodes are dropped.
     std::uint32_t least_nodes = 8;
+    // Faces with solid on both sides do not count for distances.
+    bool leaves_out_buried = true;
 };
 
 struct LabelReport {

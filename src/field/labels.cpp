@@ -553,7 +553,7 @@ private:
                 if (is_inner) buried += crossed_share(field_.mesh_, crossing.face, axis);
             }
         });
-        if (buried == 0) return;
+        if (buried == 0 || !options_.leaves_out_buried) return;
         field_.surface_.reset();
         field_.is_buried_.assign(count, 0);
         bool is_any_left = false;

@@ -19,6 +19,10 @@ const double kFlatCosine = std::cos(0.5 * kDegree);
 // Rest faces are at least this share of the hull's area: a model does not stand on less.
 constexpr double kLeastRestShare = 2e-4;
 
+// Of hulls beyond 20,000 triangles, as a share of the longest side: less than the slack, so that a
+// rest face is flat all the same.
+constexpr double kHullTolerance = 1e-4;
+
 // Cells along each edge of the cube of directions: 90 degrees by 2, and one for good measure.
 constexpr std::size_t kCubeCells = 46;
 
@@ -179,7 +183,7 @@ private:
 
 void wrap(OrientModel& model) {
     const Array<Vec3f>& points = model.points;
-    const ConvexHull hull = convex_hull(points);
+    const ConvexHull hull = convex_hull(points, kHullTolerance);
     for (const std::uint32_t v : hull.vertices) model.hull_points.push_back(points[v]);
     for (const auto& t : hull.triangles) {
         const Vec3d a = to_double(points[t[0]]);
