@@ -5,6 +5,7 @@
 #include <cassert>
 #include <cmath>
 #include <span>
+#include <stdexcept>
 #include <vector>
 
 #include "base/convert.h"
