@@ -14,6 +14,7 @@
 
 #include "base/parallel.h"
 #include "field/compose.h"
+#include "helpers/reference.h"
 #include "helpers/shapes.h"
 #include "io/obj.h"
 #include "io/stl.h"
