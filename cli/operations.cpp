@@ -50,12 +50,12 @@ std::span<const ExitStatusSpec> exit_statuses() {
 }
 
 std::span<const OperationSpec> operations() {
-    static const std::array<OperationSpec, 18> table = {
-        check_operation(),   repair_operation(),   split_operation(),     cut_operation(),
-        reduce_operation(),  remesh_operation(),   revise_operation(),    subdivide_operation(),
-        hollow_operation(),  infill_operation(),   voxelize_operation(),  orient_operation(),
-        support_operation(), strength_operation(), thickness_operation(), convert_operation(),
-        render_operation(),  version_operation(),
+    static const std::array<OperationSpec, 19> table = {
+        check_operation(),     repair_operation(),  split_operation(),    cut_operation(),
+        decompose_operation(), reduce_operation(),  remesh_operation(),   revise_operation(),
+        subdivide_operation(), hollow_operation(),  infill_operation(),   voxelize_operation(),
+        orient_operation(),    support_operation(), strength_operation(), thickness_operation(),
+        convert_operation(),   render_operation(),  version_operation(),
     };
     return table;
 }

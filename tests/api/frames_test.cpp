@@ -90,6 +90,11 @@ std::vector<std::string> expand(std::string_view row, bool file_opens, bool has_
                                                                        : word);
             line("in", operation);
             line("out", operation);
+        } else if (word == "divide") {
+            for (const char* step : {"cut_half_z.", "the main while loop."}) {
+                events.push_back(std::string("|> Model : Start ") + step);
+                events.push_back(std::string("|> Model : End ") + step);
+            }
         } else if (is_number(word)) {
             const bool is_readers = word == "5" || word == "48";
             if (has_cell && (file_opens || !is_readers)) events.push_back(word);
