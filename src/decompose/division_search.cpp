@@ -225,13 +225,16 @@ private:
     SectionScale scale_of(const SolidPiece& piece, std::size_t axis) const {
         const Vec3d extent = piece.box.extent();
         double perimeter = 0;
+        double area = 1;
         double cell = 0;
         for (const std::size_t other : {(axis + 1) % 3, (axis + 2) % 3}) {
-            perimeter += 2 * std::min(size_.limit(other), along(extent, other));
+            const double side = std::min(size_.limit(other), along(extent, other));
+            perimeter += 2 * side;
+            area *= side;
             cell = std::max(cell, grid_.edge[other]);
         }
         const double wide = std::isinf(size_.smallest()) ? 0 : kPegShare * size_.smallest();
-        return {std::max(wide, kPegCells * cell), perimeter};
+        return {std::max(wide, kPegCells * cell), perimeter, area};
     }
 
     void find_ways(Node& node) {

@@ -12,6 +12,7 @@ namespace povmesh {
 namespace {
 
 constexpr double kContourWeight = 0.4;
+constexpr double kAreaWeight = 0.4;
 constexpr double kFragileWeight = 0.3;
 constexpr double kNarrowWeight = 0.3;
 constexpr std::size_t kSoundLayers = 3;
@@ -145,6 +146,7 @@ std::vector<double> section_qualities(const SolidPiece& piece, std::size_t axis,
                                std::numbers::pi / 4;
         const auto area = static_cast<double>(sums.cells);
         qualities[i] = kContourWeight * contour / scale.perimeter +
+                       kAreaWeight * area * row_edge * column_edge / scale.area +
                        kFragileWeight * static_cast<double>(sums.fragile) / area +
                        kNarrowWeight * static_cast<double>(sums.narrow) / area;
     }
