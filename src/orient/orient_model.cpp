@@ -23,6 +23,9 @@ constexpr double kLeastRestShare = 2e-4;
 // rest face is flat all the same.
 constexpr double kHullTolerance = 1e-4;
 
+// What lies this near to the plate rests on it, as a share of the diameter.
+constexpr double kSlack = 1e-3;
+
 // Cells along each edge of the cube of directions: 90 degrees by 2, and one for good measure.
 constexpr std::size_t kCubeCells = 46;
 
@@ -209,7 +212,7 @@ void wrap(OrientModel& model) {
         radius = std::max(radius, length(to_double(p) - centre));
     }
     model.diameter = 2 * radius;
-    model.slack = model.diameter / 1000;
+    model.slack = model.diameter * kSlack;
     const double square = model.diameter * model.diameter;
     model.hull_volume = std::max(model.hull_volume, 1e-3 * square * model.diameter);
     model.hull_area = std::max({model.hull_area, 1e-2 * square, model.area / 2});
@@ -292,19 +295,26 @@ bool has_finite_corners(const TriMesh& mesh, const Face& face) {
            });
 }
 
-OrientModel make_orient_model(const TriMesh& mesh) {
+OrientModel make_support_model(const TriMesh& mesh) {
     OrientModel model;
     const Box3f box = finite_bounds(mesh);
     if (box.is_empty()) return model;
     const Vec3d extent = to_double(box.high) - to_double(box.low);
     model.unit = std::max({extent.x, extent.y, extent.z});
     model.middle = to_double(box.low) * 0.5 + to_double(box.high) * 0.5;
+    model.slack = kSlack;
     if (model.unit > 0) take_triangles(mesh, model);
     if (model.triangles.empty()) {
         model.unit = 0;
         return model;
     }
     weigh(model);
+    return model;
+}
+
+OrientModel make_orient_model(const TriMesh& mesh) {
+    OrientModel model = make_support_model(mesh);
+    if (model.triangles.empty()) return model;
     wrap(model);
     group_normals(model);
     fill_tables(model);
