@@ -267,6 +267,9 @@ TEST(Orientation, AnswersBadInput) {
         for (float& x : soup) x *= size;
         EXPECT_FALSE(search(soup).best.empty()) << size;
     }
+    // A sound model beside triangles without area that reach far out.
+    const SoupVector far = {-3e38F, -3e38F, -1, -3e38F, -3e38F, 0, -3e38F, -3e38F, 7};
+    EXPECT_EQ(best_up(together({tee(), far})), Vec3d(0, 0, -1));
     shapes::Random random(5);
     SoupVector noise(9 * 300);
     for (float& x : noise) x = static_cast<float>(random.unit());
