@@ -171,7 +171,7 @@ std::vector<Row> where_rows(const Findings& findings) {
     return rows;
 }
 
-std::string verdict(const Findings& findings) {
+std::string verdict(const Findings& findings, const std::string& more) {
     std::string flaws;
     for (std::size_t i = 0; i < kFlawWords.size(); ++i) {
         const std::uint64_t count = findings.flaws[i].count;
@@ -183,6 +183,7 @@ std::string verdict(const Findings& findings) {
         if (!flaws.empty()) flaws += ", ";
         flaws += counted(count, one, several);
     }
+    if (!more.empty()) return "flaws: " + flaws + (flaws.empty() ? "" : ", ") + more;
     if (flaws.empty()) return "clean";
     if (findings.has_degenerate_faces_only()) return "prints, but has " + flaws;
     return "flaws: " + flaws;

@@ -211,7 +211,7 @@ Array<char> draw(const TriMesh& mesh, const Orientation& row) {
     const Pose as_is(mesh, {0, 0, 1});
     const Pose best(mesh, row.up);
     picture::RenderOptions options;
-    options.width = width_beside(kPictureWidth);
+    options.width = (kPictureWidth - kLineWidth) / 2;
     options.height = kPictureHeight;
     for (const Pose* pose : {&as_is, &best}) {
         const Box3f box = finite_bounds(pose->mesh);
@@ -219,7 +219,7 @@ Array<char> draw(const TriMesh& mesh, const Orientation& row) {
         options.frame.widen(to_double(box.high));
     }
     const picture::Image left = picture::render({as_is.model}, options);
-    return picture::encode_png(beside(left, picture::render({best.model}, options), kPictureWidth));
+    return picture::encode_png(beside(left, picture::render({best.model}, options)));
 }
 
 void draw_preview(const TriMesh& mesh, const Arguments& arguments, OrientOutcome& outcome) {

@@ -168,9 +168,10 @@ picture::Image draw(std::vector<Subject>& subjects, const Arguments& arguments) 
     }
     for (const Subject& subject : subjects) widen(options.frame, box_of(subject.loaded.mesh));
     const std::uint32_t width = options.width;
-    options.width = width_beside(width);
+    options.width = (width - kLineWidth) / 2;
     const picture::Image left = picture::render({subjects[0].model(with_flaws)}, options);
-    return beside(left, picture::render({subjects[1].model(with_flaws)}, options), width);
+    return beside(left, picture::render({subjects[1].model(with_flaws)}, options),
+                  width - 2 * options.width);
 }
 
 // Reads the models and draws them; one line for the user when that fails, else empty.

@@ -5,8 +5,14 @@
 
 namespace povmesh::cli {
 
-inline constexpr PositionalSpec kModelFile = {"IN", false,
-                                              "STL file, binary or ASCII, or OBJ file"};
+/// The ends of names of models, for messages and help.
+inline constexpr std::string_view kModelEndings = ".stl, .obj, .ply or .3mf";
+
+inline std::vector<std::string_view> model_formats() {
+    return {"stl", "obj", "ply", "3mf"};
+}
+
+inline constexpr PositionalSpec kModelFile = {"IN", false, "STL, OBJ, PLY or 3MF file"};
 
 /// The file or folder to write to.
 inline OptionSpec output(std::string_view placeholder, std::string_view help) {
@@ -19,7 +25,16 @@ inline OptionSpec output(std::string_view placeholder, std::string_view help) {
 }
 
 inline OptionSpec model_output() {
-    return output("OUT", "File to write; its name ends in .stl or .obj");
+    return output("OUT", "File to write; its name ends in .stl, .obj, .ply or .3mf");
+}
+
+/// The format of pieces.
+inline OptionSpec piece_format() {
+    return {.name = "--format",
+            .type = ValueType::Choice,
+            .placeholder = "FORMAT",
+            .choices = model_formats(),
+            .help = "Format to write, by default that of IN, and that of IN when it is -"};
 }
 
 inline OptionSpec json_object() {
