@@ -164,7 +164,7 @@ OperationSpec check_operation() {
         .description =
             "Reads each file and prints its size, its volume, the flaws that a printer trips over, "
             "where they are and what repair would do about them.",
-        .positionals = {{"FILE", true, "STL files, binary or ASCII, and OBJ files"}},
+        .positionals = {{"FILE", true, "STL, OBJ and PLY files"}},
         .options = {{.name = "--json", .help = "Print one JSON array with an object for each file"},
                     {.name = "--self-intersections",
                      .help = "Count faces that cut through each other also in models of more than "

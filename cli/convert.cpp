@@ -43,9 +43,9 @@ OperationSpec convert_operation() {
         .name = "convert",
         .summary = "Write a model in another format",
         .description =
-            "Reads STL, binary or ASCII, or OBJ and writes binary STL or OBJ. IN and OUT may be "
-            "the same file; OUT is replaced only when the new content is complete.",
-        .positionals = {kModelFile, {"OUT", false, "File to write; its name ends in .stl or .obj"}},
+            "Reads STL, OBJ or PLY, binary or ASCII, and writes binary STL, OBJ or binary PLY. IN "
+            "and OUT may be the same file; OUT is replaced only when the new content is complete.",
+        .positionals = {kModelFile, {"OUT", false, model_output().help}},
         .statuses = {Clean, Usage, CannotRead, CannotWrite},
         .run = run_convert,
     };

@@ -9,7 +9,10 @@
 #include <system_error>
 
 #include "cli/numbers.h"
+#include "cli/shared_options.h"
+#include "io/file.h"
 #include "io/obj.h"
+#include "io/ply.h"
 #include "io/stl.h"
 
 namespace povmesh::cli {
@@ -69,14 +72,59 @@ Status read_obj_model(const std::string& path, Progress progress, LoadedModel& m
     return status;
 }
 
+std::string list_text(const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+    return text;
+}
+
+Status read_ply_model(const std::string& path, Progress progress, LoadedModel& model) {
+    PlyInfo info;
+    Status status = read_ply(path, model.mesh, info);
+    model.format = info.form == PlyForm::Ascii ? "ASCII PLY" : "binary PLY";
+    model.triangles = info.triangles;
+    model.has_texture_lines = info.has_textures;
+    model.extras.texture_files = info.texture_files;
+    if (info.short_faces > 0) {
+        const std::string place = info.form == PlyForm::Ascii ? "line " : "byte ";
+        model.warnings.push_back(counted(info.short_faces, "face", "faces") +
+                                 " of fewer than three corners left out, first at " + place +
+                                 std::to_string(info.first_short));
+    }
+    if (info.has_face_colours) {
+        model.warnings.emplace_back("colours of faces left out beside those of the vertices");
+    }
+    if (!info.left_out.empty()) {
+        model.warnings.push_back("a mesh has no place for " + list_text(info.left_out) +
+                                 "; left out");
+    }
+    if (info.trailing_bytes > 0) {
+        model.warnings.push_back(counted(info.trailing_bytes, "byte") +
+                                 " behind the last element ignored");
+    }
+    progress.set(48);
+    return status;
+}
+
+Status read_kind(const std::string& path, Progress progress, LoadedModel& model) {
+    switch (model.kind) {
+        case FileKind::Obj:
+            return read_obj_model(path, progress, model);
+        case FileKind::Ply:
+            return read_ply_model(path, progress, model);
+        default:
+            return read_stl_model(path, progress, model);
+    }
+}
+
 std::string read_model(const std::string& path, Progress progress, LoadedModel& model) {
-    const FileKind kind = kind_of(path);
-    if (kind == FileKind::Unknown) {
-        return path + ": unknown kind of file; give one whose name ends in .stl or .obj";
+    model.kind = kind_of(path);
+    if (model.kind == FileKind::Unknown) {
+        return path + ": unknown kind of file; give one whose name ends in " +
+               std::string(kModelEndings);
     }
     model.path = path;
-    const Status status = kind == FileKind::Obj ? read_obj_model(path, progress, model)
-                                                : read_stl_model(path, progress, model);
+    const Status status = read_kind(path, progress, model);
     if (!status.ok()) return status.text();
     if (model.mesh.faces.empty()) {
         return path + ": every triangle has two corners at the same place; nothing is left of " +
@@ -117,17 +165,44 @@ std::string coordinate_obstacle(const TriMesh& mesh) {
            "out of the input, and scale it down when its coordinates are near 3e38";
 }
 
+Status write_kind(TriMesh& mesh, const std::string& path, const ModelExtras& extras) {
+    ReplacementFile file;
+    Status status = file.open(path);
+    if (!status.ok()) return status;
+    switch (kind_of(path)) {
+        case FileKind::Obj:
+            return write_obj(mesh, file, {.exact = true});
+        case FileKind::Ply:
+            return write_ply(mesh, file, extras.texture_files);
+        default:
+            return write_stl(mesh, file);
+    }
+}
+
 }  // namespace
 
 FileKind kind_of(const std::string& path) {
-    if (has_extension(path, ".stl")) return FileKind::Stl;
-    return has_extension(path, ".obj") ? FileKind::Obj : FileKind::Unknown;
+    for (const FileKind kind : {FileKind::Stl, FileKind::Obj, FileKind::Ply}) {
+        if (has_extension(path, extension_of(kind))) return kind;
+    }
+    return FileKind::Unknown;
+}
+
+std::string_view extension_of(FileKind kind) {
+    switch (kind) {
+        case FileKind::Obj:
+            return ".obj";
+        case FileKind::Ply:
+            return ".ply";
+        default:
+            return ".stl";
+    }
 }
 
 bool is_model_name(const std::string& path, Console& console) {
     if (kind_of(path) != FileKind::Unknown) return true;
-    console.error(path +
-                  ": only STL and OBJ can be written; give a name that ends in .stl or .obj");
+    console.error(path + ": no kind of model; give a name that ends in " +
+                  std::string(kModelEndings));
     return false;
 }
 
@@ -143,13 +218,12 @@ std::string load_model(const std::string& path, Progress progress, LoadedModel& 
     }
 }
 
-std::string save_model(TriMesh& mesh, const std::string& path) {
+std::string save_model(TriMesh& mesh, const std::string& path, const ModelExtras& extras) {
     try {
         if (const std::string obstacle = coordinate_obstacle(mesh); !obstacle.empty()) {
             return path + ": " + obstacle;
         }
-        if (kind_of(path) == FileKind::Stl) return write_stl(mesh, path).text();
-        return write_obj(mesh, path, {.exact = true}).text();
+        return write_kind(mesh, path, extras).text();
     } catch (...) {
         return failure_text(path);
     }
@@ -161,7 +235,7 @@ std::string save_model(LoadedModel& model, const std::string& path) {
         return path +
                ": was not read whole, and what was left out would be lost; write to another file";
     }
-    return save_model(model.mesh, path);
+    return save_model(model.mesh, path, model.extras);
 }
 
 std::string failure_text(const std::string& path) {
@@ -196,9 +270,12 @@ std::vector<std::string> loss_warnings(const LoadedModel& model, FileKind target
         }
         return warnings;
     }
-    if (has_labels) {
+    const bool is_ply = model.kind == FileKind::Ply && target == FileKind::Ply;
+    if (has_labels && model.kind == FileKind::Ply && !is_ply) {
+        warnings.emplace_back("materials are numbered; the names of texture files are lost");
+    } else if (has_labels && !is_ply) {
         warnings.emplace_back("materials are numbered; their names and the library file are lost");
-    } else if (model.has_texture_lines) {
+    } else if (model.has_texture_lines && !has_labels) {
         warnings.emplace_back("texture coordinates are lost: no material uses them");
     }
     return warnings;

@@ -94,7 +94,7 @@ namespace {
 // That of the option --format, else that of the source.
 std::string extension_for(const Arguments& arguments, const std::string& source) {
     if (arguments.has("--format")) return "." + arguments.text("--format");
-    return kind_of(source) == FileKind::Obj ? ".obj" : ".stl";
+    return std::string(extension_of(kind_of(source)));
 }
 
 // What is there already when writing fails on the way.

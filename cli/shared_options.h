@@ -5,8 +5,10 @@
 
 namespace povmesh::cli {
 
-inline constexpr PositionalSpec kModelFile = {"IN", false,
-                                              "STL file, binary or ASCII, or OBJ file"};
+/// The ends of names of models, for messages and help.
+inline constexpr std::string_view kModelEndings = ".stl, .obj or .ply";
+
+inline constexpr PositionalSpec kModelFile = {"IN", false, "STL, OBJ or PLY file"};
 
 /// The file or folder to write to.
 inline OptionSpec output(std::string_view placeholder, std::string_view help) {
@@ -19,7 +21,16 @@ inline OptionSpec output(std::string_view placeholder, std::string_view help) {
 }
 
 inline OptionSpec model_output() {
-    return output("OUT", "File to write; its name ends in .stl or .obj");
+    return output("OUT", "File to write; its name ends in .stl, .obj or .ply");
+}
+
+/// The format of pieces.
+inline OptionSpec piece_format() {
+    return {.name = "--format",
+            .type = ValueType::Choice,
+            .placeholder = "FORMAT",
+            .choices = {"stl", "obj", "ply"},
+            .help = "Format to write, by default that of IN"};
 }
 
 inline OptionSpec json_object() {

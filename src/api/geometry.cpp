@@ -4,6 +4,7 @@
 #include "analysis/weakness.h"
 #include "api/host_numbers.h"
 #include "api/steps.h"
+#include "design/balance.h"
 #include "design/hollow.h"
 #include "design/infill.h"
 #include "mesh/shells.h"
@@ -130,12 +131,12 @@ void cellularInfillFromData(float surface_thickness, float infill_density,
     job.progress(100);
 }
 
-void balancingFromData(float /*thickness*/, const float* coordinates_in, uint32_t count_in,
+void balancingFromData(float thickness, const float* coordinates_in, uint32_t count_in,
                        float** coordinates, uint32_t* count, uint32_t* progress) {
     Job job(progress);
-    const TriMesh mesh = build(soup_of(coordinates_in, count_in));
+    TriMesh mesh = build(soup_of(coordinates_in, count_in));
     job.progress(10);
-    // Balancing is not built yet.
+    balance(mesh, thickness, job.run());
     job.progress(90);
     export_coordinates(mesh, {coordinates, count});
     job.progress(100);

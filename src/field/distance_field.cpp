@@ -50,7 +50,7 @@ const NearestFace& DistanceField::surface() const {
     return *surface_;
 }
 
-LevelNodes offset_nodes(const DistanceField& field, double level) {
+LevelNodes offset_nodes(const DistanceField& field, double level, const SharpDistance* sharp) {
     const NodeSet& solid = field.solid();
     if (level == 0) return {solid, NodeDistances(solid.layout())};
     const bool grows = level > 0;
@@ -62,7 +62,7 @@ LevelNodes offset_nodes(const DistanceField& field, double level) {
             among.fill(b);
         }
     }
-    LevelNodes nodes = nodes_within(field.surface(), field.grid(), std::abs(level), among);
+    LevelNodes nodes = nodes_within(field.surface(), field.grid(), std::abs(level), among, sharp);
     // Within is now the part that changes: what is added or taken away.
     NodeSet result(field.grid());
     for (std::uint32_t b = 0; b < solid.block_count(); ++b) {

@@ -92,7 +92,8 @@ TriMesh usable_faces(const TriMesh& mesh);
 
 /// The nodes of what is left of the solid, or what it grows to, by an offset of its surface: air
 /// nodes nearer than `level` are added when it is above 0, solid ones nearer than -level taken away
-/// when it is below. With 0 the solid itself.
-LevelNodes offset_nodes(const DistanceField& field, double level);
+/// when it is below. With 0 the solid itself. Distances are the sharp ones where these are given.
+LevelNodes offset_nodes(const DistanceField& field, double level,
+                        const SharpDistance* sharp = nullptr);
 
 }  // namespace povmesh

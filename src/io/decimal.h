@@ -2,8 +2,13 @@
 #pragma once
 
 #include <bit>
+#include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
+#include <system_error>
+
+#include "base/convert.h"
 
 namespace povmesh {
 
@@ -120,6 +125,21 @@ inline const char* parse_decimal(const char* first, const char* last, double& va
     }
     value = negative ? -magnitude : magnitude;
     return p;
+}
+
+/// The float nearest to a number: `wide` is the double nearest to it, `digits` its text, which
+/// decides when the double lies half way between two floats.
+inline float nearest_float(double wide, std::string_view digits) {
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &wide, sizeof bits);
+    if ((bits & 0x1FFFFFFF) == 0x10000000) {
+        if (digits.front() == '+') digits.remove_prefix(1);
+        float exact = 0;
+        const auto [end, error] =
+            std::from_chars(digits.data(), digits.data() + digits.size(), exact);
+        if (error == std::errc{}) return exact;
+    }
+    return narrow_to_float(wide);
 }
 
 }  // namespace povmesh

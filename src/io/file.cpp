@@ -151,6 +151,13 @@ Status InputFile::open(const std::string& path) {
     return {};
 }
 
+void InputFile::adopt(int descriptor) {
+    assert(descriptor_ < 0);
+    descriptor_ = descriptor;
+    struct stat info {};
+    size_ = fstat(descriptor, &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
+}
+
 std::size_t InputFile::read(std::uint64_t offset, std::span<char> target) const {
     std::size_t done = 0;
     while (done < target.size()) {

@@ -9,6 +9,7 @@
 
 #include "base/array.h"
 #include "base/status.h"
+#include "io/byte_sink.h"
 
 namespace povmesh {
 
@@ -25,6 +26,9 @@ public:
 
     /// CannotRead, with the reason, when the file is not there, not readable or not a regular file.
     Status open(const std::string& path);
+
+    /// Takes over the descriptor of a regular file that is open for reading.
+    void adopt(int descriptor);
 
     std::uint64_t size() const { return size_; }
 
@@ -51,19 +55,14 @@ private:
 /// itself, a file of another owner in a sticky folder), and for a target that is no regular file,
 /// the target is written in place. Only there a failure on the way can leave it incomplete; if the
 /// new content is complete beside it by then, it stays there and the message names its file.
-class ReplacementFile {
+class ReplacementFile final : public ByteSink {
 public:
-    ReplacementFile() = default;
-    ~ReplacementFile();  // without commit: removes the temporary file
-    ReplacementFile(const ReplacementFile&) = delete;
-    ReplacementFile& operator=(const ReplacementFile&) = delete;
+    ~ReplacementFile() override;  // without commit: removes the temporary file
 
     /// `flush_to_disk` false leaves out the two flushes (for benchmarks).
     Status open(const std::string& path, bool flush_to_disk = true);
-    /// Appends; after a failed write everything further, `commit` included, fails with the same
-    /// status.
-    Status write(std::span<const char> bytes);
-    Status commit();
+    Status write(std::span<const char> bytes) override;
+    Status commit() override;
 
 private:
     void close_and_discard();

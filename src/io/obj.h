@@ -7,6 +7,8 @@
 #include <string_view>
 
 #include "base/status.h"
+#include "io/byte_sink.h"
+#include "io/byte_source.h"
 #include "mesh/tri_mesh.h"
 
 namespace povmesh {
@@ -57,7 +59,9 @@ Status read_obj(const std::string& path, const ObjReadOptions& options, TriMesh&
                 ObjInfo& info);
 Status read_obj(const std::string& path, TriMesh& mesh);
 
-/// The same from a text in memory; `name` stands in messages.
+/// The same from bytes that need not be a file; `name` stands in messages.
+Status read_obj(const ByteSource& source, const std::string& name, const ObjReadOptions& options,
+                TriMesh& mesh, ObjInfo& info);
 Status parse_obj(std::string_view text, const std::string& name, const ObjReadOptions& options,
                  TriMesh& mesh, ObjInfo& info);
 
@@ -93,5 +97,8 @@ struct ObjWriteOptions {
 /// @return  CannotWrite, with the reason; the target is then unchanged.
 Status write_obj(TriMesh& mesh, const std::string& path, const ObjWriteOptions& options = {},
                  bool flush_to_disk = true);
+
+/// The same to any sink, which is committed at the end.
+Status write_obj(TriMesh& mesh, ByteSink& file, const ObjWriteOptions& options = {});
 
 }  // namespace povmesh

@@ -14,156 +14,14 @@
 #include "io/file.h"
 #include "io/obj.h"
 #include "io/polygon.h"
+#include "io/text.h"
 #include "mesh/colour.h"
 #include "mesh/compact.h"
 
 namespace povmesh {
 namespace {
 
-// Corners of a polygon this close to the one before, in every coordinate, are left out.
-constexpr double kSamePoint = 1e-6;
-
 constexpr std::size_t kMaxVertexCount = std::numeric_limits<std::int32_t>::max();
-
-bool is_blank(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
-}
-
-/// The lines of a text, out of a buffer for a piece of it: what stays in the caches is not fetched
-/// from memory again, and fresh memory for a whole text takes as long as parsing half of it.
-class Lines {
-public:
-    explicit Lines(const ByteSource& source)
-        : source_(source),
-          buffer_(static_cast<std::size_t>(std::min<std::uint64_t>(kBufferBytes, source.size + 1))),
-          p_(buffer_.data()),
-          end_(p_) {}
-
-    /// The next line without its end, valid until the next call; false when there is none.
-    bool next(std::string_view& line) {
-        const char* end = find_end(p_);
-        while (end == nullptr) {
-            const std::size_t searched = static_cast<std::size_t>(end_ - p_);
-            if (!refill()) break;
-            end = find_end(p_ + searched);
-        }
-        is_ended_ = end != nullptr;
-        if (!is_ended_ && p_ == end_) return false;
-        if (!is_ended_) end = end_;
-        line = {p_, static_cast<std::size_t>(end - p_)};
-        p_ = is_ended_ ? end + 1 : end;
-        return true;
-    }
-
-    /// Whether the line ends with a line feed, and not with the text.
-    bool is_ended() const { return is_ended_; }
-
-    /// Where the line ends.
-    std::uint64_t offset() const { return read_ - static_cast<std::uint64_t>(end_ - p_); }
-
-private:
-    static constexpr std::size_t kBufferBytes = std::size_t{1} << 18;
-
-    const char* find_end(const char* p) const {
-        return static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(end_ - p)));
-    }
-
-    // Moves the rest to the front of the buffer, which grows when a line fills it, and reads on.
-    bool refill() {
-        const auto kept = static_cast<std::size_t>(end_ - p_);
-        if (kept == buffer_.size()) {
-            buffer_.resize(kept * 2);
-        } else if (kept > 0) {
-            std::memmove(buffer_.data(), p_, kept);
-        }
-        p_ = buffer_.data();
-        const std::size_t count =
-            source_.read(read_, {buffer_.data() + kept, buffer_.size() - kept});
-        end_ = p_ + kept + count;
-        read_ += count;
-        return count != 0;
-    }
-
-    const ByteSource& source_;
-    Array<char> buffer_;
-    const char* p_;  // where the next line begins
-    const char* end_;
-    std::uint64_t read_ = 0;
-    bool is_ended_ = false;
-};
-
-/// The words of one line.
-class Words {
-public:
-    explicit Words(std::string_view line) : p_(line.data()), last_(p_ + line.size()) {}
-
-    /// The next word, empty at the end of the line or at a comment.
-    std::string_view next() {
-        while (p_ != last_ && is_blank(*p_)) ++p_;
-        if (p_ == last_ || *p_ == '#') {
-            p_ = last_;
-            return {};
-        }
-        const char* const begin = p_;
-        while (p_ != last_ && !is_blank(*p_)) ++p_;
-        return {begin, static_cast<std::size_t>(p_ - begin)};
-    }
-
-    /// Reads the number at the beginning of the next word; false, and no more numbers, when there
-    /// is none.
-    bool number(double& value) {
-        while (p_ != last_ && is_blank(*p_)) ++p_;
-        const char* const word = p_;
-        const char* const end = parse_decimal(p_, last_, value);
-        if (end == nullptr) {
-            if (bad_ == nullptr) bad_ = word;
-            p_ = last_;
-            return false;
-        }
-        number_ = {p_, static_cast<std::size_t>(end - p_)};
-        p_ = end;
-        if (p_ != last_ && !is_blank(*p_) && bad_ == nullptr) bad_ = word;
-        while (p_ != last_ && !is_blank(*p_)) ++p_;
-        return true;
-    }
-
-    /// The same as the nearest float.
-    bool number(float& value) {
-        double wide = 0;
-        if (!number(wide)) return false;
-        value = narrow_to_float(wide);
-        // Half way between two floats the digits beyond the double decide.
-        std::uint64_t bits = 0;
-        std::memcpy(&bits, &wide, sizeof bits);
-        if ((bits & 0x1FFFFFFF) == 0x10000000) {
-            std::string_view digits = number_;
-            if (digits.front() == '+') digits.remove_prefix(1);
-            float exact = 0;
-            const auto [end, error] =
-                std::from_chars(digits.data(), digits.data() + digits.size(), exact);
-            if (error == std::errc{}) value = exact;
-        }
-        return true;
-    }
-
-    /// Whether every number asked for so far was there, and nothing stood behind it in its word.
-    bool are_whole() const { return bad_ == nullptr; }
-
-    /// The first word of which that is not so; empty at the end of the line or at a comment.
-    std::string_view bad_word() const { return Words({bad_, last_}).next(); }
-
-    /// Whether a word follows.
-    bool has_more() {
-        while (p_ != last_ && is_blank(*p_)) ++p_;
-        return p_ != last_ && *p_ != '#';
-    }
-
-private:
-    const char* p_;
-    const char* last_;
-    std::string_view number_;
-    const char* bad_ = nullptr;
-};
 
 // Whether a line has a "#" at the beginning of a word.
 bool has_comment(std::string_view line) {
@@ -450,23 +308,15 @@ private:
 
     void add_polygon() {
         points_.clear();
-        std::size_t kept = 0;
         for (const Corner& corner : corners_) {
             if (!is_vertex(corner.vertex)) throw std::out_of_range("invalid vector<T> subscript");
-            const Vec3d point =
-                to_double(mesh_.vertices[static_cast<std::size_t>(corner.vertex)].position());
-            if (kept > 0 && is_same_point(points_.back(), point)) continue;
-            points_.push_back(point);
-            corners_[kept++] = corner;
+            points_.push_back(
+                to_double(mesh_.vertices[static_cast<std::size_t>(corner.vertex)].position()));
         }
+        leave_out_repeated(points_, corners_);
         for (const auto& [a, b, c] : triangulator_.triangulate(points_)) {
             add_face(corners_[a], corners_[b], corners_[c]);
         }
-    }
-
-    static bool is_same_point(Vec3d a, Vec3d b) {
-        return std::abs(a.x - b.x) <= kSamePoint && std::abs(a.y - b.y) <= kSamePoint &&
-               std::abs(a.z - b.z) <= kSamePoint;
     }
 
     // Makes room for one more record: if there is none, for as many as the text will hold if it
@@ -537,10 +387,14 @@ private:
 
 }  // namespace
 
+Status read_obj(const ByteSource& source, const std::string& name, const ObjReadOptions& options,
+                TriMesh& mesh, ObjInfo& info) {
+    return ObjParser(source, name, options, mesh, info).run();
+}
+
 Status parse_obj(std::string_view text, const std::string& name, const ObjReadOptions& options,
                  TriMesh& mesh, ObjInfo& info) {
-    const ByteSource source = bytes_of(std::span<const char>(text));
-    return ObjParser(source, name, options, mesh, info).run();
+    return read_obj(bytes_of(std::span<const char>(text)), name, options, mesh, info);
 }
 
 Status read_obj(const std::string& path, const ObjReadOptions& options, TriMesh& mesh,
@@ -548,8 +402,7 @@ Status read_obj(const std::string& path, const ObjReadOptions& options, TriMesh&
     InputFile file;
     Status status = file.open(path);
     if (!status.ok()) return status;
-    const ByteSource source = bytes_of(file);
-    return ObjParser(source, path, options, mesh, info).run();
+    return read_obj(bytes_of(file), path, options, mesh, info);
 }
 
 Status read_obj(const std::string& path, TriMesh& mesh) {

@@ -30,7 +30,7 @@ constexpr std::size_t kFewColours = 16;
 
 class TextWriter {
 public:
-    explicit TextWriter(ReplacementFile& file) : file_(file), buffer_(kBufferBytes) {}
+    explicit TextWriter(ByteSink& file) : file_(file), buffer_(kBufferBytes) {}
 
     /// Makes room for a line.
     void begin_line() {
@@ -86,7 +86,7 @@ private:
     char* at() { return buffer_.data() + used_; }
     char* end() { return buffer_.data() + buffer_.size(); }
 
-    ReplacementFile& file_;
+    ByteSink& file_;
     Array<char> buffer_;
     std::size_t used_ = 0;
 };
@@ -127,7 +127,7 @@ private:
 
 class ObjWriter {
 public:
-    ObjWriter(TriMesh& mesh, const ObjWriteOptions& options, ReplacementFile& file)
+    ObjWriter(TriMesh& mesh, const ObjWriteOptions& options, ByteSink& file)
         : mesh_(mesh), options_(options), out_(file) {}
 
     Status run() {
@@ -376,14 +376,18 @@ private:
 
 }  // namespace
 
+Status write_obj(TriMesh& mesh, ByteSink& file, const ObjWriteOptions& options) {
+    Status status = ObjWriter(mesh, options, file).run();
+    if (!status.ok()) return status;
+    return file.commit();
+}
+
 Status write_obj(TriMesh& mesh, const std::string& path, const ObjWriteOptions& options,
                  bool flush_to_disk) {
     ReplacementFile file;
     Status status = file.open(path, flush_to_disk);
     if (!status.ok()) return status;
-    status = ObjWriter(mesh, options, file).run();
-    if (!status.ok()) return status;
-    return file.commit();
+    return write_obj(mesh, file, options);
 }
 
 }  // namespace povmesh

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -11,6 +12,28 @@
 #include "base/vec.h"
 
 namespace povmesh {
+
+/// Leaves out the corners of a polygon that lie within 1e-6, in every coordinate, of the last one
+/// kept; `points` and `corners` go side by side.
+template <typename Corner>
+void leave_out_repeated(std::vector<Vec3d>& points, std::vector<Corner>& corners) {
+    constexpr double kSamePoint = 1e-6;
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        const Vec3d p = points[i];
+        if (kept > 0) {
+            const Vec3d q = points[kept - 1];
+            if (std::abs(p.x - q.x) <= kSamePoint && std::abs(p.y - q.y) <= kSamePoint &&
+                std::abs(p.z - q.z) <= kSamePoint) {
+                continue;
+            }
+        }
+        points[kept] = p;
+        corners[kept++] = corners[i];
+    }
+    points.resize(kept);
+    corners.resize(kept);
+}
 
 /// Cuts the polygons of a model file into triangles; reused from one to the next, so that the small
 /// ones cost no allocation.

@@ -6,6 +6,7 @@
 
 #include "base/array.h"
 #include "base/status.h"
+#include "io/byte_sink.h"
 #include "io/byte_source.h"
 #include "mesh/tri_mesh.h"
 #include "run/run_context.h"
@@ -66,5 +67,8 @@ Status read_stl(const ByteSource& source, const std::string& name, const StlRead
 ///
 /// @return  CannotWrite, with the reason; the target is then unchanged.
 Status write_stl(const TriMesh& mesh, const std::string& path, bool flush_to_disk = true);
+
+/// The same to any sink, which is committed at the end.
+Status write_stl(const TriMesh& mesh, ByteSink& file);
 
 }  // namespace povmesh

@@ -23,7 +23,7 @@ bool is_written(const TriMesh& mesh, const Face& face) {
     return face.deleted == 0 && in_range;
 }
 
-Status write_prologue(ReplacementFile& file, std::uint32_t count) {
+Status write_prologue(ByteSink& file, std::uint32_t count) {
     char prologue[kStlPrologueBytes] = {};
     kHeader.copy(prologue, kHeader.size());
     std::memcpy(prologue + kStlHeaderBytes, &count, sizeof count);
@@ -44,10 +44,13 @@ Status write_stl(const TriMesh& mesh, const std::string& path, bool flush_to_dis
     ReplacementFile file;
     Status status = file.open(path, flush_to_disk);
     if (!status.ok()) return status;
+    return write_stl(mesh, file);
+}
 
+Status write_stl(const TriMesh& mesh, ByteSink& file) {
     std::uint32_t count = 0;
     for (const Face& face : mesh.faces) count += is_written(mesh, face) ? 1U : 0U;
-    status = write_prologue(file, count);
+    Status status = write_prologue(file, count);
     if (!status.ok()) return status;
 
     // Normals and attribute words are 0 from the start; only the corners change from use to use.

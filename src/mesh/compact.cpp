@@ -100,7 +100,9 @@ void compact(TriMesh& mesh, TextureDigits digits) {
         for (std::int32_t& v : face.vertex) v = welded[static_cast<std::size_t>(v)];
         const auto& [a, b, c] = face.vertex;
         if (a == b || b == c || c == a) continue;
-        if (face.label >= 0) {
+        const bool has_texture = digits != TextureDigits::AllThatAreThere || face.uv[0] >= 0 ||
+                                 face.uv[1] >= 0 || face.uv[2] >= 0;
+        if (face.label >= 0 && has_texture) {
             renew_texture(face, digits, mesh.texture_coordinates, texture_coordinates);
         } else {
             face.uv.fill(-1);

@@ -5,8 +5,9 @@
 
 namespace povmesh {
 
-/// What becomes of texture coordinates: a soup has them in 32-bit floats, a file may hold more.
-enum class TextureDigits { AsInASoup, All };
+/// What becomes of texture coordinates: a soup has them in 32-bit floats, a file may hold more, and
+/// faces of it may have a label without any.
+enum class TextureDigits { AsInASoup, All, AllThatAreThere };
 
 /// Removes deleted faces and unused vertices, renumbers both densely in face order, and welds
 /// vertices at the same place by the rule of `build_f`; the result is that of passing the live
@@ -14,7 +15,8 @@ enum class TextureDigits { AsInASoup, All };
 /// unless all digits are asked for. A mesh without live faces stays as it is.
 ///
 /// A face with a vertex index outside the vertex array is left out; a texture index outside its
-/// array counts as (0, 0). Shells and uses become empty, `parts` stays.
+/// array counts as (0, 0), except that with `AllThatAreThere` a face that has none at all stays
+/// without. Shells and uses become empty, `parts` stays.
 ///
 /// Time: linear.
 void compact(TriMesh& mesh, TextureDigits digits = TextureDigits::AsInASoup);

@@ -100,10 +100,10 @@ bool is_better(double cost_a, Vec3d a, double cost_b, Vec3d b) {
 class OrientationSearch {
 public:
     OrientationSearch(const OrientModel& model, const OrientOptions& options)
-        : model_(model), options_(options), all_{model.points, model.triangles}, quick_(all_) {
+        : model_(model), options_(options), all_(model.all()), quick_(all_) {
         if (model.triangles.size() > kManyTriangles) {
             cluster_points(model, points_, triangles_);
-            quick_ = {points_, triangles_};
+            quick_ = {points_, triangles_, model.hull_points};
         }
     }
 
@@ -205,9 +205,13 @@ private:
     std::vector<Orientation> measured(const std::vector<Vec3d>& directions,
                                       const MeasuredTriangles& on) {
         std::vector<Orientation> results(directions.size());
-        parallel_each(directions.size(), [&](std::size_t i) {
+        constexpr std::size_t kTogether = 4;  // with one meter, which keeps its memory
+        parallel_each((directions.size() + kTogether - 1) / kTogether, [&](std::size_t block) {
             OverhangMeter meter;
-            results[i] = measure(model_, on, directions[i], meter);
+            const std::size_t end = std::min((block + 1) * kTogether, directions.size());
+            for (std::size_t i = block * kTogether; i < end; ++i) {
+                results[i] = measure(model_, on, directions[i], meter);
+            }
         });
         measured_count_ += directions.size();
         return results;
@@ -335,7 +339,7 @@ private:
 
     const OrientModel& model_;
     const OrientOptions& options_;
-    Array<Vec3d> points_;  // of the first look
+    Array<Vec3f> points_;  // of the first look
     Array<std::array<std::uint32_t, 3>> triangles_;
     MeasuredTriangles all_;
     MeasuredTriangles quick_;
@@ -372,7 +376,7 @@ Orientation measure_orientation(const TriMesh& mesh, Vec3d up) {
     const OrientModel model = make_orient_model(mesh);
     if (model.triangles.empty()) return {};
     OverhangMeter meter;
-    return measure(model, {model.points, model.triangles}, unit(up), meter);
+    return measure(model, model.all(), unit(up), meter);
 }
 
 }  // namespace povmesh

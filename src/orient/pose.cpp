@@ -69,7 +69,7 @@ PoseFaces faces_of_pose(const TriMesh& mesh, Vec3d up) {
     const OrientModel model = make_orient_model(mesh);
     if (model.triangles.empty()) return faces;
     double lowest = std::numeric_limits<double>::infinity();
-    for (const Vec3d p : model.hull_points) lowest = std::min(lowest, dot(p, up));
+    for (const Vec3f p : model.hull_points) lowest = std::min(lowest, dot(to_double(p), up));
     for (std::uint32_t f = 0; f < mesh.faces.size(); ++f) {
         if (!has_finite_corners(mesh, mesh.faces[f])) continue;
         std::array<Vec3d, 3> corners;

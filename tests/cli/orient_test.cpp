@@ -43,7 +43,7 @@ TEST_F(Orient, WritesTheModelStoodUpOnThePlate) {
     const json box = json::parse(run({"check", "out.stl", "--json"}).out)[0]["box"];
     EXPECT_EQ(box, json({{"low", {-12.0, -10.0, 0.0}}, {"high", {8.0, 10.0, 24.0}}}));
     const json again = json::parse(run({"orient", "out.stl", "--json"}).out);
-    EXPECT_NEAR(again["as_is"]["contact_area"], 400, 1e-6);
+    EXPECT_NEAR(again["as_is"]["contact_area"], 400, 1e-3);
     EXPECT_EQ(again["orientations"].size(), 5U);
     EXPECT_THAT(again["warnings"][0], HasSubstr("best as it is"));
 }

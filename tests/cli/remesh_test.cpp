@@ -149,7 +149,7 @@ TEST_F(Remesh, TellsWhatCannotBe) {
         {{"reduce", "cube.stl", "-o", "out.stl", "--keep", "1.5"}, 2},
         {{"reduce", "cube.stl", "-o", "out.stl", "--faces", "10.5"}, 2},
         {{"subdivide", "cube.stl", "-o", "out.stl", "--levels", "6"}, 2},
-        {{"subdivide", "cube.stl", "-o", "out.ply"}, 2},
+        {{"subdivide", "cube.stl", "-o", "out.xyz"}, 2},
         {{"remesh", "cube.stl", "-o", "out.stl"}, 2},
         {{"remesh", "cube.stl", "-o", "out.stl", "--edge", "0"}, 2},
         {{"remesh", "cube.stl", "-o", "out.stl", "--edge", "nan"}, 2},

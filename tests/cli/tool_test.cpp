@@ -246,7 +246,7 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
         {{"check", "folder.stl"}, 3, {"folder.stl"}},
         {{"check", "part.obj"}, 3, {"part.obj", "line 2", "\"2\" names no vertex"}},
         {{"check", "EMPTY.OBJ"}, 3, {"EMPTY.OBJ", "no face"}},
-        {{"check", "cube"}, 3, {"cube", "name ends in .stl or .obj"}},
+        {{"check", "cube"}, 3, {"cube", "name ends in .stl, .obj or"}},
         {{"check", "cut.stl"}, 3, {"cut.stl", "truncated", "684 bytes", "400 bytes"}},
         {{"check", "empty.stl"}, 3, {"empty.stl", "empty"}},
         {{"check", "prose.stl"}, 3, {"prose.stl", "not an STL file"}},
@@ -255,7 +255,7 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
         {{"check", "two\nlines.obj"}, 3, {"lines.obj"}},
         {{"check", "%s %n \xC3\xA4.stl"}, 3, {"%s %n \xC3\xA4.stl"}},
         {{"convert", "cut.stl", "new.stl"}, 3, {"cut.stl", "truncated"}},
-        {{"convert", "cube.stl", "new.ply"}, 2, {"new.ply", "name that ends in .stl or .obj"}},
+        {{"convert", "cube.stl", "new.off"}, 2, {"new.off", "name that ends in .stl, .obj or"}},
         {{"convert", "cube.stl", "nowhere/new.stl"}, 6, {"nowhere/new.stl"}},
         {{"convert", "cube.stl", "folder.stl"}, 6, {"folder.stl"}},
         {{"convert", "cube.stl"}, 2, {"OUT is required", "convert --help"}},
@@ -270,7 +270,7 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
          {"cut.stl", "truncated"}},
         {{"convert", "infinite.stl", "new.obj"}, 6, {"new.obj", "infinite"}},
         {{"repair", "cube.stl"}, 2, {"--output is required"}},
-        {{"repair", "cube.stl", "-o", "new.ply"}, 2, {"new.ply", "ends in .stl or .obj"}},
+        {{"repair", "cube.stl", "-o", "new.off"}, 2, {"new.off", "ends in .stl, .obj or"}},
         {{"repair", "cut.stl", "-o", "new.stl"}, 3, {"cut.stl", "truncated"}},
         {{"repair", "cube.stl", "-o", "nowhere/new.stl"}, 6, {"nowhere/new.stl"}},
         {{"reduce", "infinite.stl", "-o", "new.stl", "--keep", "1"}, 1, {"povmesh repair takes"}},
@@ -295,7 +295,7 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
         EXPECT_TRUE(is_one_error_line(result.err)) << result.err;
         for (const std::string& word : c.words) EXPECT_THAT(result.err, HasSubstr(word));
     }
-    for (const char* name : {"new.stl", "new.ply", "new.obj", "x.jpg", "x.png"}) {
+    for (const char* name : {"new.stl", "new.off", "new.obj", "x.jpg", "x.png"}) {
         EXPECT_FALSE(std::filesystem::exists(path(name))) << name;
     }
 }

@@ -65,7 +65,7 @@ const SoupVector& tee() {
 Overhang overhang_of(const SoupVector& soup) {
     OverhangMeter meter;
     const OrientModel model = make_orient_model(shapes::mesh_of(soup));
-    Overhang found = meter.measure(model.points, model.triangles, {0, 0, 1}, model.slack);
+    Overhang found = meter.measure(model.all(), {0, 0, 1}, model.slack);
     const double square = model.unit * model.unit;
     found.volume *= square * model.unit;
     found.touched_above *= square;
