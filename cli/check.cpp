@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,9 +12,13 @@
 #include "cli/mending.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
+#include "cli/thin_places.h"
 
 namespace povmesh::cli {
 namespace {
+
+// Places told as JSON.
+constexpr std::size_t kListedPlaces = 5;
 
 /// One of several bodies of a file.
 struct BodyReport {
@@ -31,7 +36,8 @@ struct Report {
     std::vector<std::string> warnings;
     std::vector<std::string> suggestions;
     Findings findings;
-    std::vector<BodyReport> bodies;  // of a 3MF file with more than one
+    std::optional<ThinPlaces> walls;  // when they were measured
+    std::vector<BodyReport> bodies;   // of a 3MF file with more than one
 
     // Bodies that touch have edges and corners in common, which is no flaw of any of them.
     bool has_flaws() const {
@@ -40,11 +46,24 @@ struct Report {
                            [](const BodyReport& body) { return body.findings.has_flaws(); });
     }
 
+    bool is_thin() const { return walls && walls->count != 0; }
     ExitStatus status() const {
         if (!failure.empty()) return CannotRead;
-        return has_flaws() ? Flawed : Clean;
+        return has_flaws() || is_thin() ? Flawed : Clean;
     }
 };
+
+struct CheckOptions {
+    SelfIntersectionSearch search;
+    double least_wall;  // 0: walls are not measured
+};
+
+void measure_walls(const TriMesh& mesh, double least, Report& report) {
+    ThinMeasurement measured = measure_thin(mesh, report.findings, {.wall = least});
+    report.walls = std::move(measured.report.walls);
+    report.warnings.insert(report.warnings.end(), measured.warnings.begin(),
+                           measured.warnings.end());
+}
 
 std::string body_name(const BodyReport& body, std::size_t index) {
     return body.name.empty() ? "object " + std::to_string(index + 1) : on_one_line(body.name);
@@ -61,7 +80,7 @@ void examine_bodies(const LoadedModel& model, SelfIntersectionSearch search, Rep
     }
 }
 
-Report check_file(const std::string& path, SelfIntersectionSearch search, const Console& console) {
+Report check_file(const std::string& path, const CheckOptions& options, const Console& console) {
     Report report;
     report.path = path;
     ProgressLine line(console, path);
@@ -73,23 +92,26 @@ Report check_file(const std::string& path, SelfIntersectionSearch search, const 
         report.triangles = model.triangles;
         report.dropped_triangles = model.dropped_triangles();
         report.warnings = load_warnings(model);
-        report.findings = examine(model.mesh, line.progress(), search);
+        report.findings = examine(model.mesh, line.progress(), options.search);
+        if (options.least_wall > 0) measure_walls(model.mesh, options.least_wall, report);
         report.suggestions = suggestions(model.mesh, report.findings);
-        examine_bodies(model, search, report);
+        examine_bodies(model, options.search, report);
     } catch (...) {
         report.failure = failure_text(path);
     }
     return report;
 }
 
-std::string bodies_verdict(const Report& report) {
+std::string bodies_verdict(const Report& report, const std::string& thin) {
     const auto flawed = static_cast<std::size_t>(
         std::count_if(report.bodies.begin(), report.bodies.end(),
                       [](const BodyReport& body) { return body.findings.has_flaws(); }));
     if (flawed > 0) {
         return "flaws in " + std::to_string(flawed) + " of " +
-               std::to_string(report.bodies.size()) + " objects";
+               std::to_string(report.bodies.size()) + " objects" +
+               (thin.empty() ? "" : "; " + thin);
     }
+    if (!thin.empty()) return thin;
     return report.findings.has_flaws() ? "clean, each object by itself; what is counted above lies "
                                          "between them"
                                        : "clean";
@@ -102,15 +124,22 @@ std::string table(const Report& report, bool with_warnings) {
         rows.insert(rows.end(), more.begin(), more.end());
     };
     append(finding_rows(report.findings));
+    const std::string thin = report.is_thin() ? thin_text(*report.walls) : std::string();
+    if (report.walls) {
+        rows.emplace_back("thin walls", report.is_thin()
+                                            ? thin
+                                            : "none below " + human_number(report.walls->asked));
+    }
     for (std::size_t i = 0; i < report.bodies.size(); ++i) {
         const BodyReport& body = report.bodies[i];
         rows.emplace_back(body_name(body, i), counted(body.triangles, "triangle") + ", " +
                                                   size_text(body.findings.box) + ", " +
                                                   verdict(body.findings));
     }
-    rows.emplace_back("verdict",
-                      report.bodies.empty() ? verdict(report.findings) : bodies_verdict(report));
+    rows.emplace_back("verdict", report.bodies.empty() ? verdict(report.findings, thin)
+                                                       : bodies_verdict(report, thin));
     append(where_rows(report.findings));
+    if (report.is_thin()) rows.emplace_back("where", "thin walls: " + thinnest_text(*report.walls));
     for (const std::string& line : report.suggestions) rows.emplace_back("suggestion", line);
     if (with_warnings) {
         for (const std::string& warning : report.warnings) rows.emplace_back("warning", warning);
@@ -137,11 +166,12 @@ Json to_json(const Report& report) {
         return json;
     }
     const Findings& f = report.findings;
-    json["verdict"] = report.has_flaws() ? "flaws" : "clean";
+    json["verdict"] = report.status() == Flawed ? "flaws" : "clean";
     json["format"] = report.format;
     json["triangles"] = report.triangles;
     json["dropped_triangles"] = report.dropped_triangles;
     add_findings(json, f);
+    if (report.walls) json["wall"] = thin_json(*report.walls, kListedPlaces);
     for (std::size_t i = 0; i < report.bodies.size(); ++i) {
         const BodyReport& body = report.bodies[i];
         Json object = {{"name", body_name(body, i)},
@@ -158,13 +188,18 @@ Json to_json(const Report& report) {
 int run_check(const Arguments& arguments, Console& console) {
     const std::vector<std::string>& paths = arguments.all("FILE");
     const bool as_json = arguments.has("--json");
-    const SelfIntersectionSearch search = arguments.has("--self-intersections")
-                                              ? SelfIntersectionSearch::Always
-                                              : SelfIntersectionSearch::UpToQuickFaces;
+    const CheckOptions options = {arguments.has("--self-intersections")
+                                      ? SelfIntersectionSearch::Always
+                                      : SelfIntersectionSearch::UpToQuickFaces,
+                                  arguments.has("--min-wall") ? arguments.number("--min-wall") : 0};
+    if (arguments.has("--min-wall") && !(options.least_wall > 0)) {
+        console.error("check: --min-wall takes a thickness above 0");
+        return Usage;
+    }
     Json json = Json::array();
     std::vector<ExitStatus> statuses;
     for (const std::string& path : paths) {
-        const Report report = check_file(path, search, console);
+        const Report report = check_file(path, options, console);
         if (!report.failure.empty()) console.error(report.failure);
         if (as_json) {
             json.push_back(to_json(report));
@@ -194,7 +229,14 @@ OperationSpec check_operation() {
         .options = {{.name = "--json", .help = "Print one JSON array with an object for each file"},
                     {.name = "--self-intersections",
                      .help = "Count faces that cut through each other also in models of more than "
-                             "2,000,000 triangles"}},
+                             "2,000,000 triangles"},
+                    {.name = "--min-wall",
+                     .type = ValueType::Number,
+                     .placeholder = "WALL",
+                     .unit = "units of the file",
+                     .low = 0,
+                     .high = kNoLimit,
+                     .help = "Look for walls, too, that are thinner than this"}},
         .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
         .run = run_check,
     };

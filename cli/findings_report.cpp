@@ -108,6 +108,23 @@ std::string table_text(std::span<const Row> rows) {
     return text;
 }
 
+std::string columns_text(std::span<const std::vector<std::string>> lines) {
+    std::vector<std::size_t> widths(lines.empty() ? 0 : lines.front().size());
+    for (const std::vector<std::string>& line : lines) {
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            widths[i] = std::max(widths[i], line[i].size());
+        }
+    }
+    std::string text;
+    for (const std::vector<std::string>& line : lines) {
+        for (std::size_t i = 0; i + 1 < line.size(); ++i) {
+            text += "  " + line[i] + std::string(widths[i] - line[i].size(), ' ');
+        }
+        text += "  " + line.back() + "\n";
+    }
+    return text;
+}
+
 std::string hole_sizes_text(std::span<const HoleSize> holes) {
     std::string text;
     for (std::size_t i = 0; i < holes.size(); ++i) {
@@ -154,7 +171,7 @@ std::vector<Row> where_rows(const Findings& findings) {
     return rows;
 }
 
-std::string verdict(const Findings& findings) {
+std::string verdict(const Findings& findings, const std::string& more) {
     std::string flaws;
     for (std::size_t i = 0; i < kFlawWords.size(); ++i) {
         const std::uint64_t count = findings.flaws[i].count;
@@ -166,6 +183,7 @@ std::string verdict(const Findings& findings) {
         if (!flaws.empty()) flaws += ", ";
         flaws += counted(count, one, several);
     }
+    if (!more.empty()) return "flaws: " + flaws + (flaws.empty() ? "" : ", ") + more;
     if (flaws.empty()) return "clean";
     if (findings.has_degenerate_faces_only()) return "prints, but has " + flaws;
     return "flaws: " + flaws;

@@ -22,6 +22,9 @@ std::string place_text(Vec3f place);
 /// The rows, indented, the values in one column.
 std::string table_text(std::span<const Row> rows);
 
+/// Lines of the same number of words, indented, each word in a column of its own.
+std::string columns_text(std::span<const std::vector<std::string>> lines);
+
 /// "2 of 3 edges, 1 of 12"; the middle of a long list is left out.
 std::string hole_sizes_text(std::span<const HoleSize> holes);
 
@@ -32,8 +35,8 @@ std::vector<Row> finding_rows(const Findings& findings, bool is_brief = false);
 /// Where the flaws are, a row each.
 std::vector<Row> where_rows(const Findings& findings);
 
-/// "clean", or the flaws with their numbers.
-std::string verdict(const Findings& findings);
+/// "clean", or the flaws with their numbers; `more` is a flaw beside them, if not empty.
+std::string verdict(const Findings& findings, const std::string& more = {});
 
 /// Extent along the axes, in double: that of finite floats need not be a finite float.
 std::string size_text(const Box3f& box);

@@ -19,7 +19,7 @@ int tell(const Outcome& outcome, const Arguments& arguments, Console& console,
         console.print(json_text(object()));
     } else if (outcome.failure.empty()) {
         warn_of(arguments.text("IN"), outcome.warnings, console);
-        warn_of(arguments.text("--output"), outcome.lost, console);
+        if (arguments.has("--output")) warn_of(arguments.text("--output"), outcome.lost, console);
         console.print(table());
     }
     return outcome.status;

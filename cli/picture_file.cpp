@@ -6,7 +6,6 @@
 #include <string_view>
 #include <utility>
 
-#include "analysis/strength.h"
 #include "io/file.h"
 
 namespace povmesh::cli {
@@ -17,14 +16,20 @@ constexpr std::uint32_t kBarWidth = 24;
 constexpr std::uint32_t kMargin = 20;
 constexpr std::uint32_t kDot = 2;  // of a letter
 
+constexpr std::uint8_t kLineGrey = 150;
+
 // Letters of 5 x 7 dots, a row in each byte, the left dot in bit 4.
 struct Letter {
     char name;
     std::array<std::uint8_t, 7> rows;
 };
-constexpr std::array<Letter, 10> kLetters = {{{'A', {14, 17, 17, 31, 17, 17, 17}},
+constexpr std::array<Letter, 14> kLetters = {{{'A', {14, 17, 17, 31, 17, 17, 17}},
+                                              {'C', {14, 17, 16, 16, 16, 17, 14}},
+                                              {'D', {30, 17, 17, 17, 17, 17, 30}},
                                               {'E', {31, 16, 16, 30, 16, 16, 31}},
                                               {'G', {14, 17, 16, 23, 17, 17, 15}},
+                                              {'H', {17, 17, 17, 31, 17, 17, 17}},
+                                              {'I', {14, 4, 4, 4, 4, 4, 14}},
                                               {'K', {17, 18, 20, 24, 20, 18, 17}},
                                               {'N', {17, 25, 21, 19, 17, 17, 17}},
                                               {'O', {14, 17, 17, 17, 17, 17, 14}},
@@ -66,13 +71,11 @@ Status write_file(const std::string& path, const Array<char>& content) {
     return file.commit();
 }
 
-void add_strength_legend(picture::Image& image) {
-    constexpr std::string_view kWeak = "WEAK";
-    constexpr std::string_view kStrong = "STRONG";
-    constexpr auto kLongest = static_cast<std::uint32_t>(kStrong.size());
-    constexpr std::uint32_t kPanel = kLongest * kLetterWidth + 2 * kMargin;
+picture::Image with_legend(const picture::Image& image, const Legend& legend) {
+    const std::size_t longest = std::max(legend.above.size(), legend.below.size());
+    const auto panel = static_cast<std::uint32_t>(longest) * kLetterWidth + 2 * kMargin;
     picture::Image wide;
-    wide.width = image.width + kPanel;
+    wide.width = image.width + panel;
     wide.height = image.height;
     wide.rgb.resize(std::size_t{wide.width} * wide.height * 3);
     // The ground goes on as it is at the border, which a picture keeps free.
@@ -82,17 +85,36 @@ void add_strength_legend(picture::Image& image) {
             set(wide, x, y, {colour.red, colour.green, colour.blue});
         }
     }
-    image = std::move(wide);
-    const std::uint32_t left = image.width - kPanel + kMargin;
+    const std::uint32_t left = image.width + kMargin;
     const std::uint32_t top = 2 * kMargin + kLetterHeight;
     const std::uint32_t height = image.height / 3;
-    if (top + height + kMargin + kLetterHeight > image.height) return;
+    if (top + height + kMargin + kLetterHeight > image.height) return wide;
     for (std::uint32_t y = 0; y < height; ++y) {
-        const std::array<std::uint8_t, 3> colour = strength_colour(1.0 - (y + 0.5) / height);
-        for (std::uint32_t x = 0; x < kBarWidth; ++x) set(image, left + x, top + y, colour);
+        const std::array<std::uint8_t, 3> colour = legend.colour((y + 0.5) / height);
+        for (std::uint32_t x = 0; x < kBarWidth; ++x) set(wide, left + x, top + y, colour);
     }
-    write(image, kWeak, left, kMargin + kMargin / 2);
-    write(image, kStrong, left, top + height + kMargin / 2);
+    write(wide, legend.above, left, kMargin + kMargin / 2);
+    write(wide, legend.below, left, top + height + kMargin / 2);
+    return wide;
+}
+
+picture::Image beside(const picture::Image& left, const picture::Image& right,
+                      std::uint32_t line_width) {
+    picture::Image both;
+    both.width = left.width + line_width + right.width;
+    both.height = left.height;
+    both.rgb.assign(std::size_t{both.width} * both.height * 3, kLineGrey);
+    for (std::size_t row = 0; row < both.height; ++row) {
+        const auto copy = [&](const picture::Image& from, std::size_t column) {
+            const std::size_t bytes = std::size_t{from.width} * 3;
+            std::copy_n(
+                from.rgb.begin() + static_cast<std::ptrdiff_t>(row * bytes), bytes,
+                both.rgb.begin() + static_cast<std::ptrdiff_t>((row * both.width + column) * 3));
+        };
+        copy(left, 0);
+        copy(right, both.width - right.width);
+    }
+    return both;
 }
 
 }  // namespace povmesh::cli

@@ -1,7 +1,10 @@
 // Pictures as files, and what explains their colours.
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "base/array.h"
 #include "base/status.h"
@@ -12,8 +15,21 @@ namespace povmesh::cli {
 /// Replaces the file when the content is complete.
 Status write_file(const std::string& path, const Array<char>& content);
 
-/// Makes a picture wider by a panel on the right with a bar of the strength colours, "WEAK" above
-/// and "STRONG" below. In a picture that is too low for it the panel stays empty.
-void add_strength_legend(picture::Image& image);
+/// A bar of colours, with a word above and below it.
+struct Legend {
+    std::string_view above, below;
+    std::array<std::uint8_t, 3> (*colour)(double share);  // of the way down, 0 to 1
+};
+
+/// A picture with a panel on the right for the legend. In one that is too low for it the panel
+/// stays empty.
+picture::Image with_legend(const picture::Image& image, const Legend& legend);
+
+/// Pixels of the line between two pictures.
+constexpr std::uint32_t kLineWidth = 2;
+
+/// Two pictures of the same height with a line between them.
+picture::Image beside(const picture::Image& left, const picture::Image& right,
+                      std::uint32_t line_width = kLineWidth);
 
 }  // namespace povmesh::cli

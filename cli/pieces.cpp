@@ -1,7 +1,6 @@
 #include "cli/pieces.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdint>
 #include <nlohmann/json.hpp>
@@ -66,28 +65,15 @@ std::string make_folder(const std::string& folder) {
 }
 
 std::string pieces_table(const std::vector<Piece>& pieces) {
-    using Line = std::array<std::string, 6>;
-    std::vector<Line> lines = {{"file", "triangles", "shells", "volume", "closed", "size"}};
+    std::vector<std::vector<std::string>> lines = {
+        {"file", "triangles", "shells", "volume", "closed", "size"}};
     for (const Piece& piece : pieces) {
         lines.push_back({on_one_line(fs::path(piece.file).filename().string()),
                          with_separators(piece.triangles), with_separators(piece.shells),
                          volume_text(piece.volume), piece.is_closed ? "yes" : "no",
                          size_text(piece.box)});
     }
-    std::array<std::size_t, std::tuple_size_v<Line>> widths{};
-    for (const Line& line : lines) {
-        for (std::size_t i = 0; i < line.size(); ++i) {
-            widths[i] = std::max(widths[i], line[i].size());
-        }
-    }
-    std::string text;
-    for (const Line& line : lines) {
-        for (std::size_t i = 0; i + 1 < line.size(); ++i) {
-            text += "  " + line[i] + std::string(widths[i] - line[i].size(), ' ');
-        }
-        text += "  " + line.back() + "\n";
-    }
-    return text;
+    return columns_text(lines);
 }
 
 Json pieces_json(const std::vector<Piece>& pieces) {

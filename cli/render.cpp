@@ -82,28 +82,6 @@ struct Subject {
     }
 };
 
-// Width of the line between two pictures.
-constexpr std::uint32_t kGap = 2;
-constexpr std::uint8_t kGapGrey = 150;
-
-picture::Image beside(const picture::Image& left, const picture::Image& right,
-                      std::uint32_t width) {
-    picture::Image both;
-    both.width = width;
-    both.height = left.height;
-    both.rgb.assign(std::size_t{width} * left.height * 3, kGapGrey);
-    for (std::size_t row = 0; row < left.height; ++row) {
-        const auto copy = [&](const picture::Image& from, std::size_t column) {
-            const std::size_t bytes = std::size_t{from.width} * 3;
-            std::copy_n(from.rgb.begin() + static_cast<std::ptrdiff_t>(row * bytes), bytes,
-                        both.rgb.begin() + static_cast<std::ptrdiff_t>((row * width + column) * 3));
-        };
-        copy(left, 0);
-        copy(right, width - right.width);
-    }
-    return both;
-}
-
 // How far the bodies of an exploded picture move away from the middle of the scene, in distances of
 // their own middles from it.
 constexpr double kExplosion = 0.6;
@@ -190,9 +168,10 @@ picture::Image draw(std::vector<Subject>& subjects, const Arguments& arguments) 
     }
     for (const Subject& subject : subjects) widen(options.frame, box_of(subject.loaded.mesh));
     const std::uint32_t width = options.width;
-    options.width = (width - kGap) / 2;
+    options.width = (width - kLineWidth) / 2;
     const picture::Image left = picture::render({subjects[0].model(with_flaws)}, options);
-    return beside(left, picture::render({subjects[1].model(with_flaws)}, options), width);
+    return beside(left, picture::render({subjects[1].model(with_flaws)}, options),
+                  width - 2 * options.width);
 }
 
 // Reads the models and draws them; one line for the user when that fails, else empty.

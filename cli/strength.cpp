@@ -170,9 +170,8 @@ picture::Image picture_of(const TriMesh& mesh) {
     picture::RenderOptions options;
     options.width = kPictureWidth;
     options.height = kPictureHeight;
-    picture::Image image = picture::render({model}, options);
-    add_strength_legend(image);
-    return image;
+    const auto colour = [](double share) { return strength_colour(1 - share); };
+    return with_legend(picture::render({model}, options), {"WEAK", "STRONG", colour});
 }
 
 // What is wrong with the command line; empty when nothing is.

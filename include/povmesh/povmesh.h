@@ -272,10 +272,16 @@ POVMESH_API void remeshFromData64(float** coordinates_in, uint32_t* count_in, fl
                                   uint32_t* edge_length_count);
 
 /*
- * Finds orientations for printing. `orientations` is the caller's own array of 4 x `capacity`
- * floats: a row holds the unit up direction x, y, z and its score, best first; rows not needed are
- * filled with 0. A null array, or a capacity of 0 or less, gets nothing.
- * Not built yet: every row is 0.
+ * Finds the directions in which a model is best printed. `orientations` is the caller's own array
+ * of 4 x `capacity` floats. A row holds the direction of the model that is to point upward (x, y,
+ * z, of length 1) and its score, above 0 and at most 1: 1 needs no support, stands firmly and is
+ * flat. Rows are sorted, best first, and differ by 5 degrees or more; there are 64 at most, the
+ * first of them the same for every capacity, and those not needed are filled with 0. A null array,
+ * or a capacity of 0 or less, gets nothing.
+ *
+ * Open models work; one that is inside out as a whole is taken as turned over. Triangles without
+ * area, or with a coordinate that is not finite, take no part; where no other is, all rows are 0.
+ * The result depends neither on the unit nor on the place of the model.
  */
 POVMESH_API void orientationOptimization(const float* coordinates_in, uint32_t count_in,
                                          float* orientations, int32_t capacity);
@@ -312,9 +318,15 @@ POVMESH_API void cellularInfillFromData(float surface_thickness, float infill_de
                                         float** coordinates, uint32_t* count, uint32_t* progress);
 
 /*
- * Balances a model so that it stands, with a wall of `thickness` model units. progress: 0, 10, 90,
- * 100.
- * Not built yet: returns the built model unchanged.
+ * Carves a model from the inside so that it stands, with a wall of `thickness` model units: returns
+ * the built model's triangles, first and in their order, and after them those of the cavities,
+ * wound inward, closed and without crossings. Where nothing is carved it returns the built model
+ * alone; `balancingPreviewFromData` tells why, and what the rules are. A thickness below 0.5 counts
+ * as 0.5; with one that is not above 0, or not a number, nothing is carved. The wall is as that of
+ * `hollowFromData`, and so are the voxels. The model should be closed and without overlapping
+ * bodies, which weigh twice where they overlap.
+ * progress: 0, 10, 30, 60, 70, 80, 85, 90, 100; without 70 to 85 when nothing is carved, and
+ * without 30 and 60 when the model stands firmly or there is none.
  */
 POVMESH_API void balancingFromData(float thickness, const float* coordinates_in, uint32_t count_in,
                                    float** coordinates, uint32_t* count, uint32_t* progress);
@@ -539,9 +551,21 @@ POVMESH_API uint64_t lampshadePreview(float thickness, const float* coordinates_
                                       float** levels, uint32_t* contour_count);
 
 /*
- * Shows what balancing with a wall of `thickness` model units would do: 3 floats a point. Returns
- * 0, or 1 when nothing was made.
- * Not built yet: returns 1; no point, the array is empty.
+ * Tells what balancing with a wall of `thickness` model units does. The model stands on its lowest
+ * point; its base is the convex outline of all that lies within 1/1000 of the diagonal of its box
+ * above. It can be tilted by the angle whose tangent is the distance of its centre of mass from the
+ * border of the base, seen from above and negative outside, divided by the height of that centre.
+ * Returns
+ *     0  it is carved, stands better than before and withstands 1 degree at least;
+ *     1  there is no model: no triangle with an area, or no volume above 1e-9 of the diagonal^3;
+ *     2  nothing is carved: it withstands 10 degrees or more as it is, or 1 degree and there is
+ *        nothing to gain;
+ *     3  nothing is carved: it falls, and carving with this thickness cannot make it stand.
+ * and points of 3 floats each, none for 1: the centre of mass before; that after (for 2 the same,
+ * for 3 the best that carving reaches); the point of the border of the base nearest to the first,
+ * at the height of the plate, over which the model would fall; the same for the second; and the
+ * corners of the base at that height, counter-clockwise seen from above, the lowest x (then y)
+ * first.
  */
 POVMESH_API uint64_t balancingPreviewFromData(float thickness, const float* coordinates_in,
                                               uint32_t count_in, float** preview,

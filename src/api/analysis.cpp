@@ -6,6 +6,7 @@
 #include "api/host_numbers.h"
 #include "api/steps.h"
 #include "base/convert.h"
+#include "design/balance.h"
 #include "povmesh/povmesh.h"
 #include "support/column_supports.h"
 #include "support/slice_polygons.h"
@@ -27,6 +28,21 @@ ResultArray<T> result_of(const Array<Item>& items) {
     auto result = allocate_result<T>(items.size() * (sizeof(Item) / sizeof(T)));
     if (!items.empty()) std::memcpy(result.get(), items.data(), items.size() * sizeof(Item));
     return result;
+}
+
+// Both centres of mass, the points of the base that are nearest to them, the corners of the base.
+Array<Vec3f> points_of(const BalanceReport& report) {
+    Array<Vec3f> points;
+    const auto add = [&](Vec3d p) {
+        points.push_back({narrow_to_float(p.x), narrow_to_float(p.y), narrow_to_float(p.z)});
+    };
+    if (report.status == BalanceStatus::NoModel) return points;
+    add(report.before.centre);
+    add(report.after.centre);
+    add(report.before.nearest);
+    add(report.after.nearest);
+    for (const Point2d corner : report.base.corners) add({corner.x, corner.y, report.base.plate});
+    return points;
 }
 
 Array<Column> columns_of(const float* columns, std::int32_t count) {
@@ -57,14 +73,15 @@ uint64_t lampshadePreview(float /*thickness*/, const float* coordinates_in, uint
     return kNothingMade;
 }
 
-uint64_t balancingPreviewFromData(float /*thickness*/, const float* coordinates_in,
-                                  uint32_t count_in, float** preview, uint32_t* point_count) {
+uint64_t balancingPreviewFromData(float thickness, const float* coordinates_in, uint32_t count_in,
+                                  float** preview, uint32_t* point_count) {
     Job job;
     const TriMesh mesh = build(soup_of(coordinates_in, count_in));
-    // The preview is not built yet: no point.
-    hand_over(Slot::BalancingPreview, allocate_result<float>(0), preview);
-    store(point_count, uint32_t{0});
-    return kNothingMade;
+    const BalanceReport report = preview_balance(mesh, thickness, job.run());
+    const Array<Vec3f> points = points_of(report);
+    hand_over(Slot::BalancingPreview, result_of<float>(points), preview);
+    store(point_count, fits<uint32_t>(points.size()));
+    return static_cast<uint64_t>(report.status);
 }
 
 void strengthColoringFromData(uint32_t method, uint32_t load, const float* coordinates_in,

@@ -4,9 +4,11 @@
 #include "analysis/weakness.h"
 #include "api/host_numbers.h"
 #include "api/steps.h"
+#include "design/balance.h"
 #include "design/hollow.h"
 #include "design/infill.h"
 #include "mesh/shells.h"
+#include "orient/orientation.h"
 #include "povmesh/povmesh.h"
 #include "remesh/parallel_reduce.h"
 #include "remesh/reduce.h"
@@ -91,9 +93,19 @@ void orientationOptimization(const float* coordinates_in, uint32_t count_in, flo
                              int32_t capacity) {
     Job job;
     const TriMesh mesh = build(soup_of(coordinates_in, count_in));
-    // The search is not built yet: no row is used.
     if (orientations == nullptr || capacity <= 0) return;
-    std::fill_n(orientations, 4 * static_cast<std::size_t>(capacity), 0.0F);
+    const OrientationReport report = find_orientations(mesh, job.run());
+    const auto rows = static_cast<std::size_t>(capacity);
+    for (std::size_t i = 0; i < std::min(rows, report.best.size()); ++i, orientations += 4) {
+        const Orientation& row = report.best[i];
+        orientations[0] = static_cast<float>(row.up.x);
+        orientations[1] = static_cast<float>(row.up.y);
+        orientations[2] = static_cast<float>(row.up.z);
+        orientations[3] = static_cast<float>(row.score());
+    }
+    if (report.best.size() < rows) {
+        std::fill_n(orientations, 4 * (rows - report.best.size()), 0.0F);
+    }
 }
 
 void hollowFromData(float thickness, const float* coordinates_in, uint32_t count_in,
@@ -119,12 +131,12 @@ void cellularInfillFromData(float surface_thickness, float infill_density,
     job.progress(100);
 }
 
-void balancingFromData(float /*thickness*/, const float* coordinates_in, uint32_t count_in,
+void balancingFromData(float thickness, const float* coordinates_in, uint32_t count_in,
                        float** coordinates, uint32_t* count, uint32_t* progress) {
     Job job(progress);
-    const TriMesh mesh = build(soup_of(coordinates_in, count_in));
+    TriMesh mesh = build(soup_of(coordinates_in, count_in));
     job.progress(10);
-    // Balancing is not built yet.
+    balance(mesh, thickness, job.run());
     job.progress(90);
     export_coordinates(mesh, {coordinates, count});
     job.progress(100);

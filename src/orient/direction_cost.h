@@ -1,21 +1,11 @@
 // What a direction costs, estimated and measured.
 #pragma once
 
-#include <array>
-#include <cstdint>
-#include <span>
-
 #include "orient/orient_model.h"
 #include "orient/orientation.h"
 #include "spatial/overhang.h"
 
 namespace povmesh {
-
-/// The triangles that a direction is measured on: the model's own, or fewer for a first look.
-struct MeasuredTriangles {
-    std::span<const Vec3d> points;
-    std::span<const std::array<std::uint32_t, 3>> triangles;
-};
 
 /// A lower bound of the cost but for shadows, from groups of normals and the hull: no columns.
 ///

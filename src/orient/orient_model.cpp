@@ -19,6 +19,10 @@ const double kFlatCosine = std::cos(0.5 * kDegree);
 // Rest faces are at least this share of the hull's area: a model does not stand on less.
 constexpr double kLeastRestShare = 2e-4;
 
+// Of hulls beyond 20,000 triangles, as a share of the longest side: less than the slack, so that a
+// rest face is flat all the same.
+constexpr double kHullTolerance = 1e-4;
+
 // Cells along each edge of the cube of directions: 90 degrees by 2, and one for good measure.
 constexpr std::size_t kCubeCells = 46;
 
@@ -36,27 +40,39 @@ struct Corners {
 };
 
 Corners corners_of(const OrientModel& model, const std::array<std::uint32_t, 3>& t) {
-    return {model.points[t[0]], model.points[t[1]], model.points[t[2]]};
+    return {to_double(model.points[t[0]]), to_double(model.points[t[1]]),
+            to_double(model.points[t[2]])};
 }
 
+// Points that no triangle uses would spoil the hull: they get no place.
 void take_triangles(const TriMesh& mesh, OrientModel& model) {
-    model.points.reserve(mesh.vertices.size());
-    for (const Vertex& vertex : mesh.vertices) {
-        const Vec3f p = vertex.position();
-        model.points.push_back(is_finite(p) ? (to_double(p) - model.middle) / model.unit : Vec3d{});
+    constexpr std::uint32_t kNowhere = 0xFFFFFFFF;
+    Array<std::uint32_t> place(mesh.vertices.size(), kNowhere);
+    Array<Vec3f> points(mesh.vertices.size());
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        const Vec3f p = mesh.vertices[i].position();
+        if (!is_finite(p)) continue;
+        const Vec3d q = (to_double(p) - model.middle) / model.unit;
+        points[i] = {static_cast<float>(q.x), static_cast<float>(q.y), static_cast<float>(q.z)};
     }
-    const auto is_point = [&](std::int32_t v) {
-        const auto place = static_cast<std::size_t>(v);  // huge for a negative one
-        return place < mesh.vertices.size() && is_finite(mesh.vertices[place].position());
-    };
+    model.points.reserve(points.size());
+    model.triangles.reserve(mesh.faces.size());
     for (const Face& face : mesh.faces) {
-        if (face.deleted != 0 || !std::all_of(face.vertex.begin(), face.vertex.end(), is_point)) {
+        if (!has_finite_corners(mesh, face)) continue;
+        std::array<std::uint32_t, 3> t{};
+        for (std::size_t c = 0; c < 3; ++c) t[c] = static_cast<std::uint32_t>(face.vertex[c]);
+        const Vec3d a = to_double(points[t[0]]);
+        if (!(length(cross(to_double(points[t[1]]) - a, to_double(points[t[2]]) - a)) > 0)) {
             continue;
         }
-        const std::array<std::uint32_t, 3> t = {static_cast<std::uint32_t>(face.vertex[0]),
-                                                static_cast<std::uint32_t>(face.vertex[1]),
-                                                static_cast<std::uint32_t>(face.vertex[2])};
-        if (length(corners_of(model, t).normal()) > 0) model.triangles.push_back(t);
+        for (std::uint32_t& v : t) {
+            if (place[v] == kNowhere) {
+                place[v] = static_cast<std::uint32_t>(model.points.size());
+                model.points.push_back(points[v]);
+            }
+            v = place[v];
+        }
+        model.triangles.push_back(t);
     }
 }
 
@@ -76,7 +92,8 @@ void weigh(OrientModel& model) {
     }
     model.centre_of_mass =
         std::abs(model.volume) > kSheetVolume ? solid / model.volume : sheet / model.area;
-    if (model.volume < -kSheetVolume) {
+    model.is_turned_over = model.volume < -kSheetVolume;
+    if (model.is_turned_over) {
         for (auto& t : model.triangles) std::swap(t[1], t[2]);
     }
     model.volume = std::abs(model.volume);
@@ -164,21 +181,10 @@ private:
     std::vector<std::array<std::uint32_t, 3>> neighbours_;
 };
 
-// The hull of the points that triangles use, in 32-bit floats, in which its predicates are exact.
 void wrap(OrientModel& model) {
-    std::vector<bool> is_used(model.points.size());
-    for (const auto& t : model.triangles) {
-        for (const std::uint32_t v : t) is_used[v] = true;
-    }
-    std::vector<Vec3f> points;
-    for (std::size_t i = 0; i < model.points.size(); ++i) {
-        if (!is_used[i]) continue;
-        const Vec3d p = model.points[i];
-        points.push_back(
-            {static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)});
-    }
-    const ConvexHull hull = convex_hull(points);
-    for (const std::uint32_t v : hull.vertices) model.hull_points.push_back(to_double(points[v]));
+    const Array<Vec3f>& points = model.points;
+    const ConvexHull hull = convex_hull(points, kHullTolerance);
+    for (const std::uint32_t v : hull.vertices) model.hull_points.push_back(points[v]);
     for (const auto& t : hull.triangles) {
         const Vec3d a = to_double(points[t[0]]);
         const Vec3d b = to_double(points[t[1]]);
@@ -199,7 +205,9 @@ void wrap(OrientModel& model) {
         centre = centre + face.middle / static_cast<double>(model.rest_faces.size());
     }
     double radius = 0;
-    for (const Vec3d p : model.hull_points) radius = std::max(radius, length(p - centre));
+    for (const Vec3f p : model.hull_points) {
+        radius = std::max(radius, length(to_double(p) - centre));
+    }
     model.diameter = 2 * radius;
     model.slack = model.diameter / 1000;
     const double square = model.diameter * model.diameter;
@@ -218,14 +226,41 @@ std::size_t cube_cell(Vec3d n) {
     const double most = axis == 0 ? n.x : axis == 1 ? n.y : n.z;
     const double u = axis == 0 ? n.y : axis == 1 ? n.z : n.x;
     const double v = axis == 0 ? n.z : axis == 1 ? n.x : n.y;
-    const auto cell = [&](double slope) {  // of equal angles
-        const double share = std::atan(slope / std::abs(most)) / (std::numbers::pi / 2) + 0.5;
+    // Of equal angles within a twelfth: slope times (1.273 - 0.273 |slope|) is near to the arc
+    // tangent over 45 degrees.
+    const auto cell = [&](double rise) {
+        const double slope = rise / std::abs(most);
+        const double share = slope * (1.273 - 0.273 * std::abs(slope)) / 2 + 0.5;
         const auto place = static_cast<std::int64_t>(share * static_cast<double>(kCubeCells));
         return static_cast<std::size_t>(
             std::clamp<std::int64_t>(place, 0, static_cast<std::int64_t>(kCubeCells) - 1));
     };
     const std::size_t side = 2 * axis + (most < 0 ? 1 : 0);
     return (side * kCubeCells + cell(u)) * kCubeCells + cell(v);
+}
+
+void fill_tables(OrientModel& model) {
+    NormalTable& table = model.group_table;
+    const auto add = [](Array<float>& to, double v) { to.push_back(static_cast<float>(v)); };
+    const auto add_group = [&](const NormalGroup& group) {
+        add(table.normal_x, group.normal.x);
+        add(table.normal_y, group.normal.y);
+        add(table.normal_z, group.normal.z);
+        add(table.area, group.area);
+        add(table.moment_x, group.moment.x);
+        add(table.moment_y, group.moment.y);
+        add(table.moment_z, group.moment.z);
+    };
+    for (const NormalGroup& group : model.groups) add_group(group);
+    while (table.area.size() % kTableLanes != 0) add_group({{1, 0, 0}, 0, {}});
+    PointTable& hull = model.hull_table;
+    const auto add_point = [&](Vec3f p) {
+        hull.x.push_back(p.x);
+        hull.y.push_back(p.y);
+        hull.z.push_back(p.z);
+    };
+    for (const Vec3f p : model.hull_points) add_point(p);
+    while (hull.x.size() % kTableLanes != 0) add_point(model.hull_points.front());
 }
 
 void group_normals(OrientModel& model) {
@@ -249,6 +284,14 @@ void group_normals(OrientModel& model) {
 
 }  // namespace
 
+bool has_finite_corners(const TriMesh& mesh, const Face& face) {
+    return face.deleted == 0 &&
+           std::all_of(face.vertex.begin(), face.vertex.end(), [&](std::int32_t v) {
+               const auto place = static_cast<std::size_t>(v);  // huge for a negative one
+               return place < mesh.vertices.size() && is_finite(mesh.vertices[place].position());
+           });
+}
+
 OrientModel make_orient_model(const TriMesh& mesh) {
     OrientModel model;
     const Box3f box = finite_bounds(mesh);
@@ -264,21 +307,22 @@ OrientModel make_orient_model(const TriMesh& mesh) {
     weigh(model);
     wrap(model);
     group_normals(model);
+    fill_tables(model);
     return model;
 }
 
-void cluster_points(const OrientModel& model, Array<Vec3d>& points,
+void cluster_points(const OrientModel& model, Array<Vec3f>& points,
                     Array<std::array<std::uint32_t, 3>>& triangles) {
     struct Member {
         std::uint32_t cell, point;
     };
-    const auto along = [](double place) {
-        const double cell = (place + 0.5) * kClusterCells;
-        return static_cast<std::uint32_t>(std::clamp(cell, 0.0, kClusterCells - 1.0));
+    const auto along = [](float place) {
+        const float cell = (place + 0.5F) * static_cast<float>(kClusterCells);
+        return static_cast<std::uint32_t>(std::clamp(cell, 0.0F, kClusterCells - 1.0F));
     };
     Array<Member> members(model.points.size());
     for (std::uint32_t i = 0; i < members.size(); ++i) {
-        const Vec3d p = model.points[i];
+        const Vec3f p = model.points[i];
         members[i] = {(along(p.x) * kClusterCells + along(p.y)) * kClusterCells + along(p.z), i};
     }
     std::sort(members.begin(), members.end(), [](const Member& a, const Member& b) {
@@ -291,9 +335,11 @@ void cluster_points(const OrientModel& model, Array<Vec3d>& points,
         Vec3d sum;
         for (; end < members.size() && members[end].cell == members[begin].cell; ++end) {
             cluster_of[members[end].point] = static_cast<std::uint32_t>(points.size());
-            sum = sum + model.points[members[end].point];
+            sum = sum + to_double(model.points[members[end].point]);
         }
-        points.push_back(sum / static_cast<double>(end - begin));
+        sum = sum / static_cast<double>(end - begin);
+        points.push_back(
+            {static_cast<float>(sum.x), static_cast<float>(sum.y), static_cast<float>(sum.z)});
         begin = end;
     }
     triangles.clear();

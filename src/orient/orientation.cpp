@@ -25,7 +25,7 @@ namespace povmesh {
 namespace {
 
 constexpr double kDegree = std::numbers::pi / 180;
-const double kApart = std::cos(5 * kDegree);  // of rows
+const double kApart = std::cos(5.0001 * kDegree);  // of rows: 5, also in 32-bit floats
 const double kRestFacesApart = std::cos(0.4 * kDegree);
 const double kNearRestFace = std::cos(6 * kDegree);
 const double kSameNormal = std::cos(3 * kDegree);
@@ -40,11 +40,20 @@ constexpr std::size_t kManyTriangles = 30000;  // from here on the first look ha
 constexpr double kFirstStep = 4 * kDegree;
 constexpr double kLastStep = 0.4 * kDegree;
 
+constexpr Vec3d kAsItIs = {0, 0, 1};
+
 struct Candidate {
     Vec3d up;
     bool is_rest_face;
     double cost = 0;
 };
+
+// Of any finite length above 0: its squares may be beyond double.
+Vec3d unit(Vec3d v) {
+    const double most = std::max({std::abs(v.x), std::abs(v.y), std::abs(v.z)});
+    const Vec3d w = v / most;
+    return w / length(w);
+}
 
 // Corners of an icosahedron divided `levels` times, on the unit sphere.
 std::vector<Vec3d> even_net(int levels) {
@@ -90,21 +99,29 @@ bool is_better(double cost_a, Vec3d a, double cost_b, Vec3d b) {
 
 class OrientationSearch {
 public:
-    explicit OrientationSearch(const OrientModel& model)
-        : model_(model), all_{model.points, model.triangles}, quick_(all_) {
+    OrientationSearch(const OrientModel& model, const OrientOptions& options)
+        : model_(model), options_(options), all_(model.all()), quick_(all_) {
         if (model.triangles.size() > kManyTriangles) {
             cluster_points(model, points_, triangles_);
-            quick_ = {points_, triangles_};
+            quick_ = {points_, triangles_, model.hull_points};
         }
     }
 
-    OrientationReport run() {
+    OrientationReport run(const Progress& progress) {
         find_candidates();
         estimate();
+        progress.set(40);
         measure_all(pick());
+        progress.set(60);
         improve();
+        progress.set(80);
         finish();
-        return {std::move(rows_), measured_count_};
+        OrientationReport report;
+        report.best = std::move(rows_);
+        report.as_is = as_is_;
+        if (options_.up) report.asked = measured({unit(*options_.up)}, all_).front();
+        report.directions_measured = measured_count_;
+        return report;
     }
 
 private:
@@ -166,7 +183,7 @@ private:
 
     // The model as it is comes first, so that it is among the rows or what beats it is known.
     std::vector<Vec3d> pick() const {
-        std::vector<Vec3d> picked = {{0, 0, 1}};
+        std::vector<Vec3d> picked = {kAsItIs};
         std::vector<bool> is_rest_face = {false};
         for (const Candidate& candidate : candidates_) {
             if (picked.size() == kMeasured) break;
@@ -188,9 +205,13 @@ private:
     std::vector<Orientation> measured(const std::vector<Vec3d>& directions,
                                       const MeasuredTriangles& on) {
         std::vector<Orientation> results(directions.size());
-        parallel_each(directions.size(), [&](std::size_t i) {
+        constexpr std::size_t kTogether = 4;  // with one meter, which keeps its memory
+        parallel_each((directions.size() + kTogether - 1) / kTogether, [&](std::size_t block) {
             OverhangMeter meter;
-            results[i] = measure(model_, on, directions[i], meter);
+            const std::size_t end = std::min((block + 1) * kTogether, directions.size());
+            for (std::size_t i = block * kTogether; i < end; ++i) {
+                results[i] = measure(model_, on, directions[i], meter);
+            }
         });
         measured_count_ += directions.size();
         return results;
@@ -264,25 +285,50 @@ private:
         });
     }
 
-    // The first look may have another order, so the exact ones are sorted again, and those behind
-    // them can be no better than the last of them.
+    // The first look may have another order, so the best are measured again on all triangles. Those
+    // behind them can be no better than the last of these.
     void finish() {
-        if (quick_.triangles.data() != all_.triangles.data()) {
-            std::vector<Vec3d> first = {{0, 0, 1}};
-            std::size_t taken = 0;
-            while (taken < rows_.size() && first.size() < kExact) {
-                const Vec3d up = rows_[taken++].up;
-                if (std::find(first.begin(), first.end(), up) == first.end()) first.push_back(up);
-            }
-            std::vector<Orientation> exact = measured(first, all_);
-            sort(exact);
-            for (std::size_t i = taken; i < rows_.size(); ++i) {
-                if (std::find(first.begin(), first.end(), rows_[i].up) != first.end()) continue;
-                rows_[i].cost = std::max(rows_[i].cost, exact.back().cost);
-                exact.push_back(rows_[i]);
-            }
-            rows_ = std::move(exact);
+        if (quick_.triangles.data() == all_.triangles.data()) {
+            as_is_ = *std::find_if(rows_.begin(), rows_.end(),
+                                   [](const Orientation& row) { return row.up == kAsItIs; });
+            thin_out();
+            return;
         }
+        std::vector<Vec3d> first = {kAsItIs};
+        for (const Orientation& row : rows_) {
+            if (first.size() == kExact) break;
+            if (!is_one_of(first, row.up)) first.push_back(row.up);
+        }
+        std::vector<Orientation> exact = measured(first, all_);
+        as_is_ = exact.front();
+        sort(exact);
+        const double last = exact.back().cost;
+        for (Orientation& row : rows_) {
+            if (is_one_of(first, row.up)) continue;
+            row.cost = std::max(row.cost, last);
+            exact.push_back(row);
+        }
+        rows_ = std::move(exact);
+        thin_out();
+        if (options_.measures_all_rows) measure_others(first);
+    }
+
+    static bool is_one_of(const std::vector<Vec3d>& directions, Vec3d up) {
+        return std::find(directions.begin(), directions.end(), up) != directions.end();
+    }
+
+    void measure_others(const std::vector<Vec3d>& done) {
+        std::vector<Vec3d> others;
+        for (const Orientation& row : rows_) {
+            if (!is_one_of(done, row.up)) others.push_back(row.up);
+        }
+        std::erase_if(rows_, [&](const Orientation& row) { return is_one_of(others, row.up); });
+        const std::vector<Orientation> exact = measured(others, all_);
+        rows_.insert(rows_.end(), exact.begin(), exact.end());
+        sort(rows_);
+    }
+
+    void thin_out() {
         std::vector<Orientation> kept;
         for (const Orientation& row : rows_) {
             if (kept.size() == kRows) break;
@@ -292,18 +338,21 @@ private:
     }
 
     const OrientModel& model_;
-    Array<Vec3d> points_;  // of the first look
+    const OrientOptions& options_;
+    Array<Vec3f> points_;  // of the first look
     Array<std::array<std::uint32_t, 3>> triangles_;
     MeasuredTriangles all_;
     MeasuredTriangles quick_;
     std::vector<Candidate> candidates_;
     std::vector<Orientation> rows_;
+    Orientation as_is_;
     std::size_t measured_count_ = 0;
 };
 
 }  // namespace
 
-OrientationReport find_orientations(const TriMesh& mesh, RunContext& run) {
+OrientationReport find_orientations(const TriMesh& mesh, RunContext& run,
+                                    const OrientOptions& options) {
     const Timer timer;
     const OrientModel model = make_orient_model(mesh);
     if (model.triangles.empty()) {
@@ -311,7 +360,8 @@ OrientationReport find_orientations(const TriMesh& mesh, RunContext& run) {
         return {};
     }
     run.log.start("orientation optimization");
-    OrientationReport report = OrientationSearch(model).run();
+    run.progress.set(20);
+    OrientationReport report = OrientationSearch(model, options).run(run.progress);
     run.log.value("directions", static_cast<double>(report.directions_measured));
     const Orientation& best = report.best.front();
     run.log.value("up x", best.up.x);
@@ -326,7 +376,7 @@ Orientation measure_orientation(const TriMesh& mesh, Vec3d up) {
     const OrientModel model = make_orient_model(mesh);
     if (model.triangles.empty()) return {};
     OverhangMeter meter;
-    return measure(model, {model.points, model.triangles}, up / length(up), meter);
+    return measure(model, model.all(), unit(up), meter);
 }
 
 }  // namespace povmesh

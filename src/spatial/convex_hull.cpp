@@ -23,6 +23,9 @@ namespace {
 
 constexpr std::uint32_t kNone = 0xFFFFFFFF;
 
+// So many are kept exactly whatever the tolerance.
+constexpr std::size_t kExactFacets = 20000;
+
 // Rounding errors of a facet's plane at a point, relative to the magnitudes of its products: four
 // differences, two products, a difference of these, a product and two sums on each way, with room.
 constexpr double kPlaneError = 16 * 0x1p-53;
@@ -35,6 +38,7 @@ struct Facet {
     double greatest = 0;                     // height of the farthest point that hangs here
     std::uint32_t farthest = kNone;
     std::uint32_t first = kNone;  // of the points that hang here, linked by `next_`
+    std::uint32_t mark = 0;       // of the last search that came by
     bool is_gone = false;
 };
 
@@ -53,7 +57,8 @@ Point2d along_axis(Vec3d p, int axis) {
 
 class Quickhull {
 public:
-    explicit Quickhull(std::span<const Vec3f> points) : points_(points) {}
+    Quickhull(std::span<const Vec3f> points, double tolerance)
+        : points_(points), tolerance_(tolerance) {}
 
     ConvexHull run() {
         find_box();
@@ -67,7 +72,9 @@ public:
         while (!waiting_.empty()) {
             const std::uint32_t facet = waiting_.back();
             waiting_.pop_back();
-            if (!facets_[facet].is_gone && facets_[facet].first != kNone) grow(facet);
+            if (facets_[facet].is_gone || facets_[facet].first == kNone) continue;
+            const std::uint32_t apex = next_vertex(facet);
+            if (apex != kNone) grow(facet, apex);
         }
         return result();
     }
@@ -245,8 +252,42 @@ private:
         }
     }
 
-    void grow(std::uint32_t from) {
-        const std::uint32_t apex = facets_[from].farthest;
+    // The farthest point of a facet. In a large hull one that is beyond the tolerance, if there is
+    // one; else the points of the facet are dropped. How far a point is outside is told by the
+    // farthest plane that it is above: it may be just above this facet, and far beside it.
+    std::uint32_t next_vertex(std::uint32_t from) {
+        Facet& facet = facets_[from];
+        if (tolerance_ == 0 || facets_.size() - free_.size() < kExactFacets ||
+            facet.greatest > tolerance_ * length(facet.normal)) {
+            return facet.farthest;
+        }
+        for (std::uint32_t i = facet.first; i != kNone; i = next_[i]) {
+            if (is_beyond_tolerance(from, i)) return i;
+        }
+        facet.first = kNone;
+        facet.farthest = kNone;
+        return kNone;
+    }
+
+    bool is_beyond_tolerance(std::uint32_t from, std::uint32_t point) {
+        const Vec3d p = at(point);
+        seen_.assign(1, from);
+        facets_[from].mark = ++mark_;
+        for (std::size_t i = 0; i < seen_.size(); ++i) {
+            const Facet& facet = facets_[seen_[i]];
+            if (height(facet, p) > tolerance_ * length(facet.normal)) return true;
+            for (const std::uint32_t other : facet.neighbour) {
+                Facet& beyond = facets_[other];
+                if (beyond.mark == mark_ || !is_above(beyond, point, height(beyond, p))) continue;
+                beyond.mark = mark_;
+                seen_.push_back(other);
+            }
+        }
+        return false;
+    }
+
+    // Makes a point that hangs on a facet a vertex.
+    void grow(std::uint32_t from, std::uint32_t apex) {
         find_disc(from, apex);
         make_fan(apex);
         for (const std::uint32_t gone : disc_) {
@@ -327,6 +368,7 @@ private:
     }
 
     std::span<const Vec3f> points_;
+    double tolerance_;
     std::uint32_t low_ = kNone;
     std::uint32_t high_ = kNone;
     Vec3d extent_;
@@ -334,15 +376,16 @@ private:
     std::vector<std::uint32_t> free_;     // facets that are gone, to be used again
     std::vector<std::uint32_t> waiting_;  // facets that may have points, some twice
     Array<std::uint32_t> next_;           // the point that hangs behind each
-    std::vector<std::uint32_t> disc_, fan_;
+    std::vector<std::uint32_t> disc_, fan_, seen_;
+    std::uint32_t mark_ = 0;
     std::vector<RimEdge> rim_;
     Array<std::uint32_t> fan_at_;  // the facet of the last fan whose edge began at a vertex
 };
 
 }  // namespace
 
-ConvexHull convex_hull(std::span<const Vec3f> points) {
-    return Quickhull(points).run();
+ConvexHull convex_hull(std::span<const Vec3f> points, double tolerance) {
+    return Quickhull(points, tolerance).run();
 }
 
 }  // namespace povmesh

@@ -1,18 +1,17 @@
 // The boundary of the voxels as squares. Corners are numbered by two layers of the grid's corners
-// that move along with the walk; pieces are connected components of runs along x (union-find).
+// that move along with the walk.
 #include "voxel/surface.h"
 
 #include <algorithm>
 #include <memory>
-#include <numeric>
 #include <stdexcept>
 #include <string>
 
 #include "base/convert.h"
 #include "base/timer.h"
-#include "base/union_find.h"
 #include "mesh/build_f.h"
 #include "voxel/passes.h"
+#include "voxel/voxel_pieces.h"
 
 namespace povmesh {
 namespace {
@@ -169,108 +168,33 @@ void build_soup(TriMesh& mesh, const Array<float>& soup, const Array<std::uint8_
     build_f(mesh, ByteSoup{soup.size() / 9, soup.data(), colours.data()});
 }
 
-// Runs of voxels along x, grouped into pieces: those that are joined over sides.
-class Runs {
-public:
-    explicit Runs(const VoxelGrid& grid) : grid_(grid) {
-        Array<std::uint32_t> offsets(grid.row_count() + 1, 0);  // by row
-        for (std::size_t row = 0; row < grid.row_count(); ++row) {
-            offsets[row] = static_cast<std::uint32_t>(runs_.size());
-            add_runs(row);
+// Calls `visit(cell, side)` for every exposed square of a piece, by voxel in key order, then by
+// side.
+template <typename Visit>
+void for_each_square(const VoxelGrid& grid, const VoxelPieces& pieces, std::size_t piece,
+                     Visit&& visit) {
+    pieces.for_each_cell(piece, [&](std::size_t cell) {
+        const VoxelGrid::Chunk& flags = grid.flags_of(cell / 64);
+        for (std::size_t side = 0; side < kSideCount; ++side) {
+            if ((flags.flags[side] >> (cell % 64) & 1U) != 0) visit(cell, side);
         }
-        offsets[grid.row_count()] = fits<std::uint32_t>(runs_.size());
-        UnionFind pieces(runs_.size());
-        const auto join = [&](std::size_t row, std::size_t other) {
-            join_rows(pieces, offsets, row, other);
-        };
-        for (std::size_t row = 0; row < grid.row_count(); ++row) {
-            if (row + 1 < grid.row_count()) join(row, row + 1);
-            if (row + grid.rows_per_layer() < grid.row_count()) {
-                join(row, row + grid.rows_per_layer());
-            }
-        }
-        sort(pieces);
-    }
-
-    /// Pieces in the order of their first voxels.
-    std::size_t piece_count() const { return ends_.size(); }
-
-    /// Calls `visit(cell, side)` for every exposed square of a piece, by voxel in key order, then
-    /// by side.
-    template <typename Visit>
-    void for_each_square(std::size_t piece, Visit&& visit) const {
-        for (std::uint32_t r = piece == 0 ? 0 : ends_[piece - 1]; r < ends_[piece]; ++r) {
-            for (std::size_t cell = runs_[r].begin; cell < runs_[r].end; ++cell) {
-                const VoxelGrid::Chunk& flags = grid_.flags_of(cell / 64);
-                for (std::size_t side = 0; side < kSideCount; ++side) {
-                    if ((flags.flags[side] >> (cell % 64) & 1U) != 0) visit(cell, side);
-                }
-            }
-        }
-    }
-
-private:
-    struct Run {
-        std::uint32_t begin, end;  // cells; a grid has fewer than 2^32
-    };
-    static_assert(kMostPaddedCells <= std::int64_t{1} << 31);
-
-    void add_runs(std::size_t row) {
-        const std::size_t first = row * grid_.words_per_row();
-        for (std::size_t word = first; word < first + grid_.words_per_row(); ++word) {
-            for (std::uint64_t cells = grid_.occupied()[word]; cells != 0; cells &= cells - 1) {
-                const auto cell = static_cast<std::uint32_t>(
-                    word * 64 + static_cast<std::size_t>(std::countr_zero(cells)));
-                if (!runs_.empty() && runs_.back().end == cell) {
-                    ++runs_.back().end;
-                } else {
-                    runs_.push_back({cell, cell + 1});
-                }
-            }
-        }
-    }
-
-    void join_rows(UnionFind& pieces, const Array<std::uint32_t>& offsets, std::size_t a,
-                   std::size_t b) const {
-        const std::size_t step = (b - a) * grid_.words_per_row() * 64;
-        std::uint32_t i = offsets[a];
-        std::uint32_t j = offsets[b];
-        while (i < offsets[a + 1] && j < offsets[b + 1]) {
-            if (runs_[i].begin + step < runs_[j].end && runs_[j].begin < runs_[i].end + step) {
-                pieces.unite(i, j);
-            }
-            runs_[i].end + step < runs_[j].end ? ++i : ++j;
-        }
-    }
-
-    // By piece; within one they keep their order. A piece is known by its first run so far.
-    void sort(UnionFind& pieces) {
-        Array<std::uint32_t> places(runs_.size() + 1, 0);
-        for (std::uint32_t r = 0; r < runs_.size(); ++r) ++places[pieces.find(r) + 1];
-        for (const std::uint32_t count : places) {
-            if (count != 0) ends_.push_back(count + (ends_.empty() ? 0 : ends_.back()));
-        }
-        std::partial_sum(places.begin(), places.end(), places.begin());
-        Array<Run> sorted(runs_.size());
-        for (std::uint32_t r = 0; r < runs_.size(); ++r) {
-            sorted[places[pieces.find(r)]++] = runs_[r];
-        }
-        runs_ = std::move(sorted);
-    }
-
-    const VoxelGrid& grid_;
-    Array<Run> runs_;
-    Array<std::uint32_t> ends_;  // by piece, of its runs
-};
+    });
+}
 
 }  // namespace
 
 struct SurfacePieces::Parts {
+    const VoxelGrid& grid;
     SquareMesher mesher;
-    Runs runs;
-    Array<std::uint32_t> kept;  // pieces
+    VoxelPieces pieces;
+    Array<std::uint32_t> kept;
 
-    explicit Parts(const VoxelGrid& grid) : mesher(grid), runs(grid) {}
+    explicit Parts(const VoxelGrid& voxels) : grid(voxels), mesher(voxels), pieces(voxels) {}
+
+    template <typename Visit>
+    void for_each_square(std::size_t piece, Visit&& visit) const {
+        povmesh::for_each_square(grid, pieces, piece, visit);
+    }
 };
 
 SurfacePieces::SurfacePieces(VoxelGrid& grid, std::size_t least_squares, RunContext& run) {
@@ -278,10 +202,10 @@ SurfacePieces::SurfacePieces(VoxelGrid& grid, std::size_t least_squares, RunCont
     mark_exposed_sides(grid);
     if (!grid.is_empty()) {
         parts_ = std::make_unique<Parts>(grid);
-        for (std::size_t piece = 0; piece < parts_->runs.piece_count(); ++piece) {
+        for (std::size_t piece = 0; piece < parts_->pieces.size(); ++piece) {
             std::size_t squares = 0;
-            parts_->runs.for_each_square(
-                piece, [&](std::size_t /*cell*/, std::size_t /*side*/) { ++squares; });
+            parts_->for_each_square(piece,
+                                    [&](std::size_t /*cell*/, std::size_t /*side*/) { ++squares; });
             if (squares != 0 && squares >= least_squares) {
                 parts_->kept.push_back(static_cast<std::uint32_t>(piece));
             }
@@ -299,7 +223,7 @@ std::size_t SurfacePieces::size() const {
 TriMesh SurfacePieces::mesh_of(std::size_t piece) const {
     Array<float> soup;
     Array<std::uint8_t> colours;
-    parts_->runs.for_each_square(parts_->kept[piece], [&](std::size_t cell, std::size_t side) {
+    parts_->for_each_square(parts_->kept[piece], [&](std::size_t cell, std::size_t side) {
         parts_->mesher.append(cell, side, soup, colours);
     });
     TriMesh mesh;

@@ -81,7 +81,7 @@ constexpr Call kCalls[] = {
      RUN { e.reviseTriangleFromData(REF_IN, OUT); }},
     {"remeshFromData64", Result::Coordinates, false, "build export",
      RUN { e.remeshFromData64(REF_IN, OUT, &h.xyz_pointer, &h.count); }},
-    {"orientationOptimization", Result::None, false, "build",
+    {"orientationOptimization", Result::None, false, "build 20 40 60 80",
      RUN { e.orientationOptimization(PLAIN_IN, h.wants_nothing ? nullptr : h.out.rows.data(),
          2); }},
     {"hollowFromData", Result::Coordinates, true, "0 build 10 10 30 40 50 60 90 export 100",
