@@ -54,12 +54,13 @@ double area_on(const TriMesh& mesh, const DividingPlane& plane, double on_level)
     double twice = 0;
     for (const Face& face : mesh.faces) {
         std::array<Vec3d, 3> p;
-        bool is_on = true;
-        for (std::size_t c = 0; c < 3; ++c) {
-            p[c] = to_double(mesh.corner_position(face, c));
-            is_on = is_on && std::abs(along(p[c], plane.axis) - offset) <= reach;
+        std::size_t on = 0;
+        while (on < 3) {
+            p[on] = to_double(mesh.corner_position(face, on));
+            if (!(std::abs(along(p[on], plane.axis) - offset) <= reach)) break;
+            ++on;
         }
-        if (is_on) twice += std::max(along(cross(p[1] - p[0], p[2] - p[0]), plane.axis), 0.0);
+        if (on == 3) twice += std::max(along(cross(p[1] - p[0], p[2] - p[0]), plane.axis), 0.0);
     }
     return twice / 2;
 }
@@ -303,9 +304,19 @@ private:
         Division even;
     };
 
+    // A mesh of one shell is its model as it stands.
     static Parts separate(TriMesh& mesh) {
-        separate_bodies(mesh, {.keep_cavities = true, .all_faces = true});
-        Parts models = std::move(mesh.parts);
+        label_shells(mesh);
+        Parts models;
+        if (mesh.shells.size() == 1 && mesh.shells.faces.size() == mesh.faces.size()) {
+            mesh.shells.clear();
+            mesh.use_table.clear();
+            mesh.parts.clear();
+            models.push_back(std::exchange(mesh, {}));
+            return models;
+        }
+        build_parts(mesh, group_shells(mesh, {.keep_cavities = true, .all_faces = true}));
+        models = std::move(mesh.parts);
         mesh = {};
         return models;
     }
