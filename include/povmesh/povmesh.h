@@ -319,10 +319,10 @@ POVMESH_API void cellularInfillFromData(float surface_thickness, float infill_de
 
 /*
  * Carves a model from the inside so that it stands, with a wall of `thickness` model units: returns
- * the built model's triangles, first and in their order, and after them those of the cavities, wound
- * inward, closed and without crossings. Where nothing is carved it returns the built model alone;
- * `balancingPreviewFromData` tells why, and what the rules are. A thickness below 0.5 counts as 0.5;
- * with one that is not above 0, or not a number, nothing is carved. The wall is as that of
+ * the built model's triangles, first and in their order, and after them those of the cavities,
+ * wound inward, closed and without crossings. Where nothing is carved it returns the built model
+ * alone; `balancingPreviewFromData` tells why, and what the rules are. A thickness below 0.5 counts
+ * as 0.5; with one that is not above 0, or not a number, nothing is carved. The wall is as that of
  * `hollowFromData`, and so are the voxels. The model should be closed and without overlapping
  * bodies, which weigh twice where they overlap.
  * progress: 0, 10, 30, 60, 70, 80, 85, 90, 100; without 70 to 85 when nothing is carved, and
@@ -572,14 +572,15 @@ POVMESH_API uint64_t lampshadePreview(float thickness, const float* coordinates_
  * border of the base, seen from above and negative outside, divided by the height of that centre.
  * Returns
  *     0  it is carved, stands better than before and withstands 1 degree at least;
- *     1  there is no model: no triangle with an area, or no volume above 1e-9 of the diagonal cubed;
+ *     1  there is no model: no triangle with an area, or no volume above 1e-9 of the diagonal^3;
  *     2  nothing is carved: it withstands 10 degrees or more as it is, or 1 degree and there is
  *        nothing to gain;
  *     3  nothing is carved: it falls, and carving with this thickness cannot make it stand.
  * and points of 3 floats each, none for 1: the centre of mass before; that after (for 2 the same,
- * for 3 the best that carving reaches); the point of the border of the base nearest to the first, at
- * the height of the plate, over which the model would fall; the same for the second; and the corners
- * of the base at that height, counter-clockwise seen from above, the lowest x (then y) first.
+ * for 3 the best that carving reaches); the point of the border of the base nearest to the first,
+ * at the height of the plate, over which the model would fall; the same for the second; and the
+ * corners of the base at that height, counter-clockwise seen from above, the lowest x (then y)
+ * first.
  */
 POVMESH_API uint64_t balancingPreviewFromData(float thickness, const float* coordinates_in,
                                               uint32_t count_in, float** preview,

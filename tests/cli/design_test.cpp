@@ -105,9 +105,14 @@ TEST_F(Design, HollowDoubtsACavityInAnOpenModel) {
     EXPECT_EQ(run({"hollow", "closed.stl", "--thickness", "2", "-o", "out.stl"}).status, 0);
     ball.resize(ball.size() - 9);
     write_stl_file("open.stl", ball);
-    const auto told = run({"hollow", "open.stl", "--thickness", "2", "-o", "out.stl"});
+    const std::vector<std::string> args = {"hollow", "open.stl", "--thickness", "2",
+                                           "-o",     "out.stl",  "--wall",      "voxel"};
+    const auto told = run(args);
     EXPECT_EQ(told.status, 1);
     EXPECT_THAT(told.err, HasSubstr("open around 1 of 1 cavity"));
+    const auto exact = run({"hollow", "open.stl", "--thickness", "2", "-o", "exact.stl"});
+    EXPECT_EQ(exact.status, 1);
+    EXPECT_THAT(exact.err, HasSubstr("holes; repair it first"));
 }
 
 }  // namespace
