@@ -352,6 +352,12 @@ int run_orient(const Arguments& arguments, Console& console) {
         [&] { return table(arguments, outcome); });
 }
 
+OptionSpec optional_output() {
+    OptionSpec option = model_output();
+    option.is_required = false;
+    return option;
+}
+
 }  // namespace
 
 OperationSpec orient_operation() {
@@ -370,11 +376,7 @@ OperationSpec orient_operation() {
                      .low = 1,
                      .high = kMostRows,
                      .help = "How many to print"},
-                    {.name = "--output",
-                     .short_name = "-o",
-                     .type = ValueType::Text,
-                     .placeholder = "OUT",
-                     .help = "File to write; its name ends in .stl or .obj"},
+                    optional_output(),
                     {.name = "--choose",
                      .type = ValueType::Number,
                      .placeholder = "ROW",
