@@ -252,7 +252,8 @@ void set_pipe_kind(FileKind kind) {
 FileKind kind_of(const std::string& path) {
     if (is_pipe(path)) return pipe_kind;
     if (has_extension(path, kGzip)) {
-        const FileKind kind = kind_of(std::filesystem::path(path).stem().string());
+        const std::string inner = std::filesystem::path(path).stem().string();
+        const FileKind kind = is_pipe(inner) ? FileKind::Unknown : kind_of(inner);
         return kind == FileKind::ThreeMf ? FileKind::Unknown : kind;  // that is packed as it is
     }
     for (const FileKind kind : {FileKind::Stl, FileKind::Obj, FileKind::Ply, FileKind::ThreeMf}) {

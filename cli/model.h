@@ -64,9 +64,9 @@ struct LoadedModel {
 /// empty on success. Progress goes up to 48.
 std::string load_model(const std::string& path, Progress progress, LoadedModel& model);
 
-/// Writes the live faces, as binary STL, exact OBJ, PLY or 3MF as the name of the target asks, unless one
-/// has a coordinate that is not finite. On failure returns one line, with the file; the target is then as
-/// it was.
+/// Writes the live faces, as binary STL, exact OBJ, PLY or 3MF as the name of the target asks,
+/// unless one has a coordinate that is not finite. On failure returns one line, with the file; the
+/// target is then as it was.
 std::string save_model(TriMesh& mesh, const std::string& path, const ModelExtras& extras = {});
 
 /// The same for a model as it was loaded or changed. What was not read whole does not replace its

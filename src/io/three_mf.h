@@ -53,10 +53,9 @@ struct ThreeMfInfo {
 /// is part of. Colours of base materials and colour groups come with the corners, those of other
 /// property groups are white. Coordinates that nothing moves become the nearest floats.
 ///
-/// @return  CannotRead when the file cannot be opened; TooLarge; BadFile, with the part and the byte
-///          in it, when package or model are damaged, an object is part of itself, something names
-///          what is not there, or sizes and counts grow beyond what a model can be. Also when no
-///          triangle comes out.
+/// @return  TooLarge; BadFile, with the part and the byte in it, when package or model are damaged,
+///          an object is part of itself, something names what is not there, or sizes and counts
+///          grow beyond what a model can be; also when no triangle comes out.
 /// Memory above the mesh: 36 bytes a triangle and 24 a vertex of the objects, a buffer of 256 KB.
 Status read_three_mf(const ByteSource& source, const std::string& name, TriMesh& mesh,
                      ThreeMfContent& content, ThreeMfInfo& info);

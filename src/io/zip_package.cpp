@@ -21,8 +21,8 @@ constexpr std::size_t kPieceBytes = std::size_t{1} << 18;
 constexpr std::uint64_t kHighestRatio = 100;
 constexpr std::uint64_t kHarmlessBytes = std::uint64_t{64} << 20;
 
-// A level at which the text of a model packs three times as fast as at the usual one and comes out
-// a tenth larger (formats_bench).
+// A level at which the text of a model packs more than three times as fast as at the usual one and
+// comes out a third larger (benchy: 80 and 291 ms, 2.9 and 2.2 MB); packing is most of writing.
 constexpr unsigned kPackingLevel = 2;
 
 std::string text_of(zip_error_t* error) {
