@@ -1,4 +1,8 @@
-// Cavities with exact walls.
+// Cavities with exact walls; beside them wall_openvdb in openvdb_bench, in cells of the same size.
+//
+// Floor: benchy at 1.5 and cells of 0.3 has 49 thousand cells of the surface. About four searches a
+// cell tell its nodes, three its points, one its vertex: 400 thousand, of 2 us that far inside; and
+// the crossings, a tree and the table of the grid 0.3 s: 1.1 s.
 #include <string>
 #include <vector>
 

@@ -107,6 +107,26 @@ void remesh_normal(benchmark::State& state, const std::string& input) {
     remesh_to(state, "normal/" + input, source, 1.0);
 }
 
+// A vertex of very many faces at each end, or a sphere of the same radius and as many faces: what
+// searches for the nearest point cost where needles meet.
+TriMesh hubs_or_sphere(const std::string& input) {
+    constexpr std::size_t kCount = 327'680;
+    if (input == "sphere_328k") return shapes::mesh_of(shapes::sphere(1000, 7));
+    shapes::SoupVector soup = shapes::fan(kCount / 2, 1000);
+    shapes::SoupVector mirrored = shapes::turned(soup);
+    for (std::size_t i = 2; i < mirrored.size(); i += 3) mirrored[i] = -mirrored[i];
+    shapes::append(soup, mirrored);
+    return shapes::mesh_of(soup);
+}
+
+void remesh_to_tenth(benchmark::State& state, const std::string& input) {
+    remesh_to(state, "tenth/" + input, hubs_or_sphere(input), 100);
+}
+
+void remesh_to_twentieth(benchmark::State& state, const std::string& input) {
+    remesh_to(state, "twentieth/" + input, hubs_or_sphere(input), 50);
+}
+
 #ifdef POVMESH_BENCH_PEERS
 using Kernel = CGAL::Exact_predicates_inexact_constructions_kernel;
 using Surface = CGAL::Surface_mesh<Kernel::Point_3>;
@@ -164,10 +184,13 @@ int main(int argc, char** argv) {
     using namespace povmesh::bench;  // NOLINT(google-build-using-namespace)
     add("remesh", {"rock_328k"}, remesh_twice);
     std::vector<std::string> inputs = {"rock_82k"};
-    for (const std::string& model : existing_models({"scorpion", "benchy", "hammer"})) {
+    for (const std::string& model :
+         existing_models({"scorpion", "benchy", "hammer", "gearwheel"})) {
         inputs.push_back(model);
     }
     add("remesh_normal", inputs, remesh_normal);
+    add_named("remesh_tenth_of_radius", {"hubs_328k", "sphere_328k"}, remesh_to_tenth);
+    add_named("remesh_twentieth_of_radius", {"hubs_328k", "sphere_328k"}, remesh_to_twentieth);
 #ifdef POVMESH_BENCH_PEERS
     add("remesh_cgal", {"rock_328k"}, remesh_twice_cgal);
 #endif

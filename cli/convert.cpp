@@ -45,8 +45,9 @@ OperationSpec convert_operation() {
         .name = "convert",
         .summary = "Write a model in another format",
         .description =
-            "Reads STL, OBJ or PLY, binary or ASCII, and writes binary STL, OBJ or binary PLY. IN "
-            "and OUT may be the same file; OUT is replaced only when the new content is complete. "
+            "Reads STL, OBJ or PLY, binary or ASCII, or 3MF and writes binary STL, OBJ, binary PLY "
+            "or 3MF. IN and OUT may be the same file; OUT is replaced only when the new content is "
+            "complete. "
             "Names that end in .gz are those of compressed files; - is standard input or output.",
         .positionals = {kModelFile, {"OUT", false, model_output().help}},
         .statuses = {Clean, Usage, CannotRead, CannotWrite},

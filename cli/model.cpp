@@ -10,6 +10,8 @@
 #include <system_error>
 
 #include "cli/numbers.h"
+#include "cli/picture/picture.h"
+#include "cli/pieces.h"
 #include "cli/shared_options.h"
 #include "io/file.h"
 #include "io/obj.h"
@@ -118,6 +120,17 @@ Status open_model(const std::string& path, InputFile& file) {
     return has_extension(path, kGzip) ? unpack_gzip(path, file) : file.open(path);
 }
 
+Status read_package_model(const ByteSource& source, Progress progress, LoadedModel& model) {
+    ThreeMfInfo info;
+    Status status = read_three_mf(source, model.path, model.mesh, model.extras.package, info);
+    model.format = "3MF";
+    model.triangles = info.triangles;
+    model.has_texture_lines = info.has_textures;
+    model.warnings = std::move(info.warnings);
+    progress.set(48);
+    return status;
+}
+
 Status read_kind(const std::string& path, Progress progress, LoadedModel& model) {
     InputFile file;
     if (Status status = open_model(path, file); !status.ok()) return status;
@@ -127,6 +140,8 @@ Status read_kind(const std::string& path, Progress progress, LoadedModel& model)
             return read_obj_model(source, progress, model);
         case FileKind::Ply:
             return read_ply_model(source, progress, model);
+        case FileKind::ThreeMf:
+            return read_package_model(source, progress, model);
         default:
             return read_stl_model(source, progress, model);
     }
@@ -181,6 +196,17 @@ std::string coordinate_obstacle(const TriMesh& mesh) {
            "out of the input, and scale it down when its coordinates are near 3e38";
 }
 
+// What file managers show of a package.
+Array<char> thumbnail(const TriMesh& mesh) {
+    picture::RenderOptions options;
+    options.width = 256;
+    options.height = 256;
+    picture::Model model;
+    model.mesh = &mesh;
+    model.use_face_colours = has_colours(mesh);
+    return picture::encode_png(picture::render({model}, options));
+}
+
 Status write_kind(TriMesh& mesh, const std::string& path, const ModelExtras& extras,
                   ByteSink& file) {
     switch (kind_of(path)) {
@@ -188,6 +214,8 @@ Status write_kind(TriMesh& mesh, const std::string& path, const ModelExtras& ext
             return write_obj(mesh, file, {.exact = true});
         case FileKind::Ply:
             return write_ply(mesh, file, extras.texture_files);
+        case FileKind::ThreeMf:
+            return write_three_mf(mesh, extras.package, thumbnail(mesh), path, file);
         default:
             return write_stl(mesh, file);
     }
@@ -204,6 +232,17 @@ Status write_model(TriMesh& mesh, const std::string& path, const ModelExtras& ex
 // What --format said; nothing changes it once the command line has been read.
 FileKind pipe_kind = FileKind::Unknown;
 
+std::string format_name(FileKind kind) {
+    switch (kind) {
+        case FileKind::Obj:
+            return "OBJ";
+        case FileKind::Ply:
+            return "PLY";
+        default:
+            return "STL";
+    }
+}
+
 }  // namespace
 
 void set_pipe_kind(FileKind kind) {
@@ -212,8 +251,12 @@ void set_pipe_kind(FileKind kind) {
 
 FileKind kind_of(const std::string& path) {
     if (is_pipe(path)) return pipe_kind;
-    if (has_extension(path, kGzip)) return kind_of(std::filesystem::path(path).stem().string());
-    for (const FileKind kind : {FileKind::Stl, FileKind::Obj, FileKind::Ply}) {
+    if (has_extension(path, kGzip)) {
+        const std::string inner = std::filesystem::path(path).stem().string();
+        const FileKind kind = is_pipe(inner) ? FileKind::Unknown : kind_of(inner);
+        return kind == FileKind::ThreeMf ? FileKind::Unknown : kind;  // that is packed as it is
+    }
+    for (const FileKind kind : {FileKind::Stl, FileKind::Obj, FileKind::Ply, FileKind::ThreeMf}) {
         if (has_extension(path, extension_of(kind))) return kind;
     }
     return FileKind::Unknown;
@@ -225,6 +268,8 @@ std::string_view extension_of(FileKind kind) {
             return ".obj";
         case FileKind::Ply:
             return ".ply";
+        case FileKind::ThreeMf:
+            return ".3mf";
         default:
             return ".stl";
     }
@@ -331,10 +376,30 @@ std::vector<std::string> load_warnings(const LoadedModel& model) {
     return warnings;
 }
 
+namespace {
+
+void warn_of_lost_package(const LoadedModel& model, FileKind target,
+                          std::vector<std::string>& warnings) {
+    const ThreeMfContent& package = model.extras.package;
+    if (target == FileKind::ThreeMf) return;
+    const bool has_names = std::any_of(package.bodies.begin(), package.bodies.end(),
+                                       [](const std::string& name) { return !name.empty(); });
+    if (package.bodies.size() > 1 || has_names) {
+        warnings.push_back("names of objects are lost: " + format_name(target) + " has none");
+    }
+    if (target == FileKind::Stl) return;
+    if (model.has_texture_lines) warnings.emplace_back("the files of textures are lost");
+}
+
+}  // namespace
+
 std::vector<std::string> loss_warnings(const LoadedModel& model, FileKind target) {
     const TriMesh& mesh = model.mesh;
-    const bool has_labels = has_face(mesh, [](const Face& face) { return face.label >= 0; });
+    const bool is_package = model.kind == FileKind::ThreeMf;
+    const bool has_labels =
+        !is_package && has_face(mesh, [](const Face& face) { return face.label >= 0; });
     std::vector<std::string> warnings;
+    if (is_package) warn_of_lost_package(model, target, warnings);
     if (target == FileKind::Stl) {
         if (has_colours(mesh)) warnings.emplace_back("colours are lost: STL has none");
         if (has_labels || model.has_texture_lines) {
@@ -342,15 +407,77 @@ std::vector<std::string> loss_warnings(const LoadedModel& model, FileKind target
         }
         return warnings;
     }
-    const bool is_ply = model.kind == FileKind::Ply && target == FileKind::Ply;
-    if (has_labels && model.kind == FileKind::Ply && !is_ply) {
+    if (is_package || (model.kind == FileKind::Ply && target == FileKind::Ply)) return warnings;
+    if (target == FileKind::ThreeMf) {
+        if (has_labels || model.has_texture_lines) {
+            warnings.emplace_back(
+                "materials and texture coordinates are lost: their pictures are not at hand");
+        }
+    } else if (has_labels && model.kind == FileKind::Ply) {
         warnings.emplace_back("materials are numbered; the names of texture files are lost");
-    } else if (has_labels && !is_ply) {
+    } else if (has_labels) {
         warnings.emplace_back("materials are numbered; their names and the library file are lost");
-    } else if (model.has_texture_lines && !has_labels) {
+    } else if (model.has_texture_lines) {
         warnings.emplace_back("texture coordinates are lost: no material uses them");
     }
     return warnings;
+}
+
+bool loses_bodies(const LoadedModel& model, FileKind target) {
+    const ThreeMfContent& package = model.extras.package;
+    return target == FileKind::ThreeMf && !package.labels.empty() &&
+           !keeps_bodies(model.mesh, package);
+}
+
+namespace {
+
+// The vertex of a body that stands for one of the whole; made when it is first asked for. Until
+// the body is complete its vertices have their number in the whole as their index.
+std::int32_t copied_vertex(const TriMesh& whole, std::int32_t v, Array<std::int32_t>& number,
+                           TriMesh& body) {
+    const auto index = static_cast<std::size_t>(v);
+    const auto known = static_cast<std::size_t>(number[index]);
+    if (known < body.vertices.size() && body.vertices[known].index == v) return number[index];
+    number[index] = static_cast<std::int32_t>(body.vertices.size());
+    body.vertices.push_back(whole.vertices[index]);
+    body.vertices.back().index = v;
+    return number[index];
+}
+
+}  // namespace
+
+std::vector<TriMesh> bodies_of(const LoadedModel& model) {
+    const ThreeMfContent& package = model.extras.package;
+    std::vector<TriMesh> bodies;
+    if (package.bodies.size() < 2 || !keeps_bodies(model.mesh, package)) return bodies;
+    bodies.resize(package.bodies.size());
+    Array<std::int32_t> number(model.mesh.vertices.size(), 0);  // in the last body that has it
+    const Array<std::uint32_t> order = three_mf_order(model.mesh, package);
+    for (std::size_t i = 0; i < order.size();) {
+        const auto body_at = [&](std::size_t k) {
+            const auto label = static_cast<std::size_t>(model.mesh.faces[order[k]].label);
+            return package.labels[label].body;
+        };
+        const std::size_t body = body_at(i);
+        TriMesh& mesh = bodies[body];
+        for (; i < order.size() && body_at(i) == body; ++i) {
+            Face face = model.mesh.faces[order[i]];
+            face.label = -1;
+            face.uv.fill(-1);
+            for (std::int32_t& v : face.vertex) v = copied_vertex(model.mesh, v, number, mesh);
+            mesh.faces.push_back(face);
+        }
+        for (std::size_t v = 0; v < mesh.vertices.size(); ++v) {
+            mesh.vertices[v].index = static_cast<std::int32_t>(v);
+        }
+    }
+    return bodies;
+}
+
+std::size_t closed_body_count(const LoadedModel& model) {
+    std::vector<TriMesh> bodies = bodies_of(model);
+    return static_cast<std::size_t>(
+        std::count_if(bodies.begin(), bodies.end(), [](TriMesh& body) { return is_closed(body); }));
 }
 
 bool has_colours(const TriMesh& mesh) {

@@ -9,6 +9,7 @@
 #include "cli/change.h"
 #include "cli/numbers.h"
 #include "cli/solid_surface.h"
+#include "mesh/compact.h"
 
 namespace povmesh::cli {
 namespace {
@@ -28,6 +29,7 @@ ChangeReport change(TriMesh& mesh, double distance, const OffsetOptions& options
         report.failure = status.text();
         return report;
     }
+    compact(mesh);
     report.rows = {{"distance", human_number(distance)}, {"cell", human_number(done.cell)}};
     report.json = {{"cell", done.cell}, {"distance", distance}};
     add_labels(done.label, report);

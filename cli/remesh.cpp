@@ -3,8 +3,10 @@
 #include "cli/commands.h"
 #include "cli/shared_options.h"
 
+#include <cmath>
 #include <string>
 
+#include "base/convert.h"
 #include "base/timer.h"
 #include "cli/change.h"
 #include "cli/distance.h"
@@ -18,6 +20,14 @@ namespace {
 // A change of volume beyond this share is told: details smaller than the edge are lost.
 constexpr double kNotableVolume = 0.01;
 
+std::string near_text(const RemeshReport& done) {
+    const auto percent = [](double share) {
+        return human_number(std::round(share * 1000) / 10) + " %";
+    };
+    return percent(done.even_share) + " of the edges within 0.6 to 1.6 of it, " +
+           percent(done.even_share_of_local) + " of what was aimed at there";
+}
+
 ChangeReport change(TriMesh& mesh, double edge_length) {
     TriMesh source = mesh;
     const TriangleQuality before = triangle_quality(mesh);
@@ -27,7 +37,7 @@ ChangeReport change(TriMesh& mesh, double edge_length) {
     const Timer timer;
     const RemeshReport done = remesh(mesh, {.edge_length = edge_length}, run);
     report.seconds = timer.seconds();
-    if (!done.is_done) {
+    if (!done.is_done && done.kept_faces == 0) {
         report.failure = "a coordinate is not finite; take these triangles out first";
         return report;
     }
@@ -43,6 +53,30 @@ ChangeReport change(TriMesh& mesh, double edge_length) {
         report.rows.emplace_back("raised to",
                                  human_number(raised) + ", to stay below 10 million triangles");
         report.json["raised_to"] = raised;
+    }
+    if (done.raised_faces != 0) {
+        report.rows.emplace_back(
+            "raised alone", counted(done.raised_faces, "triangle") + " too large for the edge");
+        report.json["raised_alone"] = done.raised_faces;
+    }
+    if (done.is_done) {
+        report.rows.emplace_back("near the length", near_text(done));
+        report.json["even"] = {{"share", done.even_share},
+                               {"share_of_local", done.even_share_of_local}};
+    }
+    if (done.kept_faces != 0) {
+        const std::string at =
+            place_text({narrow_to_float(done.kept_at.x), narrow_to_float(done.kept_at.y),
+                        narrow_to_float(done.kept_at.z)});
+        report.json["kept"] = {{"triangles", done.kept_faces},
+                               {"at", {done.kept_at.x, done.kept_at.y, done.kept_at.z}}};
+        if (done.is_done) {
+            report.warnings.push_back(counted(done.kept_faces, "triangle") +
+                                      " left as they were, where new ones would cross, one " + at);
+        } else {
+            report.doubts.push_back("nothing was changed, because new triangles would cross " + at +
+                                    "; try a shorter --edge");
+        }
     }
     add_faults(source, mesh, kNotableVolume, report);
     add_distance(source, mesh, report);

@@ -10,6 +10,7 @@
 #include "cli/change.h"
 #include "cli/numbers.h"
 #include "cli/solid_surface.h"
+#include "mesh/compact.h"
 #include "spatial/nearest_face.h"
 #include "spatial/surface_distance.h"
 
@@ -78,6 +79,7 @@ ChangeReport change(TriMesh& mesh, const WrapOptions& options, Progress progress
         report.failure = status.text();
         return report;
     }
+    compact(mesh);
     report.rows = {{"cell", human_number(wrapped.cell)},
                    {"tolerance", human_number(wrapped.tolerance)},
                    {"gap", human_number(wrapped.gap)}};

@@ -163,7 +163,10 @@ void check_remeshing(const TriMesh& source, const Input& input) {
     RunContext run{{}, log};
     TriMesh even = source;
     const RemeshReport report = remesh(even, {.edge_length = input.edge_length}, run);
-    require(report.is_done == !source.faces.empty(), "remeshing did nothing");
+    require((report.is_done || report.kept_faces != 0) == !source.faces.empty(),
+            "remeshing did nothing");
+    TriMesh before = source;
+    require(find_new_faults(before, even).crossings.count == 0, "remeshing made a crossing");
     check_borders(source, even, "remeshing");
     std::vector<float> lengths;
     for (std::size_t f = 0; f < source.faces.size(); ++f) {

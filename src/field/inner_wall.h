@@ -7,6 +7,7 @@
 #include "base/status.h"
 #include "field/contour.h"
 #include "field/distance_field.h"
+#include "field/thin_out.h"
 #include "mesh/tri_mesh.h"
 #include "run/progress.h"
 
@@ -16,6 +17,7 @@ struct InnerWallOptions {
     // Side of a cell in model units; 0: a fifth of the thickness, or larger where the box of the
     // model would hold more than 2^27 of these.
     double cell = 0;
+    bool all_triangles = false;  // else flat places and straight edges are thinned out
 };
 
 struct WallReport {
@@ -25,6 +27,7 @@ struct WallReport {
     double mean_wall = 0;      // model units, by area of the cavity
     bool is_kept = false;      // the smallest wall is at least kLeastWallShare of the thickness
 
+    ThinOutReport thinned;
     std::size_t mended = 0;   // vertices that were moved off the model
     std::uint64_t taken = 0;  // nodes that left the cavity where that did not do
     std::size_t passes = 0;   // of making the surface

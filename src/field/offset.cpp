@@ -4,12 +4,14 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "base/parallel.h"
 #include "field/compose.h"
+#include "field/solid_field.h"
 #include "mesh/bounds.h"
 #include "mesh/compact.h"
 
@@ -87,18 +89,21 @@ Status offset(TriMesh& mesh, double distance, const OffsetOptions& options, RunC
     if (!fitted.ok()) return fitted;
     report.cell = grid.cell;
 
-    DistanceField field(faces, grid);
-    run.progress.set(20);
     LabelOptions labels;
     labels.closes_holes = true;
     labels.gap_of_open = 4 * grid.cell;
-    report.label = field.label(labels);
+    const std::unique_ptr<DistanceField> solid = solid_field(faces, grid, labels, report.label);
+    const DistanceField& field = *solid;
     run.progress.set(40);
-    LevelNodes nodes = offset_nodes(field, distance);
+    std::unique_ptr<SharpDistance> sharp;
+    if (options.corners == OffsetCorners::Sharp) {
+        sharp = std::make_unique<SharpDistance>(field.faces(), field.surface());
+    }
+    LevelNodes nodes = offset_nodes(field, distance, sharp.get());
     run.progress.set(70);
     make_well_composed(nodes.within, Composing::Add);
     TriMesh surface;
-    report.contour = contour(field, nodes, distance, surface);
+    report.contour = contour(field, nodes, distance, surface, sharp.get());
     run.progress.set(90);
     if (surface.faces.empty()) {
         report.thickest = 2 * greatest_depth(field);

@@ -15,7 +15,7 @@ namespace povmesh {
 /// file that has no name any more, so that readers can go to any place of it, whatever its size.
 ///
 /// @return  CannotRead when the file cannot be opened, the temporary file cannot be written, or the
-///          content grows beyond what a model can grow to (a thousand bytes of zeros for one); BadFile
+///          content grows beyond 256 MB and a hundred times its size, which no model does; BadFile
 ///          when the compressed bytes are damaged or end early. The name stands in messages.
 Status unpack_gzip(const std::string& path, InputFile& content);
 

@@ -139,13 +139,14 @@ private:
     bool try_collapse(std::uint32_t h) {
         const std::int32_t a = surface_.origin(h);
         const std::int32_t b = surface_.target(h);
-        const bool is_line = surface_.is_feature[h] != 0;
+        const bool is_line = surface_.features[h] != 0;
         if (kind(b) > kind(a) || kind(b) >= Kind::Fixed || (kind(b) == Kind::Line && !is_line)) {
             return false;
         }
-        if (!surface_.can_collapse(h)) return false;
+        if (!surface_.can_collapse(h) || (is_line && !options_.keeps_line(h))) return false;
         Vec3d place = at(a);
-        if (kind(a) == kind(b)) place = options_.project(a, (at(a) + at(b)) * 0.5);
+        if (kind(b) == Kind::Free && kind(a) == Kind::Free)
+            place = options_.project(a, (at(a) + at(b)) * 0.5);
         const Vec3d normal = normal_at(a) + normal_at(b);
         const double before = std::max(worst_around(a, -1, at(a), normal_at(a)),
                                        worst_around(b, -1, at(b), normal_at(b)));

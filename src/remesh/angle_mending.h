@@ -15,6 +15,9 @@ struct AngleMending {
     /// Longest edge that a collapse may make at a vertex, model units.
     std::function<double(std::int32_t vertex)> longest_edge;
 
+    /// True when the target of a feature edge may go into its origin, which stays where it is.
+    std::function<bool(std::uint32_t half_edge)> keeps_line;
+
     /// Where a vertex that is wanted at a place may go: a point of the original surface.
     std::function<Vec3d(std::int32_t vertex, Vec3d place)> project;
 };

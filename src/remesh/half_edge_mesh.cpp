@@ -3,6 +3,7 @@
 // Edelsbrunner, S. Guha and D. Nekhayev, Topology preserving edge contraction, 1999).
 #include "remesh/half_edge_mesh.h"
 
+#include <tuple>
 #include <utility>
 
 namespace povmesh {
@@ -26,7 +27,7 @@ HalfEdgeMesh::HalfEdgeMesh(const TriMesh& mesh, const EdgeMates& mates) {
         positions[v] = to_double(mesh.vertices[v].position());
     }
     opposites.assign(3 * triangles.size(), kNone);
-    is_feature.assign(opposites.size(), 1);
+    features.assign(opposites.size(), 1);
     is_locked.assign(opposites.size(), 0);
     starts.assign(positions.size(), kNone);
     valences.assign(positions.size(), 0);
@@ -49,7 +50,7 @@ HalfEdgeMesh::HalfEdgeMesh(const TriMesh& mesh, const EdgeMates& mates) {
             const std::array<std::int32_t, 3>& o = triangles[other];
             const std::int32_t b = triangles[t][kNext[corner]];
             opposites[h] = other * 3 + (o[0] == b ? 0U : o[1] == b ? 1U : 2U);
-            is_feature[h] = 0;
+            features[h] = 0;
         }
     }
     for (std::size_t v = 0; v < positions.size(); ++v) {
@@ -79,6 +80,18 @@ bool HalfEdgeMesh::is_open(std::int32_t v) const {
     return found;
 }
 
+std::uint32_t HalfEdgeMesh::feature_beyond(std::int32_t v, std::uint32_t edge) const {
+    std::uint32_t found = kNone;
+    const auto look_at = [&](std::uint32_t h) {
+        if (h != edge && opposites[h] != edge) found = h;
+    };
+    around(v, [&](std::uint32_t h) {
+        if (features[h] != 0) look_at(h);
+        if (opposites[previous(h)] == kNone) look_at(previous(h));
+    });
+    return found;
+}
+
 std::uint32_t HalfEdgeMesh::new_triangle() {
     if (!unused_.empty()) {
         const std::uint32_t t = unused_.back();
@@ -88,7 +101,7 @@ std::uint32_t HalfEdgeMesh::new_triangle() {
     const auto t = static_cast<std::uint32_t>(triangles.size());
     triangles.push_back({kGone, kGone, kGone});
     opposites.resize(opposites.size() + 3);
-    is_feature.resize(opposites.size());
+    features.resize(opposites.size());
     is_locked.resize(opposites.size());
     return t;
 }
@@ -103,7 +116,7 @@ std::int32_t HalfEdgeMesh::split(std::uint32_t h, Vec3d place) {
     const std::int32_t b = target(h);
     const auto m = static_cast<std::int32_t>(positions.size());
     positions.push_back(place);
-    kinds.push_back(is_feature[h] != 0 ? Line : Free);
+    kinds.push_back(features[h] != 0 ? Line : Free);
     valences.push_back(g == kNone ? 2 : 4);
     starts.push_back(kNone);
     const std::uint32_t from_m = split_side(h, m);  // m -> b
@@ -126,11 +139,11 @@ std::uint32_t HalfEdgeMesh::split_side(std::uint32_t h, std::int32_t m) {
     triangles[n / 3] = {m, target(h), apex(h)};
     triangles[hn / 3][hn % 3] = m;
     ++valences[index(apex(h))];
-    is_feature[n] = is_feature[h];
+    features[n] = features[h];
     is_locked[n] = is_locked[h];
-    is_feature[n + 1] = is_feature[hn];
+    features[n + 1] = features[hn];
     is_locked[n + 1] = is_locked[hn];
-    is_feature[n + 2] = is_feature[hn] = 0;
+    features[n + 2] = features[hn] = 0;
     is_locked[n + 2] = is_locked[hn] = 0;
     opposites[n + 1] = kNone;
     join(n + 1, opposites[hn]);
@@ -146,7 +159,7 @@ bool HalfEdgeMesh::are_neighbours(std::int32_t v, std::int32_t w) const {
 
 bool HalfEdgeMesh::can_flip(std::uint32_t h) const {
     const std::uint32_t g = opposites[h];
-    if (g == kNone || is_feature[h] != 0) return false;
+    if (g == kNone || features[h] != 0) return false;
     for (const std::uint32_t e : {h, g}) {
         if (valences[index(origin(e))] <= 3 && !is_open(origin(e))) return false;
     }
@@ -172,11 +185,11 @@ void HalfEdgeMesh::flip(std::uint32_t h) {
     const std::int32_t c = origin(hp);
     const std::int32_t d = origin(gp);
     struct Side {
-        std::uint32_t opposite;
-        std::uint8_t feature, locked;
+        std::uint32_t opposite, feature;
+        std::uint8_t locked;
     };
     const auto side = [this](std::uint32_t e) {
-        return Side{opposites[e], is_feature[e], is_locked[e]};
+        return Side{opposites[e], features[e], is_locked[e]};
     };
     const Side bc = side(hn);
     const Side ca = side(hp);
@@ -185,7 +198,7 @@ void HalfEdgeMesh::flip(std::uint32_t h) {
     const auto set = [this](std::uint32_t e, const Side& s) {
         join(e, s.opposite);
         opposites[e] = s.opposite;
-        is_feature[e] = s.feature;
+        features[e] = s.feature;
         is_locked[e] = s.locked;
     };
     // h becomes d -> c in (d, c, a), g becomes c -> d in (c, d, b).
@@ -222,7 +235,7 @@ bool HalfEdgeMesh::can_collapse(std::uint32_t h, bool into_high_valence) const {
     // nor both be open.
     for (const std::uint32_t e : {h, g}) {
         if (e == kNone) continue;
-        if (is_feature[next(e)] != 0 && is_feature[previous(e)] != 0) return false;
+        if (features[next(e)] != 0 && features[previous(e)] != 0) return false;
         const std::uint32_t far = opposites[next(e)];
         const std::uint32_t back = opposites[previous(e)];
         if (far == kNone && back == kNone) return false;
@@ -296,12 +309,15 @@ void HalfEdgeMesh::remove_side(std::uint32_t h) {
     const std::int32_t c = origin(hp);
     const std::uint32_t from_c = opposites[hn];  // c -> survivor
     const std::uint32_t from_a = opposites[hp];  // survivor -> c
-    const bool feature = is_feature[hn] != 0 || is_feature[hp] != 0;
+    // One side of the two at most is a feature; what stays runs along it, or against it, as before.
+    const std::uint32_t out = features[hp];   // c -> a
+    const std::uint32_t back = features[hn];  // b -> c
     const bool locked = is_locked[hn] != 0 || is_locked[hp] != 0;
-    for (const auto& [e, other] : {std::pair{from_c, from_a}, std::pair{from_a, from_c}}) {
+    for (const auto& [e, other, feature] :
+         {std::tuple{from_c, from_a, out}, std::tuple{from_a, from_c, back}}) {
         if (e == kNone) continue;
         opposites[e] = other;
-        is_feature[e] = feature || other == kNone ? 1 : 0;
+        if (feature != 0) features[e] = feature;
         is_locked[e] = locked ? 1 : 0;
     }
     // A half-edge from either end that is still there.

@@ -61,7 +61,7 @@ public:
 
     Array<std::array<std::int32_t, 3>> triangles;
     Array<std::uint32_t> opposites;  // 3 a triangle
-    Array<std::uint8_t> is_feature;  // 3 a triangle: the edge must stay where it is
+    Array<std::uint32_t> features;   // 3 a triangle: not 0 where the edge must stay on its line
     Array<std::uint8_t> is_locked;   // 3 a triangle: the edge is irregular and may not be split
     Array<Vec3d> positions;
     Array<std::uint32_t> starts;
@@ -103,6 +103,9 @@ public:
     }
 
     bool is_open(std::int32_t v) const;
+
+    /// The other feature edge at a vertex between two, as a half-edge from or to it.
+    std::uint32_t feature_beyond(std::int32_t v, std::uint32_t edge) const;
 
     /// Puts a vertex on an edge. Returns the vertex; its kind is Line on a feature, else Free.
     std::int32_t split(std::uint32_t h, Vec3d place);

@@ -24,6 +24,10 @@ constexpr double kThin = 8;
 // Below this share of all nodes capsules are not worth the look whether there is one.
 constexpr double kLeastThinShare = 0.02;
 
+// Faces that look elsewhere after which a search for one that looks a certain way gives up: around
+// a vertex of high valence all of them would be looked at.
+constexpr int kMostTurnedDown = 200;
+
 // Room for rounding around a capsule, as a share of its length.
 constexpr double kSlack = 1e-12;
 
@@ -208,6 +212,28 @@ double NearestFace::lower_bound(Vec3d p, std::uint32_t node) const {
 }
 
 NearestPoint NearestFace::find(Vec3d p, double limit) const {
+    return search(
+        p, limit, [](const Triangle3d& /*triangle*/) { return true; }, [] { return false; });
+}
+
+NearestPoint NearestFace::find_facing(Vec3d p, Vec3d direction, double least_cosine,
+                                      double limit) const {
+    int turned_down = 0;
+    return search(
+        p, limit,
+        [&](const Triangle3d& t) {
+            const Vec3d normal = cross(t[1] - t[0], t[2] - t[0]);
+            const bool faces = dot(normal, direction) > least_cosine * length(normal);
+            turned_down += faces ? 0 : 1;
+            return faces;
+        },
+        [&] { return turned_down > kMostTurnedDown; });
+}
+
+// The nearest point on a triangle for which accepts(triangle), until gives_up().
+template <typename Accepts, typename GivesUp>
+NearestPoint NearestFace::search(Vec3d p, double limit, Accepts&& accepts,
+                                 GivesUp&& gives_up) const {
     NearestPoint best;
     if (is_empty() || !is_finite(p)) return best;
     best.squared_distance = limit;
@@ -220,7 +246,7 @@ NearestPoint NearestFace::find(Vec3d p, double limit) const {
     std::array<Waiting, FaceTree::kMaxDepth + 2> stack;
     std::size_t size = 0;
     stack[size++] = {0, lower_bound(p, 0)};
-    while (size != 0) {
+    while (size != 0 && !gives_up()) {
         const Waiting top = stack[--size];
         if (!(top.squared_distance < best.squared_distance)) continue;
         const FaceTree::Node& node = nodes[top.node];
@@ -236,9 +262,9 @@ NearestPoint NearestFace::find(Vec3d p, double limit) const {
         for (std::uint32_t i = node.place; i < node.place + node.count; ++i) {
             if (!(squared_distance(p, tree_.boxes()[i]) < best.squared_distance)) continue;
             const std::array<Vec3f, 3>& t = triangles_[i];
-            const NearestPoint here =
-                nearest_on_triangle(p, {to_double(t[0]), to_double(t[1]), to_double(t[2])});
-            if (!(here.squared_distance < best.squared_distance)) continue;
+            const Triangle3d corners = {to_double(t[0]), to_double(t[1]), to_double(t[2])};
+            const NearestPoint here = nearest_on_triangle(p, corners);
+            if (!(here.squared_distance < best.squared_distance) || !accepts(corners)) continue;
             best = here;
             best.face = tree_.numbers()[i];
         }

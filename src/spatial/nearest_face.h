@@ -44,6 +44,12 @@ public:
     /// faces any, but always the same one. None is found from a point that is not finite.
     NearestPoint find(Vec3d p, double limit = std::numeric_limits<double>::infinity()) const;
 
+    /// The same among the faces whose normals lie within an angle of a direction. Gives up after
+    /// some hundreds of nearer faces that look elsewhere.
+    ///
+    /// @param direction  of unit length
+    NearestPoint find_facing(Vec3d p, Vec3d direction, double least_cosine, double limit) const;
+
     bool is_empty() const { return tree_.nodes().empty(); }
 
     /// The tree that the search goes through; its numbers are those of the faces.
@@ -62,6 +68,8 @@ private:
     Capsule capsule_of_entry(std::size_t entry) const;
     void find_capsules();
     double lower_bound(Vec3d p, std::uint32_t node) const;
+    template <typename Accepts, typename GivesUp>
+    NearestPoint search(Vec3d p, double limit, Accepts&& accepts, GivesUp&& gives_up) const;
 
     FaceTree tree_;
     Array<std::array<Vec3f, 3>> triangles_;  // in the order of the tree's entries

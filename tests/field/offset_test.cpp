@@ -84,6 +84,27 @@ TEST(Offset, EveryPointLiesAtTheDistance) {
     }
 }
 
+TEST(Offset, SharpCornersStay) {
+    const TriMesh box = shapes::mesh_of(shapes::box({0, 0, 0}, {20, 14, 9}));
+    const TriMesh grown = offset_of(box, 2, {.corners = OffsetCorners::Sharp, .cell = 0.25});
+    EXPECT_NEAR(volume(grown) / (24 * 18 * 13), 1, 1e-4);
+    // A corner that shrinking would round, in a block with a step cut out.
+    shapes::SoupVector step = shapes::box({0, 0, 0}, {20, 20, 10});
+    shapes::append(step, shapes::box({0, 0, 5}, {10, 20, 20}));
+    const TriMesh shrunk =
+        offset_of(shapes::mesh_of(step), -2, {.corners = OffsetCorners::Sharp, .cell = 0.25});
+    EXPECT_NEAR(volume(shrunk) / (16 * 16 * 6 + 6 * 16 * 10), 1, 1e-3);
+    // Smooth surfaces have no corners, and spikes end.
+    const TriMesh ball = shapes::mesh_of(shapes::sphere(10, 4));
+    const TriMesh larger = offset_of(ball, 2, {.corners = OffsetCorners::Sharp, .cell = 0.4});
+    EXPECT_LT(share_off(ball, larger, 2, 0.03), 0.01);
+    const TriMesh needle =
+        shapes::mesh_of(shapes::SoupVector{0, 0, 0, 0, 1, 0,  1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 20,
+                                           0, 0, 0, 0, 0, 20, 0, 1, 0, 1, 0, 0, 0, 1, 0, 0, 0, 20});
+    const TriMesh thick = offset_of(needle, 1, {.corners = OffsetCorners::Sharp, .cell = 0.2});
+    EXPECT_EQ(share_off(needle, thick, 1.5, 0.5 + 0.1), 0);
+}
+
 TEST(Offset, SaysWhenNothingIsLeft) {
     TriMesh box = shapes::mesh_of(shapes::box({0, 0, 0}, {20, 14, 9}));
     RunLog log;

@@ -17,6 +17,9 @@
 #include "helpers/shapes.h"
 #include "mesh/edge_mates.h"
 #include "mesh/volume.h"
+#include "remesh/sizing_field.h"
+#include "spatial/nearest_face.h"
+#include "spatial/self_intersection.h"
 #include "spatial/surface_distance.h"
 
 namespace povmesh {
@@ -73,7 +76,8 @@ TEST(Remesh, MakesSmoothSurfacesEven) {
             EXPECT_GT(share_within(edges_of(result), 0.6 * l, 1.6 * l), 0.99);
             EXPECT_GT(smallest_angle(result), 28.0) << l;
             EXPECT_LT(surface_distance(*mesh, result).rms(), 0.05 * l);
-            EXPECT_GT(signed_volume(result), 0.95 * signed_volume(*mesh));
+            const double volume = signed_volume(*mesh);
+            EXPECT_NEAR(signed_volume(result), volume, 0.01 * volume);
         }
     }
 }
@@ -92,6 +96,77 @@ TEST(Remesh, KeepsSharpEdgesAndCorners) {
         }
     }
     EXPECT_EQ(corners.size(), 8U);
+}
+
+// The chords of a groove's lines used to stray by an edge, so that it was filled.
+TEST(Remesh, LinesStayWhereTheyWere) {
+    SoupVector star;  // a prism of 24 teeth, 2 high and as wide as an edge
+    const auto at = [](std::size_t i, float z) {
+        const double r = i % 4 < 2 ? 10.0 : 8.0;
+        const double angle = 2 * std::numbers::pi * static_cast<double>(i % 96) / 96;
+        return std::array<float, 3>{static_cast<float>(r * std::cos(angle)),
+                                    static_cast<float>(r * std::sin(angle)), z};
+    };
+    const auto add = [&](const std::array<float, 3>& a, const std::array<float, 3>& b,
+                         const std::array<float, 3>& c) {
+        for (const auto& p : {a, b, c}) star.insert(star.end(), p.begin(), p.end());
+    };
+    for (std::size_t i = 0; i < 96; ++i) {
+        add(at(i, 0), at(i + 1, 0), at(i, 6));
+        add(at(i, 6), at(i + 1, 0), at(i + 1, 6));
+        add(at(i, 6), at(i + 1, 6), {0, 0, 6});
+        add(at(i + 1, 0), at(i, 0), {0, 0, 0});
+    }
+    const TriMesh gear = mesh_of(star);
+    for (const double l : {0.7, 1.5, 3.0}) {
+        const TriMesh result = remeshed(gear, {.edge_length = l});
+        EXPECT_TRUE(reference::is_closed_manifold(result));
+        EXPECT_EQ(find_self_intersections(result, 1).count, 0U) << l;
+        EXPECT_NEAR(signed_volume(result) / signed_volume(gear), 1, 0.005);
+        const NearestFace surface(result);
+        for (std::size_t i = 0; i < 96; ++i) {
+            const auto [x, y, z] = at(i, 6);
+            EXPECT_LT(std::sqrt(surface.find(to_double(Vec3f{x, y, z})).squared_distance),
+                      0.25 * l);
+        }
+    }
+}
+
+// Wires and bent sheets thinner than an edge used to cross themselves, or to vanish.
+TEST(Remesh, ThinPlacesNeitherCrossNorVanish) {
+    const auto tube = [](double outer, double inner, std::size_t sides, float height) {
+        SoupVector soup;
+        const auto at = [&](double r, std::size_t i, float z) {
+            const double angle =
+                2 * std::numbers::pi * static_cast<double>(i % sides) / static_cast<double>(sides);
+            return std::array<float, 3>{static_cast<float>(r * std::cos(angle)),
+                                        static_cast<float>(r * std::sin(angle)), z};
+        };
+        const auto quad = [&](const auto& a, const auto& b, const auto& c, const auto& d) {
+            for (const auto& p : {a, b, c, a, c, d}) soup.insert(soup.end(), p.begin(), p.end());
+        };
+        for (std::size_t i = 0; i < sides; ++i) {
+            quad(at(outer, i, 0), at(outer, i + 1, 0), at(outer, i + 1, height),
+                 at(outer, i, height));
+            quad(at(inner, i + 1, 0), at(inner, i, 0), at(inner, i, height),
+                 at(inner, i + 1, height));
+            quad(at(outer, i, height), at(outer, i + 1, height), at(inner, i + 1, height),
+                 at(inner, i, height));
+            quad(at(inner, i, 0), at(inner, i + 1, 0), at(outer, i + 1, 0), at(outer, i, 0));
+        }
+        return mesh_of(soup);
+    };
+    const TriMesh sheet = tube(10, 9.7, 120, 30);  // a thirteenth of the edge
+    const TriMesh wire = tube(0.3, 0.1, 24, 20);
+    for (const TriMesh* mesh : {&sheet, &wire}) {
+        const double l = mesh == &sheet ? 4 : 1.5;
+        const TriMesh result = remeshed(*mesh, {.edge_length = l});
+        EXPECT_TRUE(reference::is_closed_manifold(result));
+        EXPECT_EQ(find_self_intersections(result, 1).count, 0U);
+        const double volume = signed_volume(*mesh);
+        EXPECT_NEAR(signed_volume(result), volume, 0.1 * volume);
+        EXPECT_LT(surface_distance(*mesh, result).greatest(), 0.25 * l);
+    }
 }
 
 TEST(Remesh, KeepsOpenRimsAndIrregularEdges) {
@@ -204,12 +279,39 @@ TEST(Remesh, LeavesTheMeshAloneForLengthsNotPositiveOrNotFinite) {
 
 TEST(Remesh, RaisesLengthsThatWouldMakeTooManyTriangles) {
     const TriMesh cube = mesh_of(shapes::box({0, 0, 0}, {10, 10, 10}));
+    const auto raised = [&](float length, double most) {
+        std::vector<float> lengths(cube.faces.size(), length);
+        EXPECT_EQ(raise_lengths(cube, lengths, most).faces, 0U);
+        return lengths[0];
+    };
     const double equilateral = std::sqrt(3.0) / 4;
-    EXPECT_EQ(raising_factor(cube, {}, 1, 1400), 1);  // 600 / equilateral = 1386
-    const double all = raising_factor(cube, {}, 0.01, 1000);
-    EXPECT_NEAR(all * 0.01, std::sqrt(600 / equilateral / 1000), 0.02);
-    const std::vector<float> lengths(cube.faces.size(), 0.02F);
-    EXPECT_NEAR(raising_factor(cube, lengths, 0, 1000) / all, 0.5, 0.02);
+    EXPECT_EQ(raised(1, 1400), 1);  // 600 / equilateral = 1386
+    EXPECT_NEAR(raised(0.01F, 1000), std::sqrt(600 / equilateral / 1000), 0.02);
+    std::string caution;
+    const TriMesh made = remeshed(cube, {.edge_length = 0.1, .most_triangles = 3000}, &caution);
+    EXPECT_LT(made.faces.size(), 5000U);
+    EXPECT_NE(caution.find("edge length raised"), std::string::npos);
+}
+
+// A wild length, or a corner far out: the others keep their length, and no gigabytes are made.
+TEST(Remesh, OneWildFaceCoarsensNoOther) {
+    const TriMesh sphere = mesh_of(shapes::sphere(10, 3));
+    std::vector<float> lengths(sphere.faces.size(), 1.0F);
+    lengths[7] = 1e-30F;
+    const TriMesh fine = remeshed(sphere, {.face_lengths = lengths});
+    EXPECT_GT(fine.faces.size(), 3000U);
+    EXPECT_LT(fine.faces.size(), 200'000U);
+
+    TriMesh spike = sphere;
+    spike.vertices[static_cast<std::size_t>(spike.faces[7].vertex[0])].x = 3e38F;
+    const TriMesh made = remeshed(spike, {.edge_length = 1});
+    EXPECT_LT(made.faces.size(), 1'000'000U);
+    std::size_t fine_count = 0;
+    for (const Face& face : made.faces) {
+        const Vec3f p = made.corner_position(face, 0);
+        fine_count += p.x < -5 && std::abs(p.y) < 10 ? 1 : 0;
+    }
+    EXPECT_GT(fine_count, 300U);  // the far side of the sphere, 314 of area
 }
 
 // The apex has 100,000 faces, gone before a search would have to look at all of them often.
