@@ -94,6 +94,43 @@ void wall_openvdb(benchmark::State& state, const std::string& name) {
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(model.faces.size()));
 }
 
+// A level set of a model, and the surface of that again: what field_bench's wraps stand beside.
+void round_trip(benchmark::State& state, const std::string& name, double cell) {
+    const TriMesh& model = mesh(name);
+    const auto transform = openvdb::math::Transform::createLinearTransform(cell);
+    measure(state, [&] {
+        std::vector<openvdb::Vec3s> points;
+        std::vector<openvdb::Vec3I> triangles;
+        for (const Vertex& v : model.vertices) {
+            points.emplace_back(transform->worldToIndex(openvdb::Vec3s(v.x, v.y, v.z)));
+        }
+        for (const Face& f : model.faces) {
+            triangles.emplace_back(static_cast<std::uint32_t>(f.vertex[0]),
+                                   static_cast<std::uint32_t>(f.vertex[1]),
+                                   static_cast<std::uint32_t>(f.vertex[2]));
+        }
+        openvdb::tools::QuadAndTriangleDataAdapter<openvdb::Vec3s, openvdb::Vec3I> adapter(
+            points, triangles);
+        const auto grid =
+            openvdb::tools::meshToVolume<openvdb::FloatGrid>(adapter, *transform, kBand, kBand);
+        std::vector<openvdb::Vec3s> surface;
+        std::vector<openvdb::Vec4I> quads;
+        openvdb::tools::volumeToMesh(*grid, surface, quads, 0.0);
+        state.counters["triangles"] = 2.0 * static_cast<double>(quads.size());
+        return quads.size();
+    });
+}
+
+void add_round_trip(const std::string& name, double cell) {
+    if (model_file(name).empty()) return;
+    const std::string title =
+        "round_trip_openvdb/" + name + "_" + std::to_string(cell).substr(0, 4);
+    benchmark::RegisterBenchmark(
+        title.c_str(), [name, cell](benchmark::State& state) { round_trip(state, name, cell); })
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
+}
+
 void add_own(const std::string& operation, float inside) {
     for (const std::string& name : boxed_inputs({200, 400})) {
         if (inside > kBand && name.starts_with("sphere")) continue;
@@ -116,5 +153,8 @@ int main(int argc, char** argv) {
     povmesh::bench::add("wall_openvdb",
                         povmesh::bench::existing_models({"cat", "gearwheel", "benchy"}),
                         povmesh::bench::wall_openvdb);
+    povmesh::bench::add_round_trip("benchy", 0.25);
+    povmesh::bench::add_round_trip("cat", 0.25);
+    povmesh::bench::add_round_trip("scorpion", 0.4);
     return povmesh::bench::run(argc, argv);
 }

@@ -25,7 +25,8 @@ enum class Composing : std::uint8_t { Add, Take };
 /// Nodes are only ever added, or only taken away, and none beyond the box around the set, so that
 /// it ends. Returns how many; linear in the mixed blocks and these.
 ///
-/// Source: L. Latecki, 3D well-composed pictures, Graphical Models and Image Processing 59(3), 1997.
+/// Source: L. Latecki, 3D well-composed pictures, Graphical Models and Image Processing 59(3),
+/// 1997.
 std::uint64_t make_well_composed(NodeSet& set, Composing how);
 
 }  // namespace povmesh

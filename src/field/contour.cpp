@@ -5,6 +5,7 @@
 #include <cassert>
 #include <cmath>
 #include <span>
+#include <stdexcept>
 #include <vector>
 
 #include "base/convert.h"
@@ -39,8 +40,8 @@ void for_each_block(std::size_t count, Body&& body) {
     });
 }
 
-// How far vertices keep off the sides of their cells, in cells: a little, and more than floats round
-// by where the grid lies.
+// How far vertices keep off the sides of their cells, in cells: a little, and more than what floats
+// round by where the grid lies.
 double margin_of(const FieldGrid& grid) {
     const Vec3d last = grid.node(grid.nodes[0], grid.nodes[1], grid.nodes[2]);
     const double farthest =

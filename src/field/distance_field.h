@@ -49,8 +49,8 @@ struct LabelReport {
 /// The faces of a mesh on a grid. Which nodes are solid is told by `label`.
 class DistanceField {
 public:
-    /// Keeps copies of the live faces that are finite (see usable_faces); the grid must reach around
-    /// them. Crosses the grid with them.
+    /// Keeps copies of the live faces that are finite (see usable_faces), and crosses the grid with
+    /// them. The grid must reach around them.
     DistanceField(const TriMesh& mesh, const FieldGrid& grid);
 
     /// Tells solid from air. Outside is what is reached from beyond the grid through uncrossed

@@ -312,7 +312,7 @@ private:
         report_.shut_in = region_count_ - first;
     }
 
-    // ---------------------------------------------------------------------------------- solid nodes
+    // ------------------------------------------------------------------------------- solid nodes
 
     template <typename Visit>
     void visit_crossed_edges(Visit&& visit) const {

@@ -38,8 +38,8 @@ struct OffsetReport {
 /// models are taken for the solid that DistanceField makes of them. Attributes are lost.
 ///
 /// @return  BadOption when the distance is 0, not finite or beyond 10 diagonals of the model, or
-///          the cell is not above 0; TooLarge when the cell is too small for the model; BadFile when
-///          the mesh has no face with an area, or nothing is left. The mesh is then unchanged.
+///          the cell is not above 0; TooLarge when the cell is too small for the model; BadFile
+///          when the mesh has no face with an area, or nothing is left. The mesh is then unchanged.
 ///
 /// With round corners 99 of 100 points lie within 0.01 * |distance| + 0.02 cells of the distance.
 Status offset(TriMesh& mesh, double distance, const OffsetOptions& options, RunContext& run,

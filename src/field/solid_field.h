@@ -9,8 +9,8 @@
 
 namespace povmesh {
 
-/// The labelled field of a mesh. Where faces are missing, or lie within the solid wholly or in part,
-/// distances from the faces are not those from the solid: the field is then made again of the
+/// The labelled field of a mesh. Where faces are missing, or lie within the solid wholly or in
+/// part, distances from the faces are not those from the solid: the field is then made again of the
 /// surface around the solid nodes, which is closed and follows the faces themselves.
 ///
 /// @param grid  reaches around the mesh; the field refers to none of the arguments
