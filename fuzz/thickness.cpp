@@ -1,5 +1,5 @@
-// Thickness of soups of 1 to 200 triangles on a lattice, and of what wraps make of them; walls inside
-// of the latter. Painting changes no area, and every wall is as thick as promised.
+// Thickness of soups of 1 to 200 triangles on a lattice, and of what wraps make of them; walls
+// inside of the latter. Painting changes no area, and every wall is as thick as promised.
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
