@@ -374,7 +374,7 @@ OperationSpec orient_operation() {
                      .short_name = "-o",
                      .type = ValueType::Text,
                      .placeholder = "OUT",
-                     .help = "File to write; its name ends in .stl or .obj"},
+                     .help = model_output().help},
                     {.name = "--choose",
                      .type = ValueType::Number,
                      .placeholder = "ROW",

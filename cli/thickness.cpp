@@ -75,7 +75,7 @@ std::string write_map(const TriMesh& painted, const std::string& target) {
     TriMesh mesh = painted;
     std::string failure = save_model(mesh, target);
     LoadedModel back;
-    return failure.empty() ? read_back(mesh, target, back) : failure;
+    return failure.empty() ? read_back(mesh, {}, target, back) : failure;
 }
 
 void measure_file(const Arguments& arguments, Progress progress, ThicknessOutcome& outcome) {
