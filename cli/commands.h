@@ -11,6 +11,7 @@ OperationSpec check_operation();
 OperationSpec repair_operation();
 OperationSpec split_operation();
 OperationSpec cut_operation();
+OperationSpec decompose_operation();
 OperationSpec reduce_operation();
 OperationSpec remesh_operation();
 OperationSpec revise_operation();

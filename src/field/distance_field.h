@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 #include "base/array.h"
 #include "base/status.h"
@@ -71,7 +72,7 @@ public:
     double sheet_reach() const { return sheet_reach_; }
 
     /// The faces that border air, to search in: those with solid on both sides are left out.
-    /// Built when first asked for.
+    /// Built when first asked for, which several threads may do at once.
     const NearestFace& surface() const;
 
 private:
@@ -83,7 +84,12 @@ private:
     NodeSet solid_, thickened_;
     double sheet_reach_ = 0;
     Array<std::uint8_t> is_buried_;  // by face; empty when none is
-    mutable std::unique_ptr<NearestFace> surface_;
+    // Replaced when other faces are buried.
+    struct LazySurface {
+        std::once_flag is_built;
+        std::unique_ptr<NearestFace> faces;
+    };
+    std::unique_ptr<LazySurface> surface_ = std::make_unique<LazySurface>();
 };
 
 /// The live faces of a mesh that are finite, without attributes. Those without area stay: they

@@ -57,6 +57,9 @@ constexpr double kToldWithin = 5e-3;
 // How far the surface moves at most where triangles are merged, in thicknesses.
 constexpr double kThinOutShare = 2e-3;
 
+// No part of a triangle is looked at closer when its bound is that near to what it is at a corner.
+constexpr double kKnownWithin = 1e-3;
+
 // Vertices keep this share of a cell off its sides; the contour leaves them as much.
 constexpr double kMargin = 0.02;
 
@@ -113,27 +116,27 @@ public:
         measure();
     }
 
-    /// Looks at all of the surface, and moves nothing. True when the wall is thick enough.
-    bool measure() {
+    /// Looks at all of the surface, and moves nothing.
+    void measure() {
         measure_vertices();
-        bounds_.resize(surface_.faces.size());
-        return find_short(all_faces()).empty();
+        bounds_.assign(surface_.faces.size(), 0);
     }
 
-    std::size_t moved_count() const {
-        return static_cast<std::size_t>(std::count(is_moved_.begin(), is_moved_.end(), 1));
-    }
-    /// No point is nearer to the model, and few are farther by less than a share of it.
+    /// No point is nearer to the model, and the nearest is hardly farther.
     double smallest_wall() {
         double least = std::numeric_limits<double>::infinity();
         for (const Distance& distance : distances_) least = std::min(least, distance.value);
-        const double told = least * (1 - kToldWithin);
+        const double told = std::max(least * (1 - kToldWithin), kLeastWallShare * thickness_);
         for_pieces(surface_.faces.size(), [&](std::size_t f) {
             if (static_cast<double>(bounds_[f]) >= told) return;
             bounds_[f] = part_of(static_cast<std::uint32_t>(f), told, 0).told_bound();
         });
         for (const float bound : bounds_) least = std::min(least, static_cast<double>(bound));
         return least;
+    }
+
+    std::size_t moved_count() const {
+        return static_cast<std::size_t>(std::count(is_moved_.begin(), is_moved_.end(), 1));
     }
 
 private:
@@ -215,7 +218,7 @@ private:
             }
         }
         const double bound = least_between(least, circle_radius(t));
-        const bool is_told = bound >= aim.enough || bound >= least * (1 - kToldWithin);
+        const bool is_told = bound >= aim.enough || bound >= least * (1 - kKnownWithin);
         if (is_told || least < aim.least || halvings == kMostHalvings) {
             part.bound = std::min(part.bound, bound);
             return;
@@ -403,18 +406,20 @@ std::uint64_t take_nodes(const FieldGrid& grid, const TriMesh& surface,
     return taken;
 }
 
-// Fewer triangles, where the wall stays as thick as promised with them.
-void thin_out_cavity(const NearestFace& model, const FieldGrid& grid, double thickness,
+// Fewer triangles, if the wall stays as thick as promised with them; false if not.
+bool thin_out_cavity(const NearestFace& model, const FieldGrid& grid, double thickness,
                      TriMesh& cavity, WallReport& report) {
-    if (cavity.faces.empty()) return;
     TriMesh thinned = cavity;
     const ThinOutReport done = thin_out(thinned, kThinOutShare * thickness);
-    if (done.removed == 0) return;
+    if (done.removed == 0) return false;
     Mending gauge(model, grid, thickness, thinned);
-    if (!gauge.measure()) return;
+    gauge.measure();
+    const double smallest = gauge.smallest_wall();
+    if (smallest < kLeastWallShare * thickness) return false;
     report.thinned = done;
-    report.smallest_wall = gauge.smallest_wall();
+    report.smallest_wall = smallest;
     cavity = std::move(thinned);
+    return true;
 }
 
 bool is_leaking(const DistanceField& field, const TriMesh& faces) {
@@ -528,13 +533,17 @@ WallReport inner_wall(const TriMesh& mesh, double thickness, const InnerWallOpti
         report.mended = mending.moved_count();
         const bool is_last = bad.empty() || report.passes == kMostPasses;
         if (is_last && !bad.empty()) mending.undo(before);
-        report.smallest_wall = mending.smallest_wall();
-        if (is_last) break;
+        if (is_last) {
+            const bool is_thinned =
+                !options.all_triangles &&
+                thin_out_cavity(field.surface(), grid, thickness, cavity, report);
+            if (!is_thinned) report.smallest_wall = mending.smallest_wall();
+            break;
+        }
         report.taken += take_nodes(grid, cavity, bad, nodes.within);
         progress.set(
             std::min<std::uint32_t>(95, 60 + 5 * static_cast<std::uint32_t>(report.passes)));
     }
-    if (!options.all_triangles) thin_out_cavity(field.surface(), grid, thickness, cavity, report);
     report.is_kept = report.smallest_wall >= kLeastWallShare * thickness * (1 - 1e-6);
     if (!cavity.faces.empty()) report.mean_wall = mean_wall_of(field.surface(), cavity);
     progress.set(100);

@@ -554,7 +554,7 @@ private:
             }
         });
         if (buried == 0 || !options_.leaves_out_buried) return;
-        field_.surface_.reset();
+        field_.surface_ = std::make_unique<DistanceField::LazySurface>();
         field_.is_buried_.assign(count, 0);
         bool is_any_left = false;
         for (std::size_t f = 0; f < count; ++f) {
@@ -648,7 +648,7 @@ private:
 LabelReport DistanceField::label(const LabelOptions& options) {
     thickened_ = NodeSet(grid_);
     is_buried_.clear();
-    surface_.reset();
+    surface_ = std::make_unique<LazySurface>();
     return Labelling(*this, options).run();
 }
 

@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <numeric>
 #include <optional>
 #include <utility>
 #include <vector>
-
-#include "base/predicates.h"
 
 // Quickhull. The hull grows from a tetrahedron. Every point that is still outside hangs on one
 // facet that it is strictly above. The farthest one of a facet is the next vertex: the facets that
@@ -151,37 +150,20 @@ private:
             [&](std::uint32_t i) { return orient3d(a, at(high_), at(third), at(i)) != 0; });
     }
 
-    // The polygon around points of one plane: the lower and the upper chain of those in order, seen
-    // along an axis that keeps them apart (A. M. Andrew, Another efficient algorithm for convex
-    // hulls in two dimensions, 1979).
+    // The polygon around points of one plane, seen along an axis that keeps them apart.
     ConvexHull outline(std::uint32_t third) const {
         const int axis = *projection(low_, high_, third);
-        std::vector<std::uint32_t> order;
+        std::vector<std::uint32_t> finite;
+        std::vector<Point2d> places;
         for (std::uint32_t i = 0; i < points_.size(); ++i) {
-            if (is_finite(points_[i])) order.push_back(i);
+            if (!is_finite(points_[i])) continue;
+            finite.push_back(i);
+            places.push_back(along_axis(at(i), axis));
         }
-        const auto place = [&](std::uint32_t i) { return along_axis(at(i), axis); };
-        std::sort(order.begin(), order.end(), [&](std::uint32_t i, std::uint32_t j) {
-            const Point2d a = place(i);
-            const Point2d b = place(j);
-            if (a.x != b.x) return a.x < b.x;
-            if (a.y != b.y) return a.y < b.y;
-            return i < j;
-        });
         ConvexHull hull;
         hull.dimension = 2;
-        Array<std::uint32_t>& chain = hull.vertices;
-        const auto add = [&](std::uint32_t i, std::size_t begin) {
-            while (chain.size() >= begin + 2 &&
-                   orient2d(place(chain[chain.size() - 2]), place(chain.back()), place(i)) <= 0) {
-                chain.pop_back();
-            }
-            chain.push_back(i);
-        };
-        for (const std::uint32_t i : order) add(i, 0);
-        const std::size_t begin = chain.size() - 1;
-        for (auto i = order.rbegin() + 1; i != order.rend(); ++i) add(*i, begin);
-        chain.pop_back();
+        hull.vertices = convex_outline(places);
+        for (std::uint32_t& v : hull.vertices) v = finite[v];
         return hull;
     }
 
@@ -383,6 +365,33 @@ private:
 };
 
 }  // namespace
+
+// The lower and the upper chain of the points in order.
+Array<std::uint32_t> convex_outline(std::span<const Point2d> points) {
+    std::vector<std::uint32_t> order(points.size());
+    std::iota(order.begin(), order.end(), 0U);
+    std::sort(order.begin(), order.end(), [&](std::uint32_t i, std::uint32_t j) {
+        const Point2d a = points[i];
+        const Point2d b = points[j];
+        if (a.x != b.x) return a.x < b.x;
+        if (a.y != b.y) return a.y < b.y;
+        return i < j;
+    });
+    Array<std::uint32_t> chain;
+    const auto add = [&](std::uint32_t i, std::size_t begin) {
+        while (chain.size() >= begin + 2 &&
+               orient2d(points[chain[chain.size() - 2]], points[chain.back()], points[i]) <= 0) {
+            chain.pop_back();
+        }
+        chain.push_back(i);
+    };
+    for (const std::uint32_t i : order) add(i, 0);
+    if (chain.size() < 2) return chain;
+    const std::size_t begin = chain.size() - 1;
+    for (auto i = order.rbegin() + 1; i != order.rend(); ++i) add(*i, begin);
+    chain.pop_back();
+    return chain;
+}
 
 ConvexHull convex_hull(std::span<const Vec3f> points, double tolerance) {
     return Quickhull(points, tolerance).run();

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "base/array.h"
+#include "base/predicates.h"
 #include "base/vec.h"
 
 namespace povmesh {
@@ -43,5 +44,15 @@ struct ConvexHull {
 /// Source: C. B. Barber, D. P. Dobkin, H. Huhdanpaa, The quickhull algorithm for convex hulls, ACM
 /// TOMS 22(4), 1996; with exact signs of volumes in place of thick facets.
 ConvexHull convex_hull(std::span<const Vec3f> points, double tolerance = 0);
+
+/// The corners of the convex polygon around points of a plane, by their numbers, counterclockwise
+/// from the leftmost (of several the lowest). No three are on one line, decided exactly; points on
+/// one line give its two ends, points in one place that place once or twice.
+///
+/// @param points  finite ones
+///
+/// Time O(n log n). Source: A. M. Andrew, Another efficient algorithm for convex hulls in two
+/// dimensions, Information Processing Letters 9(5), 1979.
+Array<std::uint32_t> convex_outline(std::span<const Point2d> points);
 
 }  // namespace povmesh
