@@ -396,7 +396,7 @@ OperationSpec balance_operation() {
                      .short_name = "-o",
                      .type = ValueType::Text,
                      .placeholder = "OUT",
-                     .help = "File to write; its name ends in .stl or .obj"},
+                     .help = model_output().help},
                     {.name = "--thickness",
                      .type = ValueType::Number,
                      .placeholder = "THICKNESS",

@@ -310,6 +310,11 @@ std::string save_model(TriMesh& mesh, const std::string& path, const ModelExtras
         if (const std::string obstacle = coordinate_obstacle(mesh); !obstacle.empty()) {
             return path + ": " + obstacle;
         }
+        if (is_pipe(path)) {
+            OutputFile file(path);
+            const std::string failure = write_model(mesh, file.path(), extras).text();
+            return failure.empty() ? file.deliver() : failure;
+        }
         return write_model(mesh, path, extras).text();
     } catch (...) {
         return failure_text(path);

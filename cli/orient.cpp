@@ -36,8 +36,8 @@ constexpr double kNotableGain = 0.01;
 // Pairs that are compared before and after; where there are more, their number is.
 constexpr std::size_t kListedPairs = 100000;
 
-// What is written is measured again, on other columns: shares by which height and volume, and an
-// amount and a share by which the cost may differ.
+// What is written is measured again, on other columns: a share by which height and area, and an
+// amount and a share by which the cost may differ. (Open models have no volume to compare.)
 constexpr double kSameLength = 1e-4;
 constexpr double kSameCost = 0.03;
 constexpr double kSameCostShare = 0.2;
@@ -259,7 +259,7 @@ bool is_near(double a, double b, double share) {
     return std::abs(a - b) <= share * std::max(std::abs(a), std::abs(b));
 }
 
-void inspect(const TriMesh& written, double volume_before, const Orientation& row,
+void inspect(const TriMesh& written, double area_before, const Orientation& row,
              OrientOutcome& outcome) {
     const Orientation again = measure_orientation(written, {0, 0, 1});
     const Box3f box = finite_bounds(written);
@@ -270,7 +270,7 @@ void inspect(const TriMesh& written, double volume_before, const Orientation& ro
     if (box.low.z != 0 || !is_near(again.height, row.height, kSameLength)) {
         doubt("the model written stands from z " + human_number(double{box.low.z}) + " and is " +
               human_number(again.height) + " high instead of " + human_number(row.height));
-    } else if (!is_near(signed_volume(written), volume_before, kSameLength) ||
+    } else if (!is_near(surface_area(written), area_before, kSameLength) ||
                std::abs(again.cost - row.cost) > kSameCost + kSameCostShare * row.cost) {
         doubt("the model written is not the one chosen: it needs " +
               human_number(again.support_volume) + " of support instead of " +
@@ -292,7 +292,7 @@ void orient(const Arguments& arguments, Progress progress, OrientOutcome& outcom
         }
         return;
     }
-    double volume = 0;
+    double area = 0;
     Outcome failed;
     const auto change = [&](LoadedModel& model) -> std::string {
         search(model.mesh, arguments, progress, outcome);
@@ -303,11 +303,11 @@ void orient(const Arguments& arguments, Progress progress, OrientOutcome& outcom
         turn_up(model.mesh, outcome.report.best[chosen(arguments) - 1].up);
         compare(before, model.mesh, outcome);
         outcome.written_triangles = live_face_count(model.mesh);
-        volume = signed_volume(before);
+        area = surface_area(before);
         return {};
     };
     const auto look = [&](LoadedModel& back) {
-        inspect(back.mesh, volume, outcome.report.best[chosen(arguments) - 1], outcome);
+        inspect(back.mesh, area, outcome.report.best[chosen(arguments) - 1], outcome);
     };
     rewrite_model(arguments, progress, {change, look}, outcome);
     if (!failed.failure.empty()) outcome.fail(failed.status, failed.failure);
@@ -352,6 +352,12 @@ int run_orient(const Arguments& arguments, Console& console) {
         [&] { return table(arguments, outcome); });
 }
 
+OptionSpec optional_output() {
+    OptionSpec option = model_output();
+    option.is_required = false;
+    return option;
+}
+
 }  // namespace
 
 OperationSpec orient_operation() {
@@ -370,11 +376,7 @@ OperationSpec orient_operation() {
                      .low = 1,
                      .high = kMostRows,
                      .help = "How many to print"},
-                    {.name = "--output",
-                     .short_name = "-o",
-                     .type = ValueType::Text,
-                     .placeholder = "OUT",
-                     .help = "File to write; its name ends in .stl or .obj"},
+                    optional_output(),
                     {.name = "--choose",
                      .type = ValueType::Number,
                      .placeholder = "ROW",

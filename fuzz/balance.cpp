@@ -67,7 +67,7 @@ TriMesh model_of(Bytes& bytes) {
         if (kind < 200) {
             add_leaning_box(bytes, soup);
         } else {
-            for (int i = 0; i < 9; ++i) soup.push_back(kind < 230 ? bytes.step(1) : bytes.any());
+            for (int i = 0; i < 9; ++i) soup.push_back(kind < 252 ? bytes.step(1) : bytes.any());
         }
     }
     TriMesh mesh;
@@ -100,7 +100,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Bytes bytes(data, size);
     const std::uint8_t setting = bytes.next();
     const float thickness =
-        setting % 16 == 0 ? bytes.any() : static_cast<float>(setting % 16) * 0.3F - 0.3F;
+        setting == 16 ? bytes.any() : static_cast<float>(setting % 16) * 0.3F - 0.3F;
     const BalanceOptions options = {.firm = setting >= 128 ? 10.0 : 40.0,
                                     .infill = setting % 32 < 16 ? 1 : 0.4};
     const TriMesh model = model_of(bytes);

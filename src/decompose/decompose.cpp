@@ -366,9 +366,9 @@ private:
 
     void walk_by_search(Work& work) {
         Division best = std::move(work.even);
-        if (best.parts.size() > 1) {
+        if (best.parts.size() > 1 && effort_ != 0) {
             TriMesh& model = work.pieces[0];
-            const DivisionPlan plan = plan_division(make_solid(model), size_);
+            const DivisionPlan plan = plan_division(make_solid(model), size_, effort_);
             if (!plan.pieces.empty()) {
                 DecomposeReport report;
                 Walk walk(size_, report);
@@ -416,6 +416,7 @@ private:
     const DecomposeOptions& options_;
     PartSize size_;
     RunContext& run_;
+    std::size_t effort_ = kDivisionEffort;  // of the search, for all models together
     DecomposeReport report_;
 };
 

@@ -76,8 +76,8 @@ bool is_better(const State& a, const State& b) {
 
 class Search {
 public:
-    Search(SolidModel solid, const PartSize& size)
-        : grid_(solid.grid), size_(size), pieces_(std::move(solid.pieces)) {}
+    Search(SolidModel solid, const PartSize& size, std::size_t& effort)
+        : grid_(solid.grid), size_(size), effort_(effort), pieces_(std::move(solid.pieces)) {}
 
     DivisionPlan run() {
         State start;
@@ -91,7 +91,7 @@ public:
         std::vector<State> beam = {start};
         State best;
         bool has_best = false;
-        while (!beam.empty()) {
+        while (!beam.empty() && effort_ != 0) {
             std::vector<State> next;
             for (const State& state : beam) {
                 if (has_best && !is_better(state, best)) continue;
@@ -100,7 +100,7 @@ public:
                     has_best = true;
                     continue;
                 }
-                expand(state, next);
+                if (effort_ != 0) expand(state, next);
             }
             beam = keep_best(std::move(next));
         }
@@ -244,6 +244,7 @@ private:
             if (piece.high[axis] - piece.low[axis] < 2) continue;
             Places places(piece, axis, grid_,
                           section_qualities(piece, axis, grid_, scale_of(piece, axis)));
+            spend(volume_of(piece) / 4);
             const double low = places.low();
             const double extent = places.high() - low;
             const auto slabs = static_cast<std::size_t>(
@@ -271,6 +272,7 @@ private:
     }
 
     void add_way(Node& node, const CutPlace& place, double quality) {
+        spend(2 * node.piece.runs.size());
         SplitPiece split = split_piece(node.piece, place, grid_);
         if (split.below.empty() || split.above.empty()) return;
         Way way{place, quality, {}, split.below.size()};
@@ -284,6 +286,17 @@ private:
             }
         }
         node.ways.push_back(std::move(way));
+    }
+
+    void spend(std::size_t count) { effort_ -= std::min(effort_, count); }
+
+    // Cells of its box.
+    static std::size_t volume_of(const SolidPiece& piece) {
+        std::size_t volume = 1;
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            volume *= static_cast<std::size_t>(piece.high[axis] - piece.low[axis]);
+        }
+        return volume;
     }
 
     // ------------------------------------------------------------------ the beam
@@ -369,6 +382,7 @@ private:
 
     CellGrid grid_;
     const PartSize& size_;
+    std::size_t& effort_;
     std::vector<SolidPiece> pieces_;
     std::vector<NodePointer> roots_;
     std::size_t volume_ = 0;             // cells
@@ -377,8 +391,8 @@ private:
 
 }  // namespace
 
-DivisionPlan plan_division(SolidModel solid, const PartSize& size) {
-    return Search(std::move(solid), size).run();
+DivisionPlan plan_division(SolidModel solid, const PartSize& size, std::size_t& effort) {
+    return Search(std::move(solid), size, effort).run();
 }
 
 }  // namespace povmesh

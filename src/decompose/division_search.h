@@ -26,7 +26,13 @@ struct DivisionPlan {
 };
 
 /// Plans the division of a solid model: as few parts as a beam search finds, then the best cuts.
-/// Counts bound it, never time. A plan without pieces when the model is too large for a search.
-DivisionPlan plan_division(SolidModel solid, const PartSize& size);
+/// Counts bound it, never time. A plan without pieces when the model is too large for a search, or
+/// the effort ends before there is one.
+///
+/// @param effort  how many runs and cells may be looked at; lessened by those that were
+DivisionPlan plan_division(SolidModel solid, const PartSize& size, std::size_t& effort);
+
+/// About a second.
+constexpr std::size_t kDivisionEffort = 60'000'000;
 
 }  // namespace povmesh

@@ -1,5 +1,5 @@
-// Whole numbers of cells and of their sides along pairs of layers. A contour that runs at a slant is
-// longer in sides of cells than in truth, by 4 / pi in the mean.
+// Whole numbers of cells and of their sides along pairs of layers. A contour that runs at a slant
+// is longer in sides of cells than in truth, by 4 / pi in the mean.
 #include "decompose/section_quality.h"
 
 #include <algorithm>

@@ -17,8 +17,8 @@ namespace {
 // Cells of a grid, roughly. Of 20,000 the legs of an animal grow together.
 constexpr double kCells = 250'000;
 
-// The grid's own limit is a little higher.
-constexpr std::int32_t kMostAlong = 701;
+// Of a flat model, so many cells along an axis do.
+constexpr std::int32_t kMostAlong = 255;
 
 // A box as thick as this share of its greatest extent is one cell thick.
 constexpr double kFlat = 1e-4;
@@ -50,7 +50,8 @@ public:
         : runs_(runs), parent_(runs.size()) {
         std::iota(parent_.begin(), parent_.end(), 0U);
         const auto rows = static_cast<std::size_t>(grid.count[1]);
-        std::vector<std::uint32_t> first(rows * static_cast<std::size_t>(grid.count[2]) + 1, 0);
+        const std::size_t layers = runs.empty() ? 0 : static_cast<std::size_t>(runs.back().z) + 1;
+        std::vector<std::uint32_t> first(rows * layers + 1, 0);
         const auto row_of = [&](const CellRun& run) {
             return static_cast<std::size_t>(run.z) * rows + static_cast<std::size_t>(run.y);
         };

@@ -58,7 +58,7 @@ public:
         run.log.value("thickness", double{thickness});
     }
 
-    /// The report but for the finished surface; with `boundary` when carved.
+    /// The report but for the finished surface; with the boundary of the voxels when carved.
     void decide() {
         report.base = base_of(mesh_);
         const Mass solid = mass_of(mesh_, report.base.middle);

@@ -65,6 +65,7 @@ public:
         const IndexBox& box = task.core.box();
         low_ = place_of(box.low);
         high_ = place_of(box.high);
+        if (base_.corners.size() < 3) return;  // no inside
         for (std::size_t i = 0; i < base_.corners.size(); ++i) {
             const Point2d a = base_.corners[i];
             const Point2d b = base_.corners[(i + 1) % base_.corners.size()];
@@ -88,7 +89,9 @@ public:
             if (best == nullptr || one.merit > best->merit) best = &one;
         }
         CarvePlane plane = all_voxels(best->plane.direction).plane;
-        return plane.last_step < 0 ? nothing : plane;
+        if (plane.last_step < 0) return nothing;
+        plane.standing = stand_on(task_.base, plane.standing.centre);
+        return plane;
     }
 
 private:
@@ -276,8 +279,8 @@ private:
 
     const CarveTask& task_;
     Base base_;
-    std::vector<Edge> edges_;
-    Vec3d low_, high_;  // of the centres of the core's box
+    std::vector<Edge> edges_;  // none when the base is a line or a point
+    Vec3d low_, high_;         // of the centres of the core's box
 };
 
 }  // namespace

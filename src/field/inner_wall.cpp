@@ -46,7 +46,11 @@ constexpr double kLeastFilled = 0.9;
 constexpr double kMended = 0.985;
 constexpr double kOvershoot = 1.2;
 constexpr int kMostRounds = 8;
-constexpr std::size_t kMostPasses = 7;
+
+// Cells around a bad face whose nodes leave the cavity, pass by pass. Passages hardly wider than a
+// cell fill from their ends, which takes a row of nodes a pass with the nearest ones alone.
+constexpr std::array<std::int32_t, 7> kReaches = {0, 0, 1, 2, 4, 8, 16};
+constexpr std::size_t kMostPasses = kReaches.size() + 1;
 
 // Halvings of a triangle's sides before the proof is given up, and its corners move.
 constexpr int kMostHalvings = 10;
@@ -384,9 +388,11 @@ std::size_t drop_small_pieces(const DistanceField& field, NodeSet& set) {
     return dropped;
 }
 
-// Takes the nodes around the corners of these faces out of a set. Returns their number.
+// Takes the nodes within so many cells of the corners of these faces out of a set. Returns their
+// number.
 std::uint64_t take_nodes(const FieldGrid& grid, const TriMesh& surface,
-                         const std::vector<std::uint32_t>& faces, NodeSet& set) {
+                         const std::vector<std::uint32_t>& faces, std::int32_t reach,
+                         NodeSet& set) {
     std::uint64_t taken = 0;
     for (const std::uint32_t f : faces) {
         for (std::size_t c = 0; c < 3; ++c) {
@@ -394,12 +400,14 @@ std::uint64_t take_nodes(const FieldGrid& grid, const TriMesh& surface,
             const NodeIndex low = {static_cast<std::int32_t>(std::floor(p.x / grid.cell)),
                                    static_cast<std::int32_t>(std::floor(p.y / grid.cell)),
                                    static_cast<std::int32_t>(std::floor(p.z / grid.cell))};
-            for (std::int32_t corner = 0; corner < 8; ++corner) {
-                const NodeIndex n = {low.i + (corner & 1), low.j + (corner >> 1 & 1),
-                                     low.k + (corner >> 2)};
-                if (!set.at(n)) continue;
-                set.reset(set.layout().number(n));
-                ++taken;
+            for (std::int32_t k = low.k - reach; k <= low.k + 1 + reach; ++k) {
+                for (std::int32_t j = low.j - reach; j <= low.j + 1 + reach; ++j) {
+                    for (std::int32_t i = low.i - reach; i <= low.i + 1 + reach; ++i) {
+                        if (!set.at({i, j, k})) continue;
+                        set.reset(set.layout().number({i, j, k}));
+                        ++taken;
+                    }
+                }
             }
         }
     }
@@ -540,7 +548,7 @@ WallReport inner_wall(const TriMesh& mesh, double thickness, const InnerWallOpti
             if (!is_thinned) report.smallest_wall = mending.smallest_wall();
             break;
         }
-        report.taken += take_nodes(grid, cavity, bad, nodes.within);
+        report.taken += take_nodes(grid, cavity, bad, kReaches[report.passes - 1], nodes.within);
         progress.set(
             std::min<std::uint32_t>(95, 60 + 5 * static_cast<std::uint32_t>(report.passes)));
     }

@@ -46,9 +46,9 @@ constexpr double kLeastWallShare = 0.98;
 ///
 /// @param cavity  replaced; without faces when nothing is thick enough
 /// @return  in `status`: BadOption when the thickness, or the cell, is not a number above 0;
-///          BadFile when the mesh has no face with an area, or has open edges; TooLarge when the
-///          thickness is less than two cells, or the cell too small for the model. The cavity is
-///          then empty.
+///          BadFile when the mesh has no face with an area, or leaks through open edges;
+///          TooLarge when the thickness is less than two cells, or the cell too small for the
+///          model. The cavity is then empty.
 ///
 /// The wall is at least kLeastWallShare of the thickness, which is proven: at points of the surface
 /// exact distances are taken, and between them a distance bends by no more than one part in

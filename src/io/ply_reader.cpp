@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <string_view>
 #include <vector>
 
 #include "base/convert.h"
@@ -158,8 +159,13 @@ private:
         mesh_.vertices.reserve(believable(element));
         if (with_colours) colours_.reserve(believable(element));
         if (with_textures) mesh_.texture_coordinates.reserve(believable(element));
+        const bool is_plain = is_three_floats(element);
         for (row_ = 0; row_ < element.count; ++row_) {
             const auto index = static_cast<std::int32_t>(row_);
+            if (std::array<float, 3> p; is_plain && rows_.take_point(p)) {
+                mesh_.vertices.push_back({p[0], p[1], p[2], index});
+                continue;
+            }
             Vertex vertex{0, 0, 0, index};
             TextureCoordinate texture{0, 0, index};
             Rgb colour = kWhite;
@@ -189,6 +195,14 @@ private:
         has_vertex_textures_ = with_textures;
         info_.has_textures = with_textures;
         return true;
+    }
+
+    static bool is_three_floats(const PlyElement& element) {
+        constexpr std::array kRoles = {PlyRole::X, PlyRole::Y, PlyRole::Z};
+        return std::equal(element.properties.begin(), element.properties.end(), kRoles.begin(),
+                          kRoles.end(), [](const PlyProperty& property, PlyRole role) {
+                              return property.role == role && property.type == PlyType::Float32;
+                          });
     }
 
     bool read_channel(const PlyProperty& property, Rgb& colour) {

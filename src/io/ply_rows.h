@@ -101,6 +101,24 @@ public:
         p_ += kTriangleBytes;
         return true;
     }
+    /// The same for a row that is nothing but three floats; false at the end.
+    bool take_point(std::array<float, 3>& point) {
+        if (static_cast<std::size_t>(end_ - p_) < sizeof point && !refill(sizeof point)) {
+            return false;
+        }
+        std::array<char, sizeof point> bytes;
+        std::memcpy(bytes.data(), p_, sizeof point);
+        if (swaps_) {
+            for (std::size_t i = 0; i < bytes.size(); i += sizeof(float)) {
+                std::reverse(bytes.begin() + static_cast<std::ptrdiff_t>(i),
+                             bytes.begin() + static_cast<std::ptrdiff_t>(i + sizeof(float)));
+            }
+        }
+        point = std::bit_cast<std::array<float, 3>>(bytes);
+        p_ += sizeof point;
+        return true;
+    }
+
     /// Right behind it.
     void give_back_triangle() { p_ -= kTriangleBytes; }
 
@@ -211,6 +229,7 @@ public:
     }
 
     static bool take_triangle(std::array<std::uint32_t, 3>& /*corners*/) { return false; }
+    static bool take_point(std::array<float, 3>& /*point*/) { return false; }
     void give_back_triangle() {}
 
     bool skip(PlyType /*type*/, std::uint64_t count) {

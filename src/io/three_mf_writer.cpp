@@ -58,6 +58,32 @@ bool has_label(const ThreeMfContent& content, const Face& face) {
     return face.label >= 0 && static_cast<std::size_t>(face.label) < content.labels.size();
 }
 
+std::string_view extension_of_part(std::string_view path) {
+    const std::size_t point = path.rfind('.');
+    if (point == std::string_view::npos) return "bin";
+    const std::string_view extension = path.substr(point + 1);
+    const bool is_plain = std::all_of(extension.begin(), extension.end(), [](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    });
+    return is_plain && !extension.empty() ? extension : "bin";
+}
+
+// Where a texture stands in the package: where it stood if that is a folder for textures and no
+// other has the place, so that none takes that of the model.
+std::string part_of_texture(const ThreeMfContent& content, std::size_t texture) {
+    constexpr std::string_view kFolder = "/3D/Textures/";
+    const std::string& path = content.textures[texture].path;
+    const bool is_alone =
+        std::count_if(content.textures.begin(), content.textures.end(),
+                      [&](const TextureFile& other) { return other.path == path; }) == 1;
+    if (is_alone && path.starts_with(kFolder) && path.size() > kFolder.size() &&
+        path.find("..") == std::string::npos && path.back() != '/') {
+        return path;
+    }
+    return std::string(kFolder) + "texture_" + std::to_string(texture) + "." +
+           std::string(extension_of_part(path));
+}
+
 /// Faces by body, and what belongs to them: everything that the text is made of.
 class ModelText {
 public:
@@ -284,8 +310,8 @@ private:
             texture_ids_.push_back(next_id_);
             const TextureFile& texture = content_.textures[t];
             head_ += " <m:texture2d id=\"" + std::to_string(next_id_++) + "\" path=\"" +
-                     escaped(texture.path) + "\" contenttype=\"" + escaped(texture.content_type) +
-                     "\"/>\n";
+                     escaped(part_of_texture(content_, t)) + "\" contenttype=\"" +
+                     escaped(texture.content_type) + "\"/>\n";
         }
         item_ = 0;
         group_ = 0;
@@ -456,11 +482,6 @@ std::string_view without_slash(std::string_view path) {
     return path;
 }
 
-std::string_view extension_of_part(std::string_view path) {
-    const std::size_t point = path.rfind('.');
-    return point == std::string_view::npos ? "bin" : path.substr(point + 1);
-}
-
 }  // namespace
 
 bool keeps_bodies(const TriMesh& mesh, const ThreeMfContent& content) {
@@ -511,14 +532,15 @@ Status write_three_mf(const TriMesh& mesh, const ThreeMfContent& content,
     const std::vector<std::size_t> textures = model.textures();
     for (std::size_t i = 0; i < textures.size(); ++i) {
         const TextureFile& texture = content.textures[textures[i]];
-        const std::string extension(extension_of_part(texture.path));
+        const std::string part = part_of_texture(content, textures[i]);
+        const std::string extension(extension_of_part(part));
         if (std::find(extensions.begin(), extensions.end(), extension) == extensions.end()) {
             extensions.push_back(extension);
             types += " <Default Extension=\"" + escaped(extension) + "\" ContentType=\"" +
                      escaped(texture.content_type) + "\"/>\n";
         }
-        of_model += " <Relationship Id=\"t" + std::to_string(i) + "\" Target=\"" +
-                    escaped(texture.path) + "\" Type=\"" + family + "3dtexture\"/>\n";
+        of_model += " <Relationship Id=\"t" + std::to_string(i) + "\" Target=\"" + escaped(part) +
+                    "\" Type=\"" + family + "3dtexture\"/>\n";
     }
     std::string relationships = relationships_begin +
                                 " <Relationship Id=\"r0\" Target=\"/3D/3dmodel.model\" Type=\"" +
@@ -539,7 +561,7 @@ Status write_three_mf(const TriMesh& mesh, const ThreeMfContent& content,
     }
     for (const std::size_t t : textures) {
         const TextureFile& texture = content.textures[t];
-        package.add(std::string(without_slash(texture.path)),
+        package.add(std::string(without_slash(part_of_texture(content, t))),
                     std::string(texture.content.begin(), texture.content.end()));
     }
     if (!thumbnail.empty()) {

@@ -26,7 +26,8 @@ struct PoseFaces {
     Array<std::uint32_t> resting;  // on the plate with all corners
 };
 
-/// By the angle of each face alone: what is in the shadow of other parts, or inside of them, counts.
+/// By the angle of each face alone: what is in the shadow of other parts, or inside of them, is
+/// told, too.
 ///
 /// @param up  of unit length
 PoseFaces faces_of_pose(const TriMesh& mesh, Vec3d up);

@@ -35,8 +35,8 @@ struct ReviseReport {
 /// when it leaves fewer slivers than before, or as many slivers and fewer bad triangles; when it
 /// turns none of the sound triangles over; and when the surface is within the bound of the original
 /// after all steps together: by the sum of what each moves, and for slivers that this leaves by the
-/// distance from the original itself. For slivers other edges are tried, too. Triangles that take no part
-/// keep their vertices' places and what they carry, bit for bit.
+/// distance from the original itself. For slivers other edges are tried, too. Triangles that take
+/// no part keep their vertices' places and what they carry, bit for bit.
 ///
 /// Vertices stay where they are or go: a collapse leaves one of the edge's ends in its place, or
 /// else, for a sliver, the middle. A closed surface stays closed, an open one open; what was

@@ -24,8 +24,8 @@ namespace povmesh {
 /// |           |                              | ascending                      | wound outward    |
 ///
 /// No point lies outside: of every triangle all points are on its plane or below it, exactly; with
-/// a tolerance, at most that far above it. No triangle is degenerate. Flat sides of more than three corners are several triangles in one
-/// plane, and may have vertices that are no corners.
+/// a tolerance, at most that far above it. No triangle is degenerate. Flat sides of more than three
+/// corners are several triangles in one plane, and may have vertices that are no corners.
 struct ConvexHull {
     int dimension = -1;
     Array<std::uint32_t> vertices;

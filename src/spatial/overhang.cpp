@@ -23,6 +23,9 @@ constexpr double kSampleY = 0.5 - 0.0141421;
 constexpr int kUnitBits = 15;
 constexpr std::int32_t kUnit = 1 << kUnitBits;
 
+// Of the square around a model about 1 long: less has no columns that numbers could tell apart.
+constexpr double kNoWidth = 1e-12;
+
 // Faces closer to upright than this make no hit: no column's middle is below them in numbers that
 // mean anything.
 constexpr double kUpright = 1e-12;
@@ -236,7 +239,7 @@ Overhang OverhangMeter::walk(std::span<Hit> column, double slack) {
 
 Overhang OverhangMeter::measure(const MeasuredTriangles& on, Vec3d up, double slack) {
     look_along(up, on.around);
-    if (!(side_ > 0)) return {};
+    if (!(side_ > kNoWidth)) return {};
     Overhang sum;
     turn(on, kMostColumns);
     if (!find_hits(on, slack, sum.contact)) {

@@ -20,7 +20,8 @@ namespace povmesh {
 /// so that a cone of 45 degrees does not flip from everything to nothing.
 ///
 /// The arc cosine is off by 2e-8 at most. Source: M. Abramowitz, I. A. Stegun, Handbook of
-/// mathematical functions, 1964, 4.4.46, which holds from 0 on; below it gives more than 90 degrees.
+/// mathematical functions, 1964, 4.4.46, which holds from 0 on; below it gives more than 90
+/// degrees.
 ///
 /// @param down  cosine of the angle between the outward normal and straight down
 /// @param root  the square root; loops over many bring a faster one

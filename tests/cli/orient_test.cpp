@@ -81,6 +81,8 @@ TEST_F(Orient, TellsAPersonWhatToKnow) {
     write_stl_file("open.stl", std::span(tee_).subspan(9));
     EXPECT_THAT(run({"orient", "open.stl"}).err, HasSubstr("the model is open"));
     EXPECT_EQ(run({"orient", "open.stl", "--quiet"}).err, "");
+    const ToolResult turned = run({"orient", "open.stl", "-o", "turned.stl", "--choose", "4"});
+    EXPECT_EQ(turned.status, 0) << turned.err << "it has no volume that could be compared";
 }
 
 TEST_F(Orient, RefusesWhatItCannotDoAndWritesNothing) {

@@ -138,6 +138,14 @@ TEST(ThreeMf, BringsBackEveryBitWithBodiesColoursAndTextures) {
     EXPECT_TRUE(back.info.warnings.empty());
     EXPECT_EQ(written(mesh, content), bytes);
 
+    for (const char* path : {"/3D/3dmodel.model", "", "/x.y/../z"}) {  // no places for a texture
+        content.textures[0].path = path;
+        const Read moved = read(written(mesh, content));
+        EXPECT_EQ(corners_of(moved.mesh), corners_of(mesh)) << moved.status.text();
+        ASSERT_EQ(moved.content.textures.size(), 1U);
+        EXPECT_EQ(moved.content.textures[0].content, content.textures[0].content) << path;
+    }
+
     mesh.faces[0].label = -1;  // a face of no body
     EXPECT_THAT(read(written(mesh, content)).content.bodies, ElementsAre(content.bodies[0]));
     // Without colours, bodies and textures: as a host's soup.

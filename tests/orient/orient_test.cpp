@@ -267,6 +267,7 @@ TEST(Orientation, AnswersBadInput) {
         for (float& x : soup) x *= size;
         EXPECT_FALSE(search(soup).best.empty()) << size;
     }
+    EXPECT_FALSE(search(shapes::box({0, 0, 0}, {1e-36F, 1e-36F, 1})).best.empty()) << "a thread";
     // A sound model beside triangles without area that reach far out.
     const SoupVector far = {-3e38F, -3e38F, -1, -3e38F, -3e38F, 0, -3e38F, -3e38F, 7};
     EXPECT_EQ(best_up(together({tee(), far})), Vec3d(0, 0, -1));
