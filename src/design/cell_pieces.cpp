@@ -36,9 +36,10 @@ constexpr double kSizeExponent = 0.33;
 constexpr double kSmallestVoxel = 0.25;
 constexpr double kLargestVoxel = 1.0;
 
-// With voxels that follow the skin: how many it has, and how many a solid model gets at most.
+// With voxels that follow the skin: how many it has, and how many a solid model gets at most. Each
+// takes about 20 bytes until the cells are cut out.
 constexpr double kLeastSkin = 2;
-constexpr double kMostVoxels = 64e6;
+constexpr double kMostVoxels = 1e8;
 
 // So that no side of a box lies along the voxels.
 constexpr Vec3d kTiltAxis = {1, 0, 0};
@@ -88,9 +89,8 @@ float voxel_size(double model_volume, const CellOptions& options) {
     double size = std::pow(model_volume / kVoxelsOfASolid, kSizeExponent);
     size = std::clamp(size, kSmallestVoxel, kLargestVoxel);
     if (options.follows_skin) {
-        const double wanted =
-            std::max(options.skin / kLeastSkin, std::cbrt(model_volume / kMostVoxels));
-        size = std::min(size, wanted);
+        size = std::max(std::min(size, options.skin / kLeastSkin),
+                        std::cbrt(model_volume / kMostVoxels));
     }
     return static_cast<float>(size);
 }
