@@ -1,5 +1,6 @@
-// Peak memory of flawsDetect64 on an STL file, and of reductions over the mesh that they are given,
-// in bytes a triangle. One thread (scripts/bench sets OMP_NUM_THREADS=1).
+// Peak memory of flawsDetect64 on an STL file, and of reductions and the orientation search over
+// the mesh that they are given, in bytes a triangle. One thread (scripts/bench sets
+// OMP_NUM_THREADS=1).
 //
 // Floor: at the peak of the walk a closed mesh has faces (36), vertices (8), uses (38), edge codes
 // (12), shells (4) and a mark a face: about 100 bytes a triangle. Where the reader maps its file,
@@ -16,6 +17,7 @@
 
 #include "inputs.h"
 #include "io/stl.h"
+#include "orient/orientation.h"
 #include "povmesh/povmesh.h"
 #include "remesh/parallel_reduce.h"
 #include "remesh/reduce.h"
@@ -51,6 +53,7 @@ int measure_call(const std::string& operation, const char* path) {
     if (operation == "flaws_detect") flawsDetect64(path);
     if (operation == "reduce") reduce(mesh, {.keep = 0.5});
     if (operation == "parallel_reduce") reduce_parallel(mesh, {.keep = 0.5}, run);
+    if (operation == "orient") find_orientations(mesh, run);
     std::cout << peak_resident_size() - before << '\n';
     return 0;
 }
@@ -87,6 +90,11 @@ void parallel_reduce_half(benchmark::State& state, const std::string& input) {
     measure_memory(state, "parallel_reduce", input, binary_stl(input));
 }
 
+// Beside the mesh, which has 44 bytes a triangle.
+void orient(benchmark::State& state, const std::string& input) {
+    measure_memory(state, "orient", input, binary_stl(input));
+}
+
 }  // namespace
 }  // namespace povmesh::bench
 
@@ -98,5 +106,6 @@ int main(int argc, char** argv) {
     add("flaws_detect_memory_ascii", {"rock_328k", "rock_1311k"}, flaws_detect_ascii);
     add("reduce_memory", {"rock_328k", "rock_1311k"}, reduce_half);
     add("parallel_reduce_memory", {"rock_328k", "rock_1311k"}, parallel_reduce_half);
+    add("orient_memory", {"rock_328k", "rock_1311k"}, orient);
     return run(argc, argv);
 }

@@ -5,6 +5,7 @@
 #include "cli/measures.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
+#include "cli/pieces.h"
 #include "cli/read_back.h"
 #include "cli/refusal.h"
 
@@ -61,16 +62,28 @@ void rewrite_model(const Arguments& arguments, Progress progress, const RewriteS
     outcome.lost = loss_warnings(model, kind_of(target));
     try {
         const bool was_finite = has_finite_corners(model.mesh);
+        const std::size_t closed_before = closed_body_count(model);
         std::string reason = steps.change(model);
         if (reason.empty()) reason = refusal(model.mesh, was_finite);
         if (!reason.empty()) return outcome.fail(Flawed, source + ": " + reason);
+        if (loses_bodies(model, kind_of(target))) outcome.lost.emplace_back(kLostBodies);
         progress.set(80);
-        std::string failure = save_model(model, target);
+        OutputFile file(target);
+        std::string failure = save_model(model, file.path());
         progress.set(90);
         LoadedModel back;
-        if (failure.empty()) failure = read_back(model.mesh, target, back);
+        if (failure.empty()) failure = read_back(model.mesh, model.extras, file.path(), back);
+        if (failure.empty()) failure = file.deliver();
         if (!failure.empty()) return outcome.fail(CannotWrite, failure);
         if (steps.inspect) steps.inspect(back);
+        const std::size_t closed_after = closed_body_count(model);
+        if (closed_after < closed_before && keeps_bodies(model.mesh, model.extras.package)) {
+            outcome.lost.push_back(
+                counted(closed_before - closed_after, "object is", "objects are") +
+                " no longer closed: objects that touch are changed as one; split the "
+                "model and change each by itself");
+            if (outcome.status == Clean) outcome.status = Flawed;
+        }
     } catch (...) {
         outcome.fail(CannotRead, failure_text(source));
     }

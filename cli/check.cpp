@@ -20,6 +20,13 @@ namespace {
 // Places told as JSON.
 constexpr std::size_t kListedPlaces = 5;
 
+/// One of several bodies of a file.
+struct BodyReport {
+    std::string name;
+    std::size_t triangles = 0;
+    Findings findings;
+};
+
 struct Report {
     std::string path;
     std::string failure;  // why there is nothing below, as one line with the file; else empty
@@ -30,11 +37,19 @@ struct Report {
     std::vector<std::string> suggestions;
     Findings findings;
     std::optional<ThinPlaces> walls;  // when they were measured
+    std::vector<BodyReport> bodies;   // of a 3MF file with more than one
+
+    // Bodies that touch have edges and corners in common, which is no flaw of any of them.
+    bool has_flaws() const {
+        if (bodies.empty()) return findings.has_flaws();
+        return std::any_of(bodies.begin(), bodies.end(),
+                           [](const BodyReport& body) { return body.findings.has_flaws(); });
+    }
 
     bool is_thin() const { return walls && walls->count != 0; }
     ExitStatus status() const {
         if (!failure.empty()) return CannotRead;
-        return findings.has_flaws() || is_thin() ? Flawed : Clean;
+        return has_flaws() || is_thin() ? Flawed : Clean;
     }
 };
 
@@ -48,6 +63,21 @@ void measure_walls(const TriMesh& mesh, double least, Report& report) {
     report.walls = std::move(measured.report.walls);
     report.warnings.insert(report.warnings.end(), measured.warnings.begin(),
                            measured.warnings.end());
+}
+
+std::string body_name(const BodyReport& body, std::size_t index) {
+    return body.name.empty() ? "object " + std::to_string(index + 1) : on_one_line(body.name);
+}
+
+void examine_bodies(const LoadedModel& model, SelfIntersectionSearch search, Report& report) {
+    std::vector<TriMesh> bodies = bodies_of(model);
+    for (std::size_t i = 0; i < bodies.size(); ++i) {
+        BodyReport& body = report.bodies.emplace_back();
+        body.name = model.extras.package.bodies[i];
+        body.triangles = bodies[i].faces.size();
+        body.findings = examine(bodies[i], {}, search);
+        bodies[i] = {};
+    }
 }
 
 Report check_file(const std::string& path, const CheckOptions& options, const Console& console) {
@@ -65,10 +95,26 @@ Report check_file(const std::string& path, const CheckOptions& options, const Co
         report.findings = examine(model.mesh, line.progress(), options.search);
         if (options.least_wall > 0) measure_walls(model.mesh, options.least_wall, report);
         report.suggestions = suggestions(model.mesh, report.findings);
+        examine_bodies(model, options.search, report);
     } catch (...) {
         report.failure = failure_text(path);
     }
     return report;
+}
+
+std::string bodies_verdict(const Report& report, const std::string& thin) {
+    const auto flawed = static_cast<std::size_t>(
+        std::count_if(report.bodies.begin(), report.bodies.end(),
+                      [](const BodyReport& body) { return body.findings.has_flaws(); }));
+    if (flawed > 0) {
+        return "flaws in " + std::to_string(flawed) + " of " +
+               std::to_string(report.bodies.size()) + " objects" +
+               (thin.empty() ? "" : "; " + thin);
+    }
+    if (!thin.empty()) return thin;
+    return report.findings.has_flaws() ? "clean, each object by itself; what is counted above lies "
+                                         "between them"
+                                       : "clean";
 }
 
 std::string table(const Report& report, bool with_warnings) {
@@ -84,7 +130,14 @@ std::string table(const Report& report, bool with_warnings) {
                                             ? thin
                                             : "none below " + human_number(report.walls->asked));
     }
-    rows.emplace_back("verdict", verdict(report.findings, thin));
+    for (std::size_t i = 0; i < report.bodies.size(); ++i) {
+        const BodyReport& body = report.bodies[i];
+        rows.emplace_back(body_name(body, i), counted(body.triangles, "triangle") + ", " +
+                                                  size_text(body.findings.box) + ", " +
+                                                  verdict(body.findings));
+    }
+    rows.emplace_back("verdict", report.bodies.empty() ? verdict(report.findings, thin)
+                                                       : bodies_verdict(report, thin));
     append(where_rows(report.findings));
     if (report.is_thin()) rows.emplace_back("where", "thin walls: " + thinnest_text(*report.walls));
     for (const std::string& line : report.suggestions) rows.emplace_back("suggestion", line);
@@ -119,6 +172,14 @@ Json to_json(const Report& report) {
     json["dropped_triangles"] = report.dropped_triangles;
     add_findings(json, f);
     if (report.walls) json["wall"] = thin_json(*report.walls, kListedPlaces);
+    for (std::size_t i = 0; i < report.bodies.size(); ++i) {
+        const BodyReport& body = report.bodies[i];
+        Json object = {{"name", body_name(body, i)},
+                       {"verdict", body.findings.has_flaws() ? "flaws" : "clean"},
+                       {"triangles", body.triangles}};
+        add_findings(object, body.findings);
+        json["objects"].push_back(std::move(object));
+    }
     json["suggestions"] = report.suggestions;
     json["warnings"] = report.warnings;
     return json;
@@ -164,7 +225,7 @@ OperationSpec check_operation() {
         .description =
             "Reads each file and prints its size, its volume, the flaws that a printer trips over, "
             "where they are and what repair would do about them.",
-        .positionals = {{"FILE", true, "STL, OBJ and PLY files"}},
+        .positionals = {{"FILE", true, "STL, OBJ, PLY and 3MF files"}},
         .options = {{.name = "--json", .help = "Print one JSON array with an object for each file"},
                     {.name = "--self-intersections",
                      .help = "Count faces that cut through each other also in models of more than "

@@ -1,6 +1,7 @@
 #include "cli/command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -45,7 +46,12 @@ void add_operation(CLI::App& app, const OperationSpec& spec, CommandLine& result
         add_positional(*sub, positional, result.arguments);
     }
     for (const OptionSpec& option : spec.options) add_option(*sub, option, result.arguments);
-    for (const OptionSpec& option : common_options()) add_option(*sub, option, result.arguments);
+    for (const OptionSpec& option : common_options()) {
+        const bool is_own =
+            std::any_of(spec.options.begin(), spec.options.end(),
+                        [&](const OptionSpec& own) { return own.name == option.name; });
+        if (!is_own) add_option(*sub, option, result.arguments);
+    }
     sub->callback([&spec, &result] { result.operation = &spec; });
 }
 

@@ -74,13 +74,13 @@ std::string on_one_line(std::string_view text) {
 
 void Console::print(std::string_view text) {
     if (output_error_ != 0) return;
-    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
+    if (std::fwrite(text.data(), 1, text.size(), results_) != text.size()) {
         output_error_ = errno != 0 ? errno : EIO;
     }
 }
 
 void Console::error(std::string_view text) {
-    std::fflush(stdout);
+    std::fflush(results_);
     write_to_error("povmesh: " + on_one_line(text) + "\n");
 }
 
@@ -89,7 +89,7 @@ void Console::warn(std::string_view text) {
 }
 
 bool Console::flush() {
-    if (std::fflush(stdout) != 0 && output_error_ == 0) output_error_ = errno != 0 ? errno : EIO;
+    if (std::fflush(results_) != 0 && output_error_ == 0) output_error_ = errno != 0 ? errno : EIO;
     if (output_error_ == 0) return true;
     if (output_error_ != EPIPE) {
         error("standard output: cannot be written: " +

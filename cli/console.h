@@ -3,6 +3,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <cstdio>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -16,11 +17,14 @@ namespace povmesh::cli {
 /// stays on its line and cannot steer the terminal.
 std::string on_one_line(std::string_view text);
 
-/// Results go to standard output, everything else goes to standard error.
+/// Results go to standard output unless a model goes there, everything else to standard error.
 class Console {
 public:
     void set_quiet(bool is_quiet) { is_quiet_ = is_quiet; }
     bool is_quiet() const { return is_quiet_; }
+
+    /// Lets results go to standard error: standard output is for a model.
+    void send_results_to_error() { results_ = stderr; }
 
     /// Writes a result as it stands. What fails is remembered for `flush`.
     void print(std::string_view text);
@@ -37,6 +41,7 @@ public:
 
 private:
     bool is_quiet_ = false;
+    std::FILE* results_ = stdout;
     int output_error_ = 0;
 };
 

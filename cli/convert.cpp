@@ -21,7 +21,9 @@ int run_convert(const Arguments& arguments, Console& console) {
         console.error(read_failure);
         return CannotRead;
     }
-    const std::string write_failure = save_model(model, target);
+    OutputFile file(target);
+    std::string write_failure = save_model(model, file.path());
+    if (write_failure.empty()) write_failure = file.deliver();
     line.stop();
     warn_of(model, console);
     if (!write_failure.empty()) {
@@ -43,8 +45,10 @@ OperationSpec convert_operation() {
         .name = "convert",
         .summary = "Write a model in another format",
         .description =
-            "Reads STL, OBJ or PLY, binary or ASCII, and writes binary STL, OBJ or binary PLY. IN "
-            "and OUT may be the same file; OUT is replaced only when the new content is complete.",
+            "Reads STL, OBJ or PLY, binary or ASCII, or 3MF and writes binary STL, OBJ, binary PLY "
+            "or 3MF. IN and OUT may be the same file; OUT is replaced only when the new content is "
+            "complete. "
+            "Names that end in .gz are those of compressed files; - is standard input or output.",
         .positionals = {kModelFile, {"OUT", false, model_output().help}},
         .statuses = {Clean, Usage, CannotRead, CannotWrite},
         .run = run_convert,

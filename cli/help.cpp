@@ -54,7 +54,12 @@ Entry entry(const OptionSpec& option) {
 std::vector<Entry> option_entries(std::span<const OptionSpec> options) {
     std::vector<Entry> entries;
     for (const OptionSpec& option : options) entries.push_back(entry(option));
-    for (const OptionSpec& option : common_options()) entries.push_back(entry(option));
+    for (const OptionSpec& option : common_options()) {
+        const auto is_same = [&](const OptionSpec& own) { return own.name == option.name; };
+        if (std::none_of(options.begin(), options.end(), is_same)) {
+            entries.push_back(entry(option));
+        }
+    }
     entries.push_back(entry({.name = "--help", .short_name = "-h", .help = "Print this help"}));
     return entries;
 }

@@ -5,15 +5,17 @@
 
 #include <cmath>
 #include <string>
-#include <vector>
 
 #include "base/timer.h"
 #include "cli/cavity.h"
 #include "cli/change.h"
+#include "cli/drains.h"
 #include "cli/numbers.h"
-#include "design/drain.h"
-#include "mesh/compact.h"
+#include "field/inner_wall.h"
+#include "mesh/shells.h"
 #include "mesh/volume.h"
+#include "spatial/self_intersection.h"
+#include "spatial/shell_nesting.h"
 
 namespace povmesh::cli {
 namespace {
@@ -46,57 +48,114 @@ std::string failure_of(const HollowReport& report, double thickness, TriMesh& mo
            cure_of(model, report.voxel_size, "take a thinner wall");
 }
 
-// Empty unless holes leave cavities closed.
-std::string sealed_text(const SealedCavities& sealed, std::size_t cavities) {
-    if (sealed.count == 0) return "";
-    return "no drain hole leads into " + std::to_string(sealed.count) + " of " +
-           counted(cavities, "cavity", "cavities") +
-           ", where resin or powder stays; the largest is near (" + human_number(sealed.place.x) +
-           ", " + human_number(sealed.place.y) + ", " + human_number(sealed.place.z) + ")";
+// Empty unless the surface around cavities is open: nothing tells then that they are inside.
+std::string bare_text(TriMesh& mesh, std::size_t model_faces) {
+    label_shells(mesh);
+    const std::vector<ShellNesting> nesting = classify_shells(mesh);
+    std::size_t cavities = 0;
+    std::size_t bare = 0;
+    Vec3f place;
+    for (std::size_t shell = 0; shell < nesting.size(); ++shell) {
+        const std::uint32_t face = mesh.shells[shell][0];
+        if (face < model_faces) continue;
+        ++cavities;
+        if (nesting[shell].is_cavity()) continue;
+        if (bare++ == 0) place = mesh.corner_position(mesh.faces[face], 0);
+    }
+    if (bare == 0) return "";
+    return "the model is open around " + std::to_string(bare) + " of " +
+           counted(cavities, "cavity", "cavities") + ", one near (" + human_number(place.x) + ", " +
+           human_number(place.y) + ", " + human_number(place.z) +
+           "): programs that read it may take that for a body turned inside out; repair the model "
+           "first";
 }
 
-std::vector<Drain> drains_of(const Arguments& arguments) {
-    std::vector<Drain> drains;
-    if (!arguments.has("--drain")) return drains;
-    for (const std::string& text : arguments.all("--drain")) {
-        const Circle circle = parse_circle(text);
-        drains.push_back({circle.place, circle.radius});
-    }
-    return drains;
+double saved_percent(double cavity_volume, double model_volume) {
+    return cavity_volume / model_volume * 100;
 }
 
-// Empty when there is a hole.
-std::string failure_of(const DrainReport& report, const std::string& text) {
-    const std::string start = "no drain at " + text + ": ";
-    switch (report.outcome) {
-        case DrainOutcome::Done:
-            return {};
-        case DrainOutcome::FarAway:
-            return start + "the surface is " + human_number(report.distance) +
-                   " away; the nearest point of it has x " + human_number(report.mouth.x) + ", y " +
-                   human_number(report.mouth.y) + ", z " + human_number(report.mouth.z);
-        case DrainOutcome::NoCavity:
-            return start + "the cavity does not lie below that place; take one over the cavity";
-        case DrainOutcome::Tangled:
-            return start + "no clean hole can be cut there; move it a little";
-        default:
-            return start + "the model is open there; repair it first";
-    }
+std::string saved_text(double percent) {
+    return human_number(std::round(percent * 100) / 100) + " %";
 }
 
 ChangeReport report_of(const HollowReport& hollowed) {
-    const double saved = hollowed.cavity_volume / hollowed.model_volume * 100;
+    const double saved = saved_percent(hollowed.cavity_volume, hollowed.model_volume);
     ChangeReport report;
     report.rows = {{"voxel size", human_number(hollowed.voxel_size)},
                    {"layers", std::to_string(hollowed.layers)},
                    {"cavity volume", human_number(hollowed.cavity_volume)},
-                   {"material saved", human_number(std::round(saved * 100) / 100) + " %"},
+                   {"material saved", saved_text(saved)},
                    {"smallest wall", human_number(hollowed.smallest_wall)}};
     report.json = {{"voxel_size", hollowed.voxel_size},
                    {"layers", hollowed.layers},
                    {"cavity_volume", hollowed.cavity_volume},
                    {"saved_percent", saved},
                    {"smallest_wall", hollowed.smallest_wall}};
+    return report;
+}
+
+// Made of voxels, as hosts get it.
+ChangeReport make_voxel_cavity(TriMesh& mesh, double thickness, Progress progress,
+                               TriMesh& cavity) {
+    RunLog log;
+    // The values of the operation itself go from 10 to 85.
+    ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent / 4); };
+    RunContext run{Progress(nullptr, &scaled), log};
+    cavity = mesh;
+    const HollowReport hollowed =
+        hollow(cavity, static_cast<float>(thickness), run, {.measures_wall = true});
+    const std::string failure = failure_of(hollowed, thickness, mesh);
+    if (failure.empty()) return report_of(hollowed);
+    ChangeReport report;
+    report.failure = failure;
+    return report;
+}
+
+// A model hardly longer than the wall is thick was not meant in that unit.
+constexpr double kSmallShare = 0.1;
+
+// Empty when there is a cavity.
+std::string failure_of(const WallReport& made, const TriMesh& cavity, double thickness,
+                       TriMesh& model) {
+    if (!made.status.ok()) return "nothing can be hollowed: " + made.status.text();
+    if (!cavity.faces.empty()) return "";
+    return "nothing can be hollowed: a wall of " + human_number(thickness) +
+           " leaves nothing inside; " +
+           cure_of(model, kSmallShare * thickness, "take a thinner wall");
+}
+
+// At an exact distance. What the making promises is looked at again.
+ChangeReport make_exact_cavity(TriMesh& mesh, double thickness, Progress progress,
+                               TriMesh& cavity) {
+    ChangeReport report;
+    const double model_volume = volume(mesh);
+    if (!(model_volume > 0)) {
+        report.failure = "the model encloses no volume, or is inside out; repair it first";
+        return report;
+    }
+    ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent * 3 / 10); };
+    const WallReport made = inner_wall(mesh, thickness, {}, cavity, Progress(nullptr, &scaled));
+    report.failure = failure_of(made, cavity, thickness, mesh);
+    if (!report.failure.empty()) return report;
+    const double least = smallest_wall(mesh, cavity);
+    const double cavity_volume = volume(cavity);
+    const double saved = saved_percent(cavity_volume, model_volume);
+    report.rows = {{"cell", human_number(made.cell)},
+                   {"cavity volume", human_number(cavity_volume)},
+                   {"material saved", saved_text(saved)},
+                   {"smallest wall", human_number(least)},
+                   {"mean wall", human_number(made.mean_wall)}};
+    report.json = {{"cell", made.cell},
+                   {"cavity_volume", cavity_volume},
+                   {"saved_percent", saved},
+                   {"smallest_wall", least},
+                   {"mean_wall", made.mean_wall}};
+    if (least < kLeastWallShare * thickness) {
+        report.doubts.push_back("the wall is only " + human_number(least) + " thick somewhere");
+    }
+    if (find_self_intersections(cavity, 0).count != 0) {
+        report.doubts.emplace_back("the cavity crosses itself");
+    }
     return report;
 }
 
@@ -111,41 +170,23 @@ int run_hollow(const Arguments& arguments, Console& console) {
     const double thickness = arguments.number("--thickness");
     return run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
         const Timer timer;
-        RunLog log;
-        // The values of the operation itself go from 10 to 85.
-        ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent / 4); };
-        RunContext run{Progress(nullptr, &scaled), log};
-        TriMesh cavity = mesh;
-        const HollowReport hollowed =
-            hollow(cavity, static_cast<float>(thickness), run, {.measures_wall = true});
-        const double seconds = timer.seconds();
-        ChangeReport report;
-        report.failure = failure_of(hollowed, thickness, mesh);
+        TriMesh cavity;
+        ChangeReport report = arguments.text("--wall") == "voxel"
+                                  ? make_voxel_cavity(mesh, thickness, progress, cavity)
+                                  : make_exact_cavity(mesh, thickness, progress, cavity);
+        report.seconds = timer.seconds();
         if (!report.failure.empty()) return report;
-        report = report_of(hollowed);
-        report.seconds = seconds;
         if (arguments.has("--cavity-only")) {
             mesh = std::move(cavity);
             return report;
         }
         const std::size_t model_faces = mesh.faces.size();
         add_cavities(mesh, cavity);
-        const std::vector<Drain> drains = drains_of(arguments);
-        const std::size_t cavities = drains.empty() ? 0 : sealed_cavities(mesh).count;
-        const auto made = cut_drains(mesh, model_faces, thickness, drains);
-        for (std::size_t i = 0; i < made.size() && report.failure.empty(); ++i) {
-            report.failure = failure_of(made[i], arguments.all("--drain")[i]);
+        if (has_holes(mesh)) {
+            const std::string doubt = bare_text(mesh, model_faces);
+            if (!doubt.empty()) report.doubts.push_back(doubt);
         }
-        if (made.empty()) return report;
-        compact(mesh);
-        const SealedCavities sealed = sealed_cavities(mesh);
-        report.rows.emplace_back("drain holes", std::to_string(made.size()));
-        report.rows.emplace_back("closed cavities",
-                                 std::to_string(sealed.count) + " of " + std::to_string(cavities));
-        report.json["drains"] = made.size();
-        report.json["closed_cavities"] = sealed.count;
-        const std::string warning = sealed_text(sealed, cavities);
-        if (!warning.empty()) report.warnings.push_back(warning);
+        cut_drains(arguments, mesh, model_faces, thickness, report);
         return report;
     });
 }
@@ -158,28 +199,30 @@ OperationSpec hollow_operation() {
         .summary = "Make a shell of a solid model",
         .description =
             "Finds the cavity that leaves a wall of the thickness, and writes the model with it. "
-            "Works on voxels of 0.4 to 2 units, so that the wall is right within about 1.4 of "
-            "them; a wall is at least 0.5 thick.",
+            "The wall is measured, and at least 0.98 of the thickness everywhere.",
         .positionals = {kModelFile},
-        .options = {model_output(),
-                    {.name = "--thickness",
-                     .type = ValueType::Number,
-                     .placeholder = "THICKNESS",
-                     .unit = "units of the file",
-                     .low = 0,
-                     .high = kNoLimit,
-                     .is_required = true,
-                     .help = "Thickness of the wall"},
-                    {.name = "--drain",
-                     .type = ValueType::Circle,
-                     .placeholder = "X,Y,Z,R",
-                     .unit = "units of the file",
-                     .takes_several = true,
-                     .help = "Cut a round hole of radius R through the wall at the place X,Y,Z on "
-                             "the surface; may be given several times"},
-                    {.name = "--cavity-only",
-                     .help = "Write the surface of the cavity alone, its outside out"},
-                    json_object()},
+        .options =
+            {model_output(),
+             {.name = "--thickness",
+              .type = ValueType::Number,
+              .placeholder = "THICKNESS",
+              .unit = "units of the file",
+              .low = 0,
+              .high = kNoLimit,
+              .is_required = true,
+              .help = "Thickness of the wall"},
+             {.name = "--wall",
+              .type = ValueType::Choice,
+              .placeholder = "KIND",
+              .default_value = "exact",
+              .choices = {"exact", "voxel"},
+              .help =
+                  "A cavity at an exact distance, or one made of voxels of 0.4 to 2 units, whose "
+                  "wall is right within about 1.4 of them"},
+             drain_option(),
+             {.name = "--cavity-only",
+              .help = "Write the surface of the cavity alone, its outside out"},
+             json_object()},
         .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
         .run = run_hollow,
     };

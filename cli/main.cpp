@@ -7,6 +7,7 @@
 
 #include "cli/command_line.h"
 #include "cli/commands.h"
+#include "cli/model.h"
 
 namespace povmesh::cli {
 namespace {
@@ -20,6 +21,9 @@ int run(int argument_count, char** arguments, Console& console) {
     int status = Clean;
     if (line.operation != nullptr) {
         console.set_quiet(line.arguments.has("--quiet"));
+        if (line.arguments.has("--format")) {
+            set_pipe_kind(kind_of("model." + line.arguments.text("--format")));
+        }
         status = line.operation->run(line.arguments, console);
     } else {
         console.print(line.text);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <new>
@@ -9,14 +10,20 @@
 #include <system_error>
 
 #include "cli/numbers.h"
+#include "cli/picture/picture.h"
+#include "cli/pieces.h"
 #include "cli/shared_options.h"
 #include "io/file.h"
 #include "io/obj.h"
 #include "io/ply.h"
 #include "io/stl.h"
+#include "io/stream.h"
 
 namespace povmesh::cli {
 namespace {
+
+constexpr std::string_view kNoPipeFormat =
+    "-: standard input and output have no name that says their kind; give --format";
 
 // Letters beyond ASCII do not occur in the extensions compared.
 std::string lower_case(std::string text) {
@@ -26,12 +33,12 @@ std::string lower_case(std::string text) {
     return text;
 }
 
-Status read_stl_model(const std::string& path, Progress progress, LoadedModel& model) {
+Status read_stl_model(const ByteSource& source, Progress progress, LoadedModel& model) {
     RunLog log;
     RunContext run{progress, log};
     StlInfo info;
     const StlReadOptions options{.any_case = true};
-    Status status = read_stl(path, options, run, model.mesh, info);
+    Status status = read_stl(source, model.path, options, run, model.mesh, info);
     model.format = info.is_ascii ? "ASCII STL" : "binary STL";
     model.triangles = info.triangles;
     if (info.records_left_out > 0) {
@@ -56,9 +63,9 @@ void warn_of_lines(const ObjLines& lines, const char* one, const char* many,
             counted(lines.count, one, many) + ", first in line " + std::to_string(lines.first);
 }
 
-Status read_obj_model(const std::string& path, Progress progress, LoadedModel& model) {
+Status read_obj_model(const ByteSource& source, Progress progress, LoadedModel& model) {
     ObjInfo info;
-    Status status = read_obj(path, {.strict = true}, model.mesh, info);
+    Status status = read_obj(source, model.path, {.strict = true}, model.mesh, info);
     model.format = "OBJ";
     model.triangles = info.triangles;
     model.has_texture_lines = info.texture_lines != 0;
@@ -78,9 +85,9 @@ std::string list_text(const std::vector<std::string>& names) {
     return text;
 }
 
-Status read_ply_model(const std::string& path, Progress progress, LoadedModel& model) {
+Status read_ply_model(const ByteSource& source, Progress progress, LoadedModel& model) {
     PlyInfo info;
-    Status status = read_ply(path, model.mesh, info);
+    Status status = read_ply(source, model.path, model.mesh, info);
     model.format = info.form == PlyForm::Ascii ? "ASCII PLY" : "binary PLY";
     model.triangles = info.triangles;
     model.has_texture_lines = info.has_textures;
@@ -106,20 +113,44 @@ Status read_ply_model(const std::string& path, Progress progress, LoadedModel& m
     return status;
 }
 
+constexpr std::string_view kGzip = ".gz";
+
+Status open_model(const std::string& path, InputFile& file) {
+    if (is_pipe(path)) return read_standard_input("standard input", file);
+    return has_extension(path, kGzip) ? unpack_gzip(path, file) : file.open(path);
+}
+
+Status read_package_model(const ByteSource& source, Progress progress, LoadedModel& model) {
+    ThreeMfInfo info;
+    Status status = read_three_mf(source, model.path, model.mesh, model.extras.package, info);
+    model.format = "3MF";
+    model.triangles = info.triangles;
+    model.has_texture_lines = info.has_textures;
+    model.warnings = std::move(info.warnings);
+    progress.set(48);
+    return status;
+}
+
 Status read_kind(const std::string& path, Progress progress, LoadedModel& model) {
+    InputFile file;
+    if (Status status = open_model(path, file); !status.ok()) return status;
+    const ByteSource source = bytes_of(file);
     switch (model.kind) {
         case FileKind::Obj:
-            return read_obj_model(path, progress, model);
+            return read_obj_model(source, progress, model);
         case FileKind::Ply:
-            return read_ply_model(path, progress, model);
+            return read_ply_model(source, progress, model);
+        case FileKind::ThreeMf:
+            return read_package_model(source, progress, model);
         default:
-            return read_stl_model(path, progress, model);
+            return read_stl_model(source, progress, model);
     }
 }
 
 std::string read_model(const std::string& path, Progress progress, LoadedModel& model) {
     model.kind = kind_of(path);
     if (model.kind == FileKind::Unknown) {
+        if (is_pipe(path)) return std::string(kNoPipeFormat);
         return path + ": unknown kind of file; give one whose name ends in " +
                std::string(kModelEndings);
     }
@@ -165,24 +196,67 @@ std::string coordinate_obstacle(const TriMesh& mesh) {
            "out of the input, and scale it down when its coordinates are near 3e38";
 }
 
-Status write_kind(TriMesh& mesh, const std::string& path, const ModelExtras& extras) {
-    ReplacementFile file;
-    Status status = file.open(path);
-    if (!status.ok()) return status;
+// What file managers show of a package.
+Array<char> thumbnail(const TriMesh& mesh) {
+    picture::RenderOptions options;
+    options.width = 256;
+    options.height = 256;
+    picture::Model model;
+    model.mesh = &mesh;
+    model.use_face_colours = has_colours(mesh);
+    return picture::encode_png(picture::render({model}, options));
+}
+
+Status write_kind(TriMesh& mesh, const std::string& path, const ModelExtras& extras,
+                  ByteSink& file) {
     switch (kind_of(path)) {
         case FileKind::Obj:
             return write_obj(mesh, file, {.exact = true});
         case FileKind::Ply:
             return write_ply(mesh, file, extras.texture_files);
+        case FileKind::ThreeMf:
+            return write_three_mf(mesh, extras.package, thumbnail(mesh), path, file);
         default:
             return write_stl(mesh, file);
     }
 }
 
+Status write_model(TriMesh& mesh, const std::string& path, const ModelExtras& extras) {
+    ReplacementFile file;
+    if (Status status = file.open(path); !status.ok()) return status;
+    if (!has_extension(path, kGzip)) return write_kind(mesh, path, extras, file);
+    GzipSink packed(file);
+    return write_kind(mesh, path, extras, packed);
+}
+
+// What --format said; nothing changes it once the command line has been read.
+FileKind pipe_kind = FileKind::Unknown;
+
+std::string format_name(FileKind kind) {
+    switch (kind) {
+        case FileKind::Obj:
+            return "OBJ";
+        case FileKind::Ply:
+            return "PLY";
+        default:
+            return "STL";
+    }
+}
+
 }  // namespace
 
+void set_pipe_kind(FileKind kind) {
+    pipe_kind = kind;
+}
+
 FileKind kind_of(const std::string& path) {
-    for (const FileKind kind : {FileKind::Stl, FileKind::Obj, FileKind::Ply}) {
+    if (is_pipe(path)) return pipe_kind;
+    if (has_extension(path, kGzip)) {
+        const std::string inner = std::filesystem::path(path).stem().string();
+        const FileKind kind = is_pipe(inner) ? FileKind::Unknown : kind_of(inner);
+        return kind == FileKind::ThreeMf ? FileKind::Unknown : kind;  // that is packed as it is
+    }
+    for (const FileKind kind : {FileKind::Stl, FileKind::Obj, FileKind::Ply, FileKind::ThreeMf}) {
         if (has_extension(path, extension_of(kind))) return kind;
     }
     return FileKind::Unknown;
@@ -194,16 +268,29 @@ std::string_view extension_of(FileKind kind) {
             return ".obj";
         case FileKind::Ply:
             return ".ply";
+        case FileKind::ThreeMf:
+            return ".3mf";
         default:
             return ".stl";
     }
 }
 
 bool is_model_name(const std::string& path, Console& console) {
+    if (is_pipe(path)) console.send_results_to_error();
     if (kind_of(path) != FileKind::Unknown) return true;
+    if (is_pipe(path)) {
+        console.error(kNoPipeFormat);
+        return false;
+    }
     console.error(path + ": no kind of model; give a name that ends in " +
                   std::string(kModelEndings));
     return false;
+}
+
+std::string stem_of(const std::string& path) {
+    if (is_pipe(path)) return "model";
+    const std::filesystem::path stem = std::filesystem::path(path).stem();
+    return (has_extension(path, kGzip) ? stem.stem() : stem).string();
 }
 
 bool has_extension(const std::string& path, std::string_view extension) {
@@ -223,7 +310,7 @@ std::string save_model(TriMesh& mesh, const std::string& path, const ModelExtras
         if (const std::string obstacle = coordinate_obstacle(mesh); !obstacle.empty()) {
             return path + ": " + obstacle;
         }
-        return write_kind(mesh, path, extras).text();
+        return write_model(mesh, path, extras).text();
     } catch (...) {
         return failure_text(path);
     }
@@ -236,6 +323,36 @@ std::string save_model(LoadedModel& model, const std::string& path) {
                ": was not read whole, and what was left out would be lost; write to another file";
     }
     return save_model(model.mesh, path, model.extras);
+}
+
+OutputFile::OutputFile(const std::string& target) : path_(target) {
+    if (!is_pipe(target)) return;
+    std::error_code error;
+    folder_ = std::filesystem::temp_directory_path(error).string() + "/povmesh-XXXXXX";
+    if (mkdtemp(folder_.data()) == nullptr) folder_ = "temporary folder";  // writing says why
+    path_ = folder_ + "/output" + std::string(extension_of(kind_of(target)));
+}
+
+OutputFile::~OutputFile() {
+    remove_temporary();
+}
+
+void OutputFile::remove_temporary() {
+    if (folder_.empty()) return;
+    std::error_code ignored;
+    std::filesystem::remove(path_, ignored);
+    std::filesystem::remove(folder_, ignored);
+    folder_.clear();
+}
+
+std::string OutputFile::deliver() {
+    if (folder_.empty()) return {};
+    InputFile file;
+    Status status = file.open(path_);
+    // Open, it needs no name; a reader that goes away ends this program.
+    remove_temporary();
+    if (status.ok()) status = copy_to_standard_output(file, "standard output");
+    return status.text();
 }
 
 std::string failure_text(const std::string& path) {
@@ -259,10 +376,30 @@ std::vector<std::string> load_warnings(const LoadedModel& model) {
     return warnings;
 }
 
+namespace {
+
+void warn_of_lost_package(const LoadedModel& model, FileKind target,
+                          std::vector<std::string>& warnings) {
+    const ThreeMfContent& package = model.extras.package;
+    if (target == FileKind::ThreeMf) return;
+    const bool has_names = std::any_of(package.bodies.begin(), package.bodies.end(),
+                                       [](const std::string& name) { return !name.empty(); });
+    if (package.bodies.size() > 1 || has_names) {
+        warnings.push_back("names of objects are lost: " + format_name(target) + " has none");
+    }
+    if (target == FileKind::Stl) return;
+    if (model.has_texture_lines) warnings.emplace_back("the files of textures are lost");
+}
+
+}  // namespace
+
 std::vector<std::string> loss_warnings(const LoadedModel& model, FileKind target) {
     const TriMesh& mesh = model.mesh;
-    const bool has_labels = has_face(mesh, [](const Face& face) { return face.label >= 0; });
+    const bool is_package = model.kind == FileKind::ThreeMf;
+    const bool has_labels =
+        !is_package && has_face(mesh, [](const Face& face) { return face.label >= 0; });
     std::vector<std::string> warnings;
+    if (is_package) warn_of_lost_package(model, target, warnings);
     if (target == FileKind::Stl) {
         if (has_colours(mesh)) warnings.emplace_back("colours are lost: STL has none");
         if (has_labels || model.has_texture_lines) {
@@ -270,15 +407,77 @@ std::vector<std::string> loss_warnings(const LoadedModel& model, FileKind target
         }
         return warnings;
     }
-    const bool is_ply = model.kind == FileKind::Ply && target == FileKind::Ply;
-    if (has_labels && model.kind == FileKind::Ply && !is_ply) {
+    if (is_package || (model.kind == FileKind::Ply && target == FileKind::Ply)) return warnings;
+    if (target == FileKind::ThreeMf) {
+        if (has_labels || model.has_texture_lines) {
+            warnings.emplace_back(
+                "materials and texture coordinates are lost: their pictures are not at hand");
+        }
+    } else if (has_labels && model.kind == FileKind::Ply) {
         warnings.emplace_back("materials are numbered; the names of texture files are lost");
-    } else if (has_labels && !is_ply) {
+    } else if (has_labels) {
         warnings.emplace_back("materials are numbered; their names and the library file are lost");
-    } else if (model.has_texture_lines && !has_labels) {
+    } else if (model.has_texture_lines) {
         warnings.emplace_back("texture coordinates are lost: no material uses them");
     }
     return warnings;
+}
+
+bool loses_bodies(const LoadedModel& model, FileKind target) {
+    const ThreeMfContent& package = model.extras.package;
+    return target == FileKind::ThreeMf && !package.labels.empty() &&
+           !keeps_bodies(model.mesh, package);
+}
+
+namespace {
+
+// The vertex of a body that stands for one of the whole; made when it is first asked for. Until
+// the body is complete its vertices have their number in the whole as their index.
+std::int32_t copied_vertex(const TriMesh& whole, std::int32_t v, Array<std::int32_t>& number,
+                           TriMesh& body) {
+    const auto index = static_cast<std::size_t>(v);
+    const auto known = static_cast<std::size_t>(number[index]);
+    if (known < body.vertices.size() && body.vertices[known].index == v) return number[index];
+    number[index] = static_cast<std::int32_t>(body.vertices.size());
+    body.vertices.push_back(whole.vertices[index]);
+    body.vertices.back().index = v;
+    return number[index];
+}
+
+}  // namespace
+
+std::vector<TriMesh> bodies_of(const LoadedModel& model) {
+    const ThreeMfContent& package = model.extras.package;
+    std::vector<TriMesh> bodies;
+    if (package.bodies.size() < 2 || !keeps_bodies(model.mesh, package)) return bodies;
+    bodies.resize(package.bodies.size());
+    Array<std::int32_t> number(model.mesh.vertices.size(), 0);  // in the last body that has it
+    const Array<std::uint32_t> order = three_mf_order(model.mesh, package);
+    for (std::size_t i = 0; i < order.size();) {
+        const auto body_at = [&](std::size_t k) {
+            const auto label = static_cast<std::size_t>(model.mesh.faces[order[k]].label);
+            return package.labels[label].body;
+        };
+        const std::size_t body = body_at(i);
+        TriMesh& mesh = bodies[body];
+        for (; i < order.size() && body_at(i) == body; ++i) {
+            Face face = model.mesh.faces[order[i]];
+            face.label = -1;
+            face.uv.fill(-1);
+            for (std::int32_t& v : face.vertex) v = copied_vertex(model.mesh, v, number, mesh);
+            mesh.faces.push_back(face);
+        }
+        for (std::size_t v = 0; v < mesh.vertices.size(); ++v) {
+            mesh.vertices[v].index = static_cast<std::int32_t>(v);
+        }
+    }
+    return bodies;
+}
+
+std::size_t closed_body_count(const LoadedModel& model) {
+    std::vector<TriMesh> bodies = bodies_of(model);
+    return static_cast<std::size_t>(
+        std::count_if(bodies.begin(), bodies.end(), [](TriMesh& body) { return is_closed(body); }));
 }
 
 bool has_colours(const TriMesh& mesh) {

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "cli/commands.h"
+#include "cli/shared_options.h"
 
 namespace povmesh::cli {
 namespace {
@@ -31,10 +32,16 @@ std::string join(std::span<const std::string_view> words, std::string_view betwe
 }  // namespace
 
 std::span<const OptionSpec> common_options() {
-    static const std::array<OptionSpec, 1> options = {
+    static const std::array<OptionSpec, 2> options = {
         OptionSpec{.name = "--quiet",
                    .short_name = "-q",
-                   .help = "Print results and errors only: no warnings, no progress"}};
+                   .help = "Print results and errors only: no warnings, no progress"},
+        OptionSpec{.name = "--format",
+                   .type = ValueType::Choice,
+                   .placeholder = "FORMAT",
+                   .choices = model_formats(),
+                   .help = "Format of a model that is - in the place of a file: standard input or "
+                           "output"}};
     return options;
 }
 
@@ -50,12 +57,13 @@ std::span<const ExitStatusSpec> exit_statuses() {
 }
 
 std::span<const OperationSpec> operations() {
-    static const std::array<OperationSpec, 18> table = {
-        check_operation(),   repair_operation(),   split_operation(),     cut_operation(),
-        reduce_operation(),  remesh_operation(),   revise_operation(),    subdivide_operation(),
-        hollow_operation(),  infill_operation(),   voxelize_operation(),  orient_operation(),
-        support_operation(), strength_operation(), thickness_operation(), convert_operation(),
-        render_operation(),  version_operation(),
+    static const std::array<OperationSpec, 22> table = {
+        check_operation(),     repair_operation(),   split_operation(),     cut_operation(),
+        decompose_operation(), reduce_operation(),   remesh_operation(),    revise_operation(),
+        subdivide_operation(), hollow_operation(),   balance_operation(),   offset_operation(),
+        wrap_operation(),      infill_operation(),   voxelize_operation(),  orient_operation(),
+        support_operation(),   strength_operation(), thickness_operation(), convert_operation(),
+        render_operation(),    version_operation(),
     };
     return table;
 }

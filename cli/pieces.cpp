@@ -120,19 +120,19 @@ std::string refusal_of(std::vector<Piece>& pieces, const std::vector<TriMesh>& p
 }
 
 // Writes the pieces of one model; `pieces` and `parts` go side by side.
-void write_pieces(std::vector<Piece> pieces, std::vector<TriMesh>& parts,
+void write_pieces(std::vector<Piece> pieces, std::vector<TriMesh>& parts, const ModelExtras& extras,
                   const Arguments& arguments, Progress progress, std::string_view noun,
                   PiecesOutcome& outcome) {
     const std::string& source = arguments.text("IN");
     const std::string& folder = arguments.text("--output");
     const std::string extension = extension_for(arguments, source);
     const auto name_of = [&](std::size_t number) {
-        return numbered(folder, fs::path(source).stem().string(), number, extension);
+        return numbered(folder, stem_of(source), number, extension);
     };
     for (std::size_t i = 0; i < pieces.size(); ++i) {
         if (pieces[i].is_left_out) continue;
         pieces[i].file = name_of(outcome.pieces.size() + 1);
-        const std::string failure = save_model(parts[i], pieces[i].file);
+        const std::string failure = save_model(parts[i], pieces[i].file, extras);
         if (!failure.empty()) {
             return outcome.fail(CannotWrite, failure + written_text(outcome.pieces));
         }
@@ -176,7 +176,8 @@ PiecesOutcome divide_model(const Arguments& arguments, Progress progress, std::s
             return outcome;
         }
         outcome.warnings.insert(outcome.warnings.end(), lost.begin(), lost.end());
-        write_pieces(std::move(pieces), model.mesh.parts, arguments, progress, noun, outcome);
+        write_pieces(std::move(pieces), model.mesh.parts, model.extras, arguments, progress, noun,
+                     outcome);
     } catch (...) {
         outcome.fail(CannotRead, failure_text(source) + written_text(outcome.pieces));
     }

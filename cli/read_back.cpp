@@ -14,7 +14,12 @@ namespace povmesh::cli {
 namespace {
 
 // The live faces in the order in which a file holds them: OBJ groups them by label.
-std::vector<std::uint32_t> file_order(const TriMesh& mesh, FileKind kind) {
+std::vector<std::uint32_t> file_order(const TriMesh& mesh, const ModelExtras& extras,
+                                      FileKind kind) {
+    if (kind == FileKind::ThreeMf) {
+        const Array<std::uint32_t> order = three_mf_order(mesh, extras.package);
+        return {order.begin(), order.end()};
+    }
     std::vector<std::uint32_t> order(mesh.faces.size());
     std::iota(order.begin(), order.end(), 0U);
     std::erase_if(order, [&](std::uint32_t face) { return mesh.faces[face].deleted != 0; });
@@ -38,8 +43,9 @@ std::array<std::uint32_t, 9> corner_bits(const TriMesh& mesh, std::uint32_t face
 }
 
 // Empty when nothing differs.
-std::string difference(const TriMesh& mesh, const TriMesh& read, FileKind kind) {
-    const std::vector<std::uint32_t> order = file_order(mesh, kind);
+std::string difference(const TriMesh& mesh, const ModelExtras& extras, const TriMesh& read,
+                       FileKind kind) {
+    const std::vector<std::uint32_t> order = file_order(mesh, extras, kind);
     if (order.size() != read.faces.size()) {
         return "it holds " + counted(read.faces.size(), "triangle") + " instead of " +
                with_separators(order.size());
@@ -54,9 +60,11 @@ std::string difference(const TriMesh& mesh, const TriMesh& read, FileKind kind) 
 
 }  // namespace
 
-std::string read_back(const TriMesh& mesh, const std::string& path, LoadedModel& back) {
+std::string read_back(const TriMesh& mesh, const ModelExtras& extras, const std::string& path,
+                      LoadedModel& back) {
     const std::string failure = load_model(path, {}, back);
-    const std::string what = failure.empty() ? difference(mesh, back.mesh, kind_of(path)) : failure;
+    const std::string what =
+        failure.empty() ? difference(mesh, extras, back.mesh, kind_of(path)) : failure;
     if (what.empty()) return {};
     return path + ": written, but reading it back failed: " + what +
            "; test the disk and try again";

@@ -13,6 +13,8 @@
 #include "cli/mending.h"
 #include "cli/numbers.h"
 #include "cli/shared_options.h"
+#include "cli/solid_surface.h"
+#include "field/make_solid.h"
 
 namespace povmesh::cli {
 namespace {
@@ -23,6 +25,7 @@ struct RepairOutcome : Outcome {
     Findings before;
     Findings after;  // of what was read back
     Mending done;
+    std::optional<SolidReport> solid;  // with --solid
 };
 
 RepairOptions options_of(const Arguments& arguments) {
@@ -37,6 +40,23 @@ RepairOptions options_of(const Arguments& arguments) {
     return options;
 }
 
+// Wraps the bodies that repair could not make solid. Returns why nothing is to be written.
+std::string solidify(TriMesh& mesh, RepairOutcome& outcome) {
+    RunLog log;
+    RunContext run{{}, log};
+    SolidReport report;
+    ChangeReport lost;
+    warn_of_lost_attributes(mesh, lost);
+    const Status status = make_solid(mesh, {}, run, report);
+    if (!status.ok()) return status.text() + "; nothing is written";
+    if (report.wrapped != 0) {
+        outcome.done.after.reset();
+        outcome.lost.insert(outcome.lost.end(), lost.warnings.begin(), lost.warnings.end());
+    }
+    outcome.solid = report;
+    return {};
+}
+
 void repair_file(const Arguments& arguments, Progress progress, RepairOutcome& outcome) {
     const auto change = [&](LoadedModel& model) -> std::string {
         outcome.triangles_before = model.triangles;
@@ -46,7 +66,9 @@ void repair_file(const Arguments& arguments, Progress progress, RepairOutcome& o
                             SelfIntersectionSearch::UpToQuickFaces);
         const std::string gone = wall_warning(outcome.done.report);
         if (!gone.empty()) outcome.lost.push_back(gone);
-        if (live_face_count(model.mesh) != 0) return {};
+        if (live_face_count(model.mesh) != 0) {
+            return arguments.has("--solid") ? solidify(model.mesh, outcome) : std::string();
+        }
         if (outcome.done.report.dropped_shells == 0) {
             return "every triangle has a coordinate that is infinite or no number; nothing is "
                    "written";
@@ -77,6 +99,12 @@ std::vector<Row> column(const std::string& head, std::size_t triangles, const Fi
 std::string table(const std::string& source, const std::string& target,
                   const RepairOutcome& outcome) {
     std::vector<Row> done = mending_rows(outcome.done);
+    if (outcome.solid && outcome.solid->wrapped != 0) {
+        done.emplace_back("wrapped", counted(outcome.solid->wrapped, "body", "bodies") + " of " +
+                                         with_separators(outcome.solid->bodies) +
+                                         ", at a tolerance of " +
+                                         human_number(outcome.solid->wrap.tolerance));
+    }
     if (done.empty()) done.emplace_back("done", "nothing: no flaw was found that repair mends");
     done.emplace_back("verified",
                       "read back, " + counted(outcome.triangles_after, "triangle") + " as written");
@@ -107,6 +135,10 @@ Json to_json(const std::string& source, const std::string& target, const RepairO
     json["before"] = findings_json(outcome.triangles_before, outcome.before);
     json["after"] = findings_json(outcome.triangles_after, outcome.after);
     json["done"] = mending_json(outcome.done);
+    if (outcome.solid) {
+        json["done"]["bodies"] = outcome.solid->bodies;
+        json["done"]["wrapped_bodies"] = outcome.solid->wrapped;
+    }
     json["warnings"] = warnings_json(outcome);
     return json;
 }
@@ -146,6 +178,9 @@ OperationSpec repair_operation() {
               .high = kNoLimit,
               .help =
                   "Drop shells that are smaller than a cube of this volume, in volume and in area"},
+             {.name = "--solid",
+              .help = "Then wrap the bodies that are still open or cross themselves, so that the "
+                      "result is solid whatever the model is (see 'povmesh wrap')"},
              {.name = "--outward", .help = "Turn cavities outward, too"},
              json_object()},
         .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},

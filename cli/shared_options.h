@@ -6,9 +6,13 @@
 namespace povmesh::cli {
 
 /// The ends of names of models, for messages and help.
-inline constexpr std::string_view kModelEndings = ".stl, .obj or .ply";
+inline constexpr std::string_view kModelEndings = ".stl, .obj, .ply or .3mf";
 
-inline constexpr PositionalSpec kModelFile = {"IN", false, "STL, OBJ or PLY file"};
+inline std::vector<std::string_view> model_formats() {
+    return {"stl", "obj", "ply", "3mf"};
+}
+
+inline constexpr PositionalSpec kModelFile = {"IN", false, "STL, OBJ, PLY or 3MF file"};
 
 /// The file or folder to write to.
 inline OptionSpec output(std::string_view placeholder, std::string_view help) {
@@ -21,7 +25,7 @@ inline OptionSpec output(std::string_view placeholder, std::string_view help) {
 }
 
 inline OptionSpec model_output() {
-    return output("OUT", "File to write; its name ends in .stl, .obj or .ply");
+    return output("OUT", "File to write; its name ends in .stl, .obj, .ply or .3mf");
 }
 
 /// The format of pieces.
@@ -29,8 +33,8 @@ inline OptionSpec piece_format() {
     return {.name = "--format",
             .type = ValueType::Choice,
             .placeholder = "FORMAT",
-            .choices = {"stl", "obj", "ply"},
-            .help = "Format to write, by default that of IN"};
+            .choices = model_formats(),
+            .help = "Format to write, by default that of IN, and that of IN when it is -"};
 }
 
 inline OptionSpec json_object() {

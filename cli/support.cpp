@@ -18,6 +18,7 @@
 #include "io/file.h"
 #include "mesh/append_mesh.h"
 #include "mesh/bounds.h"
+#include "orient/orientation.h"
 #include "support/column_supports.h"
 #include "support/slice_polygons.h"
 
@@ -221,6 +222,7 @@ ChangeReport add_supports(TriMesh& mesh, const Arguments& arguments, Supports& s
     options.plate = box.is_empty() ? 0.0 : double{box.low.z};
     if (arguments.has("--plate")) options.plate = arguments.number("--plate");
     const Timer timer;
+    const double solid = measure_support_volume(mesh, {0, 0, 1});
     RunLog log;
     RunContext run{{}, log};
     Array<Column> columns;
@@ -238,12 +240,14 @@ ChangeReport add_supports(TriMesh& mesh, const Arguments& arguments, Supports& s
         longest = std::max(longest, double{column.top.z} - double{column.bottom.z});
         on_plate += column.bottom.z == static_cast<float>(options.plate) ? 1 : 0;
     }
-    report.rows = {{"columns", with_separators(columns.size())},
+    report.rows = {{"solid support", human_number(solid)},
+                   {"columns", with_separators(columns.size())},
                    {"on the plate", with_separators(on_plate)},
                    {"on the model", with_separators(columns.size() - on_plate)},
                    {"longest", human_number(longest)},
                    {"plate at z", human_number(options.plate)}};
-    report.json = {{"columns", columns.size()},
+    report.json = {{"solid_support_volume", volume_json(solid)},
+                   {"columns", columns.size()},
                    {"columns_on_plate", on_plate},
                    {"longest", longest},
                    {"plate", options.plate}};

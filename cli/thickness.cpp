@@ -75,7 +75,7 @@ std::string write_map(const TriMesh& painted, const std::string& target) {
     TriMesh mesh = painted;
     std::string failure = save_model(mesh, target);
     LoadedModel back;
-    return failure.empty() ? read_back(mesh, target, back) : failure;
+    return failure.empty() ? read_back(mesh, {}, target, back) : failure;
 }
 
 void measure_file(const Arguments& arguments, Progress progress, ThicknessOutcome& outcome) {
@@ -92,6 +92,7 @@ void measure_file(const Arguments& arguments, Progress progress, ThicknessOutcom
         ThinMeasurement measured = measure_thin(model.mesh, findings, options_of(arguments));
         outcome.seconds = timer.seconds();
         outcome.report = std::move(measured.report);
+        const TriMesh& mesh = measured.measured(model.mesh);
         outcome.warnings.insert(outcome.warnings.end(), measured.warnings.begin(),
                                 measured.warnings.end());
         if (outcome.report.walls.values.empty()) {
@@ -101,15 +102,14 @@ void measure_file(const Arguments& arguments, Progress progress, ThicknessOutcom
         }
         if (outcome.report.is_thin()) outcome.status = Flawed;
         if (!arguments.has("--output") && !arguments.has("--preview")) return;
-        outcome.painted =
-            thickness_map(model.mesh, outcome.report, outcome.report.walls, wall_colour);
+        outcome.painted = thickness_map(mesh, outcome.report, outcome.report.walls, wall_colour);
         std::string write_failure;
         if (arguments.has("--output")) {
             write_failure = write_map(outcome.painted, arguments.text("--output"));
         }
         if (write_failure.empty() && arguments.has("--preview")) {
             write_failure = write_file(arguments.text("--preview"),
-                                       picture::encode_png(preview_of(model.mesh, outcome)))
+                                       picture::encode_png(preview_of(mesh, outcome)))
                                 .text();
         }
         if (!write_failure.empty()) outcome.fail(CannotWrite, write_failure);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,15 +12,19 @@
 
 namespace povmesh::cli {
 
-/// What was measured, and what a reader of it should know. The report refers to the mesh.
+/// What was measured, and what a reader of it should know. The report refers to the mesh measured.
 struct ThinMeasurement {
     ThicknessReport report;
+    std::unique_ptr<TriMesh> wrapped;   // the mesh measured, when it is not the model itself
     std::vector<std::string> warnings;  // without the file
+
+    const TriMesh& measured(const TriMesh& model) const { return wrapped ? *wrapped : model; }
 };
 
-/// Measures a model of these findings.
+/// Measures a model of these findings. One with flaws is wrapped first, within a tenth of the wall
+/// or as near as does not take too long.
 ThinMeasurement measure_thin(const TriMesh& mesh, const Findings& findings,
-                             const ThicknessOptions& options);
+                             ThicknessOptions options);
 
 /// "3 places thinner than 1".
 std::string thin_text(const ThinPlaces& walls);

@@ -319,10 +319,10 @@ POVMESH_API void cellularInfillFromData(float surface_thickness, float infill_de
 
 /*
  * Carves a model from the inside so that it stands, with a wall of `thickness` model units: returns
- * the built model's triangles, first and in their order, and after them those of the cavities, wound
- * inward, closed and without crossings. Where nothing is carved it returns the built model alone;
- * `balancingPreviewFromData` tells why, and what the rules are. A thickness below 0.5 counts as 0.5;
- * with one that is not above 0, or not a number, nothing is carved. The wall is as that of
+ * the built model's triangles, first and in their order, and after them those of the cavities,
+ * wound inward, closed and without crossings. Where nothing is carved it returns the built model
+ * alone; `balancingPreviewFromData` tells why, and what the rules are. A thickness below 0.5 counts
+ * as 0.5; with one that is not above 0, or not a number, nothing is carved. The wall is as that of
  * `hollowFromData`, and so are the voxels. The model should be closed and without overlapping
  * bodies, which weigh twice where they overlap.
  * progress: 0, 10, 30, 60, 70, 80, 85, 90, 100; without 70 to 85 when nothing is carved, and
@@ -510,10 +510,22 @@ POVMESH_API void planeCutFromData(const float* normal, const float* direction, c
 
 /*
  * Shows how a model would be divided into parts that fit a printer of size_x by size_y by size_z
- * model units. Per plane 4 floats (unit normal, offset), per part 6 floats (minimum and maximum
- * corner of its box) and its volume. progress: 0 only. Uniform: equal parts; Auto: cuts where the
- * model suggests them.
- * Not built yet: no plane, no part; the three arrays are empty.
+ * model units. Per plane 4 floats (unit normal, offset: n . x = offset), per part 6 floats (minimum
+ * and maximum corner of its box) and its volume. progress: 0 only. What comes out are the planes
+ * and parts of decomposition...FromData, in the same order.
+ *
+ * An axis whose size is not a number, infinite, 0 or negative is not limited. A part fits when its
+ * extents are at most the sizes times 1.00005; parts are not turned. Each body of the model is
+ * divided by itself (see `separateShellsFromData`; here a cavity belongs to the body around it, and
+ * all faces of a shell are looked at). One that fits stays as it is, and so does one with a
+ * coordinate that is not finite, or that would take more than 32,768 slab cells.
+ *
+ * Uniform: equal slabs, as many along each axis as it takes; planes across z from below, then y,
+ * then x, each through the pieces of its body that do not fit yet; planes that divide none are not
+ * listed. Auto: as few parts as a search finds, and never more than Uniform. Its planes alone tell
+ * the parts: walk through the pieces, bodies first; one that fits is the next part, any other is
+ * divided by the next plane, and its pieces are walked through in their order. A piece that no
+ * plane divides, as of an open model, stays as it is even if it does not fit.
  */
 POVMESH_API void decompositionUniformPreview(float size_x, float size_y, float size_z,
                                              const float* coordinates_in, uint32_t count_in,
@@ -527,8 +539,11 @@ POVMESH_API void decompositionAutoPreview(float size_x, float size_y, float size
                                           uint32_t* progress);
 
 /*
- * Divides a model as the previews show it. Returns parts. progress: 0, 10, 90, 100.
- * Not built yet: returns the built model as one part.
+ * Divides a model as the previews show it. Returns parts, of bodies in their order, the pieces of
+ * lower coordinates first; cuts are closed with caps (label -1, the mean colour along the cut), so
+ * that the parts of a closed body are closed, and what a cut disconnects are parts of their own.
+ * Parts of a volume below 1 are left out (an open or inside-out one has none). progress: 0, 10, 90,
+ * 100.
  */
 POVMESH_API void decompositionUniformFromData(
     float size_x, float size_y, float size_z, const float* coordinates_in, const float* colours_in,
@@ -557,14 +572,15 @@ POVMESH_API uint64_t lampshadePreview(float thickness, const float* coordinates_
  * border of the base, seen from above and negative outside, divided by the height of that centre.
  * Returns
  *     0  it is carved, stands better than before and withstands 1 degree at least;
- *     1  there is no model: no triangle with an area, or no volume above 1e-9 of the diagonal cubed;
+ *     1  there is no model: no triangle with an area, or no volume above 1e-9 of the diagonal^3;
  *     2  nothing is carved: it withstands 10 degrees or more as it is, or 1 degree and there is
  *        nothing to gain;
  *     3  nothing is carved: it falls, and carving with this thickness cannot make it stand.
  * and points of 3 floats each, none for 1: the centre of mass before; that after (for 2 the same,
- * for 3 the best that carving reaches); the point of the border of the base nearest to the first, at
- * the height of the plate, over which the model would fall; the same for the second; and the corners
- * of the base at that height, counter-clockwise seen from above, the lowest x (then y) first.
+ * for 3 the best that carving reaches); the point of the border of the base nearest to the first,
+ * at the height of the plate, over which the model would fall; the same for the second; and the
+ * corners of the base at that height, counter-clockwise seen from above, the lowest x (then y)
+ * first.
  */
 POVMESH_API uint64_t balancingPreviewFromData(float thickness, const float* coordinates_in,
                                               uint32_t count_in, float** preview,

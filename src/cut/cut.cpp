@@ -56,7 +56,7 @@ public:
 
     // Returns false when there is nothing to do.
     bool run(Parts& parts) {
-        PlaneSplit split(model_, frame_);
+        PlaneSplit split(model_, frame_, options_.on_level);
         switch (options_.operation) {
             case CutOperation::MirrorFront:
                 return mirror(split, PlaneSide::Front, parts);
@@ -195,6 +195,20 @@ Parts separate(TriMesh& mesh, bool keep_cavities, std::optional<EdgeMates>& mate
 }
 
 }  // namespace
+
+bool cut_model(TriMesh& model, const CutOptions& options, std::vector<TriMesh>& pieces) {
+    const std::optional<PlaneFrame> frame = PlaneFrame::make(options.plane);
+    if (!frame || options.operation == CutOperation::None) return false;
+    const EdgeMates mates(model);
+    label_shells(model, mates);
+    const bool is_one_shell = model.shells.size() == 1;
+    model.shells.clear();
+    CutCounts counts;
+    const EdgeMates* const edges = is_one_shell ? &mates : nullptr;
+    if (!ModelCutter(model, *frame, options, counts, edges).run(pieces)) return false;
+    model = {};
+    return true;
+}
 
 CutCounts cut_models(TriMesh& mesh, const CutOptions& options, RunContext& run) {
     std::optional<EdgeMates> mates;

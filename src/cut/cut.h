@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
+#include <vector>
 
 #include "cut/plane_frame.h"
 #include "mesh/tri_mesh.h"
@@ -33,6 +35,9 @@ struct CutOptions {
     // A cavity, a closed shell inside an odd number of other closed shells, is cut together with
     // the body around it. Otherwise every shell that meets no other one is a model by itself.
     bool keep_cavities = false;
+    // A vertex nearer to the plane than this counts as lying on it, if that is less than 1e-5 of
+    // the model's largest extent; model units.
+    double on_level = std::numeric_limits<double>::infinity();
 };
 
 /// What became of the models.
@@ -63,5 +68,9 @@ constexpr double kConnectorClearance = 0.2;
 /// Time: linear in the faces, n log n in those at the plane, and that of a separation. The same
 /// bits for any number of threads.
 CutCounts cut_models(TriMesh& mesh, const CutOptions& options, RunContext& run);
+
+/// Divides one model, whatever shells it has, as `cut_models` does, and appends its pieces. Returns
+/// false when the model stays as it is; otherwise it is left empty. Nothing is logged.
+bool cut_model(TriMesh& model, const CutOptions& options, std::vector<TriMesh>& pieces);
 
 }  // namespace povmesh

@@ -23,7 +23,7 @@ constexpr double kRounding = 0x1p-22;
 // The sign of a vertex that has no distance.
 constexpr std::int8_t kNowhere = 2;
 
-double snap_distance(const TriMesh& model) {
+double snap_distance(const TriMesh& model, double on_level) {
     const Box3f box = finite_bounds(model);
     if (box.is_empty()) return 0;
     const Vec3d low = to_double(box.low);
@@ -31,7 +31,8 @@ double snap_distance(const TriMesh& model) {
     const Vec3d extent = high - low;
     const double largest = std::max({std::abs(low.x), std::abs(low.y), std::abs(low.z),
                                      std::abs(high.x), std::abs(high.y), std::abs(high.z)});
-    return std::max(std::max({extent.x, extent.y, extent.z}) * kSnap, largest * kRounding);
+    const double near = std::min(std::max({extent.x, extent.y, extent.z}) * kSnap, on_level);
+    return std::max(near, largest * kRounding);
 }
 
 // Numbers vertices and texture coordinates of a side as they come up.
@@ -86,17 +87,17 @@ std::array<std::uint8_t, 3> corner_colour(const Face& face, std::size_t corner) 
 
 }  // namespace
 
-PlaneSplit::PlaneSplit(const TriMesh& model, const PlaneFrame& frame)
+PlaneSplit::PlaneSplit(const TriMesh& model, const PlaneFrame& frame, double on_level)
     : model_(model), points_(model) {
-    find_signs(frame);
+    find_signs(frame, on_level);
     sort_faces(frame);
     if (!divides()) return;
     make_points(frame);
     merge_points();
 }
 
-void PlaneSplit::find_signs(const PlaneFrame& frame) {
-    const double snap = snap_distance(model_);
+void PlaneSplit::find_signs(const PlaneFrame& frame, double on_level) {
+    const double snap = snap_distance(model_, on_level);
     signs_.resize(model_.vertices.size());
     parallel_for(signs_.size(), [&](std::size_t v) {
         const double distance = frame.distance(to_double(model_.vertices[v].position()));

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <span>
 
 #include "base/array.h"
@@ -39,7 +40,8 @@ inline std::uint64_t edge_key(std::int32_t a, std::int32_t b) {
 /// How the faces of a model lie to a plane.
 ///
 /// A vertex counts as lying on the plane when it is nearer than 1e-5 of the largest extent of the
-/// model, or than two units in the last place of its largest coordinate; no point is made next to
+/// model, or than `on_level` where that is less, or than two units in the last place of its largest
+/// coordinate; no point is made next to
 /// it then. A face with vertices on both sides is split; one with none at the back, or none in
 /// front, belongs to the other side; one with all three on the plane goes with its solid: to the
 /// front when it looks to the back, and the other way round. Faces with a vertex that is not finite
@@ -48,7 +50,9 @@ inline std::uint64_t edge_key(std::int32_t a, std::int32_t b) {
 /// Linear in faces and vertices; n log n in those at the plane.
 class PlaneSplit {
 public:
-    PlaneSplit(const TriMesh& model, const PlaneFrame& frame);
+    /// @param on_level  model units
+    PlaneSplit(const TriMesh& model, const PlaneFrame& frame,
+               double on_level = std::numeric_limits<double>::infinity());
 
     /// True when faces lie on both sides.
     bool divides() const { return face_count_[0] != 0 && face_count_[1] != 0; }
@@ -132,7 +136,7 @@ private:
         }
     };
 
-    void find_signs(const PlaneFrame& frame);
+    void find_signs(const PlaneFrame& frame, double on_level);
     void sort_faces(const PlaneFrame& frame);
     Kind kind_of(const Face& face, const PlaneFrame& frame) const;
     void make_points(const PlaneFrame& frame);

@@ -26,8 +26,9 @@ namespace {
 // Thinner walls have no layer of voxels.
 constexpr double kThinnestWall = 0.5;
 
-// Degrees that reducing the surface may take back.
-constexpr double kSlack = 0.1;
+// Degrees that a model gains at least, and that reducing the surface may take back.
+constexpr double kLeastGain = 0.1;
+constexpr double kMostLost = 0.05;
 
 // Cells that the faces of a model pass. A surface that passes more is noise, of which a grid would
 // take minutes.
@@ -77,8 +78,11 @@ public:
         if (report.before.tilt >= options_.firm) return;
         if (core_.size() >= kFewestVoxels) carve();
         run_.progress.set(60);
-        if (report.status != BalanceStatus::Carved && report.before.tilt < kStands) {
+        if (report.status == BalanceStatus::Carved) return;
+        if (report.before.tilt < kStands) {
             report.status = BalanceStatus::Falls;
+        } else {
+            report.after = report.before;
         }
     }
 
@@ -128,9 +132,9 @@ private:
         const float size = cavity_voxel_size(mesh_, volume(mesh_), run_);
         report.voxel_size = double{size};
         if (finite_area(mesh_) > kMostCellsPassed * report.voxel_size * report.voxel_size) return;
-        const std::int32_t layers = wall_layers(thickness_, report.voxel_size);
+        report.layers = std::max(wall_layers(thickness_, report.voxel_size), 1);
         RunContext quiet{{}, run_.log};
-        core_ = cavity_core(mesh_, size, thickness_, std::max(layers, 1), quiet);
+        core_ = cavity_core(mesh_, size, thickness_, report.layers, quiet);
         report.core_voxels = core_.size();
         if (options_.infill == 1) return;
         const Mass printed = before_ - mass_of_core() * (1 - options_.infill);
@@ -169,7 +173,7 @@ private:
     }
 
     bool is_worth_it(double tilt) const {
-        return tilt >= std::max(kStands, report.before.tilt) + kSlack;
+        return tilt >= std::max(kStands, report.before.tilt) + kLeastGain;
     }
 
     void keep_beyond(const CarvePlane& plane) {
@@ -214,7 +218,7 @@ private:
     bool is_kept(const TriMesh& reduced) const {
         const Mass carved = mass_of(reduced, report.base.middle);
         const double tilt = standing_of(before_ - carved * options_.infill).tilt;
-        return tilt >= kStands && tilt > report.before.tilt &&
+        return tilt >= report.after.tilt - kMostLost &&
                wall_->gauge.least_distance(reduced, wall_->least) >= wall_->least;
     }
 

@@ -34,13 +34,14 @@ struct BalanceReport {
     double model_volume = 0;      // cubic model units
     double cavity_volume = 0;     // of what was carved
     double voxel_size = 0;        // model units; 0 when there was no need for voxels
+    std::int32_t layers = 0;      // voxel layers that the wall takes at least
     std::size_t core_voxels = 0;  // that the wall leaves
     double smallest_wall = 0;     // between the surfaces, model units, when Carved
 };
 
 /// Appends to a model that does not stand firmly the cavities with which it stands as firmly as a
-/// wall of that thickness allows, wound inward. Its own faces stay as they are, first; where nothing
-/// is carved the model is unchanged.
+/// wall of that thickness allows, wound inward. Its own faces stay as they are, first; where
+/// nothing is carved the model is unchanged.
 ///
 /// The model stands on its lowest point, its base is what touches the plate there, and its tilt the
 /// angle by which the plate can be tilted before it falls: see `Standing`. It is carved where
@@ -58,8 +59,9 @@ struct BalanceReport {
 BalanceReport balance(TriMesh& mesh, float thickness, RunContext& run,
                       const BalanceOptions& options = {});
 
-/// The same without the cavities: what `balance` would say, from the same decisions. `after` is that
-/// of the cavities before their surface is reduced, by which it moves by hundredths of a degree.
+/// The same without the cavities: what `balance` would say, from the same decisions. `after` is
+/// that of the cavities before their surface is reduced, by which it moves by hundredths of a
+/// degree.
 BalanceReport preview_balance(const TriMesh& mesh, float thickness, RunContext& run,
                               const BalanceOptions& options = {});
 

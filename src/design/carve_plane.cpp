@@ -1,9 +1,9 @@
 #include "design/carve_plane.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 #include <numbers>
 #include <vector>
 
@@ -14,10 +14,15 @@
 namespace povmesh {
 namespace {
 
-constexpr int kSteps = 1024;
 constexpr std::size_t kDirections = 162;
-constexpr std::size_t kCoarseBlocks = 20000;
-constexpr std::size_t kFineBlocks = 80000;
+
+// Voxels as so many blocks, and levels of a plane: to choose among the directions, to improve one,
+// to choose the level. The first two are the price of a search in a small model.
+constexpr std::size_t kCoarseBlocks = 5000;
+constexpr std::size_t kFineBlocks = 40000;
+constexpr int kCoarseSteps = 128;
+constexpr int kFineSteps = 512;
+constexpr int kFinalSteps = 1024;
 constexpr std::size_t kImproved = 3;
 constexpr std::size_t kTangents = 6;
 constexpr double kDegree = std::numbers::pi / 180;
@@ -94,8 +99,11 @@ private:
 
     // By step: how many voxels, and the sum of their places.
     struct Bins {
-        std::array<double, kSteps> voxels{};
-        std::array<Vec3d, kSteps> sums{};
+        explicit Bins(int steps)
+            : voxels(static_cast<std::size_t>(steps)), sums(static_cast<std::size_t>(steps)) {}
+
+        std::vector<double> voxels;
+        std::vector<Vec3d> sums;
 
         void add(int step, double count, Vec3d middle) {
             const auto i = static_cast<std::size_t>(step);
@@ -114,7 +122,7 @@ private:
         return to_double(task_.core.origin()) + to_double(task_.core.centre_of(i)) - task_.about;
     }
 
-    CarvePlane plane_along(Vec3d direction) const {
+    CarvePlane plane_along(Vec3d direction, int steps) const {
         const auto far_end = [&](Vec3d a, Vec3d b) {
             return std::max(direction.x * a.x, direction.x * b.x) +
                    std::max(direction.y * a.y, direction.y * b.y) +
@@ -124,13 +132,14 @@ private:
         plane.direction = direction;
         plane.start = far_end(low_, high_);
         const double span = plane.start - -far_end(low_ * -1.0, high_ * -1.0);
-        plane.steps_per_unit = span > 0 ? kSteps / span : 0;
+        plane.steps = steps;
+        plane.steps_per_unit = span > 0 ? steps / span : 0;
         return plane;
     }
 
-    Found sweep(Vec3d direction, const std::vector<Block>& blocks) const {
-        const CarvePlane plane = plane_along(direction);
-        Bins bins;
+    Found sweep(Vec3d direction, const std::vector<Block>& blocks, int steps) const {
+        const CarvePlane plane = plane_along(direction, steps);
+        Bins bins(steps);
         for (const Block& block : blocks) {
             bins.add(plane.step_of(block.middle), block.voxels, block.middle);
         }
@@ -138,8 +147,8 @@ private:
     }
 
     Found all_voxels(Vec3d direction) const {
-        const CarvePlane plane = plane_along(direction);
-        Bins bins;
+        const CarvePlane plane = plane_along(direction, kFinalSteps);
+        Bins bins(kFinalSteps);
         task_.core.for_each([&](const Voxel& voxel) {
             const Vec3d place = place_of(voxel.index);
             bins.add(plane.step_of(place), 1, place);
@@ -151,34 +160,45 @@ private:
     Found best_level(const CarvePlane& plane, const Bins& bins) const {
         Found best;
         best.plane = plane;
-        best.plane.standing = stand_on(base_, task_.about + task_.whole.centre());
-        best.merit = merit_of(best.plane.standing.margin, best.plane.standing.height);
+        Vec3d best_centre = task_.about + task_.whole.centre();
+        const Standing before = stand_on(base_, best_centre);
+        best.merit = merit_of(before.margin, before.height);
         Mass left = task_.whole;
         std::size_t tight = 0;  // the edge that was nearest when last looked at
-        for (std::size_t step = 0; step < kSteps; ++step) {
+        for (std::size_t step = 0; step < bins.voxels.size(); ++step) {
             if (bins.voxels[step] == 0) continue;
             left = left - Mass{bins.voxels[step], bins.sums[step]} * task_.weight_of_voxel;
             if (!(left.volume > kLeastLeft * task_.whole.volume)) break;
             const Vec3d centre = task_.about + left.centre();
-            const double height = centre.z - base_.plate;
-            if (!(height > 0)) continue;
-            // No margin is larger than the distance from one of the lines. Mostly the line that
-            // was nearest before tells that this level is no better.
-            if (!edges_.empty() &&
-                merit_of(edges_[tight].margin_of(centre), height) <= best.merit) {
-                continue;
-            }
-            for (std::size_t i = 0; i < edges_.size(); ++i) {
-                if (edges_[i].margin_of(centre) < edges_[tight].margin_of(centre)) tight = i;
-            }
-            const Standing standing = stand_on(base_, centre);
-            const double merit = merit_of(standing.margin, standing.height);
+            const double merit = merit_above(best.merit, centre, tight);
             if (merit <= best.merit) continue;
             best.merit = merit;
-            best.plane.standing = standing;
+            best_centre = centre;
             best.plane.last_step = static_cast<int>(step);
         }
+        best.plane.standing = stand_on(base_, best_centre);
         return best;
+    }
+
+    // The merit of a centre of mass; anything lower when it is not above the limit.
+    double merit_above(double limit, Vec3d centre, std::size_t& tight) const {
+        constexpr double kNone = -std::numeric_limits<double>::infinity();
+        const double height = centre.z - base_.plate;
+        if (!(height > 0)) return kNone;
+        // No margin is larger than the distance from one of the lines. Mostly the line that was
+        // nearest before tells that a level is no better.
+        if (!edges_.empty()) {
+            if (merit_of(edges_[tight].margin_of(centre), height) <= limit) return kNone;
+            double least = edges_[tight].margin_of(centre);
+            for (std::size_t i = 0; i < edges_.size(); ++i) {
+                const double margin = edges_[i].margin_of(centre);
+                if (margin >= least) continue;
+                least = margin;
+                tight = i;
+            }
+            if (least > 0 || merit_of(least, height) <= limit) return merit_of(least, height);
+        }
+        return merit_of(stand_on(base_, centre).margin, height);
     }
 
     // Cubes of so many voxels along an edge that there are about `wanted` of them.
@@ -222,7 +242,8 @@ private:
         const std::vector<Block> blocks = blocks_of(kCoarseBlocks);
         const std::vector<Vec3d> all = directions();
         std::vector<double> merits(all.size());
-        for_blocks(all.size(), [&](std::size_t i) { merits[i] = sweep(all[i], blocks).merit; });
+        for_blocks(all.size(),
+                   [&](std::size_t i) { merits[i] = sweep(all[i], blocks, kCoarseSteps).merit; });
         std::vector<std::size_t> order(all.size());
         for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
         std::stable_sort(order.begin(), order.end(),
@@ -233,7 +254,7 @@ private:
     }
 
     Found improve(Vec3d start, const std::vector<Block>& blocks) const {
-        Found best = sweep(start, blocks);
+        Found best = sweep(start, blocks, kFineSteps);
         double turn = kFirstTurn;
         for (int i = 0; i < kMostTurns && turn >= kLastTurn; ++i) {
             const Vec3d w = best.plane.direction;
@@ -245,7 +266,7 @@ private:
                 const double angle = 2 * std::numbers::pi * static_cast<double>(t) / kTangents;
                 const Vec3d along = u * std::cos(angle) + v * std::sin(angle);
                 const Vec3d turned = w * std::cos(turn) + along * std::sin(turn);
-                const Found found = sweep(turned / length(turned), blocks);
+                const Found found = sweep(turned / length(turned), blocks, kFineSteps);
                 if (found.merit > best.merit) best = found;
             }
             if (best.merit == before) turn /= 2;
@@ -262,8 +283,8 @@ private:
 }  // namespace
 
 int CarvePlane::step_of(Vec3d place) const {
-    const double steps = (start - dot(direction, place)) * steps_per_unit;
-    return std::clamp(saturate_to<int>(steps), 0, kSteps - 1);
+    const double at = (start - dot(direction, place)) * steps_per_unit;
+    return std::clamp(saturate_to<int>(at), 0, steps - 1);
 }
 
 CarvePlane find_carve_plane(const CarveTask& task) {

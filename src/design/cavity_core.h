@@ -22,9 +22,9 @@ std::int32_t wall_layers(double thickness, double voxel_size);
 
 /// The core of a model: its voxels, filled, of which so many layers are eroded, and then every
 /// voxel that is nearer to the outside than the thickness, measured straight, which erosion leaves
-/// across diagonals. Slits and holes that are too narrow for a voxel count as outside. No two voxels
-/// touch over an edge or a corner alone, and their exposed sides are marked. Without a layer it is
-/// the whole model.
+/// across diagonals. Slits and holes that are too narrow for a voxel count as outside. No two
+/// voxels touch over an edge or a corner alone, and their exposed sides are marked. Without a layer
+/// it is the whole model.
 ///
 /// Progress: 30, 40, 50, 60. Log: that of the voxels.
 /// Time: linear in the voxels of the model's box.

@@ -23,6 +23,7 @@ constexpr std::size_t kBlocksAtOnce = 64;
 // Steps of the secant method along an edge, before the nearest face is searched for anew.
 constexpr int kSecantSteps = 4;
 constexpr int kSearches = 3;
+constexpr int kSharpSteps = 12;
 
 // Where two distances agree, as a share of a cell.
 constexpr double kSame = 1e-5;
@@ -38,14 +39,27 @@ void for_each_block(std::size_t count, Body&& body) {
     });
 }
 
+// How far vertices keep off the sides of their cells, in cells: a little, and more than floats round
+// by where the grid lies.
+double margin_of(const FieldGrid& grid) {
+    const Vec3d last = grid.node(grid.nodes[0], grid.nodes[1], grid.nodes[2]);
+    const double farthest =
+        std::max({std::abs(grid.origin.x), std::abs(grid.origin.y), std::abs(grid.origin.z),
+                  std::abs(last.x), std::abs(last.y), std::abs(last.z)});
+    return std::max(0.002, 1.3 * 0x1p-23 * farthest / grid.cell);
+}
+
 class Contouring {
 public:
-    Contouring(const DistanceField& field, const LevelNodes& nodes, double level)
+    Contouring(const DistanceField& field, const LevelNodes& nodes, double level,
+               const SharpDistance* sharp)
         : field_(field),
           nodes_(nodes),
           set_(nodes.within),
           level_(level),
-          dual_(field.grid(), set_.layout()) {}
+          sharp_(sharp),
+          dual_(field.grid(), set_.layout()),
+          margin_(margin_of(field.grid())) {}
 
     ContourReport run(TriMesh& surface) {
         find_cells();
@@ -113,7 +127,9 @@ private:
             block.edges[axis].visit([&](std::uint32_t local) {
                 const std::uint32_t node = block.number * kBlockNodes + local;
                 points_[index++] = level_ == 0 ? point_on_faces(node, axis, crossings)
-                                               : point_on_level(node, axis, std::abs(level_));
+                                   : sharp_ != nullptr
+                                       ? point_on_sharp_level(node, axis)
+                                       : point_on_level(node, axis, std::abs(level_));
             });
         }
     }
@@ -209,6 +225,36 @@ private:
         return {static_cast<float>(t), unit(from + step * t - nearest.point)};
     }
 
+    EdgePoint point_on_sharp_level(std::uint32_t node, std::size_t axis) const {
+        const FieldGrid& grid = field_.grid();
+        const double level = std::abs(level_);
+        const double reach = 2 * level + 4 * grid.cell;
+        const NodeIndex low = set_.layout().node(node);
+        const NodeIndex high = low.stepped(axis, 1);
+        const Vec3d from = grid.node(low.i, low.j, low.k);
+        const Vec3d step = grid.node(high.i, high.j, high.k) - from;
+        const auto sample = [&](Vec3d p) {
+            const double distance = sharp_->at(p, reach).distance;
+            return NodeDistances::Sample{static_cast<float>(std::min(distance, reach)), 0};
+        };
+        const std::span<const Crossing> crossings = field_.crossings().of_edge(axis, node);
+        std::array<End, 2> ends = {end_of(low, 0, sample(from), level, crossings),
+                                   end_of(high, 1, sample(from + step), level, crossings)};
+        if ((ends[0].value < 0) == (ends[1].value < 0)) return {0.5F, {}};
+        double t = 0.5;
+        SharpDistance::Value value{};
+        for (int i = 0; i < kSharpSteps; ++i) {
+            // Halving every third time: planes meet in kinks, where the secant is slow.
+            const double share = i % 3 == 2 ? 0.5 : ends[0].value / (ends[0].value - ends[1].value);
+            t = ends[0].place + (ends[1].place - ends[0].place) * share;
+            value = sharp_->at(from + step * t, reach);
+            const double off = std::min(value.distance, reach) - level;
+            if (std::abs(off) < kSame * grid.cell) break;
+            ends[(off < 0) == (ends[0].value < 0) ? 0 : 1] = {t, off};
+        }
+        return {static_cast<float>(std::clamp(t, 0.0, 1.0)), unit(value.gradient)};
+    }
+
     double root_between(std::array<End, 2> ends, double level, Vec3d from, Vec3d step,
                         std::span<const std::uint32_t> faces, NearestPoint& nearest) const {
         double t = 0.5;
@@ -267,13 +313,13 @@ private:
 
     Vec3d mean_of_points(std::uint32_t cell) const {
         const CellPoints all = points_of(cell);
-        return clamped_to_cell(mean_of(all.span()));
+        return clamped_to_cell(mean_of(all.span()), margin_);
     }
 
     Vec3d place_vertex(std::uint32_t cell) const {
         const CellPoints all = points_of(cell);
         if (level_ == 0 || !is_smooth(all.span(), kSmoothCosine)) {
-            return clamped_to_cell(dual_vertex(all.span()));
+            return clamped_to_cell(dual_vertex(all.span()), margin_);
         }
         // Tangent planes overshoot a round level.
         Vec3d place = mean_of(all.span());
@@ -281,12 +327,16 @@ private:
         const double level = std::abs(level_);
         const double reach = level + grid.cell;
         const Vec3d p = dual_.to_exact_world(cell, place);
+        // Where planes moved as they are, the mean is on them.
+        if (sharp_ != nullptr && sharp_->at(p, 2 * reach).is_at_plane) {
+            return clamped_to_cell(dual_vertex(all.span()), margin_);
+        }
         const NearestPoint nearest = field_.surface().find(p, reach * reach);
         const double distance = std::sqrt(nearest.squared_distance);
         if (nearest.is_found() && distance > 0) {
             place = place + (p - nearest.point) * ((level - distance) / (distance * grid.cell));
         }
-        return clamped_to_cell(place);
+        return clamped_to_cell(place, margin_);
     }
 
     // ------------------------------------------------------------------------------------- quads
@@ -339,15 +389,17 @@ private:
     const LevelNodes& nodes_;
     const NodeSet& set_;
     double level_;
+    const SharpDistance* sharp_;
     DualSurface dual_;
+    double margin_;
     Array<EdgePoint> points_;
 };
 
 }  // namespace
 
 ContourReport contour(const DistanceField& field, const LevelNodes& nodes, double level,
-                      TriMesh& surface) {
-    return Contouring(field, nodes, level).run(surface);
+                      TriMesh& surface, const SharpDistance* sharp) {
+    return Contouring(field, nodes, level, sharp).run(surface);
 }
 
 }  // namespace povmesh

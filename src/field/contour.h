@@ -24,6 +24,7 @@ struct ContourReport {
 /// @param level  the signed distance of the surface: 0 where the faces of the field cross the grid,
 ///               else where the distance to them is |level|
 /// @param surface  replaced
+/// @param sharp  null, or the distance that the level is one of
 ///
 /// Vertices stand where the planes of the faces meet, or of the level, so that edges and corners
 /// stay sharp (T. Ju, F. Losasso, S. Schaefer, J. Warren, Dual contouring of hermite data, ACM
@@ -38,6 +39,6 @@ struct ContourReport {
 ///
 /// The same bits for any number of threads. Time: linear in the cells of the surface.
 ContourReport contour(const DistanceField& field, const LevelNodes& nodes, double level,
-                      TriMesh& surface);
+                      TriMesh& surface, const SharpDistance* sharp = nullptr);
 
 }  // namespace povmesh

@@ -34,23 +34,23 @@ DistanceField::DistanceField(const TriMesh& mesh, const FieldGrid& grid)
       thickened_(grid_) {}
 
 const NearestFace& DistanceField::surface() const {
-    if (surface_ == nullptr) {
+    std::call_once(surface_->is_built, [&] {
         if (is_buried_.empty()) {
-            surface_ = std::make_unique<NearestFace>(mesh_);
-        } else {
-            TriMesh bordering;
-            bordering.vertices = mesh_.vertices;
-            bordering.faces = mesh_.faces;
-            for (std::size_t f = 0; f < is_buried_.size(); ++f) {
-                if (is_buried_[f] != 0) bordering.faces[f].deleted = 1;
-            }
-            surface_ = std::make_unique<NearestFace>(bordering);
+            surface_->faces = std::make_unique<NearestFace>(mesh_);
+            return;
         }
-    }
-    return *surface_;
+        TriMesh bordering;
+        bordering.vertices = mesh_.vertices;
+        bordering.faces = mesh_.faces;
+        for (std::size_t f = 0; f < is_buried_.size(); ++f) {
+            if (is_buried_[f] != 0) bordering.faces[f].deleted = 1;
+        }
+        surface_->faces = std::make_unique<NearestFace>(bordering);
+    });
+    return *surface_->faces;
 }
 
-LevelNodes offset_nodes(const DistanceField& field, double level) {
+LevelNodes offset_nodes(const DistanceField& field, double level, const SharpDistance* sharp) {
     const NodeSet& solid = field.solid();
     if (level == 0) return {solid, NodeDistances(solid.layout())};
     const bool grows = level > 0;
@@ -62,7 +62,7 @@ LevelNodes offset_nodes(const DistanceField& field, double level) {
             among.fill(b);
         }
     }
-    LevelNodes nodes = nodes_within(field.surface(), field.grid(), std::abs(level), among);
+    LevelNodes nodes = nodes_within(field.surface(), field.grid(), std::abs(level), among, sharp);
     // Within is now the part that changes: what is added or taken away.
     NodeSet result(field.grid());
     for (std::uint32_t b = 0; b < solid.block_count(); ++b) {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 #include "base/array.h"
 #include "base/status.h"
@@ -28,6 +29,8 @@ struct LabelOptions {
     double sheet_reach = 0;
     // Bodies and pockets of fewer nodes are dropped.
     std::uint32_t least_nodes = 8;
+    // Faces with solid on both sides do not count for distances.
+    bool leaves_out_buried = true;
 };
 
 struct LabelReport {
@@ -69,7 +72,7 @@ public:
     double sheet_reach() const { return sheet_reach_; }
 
     /// The faces that border air, to search in: those with solid on both sides are left out.
-    /// Built when first asked for.
+    /// Built when first asked for, which several threads may do at once.
     const NearestFace& surface() const;
 
 private:
@@ -81,7 +84,12 @@ private:
     NodeSet solid_, thickened_;
     double sheet_reach_ = 0;
     Array<std::uint8_t> is_buried_;  // by face; empty when none is
-    mutable std::unique_ptr<NearestFace> surface_;
+    // Replaced when other faces are buried.
+    struct LazySurface {
+        std::once_flag is_built;
+        std::unique_ptr<NearestFace> faces;
+    };
+    std::unique_ptr<LazySurface> surface_ = std::make_unique<LazySurface>();
 };
 
 /// The live faces of a mesh that are finite, without attributes. Those without area stay: they
@@ -90,7 +98,8 @@ TriMesh usable_faces(const TriMesh& mesh);
 
 /// The nodes of what is left of the solid, or what it grows to, by an offset of its surface: air
 /// nodes nearer than `level` are added when it is above 0, solid ones nearer than -level taken away
-/// when it is below. With 0 the solid itself.
-LevelNodes offset_nodes(const DistanceField& field, double level);
+/// when it is below. With 0 the solid itself. Distances are the sharp ones where these are given.
+LevelNodes offset_nodes(const DistanceField& field, double level,
+                        const SharpDistance* sharp = nullptr);
 
 }  // namespace povmesh

@@ -130,8 +130,13 @@ std::vector<std::uint32_t> blocks_near(const TriMesh& mesh, const FieldGrid& gri
 class LevelSearch {
 public:
     LevelSearch(const NearestFace& surface, const FieldGrid& grid, double level,
-                const NodeSet& among)
-        : surface_(surface), grid_(grid), level_(level), among_(among) {}
+                const NodeSet& among, const SharpDistance* sharp)
+        : surface_(surface),
+          grid_(grid),
+          level_(level),
+          farthest_(sharp == nullptr ? level : 2 * level),
+          among_(among),
+          sharp_(sharp) {}
 
     struct BlockResult {
         std::uint32_t block;
@@ -148,7 +153,7 @@ public:
         const Vec3d first = grid_.node(low.i, low.j, low.k);
         const Vec3d centre = first + Vec3d{half, half, half} * grid_.cell;
         const double radius = half * std::sqrt(3.0) * grid_.cell;
-        const double limit = (level_ + radius) * (1 + kSafe);
+        const double limit = (farthest_ + radius) * (1 + kSafe);
         const NearestPoint nearest = surface_.find(centre, limit * limit);
         if (!nearest.is_found()) return Side::Beyond;
         face = nearest.face;
@@ -197,6 +202,12 @@ private:
     }
 
     void measure(NodeIndex n, BlockResult& result) const {
+        if (sharp_ != nullptr) {
+            const double reach = farthest_ * (1 + kSafe);
+            const double distance = sharp_->at(grid_.node(n.i, n.j, n.k), reach).distance;
+            if (distance < level_) result.within.set(BlockLayout::local(n));
+            return;
+        }
         const double limit = (level_ + grid_.cell) * (1 + kSafe);
         const NearestPoint nearest = surface_.find(grid_.node(n.i, n.j, n.k), limit * limit);
         if (!nearest.is_found()) return;
@@ -210,7 +221,9 @@ private:
     const NearestFace& surface_;
     const FieldGrid& grid_;
     double level_;
+    double farthest_;  // by the plain distance, where a node may be within the level
     const NodeSet& among_;
+    const SharpDistance* sharp_;
 };
 
 }  // namespace
@@ -239,10 +252,10 @@ NodeDistances near_distances(const TriMesh& mesh, const FaceTree& tree, const Fi
 }
 
 LevelNodes nodes_within(const NearestFace& surface, const FieldGrid& grid, double level,
-                        const NodeSet& among) {
+                        const NodeSet& among, const SharpDistance* sharp) {
     const BlockLayout layout(grid);
     LevelNodes nodes{NodeSet(grid), NodeDistances(layout)};
-    const LevelSearch search(surface, grid, level, among);
+    const LevelSearch search(surface, grid, level, among, sharp);
 
     // Boxes of several blocks first; those that the level passes are left with single blocks.
     std::vector<NodeIndex> boxes;

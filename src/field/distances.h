@@ -8,6 +8,7 @@
 #include "base/array.h"
 #include "field/field_grid.h"
 #include "field/node_blocks.h"
+#include "field/sharp_distance.h"
 #include "mesh/tri_mesh.h"
 #include "spatial/nearest_face.h"
 
@@ -60,7 +61,9 @@ struct LevelNodes {
 ///
 /// Boxes of nodes are halved until the exact distance of their centre tells that all of their nodes
 /// are on one side; about four searches a cell of the level.
+///
+/// @param sharp  null, or the distance that counts, of at most the plain one and at least half
 LevelNodes nodes_within(const NearestFace& surface, const FieldGrid& grid, double level,
-                        const NodeSet& among);
+                        const NodeSet& among, const SharpDistance* sharp = nullptr);
 
 }  // namespace povmesh

@@ -14,8 +14,6 @@ constexpr double kLeastEigenvalue = 0.03;
 // All normals within about 6 degrees of their mean: the second eigenvalue is below that for sure.
 constexpr double kPlaneCosine = 0.995;
 
-constexpr double kMargin = 0.02;
-
 struct Symmetric {
     double xx = 0, xy = 0, xz = 0, yy = 0, yz = 0, zz = 0;
 };
@@ -128,9 +126,9 @@ Vec3d dual_vertex(std::span<const CellPoint> points) {
     return place;
 }
 
-Vec3d clamped_to_cell(Vec3d place) {
-    const auto clamp = [](double x) {
-        return x >= kMargin ? std::min(x, 1 - kMargin) : kMargin;  // also when it is not a number
+Vec3d clamped_to_cell(Vec3d place, double margin) {
+    const auto clamp = [&](double x) {
+        return x >= margin ? std::min(x, 1 - margin) : margin;  // also when it is not a number
     };
     return {clamp(place.x), clamp(place.y), clamp(place.z)};
 }

@@ -30,7 +30,7 @@ bool is_smooth(std::span<const CellPoint> points, double cosine);
 /// Visualization and Computer Graphics 13(3), 2007).
 Vec3d dual_vertex(std::span<const CellPoint> points);
 
-/// Kept a little off the sides of the cell, so that no two vertices coincide.
-Vec3d clamped_to_cell(Vec3d place);
+/// Kept off the sides of the cell by a margin, so that no two vertices coincide.
+Vec3d clamped_to_cell(Vec3d place, double margin);
 
 }  // namespace povmesh

@@ -56,6 +56,16 @@ bool is_open_mesh(const TriMesh& mesh) {
     return false;
 }
 
+// The share of a cell's side, squared, that a crossing along an axis stands for: over all axes they
+// come to the area.
+double crossed_share(const TriMesh& mesh, std::uint32_t face, std::size_t axis) {
+    const Triangle t = triangle_of(mesh, mesh.faces[face]);
+    const Vec3d normal = cross(t[1] - t[0], t[2] - t[0]);
+    const double size = length(normal);
+    const double part = std::abs(axis == 0 ? normal.x : axis == 1 ? normal.y : normal.z);
+    return size > 0 ? part / size : 0;
+}
+
 // Whether the outside of a face lies towards higher coordinates along an axis.
 bool faces_up(const TriMesh& mesh, std::uint32_t face, std::size_t axis) {
     const Triangle t = triangle_of(mesh, mesh.faces[face]);
@@ -321,6 +331,23 @@ private:
         }
     }
 
+    // Regions that are cut off from the outside by nothing but a gap that shall be closed: they
+    // become solid even where they look like cavities, for else the gap would stay.
+    std::vector<std::uint8_t> open_regions() const {
+        std::vector<std::uint8_t> is_open(region_count_, 0);
+        if (!(options_.gap > 0)) return is_open;
+        Regions reached(field_.crossings_, field_.grid_);
+        reached.flood(kOutside, 0, everywhere_);
+        const auto is_outside = [](std::uint32_t region) { return region == kOutside; };
+        for (std::uint32_t b = 0; b < layout_.count(); ++b) {
+            if (regions_.whole(b) == kOutside) continue;
+            reached.bits(b, is_outside).visit([&](std::uint32_t local) {
+                is_open[regions_.at(b * kBlockNodes + local)] = 1;
+            });
+        }
+        return is_open;
+    }
+
     void find_cavities() {
         if (region_count_ <= kFirstInner + 1) return;  // cavities lie within another region
         struct Votes {
@@ -344,7 +371,9 @@ private:
                 ++votes[above].inward;
             }
         });
+        const std::vector<std::uint8_t> is_open = open_regions();
         for (std::uint32_t r = kFirstInner; r < region_count_; ++r) {
+            if (is_open[r] != 0) continue;
             if (votes[r].all == 0 || votes[r].inward < kCavityShare * votes[r].all) continue;
             is_solid_[r] = 0;
             ++report_.cavities;
@@ -384,12 +413,12 @@ private:
         const double squared = reach * reach;
         const auto span = saturate_to<std::int32_t>(std::ceil(reach / field_.grid_.cell));
         std::vector<std::uint32_t> added;
-        std::uint64_t sheet_crossings = 0;
+        double sheet_cells = 0;
         visit_crossed_edges([&](std::size_t axis, std::uint32_t low, std::uint32_t high,
                                 std::span<const Crossing> crossings) {
             if (field_.solid_.at(low) || field_.solid_.at(high)) return;
             if (has_solid_near(low) || has_solid_near(high)) return;
-            ++sheet_crossings;
+            sheet_cells += crossed_share(field_.mesh_, crossings.front().face, axis);
             const NodeIndex n = layout_.node(low);
             std::uint32_t last_face = NearestPoint::kNoFace;
             for (const Crossing& crossing : crossings) {
@@ -418,7 +447,7 @@ private:
             field_.thickened_.set(node);
         }
         const double cell = field_.grid_.cell;
-        report_.sheet_area = static_cast<double>(sheet_crossings) * cell * cell / kCrossingsPerArea;
+        report_.sheet_area = sheet_cells * cell * cell;
     }
 
     // Turns bodies (or pockets of air, when `solid` is false) of few nodes over. A body that
@@ -514,18 +543,18 @@ private:
         const std::size_t count = field_.mesh_.faces.size();
         std::vector<std::uint8_t> borders(count, 0);
         std::vector<std::uint8_t> is_within(count, 0);
-        std::uint64_t buried = 0;
-        visit_crossed_edges([&](std::size_t /*axis*/, std::uint32_t low, std::uint32_t high,
+        double buried = 0;
+        visit_crossed_edges([&](std::size_t axis, std::uint32_t low, std::uint32_t high,
                                 std::span<const Crossing> crossings) {
             const bool is_inner = field_.solid_.at(low) && field_.solid_.at(high) &&
                                   (crossings.size() % 2 != 0 || crossings.size() > 2);
             for (const Crossing& crossing : crossings) {
                 (is_inner ? is_within : borders)[crossing.face] = 1;
+                if (is_inner) buried += crossed_share(field_.mesh_, crossing.face, axis);
             }
-            if (is_inner) buried += crossings.size();
         });
-        if (buried == 0) return;
-        field_.surface_.reset();
+        if (buried == 0 || !options_.leaves_out_buried) return;
+        field_.surface_ = std::make_unique<DistanceField::LazySurface>();
         field_.is_buried_.assign(count, 0);
         bool is_any_left = false;
         for (std::size_t f = 0; f < count; ++f) {
@@ -536,7 +565,7 @@ private:
         }
         if (!is_any_left) field_.is_buried_.clear();
         const double cell = field_.grid_.cell;
-        report_.buried_area = static_cast<double>(buried) * cell * cell / kCrossingsPerArea;
+        report_.buried_area = buried * cell * cell;
     }
 
     // A face too small to be crossed: whether all nodes around its middle are solid.
@@ -619,7 +648,7 @@ private:
 LabelReport DistanceField::label(const LabelOptions& options) {
     thickened_ = NodeSet(grid_);
     is_buried_.clear();
-    surface_.reset();
+    surface_ = std::make_unique<LazySurface>();
     return Labelling(*this, options).run();
 }
 

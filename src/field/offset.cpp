@@ -1,10 +1,17 @@
 #include "field/offset.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
+#include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
+#include "base/parallel.h"
 #include "field/compose.h"
+#include "field/solid_field.h"
 #include "mesh/bounds.h"
 #include "mesh/compact.h"
 
@@ -17,8 +24,37 @@ constexpr double kMostCells = 1500;
 constexpr double kMarginCells = 4;
 constexpr double kMostDiagonals = 10;
 
+// How far thinning out may move the surface, in cells.
+constexpr double kThinOutCells = 0.02;
+
 // Sharp corners reach up to this many times the distance.
 constexpr double kSpike = 2;
+
+// Distance of the deepest solid node from the surface.
+double greatest_depth(const DistanceField& field) {
+    const NodeSet& solid = field.solid();
+    std::vector<double> deepest(solid.block_count(), 0);
+    for_blocks(solid.block_count(), [&](std::size_t b) {
+        const auto block = static_cast<std::uint32_t>(b);
+        if (solid.is_empty(block)) return;
+        const NodeIndex low = solid.layout().corner(block);
+        solid.bits(block).visit([&](std::uint32_t local) {
+            const auto n = static_cast<std::int32_t>(local);
+            const Vec3d p =
+                field.grid().node(low.i + (n & 7), low.j + (n >> 3 & 7), low.k + (n >> 6));
+            deepest[b] = std::max(deepest[b], field.surface().find(p).squared_distance);
+        });
+    });
+    const double squared = *std::max_element(deepest.begin(), deepest.end());
+    return std::isfinite(squared) ? std::sqrt(squared) : 0;
+}
+
+std::string short_text(double number) {
+    std::array<char, 32> text{};
+    const auto end = std::to_chars(text.data(), text.data() + text.size(), number,
+                                   std::chars_format::general, 3);
+    return {text.data(), end.ptr};
+}
 
 }  // namespace
 
@@ -53,21 +89,29 @@ Status offset(TriMesh& mesh, double distance, const OffsetOptions& options, RunC
     if (!fitted.ok()) return fitted;
     report.cell = grid.cell;
 
-    DistanceField field(faces, grid);
-    run.progress.set(20);
     LabelOptions labels;
     labels.closes_holes = true;
     labels.gap_of_open = 4 * grid.cell;
-    report.label = field.label(labels);
+    const std::unique_ptr<DistanceField> solid = solid_field(faces, grid, labels, report.label);
+    const DistanceField& field = *solid;
     run.progress.set(40);
-    LevelNodes nodes = offset_nodes(field, distance);
+    std::unique_ptr<SharpDistance> sharp;
+    if (options.corners == OffsetCorners::Sharp) {
+        sharp = std::make_unique<SharpDistance>(field.faces(), field.surface());
+    }
+    LevelNodes nodes = offset_nodes(field, distance, sharp.get());
     run.progress.set(70);
     make_well_composed(nodes.within, Composing::Add);
     TriMesh surface;
-    report.contour = contour(field, nodes, distance, surface);
+    report.contour = contour(field, nodes, distance, surface, sharp.get());
     run.progress.set(90);
     if (surface.faces.empty()) {
-        return {StatusCode::BadFile, "nothing is left"};
+        report.thickest = 2 * greatest_depth(field);
+        return {StatusCode::BadFile, "nothing is left: the thickest place is about " +
+                                         short_text(report.thickest) + " thick"};
+    }
+    if (!options.all_triangles) {
+        report.thinned = thin_out(surface, kThinOutCells * report.cell);
     }
     mesh = std::move(surface);
     run.progress.set(100);

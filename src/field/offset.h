@@ -6,6 +6,7 @@
 #include "base/status.h"
 #include "field/contour.h"
 #include "field/distance_field.h"
+#include "field/thin_out.h"
 #include "mesh/tri_mesh.h"
 #include "run/run_context.h"
 
@@ -21,6 +22,7 @@ struct OffsetOptions {
     // Side of a cell in model units; 0: a fifth of the distance, between 1/200 and 1/1500 of the
     // longest side of the result.
     double cell = 0;
+    bool all_triangles = false;  // else flat places and straight edges are thinned out
 };
 
 struct OffsetReport {
@@ -28,6 +30,7 @@ struct OffsetReport {
     double thickest = 0;  // of the model, about, where shrinking left nothing
     LabelReport label;
     ContourReport contour;
+    ThinOutReport thinned;
 };
 
 /// Replaces a mesh by the surface at a distance from it, outside when the distance is above 0,

@@ -74,8 +74,10 @@ double squared_distance(Vec3d p, const Box3f& box) {
 // A ball about to shrink.
 class TangentBalls::Search {
 public:
-    Search(const TangentBalls& balls, Vec3d point, Vec3d normal, BallSide side, double limit)
+    Search(const TangentBalls& balls, Vec3d point, Vec3d normal, BallSide side, double limit,
+           double least)
         : balls_(balls),
+          least_(least),
           point_(point),
           towards_(side == BallSide::Inside ? normal * -1.0 : normal),
           sign_(side == BallSide::Inside ? 1 : -1),
@@ -124,7 +126,19 @@ public:
         const Vec3d normal = to_double(facet.normal) * sign_;
         if (!(dot(normal, towards_) > kOpposing)) return;
         if (!(dot(normal, to_double(facet.corners[0]) - point_) > 0)) return;
-        const Triangle t = widened(facet.corners);
+        const double before = radius_;
+        const BallContact contact_before = contact_;
+        shrink_off(widened(facet.corners), entry);
+        if (radius_ < before && contact_.diameter < least_) {
+            contact_ = contact_before;
+            shrink_to(before);
+        }
+    }
+
+    const BallContact& contact() const { return contact_; }
+
+private:
+    void shrink_off(const Triangle& t, std::uint32_t entry) {
         for (int step = 0; step < kMostSteps; ++step) {
             const NearestPoint met = nearest_on_triangle(centre_, t);
             if (!(met.squared_distance < squared_radius_)) return;
@@ -139,9 +153,6 @@ public:
         }
     }
 
-    const BallContact& contact() const { return contact_; }
-
-private:
     void shrink_to(double radius) {
         radius_ = radius;
         squared_radius_ = radius * radius;
@@ -163,6 +174,7 @@ private:
     }
 
     const TangentBalls& balls_;
+    double least_;
     Vec3d point_;
     Vec3d towards_;  // from the point to the centre
     double sign_;    // of normals that are turned to look out of the ball
@@ -236,9 +248,9 @@ void TangentBalls::find_cones() {
     }
 }
 
-BallContact TangentBalls::find(Vec3d point, Vec3d normal, BallSide side, double limit,
+BallContact TangentBalls::find(Vec3d point, Vec3d normal, BallSide side, double limit, double least,
                                std::uint32_t near) const {
-    Search search(*this, point, normal, side, limit);
+    Search search(*this, point, normal, side, limit, least);
     if (near != BallContact::kNone) search.look_at(near);
     search.run();
     return search.contact();

@@ -44,9 +44,10 @@ public:
     /// the point lies on the side of it that the ball is on: so neither the side walls beside an
     /// edge nor a body across a gap limit the balls in a wall.
     ///
+    /// @param least  diameter below which a face is passed over: folds in the grain of a surface
     /// @param near  an entry that may be the one, such as that found from a point beside this one:
     ///              it saves time and changes nothing beyond rounding
-    BallContact find(Vec3d point, Vec3d normal, BallSide side, double limit,
+    BallContact find(Vec3d point, Vec3d normal, BallSide side, double limit, double least = 0,
                      std::uint32_t near = BallContact::kNone) const;
 
     /// Its entries are the faces that take part; numbers are those of the faces.

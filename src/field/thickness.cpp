@@ -45,7 +45,8 @@ struct Sample {
 class Meter {
 public:
     Meter(const TriMesh& mesh, const ThicknessOptions& options)
-        : balls_(mesh),
+        : grain_(options.grain),
+          balls_(mesh),
           pieces_(mesh, balls_.tree().numbers(), kPieceSize * options.wall, options.most_samples) {
         const Box3f box = finite_bounds(mesh);
         if (!box.is_empty()) diagonal_ = length(to_double(box.high) - to_double(box.low));
@@ -92,8 +93,8 @@ private:
             std::uint32_t near = BallContact::kNone;
             for (std::size_t i = row * kRow; i < end; ++i) {
                 const Sample& sample = samples_[i];
-                const BallContact met =
-                    balls_.find(sample.middle, balls_.normal(sample.entry), side, limit, near);
+                const BallContact met = balls_.find(sample.middle, balls_.normal(sample.entry),
+                                                    side, limit, grain_, near);
                 found.values[i] = static_cast<float>(met.diameter);
                 opposite[i] = kNoPiece;
                 if (!met.is_found()) continue;
@@ -192,6 +193,7 @@ private:
         found.places = std::move(places);
     }
 
+    double grain_;
     TangentBalls balls_;
     SubTriangles pieces_;
     Array<Sample> samples_;  // by piece
@@ -205,6 +207,9 @@ Status status_of(const ThicknessOptions& options) {
     }
     if (!(options.gap >= 0) || !std::isfinite(options.gap)) {
         return {StatusCode::BadOption, "the gap to measure against must be a number of 0 or more"};
+    }
+    if (!(options.grain >= 0) || !std::isfinite(options.grain)) {
+        return {StatusCode::BadOption, "the grain must be a number of 0 or more"};
     }
     return {};
 }

@@ -16,6 +16,8 @@ namespace povmesh {
 struct ThicknessOptions {
     double wall = 0;  // model units, above 0: thinner walls are found
     double gap = 0;   // model units: narrower gaps are found, too; 0 looks for none
+    // Model units: what would be thinner is taken for the grain of the surface and passed over.
+    double grain = 0;
     std::size_t most_samples = 4'000'000;  // at least one for each face is taken all the same
 };
 

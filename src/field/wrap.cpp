@@ -22,6 +22,9 @@ constexpr double kSheetCells = 0.9;
 // Cells around the model, beyond half the gap, from where the outside is reached.
 constexpr double kMarginCells = 4;
 
+// How far thinning out may move the surface, as a share of the tolerance.
+constexpr double kThinOutShare = 0.1;
+
 // A model is at least this many cells across, so that there is something to tell.
 constexpr double kLeastCells = 4;
 
@@ -85,6 +88,9 @@ Status wrap(TriMesh& mesh, const WrapOptions& options, RunContext& run, WrapRepo
     run.progress.set(90);
     if (surface.faces.empty()) {
         return {StatusCode::BadFile, "nothing of the model is thicker than a cell"};
+    }
+    if (!options.all_triangles) {
+        report.thinned = thin_out(surface, kThinOutShare * report.tolerance);
     }
     mesh = std::move(surface);
     run.progress.set(100);

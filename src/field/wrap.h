@@ -4,6 +4,7 @@
 #include "base/status.h"
 #include "field/contour.h"
 #include "field/distance_field.h"
+#include "field/thin_out.h"
 #include "mesh/tri_mesh.h"
 #include "run/run_context.h"
 
@@ -15,12 +16,14 @@ struct WrapOptions {
                       // wider holes in open models whose faces agree on their outside
     bool keeps_thin = true;  // sheets and walls thinner than a cell become about two cells thick
     double cell = 0;         // model units; 0: half the tolerance
+    bool all_triangles = false;  // else flat places and straight edges are thinned out
 };
 
 struct WrapReport {
     double cell = 0, tolerance = 0, gap = 0;
     LabelReport label;
     ContourReport contour;
+    ThinOutReport thinned;
 };
 
 /// Replaces a mesh by the surface of the solid that it is meant to be: closed, manifold, outward,

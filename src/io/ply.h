@@ -34,13 +34,13 @@ struct PlyInfo {
 
 /// Reads a PLY file into a mesh and compacts it.
 ///
-/// Of the element "vertex" the properties x, y, z, red, green, blue (also diffuse_red and r) and the
-/// texture coordinates s, t (also u, v, texture_u, texture_v) count; of "face" the list
-/// vertex_indices (also vertex_index), colours of the same names, the list texcoord and texnumber.
-/// Everything else is skipped by its size. Colours of an integer type go to its largest value, those
-/// of a floating-point type to 1. A face with texture coordinates has its texnumber, or 0, as its
-/// label; one without has its texnumber, or -1. Polygons are cut into triangles as those of OBJ are.
-/// Coordinates become the nearest floats.
+/// Of the element "vertex" the properties x, y, z, red, green, blue (also diffuse_red and r) and
+/// the texture coordinates s, t (also u, v, texture_u, texture_v) count; of "face" the list
+/// vertex_indices (also vertex_index), colours of the same names, the list texcoord and texnumber;
+/// of "tristrips" the list vertex_indices. Everything else is skipped by its size. Channels go to
+/// 255, those of type ushort to 65535, those of a floating-point type to 1. A face with texture
+/// coordinates has its texnumber, or 0, as its label; one without has its texnumber, or -1.
+/// Polygons are cut into triangles as those of OBJ are. Coordinates become the nearest floats.
 ///
 /// @return  CannotRead when the file cannot be opened; TooLarge; BadFile with the line of an ASCII
 ///          file or the byte of a binary one when the header is damaged, the rows end early, a list

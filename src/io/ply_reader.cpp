@@ -206,7 +206,9 @@ private:
         info_.has_face_colours = has_colours(element) && info_.has_colours;
         const bool with_textures = element.has(PlyRole::TextureCorners);
         mesh_.faces.reserve(std::min(believable(element), kMaxFaceCount));
+        const bool is_plain = is_list_of_corners(element);
         for (row_ = 0; row_ < element.count; ++row_) {
+            if (is_plain && take_plain_face()) continue;
             Rgb colour = kWhite;
             double texture_number = kNoNumber;
             corners_.clear();
@@ -236,6 +238,29 @@ private:
         info_.has_colours |= with_colours;
         info_.has_textures |= with_textures;
         return true;
+    }
+
+    static bool is_list_of_corners(const PlyElement& element) {
+        if (element.properties.size() != 1) return false;
+        const PlyProperty& property = element.properties.front();
+        return property.role == PlyRole::Corners &&
+               (property.count_type == PlyType::UInt8 || property.count_type == PlyType::Int8) &&
+               (property.type == PlyType::UInt32 || property.type == PlyType::Int32);
+    }
+
+    // Takes the next row if it is a sound triangle and there is nothing else to know about it.
+    bool take_plain_face() {
+        std::array<std::uint32_t, 3> corners;
+        if (mesh_.faces.size() >= kMaxFaceCount || !rows_.take_triangle(corners)) return false;
+        if (std::max({corners[0], corners[1], corners[2]}) >= info_.vertices) {
+            rows_.give_back_triangle();
+            return false;
+        }
+        face_colour_ = nullptr;
+        label_ = has_vertex_textures_ ? std::int16_t{0} : std::int16_t{-1};
+        return add_triangle(corner_at(static_cast<std::int32_t>(corners[0])),
+                            corner_at(static_cast<std::int32_t>(corners[1])),
+                            corner_at(static_cast<std::int32_t>(corners[2])));
     }
 
     // Of a text the line that was read, of a binary file where the row began.

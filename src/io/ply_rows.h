@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <concepts>
 #include <cstddef>
@@ -83,6 +84,26 @@ public:
         return false;
     }
 
+    /// Takes a row that is nothing but a list of three corners of four bytes each, counted by a
+    /// byte, as nearly all faces are; false, and nothing is taken, when it is anything else.
+    bool take_triangle(std::array<std::uint32_t, 3>& corners) {
+        if (static_cast<std::size_t>(end_ - p_) < kTriangleBytes && !refill(kTriangleBytes)) {
+            return false;
+        }
+        if (*p_ != 3) return false;
+        std::memcpy(corners.data(), p_ + 1, sizeof corners);
+        if (swaps_) {
+            for (std::uint32_t& corner : corners) {
+                corner = corner >> 24 | (corner >> 8 & 0xFF00U) | (corner << 8 & 0xFF0000U) |
+                         corner << 24;
+            }
+        }
+        p_ += kTriangleBytes;
+        return true;
+    }
+    /// Right behind it.
+    void give_back_triangle() { p_ -= kTriangleBytes; }
+
     bool skip(PlyType type, std::uint64_t count) {
         const std::uint64_t bytes = size_of(type) * count;  // list_count has compared it
         const auto buffered = static_cast<std::uint64_t>(end_ - p_);
@@ -103,6 +124,7 @@ public:
 
 private:
     static constexpr std::size_t kBufferBytes = std::size_t{1} << 18;
+    static constexpr std::size_t kTriangleBytes = 13;
 
     template <typename T>
     bool take(double& value) {
@@ -187,6 +209,9 @@ public:
         trouble_ = here() + "the count of a list is no whole number of 0 or more";
         return false;
     }
+
+    static bool take_triangle(std::array<std::uint32_t, 3>& /*corners*/) { return false; }
+    void give_back_triangle() {}
 
     bool skip(PlyType /*type*/, std::uint64_t count) {
         for (std::uint64_t i = 0; i < count; ++i) {

@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "base/multiversion.h"
-#include "base/predicates.h"
+#include "spatial/convex_hull.h"
 
 namespace povmesh {
 namespace {
@@ -99,33 +99,14 @@ struct Stance {
     double centre_height = 0;
 };
 
-// The convex polygon around points of a plane, counterclockwise (A. M. Andrew, 1979).
-std::vector<Point2d> outline(std::vector<Point2d> points) {
-    std::sort(points.begin(), points.end(),
-              [](Point2d a, Point2d b) { return a.x != b.x ? a.x < b.x : a.y < b.y; });
-    std::vector<Point2d> chain;
-    const auto add = [&](Point2d p, std::size_t begin) {
-        while (chain.size() >= begin + 2) {
-            const Point2d a = chain[chain.size() - 2];
-            const Point2d b = chain.back();
-            if ((b.x - a.x) * (p.y - a.y) - (b.y - a.y) * (p.x - a.x) > 0) break;
-            chain.pop_back();
-        }
-        chain.push_back(p);
-    };
-    for (const Point2d p : points) add(p, 0);
-    const std::size_t begin = chain.size() - 1;
-    for (std::size_t i = points.size() - 1; i-- > 0;) add(points[i], begin);
-    if (chain.size() > 1) chain.pop_back();
-    return chain;
-}
-
-double margin_of(Point2d p, const std::vector<Point2d>& corners) {
+// Of a place to the border of the polygon around feet; below 0 outside.
+double margin_of(Point2d p, const std::vector<Point2d>& feet) {
+    const Array<std::uint32_t> corners = convex_outline(feet);
     double least = std::numeric_limits<double>::infinity();
     bool is_inside = corners.size() > 2;
     for (std::size_t i = 0; i < corners.size(); ++i) {
-        const Point2d a = corners[i];
-        const Point2d b = corners[i + 1 == corners.size() ? 0 : i + 1];
+        const Point2d a = feet[corners[i]];
+        const Point2d b = feet[corners[i + 1 == corners.size() ? 0 : i + 1]];
         const double ux = b.x - a.x;
         const double uy = b.y - a.y;
         const double square = ux * ux + uy * uy;
@@ -145,8 +126,7 @@ Stance stance_of(const OrientModel& model, Vec3d up, const Reach& reach) {
         if (dot(p, up) - reach.low <= model.slack) feet.push_back({dot(p, right), dot(p, back)});
     }
     const Vec3d centre = model.centre_of_mass;
-    return {margin_of({dot(centre, right), dot(centre, back)}, outline(feet)),
-            dot(centre, up) - reach.low};
+    return {margin_of({dot(centre, right), dot(centre, back)}, feet), dot(centre, up) - reach.low};
 }
 
 double stand_cost(const Stance& stance) {

@@ -5,7 +5,7 @@
 #include <numbers>
 #include <numeric>
 
-#include "mesh/bounds.h"
+#include "base/convert.h"
 #include "spatial/convex_hull.h"
 
 namespace povmesh {
@@ -18,6 +18,13 @@ const double kFlatCosine = std::cos(0.5 * kDegree);
 
 // Rest faces are at least this share of the hull's area: a model does not stand on less.
 constexpr double kLeastRestShare = 2e-4;
+
+// Of hulls beyond 20,000 triangles, as a share of the longest side: less than the slack, so that a
+// rest face is flat all the same.
+constexpr double kHullTolerance = 1e-4;
+
+// What lies this near to the plate rests on it, as a share of the diameter.
+constexpr double kSlack = 1e-3;
 
 // Cells along each edge of the cube of directions: 90 degrees by 2, and one for good measure.
 constexpr std::size_t kCubeCells = 46;
@@ -40,6 +47,21 @@ Corners corners_of(const OrientModel& model, const std::array<std::uint32_t, 3>&
             to_double(model.points[t[2]])};
 }
 
+// Around the faces that take part: what others reach to would leave these too small for the digits
+// of 32-bit floats.
+Box3f box_of_areas(const TriMesh& mesh) {
+    Box3f box;
+    for (const Face& face : mesh.faces) {
+        if (!has_finite_corners(mesh, face)) continue;
+        const Corners at = {to_double(mesh.corner_position(face, 0)),
+                            to_double(mesh.corner_position(face, 1)),
+                            to_double(mesh.corner_position(face, 2))};
+        if (!(length(at.normal()) > 0)) continue;
+        for (std::size_t c = 0; c < 3; ++c) box.widen(mesh.corner_position(face, c));
+    }
+    return box;
+}
+
 // Points that no triangle uses would spoil the hull: they get no place.
 void take_triangles(const TriMesh& mesh, OrientModel& model) {
     constexpr std::uint32_t kNowhere = 0xFFFFFFFF;
@@ -49,7 +71,7 @@ void take_triangles(const TriMesh& mesh, OrientModel& model) {
         const Vec3f p = mesh.vertices[i].position();
         if (!is_finite(p)) continue;
         const Vec3d q = (to_double(p) - model.middle) / model.unit;
-        points[i] = {static_cast<float>(q.x), static_cast<float>(q.y), static_cast<float>(q.z)};
+        points[i] = {narrow_to_float(q.x), narrow_to_float(q.y), narrow_to_float(q.z)};
     }
     model.points.reserve(points.size());
     model.triangles.reserve(mesh.faces.size());
@@ -57,10 +79,9 @@ void take_triangles(const TriMesh& mesh, OrientModel& model) {
         if (!has_finite_corners(mesh, face)) continue;
         std::array<std::uint32_t, 3> t{};
         for (std::size_t c = 0; c < 3; ++c) t[c] = static_cast<std::uint32_t>(face.vertex[c]);
-        const Vec3d a = to_double(points[t[0]]);
-        if (!(length(cross(to_double(points[t[1]]) - a, to_double(points[t[2]]) - a)) > 0)) {
-            continue;
-        }
+        const Corners at = {to_double(points[t[0]]), to_double(points[t[1]]),
+                            to_double(points[t[2]])};
+        if (!(length(at.normal()) > 0)) continue;
         for (std::uint32_t& v : t) {
             if (place[v] == kNowhere) {
                 place[v] = static_cast<std::uint32_t>(model.points.size());
@@ -179,7 +200,7 @@ private:
 
 void wrap(OrientModel& model) {
     const Array<Vec3f>& points = model.points;
-    const ConvexHull hull = convex_hull(points);
+    const ConvexHull hull = convex_hull(points, kHullTolerance);
     for (const std::uint32_t v : hull.vertices) model.hull_points.push_back(points[v]);
     for (const auto& t : hull.triangles) {
         const Vec3d a = to_double(points[t[0]]);
@@ -205,7 +226,7 @@ void wrap(OrientModel& model) {
         radius = std::max(radius, length(to_double(p) - centre));
     }
     model.diameter = 2 * radius;
-    model.slack = model.diameter / 1000;
+    model.slack = model.diameter * kSlack;
     const double square = model.diameter * model.diameter;
     model.hull_volume = std::max(model.hull_volume, 1e-3 * square * model.diameter);
     model.hull_area = std::max({model.hull_area, 1e-2 * square, model.area / 2});
@@ -288,19 +309,26 @@ bool has_finite_corners(const TriMesh& mesh, const Face& face) {
            });
 }
 
-OrientModel make_orient_model(const TriMesh& mesh) {
+OrientModel make_support_model(const TriMesh& mesh) {
     OrientModel model;
-    const Box3f box = finite_bounds(mesh);
+    const Box3f box = box_of_areas(mesh);
     if (box.is_empty()) return model;
     const Vec3d extent = to_double(box.high) - to_double(box.low);
     model.unit = std::max({extent.x, extent.y, extent.z});
     model.middle = to_double(box.low) * 0.5 + to_double(box.high) * 0.5;
+    model.slack = kSlack;
     if (model.unit > 0) take_triangles(mesh, model);
     if (model.triangles.empty()) {
         model.unit = 0;
         return model;
     }
     weigh(model);
+    return model;
+}
+
+OrientModel make_orient_model(const TriMesh& mesh) {
+    OrientModel model = make_support_model(mesh);
+    if (model.triangles.empty()) return model;
     wrap(model);
     group_normals(model);
     fill_tables(model);

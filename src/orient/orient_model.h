@@ -76,6 +76,9 @@ bool has_finite_corners(const TriMesh& mesh, const Face& face);
 
 OrientModel make_orient_model(const TriMesh& mesh);
 
+/// The triangles, their weight and the slack, of the longest side, alone.
+OrientModel make_support_model(const TriMesh& mesh);
+
 /// The triangles of a mesh of fewer, for a first look: points in one cell of a grid of 1/96 of the
 /// longest side are drawn together to their mean.
 void cluster_points(const OrientModel& model, Array<Vec3f>& points,

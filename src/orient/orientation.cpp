@@ -379,4 +379,12 @@ Orientation measure_orientation(const TriMesh& mesh, Vec3d up) {
     return measure(model, model.all(), unit(up), meter);
 }
 
+double measure_support_volume(const TriMesh& mesh, Vec3d up) {
+    const OrientModel model = make_support_model(mesh);
+    if (model.triangles.empty()) return 0;
+    OverhangMeter meter;
+    const MeasuredTriangles all = {model.points, model.triangles, model.points};
+    return meter.measure(all, unit(up), model.slack).volume * model.unit * model.unit * model.unit;
+}
+
 }  // namespace povmesh

@@ -65,4 +65,8 @@ OrientationReport find_orientations(const TriMesh& mesh, RunContext& run,
 /// Measures one direction. All 0 for a mesh without a face that has a finite area.
 Orientation measure_orientation(const TriMesh& mesh, Vec3d up);
 
+/// Volume of the supports alone, without the convex hull and all else that a cost takes; 0 for a
+/// mesh without a face that has a finite area.
+double measure_support_volume(const TriMesh& mesh, Vec3d up);
+
 }  // namespace povmesh

@@ -6,7 +6,9 @@
 //
 // How far the surface has moved is kept for each triangle: a step that replaces triangles by others
 // and moves no point by more than x leaves these with the greatest movement among the former ones
-// plus x.
+// plus x. That sum is far above the truth where steps lie side by side, and nothing bounds a step
+// well where the surface is folded or has faces without area. When no step is left that the sums
+// allow, the original itself is asked about those for slivers.
 #include "remesh/revise.h"
 
 #include <algorithm>
@@ -14,6 +16,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -24,6 +27,7 @@
 #include "mesh/edge_mates.h"
 #include "remesh/carry_attributes.h"
 #include "remesh/half_edge_mesh.h"
+#include "remesh/original_surface.h"
 #include "remesh/patch_distance.h"
 #include "remesh/triangle_shape.h"
 
@@ -39,6 +43,17 @@ constexpr double kLeastCosine = 0.99619469809174555;  // of 5 degrees
 
 // Movements that differ by less than this share of the bound are alike.
 constexpr double kAlike = 0.01;
+
+// Around an edge or a patch, as many triangles are looked at beside it when the original is asked
+// how far it is.
+constexpr std::size_t kMostAround = 128;
+
+// Passes in which a sliver is asked about.
+constexpr std::uint8_t kMostAsks = 1;
+
+// For asking the original, in distances of points from triangles, however many slivers there are.
+constexpr std::size_t kLeastEffort = 5'000'000;
+constexpr std::size_t kEffortPerTriangle = 4;
 
 // Those that failed are tried again after others have changed; beyond a few times nothing comes of
 // it.
@@ -75,6 +90,7 @@ public:
         original_count_ = faces_.size();
         movement_.assign(original_count_, 0);
         states_.assign(original_count_, Same);
+        asks_.assign(original_count_, 0);
         for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
             if (surface_.opposites[h] != HalfEdgeMesh::kNone || surface_.is_locked[h] != 0)
                 continue;
@@ -99,7 +115,9 @@ public:
                     if (!surface_.is_gone(*it) && shape(*it).is_bad()) waiting.push_back(*it);
                 }
             }
-            if (!any) break;
+            if (any) continue;
+            if (asks_original_) break;
+            asks_original_ = true;
         }
         return report_;
     }
@@ -184,6 +202,7 @@ private:
             return a != b ? a < b : x < y;
         });
         is_for_sliver_ = found.is_sliver;
+        may_ask_ = false;
         if (found.is_needle && try_collapse_edge(edges[0])) return true;
         if (found.is_cap) {
             if (try_flip(edges[2], false) || try_split(edges[2]) || try_flip(edges[2], true) ||
@@ -195,7 +214,12 @@ private:
         for (const std::uint32_t h : edges) {
             if (try_collapse_edge(h) || try_flip(h, true)) return true;
         }
-        return false;
+        if (!asks_original_ || asks_[t] == kMostAsks) return false;
+        ++asks_[t];
+        may_ask_ = true;
+        return std::any_of(edges.begin(), edges.end(), [&](std::uint32_t h) {
+            return try_collapse_edge(h) || try_flip(h, true);
+        });
     }
 
     // The other half is for slivers, which are more of a nuisance.
@@ -253,9 +277,19 @@ private:
             const Vec3d old = direction(t);
             if (is_turned(old, first) || is_turned(old, second)) return false;
         }
-        const double movement =
-            std::max(movement_[h / 3], movement_[g / 3]) + segment_distance(a, b, c, d);
+        const double so_far = std::max(movement_[h / 3], movement_[g / 3]);
+        double movement = so_far + segment_distance(a, b, c, d);
+        std::vector<std::uint32_t> around;
+        if (!is_in_bounds(movement) && may_ask_) {
+            before_ = {corners(h / 3), corners(g / 3)};
+            after_ = {first, second};
+            around = triangles_around(
+                {surface_.origin(h), surface_.target(h), surface_.apex(h), surface_.apex(g)},
+                {h / 3, g / 3});
+            movement = distance_from_original(around, so_far);
+        }
         if (!is_in_bounds(movement)) return false;
+        raise(around, movement);
         surface_.flip(h);
         touched_.clear();
         for (const std::uint32_t t : {h / 3, g / 3}) note(t, movement);
@@ -307,6 +341,7 @@ private:
         const std::int32_t m = surface_.split(h, place);
         movement_.resize(surface_.triangles.size());
         states_.resize(surface_.triangles.size());
+        asks_.resize(surface_.triangles.size());
         touched_.clear();
         surface_.around(m, [&](std::uint32_t e) {
             note(e / 3, movement);
@@ -343,6 +378,7 @@ private:
         std::uint32_t half_edge;  // its target goes
         Vec3d place;
         double movement = 0;
+        std::vector<std::uint32_t> around;  // triangles that may stand for what it leaves
     };
 
     // What a merge does to the triangles around it.
@@ -359,8 +395,8 @@ private:
         const std::uint32_t g = surface_.opposites[h];
         const std::int32_t v = surface_.origin(h);
         const std::int32_t w = surface_.target(h);
-        Merge to_first{h, at(v)};
-        Merge to_second{g == kNone ? h : g, at(w)};
+        Merge to_first{h, at(v), 0, {}};
+        Merge to_second{g == kNone ? h : g, at(w), 0, {}};
         if (surface_.valences[index(v)] < surface_.valences[index(w)])
             std::swap(to_first, to_second);
         const bool can_first = can_merge(to_first);
@@ -372,13 +408,13 @@ private:
             merge(is_second ? to_second : to_first);
             return true;
         }
-        Merge to_middle{h, rounded((at(v) + at(w)) * 0.5)};
+        Merge to_middle{h, rounded((at(v) + at(w)) * 0.5), 0, {}};
         if (!is_for_sliver_ || !can_merge(to_middle)) return false;
         merge(to_middle);
         return true;
     }
 
-    bool can_merge(Merge& merge) const {
+    bool can_merge(Merge& merge) {
         const std::uint32_t h = merge.half_edge;
         const bool is_open = surface_.opposites[h] == kNone;
         Effect effect;
@@ -398,6 +434,7 @@ private:
         step = std::min(
             step, is_open ? border_difference(h, merge.place) : height_difference(h, merge.place));
         merge.movement = effect.movement + step;
+        if (!is_in_bounds(merge.movement) && may_ask_) ask_original(merge, effect.movement);
         return is_in_bounds(merge.movement);
     }
 
@@ -455,6 +492,7 @@ private:
 
     void merge(const Merge& merge) {
         const std::uint32_t h = merge.half_edge;
+        raise(merge.around, merge.movement);
         touched_.clear();
         for (const std::int32_t v : {surface_.origin(h), surface_.target(h)}) {
             if (at(v) == merge.place) continue;
@@ -482,6 +520,72 @@ private:
         }
     }
 
+    // ------------------------------------------------------------------ from the original
+
+    void ask_original(Merge& merge, double so_far) {
+        before_.clear();
+        after_.clear();
+        std::vector<std::int32_t> ring;
+        std::vector<std::uint32_t> gone;
+        const std::int32_t v = surface_.origin(merge.half_edge);
+        const std::int32_t w = surface_.target(merge.half_edge);
+        if (surface_.valences[index(v)] + surface_.valences[index(w)] > kMostAround) return;
+        for (const auto& [end, other] : {std::pair{v, w}, std::pair{w, v}}) {
+            const bool is_second = end == w;
+            surface_.around(end, [&](std::uint32_t e) {
+                const std::int32_t p = surface_.target(e);
+                const std::int32_t q = surface_.apex(e);
+                const bool goes = p == other || q == other;
+                if (goes && is_second) return;  // seen around the first end
+                before_.push_back(corners(e / 3));
+                gone.push_back(e / 3);
+                ring.insert(ring.end(), {p, q});
+                if (!goes) after_.push_back({merge.place, at(p), at(q)});
+            });
+        }
+        merge.around = triangles_around(std::move(ring), std::move(gone));
+        merge.movement = distance_from_original(merge.around, so_far);
+    }
+
+    // The triangles at some vertices, but for those that go.
+    std::vector<std::uint32_t> triangles_around(std::vector<std::int32_t> vertices,
+                                                std::vector<std::uint32_t> gone) const {
+        sort_once(vertices);
+        sort_once(gone);
+        std::vector<std::uint32_t> around;
+        for (const std::int32_t v : vertices) {
+            if (surface_.valences[index(v)] > kMostAround) continue;
+            surface_.around(v, [&](std::uint32_t e) {
+                if (!std::binary_search(gone.begin(), gone.end(), e / 3)) around.push_back(e / 3);
+            });
+        }
+        sort_once(around);
+        if (around.size() > kMostAround) around.resize(kMostAround);
+        return around;
+    }
+
+    template <typename T>
+    static void sort_once(std::vector<T>& items) {
+        std::sort(items.begin(), items.end());
+        items.erase(std::unique(items.begin(), items.end()), items.end());
+    }
+
+    // After the step from before_ to after_, of which others may take over what it leaves.
+    double distance_from_original(const std::vector<std::uint32_t>& around, double so_far) {
+        if (!original_) {
+            original_.emplace(mesh_);
+            effort_ = kLeastEffort + kEffortPerTriangle * original_count_;
+        }
+        std::vector<Triangle> others;
+        for (const std::uint32_t t : around) others.push_back(corners(t));
+        return original_->distance({before_, after_, others, so_far}, most_, effort_);
+    }
+
+    // Triangles that stand for more of the original than they did.
+    void raise(const std::vector<std::uint32_t>& triangles, double movement) {
+        for (const std::uint32_t t : triangles) movement_[t] = std::max(movement_[t], movement);
+    }
+
     // In the order of the triangles, with all the vertices.
     TriMesh changed_faces() const {
         return surface_.plain_mesh([this](std::size_t t) { return states_[t] != Same; });
@@ -497,6 +601,13 @@ private:
     std::vector<std::uint32_t>
         touched_;                 // triangles that the last step changed, and their neighbours
     bool is_for_sliver_ = false;  // the step at hand is
+
+    bool asks_original_ = false;  // when nothing comes of the sums
+    bool may_ask_ = false;
+    Array<std::uint8_t> asks_;                 // by triangle: how often it was the reason to ask
+    std::optional<OriginalSurface> original_;  // once it is asked
+    std::size_t effort_ = 0;                   // left, of asking it
+    std::vector<Triangle> before_, after_;     // of the step it is asked about
     ReviseReport report_;
 };
 

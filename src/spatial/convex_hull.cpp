@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <numeric>
 #include <optional>
 #include <utility>
 #include <vector>
-
-#include "base/predicates.h"
 
 // Quickhull. The hull grows from a tetrahedron. Every point that is still outside hangs on one
 // facet that it is strictly above. The farthest one of a facet is the next vertex: the facets that
@@ -23,6 +22,9 @@ namespace {
 
 constexpr std::uint32_t kNone = 0xFFFFFFFF;
 
+// So many are kept exactly whatever the tolerance.
+constexpr std::size_t kExactFacets = 20000;
+
 // Rounding errors of a facet's plane at a point, relative to the magnitudes of its products: four
 // differences, two products, a difference of these, a product and two sums on each way, with room.
 constexpr double kPlaneError = 16 * 0x1p-53;
@@ -35,6 +37,7 @@ struct Facet {
     double greatest = 0;                     // height of the farthest point that hangs here
     std::uint32_t farthest = kNone;
     std::uint32_t first = kNone;  // of the points that hang here, linked by `next_`
+    std::uint32_t mark = 0;       // of the last search that came by
     bool is_gone = false;
 };
 
@@ -53,7 +56,8 @@ Point2d along_axis(Vec3d p, int axis) {
 
 class Quickhull {
 public:
-    explicit Quickhull(std::span<const Vec3f> points) : points_(points) {}
+    Quickhull(std::span<const Vec3f> points, double tolerance)
+        : points_(points), tolerance_(tolerance) {}
 
     ConvexHull run() {
         find_box();
@@ -67,7 +71,9 @@ public:
         while (!waiting_.empty()) {
             const std::uint32_t facet = waiting_.back();
             waiting_.pop_back();
-            if (!facets_[facet].is_gone && facets_[facet].first != kNone) grow(facet);
+            if (facets_[facet].is_gone || facets_[facet].first == kNone) continue;
+            const std::uint32_t apex = next_vertex(facet);
+            if (apex != kNone) grow(facet, apex);
         }
         return result();
     }
@@ -144,37 +150,20 @@ private:
             [&](std::uint32_t i) { return orient3d(a, at(high_), at(third), at(i)) != 0; });
     }
 
-    // The polygon around points of one plane: the lower and the upper chain of those in order, seen
-    // along an axis that keeps them apart (A. M. Andrew, Another efficient algorithm for convex
-    // hulls in two dimensions, 1979).
+    // The polygon around points of one plane, seen along an axis that keeps them apart.
     ConvexHull outline(std::uint32_t third) const {
         const int axis = *projection(low_, high_, third);
-        std::vector<std::uint32_t> order;
+        std::vector<std::uint32_t> finite;
+        std::vector<Point2d> places;
         for (std::uint32_t i = 0; i < points_.size(); ++i) {
-            if (is_finite(points_[i])) order.push_back(i);
+            if (!is_finite(points_[i])) continue;
+            finite.push_back(i);
+            places.push_back(along_axis(at(i), axis));
         }
-        const auto place = [&](std::uint32_t i) { return along_axis(at(i), axis); };
-        std::sort(order.begin(), order.end(), [&](std::uint32_t i, std::uint32_t j) {
-            const Point2d a = place(i);
-            const Point2d b = place(j);
-            if (a.x != b.x) return a.x < b.x;
-            if (a.y != b.y) return a.y < b.y;
-            return i < j;
-        });
         ConvexHull hull;
         hull.dimension = 2;
-        Array<std::uint32_t>& chain = hull.vertices;
-        const auto add = [&](std::uint32_t i, std::size_t begin) {
-            while (chain.size() >= begin + 2 &&
-                   orient2d(place(chain[chain.size() - 2]), place(chain.back()), place(i)) <= 0) {
-                chain.pop_back();
-            }
-            chain.push_back(i);
-        };
-        for (const std::uint32_t i : order) add(i, 0);
-        const std::size_t begin = chain.size() - 1;
-        for (auto i = order.rbegin() + 1; i != order.rend(); ++i) add(*i, begin);
-        chain.pop_back();
+        hull.vertices = convex_outline(places);
+        for (std::uint32_t& v : hull.vertices) v = finite[v];
         return hull;
     }
 
@@ -245,8 +234,42 @@ private:
         }
     }
 
-    void grow(std::uint32_t from) {
-        const std::uint32_t apex = facets_[from].farthest;
+    // The farthest point of a facet. In a large hull one that is beyond the tolerance, if there is
+    // one; else the points of the facet are dropped. How far a point is outside is told by the
+    // farthest plane that it is above: it may be just above this facet, and far beside it.
+    std::uint32_t next_vertex(std::uint32_t from) {
+        Facet& facet = facets_[from];
+        if (tolerance_ == 0 || facets_.size() - free_.size() < kExactFacets ||
+            facet.greatest > tolerance_ * length(facet.normal)) {
+            return facet.farthest;
+        }
+        for (std::uint32_t i = facet.first; i != kNone; i = next_[i]) {
+            if (is_beyond_tolerance(from, i)) return i;
+        }
+        facet.first = kNone;
+        facet.farthest = kNone;
+        return kNone;
+    }
+
+    bool is_beyond_tolerance(std::uint32_t from, std::uint32_t point) {
+        const Vec3d p = at(point);
+        seen_.assign(1, from);
+        facets_[from].mark = ++mark_;
+        for (std::size_t i = 0; i < seen_.size(); ++i) {
+            const Facet& facet = facets_[seen_[i]];
+            if (height(facet, p) > tolerance_ * length(facet.normal)) return true;
+            for (const std::uint32_t other : facet.neighbour) {
+                Facet& beyond = facets_[other];
+                if (beyond.mark == mark_ || !is_above(beyond, point, height(beyond, p))) continue;
+                beyond.mark = mark_;
+                seen_.push_back(other);
+            }
+        }
+        return false;
+    }
+
+    // Makes a point that hangs on a facet a vertex.
+    void grow(std::uint32_t from, std::uint32_t apex) {
         find_disc(from, apex);
         make_fan(apex);
         for (const std::uint32_t gone : disc_) {
@@ -327,6 +350,7 @@ private:
     }
 
     std::span<const Vec3f> points_;
+    double tolerance_;
     std::uint32_t low_ = kNone;
     std::uint32_t high_ = kNone;
     Vec3d extent_;
@@ -334,15 +358,43 @@ private:
     std::vector<std::uint32_t> free_;     // facets that are gone, to be used again
     std::vector<std::uint32_t> waiting_;  // facets that may have points, some twice
     Array<std::uint32_t> next_;           // the point that hangs behind each
-    std::vector<std::uint32_t> disc_, fan_;
+    std::vector<std::uint32_t> disc_, fan_, seen_;
+    std::uint32_t mark_ = 0;
     std::vector<RimEdge> rim_;
     Array<std::uint32_t> fan_at_;  // the facet of the last fan whose edge began at a vertex
 };
 
 }  // namespace
 
-ConvexHull convex_hull(std::span<const Vec3f> points) {
-    return Quickhull(points).run();
+// The lower and the upper chain of the points in order.
+Array<std::uint32_t> convex_outline(std::span<const Point2d> points) {
+    std::vector<std::uint32_t> order(points.size());
+    std::iota(order.begin(), order.end(), 0U);
+    std::sort(order.begin(), order.end(), [&](std::uint32_t i, std::uint32_t j) {
+        const Point2d a = points[i];
+        const Point2d b = points[j];
+        if (a.x != b.x) return a.x < b.x;
+        if (a.y != b.y) return a.y < b.y;
+        return i < j;
+    });
+    Array<std::uint32_t> chain;
+    const auto add = [&](std::uint32_t i, std::size_t begin) {
+        while (chain.size() >= begin + 2 &&
+               orient2d(points[chain[chain.size() - 2]], points[chain.back()], points[i]) <= 0) {
+            chain.pop_back();
+        }
+        chain.push_back(i);
+    };
+    for (const std::uint32_t i : order) add(i, 0);
+    if (chain.size() < 2) return chain;
+    const std::size_t begin = chain.size() - 1;
+    for (auto i = order.rbegin() + 1; i != order.rend(); ++i) add(*i, begin);
+    chain.pop_back();
+    return chain;
+}
+
+ConvexHull convex_hull(std::span<const Vec3f> points, double tolerance) {
+    return Quickhull(points, tolerance).run();
 }
 
 }  // namespace povmesh

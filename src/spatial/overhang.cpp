@@ -11,10 +11,10 @@ namespace povmesh {
 namespace {
 
 constexpr std::size_t kMostColumns = 96;  // along each side
-constexpr std::size_t kFewestColumns = 8;
+constexpr std::size_t kFewestColumns = 2;
 
-// Hits of a look: twenty for each column. Plain models have ten at most.
-constexpr std::size_t kMostHits = 200000;
+// Hits of a look: thirteen for each column. Plain models have ten at most.
+constexpr std::size_t kMostHits = 120000;
 
 constexpr double kSampleX = 0.5 + 0.0271828;
 constexpr double kSampleY = 0.5 - 0.0141421;
@@ -30,6 +30,24 @@ constexpr double kUpright = 1e-12;
 // Faces with the same corners are hit at the same height but for rounding, of which 32-bit floats
 // have the most.
 constexpr float kSameHeight = 1e-6F;
+
+// Samples of a row beyond this many are narrowed down first.
+constexpr std::int32_t kNarrow = 8;
+
+// Narrows steps from..to to those around where value + step x slope is 0 or more; one more at each
+// end, because the quotient is rounded.
+void narrow(double value, double slope, std::int32_t& from, std::int32_t& to) {
+    if (slope == 0) {
+        if (value < 0) to = from - 1;
+        return;
+    }
+    const double zero = std::clamp(-value / slope, -2.0, 1e6);
+    if (slope > 0) {
+        from = std::max(from, static_cast<std::int32_t>(zero) - 1);
+    } else {
+        to = std::min(to, static_cast<std::int32_t>(zero) + 1);
+    }
+}
 
 Vec3d unit_or_zero(Vec3d v) {
     const double size = length(v);
@@ -126,9 +144,16 @@ bool OverhangMeter::find_hits(const MeasuredTriangles& on, double slack, double&
         const double whole = area * sign;
         const std::size_t first = count;
         for (std::int32_t y = y0; y <= y1; ++y) {
-            double wb = row_b;
-            double wc = row_c;
-            for (std::int32_t x = x0; x <= x1; ++x, wb += step_b, wc += step_c) {
+            std::int32_t from = 0;
+            std::int32_t to = x1 - x0;
+            if (to > kNarrow) {  // of a needle that lies askew most samples around are outside
+                narrow(row_b, step_b, from, to);
+                narrow(row_c, step_c, from, to);
+                narrow(whole - row_b - row_c, -step_b - step_c, from, to);
+            }
+            double wb = row_b + from * step_b;
+            double wc = row_c + from * step_c;
+            for (std::int32_t x = x0 + from; x <= x0 + to; ++x, wb += step_b, wc += step_c) {
                 if (wb < 0 || wc < 0 || wb + wc > whole) continue;
                 const double rise = wb * static_cast<double>(b.height - a.height) +
                                     wc * static_cast<double>(c.height - a.height);

@@ -55,7 +55,7 @@ struct Overhang {
 struct MeasuredTriangles {
     std::span<const Vec3f> points;
     std::span<const std::array<std::uint32_t, 3>> triangles;
-    std::span<const Vec3f> around;  // points in whose convex hull the others lie
+    std::span<const Vec3f> around;  // points in whose convex hull the others lie, or near to it
 };
 
 /// Measures the supports of a model by upright columns through it, 96 x 96 of them over the square

@@ -83,6 +83,7 @@ struct Call {
     }
     bool paints() const { return name == "strengthColoringFromData"; }   // and analyses nothing
     bool subdivides() const { return name.starts_with("subdivision"); }  // by two levels
+    bool divides() const { return name.starts_with("decomposition"); }
     bool cuts() const { return name.ends_with("utFromData"); }  // with caps, at half height
     bool makes_voxels() const {
         return name == "voxelize" || name == "hollowFromData" || name == "cellularInfillFromData";

@@ -10,6 +10,7 @@
 #include <numeric>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "analysis/section_shapes.h"
 #include "api/host_numbers.h"
@@ -90,6 +91,11 @@ std::vector<std::string> expand(std::string_view row, bool file_opens, bool has_
                                                                        : word);
             line("in", operation);
             line("out", operation);
+        } else if (word == "divide") {
+            for (const char* step : {"cut_half_z.", "the main while loop."}) {
+                events.push_back(std::string("|> Model : Start ") + step);
+                events.push_back(std::string("|> Model : End ") + step);
+            }
         } else if (is_number(word)) {
             const bool is_readers = word == "5" || word == "48";
             if (has_cell && (file_opens || !is_readers)) events.push_back(word);
@@ -297,6 +303,42 @@ TEST(HostNumbers, LoadsAreThoseOfTheirNumber) {
     EXPECT_EQ(api::load_case(0), fem::LoadCase::PressureZ);
     EXPECT_EQ(api::load_case(1), fem::LoadCase::Pressure);
     EXPECT_EQ(api::load_case(7), fem::LoadCase::CentreTop);
+}
+
+TEST_F(Frames, PreviewsOfADivisionShowWhatComesOut) {
+    shapes::SoupVector soup = shapes::box({0, 0, 0}, {30, 10, 10});
+    shapes::append(soup, shapes::box({12, 4, 5}, {18, 6, 40}));
+    shapes::append(soup, shapes::box({50, 0, 0}, {50.5F, 1, 1}));  // too small for a host
+    Host host(soup);
+    const auto [shown, made] =
+        std::pair{&Exports::decompositionAutoPreview, &Exports::decompositionAutoFromData};
+    float *planes = nullptr, *boxes = nullptr, *volumes = nullptr;
+    std::uint32_t plane_count = 7, part_count = 7;
+    (functions.*shown)(20, 20, 20, host.xyz.data(), host.count, &planes, &plane_count, &boxes,
+                       &volumes, &part_count, nullptr);
+    Host::Outputs& out = host.out;
+    (functions.*made)(20, 20, 20, host.xyz.data(), nullptr, nullptr, nullptr, host.count, &out.xyz,
+                      nullptr, nullptr, nullptr, &out.part_triangles, &out.count, nullptr);
+    ASSERT_EQ(part_count, out.count);
+    EXPECT_EQ(plane_count, 2U);
+    ASSERT_EQ(part_count, 3U);
+    const float* corner = out.xyz;
+    double sum = 0;
+    for (std::uint32_t part = 0; part < part_count; ++part) {
+        std::array<float, 6> box = {1e9F, 1e9F, 1e9F, -1e9F, -1e9F, -1e9F};
+        for (std::uint32_t i = 0; i < 3 * out.part_triangles[part]; ++i, corner += 3) {
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                box[axis] = std::min(box[axis], corner[axis]);
+                box[axis + 3] = std::max(box[axis + 3], corner[axis]);
+            }
+        }
+        for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(boxes[6 * part + i], box[i]) << part;
+        sum += static_cast<double>(volumes[part]);
+    }
+    EXPECT_NEAR(sum, 3000 + 2 * 6 * 35, 0.1);
+    for (std::uint32_t i = 0; i < plane_count; ++i) {
+        EXPECT_EQ(planes[4 * i] + planes[4 * i + 1] + planes[4 * i + 2], 1);
+    }
 }
 
 TEST_F(Frames, LetExceptionsPassAndAreReadyAfterwards) {

@@ -114,5 +114,34 @@ TEST_F(Cut, DoesNotPassOffBadPiecesAsGood) {
                 HasSubstr("along the cut are needles, the first near ("));
 }
 
+TEST_F(Cut, DecomposeWritesPartsThatFitOrSaysWhichDoNot) {
+    shapes::SoupVector set = shapes::box({0, 0, 0}, {30, 10, 10});
+    shapes::append(set, shapes::box({50, 0, 0}, {60, 10, 10}));
+    write_stl_file("set.stl", set);
+    const ToolResult result =
+        run({"decompose", "set.stl", "-o", "parts", "--size", "21", "--margin", "1", "--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    const json told = json::parse(result.out);
+    ASSERT_EQ(told["parts"].size(), 3U);
+    EXPECT_EQ(told["models"], 2);
+    EXPECT_EQ(told["planes"][0]["normal"], json({1, 0, 0}));
+    double sum = 0;
+    for (const json& part : told["parts"]) {
+        sum += part["volume"].get<double>();
+        EXPECT_LE(part["size"][0].get<double>(), 20.001);
+        EXPECT_EQ(run({"check", "-q", part["file"]}).status, 0);
+    }
+    EXPECT_NEAR(sum, 4000, 1e-2);
+    EXPECT_THAT(run({"decompose", "set.stl", "-o", "even", "--size", "10,0,0", "--uniform"}).out,
+                testing::StartsWith("set.stl: 4 parts in even, 2 cuts\n"));
+    const ToolResult many = run({"decompose", "set.stl", "-o", "parts", "--size", "0.1"});
+    EXPECT_EQ(many.status, 1);
+    EXPECT_THAT(many.err, HasSubstr("more than 32,768 parts"));
+    for (const char* size : {"0", "1,2", "-1", "x", "5,5,nan"}) {
+        EXPECT_EQ(run({"decompose", "set.stl", "-o", "parts", "--size", size}).status, 2) << size;
+    }
+    EXPECT_EQ(run({"decompose", "set.stl", "-o", "p", "--size", "5", "--margin", "5"}).status, 2);
+}
+
 }  // namespace
 }  // namespace povmesh

@@ -98,5 +98,22 @@ TEST_F(Design, StrengthNamesTheNeckAndColoursIt) {
     EXPECT_EQ(run({"strength", "dumbbell.stl", "-o", "out.obj", "--load", "side"}).status, 2);
 }
 
+// Nothing tells others that the cavity lies inside: they take it for a body turned inside out.
+TEST_F(Design, HollowDoubtsACavityInAnOpenModel) {
+    shapes::SoupVector ball = shapes::sphere(10, 4);
+    write_stl_file("closed.stl", ball);
+    EXPECT_EQ(run({"hollow", "closed.stl", "--thickness", "2", "-o", "out.stl"}).status, 0);
+    ball.resize(ball.size() - 9);
+    write_stl_file("open.stl", ball);
+    const std::vector<std::string> args = {"hollow", "open.stl", "--thickness", "2",
+                                           "-o",     "out.stl",  "--wall",      "voxel"};
+    const auto told = run(args);
+    EXPECT_EQ(told.status, 1);
+    EXPECT_THAT(told.err, HasSubstr("open around 1 of 1 cavity"));
+    const auto exact = run({"hollow", "open.stl", "--thickness", "2", "-o", "exact.stl"});
+    EXPECT_EQ(exact.status, 1);
+    EXPECT_THAT(exact.err, HasSubstr("holes; repair it first"));
+}
+
 }  // namespace
 }  // namespace povmesh

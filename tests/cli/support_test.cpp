@@ -35,6 +35,7 @@ TEST_F(Supports, AreWrittenAsMeshPolygonsAndPictures) {
     const std::size_t columns = told["columns"];
     EXPECT_GT(columns, 60U);
     EXPECT_EQ(told["longest"], 20);
+    EXPECT_NEAR(told["solid_support_volume"], (900 - 16) * 20, 900) << "a table on its foot";
     EXPECT_EQ(told["after"]["triangles"], 16 * columns);
     EXPECT_EQ(json::parse(run({"check", "out.stl", "--json"}).out)[0]["verdict"], "clean");
     const json layers = json::parse(read("out.json"))["layers"];

@@ -36,11 +36,11 @@ void ToolTest::TearDown() {
     std::filesystem::remove_all(folder_);
 }
 
-ToolResult ToolTest::run(const std::vector<std::string>& arguments,
-                         const std::string& output) const {
+ToolResult ToolTest::run(const std::vector<std::string>& arguments, const std::string& output,
+                         const std::string& input) const {
     std::string command = "cd " + quoted(folder_) + " && " + quoted(POVMESH_TOOL);
     for (const std::string& argument : arguments) command += " " + quoted(argument);
-    command += " >" + (output.empty() ? "out" : quoted(output)) + " 2>err </dev/null";
+    command += " >" + (output.empty() ? "out" : quoted(output)) + " 2>err <" + quoted(input);
     const int status = std::system(command.c_str());  // NOLINT(cert-env33-c): our own words
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output.empty() ? read("out") : "",
             read("err")};

@@ -24,8 +24,10 @@ protected:
 
     std::string path(std::string_view name) const { return folder_ + "/" + std::string(name); }
 
-    /// Runs the tool in the folder, its standard output going to `output` when one is named.
-    ToolResult run(const std::vector<std::string>& arguments, const std::string& output = {}) const;
+    /// Runs the tool in the folder, its standard output going to `output` when one is named, its
+    /// standard input coming from `input`.
+    ToolResult run(const std::vector<std::string>& arguments, const std::string& output = {},
+                   const std::string& input = "/dev/null") const;
 
     void write(std::string_view name, std::string_view content) const;
     std::string read(std::string_view name) const;

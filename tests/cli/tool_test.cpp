@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "helpers/shapes.h"
+#include "io/zip_package.h"
 #include "tool_runner.h"
 
 namespace povmesh {
@@ -246,7 +247,7 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
         {{"check", "folder.stl"}, 3, {"folder.stl"}},
         {{"check", "part.obj"}, 3, {"part.obj", "line 2", "\"2\" names no vertex"}},
         {{"check", "EMPTY.OBJ"}, 3, {"EMPTY.OBJ", "no face"}},
-        {{"check", "cube"}, 3, {"cube", "name ends in .stl, .obj or"}},
+        {{"check", "cube"}, 3, {"cube", "name ends in .stl, .obj, .ply"}},
         {{"check", "cut.stl"}, 3, {"cut.stl", "truncated", "684 bytes", "400 bytes"}},
         {{"check", "empty.stl"}, 3, {"empty.stl", "empty"}},
         {{"check", "prose.stl"}, 3, {"prose.stl", "not an STL file"}},
@@ -255,7 +256,7 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
         {{"check", "two\nlines.obj"}, 3, {"lines.obj"}},
         {{"check", "%s %n \xC3\xA4.stl"}, 3, {"%s %n \xC3\xA4.stl"}},
         {{"convert", "cut.stl", "new.stl"}, 3, {"cut.stl", "truncated"}},
-        {{"convert", "cube.stl", "new.off"}, 2, {"new.off", "name that ends in .stl, .obj or"}},
+        {{"convert", "cube.stl", "new.off"}, 2, {"new.off", "name that ends in .stl, .obj, .ply"}},
         {{"convert", "cube.stl", "nowhere/new.stl"}, 6, {"nowhere/new.stl"}},
         {{"convert", "cube.stl", "folder.stl"}, 6, {"folder.stl"}},
         {{"convert", "cube.stl"}, 2, {"OUT is required", "convert --help"}},
@@ -270,7 +271,7 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
          {"cut.stl", "truncated"}},
         {{"convert", "infinite.stl", "new.obj"}, 6, {"new.obj", "infinite"}},
         {{"repair", "cube.stl"}, 2, {"--output is required"}},
-        {{"repair", "cube.stl", "-o", "new.off"}, 2, {"new.off", "ends in .stl, .obj or"}},
+        {{"repair", "cube.stl", "-o", "new.off"}, 2, {"new.off", "ends in .stl, .obj, .ply"}},
         {{"repair", "cut.stl", "-o", "new.stl"}, 3, {"cut.stl", "truncated"}},
         {{"repair", "cube.stl", "-o", "nowhere/new.stl"}, 6, {"nowhere/new.stl"}},
         {{"reduce", "infinite.stl", "-o", "new.stl", "--keep", "1"}, 1, {"povmesh repair takes"}},
@@ -298,6 +299,84 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
     for (const char* name : {"new.stl", "new.off", "new.obj", "x.jpg", "x.png"}) {
         EXPECT_FALSE(std::filesystem::exists(path(name))) << name;
     }
+}
+
+TEST_F(ToolTest, PipesAndPackedFilesCarryTheSameModel) {
+    write_stl_file("cube.stl", cube());
+    ASSERT_EQ(run({"convert", "cube.stl", "cube.ply.gz"}).status, 0);
+    ASSERT_EQ(run({"convert", "cube.ply.gz", "back.stl"}).status, 0);
+    const std::string plain = read("back.stl");
+    for (const char* input : {"back.stl", "packed.stl.gz"}) {
+        ASSERT_EQ(run({"convert", "cube.stl", "packed.stl.gz"}).status, 0);
+        const ToolResult piped = run({"repair", "-", "-o", "-", "--format", "stl"}, "piped", input);
+        EXPECT_EQ(piped.status, 0) << piped.err;
+        EXPECT_EQ(read("piped"), plain) << "nothing but the model";
+        EXPECT_THAT(piped.err, HasSubstr("verified"));
+    }
+    write("cut.stl", plain.substr(0, 300));
+    const ToolResult cut = run({"convert", "-", "-", "--format", "stl"}, "piped", "cut.stl");
+    EXPECT_EQ(cut.status, 3);
+    EXPECT_EQ(read("piped"), "") << "no part of a model that is not whole";
+    EXPECT_THAT(run({"convert", "cube.stl", "-"}).err, HasSubstr("give --format"));
+    EXPECT_EQ(run({"convert", "cube.stl", "-", "--format", "ply"}, "/dev/full").status, 6);
+}
+
+// Two cubes that share a wall, which belongs to both of them, and one without a face.
+std::string package_of_three() {
+    std::string mesh = "<mesh><vertices>";
+    for (int v = 0; v < 8; ++v) {
+        const auto bit = [&](int shift) { return std::to_string(10 * (v >> shift & 1)); };
+        mesh += "<vertex x=\"" + bit(0) + "\" y=\"" + bit(1) + "\" z=\"" + bit(2) + "\"/>";
+    }
+    mesh += "</vertices><triangles>";
+    const int faces[12][3] = {{0, 2, 1}, {1, 2, 3}, {4, 5, 6}, {5, 7, 6}, {0, 1, 4}, {1, 5, 4},
+                              {2, 6, 3}, {3, 6, 7}, {0, 4, 2}, {2, 4, 6}, {1, 3, 5}, {3, 7, 5}};
+    std::string open;
+    for (const auto& [a, b, c] : faces) {
+        if (c == 5 && a == 3) open = mesh;  // all faces but the last
+        mesh += "<triangle v1=\"" + std::to_string(a) + "\" v2=\"" + std::to_string(b) +
+                "\" v3=\"" + std::to_string(c) + "\"/>";
+    }
+    const std::string end = "</triangles></mesh></object>";
+    const std::string item = "\" transform=\"1 0 0 0 1 0 0 0 1 ";
+    PackageWriter writer;
+    writer.add("3D/3dmodel.model",
+               "<model xmlns=\"http://schemas.microsoft.com/3dmanufacturing/core/2015/02\">"
+               "<resources><object id=\"1\" name=\"W\xC3\xBCrfel\">" +
+                   mesh + end + "<object id=\"2\" name=\"lid\">" + open + end +
+                   "</resources><build><item objectid=\"1\"/><item objectid=\"1" + item +
+                   "10 0 0\"/><item objectid=\"2" + item + "30 0 0\"/></build></model>");
+    struct Sink final : ByteSink {
+        Status write(std::span<const char> piece) override {
+            bytes.append(piece.data(), piece.size());
+            return {};
+        }
+        Status commit() override { return {}; }
+        std::string bytes;
+    } sink;
+    EXPECT_TRUE(writer.finish(sink, "three").ok());
+    return sink.bytes;
+}
+
+TEST_F(ToolTest, ObjectsOfAPackageAreCheckedByThemselvesAndKeepTheirNames) {
+    write("three.3mf", package_of_three());
+    ASSERT_EQ(run({"convert", "three.3mf", "again.3mf"}).status, 0);
+    for (const char* name : {"three.3mf", "again.3mf"}) {
+        const ToolResult result = run({"check", "--json", name});
+        EXPECT_EQ(result.status, 1) << result.err;
+        const json objects = json::parse(result.out)[0]["objects"];
+        ASSERT_EQ(objects.size(), 3U);
+        EXPECT_EQ(objects[1]["name"], "W\xC3\xBCrfel");
+        EXPECT_EQ(objects[1]["verdict"], "clean")
+            << "it shares a wall, which is no flaw of its own";
+        EXPECT_EQ(objects[2]["name"], "lid");
+        EXPECT_EQ(objects[2]["flaws"]["open_edges"], 3);
+    }
+    // What is changed as one must not pass for sound objects.
+    const ToolResult remeshed = run({"remesh", "three.3mf", "-o", "new.3mf", "--edge", "4"});
+    EXPECT_EQ(remeshed.status, 1);
+    EXPECT_THAT(remeshed.err, HasSubstr("no longer closed: objects that touch"));
+    EXPECT_THAT(run({"convert", "three.3mf", "new.stl"}).err, HasSubstr("names of objects"));
 }
 
 TEST_F(ToolTest, AFullDiskUnderStandardOutputIsAnError) {

@@ -33,25 +33,37 @@ protected:
 };
 
 TEST_F(Voxels, HollowWritesTheModelWithItsCavity) {
-    const json object = done({"hollow", "cube.stl", "-o", "out.stl", "--thickness", "3"});
-    EXPECT_NEAR(object["cavity_volume"], 14 * 14 * 14, 300);
-    EXPECT_NEAR(object["smallest_wall"], 3, 0.6);
-    EXPECT_NEAR(object["after"]["volume"], 8000 - double{object["cavity_volume"]}, 1);
-    EXPECT_NEAR(object["saved_percent"], double{object["cavity_volume"]} / 80, 0.01);
-    const json checked = json::parse(run({"check", "out.stl", "--json"}).out)[0];
-    EXPECT_EQ(checked["verdict"], "clean");
-    const json cavity =
-        done({"hollow", "cube.stl", "-o", "out.obj", "--thickness", "3", "--cavity-only"});
-    EXPECT_EQ(cavity["after"]["volume"], cavity["cavity_volume"]);
+    struct Kind {
+        const char* wall;
+        double volume_within, wall_within;
+    };
+    for (const Kind& kind : {Kind{"exact", 1, 0.003}, Kind{"voxel", 300, 0.6}}) {
+        std::vector<std::string> hollow = {"hollow",      "cube.stl", "-o",     "out.stl",
+                                           "--thickness", "3",        "--wall", kind.wall};
+        const json object = done(hollow);
+        EXPECT_NEAR(object["cavity_volume"], 14 * 14 * 14, kind.volume_within);
+        EXPECT_NEAR(object["smallest_wall"], 3, kind.wall_within);
+        EXPECT_NEAR(object["after"]["volume"], 8000 - double{object["cavity_volume"]}, 1);
+        EXPECT_NEAR(object["saved_percent"], double{object["cavity_volume"]} / 80, 0.01);
+        const json checked = json::parse(run({"check", "out.stl", "--json"}).out)[0];
+        EXPECT_EQ(checked["verdict"], "clean");
+        hollow[3] = "out.obj";
+        hollow.emplace_back("--cavity-only");
+        const json cavity = done(hollow);
+        EXPECT_EQ(cavity["after"]["volume"], cavity["cavity_volume"]);
+    }
 }
 
 TEST_F(Voxels, HollowSaysWhenNothingIsLeftAndWritesNothing) {
-    for (const char* thickness : {"1.5", "0.2", "0", "1e30"}) {
-        const json object =
-            done({"hollow", "thin.stl", "-o", "out.stl", "--thickness", thickness}, 1);
-        EXPECT_THAT(std::string(object["error"]), HasSubstr("nothing can be hollowed"))
-            << thickness;
-        EXPECT_FALSE(std::filesystem::exists(path("out.stl")));
+    for (const char* wall : {"exact", "voxel"}) {
+        for (const char* thickness : {"1.5", "0", "1e30", "1e-30"}) {
+            const json object = done(
+                {"hollow", "thin.stl", "-o", "out.stl", "--thickness", thickness, "--wall", wall},
+                1);
+            EXPECT_THAT(std::string(object["error"]), HasSubstr("nothing can be hollowed"))
+                << thickness;
+            EXPECT_FALSE(std::filesystem::exists(path("out.stl")));
+        }
     }
     EXPECT_EQ(run({"hollow", "thin.stl", "-o", "out.stl", "--thickness", "-1"}).status, 2);
     EXPECT_EQ(run({"hollow", "thin.stl", "-o", "out.stl"}).status, 2);
@@ -63,18 +75,27 @@ TEST_F(Voxels, MessagesNameTheWrongCure) {
     open.resize(open.size() - 18);
     write_stl_file("open.stl", open);
     struct Case {
+        const char* wall;
         const char* file;
         const char* thickness;
         const char* cure;
     };
     for (const Case& test :
-         {Case{"thin.stl", "0.2", "take at least 0.5"}, Case{"thin.stl", "1.5", "thinner wall"},
-          Case{"metres.stl", "0.002", "scale it to millimetres"},
-          Case{"metres.stl", "2", "scale it to millimetres"}, Case{"open.stl", "2", "repair it"}}) {
-        const json object =
-            done({"hollow", test.file, "-o", "out.stl", "--thickness", test.thickness}, 1);
+         {Case{"voxel", "thin.stl", "0.2", "take at least 0.5"},
+          Case{"voxel", "thin.stl", "1.5", "thinner wall"},
+          Case{"voxel", "metres.stl", "0.002", "scale it to millimetres"},
+          Case{"voxel", "metres.stl", "2", "scale it to millimetres"},
+          Case{"voxel", "open.stl", "2", "repair it"}, Case{"exact", "open.stl", "2", "repair it"},
+          Case{"exact", "thin.stl", "1.5", "thinner wall"},
+          Case{"exact", "thin.stl", "0.001", "take at least 0.0"},
+          Case{"exact", "metres.stl", "2", "scale it to millimetres"}}) {
+        const json object = done({"hollow", test.file, "-o", "out.stl", "--thickness",
+                                  test.thickness, "--wall", test.wall},
+                                 1);
         EXPECT_THAT(std::string(object["error"]), HasSubstr(test.cure)) << test.file;
     }
+    // Exact walls do not care for the unit.
+    done({"hollow", "metres.stl", "-o", "out.stl", "--thickness", "0.002"});
     const json sheet = done({"voxelize", "open.stl", "-o", "out.stl", "--size", "0.5"});
     ASSERT_EQ(sheet["warnings"].size(), 1U);
     EXPECT_THAT(std::string(sheet["warnings"][0]), HasSubstr("only its surface"));

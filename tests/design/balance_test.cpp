@@ -233,6 +233,8 @@ TEST(Balance, DecidesOrTellsOtherwiseThanItsTable) {
     SoupVector flat = shapes::box({0, 0, 0}, {100, 100, 1e-8F});
     const SoupVector firm = shapes::box({0, 0, 0}, {20, 20, 20});
     const SoupVector shaky = shapes::box({0, 0, 0}, {2, 2, 14});  // of walls alone
+    SoupVector block_on_a_sheet = shapes::box({-30, -0.75, 0}, {30, 0.75, 30});
+    shapes::append(block_on_a_sheet, shapes::box({-4.5, -4.5, 24}, {4.5, 4.5, 33}));
     const SoupVector falling = prism(16, 50, 18);
     const std::string nothing = "\n[Caution] balance nothing!\n";
     const std::string failure =
@@ -251,6 +253,7 @@ TEST(Balance, DecidesOrTellsOtherwiseThanItsTable) {
         {"firm", firm, 1, BalanceStatus::Stands, ""},
         {"firm, no thickness", firm, kNan, BalanceStatus::Stands, ""},
         {"shaky", shaky, 2, BalanceStatus::Stands, "30 60 "},
+        {"shaky, little to gain", block_on_a_sheet, 1, BalanceStatus::Stands, "30 60 "},
         {"falls, too thick", falling, 20, BalanceStatus::Falls, "30 60 "},
         {"falls, 0", falling, 0, BalanceStatus::Falls, "30 60 "},
         {"falls, negative", falling, -3, BalanceStatus::Falls, "30 60 "},
@@ -279,6 +282,9 @@ TEST(Balance, DecidesOrTellsOtherwiseThanItsTable) {
         const bool falls = row.status == BalanceStatus::Falls;
         EXPECT_TRUE(job.text.ends_with(falls ? failure : nothing)) << job.text;
         EXPECT_GE(report.after.margin, report.before.margin);
+        if (!falls) {
+            EXPECT_EQ(report.after.tilt, report.before.tilt);
+        }
     }
     // Below half a unit a wall counts as half a unit.
     TriMesh thin = shapes::mesh_of(falling);

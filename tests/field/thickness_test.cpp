@@ -272,7 +272,8 @@ TEST(Thickness, BadOptionsWildModelsAndTooManySamplesComeToAnEnd) {
                                         {.wall = -1},
                                         {.wall = nan},
                                         {.wall = 1, .gap = -1},
-                                        {.wall = 1, .gap = nan}}) {
+                                        {.wall = 1, .gap = nan},
+                                        {.wall = 1, .grain = nan}}) {
         EXPECT_EQ(measure_thickness(cube, bad).status.code(), StatusCode::BadOption);
     }
     const ThicknessReport coarse = measure_thickness(cube, {.wall = 1e-3, .most_samples = 5000});

@@ -13,6 +13,7 @@
 #include "helpers/reference.h"
 #include "helpers/shapes.h"
 #include "mesh/edge_mates.h"
+#include "remesh/original_surface.h"
 #include "remesh/patch_distance.h"
 #include "remesh/triangle_shape.h"
 #include "spatial/surface_distance.h"
@@ -274,6 +275,57 @@ TEST(Revise, KeepsTheTextureRecordsOfWhatStaysAndAddsThoseOfWhatChanges) {
             EXPECT_NEAR(result.texture_coordinates[static_cast<std::size_t>(face.uv[c])].u,
                         static_cast<double>(result.corner_position(face, c).y), 0.1);
         }
+    }
+}
+
+// Rounded to a grid, so that there are folds, and faces that have no area and no direction.
+SoupVector with_folds(SoupVector soup, float grid) {
+    for (float& x : soup) x = std::round(x / grid) * grid;
+    return soup;
+}
+
+TEST(Revise, AsksTheOriginalWhereTheSumOfStepsIsTooMuch) {
+    const TriMesh mesh =
+        mesh_of(with_folds(with_slivers(shapes::sphere(10, 3), 2, false, 0.02), 0.05F));
+    EXPECT_EQ(count_shapes(mesh).slivers, 58U);  // none of them goes by the sums
+    EXPECT_LE(count_shapes(revised(mesh)).slivers, 16U);
+}
+
+TEST(Revise, TellsHowFarAFoldedPatchIsFromTheOriginal) {
+    shapes::Random random(6);
+    const auto point = [&] { return Vec3d{random.unit(), random.unit(), 0.3 * random.unit()}; };
+    for (int trial = 0; trial < 40; ++trial) {
+        std::vector<Triangle> before;
+        std::vector<Triangle> after;
+        SoupVector soup;
+        for (int i = 0; i < 4; ++i) {
+            before.push_back({point(), point(), point()});
+            after.push_back({point(), point(), point()});
+        }
+        before.push_back({before[0][0], before[0][1], (before[0][0] + before[0][1]) * 0.5});
+        after.push_back({after[0][0], after[0][1], after[0][1]});
+        for (const Triangle& t : before) add(soup, t[0], t[1], t[2]);
+        const TriMesh mesh = mesh_of(soup);
+        const double truth = hausdorff(before, after);
+        const OriginalSurface original(mesh);
+        std::size_t effort = 1'000'000;
+        const double found = original.distance({before, after, {}, 1e-6}, 1.2 * truth, effort);
+        EXPECT_GE(found, truth * (1 - 1e-4)) << trial;
+        EXPECT_LE(found, 1.2 * truth) << trial;
+        EXPECT_GT(original.distance({before, after, {}, 1e-6}, 0.8 * truth, effort), 1) << trial;
+    }
+}
+
+TEST(Revise, JoinsNoFoldedSheetsAtAnEdge) {
+    for (const std::uint32_t seed : {1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U}) {
+        const SoupVector slivers =
+            with_slivers(shapes::sphere(1, 1 + seed % 3), 2, seed % 2 == 0, 0.02);
+        TriMesh mesh = mesh_of(with_folds(slivers, seed < 5 ? 0.1F : 0.25F));
+        const std::size_t before = EdgeMates(mesh).group_count();
+        const std::size_t open = open_edges(mesh);
+        revise_triangles(mesh, {.most_movement = 0.05});
+        EXPECT_LE(EdgeMates(mesh).group_count(), before) << seed;
+        EXPECT_LE(open_edges(mesh), open) << seed;
     }
 }
 

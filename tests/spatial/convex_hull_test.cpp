@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <limits>
 #include <map>
 #include <utility>
@@ -106,6 +108,42 @@ TEST(ConvexHull, TellsTheDimensionOfDegenerateSets) {
         area += static_cast<double>(a.x * b.y - a.y * b.x) / 2;
     }
     EXPECT_EQ(std::abs(area), 4);
+}
+
+// All points of a ball and of a cylinder are corners. A point of a rim is a hair above the plane of
+// the cap, but far beside it.
+TEST(ConvexHull, LeavesOutOnlyWhatIsWithinTheTolerance) {
+    constexpr double kTolerance = 1e-3;
+    const shapes::SoupVector soup = shapes::sphere(1, 6);
+    Points ball;
+    for (std::size_t i = 0; i < soup.size(); i += 3) {
+        ball.push_back({soup[i], soup[i + 1], soup[i + 2]});
+    }
+    Points cylinder;
+    shapes::Random random(3);
+    for (int i = 0; i < 40000; ++i) {
+        const auto angle = static_cast<float>(i * 6.283185307 / 40000);
+        const auto hair = static_cast<float>(1e-7 * random.unit());
+        cylinder.push_back({std::cos(angle), std::sin(angle), hair});
+        cylinder.push_back({std::cos(angle), std::sin(angle), 2 + hair});
+    }
+    for (const Points& points : {ball, cylinder}) {
+        const ConvexHull hull = convex_hull(points, kTolerance);
+        ASSERT_EQ(hull.dimension, 3);
+        EXPECT_GT(hull.triangles.size(), 15000U);  // kept exactly
+        EXPECT_LT(hull.triangles.size(), 40000U);
+        EXPECT_EQ(hull.vertices.size() * 2, hull.triangles.size() + 4);
+        for (std::size_t i = 0; i < hull.triangles.size(); i += 101) {
+            const auto& t = hull.triangles[i];
+            const Vec3d a = to_double(points[t[0]]);
+            const Vec3d n = cross(to_double(points[t[1]]) - a, to_double(points[t[2]]) - a);
+            double most = 0;
+            for (const Vec3f p : points) {
+                most = std::max(most, dot(n / length(n), to_double(p) - a));
+            }
+            EXPECT_LT(most, 1.01 * kTolerance) << "triangle " << i;
+        }
+    }
 }
 
 TEST(ConvexHull, IsTheSameSolidInAnyOrderAndUnit) {

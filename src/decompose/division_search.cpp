@@ -1,0 +1,384 @@
+// Beam search over sets of pieces. A state has finished parts and open pieces, of which the largest
+// is divided next, in every way that the pieces' boxes and sections suggest; the states with the
+// fewest parts to be expected stay, of equal ones those with the best sections.
+//
+// Source: L. Luo, I. Baran, S. Rusinkiewicz and W. Matusik, Chopper: Partitioning models into
+// 3D-printable parts, TOG 31(6), 2012. Unlike there, what the cuts do is judged on cells, and the
+// parts to be expected of a piece are the slab cells that hold any of it.
+#include "decompose/division_search.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <memory>
+#include <set>
+#include <utility>
+
+#include "base/convert.h"
+#include "decompose/section_quality.h"
+
+namespace povmesh {
+namespace {
+
+// Width of the beam by the number of parts to be expected.
+constexpr std::size_t kFewParts = 16;
+constexpr std::size_t kSomeParts = 48;
+constexpr std::size_t kMostParts = 512;  // beyond it the even division has to do
+
+constexpr std::size_t kBestSections = 3;  // of a window
+constexpr double kApart = 0.12;           // of a window, that these are apart at least
+constexpr std::size_t kSpreadPlaces = 6;  // along every axis
+constexpr std::size_t kMostWindows = 15;  // along an axis; more slabs are far from done anyway
+
+constexpr double kCrumbWeight = 0.5;
+constexpr double kCrumbShare = 0.25;  // of the mean part; what is smaller is a crumb
+
+// A section has room for a peg when it is as wide as this share of the smallest size, and as these
+// cells.
+constexpr double kPegShare = 0.04;
+constexpr double kPegCells = 3;
+
+struct Way;
+
+struct Node {
+    SolidPiece piece;
+    std::size_t expected = 1;  // parts
+    bool fits = false;
+    bool has_ways = false;
+    std::vector<Way> ways;  // to divide it, once they were looked for
+};
+
+using NodePointer = std::shared_ptr<Node>;
+
+struct Way {
+    CutPlace place;
+    double quality = 0;
+    std::vector<NodePointer> children;  // those below first
+    std::size_t below = 0;
+};
+
+struct Choice {
+    NodePointer node;
+    std::size_t way;
+};
+
+struct State {
+    std::size_t done = 0;
+    std::size_t expected = 0;  // parts in all
+    double quality = 0;        // summed up
+    std::vector<NodePointer> open;
+    std::vector<Choice> choices;
+};
+
+bool is_better(const State& a, const State& b) {
+    return a.expected != b.expected ? a.expected < b.expected : a.quality < b.quality;
+}
+
+class Search {
+public:
+    Search(SolidModel solid, const PartSize& size)
+        : grid_(solid.grid), size_(size), pieces_(std::move(solid.pieces)) {}
+
+    DivisionPlan run() {
+        State start;
+        for (SolidPiece& piece : pieces_) {
+            volume_ += piece.cells;
+            add(start, make_node(std::move(piece)));
+        }
+        std::vector<NodePointer> roots = roots_;
+        if (start.expected > kMostParts || roots.empty()) return {};
+        expected_at_first_ = start.expected;
+        std::vector<State> beam = {start};
+        State best;
+        bool has_best = false;
+        while (!beam.empty()) {
+            std::vector<State> next;
+            for (const State& state : beam) {
+                if (has_best && !is_better(state, best)) continue;
+                if (state.open.empty()) {
+                    best = state;
+                    has_best = true;
+                    continue;
+                }
+                expand(state, next);
+            }
+            beam = keep_best(std::move(next));
+        }
+        return has_best ? plan_of(best, roots) : DivisionPlan{};
+    }
+
+private:
+    NodePointer make_node(SolidPiece piece) {
+        auto node = std::make_shared<Node>();
+        node->piece = std::move(piece);
+        node->fits = size_.fits(node->piece.box);
+        node->expected = node->fits ? 1 : expected_parts(node->piece);
+        if (node->fits) node->piece.runs = {};  // nobody divides it
+        return node;
+    }
+
+    void add(State& state, const NodePointer& node) {
+        if (roots_.size() < pieces_.size()) roots_.push_back(node);
+        state.expected += node->expected;
+        if (node->fits) {
+            ++state.done;
+        } else {
+            state.open.push_back(node);
+        }
+    }
+
+    // The slab cells of its box that hold any of a piece, at least 2.
+    std::size_t expected_parts(const SolidPiece& piece) const {
+        std::array<std::size_t, 3> slabs{};
+        std::array<std::vector<std::size_t>, 3> slab_of;  // by layer
+        const Vec3d extent = piece.box.extent();
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            const double length = along(extent, axis);
+            slabs[axis] = static_cast<std::size_t>(
+                std::min<std::int64_t>(size_.slabs(length, axis), kMostParts + 1));
+            for (std::int32_t i = piece.low[axis]; i < piece.high[axis]; ++i) {
+                const double middle = along(grid_.box.low, axis) + grid_.edge[axis] * (i + 0.5);
+                const double share = (middle - along(piece.box.low, axis)) / length;
+                const auto slab =
+                    saturate_to<std::size_t>(share * static_cast<double>(slabs[axis]));
+                slab_of[axis].push_back(std::min(slab, slabs[axis] - 1));
+            }
+        }
+        const std::size_t all = slabs[0] * slabs[1] * slabs[2];
+        if (all > kMostParts) return all;
+        std::vector<bool> held(all, false);
+        for (const CellRun& run : piece.runs) {
+            const auto at = [&](std::size_t axis, std::int32_t i) {
+                return slab_of[axis][static_cast<std::size_t>(i - piece.low[axis])];
+            };
+            const std::size_t row = (at(2, run.z) * slabs[1] + at(1, run.y)) * slabs[0];
+            for (std::size_t s = at(0, run.begin); s <= at(0, run.end - 1); ++s) {
+                held[row + s] = true;
+            }
+        }
+        return std::max<std::size_t>(
+            2, static_cast<std::size_t>(std::count(held.begin(), held.end(), true)));
+    }
+
+    // ------------------------------------------------------------------ where to cut
+
+    // Places along an axis and the quality of the section nearest to each.
+    class Places {
+    public:
+        Places(const SolidPiece& piece, std::size_t axis, const CellGrid& grid,
+               std::vector<double> qualities)
+            : piece_(piece), axis_(axis), grid_(grid), qualities_(std::move(qualities)) {}
+
+        double low() const { return along(piece_.box.low, axis_); }
+        double high() const { return along(piece_.box.high, axis_); }
+
+        double offset_of(std::size_t layer) const {
+            return along(grid_.box.low, axis_) +
+                   grid_.edge[axis_] * (piece_.low[axis_] + static_cast<double>(layer));
+        }
+
+        void add(double offset) {
+            const double rounded = static_cast<double>(narrow_to_float(offset));
+            const double step = grid_.edge[axis_];
+            const double layer = (rounded - offset_of(0)) / step;
+            if (!(layer > 0.5 && layer < static_cast<double>(qualities_.size()) - 0.5)) return;
+            for (const auto& [place, quality] : found_) {
+                if (std::abs(place - rounded) < 0.1 * step) return;
+            }
+            const auto nearest = saturate_to<std::size_t>(std::round(layer));
+            found_.emplace_back(
+                rounded, qualities_[std::clamp<std::size_t>(nearest, 1, qualities_.size() - 1)]);
+        }
+
+        // The best sections between two places, apart from each other.
+        void add_best(double from, double to) {
+            std::vector<std::size_t> layers;
+            for (std::size_t i = 1; i < qualities_.size(); ++i) {
+                if (offset_of(i) >= from && offset_of(i) <= to) layers.push_back(i);
+            }
+            std::stable_sort(layers.begin(), layers.end(), [&](std::size_t a, std::size_t b) {
+                return qualities_[a] < qualities_[b];
+            });
+            std::vector<double> taken;
+            for (const std::size_t i : layers) {
+                const double offset = offset_of(i);
+                const bool is_near = std::any_of(taken.begin(), taken.end(), [&](double other) {
+                    return std::abs(other - offset) < kApart * (to - from);
+                });
+                if (is_near) continue;
+                taken.push_back(offset);
+                add(offset);
+                if (taken.size() == kBestSections) break;
+            }
+        }
+
+        const std::vector<std::pair<double, double>>& found() const { return found_; }
+
+    private:
+        const SolidPiece& piece_;
+        std::size_t axis_;
+        const CellGrid& grid_;
+        std::vector<double> qualities_;
+        std::vector<std::pair<double, double>> found_;
+    };
+
+    SectionScale scale_of(const SolidPiece& piece, std::size_t axis) const {
+        const Vec3d extent = piece.box.extent();
+        double perimeter = 0;
+        double area = 1;
+        double cell = 0;
+        for (const std::size_t other : {(axis + 1) % 3, (axis + 2) % 3}) {
+            const double side = std::min(size_.limit(other), along(extent, other));
+            perimeter += 2 * side;
+            area *= side;
+            cell = std::max(cell, grid_.edge[other]);
+        }
+        const double wide = std::isinf(size_.smallest()) ? 0 : kPegShare * size_.smallest();
+        return {std::max(wide, kPegCells * cell), perimeter, area};
+    }
+
+    void find_ways(Node& node) {
+        node.has_ways = true;
+        const SolidPiece& piece = node.piece;
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            if (piece.high[axis] - piece.low[axis] < 2) continue;
+            Places places(piece, axis, grid_,
+                          section_qualities(piece, axis, grid_, scale_of(piece, axis)));
+            const double low = places.low();
+            const double extent = places.high() - low;
+            const auto slabs = static_cast<std::size_t>(
+                std::min<std::int64_t>(size_.slabs(extent, axis), kMostWindows + 1));
+            // Half the tolerance, so that rounding keeps the parts within the other half.
+            const double size = size_.limit(axis) * (1 - PartSize::kTolerance / 2);
+            const auto count = static_cast<double>(slabs);
+            for (std::size_t m = 1; m < slabs; ++m) {
+                const auto share = static_cast<double>(m);
+                const double from = places.high() - (count - share) * size;
+                const double to = low + share * size;
+                places.add(low + extent * share / count);
+                if (!(from < to)) continue;
+                places.add_best(from, to);
+                places.add(from);
+                places.add(to);
+            }
+            for (std::size_t i = 0; i < kSpreadPlaces; ++i) {
+                places.add(low + extent * (static_cast<double>(i) + 0.5) / kSpreadPlaces);
+            }
+            for (const auto& [offset, quality] : places.found()) {
+                add_way(node, {axis, offset}, quality);
+            }
+        }
+    }
+
+    void add_way(Node& node, const CutPlace& place, double quality) {
+        SplitPiece split = split_piece(node.piece, place, grid_);
+        if (split.below.empty() || split.above.empty()) return;
+        Way way{place, quality, {}, split.below.size()};
+        const double crumb =
+            kCrumbShare * static_cast<double>(volume_) / static_cast<double>(expected_at_first_);
+        for (std::vector<SolidPiece>* side : {&split.below, &split.above}) {
+            for (SolidPiece& piece : *side) {
+                const auto cells = static_cast<double>(piece.cells);
+                if (cells < crumb) way.quality += kCrumbWeight * (1 - cells / crumb);
+                way.children.push_back(make_node(std::move(piece)));
+            }
+        }
+        node.ways.push_back(std::move(way));
+    }
+
+    // ------------------------------------------------------------------ the beam
+
+    void expand(const State& state, std::vector<State>& next) {
+        const auto largest = std::max_element(state.open.begin(), state.open.end(),
+                                              [](const NodePointer& a, const NodePointer& b) {
+                                                  return a->piece.cells < b->piece.cells;
+                                              });
+        const NodePointer node = *largest;
+        if (!node->has_ways) find_ways(*node);
+        for (std::size_t i = 0; i < node->ways.size(); ++i) {
+            const Way& way = node->ways[i];
+            State made = state;
+            made.open.erase(made.open.begin() + (largest - state.open.begin()));
+            made.expected -= node->expected;
+            made.quality += way.quality;
+            for (const NodePointer& child : way.children) add(made, child);
+            made.choices.push_back({node, i});
+            next.push_back(std::move(made));
+        }
+    }
+
+    // Boxes of the open pieces, in steps of two cells.
+    std::vector<std::int32_t> signature(const State& state) const {
+        std::vector<std::array<std::int32_t, 6>> boxes;
+        for (const NodePointer& node : state.open) {
+            const SolidPiece& p = node->piece;
+            boxes.push_back({p.low[0] / 2, p.low[1] / 2, p.low[2] / 2, p.high[0] / 2, p.high[1] / 2,
+                             p.high[2] / 2});
+        }
+        std::sort(boxes.begin(), boxes.end());
+        std::vector<std::int32_t> all = {static_cast<std::int32_t>(state.done)};
+        for (const auto& box : boxes) all.insert(all.end(), box.begin(), box.end());
+        return all;
+    }
+
+    std::vector<State> keep_best(std::vector<State> states) const {
+        std::stable_sort(states.begin(), states.end(), is_better);
+        std::vector<State> kept;
+        std::set<std::vector<std::int32_t>> seen;
+        for (State& state : states) {
+            const std::size_t width = expected_at_first_ <= kFewParts    ? 6
+                                      : expected_at_first_ <= kSomeParts ? 3
+                                                                         : 1;
+            if (kept.size() == width) break;
+            if (!seen.insert(signature(state)).second) continue;
+            kept.push_back(std::move(state));
+        }
+        return kept;
+    }
+
+    static DivisionPlan plan_of(const State& best, const std::vector<NodePointer>& roots) {
+        DivisionPlan plan;
+        plan.parts = best.done;
+        const auto add_piece = [&](const NodePointer& node) {
+            plan.pieces.push_back({node->piece.box, false, {}, {}, 0});
+            return static_cast<std::uint32_t>(plan.pieces.size() - 1);
+        };
+        std::vector<std::pair<NodePointer, std::uint32_t>> waiting;
+        for (const NodePointer& root : roots) {
+            plan.roots.push_back(add_piece(root));
+            waiting.emplace_back(root, plan.roots.back());
+        }
+        while (!waiting.empty()) {
+            const auto [node, number] = waiting.back();
+            waiting.pop_back();
+            const auto choice = std::find_if(best.choices.begin(), best.choices.end(),
+                                             [&](const Choice& c) { return c.node == node; });
+            if (choice == best.choices.end()) continue;
+            const Way& way = node->ways[choice->way];
+            for (const NodePointer& child : way.children) {
+                const std::uint32_t place = add_piece(child);
+                plan.pieces[number].children.push_back(place);
+                waiting.emplace_back(child, place);
+            }
+            plan.pieces[number].is_divided = true;
+            plan.pieces[number].place = way.place;
+            plan.pieces[number].below = way.below;
+        }
+        return plan;
+    }
+
+    CellGrid grid_;
+    const PartSize& size_;
+    std::vector<SolidPiece> pieces_;
+    std::vector<NodePointer> roots_;
+    std::size_t volume_ = 0;             // cells
+    std::size_t expected_at_first_ = 1;  // parts
+};
+
+}  // namespace
+
+DivisionPlan plan_division(SolidModel solid, const PartSize& size) {
+    return Search(std::move(solid), size).run();
+}
+
+}  // namespace povmesh

@@ -1,0 +1,320 @@
+#include "io/zip_package.h"
+
+#include <zip.h>
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "base/array.h"
+#include "io/file.h"
+
+namespace povmesh {
+namespace {
+
+constexpr std::int64_t kMostEntries = 10000;
+constexpr std::size_t kPieceBytes = std::size_t{1} << 18;
+
+// The text of models shrinks to a tenth; what is small may be what it likes.
+constexpr std::uint64_t kHighestRatio = 100;
+constexpr std::uint64_t kHarmlessBytes = std::uint64_t{64} << 20;
+
+// A level at which the text of a model packs more than three times as fast as at the usual one and
+// comes out a third larger (benchy: 80 and 291 ms, 2.9 and 2.2 MB); packing is most of writing.
+constexpr unsigned kPackingLevel = 2;
+
+std::string text_of(zip_error_t* error) {
+    std::string text = one_line(zip_error_strerror(error));
+    zip_error_fini(error);
+    return text;
+}
+
+std::string text_of_code(int code) {
+    zip_error_t error;
+    zip_error_init_with_code(&error, code);
+    return text_of(&error);
+}
+
+// A ByteSource as libzip wants to see it.
+struct SourceState {
+    const ByteSource* source;
+    std::uint64_t offset = 0;
+    zip_error_t error{};
+};
+
+zip_int64_t call_source(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command) {
+    auto& self = *static_cast<SourceState*>(state);
+    switch (command) {
+        case ZIP_SOURCE_OPEN:
+            self.offset = 0;
+            return 0;
+        case ZIP_SOURCE_READ: {
+            const std::size_t count = self.source->read(
+                self.offset, {static_cast<char*>(data), static_cast<std::size_t>(length)});
+            self.offset += count;
+            return static_cast<zip_int64_t>(count);
+        }
+        case ZIP_SOURCE_SEEK: {
+            const zip_int64_t offset = zip_source_seek_compute_offset(
+                self.offset, self.source->size, data, length, &self.error);
+            if (offset < 0) return -1;
+            self.offset = static_cast<std::uint64_t>(offset);
+            return 0;
+        }
+        case ZIP_SOURCE_TELL:
+            return static_cast<zip_int64_t>(self.offset);
+        case ZIP_SOURCE_STAT: {
+            auto* const stat = static_cast<zip_stat_t*>(data);
+            zip_stat_init(stat);
+            stat->size = self.source->size;
+            stat->valid |= ZIP_STAT_SIZE;
+            return sizeof *stat;
+        }
+        case ZIP_SOURCE_ERROR:
+            return zip_error_to_data(&self.error, data, length);
+        case ZIP_SOURCE_SUPPORTS:
+            return ZIP_SOURCE_SUPPORTS_SEEKABLE;
+        default:
+            return 0;
+    }
+}
+
+}  // namespace
+
+struct PackageReader::Archive {
+    SourceState state{};
+    zip_t* zip = nullptr;
+
+    ~Archive() {
+        if (zip != nullptr) zip_discard(zip);
+    }
+};
+
+PackageReader::PackageReader() = default;
+PackageReader::~PackageReader() = default;
+
+Status PackageReader::open(const ByteSource& source, const std::string& name) {
+    name_ = name;
+    archive_ = std::make_unique<Archive>();
+    archive_->state.source = &source;
+    zip_error_init(&archive_->state.error);
+    zip_error_t error;
+    zip_error_init(&error);
+    zip_source_t* const bytes = zip_source_function_create(call_source, &archive_->state, &error);
+    if (bytes == nullptr) throw std::bad_alloc();
+    archive_->zip = zip_open_from_source(bytes, ZIP_RDONLY, &error);
+    if (archive_->zip == nullptr) {
+        zip_source_free(bytes);
+        return {StatusCode::BadFile, one_line(name) +
+                                         ": damaged or no 3MF package, which is a ZIP "
+                                         "archive: " +
+                                         text_of(&error)};
+    }
+    const zip_int64_t count = zip_get_num_entries(archive_->zip, 0);
+    if (count > kMostEntries) {
+        return {StatusCode::BadFile, one_line(name) + ": holds " + std::to_string(count) +
+                                         " files; no 3MF package has more than " +
+                                         std::to_string(kMostEntries)};
+    }
+    return {};
+}
+
+std::vector<std::string> PackageReader::entries() const {
+    std::vector<std::string> names;
+    const zip_int64_t count = zip_get_num_entries(archive_->zip, 0);
+    for (zip_int64_t i = 0; i < count; ++i) {
+        const char* const name = zip_get_name(archive_->zip, static_cast<zip_uint64_t>(i), 0);
+        if (name != nullptr) names.emplace_back(name);
+    }
+    return names;
+}
+
+bool PackageReader::has(const std::string& entry) const {
+    return zip_name_locate(archive_->zip, entry.c_str(), ZIP_FL_NOCASE) >= 0;
+}
+
+Status PackageReader::read(const std::string& entry, std::uint64_t most_bytes,
+                           const std::function<bool(std::span<const char>)>& take) const {
+    const auto bad = [&](const std::string& what) {
+        return Status(StatusCode::BadFile, one_line(name_) + ": " + one_line(entry) + ": " + what);
+    };
+    const zip_int64_t found = zip_name_locate(archive_->zip, entry.c_str(), ZIP_FL_NOCASE);
+    if (found < 0) return bad("is not in the package");
+    const auto index = static_cast<zip_uint64_t>(found);
+    zip_stat_t stat;
+    zip_stat_init(&stat);
+    if (zip_stat_index(archive_->zip, index, 0, &stat) != 0) return bad("has no size");
+    struct Closer {
+        zip_file_t* file;
+        ~Closer() {
+            if (file != nullptr) (void)zip_fclose(file);
+        }
+    } const opened{zip_fopen_index(archive_->zip, index, 0)};
+    if (opened.file == nullptr) {
+        return bad("cannot be unpacked: " + one_line(zip_strerror(archive_->zip)));
+    }
+    Array<char> piece(kPieceBytes);
+    std::uint64_t size = 0;
+    for (;;) {
+        const zip_int64_t count = zip_fread(opened.file, piece.data(), piece.size());
+        if (count < 0) {
+            zip_error_t* const error = zip_file_get_error(opened.file);
+            return bad("damaged after " + std::to_string(size) +
+                       " unpacked bytes: " + text_of_code(zip_error_code_zip(error)));
+        }
+        if (count == 0) break;
+        size += static_cast<std::uint64_t>(count);
+        if (size > most_bytes ||
+            (size > kHarmlessBytes &&
+             size / kHighestRatio > std::max<std::uint64_t>(stat.comp_size, 1))) {
+            return bad("grows to more than " +
+                       (size > most_bytes
+                            ? std::to_string(most_bytes) + " bytes"
+                            : std::to_string(kHighestRatio) + " times its packed size") +
+                       ", which no model does");
+        }
+        if (!take({piece.data(), static_cast<std::size_t>(count)})) return {};
+    }
+    if (size < stat.size) return bad("ends after " + std::to_string(size) + " bytes");
+    return {};
+}
+
+namespace {
+
+// A content on its way into an archive.
+struct Content {
+    NextBytes next;
+    std::uint64_t about_bytes;
+    std::span<const char> rest{};
+    std::string text{};  // of a content that is known beforehand
+    std::exception_ptr failure{};
+};
+
+zip_int64_t call_content(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command) {
+    auto& self = *static_cast<Content*>(state);
+    switch (command) {
+        case ZIP_SOURCE_OPEN:
+        case ZIP_SOURCE_CLOSE:
+        case ZIP_SOURCE_FREE:
+            return 0;
+        case ZIP_SOURCE_READ: {
+            // No exception goes through libzip, which is C.
+            try {
+                auto* target = static_cast<char*>(data);
+                std::size_t room = static_cast<std::size_t>(length);
+                while (room > 0) {
+                    if (self.rest.empty()) self.rest = self.next();
+                    if (self.rest.empty()) break;
+                    const std::size_t count = std::min(room, self.rest.size());
+                    std::memcpy(target, self.rest.data(), count);
+                    self.rest = self.rest.subspan(count);
+                    target += count;
+                    room -= count;
+                }
+                return static_cast<zip_int64_t>(length - room);
+            } catch (...) {
+                self.failure = std::current_exception();
+                return -1;
+            }
+        }
+        case ZIP_SOURCE_STAT: {
+            auto* const stat = static_cast<zip_stat_t*>(data);
+            zip_stat_init(stat);
+            stat->size = self.about_bytes;  // only tells whether 32 bits will do
+            stat->valid |= ZIP_STAT_SIZE;
+            return sizeof *stat;
+        }
+        case ZIP_SOURCE_ERROR: {
+            zip_error_t error;
+            zip_error_init_with_code(&error, ZIP_ER_READ);
+            return zip_error_to_data(&error, data, length);
+        }
+        case ZIP_SOURCE_SUPPORTS:
+            return ZIP_SOURCE_SUPPORTS_READABLE;
+        default:
+            return -1;
+    }
+}
+
+}  // namespace
+
+struct PackageWriter::Archive {
+    zip_source_t* bytes = nullptr;
+    zip_t* zip = nullptr;
+    std::vector<std::unique_ptr<Content>> contents;
+
+    ~Archive() {
+        if (zip != nullptr) zip_discard(zip);
+        if (bytes != nullptr) zip_source_free(bytes);
+    }
+};
+
+PackageWriter::PackageWriter() : archive_(std::make_unique<Archive>()) {
+    zip_error_t error;
+    zip_error_init(&error);
+    archive_->bytes = zip_source_buffer_create(nullptr, 0, 0, &error);
+    if (archive_->bytes == nullptr) throw std::bad_alloc();
+    zip_source_keep(archive_->bytes);
+    archive_->zip = zip_open_from_source(archive_->bytes, ZIP_TRUNCATE, &error);
+    if (archive_->zip == nullptr) throw std::bad_alloc();
+}
+
+PackageWriter::~PackageWriter() = default;
+
+void PackageWriter::add(const std::string& entry, std::uint64_t about_bytes, NextBytes next) {
+    archive_->contents.push_back(std::make_unique<Content>(Content{std::move(next), about_bytes}));
+    zip_source_t* const source =
+        zip_source_function(archive_->zip, call_content, archive_->contents.back().get());
+    if (source == nullptr) throw std::bad_alloc();
+    const zip_int64_t index =
+        zip_file_add(archive_->zip, entry.c_str(), source, ZIP_FL_ENC_UTF_8 | ZIP_FL_OVERWRITE);
+    if (index < 0) {
+        zip_source_free(source);
+        throw std::bad_alloc();
+    }
+    const auto place = static_cast<zip_uint64_t>(index);
+    (void)zip_set_file_compression(archive_->zip, place, ZIP_CM_DEFLATE, kPackingLevel);
+    // 1980-01-01, the earliest day that a ZIP archive knows.
+    (void)zip_file_set_dostime(archive_->zip, place, 0, (1U << 5) | 1U, 0);
+}
+
+void PackageWriter::add(const std::string& entry, std::string content) {
+    const std::uint64_t size = content.size();
+    add(entry, size, nullptr);
+    Content& added = *archive_->contents.back();
+    added.text = std::move(content);
+    added.next = [&added, done = false]() mutable -> std::span<const char> {
+        return std::exchange(done, true) ? std::span<const char>() : std::span(added.text);
+    };
+}
+
+Status PackageWriter::finish(ByteSink& file, const std::string& name) {
+    const auto failed = [&](const std::string& why) {
+        return Status(StatusCode::CannotWrite, one_line(name) + ": cannot be packed: " + why);
+    };
+    if (zip_close(archive_->zip) != 0) {
+        for (const auto& content : archive_->contents) {
+            if (content->failure) std::rethrow_exception(content->failure);
+        }
+        const int code = zip_error_code_zip(zip_get_error(archive_->zip));
+        if (code == ZIP_ER_MEMORY) throw std::bad_alloc();
+        return failed(text_of_code(code));
+    }
+    archive_->zip = nullptr;
+    if (zip_source_open(archive_->bytes) != 0) return failed("it cannot be read back");
+    Array<char> piece(kPieceBytes);
+    Status status;
+    for (;;) {
+        const zip_int64_t count = zip_source_read(archive_->bytes, piece.data(), piece.size());
+        if (count < 0) status = failed("it cannot be read back");
+        if (count <= 0 || !status.ok()) break;
+        status = file.write({piece.data(), static_cast<std::size_t>(count)});
+        if (!status.ok()) break;
+    }
+    (void)zip_source_close(archive_->bytes);
+    return status.ok() ? file.commit() : status;
+}
+
+}  // namespace povmesh
