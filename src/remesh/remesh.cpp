@@ -284,10 +284,15 @@ private:
     // False when there is nothing to lower.
     bool refine(int step, RemeshReport& report) {
         Array<double> lengths = field_.lengths();
-        // A tip here and there is not worth a run.
-        const double tolerance = step == 0 ? 1 : kSecondTolerance;
-        std::size_t lowered = review_.shorten_where_lost(made_, tolerance, lengths);
-        if (static_cast<double>(lowered) < kLeastLost * static_cast<double>(lengths.size())) {
+        // A tip here and there is not worth a run, and where nothing was lost nothing gets lost.
+        std::size_t lowered = 0;
+        if (loses_) {
+            const double tolerance = step == 0 ? 1 : kSecondTolerance;
+            lowered = review_.shorten_where_lost(made_, tolerance, lengths);
+            loses_ =
+                static_cast<double>(lowered) >= kLeastLost * static_cast<double>(lengths.size());
+        }
+        if (!loses_) {
             lowered = 0;
             lengths = field_.lengths();
         }
@@ -353,7 +358,8 @@ private:
     SizingField field_;
     RemeshReview review_;
     double expected_;
-    TriMesh made_;  // by the last run
+    bool loses_ = true;  // a good part of what is there, as far as is known
+    TriMesh made_;       // by the last run
     Remesher::Evenness evenness_;
     std::vector<SpoiledPlace> spoiled_;
     std::optional<WallLengths> walls_;  // when needed
