@@ -141,30 +141,35 @@ double chord_at(const FeatureLines& lines, std::uint32_t line, double along, dou
 
 }  // namespace
 
-Array<double> wall_lengths(const HalfEdgeMesh& surface, const NearestFace& tree,
-                           const SizingField& field) {
-    const Array<double> curvature = curvatures(surface, smoothing_passes(surface, field));
-    Array<double> lengths(surface.positions.size(), 0);
-    parallel_for(lengths.size(), [&](std::size_t i) {
-        const auto v = static_cast<std::int32_t>(i);
-        const double wanted = field.at_vertex(i);
-        lengths[i] = wanted;
-        if (surface.starts[i] == HalfEdgeMesh::kNone) return;
-        const double bend = std::abs(curvature[i]);
-        const double reach = bend * wanted * wanted / 8 / kMostOfWall;
-        const Vec3d normal = normal_at(surface, v);
-        if (!(reach > 0) || dot(normal, normal) == 0) return;
-        const double most = std::min(reach, wanted);  // farther away nothing is thin
-        const NearestPoint wall =
-            tree.find_facing(surface.positions[i], normal * -1.0, kOpposite, most * most);
-        if (!wall.is_found()) return;
-        const double thickness = std::sqrt(wall.squared_distance);
-        const double share = std::max(kMostOfWall, kMostOfSheet - bend * thickness);
-        const double least = std::max(kLeastAtWall * wanted, shortest_edge(surface, v));
-        lengths[i] =
-            std::clamp(std::sqrt(8 * share * thickness / bend), std::min(least, wanted), wanted);
-    });
-    return lengths;
+WallLengths::WallLengths(const HalfEdgeMesh& surface, const NearestFace& tree,
+                         const SizingField& field)
+    : surface_(surface),
+      tree_(tree),
+      field_(field),
+      curvature_(curvatures(surface, smoothing_passes(surface, field))),
+      lengths_(surface.positions.size(), 0) {}
+
+double WallLengths::at(std::int32_t v) {
+    double& known = lengths_[index(v)];
+    if (known == 0) known = find(v);
+    return known;
+}
+
+double WallLengths::find(std::int32_t v) const {
+    const double wanted = field_.at_vertex(index(v));
+    if (surface_.starts[index(v)] == HalfEdgeMesh::kNone) return wanted;
+    const double bend = std::abs(curvature_[index(v)]);
+    const double reach = bend * wanted * wanted / 8 / kMostOfWall;
+    const Vec3d normal = normal_at(surface_, v);
+    if (!(reach > 0) || dot(normal, normal) == 0) return wanted;
+    const double most = std::min(reach, wanted);  // farther away nothing is thin
+    const NearestPoint wall =
+        tree_.find_facing(surface_.position(v), normal * -1.0, kOpposite, most * most);
+    if (!wall.is_found()) return wanted;
+    const double thickness = std::sqrt(wall.squared_distance);
+    const double share = std::max(kMostOfWall, kMostOfSheet - bend * thickness);
+    const double least = std::max(kLeastAtWall * wanted, shortest_edge(surface_, v));
+    return std::clamp(std::sqrt(8 * share * thickness / bend), std::min(least, wanted), wanted);
 }
 
 Array<double> line_lengths(const HalfEdgeMesh& surface, const SizingField& field) {

@@ -284,10 +284,15 @@ private:
     // False when there is nothing to lower.
     bool refine(int step, RemeshReport& report) {
         Array<double> lengths = field_.lengths();
-        // A tip here and there is not worth a run.
-        const double tolerance = step == 0 ? 1 : kSecondTolerance;
-        std::size_t lowered = review_.shorten_where_lost(made_, tolerance, lengths);
-        if (static_cast<double>(lowered) < kLeastLost * static_cast<double>(lengths.size())) {
+        // A tip here and there is not worth a run, and where nothing was lost nothing gets lost.
+        std::size_t lowered = 0;
+        if (loses_) {
+            const double tolerance = step == 0 ? 1 : kSecondTolerance;
+            lowered = review_.shorten_where_lost(made_, tolerance, lengths);
+            loses_ =
+                static_cast<double>(lowered) >= kLeastLost * static_cast<double>(lengths.size());
+        }
+        if (!loses_) {
             lowered = 0;
             lengths = field_.lengths();
         }
@@ -303,19 +308,20 @@ private:
         if (spoiled_.empty()) return 0;
         const bool is_early = step < kGentleSteps;
         Array<std::uint8_t> near = review_.vertices_near(spoiled_, is_early ? 1 : kWiderReach);
-        if (wall_lengths_.empty()) wall_lengths_ = wall_lengths(start_, tree_, asked_);
+        if (!walls_) walls_.emplace(start_, tree_, asked_);
         std::vector<std::int32_t> waiting;
         for (std::size_t v = 0; v < near.size(); ++v) {
             if (near[v] == 0) continue;
             waiting.push_back(static_cast<std::int32_t>(v));
             const double now = field_.at_vertex(v);
             const double factor = is_early ? kSpoiledShortening : kSecondShortening;
-            const double l = wall_lengths_[v] < now ? wall_lengths_[v] : factor * now;
+            const double wall = walls_->at(static_cast<std::int32_t>(v));
+            const double l = wall < now ? wall : factor * now;
             lengths[v] = std::min(lengths[v], l);
         }
         std::size_t lowered = waiting.size();
-        const auto is_thin = [&](std::size_t v) {
-            return wall_lengths_[v] < kThinWall * asked_.at_vertex(v);
+        const auto is_thin = [&](std::int32_t v) {
+            return walls_->at(v) < kThinWall * asked_.at_vertex(index(v));
         };
         while (!waiting.empty()) {
             const std::int32_t v = waiting.back();
@@ -323,10 +329,10 @@ private:
             if (start_.starts[index(v)] == HalfEdgeMesh::kNone) continue;
             start_.around(v, [&](std::uint32_t h) {
                 for (const std::int32_t w : {start_.target(h), start_.apex(h)}) {
-                    if (near[index(w)] != 0 || !is_thin(index(w))) continue;
+                    if (near[index(w)] != 0 || !is_thin(w)) continue;
                     near[index(w)] = 1;
                     waiting.push_back(w);
-                    lengths[index(w)] = std::min(lengths[index(w)], wall_lengths_[index(w)]);
+                    lengths[index(w)] = std::min(lengths[index(w)], walls_->at(w));
                     ++lowered;
                 }
             });
@@ -352,11 +358,12 @@ private:
     SizingField field_;
     RemeshReview review_;
     double expected_;
-    TriMesh made_;  // by the last run
+    bool loses_ = true;  // a good part of what is there, as far as is known
+    TriMesh made_;       // by the last run
     Remesher::Evenness evenness_;
     std::vector<SpoiledPlace> spoiled_;
-    Array<double> wall_lengths_;   // by vertex, when needed
-    Array<std::uint8_t> is_kept_;  // by vertex
+    std::optional<WallLengths> walls_;  // when needed
+    Array<std::uint8_t> is_kept_;       // by vertex
 };
 
 }  // namespace

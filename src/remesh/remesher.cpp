@@ -3,8 +3,7 @@
 //
 // - Vertices on feature lines slide along the original line, and no step lets a line stray from it.
 // - At the end vertices are moved out so far that the surface, whose corners lie on the original
-// and
-//   whose faces cut across its bends, holds as much as that.
+//   and whose faces cut across its bends, holds as much as that.
 #include "remesh/remesher.h"
 
 #include <algorithm>
@@ -496,8 +495,8 @@ Vec3d Remesher::relaxed_on_surface(std::int32_t v, Vec3d p) {
 }
 
 // The point nearest to `wanted` among those that it gets nearer to all along a way over the faces
-// from one of them on. It stays on its side of a wall, and costs a tenth of a search. Not found where
-// the way is long, or ends at an edge without an opposite.
+// from one of them on. It stays on its side of a wall, and costs a tenth of a search. Not found
+// where the way is long, or ends at an edge without an opposite.
 NearestPoint Remesher::walk(Vec3d wanted, std::uint32_t face) const {
     const auto nearest_on = [&](std::uint32_t f) {
         NearestPoint found = nearest_on_triangle(wanted, original_corners(f));
