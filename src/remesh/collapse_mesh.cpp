@@ -2,6 +2,8 @@
 // half-edge to the next comes to all its triangles and back to the start.
 #include "remesh/collapse_mesh.h"
 
+#include <algorithm>
+
 #include "base/parallel.h"
 #include "mesh/shells.h"
 
@@ -61,7 +63,8 @@ void place_triangles(CollapseMesh& result, const TriMesh& mesh, const EdgeMates&
 }
 
 // A ghost (b, a, outside) for each border edge from a to b. Two that follow each other around the
-// border are neighbours, unless several borders meet at their vertex.
+// border are neighbours, unless several borders meet at their vertex or they are of two shells,
+// whose borders both end in an irregular edge there.
 void add_ghosts(CollapseMesh& mesh, const ShellTable& shells, const EdgeMates& mates,
                 std::size_t vertex_count) {
     constexpr std::uint32_t kSeveral = CollapseMesh::kNone - 1;
@@ -83,9 +86,13 @@ void add_ghosts(CollapseMesh& mesh, const ShellTable& shells, const EdgeMates& m
             ++ghost;
         }
     }
+    const auto shell_after = [&](std::uint32_t ghost) {
+        return std::upper_bound(mesh.offsets.begin(), mesh.offsets.end(), ghost);
+    };
     mesh.is_border.assign(vertex_count + 1, 0);
     for (std::size_t v = 0; v < vertex_count; ++v) {
         if (from[v] >= kSeveral || to[v] >= kSeveral) continue;
+        if (shell_after(from[v]) != shell_after(to[v])) continue;
         mesh.is_border[v] = 1;
         mesh.opposites[3 * from[v] + 1] = 3 * to[v] + 2;
         mesh.opposites[3 * to[v] + 2] = 3 * from[v] + 1;
