@@ -2,9 +2,10 @@
 // set round trip of the same models at the same cells.
 //
 // Floor: a wrap of a clean model crosses the grid (1.5 crossings of 12 bytes a cell of the surface,
-// each decided by five exact predicates), floods 12 bytes a block and makes a vertex, a quad and two
-// triangles a cell: about 400 bytes and 2,000 operations, so 0.4 seconds a million cells. Offsets
-// search the nearest face about ten times a cell at half a microsecond: 5 seconds a million cells.
+// each decided by five exact predicates), floods 12 bytes a block and makes a vertex, a quad and
+// two triangles a cell: about 400 bytes and 2,000 operations, so 0.4 seconds a million cells.
+// Offsets search the nearest face about ten times a cell at half a microsecond: 5 seconds a million
+// cells.
 #include <benchmark/benchmark.h>
 
 #include <string>

@@ -1,5 +1,5 @@
-// Voxelising and walls beside OpenVDB, in a program of its own: its headers and libraries are large. One
-// thread (scripts/bench sets OMP_NUM_THREADS=1, here also for its task scheduler).
+// Voxelising and walls beside OpenVDB, in a program of its own: its headers and libraries are
+// large. One thread (scripts/bench sets OMP_NUM_THREADS=1, here also for its task scheduler).
 //
 // OpenVDB makes signed distances: everywhere inside, where ours has filled rows, or, as
 // `voxelise_openvdb_band`, in a band of three voxels inside of the surface, which is its least
@@ -49,8 +49,8 @@ void voxelise_openvdb(benchmark::State& state, const std::string& name, float in
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(mesh.faces.size()));
 }
 
-// The cavity of a wall: distances in a band of the wall and three voxels, and the surface at the wall
-// out of it. The wall that comes of it is a counter.
+// The cavity of a wall: distances in a band of the wall and three voxels, and the surface at the
+// wall out of it. The wall that comes of it is a counter.
 void wall_openvdb(benchmark::State& state, const std::string& name) {
     const TriMesh& model = mesh(name);
     const double cell = kWall / kCellsOfWall;

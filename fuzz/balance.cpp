@@ -1,6 +1,6 @@
 // Balancing of models of every kind: heaps of boxes that lean, alone or overlapping, with raw
-// triangles of any bits among them. What is carved must be closed, wound inward and let the finished
-// model stand as told; preview and result must agree.
+// triangles of any bits among them. What is carved must be closed, wound inward and let the
+// finished model stand as told; preview and result must agree.
 #include <algorithm>
 #include <cmath>
 #include <cstddef>

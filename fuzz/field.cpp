@@ -1,6 +1,6 @@
-// Wraps and offsets of soups of 1 to 200 triangles whose coordinates lie on a lattice, so that faces
-// share planes, edges and corners and cross there: every result is closed, a manifold, outward and
-// free of crossings.
+// Wraps and offsets of soups of 1 to 200 triangles whose coordinates lie on a lattice, so that
+// faces share planes, edges and corners and cross there: every result is closed, a manifold,
+// outward and free of crossings.
 #include <cstddef>
 #include <cstdint>
 #include <string>

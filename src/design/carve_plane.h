@@ -39,8 +39,8 @@ struct CarveTask {
 /// plane's normal it has no summit of its own.
 ///
 /// 162 directions are tried on some 5,000 blocks of voxels, the best three improved on 40,000 in
-/// steps of 6 to 0.3 degrees, and the level is that of all voxels. Of equal ones the first direction
-/// counts, and the level that carves less.
+/// steps of 6 to 0.3 degrees, and the level is that of all voxels. Of equal ones the first
+/// direction counts, and the level that carves less.
 ///
 /// The same bits for any number of threads. Time: linear in the voxels, and some hundred passes
 /// over the blocks.

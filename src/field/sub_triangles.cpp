@@ -1,6 +1,6 @@
-// Longest-edge bisection. A piece with an edge longer than the limit is halved, and the longest edge
-// is no shorter: so each edge of the mesh ends up in the least power of two of equal parts that are
-// short enough, whatever the rest of its faces looks like, and the faces beside it agree.
+// Longest-edge bisection. A piece with an edge longer than the limit is halved, and the longest
+// edge is no shorter: so each edge of the mesh ends up in the least power of two of equal parts
+// that are short enough, whatever the rest of its faces looks like, and the faces beside it agree.
 //
 // Source: M.-C. Rivara, Mesh refinement processes based on the generalized bisection of simplices,
 // SIAM Journal on Numerical Analysis 21, 1984.

@@ -46,7 +46,8 @@ public:
     /// @param faces  those to divide, in the order in which their pieces are numbered; their
     ///               corners are finite
     /// @param wanted  greatest length of an edge, above 0
-    /// @param most  of pieces, or of `faces` if there are more; edges are longer where it takes that
+    /// @param most  of pieces, or of `faces` if there are more; edges are longer where it takes
+    ///          that
     SubTriangles(const TriMesh& mesh, std::span<const std::uint32_t> faces, double wanted,
                  std::size_t most);
 

@@ -60,9 +60,9 @@ struct ThicknessReport {
 ///
 /// The thickness at a point of the surface is the diameter of the largest ball inside that touches
 /// the surface there and meets no *opposing* point, one whose normal is turned by 120 degrees or
-/// more. So the edges of a cube are not thin, but a wedge of up to 60 degrees is, towards its tip. A
-/// gap is the same outside. Too thin is what is below what was asked for by more than a thousandth,
-/// which facets and rounded coordinates take off a wall of just that thickness.
+/// more. So the edges of a cube are not thin, but a wedge of up to 60 degrees is, towards its tip.
+/// A gap is the same outside. Too thin is what is below what was asked for by more than a
+/// thousandth, which facets and rounded coordinates take off a wall of just that thickness.
 ///
 /// Samples are the middles of the faces; faces longer than half the wall are measured in pieces.
 /// Time O(n log n), about a microsecond a sample. The same bits for any number of threads; nothing

@@ -9,8 +9,8 @@
 namespace povmesh {
 
 /// The solid angle under which a mesh is seen from a point, signed by the winding of its faces, as
-/// a share of the whole sphere: 1 inside of a closed outward surface, 0 outside, 1/2 in the mouth of
-/// a hole that a plane would close.
+/// a share of the whole sphere: 1 inside of a closed outward surface, 0 outside, 1/2 in the mouth
+/// of a hole that a plane would close.
 ///
 /// Building takes n log n and about 100 bytes a face; the mesh must stay. A search takes about the
 /// logarithm of the number of faces, is right within 0.02 and may run beside others.

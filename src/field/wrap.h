@@ -32,8 +32,8 @@ struct WrapReport {
 /// Attributes are lost.
 ///
 /// @return  BadOption when a number is not finite or not above 0; TooLarge when the cell is too
-///          small for the model; BadFile when the mesh has no face with an area, or nothing of it is
-///          thicker than a cell. The mesh is then unchanged.
+///          small for the model; BadFile when the mesh has no face with an area, or nothing of it
+///          is thicker than a cell. The mesh is then unchanged.
 Status wrap(TriMesh& mesh, const WrapOptions& options, RunContext& run, WrapReport& report);
 
 }  // namespace povmesh
