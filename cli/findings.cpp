@@ -154,7 +154,7 @@ void count_self_intersections(const TriMesh& mesh, SelfIntersectionSearch search
 // The faces that repair would turn, and which shells are cavities.
 void judge_windings(const TriMesh& mesh, const EdgeMates& mates, Findings& findings,
                     FlawFaces& faces) {
-    const Orientation orientation = find_orientation(mesh, mates);
+    const TurnedFaces orientation = find_orientation(mesh, mates);
     findings.detected.inverted = static_cast<std::uint32_t>(orientation.turned_count);
     faces.inverted.clear();
     for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) {

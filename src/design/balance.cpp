@@ -61,7 +61,7 @@ public:
     /// The report but for the finished surface; with the boundary of the voxels when carved.
     void decide() {
         report.base = base_of(mesh_);
-        const Mass solid = mass_of(mesh_, report.base.middle);
+        const SolidMass solid = mass_of(mesh_, report.base.middle);
         const double cube = std::pow(report.base.diagonal, 3);
         if (!(solid.volume > kLeastSolid * cube)) {
             report = {};
@@ -94,7 +94,7 @@ public:
             return is_kept(reduced) ? Verdict::Take : Verdict::TryNext;
         });
         run_.progress.set(80);
-        const Mass carved = mass_of(cavities, report.base.middle);
+        const SolidMass carved = mass_of(cavities, report.base.middle);
         report.cavity_volume = carved.volume;
         report.after = standing_of(before_ - carved * options_.infill);
         if (options_.measures_wall) {
@@ -123,7 +123,7 @@ public:
     BalanceReport report;
 
 private:
-    Standing standing_of(const Mass& mass) const {
+    Standing standing_of(const SolidMass& mass) const {
         return stand_on(report.base, report.base.middle + mass.centre());
     }
 
@@ -137,13 +137,13 @@ private:
         core_ = cavity_core(mesh_, size, thickness_, report.layers, quiet);
         report.core_voxels = core_.size();
         if (options_.infill == 1) return;
-        const Mass printed = before_ - mass_of_core() * (1 - options_.infill);
+        const SolidMass printed = before_ - mass_of_core() * (1 - options_.infill);
         // Of overlapping bodies the core can weigh more than the faces tell.
         if (printed.volume > 0) before_ = printed;
     }
 
-    Mass mass_of_core() const {
-        Mass sum;
+    SolidMass mass_of_core() const {
+        SolidMass sum;
         const Vec3d origin = to_double(core_.origin()) - report.base.middle;
         core_.for_each([&](const Voxel& voxel) {
             ++sum.volume;
@@ -162,8 +162,8 @@ private:
         if (!is_worth_it(plane.standing.tilt)) return;
         keep_beyond(plane);
         if (!make_boundary()) return;
-        const Mass carved = mass_of(boundary_, report.base.middle);
-        const Mass left = before_ - carved * options_.infill;
+        const SolidMass carved = mass_of(boundary_, report.base.middle);
+        const SolidMass left = before_ - carved * options_.infill;
         if (!(left.volume > 0)) return;
         const Standing standing = standing_of(left);
         if (!is_worth_it(standing.tilt)) return;
@@ -216,7 +216,7 @@ private:
     }
 
     bool is_kept(const TriMesh& reduced) const {
-        const Mass carved = mass_of(reduced, report.base.middle);
+        const SolidMass carved = mass_of(reduced, report.base.middle);
         const double tilt = standing_of(before_ - carved * options_.infill).tilt;
         return tilt >= report.after.tilt - kMostLost &&
                wall_->gauge.least_distance(reduced, wall_->least) >= wall_->least;
@@ -229,8 +229,8 @@ private:
     const BalanceOptions& options_;
     RunContext& run_;
     Timer timer_;
-    Mass before_;     // about the middle of the base's box, as all masses here
-    VoxelGrid core_;  // once carved, the cavities
+    SolidMass before_;  // about the middle of the base's box, as all masses here
+    VoxelGrid core_;    // once carved, the cavities
     std::optional<CavityWall> wall_;
     TriMesh boundary_;
 };

@@ -166,11 +166,11 @@ private:
         Vec3d best_centre = task_.about + task_.whole.centre();
         const Standing before = stand_on(base_, best_centre);
         best.merit = merit_of(before.margin, before.height);
-        Mass left = task_.whole;
+        SolidMass left = task_.whole;
         std::size_t tight = 0;  // the edge that was nearest when last looked at
         for (std::size_t step = 0; step < bins.voxels.size(); ++step) {
             if (bins.voxels[step] == 0) continue;
-            left = left - Mass{bins.voxels[step], bins.sums[step]} * task_.weight_of_voxel;
+            left = left - SolidMass{bins.voxels[step], bins.sums[step]} * task_.weight_of_voxel;
             if (!(left.volume > kLeastLeft * task_.whole.volume)) break;
             const Vec3d centre = task_.about + left.centre();
             const double merit = merit_above(best.merit, centre, tight);

@@ -26,7 +26,7 @@ struct CarveTask {
     const VoxelGrid& core;
     Base base;
     Vec3d about;
-    Mass whole;                  // of the model before anything is carved
+    SolidMass whole;             // of the model before anything is carved
     double weight_of_voxel = 0;  // volume of material that a carved voxel takes away
 };
 

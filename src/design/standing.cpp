@@ -68,9 +68,9 @@ BorderPoint nearest_of_edge(Point2d a, Point2d b, Point2d p) {
 
 }  // namespace
 
-Mass mass_of(const TriMesh& mesh, Vec3d about) {
+SolidMass mass_of(const TriMesh& mesh, Vec3d about) {
     const std::size_t blocks = (mesh.faces.size() + kParallelBlock - 1) / kParallelBlock;
-    std::vector<Mass> sums(blocks);
+    std::vector<SolidMass> sums(blocks);
     for_blocks(blocks, [&](std::size_t block) {
         const std::size_t end = std::min((block + 1) * kParallelBlock, mesh.faces.size());
         for (std::size_t f = block * kParallelBlock; f < end; ++f) {
@@ -78,11 +78,11 @@ Mass mass_of(const TriMesh& mesh, Vec3d about) {
             Triangle t = triangle_of(mesh, mesh.faces[f]);
             for (Vec3d& corner : t) corner = corner - about;
             const double volume = dot(t[0], cross(t[1], t[2])) / 6;
-            sums[block] = sums[block] + Mass{volume, (t[0] + t[1] + t[2]) * (volume / 4)};
+            sums[block] = sums[block] + SolidMass{volume, (t[0] + t[1] + t[2]) * (volume / 4)};
         }
     });
-    Mass total;
-    for (const Mass& sum : sums) total = total + sum;
+    SolidMass total;
+    for (const SolidMass& sum : sums) total = total + sum;
     return total;
 }
 

@@ -10,19 +10,19 @@
 namespace povmesh {
 
 /// The volume of a body and its first moment, about a point that all who add masses share.
-struct Mass {
+struct SolidMass {
     double volume = 0;
     Vec3d moment;
 
     Vec3d centre() const { return moment / volume; }
 
-    friend Mass operator+(const Mass& a, const Mass& b) {
+    friend SolidMass operator+(const SolidMass& a, const SolidMass& b) {
         return {a.volume + b.volume, a.moment + b.moment};
     }
-    friend Mass operator-(const Mass& a, const Mass& b) {
+    friend SolidMass operator-(const SolidMass& a, const SolidMass& b) {
         return {a.volume - b.volume, a.moment - b.moment};
     }
-    friend Mass operator*(const Mass& a, double share) {
+    friend SolidMass operator*(const SolidMass& a, double share) {
         return {a.volume * share, a.moment * share};
     }
 };
@@ -30,7 +30,7 @@ struct Mass {
 /// The signed tetrahedra between each live face and a point, in double; faces with a corner that is
 /// not finite take no part. Holds for closed meshes; faces that are wound inward take away.
 /// The same bits for any number of threads.
-Mass mass_of(const TriMesh& mesh, Vec3d about);
+SolidMass mass_of(const TriMesh& mesh, Vec3d about);
 
 /// What a model stands on: the convex outline of all that lies within a thousandth of the box
 /// diagonal above its lowest point.

@@ -55,7 +55,7 @@ public:
     Orienter(const TriMesh& mesh, const EdgeMates& mates, bool keep_cavities)
         : mesh_(mesh), mates_(mates), keep_cavities_(keep_cavities) {}
 
-    Orientation run() {
+    TurnedFaces run() {
         result_.turned.assign(mesh_.faces.size(), 0);
         is_reached_.assign(mesh_.faces.size(), 0);
         for (std::uint32_t shell = 0; shell < mesh_.shells.size(); ++shell) make_patches(shell);
@@ -336,7 +336,7 @@ private:
     const TriMesh& mesh_;
     const EdgeMates& mates_;
     bool keep_cavities_;
-    Orientation result_;
+    TurnedFaces result_;
     Array<std::uint8_t> is_reached_;
     Array<std::uint32_t> faces_;          // patch after patch
     std::vector<Patch> patches_;          // shell after shell
@@ -345,7 +345,7 @@ private:
 
 }  // namespace
 
-Orientation find_orientation(const TriMesh& mesh, const EdgeMates& mates, bool keep_cavities) {
+TurnedFaces find_orientation(const TriMesh& mesh, const EdgeMates& mates, bool keep_cavities) {
     return Orienter(mesh, mates, keep_cavities).run();
 }
 

@@ -12,7 +12,8 @@
 
 namespace povmesh {
 
-struct Orientation {
+/// What is to be turned, and the shells after it.
+struct TurnedFaces {
     Array<std::uint8_t> turned;  // of every face: 1 when it is to be turned over
     std::size_t turned_count = 0;
     std::vector<ShellNesting> shells;       // as they are with those faces turned
@@ -43,7 +44,7 @@ struct Orientation {
 ///
 /// Time: linear, n log n for closed shells with edges of several faces; open shells 7 to 32
 /// times their size. Same result for any number of threads.
-Orientation find_orientation(const TriMesh& mesh, const EdgeMates& mates,
+TurnedFaces find_orientation(const TriMesh& mesh, const EdgeMates& mates,
                              bool keep_cavities = true);
 
 }  // namespace povmesh

@@ -153,7 +153,7 @@ private:
 
     void turn_fewest() {
         label_again();
-        const Orientation orientation = find_orientation(mesh_, *mates_, options_.keep_cavities);
+        const TurnedFaces orientation = find_orientation(mesh_, *mates_, options_.keep_cavities);
         for (std::size_t face = 0; face < mesh_.faces.size(); ++face) {
             if (orientation.turned[face] != 0) reverse_winding(mesh_.faces[face]);
         }

@@ -62,18 +62,19 @@ ColumnLines::ColumnLines(const TriMesh& mesh, Vec3f origin, const LineLattice& l
     }
 }
 
-void ColumnLines::find(std::size_t j, double dx, double dy, Array<Crossing>& crossings) const {
+void ColumnLines::find(std::size_t j, double dx, double dy, Array<LineCrossing>& crossings) const {
     crossings.clear();
     const double y = lattice_.first_y + static_cast<double>(j) * lattice_.spacing_y + dy;
     for (std::size_t k = row_offsets_[j]; k < row_offsets_[j + 1]; ++k) {
         cross(row_faces_[k], lattice_.first_x + dx, y, crossings);
     }
-    std::sort(crossings.begin(), crossings.end(), [](const Crossing& a, const Crossing& b) {
+    std::sort(crossings.begin(), crossings.end(), [](const LineCrossing& a, const LineCrossing& b) {
         return std::tie(a.i, a.z, a.way, a.steepness) < std::tie(b.i, b.z, b.way, b.steepness);
     });
 }
 
-void ColumnLines::cross(std::uint32_t face, double x0, double y, Array<Crossing>& crossings) const {
+void ColumnLines::cross(std::uint32_t face, double x0, double y,
+                        Array<LineCrossing>& crossings) const {
     std::array<Vec3d, 3> p;
     for (std::size_t i = 0; i < 3; ++i)
         p[i] = points_[static_cast<std::size_t>(mesh_.faces[face].vertex[i])];

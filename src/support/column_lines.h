@@ -22,13 +22,13 @@ struct LineLattice {
 };
 
 /// A line passes through a face.
-struct Crossing {
+struct LineCrossing {
     std::uint32_t i;   // of the line, in its row
     float z;           // relative to the origin
     float steepness;   // |cosine| between normal and z axis: 1 for a level face
     std::int32_t way;  // going up: 1 where the face is passed from its back to its front, else -1
 
-    friend bool operator==(const Crossing&, const Crossing&) = default;
+    friend bool operator==(const LineCrossing&, const LineCrossing&) = default;
 };
 
 /// Finds crossings row by row.
@@ -49,10 +49,10 @@ public:
 
     /// The crossings of row j with the pattern moved by (dx, dy), which is at most half a spacing:
     /// by line, then by height; at one height those with way -1 first. Replaces `crossings`.
-    void find(std::size_t j, double dx, double dy, Array<Crossing>& crossings) const;
+    void find(std::size_t j, double dx, double dy, Array<LineCrossing>& crossings) const;
 
 private:
-    void cross(std::uint32_t face, double x0, double y, Array<Crossing>& crossings) const;
+    void cross(std::uint32_t face, double x0, double y, Array<LineCrossing>& crossings) const;
 
     const TriMesh& mesh_;
     LineLattice lattice_;

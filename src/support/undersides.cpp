@@ -130,10 +130,10 @@ private:
 
     // False when the line does not come out of the model in the end.
     bool follow(std::size_t line, std::uint32_t i, std::size_t& next) {
-        const Array<Crossing>& row = row_[line];
+        const Array<LineCrossing>& row = row_[line];
         std::int32_t depth = 0;
         for (; next < row.size() && row[next].i == i; ++next) {
-            const Crossing& crossing = row[next];
+            const LineCrossing& crossing = row[next];
             if (depth == 0) {
                 stretches_.push_back(
                     {layer_above(crossing.z), 0, line, crossing.z, 0, crossing.steepness});
@@ -240,7 +240,7 @@ private:
     std::vector<PlacedTip> tips_;
     std::size_t next_tip_ = 0;
     std::array<std::array<double, 2>, kLines> offsets_{};
-    std::array<Array<Crossing>, kLines> row_;
+    std::array<Array<LineCrossing>, kLines> row_;
     Array<Stretch> stretches_;
     VoxelGrid::Words toggles_;
     Undersides found_;

@@ -134,7 +134,7 @@ TEST(CarvePlane, IsWorseThanOneOfManyOthers) {
         Base base;
         base.corners = corners;
         const double volume = 1.4 * static_cast<double>(core.size());
-        const Mass whole{volume, Vec3d{4, 0.5, 17} * volume};
+        const SolidMass whole{volume, Vec3d{4, 0.5, 17} * volume};
         const CarvePlane plane = find_carve_plane({core, base, {0, 0, 0}, whole, 1});
         const auto merit_of = [&](const Standing& s) {
             return s.margin > 0 ? s.margin / s.height : s.margin;
@@ -151,19 +151,19 @@ TEST(CarvePlane, IsWorseThanOneOfManyOthers) {
             });
             std::sort(voxels.begin(), voxels.end(),
                       [](const auto& a, const auto& b) { return a.first < b.first; });
-            Mass left = whole;
+            SolidMass left = whole;
             for (std::size_t v = 0; v < voxels.size(); ++v) {
-                left = left - Mass{1, voxels[v].second};
+                left = left - SolidMass{1, voxels[v].second};
                 if (v % 10 == 0) best = std::max(best, merit_of(stand_on(base, left.centre())));
             }
         }
         const double found = merit_of(plane.standing);
         EXPECT_GE(found, best - 0.01 * std::abs(best)) << corners.size();
         // What it tells is what it carves.
-        Mass left = whole;
+        SolidMass left = whole;
         core.for_each([&](const Voxel& voxel) {
             const Vec3d p = to_double(voxel.centre) + to_double(core.origin());
-            if (plane.carves(p)) left = left - Mass{1, p};
+            if (plane.carves(p)) left = left - SolidMass{1, p};
         });
         EXPECT_LT(left.volume, whole.volume);
         EXPECT_NEAR(merit_of(stand_on(base, left.centre())), found, 2e-3 * std::abs(found));

@@ -36,7 +36,7 @@ SoupVector with_turned(SoupVector soup, const Faces& faces) {
     return soup;
 }
 
-Orientation orientation_of(TriMesh& mesh) {
+TurnedFaces orientation_of(TriMesh& mesh) {
     const EdgeMates mates(mesh);
     label_shells(mesh, mates);
     return find_orientation(mesh, mates);
@@ -44,7 +44,7 @@ Orientation orientation_of(TriMesh& mesh) {
 
 Faces turned_in(const SoupVector& soup) {
     TriMesh mesh = shapes::mesh_of(soup);
-    const Orientation orientation = orientation_of(mesh);
+    const TurnedFaces orientation = orientation_of(mesh);
     Faces turned;
     for (std::size_t face = 0; face < mesh.faces.size(); ++face) {
         if (orientation.turned[face] != 0) turned.insert(face);
@@ -144,7 +144,7 @@ TEST(Orientation, AStripWithAHalfTurnIsLeftAndSaid) {
         }
     }
     TriMesh mesh = shapes::mesh_of(strip);
-    const Orientation orientation = orientation_of(mesh);
+    const TurnedFaces orientation = orientation_of(mesh);
     EXPECT_EQ(orientation.one_sided, std::vector<std::uint32_t>{0});
     EXPECT_EQ(orientation.turned_count, 0U);
 }
