@@ -58,8 +58,10 @@ constexpr double kThinWall = 0.6;
 constexpr double kLeastLost = 0.01;
 
 // Where fewer vertices are near what is spoiled, as a share of the triangles made, it comes cheaper
-// to keep the faces there than to try with lower lengths.
+// to keep the faces there than to try with lower lengths: on models of more triangles than that,
+// whose runs take most of a second.
 constexpr double kLeastSpoiled = 0.005;
+constexpr std::size_t kLarge = 200'000;
 
 // Values not positive or not finite become the mean edge of their face, or 1 where that is not
 // either.
@@ -222,7 +224,8 @@ private:
 
     bool is_little(const Array<std::uint8_t>& near) const {
         const auto count = static_cast<double>(std::count(near.begin(), near.end(), 1));
-        return count < kLeastSpoiled * static_cast<double>(made_.faces.size());
+        return base_.faces.size() > kLarge &&
+               count < kLeastSpoiled * static_cast<double>(made_.faces.size());
     }
 
     // Around what is spoiled, and all along a wall or a gap there that is thinner than an edge.

@@ -63,7 +63,7 @@ constexpr int kMostPasses = 8;
 // Where steps have made faces cross all is done again, without those there: within a distance that
 // is twice as large each time, as a share of how far the surface may move. When the last take has
 // crossings, too, the mesh stays as it is.
-constexpr double kFirstMargin = 0.5;
+constexpr double kFirstMargin = 0.05;
 constexpr int kMostTakes = 8;
 
 Triangle corners_of(const TriMesh& mesh, const Face& face) {
