@@ -5,7 +5,7 @@
 
 #include "mesh/tri_mesh.h"
 
-namespace povmesh::cli {
+namespace povmesh {
 
 /// The least distance between the two surfaces.
 double smallest_wall(const TriMesh& model, const TriMesh& cavity);
@@ -20,4 +20,4 @@ bool has_holes(TriMesh& model);
 /// it, scale it to millimetres when it is tiny, or else `otherwise`.
 std::string cure_of(TriMesh& model, double cube, const std::string& otherwise);
 
-}  // namespace povmesh::cli
+}  // namespace povmesh

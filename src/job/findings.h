@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -13,7 +15,7 @@
 #include "repair/detect.h"
 #include "run/progress.h"
 
-namespace povmesh::cli {
+namespace povmesh {
 
 /// What can be wrong with a mesh, in the order in which it is told.
 enum class Flaw : std::uint8_t {
@@ -87,6 +89,12 @@ struct Findings {
     bool has_degenerate_faces_only() const;
 };
 
+/// "near (1, 2, 3)".
+std::string place_text(Vec3f place);
+
+/// "2 of 3 edges, 1 of 12"; the middle of a long list is left out.
+std::string hole_sizes_text(std::span<const HoleSize> holes);
+
 /// Above this number of faces, what takes long is done only on request.
 constexpr std::size_t kMaxQuickFaces = 2'000'000;
 
@@ -100,4 +108,4 @@ enum class SelfIntersectionSearch { Never, UpToQuickFaces, Always };
 Findings examine(TriMesh& mesh, Progress progress, SelfIntersectionSearch search,
                  FlawFaces* flaw_faces = nullptr);
 
-}  // namespace povmesh::cli
+}  // namespace povmesh

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace povmesh::cli {
+namespace povmesh {
 
 /// 12,345,678.
 std::string with_separators(std::uint64_t number);
@@ -20,4 +20,4 @@ std::string human_number(double number);
 /// The double whose shortest decimal form is that of the float, so that 0.1f is printed as 0.1.
 double shortest_double(float number);
 
-}  // namespace povmesh::cli
+}  // namespace povmesh

@@ -5,7 +5,7 @@
 
 #include "mesh/tri_mesh.h"
 
-namespace povmesh::cli {
+namespace povmesh {
 
 /// Why a mesh is not to be written, without the file: no triangle is left, or one has a corner that
 /// is infinite or no number. Empty when it is fit to be.
@@ -16,4 +16,4 @@ std::string refusal(const TriMesh& mesh, bool was_finite);
 /// True when all corners of live faces are finite.
 bool has_finite_corners(const TriMesh& mesh);
 
-}  // namespace povmesh::cli
+}  // namespace povmesh

@@ -1,0 +1,4 @@
+// What operations share that put cavities into a model.
+#pragma once
+
+#include "job/cavity.h"

@@ -1,0 +1,4 @@
+// Everything that `check` tells about a mesh.
+#pragma once
+
+#include "job/findings.h"

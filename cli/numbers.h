@@ -1,0 +1,4 @@
+// Numbers as people read them.
+#pragma once
+
+#include "job/numbers.h"

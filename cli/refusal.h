@@ -1,0 +1,4 @@
+// What is never written.
+#pragma once
+
+#include "job/refusal.h"
