@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "cli/kept_models.h"
 #include "cli/numbers.h"
 #include "cli/picture/picture.h"
 #include "cli/pieces.h"
@@ -117,7 +118,7 @@ constexpr std::string_view kGzip = ".gz";
 
 Status open_model(const std::string& path, InputFile& file) {
     if (is_pipe(path)) return read_standard_input("standard input", file);
-    return has_extension(path, kGzip) ? unpack_gzip(path, file) : file.open(path);
+    return is_packed(path) ? unpack_gzip(path, file) : file.open(path);
 }
 
 Status read_package_model(const ByteSource& source, Progress progress, LoadedModel& model) {
@@ -131,10 +132,7 @@ Status read_package_model(const ByteSource& source, Progress progress, LoadedMod
     return status;
 }
 
-Status read_kind(const std::string& path, Progress progress, LoadedModel& model) {
-    InputFile file;
-    if (Status status = open_model(path, file); !status.ok()) return status;
-    const ByteSource source = bytes_of(file);
+Status read_source(const ByteSource& source, Progress progress, LoadedModel& model) {
     switch (model.kind) {
         case FileKind::Obj:
             return read_obj_model(source, progress, model);
@@ -145,6 +143,15 @@ Status read_kind(const std::string& path, Progress progress, LoadedModel& model)
         default:
             return read_stl_model(source, progress, model);
     }
+}
+
+Status read_kind(const std::string& path, Progress progress, LoadedModel& model) {
+    if (const KeptModel* const kept = kept_model(path)) {
+        return read_source(bytes_of(kept->bytes), progress, model);
+    }
+    InputFile file;
+    if (Status status = open_model(path, file); !status.ok()) return status;
+    return read_source(bytes_of(file), progress, model);
 }
 
 std::string read_model(const std::string& path, Progress progress, LoadedModel& model) {
@@ -209,22 +216,29 @@ Array<char> thumbnail(const TriMesh& mesh) {
 
 Status write_kind(TriMesh& mesh, const std::string& path, const ModelExtras& extras,
                   ByteSink& file) {
+    const KeptModel* const kept = kept_model(path);
     switch (kind_of(path)) {
         case FileKind::Obj:
             return write_obj(mesh, file, {.exact = true});
         case FileKind::Ply:
             return write_ply(mesh, file, extras.texture_files);
         case FileKind::ThreeMf:
-            return write_three_mf(mesh, extras.package, thumbnail(mesh), path, file);
+            return write_three_mf(
+                mesh, extras.package,
+                kept == nullptr || kept->is_for_people ? thumbnail(mesh) : Array<char>(), path,
+                file);
         default:
             return write_stl(mesh, file);
     }
 }
 
 Status write_model(TriMesh& mesh, const std::string& path, const ModelExtras& extras) {
+    if (KeptModel* const kept = kept_model(path)) {
+        return write_kind(mesh, path, extras, *sink_of(*kept));
+    }
     ReplacementFile file;
     if (Status status = file.open(path); !status.ok()) return status;
-    if (!has_extension(path, kGzip)) return write_kind(mesh, path, extras, file);
+    if (!is_packed(path)) return write_kind(mesh, path, extras, file);
     GzipSink packed(file);
     return write_kind(mesh, path, extras, packed);
 }
@@ -250,8 +264,9 @@ void set_pipe_kind(FileKind kind) {
 }
 
 FileKind kind_of(const std::string& path) {
+    if (const KeptModel* const kept = kept_model(path)) return kept->kind;
     if (is_pipe(path)) return pipe_kind;
-    if (has_extension(path, kGzip)) {
+    if (is_packed(path)) {
         const std::string inner = std::filesystem::path(path).stem().string();
         const FileKind kind = is_pipe(inner) ? FileKind::Unknown : kind_of(inner);
         return kind == FileKind::ThreeMf ? FileKind::Unknown : kind;  // that is packed as it is
@@ -290,7 +305,11 @@ bool is_model_name(const std::string& path, Console& console) {
 std::string stem_of(const std::string& path) {
     if (is_pipe(path)) return "model";
     const std::filesystem::path stem = std::filesystem::path(path).stem();
-    return (has_extension(path, kGzip) ? stem.stem() : stem).string();
+    return (is_packed(path) ? stem.stem() : stem).string();
+}
+
+bool is_packed(const std::string& path) {
+    return has_extension(path, kGzip);
 }
 
 bool has_extension(const std::string& path, std::string_view extension) {
@@ -321,11 +340,15 @@ std::string save_model(TriMesh& mesh, const std::string& path, const ModelExtras
     }
 }
 
+std::string replaced_in_part(const std::string& path) {
+    return path +
+           ": was not read whole, and what was left out would be lost; write to another file";
+}
+
 std::string save_model(LoadedModel& model, const std::string& path) {
     std::error_code error;
     if (!model.is_whole && std::filesystem::equivalent(model.path, path, error)) {
-        return path +
-               ": was not read whole, and what was left out would be lost; write to another file";
+        return replaced_in_part(path);
     }
     return save_model(model.mesh, path, model.extras);
 }

@@ -16,7 +16,7 @@ namespace povmesh::cli {
 enum class FileKind : std::uint8_t { Unknown, Stl, Obj, Ply, ThreeMf };
 
 /// Of a name that ends in ".gz" by what stands before that; of "-", standard input or output, by
-/// `set_pipe_kind`.
+/// `set_pipe_kind`; of a model that is kept in memory, its own.
 FileKind kind_of(const std::string& path);
 
 /// Standard input and output have no name that says their kind: the option --format does, once.
@@ -35,6 +35,9 @@ bool is_model_name(const std::string& path, Console& console);
 
 /// The name of a model without folder and extensions.
 std::string stem_of(const std::string& path);
+
+/// Whether a file of that name is packed by gzip.
+bool is_packed(const std::string& path);
 
 /// True when the file name ends in `extension` (with its point), in any case.
 bool has_extension(const std::string& path, std::string_view extension);
@@ -72,6 +75,9 @@ std::string save_model(TriMesh& mesh, const std::string& path, const ModelExtras
 /// The same for a model as it was loaded or changed. What was not read whole does not replace its
 /// own file.
 std::string save_model(LoadedModel& model, const std::string& path);
+
+/// Why a file that was not read whole is not replaced.
+std::string replaced_in_part(const std::string& path);
 
 /// Where a model is written: its target, or for standard output a file of the temporary folder that
 /// is copied when it is complete and found right.
