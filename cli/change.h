@@ -19,6 +19,7 @@ namespace povmesh::cli {
 /// What an operation tells beyond the measures of the model before and after.
 struct ChangeReport {
     std::string failure;  // why there is no result, without the file; nothing is written then
+    ExitStatus failed_with = Flawed;    // then: Usage where another argument would do
     std::vector<std::string> warnings;  // of the result, without the file
     // Why the result, though written, is not to be trusted: warnings that make the status Flawed.
     std::vector<std::string> doubts;
