@@ -19,6 +19,7 @@ OperationSpec subdivide_operation();
 OperationSpec hollow_operation();
 OperationSpec balance_operation();
 OperationSpec infill_operation();
+OperationSpec lampshade_operation();
 OperationSpec offset_operation();
 OperationSpec wrap_operation();
 OperationSpec voxelize_operation();

@@ -61,13 +61,13 @@ std::span<const ExitStatusSpec> exit_statuses() {
 }
 
 std::span<const OperationSpec> operations() {
-    static const std::array<OperationSpec, 23> table = {
-        check_operation(),     repair_operation(),   split_operation(),     cut_operation(),
-        decompose_operation(), reduce_operation(),   remesh_operation(),    revise_operation(),
-        subdivide_operation(), hollow_operation(),   balance_operation(),   offset_operation(),
-        wrap_operation(),      infill_operation(),   voxelize_operation(),  orient_operation(),
-        support_operation(),   strength_operation(), thickness_operation(), convert_operation(),
-        render_operation(),    run_operation(),      version_operation(),
+    static const std::array<OperationSpec, 24> table = {
+        check_operation(),     repair_operation(),  split_operation(),     cut_operation(),
+        decompose_operation(), reduce_operation(),  remesh_operation(),    revise_operation(),
+        subdivide_operation(), hollow_operation(),  balance_operation(),   offset_operation(),
+        wrap_operation(),      infill_operation(),  lampshade_operation(), voxelize_operation(),
+        orient_operation(),    support_operation(), strength_operation(),  thickness_operation(),
+        convert_operation(),   render_operation(),  run_operation(),       version_operation(),
     };
     return table;
 }
