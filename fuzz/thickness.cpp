@@ -96,6 +96,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     WrapReport report;
     if (!wrap(mesh, {.gap = (mode >> 5) / 2.0, .cell = 0.5}, run, report).ok()) return 0;
     measure(mesh, options);
-    if ((mode & 4) != 0) require_wall(mesh, 0.4 + (mode >> 5) / 8.0);
+    if ((mode & 4) != 0) require_wall(mesh, 1 + (mode >> 5) / 4.0);
     return 0;
 }
