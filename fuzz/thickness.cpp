@@ -52,7 +52,7 @@ void measure(const TriMesh& mesh, const ThicknessOptions& options) {
     require(report.status.ok(), "thickness is not measured");
     require_sane(report.walls, 2 * options.wall);
     if (options.gap > 0) require_sane(report.gaps, 2 * options.gap);
-    const TriMesh map = thickness_map(mesh, report, report.walls, wall_colour);
+    const TriMesh map = thickness_map(mesh, report.walls, wall_colour);
     const double area = area_of(mesh);
     require(std::abs(area_of(map) - area) <= 1e-4 * (1 + area), "painting moved a face");
 }
