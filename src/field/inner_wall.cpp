@@ -69,7 +69,7 @@ constexpr double kKnownWithin = 1e-3;
 constexpr double kMargin = 0.02;
 
 // Triangles looked at for the mean.
-constexpr std::size_t kMostMeanSamples = 50000;
+constexpr std::size_t kMostMeanSamples = 10000;
 
 // Triangles per piece of work, each some microseconds.
 constexpr std::size_t kAtOnce = 256;
