@@ -21,8 +21,9 @@ namespace povmesh::cli {
 /// Its doubts are warnings that make the status Flawed.
 struct ChangeReport : Remarks {
     std::string failure;  // why there is no result, without the file; nothing is written then
-    double seconds = 0;   // that it took, without reading and writing
-    std::vector<Row> before, after;  // of the same labels, to stand beside each other
+    ExitStatus failed_with = Flawed;  // then: Usage where another argument would do
+    double seconds = 0;               // that it took, without reading and writing
+    std::vector<Row> before, after;   // of the same labels, to stand beside each other
     std::vector<Row> rows;
     Json json_before = Json::object(), json_after = Json::object();
     Json json = Json::object();

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "cli/kept_models.h"
 #include "cli/shared_options.h"
 #include "io/file.h"
 #include "io/stream.h"
@@ -25,6 +26,9 @@ std::string read_model(const std::string& path, Progress progress, LoadedModel& 
                std::string(kModelEndings);
     }
     model.path = path;
+    if (const KeptModel* const kept = kept_model(path)) {
+        return povmesh::read_model(bytes_of(kept->bytes), progress, model).text();
+    }
     InputFile file;
     Status status =
         is_pipe(path) ? read_standard_input("standard input", file) : open_model(path, file);
@@ -42,6 +46,7 @@ void set_pipe_kind(FileKind kind) {
 }
 
 FileKind kind_of(const std::string& path) {
+    if (const KeptModel* const kept = kept_model(path)) return kept->kind;
     if (is_pipe(path)) return pipe_kind;
     return kind_of_name(path);
 }
@@ -61,7 +66,7 @@ bool is_model_name(const std::string& path, Console& console) {
 std::string stem_of(const std::string& path) {
     if (is_pipe(path)) return "model";
     const std::filesystem::path stem = std::filesystem::path(path).stem();
-    return (has_extension(path, kPackedEnd) ? stem.stem() : stem).string();
+    return (is_packed(path) ? stem.stem() : stem).string();
 }
 
 std::string load_model(const std::string& path, Progress progress, LoadedModel& model) {
@@ -77,6 +82,11 @@ std::string save_model(TriMesh& mesh, const std::string& path, const ModelExtras
         if (const std::string obstacle = coordinate_obstacle(mesh); !obstacle.empty()) {
             return path + ": " + obstacle;
         }
+        if (KeptModel* const kept = kept_model(path)) {
+            return write_model(mesh, kept->kind, extras, path, *sink_of(*kept),
+                               kept->is_for_people ? Thumbnail::Drawn : Thumbnail::None)
+                .text();
+        }
         if (is_pipe(path)) {
             OutputFile file(path);
             const std::string failure =
@@ -89,11 +99,15 @@ std::string save_model(TriMesh& mesh, const std::string& path, const ModelExtras
     }
 }
 
+std::string replaced_in_part(const std::string& path) {
+    return path +
+           ": was not read whole, and what was left out would be lost; write to another file";
+}
+
 std::string save_model(LoadedModel& model, const std::string& path) {
     std::error_code error;
     if (!model.is_whole && std::filesystem::equivalent(model.path, path, error)) {
-        return path +
-               ": was not read whole, and what was left out would be lost; write to another file";
+        return replaced_in_part(path);
     }
     return save_model(model.mesh, path, model.extras);
 }

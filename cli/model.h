@@ -13,7 +13,7 @@
 namespace povmesh::cli {
 
 /// Of a name that ends in ".gz" by what stands before that; of "-", standard input or output, by
-/// `set_pipe_kind`.
+/// `set_pipe_kind`; of a model that is kept in memory, its own.
 FileKind kind_of(const std::string& path);
 
 /// Standard input and output have no name that says their kind: the option --format does, once.
@@ -42,6 +42,9 @@ std::string save_model(TriMesh& mesh, const std::string& path, const ModelExtras
 /// The same for a model as it was loaded or changed. What was not read whole does not replace its
 /// own file.
 std::string save_model(LoadedModel& model, const std::string& path);
+
+/// Why a file that was not read whole is not replaced.
+std::string replaced_in_part(const std::string& path);
 
 /// Where a model is written: its target, or for standard output a file of the temporary folder that
 /// is copied when it is complete and found right.

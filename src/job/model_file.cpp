@@ -169,8 +169,12 @@ bool has_extension(const std::string& path, std::string_view extension) {
     return lower_case(std::filesystem::path(path).extension().string()) == extension;
 }
 
+bool is_packed(const std::string& path) {
+    return has_extension(path, kPackedEnd);
+}
+
 FileKind kind_of_name(const std::string& path) {
-    if (has_extension(path, kPackedEnd)) {
+    if (is_packed(path)) {
         const FileKind kind = kind_of_name(std::filesystem::path(path).stem().string());
         return kind == FileKind::ThreeMf ? FileKind::Unknown : kind;  // that is packed as it is
     }
@@ -229,18 +233,20 @@ std::string coordinate_obstacle(const TriMesh& mesh) {
 }
 
 Status open_model(const std::string& path, InputFile& file) {
-    return has_extension(path, kPackedEnd) ? unpack_gzip(path, file) : file.open(path);
+    return is_packed(path) ? unpack_gzip(path, file) : file.open(path);
 }
 
 Status write_model(TriMesh& mesh, FileKind kind, const ModelExtras& extras, const std::string& name,
-                   ByteSink& sink) {
+                   ByteSink& sink, Thumbnail picture) {
     switch (kind) {
         case FileKind::Obj:
             return write_obj(mesh, sink, {.exact = true});
         case FileKind::Ply:
             return write_ply(mesh, sink, extras.texture_files);
         case FileKind::ThreeMf:
-            return write_three_mf(mesh, extras.package, thumbnail(mesh), name, sink);
+            return write_three_mf(mesh, extras.package,
+                                  picture == Thumbnail::Drawn ? thumbnail(mesh) : Array<char>(),
+                                  name, sink);
         default:
             return write_stl(mesh, sink);
     }
@@ -250,7 +256,7 @@ Status write_model_file(TriMesh& mesh, FileKind kind, const ModelExtras& extras,
                         const std::string& path) {
     ReplacementFile file;
     if (Status status = file.open(path); !status.ok()) return status;
-    if (!has_extension(path, kPackedEnd)) return write_model(mesh, kind, extras, path, file);
+    if (!is_packed(path)) return write_model(mesh, kind, extras, path, file);
     GzipSink packed(file);
     return write_model(mesh, kind, extras, path, packed);
 }

@@ -32,6 +32,9 @@ std::string_view extension_of(FileKind kind);
 /// True when the file name ends in `extension` (with its point), in any case.
 bool has_extension(const std::string& path, std::string_view extension);
 
+/// Whether a file of that name is packed by gzip.
+bool is_packed(const std::string& path);
+
 /// What belongs to a model beside its mesh.
 struct ModelExtras {
     std::vector<std::string> texture_files;  // named in a PLY file
@@ -65,10 +68,13 @@ Status read_model(const ByteSource& source, Progress progress, LoadedModel& mode
 /// Empty when it may be.
 std::string coordinate_obstacle(const TriMesh& mesh);
 
-/// Writes the live faces: binary STL, exact OBJ, PLY or 3MF with a picture. `name` stands for the
-/// target in messages.
+/// What file managers show of a package.
+enum class Thumbnail { Drawn, None };
+
+/// Writes the live faces: binary STL, exact OBJ, PLY or 3MF. `name` stands for the target in
+/// messages.
 Status write_model(TriMesh& mesh, FileKind kind, const ModelExtras& extras, const std::string& name,
-                   ByteSink& sink);
+                   ByteSink& sink, Thumbnail picture = Thumbnail::Drawn);
 
 /// The same to a file, packed when its name ends so; what was there is replaced by a complete file
 /// only.
