@@ -105,9 +105,9 @@
 
 /* The version of this header. */
 #define POVMESH_VERSION_MAJOR 0
-#define POVMESH_VERSION_MINOR 1
+#define POVMESH_VERSION_MINOR 2
 #define POVMESH_VERSION_PATCH 0
-#define POVMESH_VERSION "0.1.0"
+#define POVMESH_VERSION_TEXT "0.2.0"
 
 /* This header is C as well as C++. */
 #include <stdint.h> /* NOLINT(modernize-deprecated-headers) */
