@@ -30,6 +30,12 @@ constexpr int kPackingLevel = 1;
 // Contents that may be larger are packed on several threads, not by libzip.
 constexpr std::uint64_t kLargeBytes = std::uint64_t{1} << 20;
 
+// Of a buffer for so many bytes, of which there may be more.
+std::size_t piece_bytes(std::uint64_t bytes) {
+    constexpr std::uint64_t kLeastBytes = 4096;
+    return static_cast<std::size_t>(std::clamp<std::uint64_t>(bytes, kLeastBytes, kPieceBytes));
+}
+
 std::string text_of(zip_error_t* error) {
     std::string text = one_line(zip_error_strerror(error));
     zip_error_fini(error);
@@ -169,7 +175,7 @@ Status PackageReader::read(const std::string& entry, std::uint64_t most_bytes,
     if (opened.file == nullptr) {
         return bad("cannot be unpacked: " + one_line(zip_strerror(archive_->zip)));
     }
-    Array<char> piece(kPieceBytes);
+    Array<char> piece(piece_bytes(stat.size));
     std::uint64_t size = 0;
     for (;;) {
         const zip_int64_t count = zip_fread(opened.file, piece.data(), piece.size());
@@ -267,6 +273,12 @@ struct PackageWriter::Archive {
     zip_t* zip = nullptr;
     std::vector<std::unique_ptr<Content>> contents;
 
+    std::uint64_t about_bytes() const {
+        std::uint64_t sum = 0;
+        for (const auto& content : contents) sum += content->about_bytes;
+        return sum;
+    }
+
     ~Archive() {
         if (zip != nullptr) zip_discard(zip);
         if (bytes != nullptr) zip_source_free(bytes);
@@ -335,7 +347,7 @@ Status PackageWriter::finish(ByteSink& file, const std::string& name) {
     }
     archive_->zip = nullptr;
     if (zip_source_open(archive_->bytes) != 0) return failed("it cannot be read back");
-    Array<char> piece(kPieceBytes);
+    Array<char> piece(piece_bytes(archive_->about_bytes()));
     Status status;
     for (;;) {
         const zip_int64_t count = zip_source_read(archive_->bytes, piece.data(), piece.size());
