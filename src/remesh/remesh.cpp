@@ -54,9 +54,11 @@ constexpr double kSecondShortening = 0.5;
 // Where a wall asks for less than this share of the length, all of the wall is seen to.
 constexpr double kThinWall = 0.6;
 
-// Share of the vertices that must have been lost for another run; and that must be near what is
-// spoiled, else it comes cheaper to keep the faces there.
+// Share of the vertices that must have been lost for another run.
 constexpr double kLeastLost = 0.01;
+
+// Where fewer vertices are near what is spoiled, as a share of the triangles made, it comes cheaper
+// to keep the faces there than to try with lower lengths.
 constexpr double kLeastSpoiled = 0.005;
 
 // Values not positive or not finite become the mean edge of their face, or 1 where that is not
@@ -218,9 +220,9 @@ private:
         return true;
     }
 
-    static bool is_little(const Array<std::uint8_t>& near) {
+    bool is_little(const Array<std::uint8_t>& near) const {
         const auto count = static_cast<double>(std::count(near.begin(), near.end(), 1));
-        return count < kLeastSpoiled * static_cast<double>(near.size());
+        return count < kLeastSpoiled * static_cast<double>(made_.faces.size());
     }
 
     // Around what is spoiled, and all along a wall or a gap there that is thinner than an edge.

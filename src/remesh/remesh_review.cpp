@@ -5,15 +5,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "base/convert.h"
 #include "base/parallel.h"
-#include "mesh/bounds.h"
-#include "remesh/place_mask.h"
+#include "remesh/crossing_places.h"
 #include "remesh/triangle_shape.h"
 #include "spatial/face_tree.h"
-#include "spatial/self_intersection.h"
 
 namespace povmesh {
 namespace {
@@ -36,15 +33,6 @@ constexpr double kOpposite = 0.5;
 // Bounds of the factor of one shortening. The distance falls with the square of the length.
 constexpr double kMostShortening = 0.35;
 constexpr double kLeastShortening = 0.85;
-
-constexpr std::size_t kMostPairs = 100'000;
-
-// What crosses near a crossing of the original, within this share of the size of the two faces
-// there, is the same crossing.
-constexpr double kKnownMargin = 0.125;
-
-// Along the diagonal of the grid that rounds these places.
-constexpr double kCells = 128;
 
 Triangle3d corners_of(const TriMesh& mesh, const Face& face) {
     return {to_double(mesh.corner_position(face, 0)), to_double(mesh.corner_position(face, 1)),
@@ -69,46 +57,6 @@ Box3f box_around(Vec3d p, double reach) {
     return box;
 }
 
-Box3f outward(const Box3d& box) {
-    Box3f around;
-    constexpr float kFar = std::numeric_limits<float>::infinity();
-    const auto down = [](double x) { return std::nextafter(narrow_to_float(x), -kFar); };
-    const auto up = [](double x) { return std::nextafter(narrow_to_float(x), kFar); };
-    around.low = {down(box.low.x), down(box.low.y), down(box.low.z)};
-    around.high = {up(box.high.x), up(box.high.y), up(box.high.z)};
-    return around;
-}
-
-Box3d grown(const Box3d& box, double by) {
-    return {box.low - Vec3d{by, by, by}, box.high + Vec3d{by, by, by}};
-}
-
-Box3d box_of(const Triangle3d& t) {
-    Box3d box;
-    for (const Vec3d p : t) box.widen(p);
-    return box;
-}
-
-bool overlaps(const FaceTree& tree, const Box3f& box) {
-    return tree.visit_overlapping(box, [](std::uint32_t /*i*/) { return true; });
-}
-
-// The faces of a mesh whose boxes overlap an entry of a tree; it keeps all the vertices.
-TriMesh faces_near(const TriMesh& mesh, const FaceTree& tree) {
-    Array<std::uint8_t> is_near(mesh.faces.size(), 0);
-    parallel_for(is_near.size(), [&](std::size_t f) {
-        const Face& face = mesh.faces[f];
-        if (face.deleted != 0) return;
-        is_near[f] = overlaps(tree, face_box(mesh, face)) ? 1 : 0;
-    });
-    TriMesh near;
-    near.vertices = mesh.vertices;
-    for (std::size_t f = 0; f < is_near.size(); ++f) {
-        if (is_near[f] != 0) near.faces.push_back(mesh.faces[f]);
-    }
-    return near;
-}
-
 FaceTree tree_of(const std::vector<SpoiledPlace>& places, double factor) {
     Array<Box3f> boxes(places.size());
     for (std::size_t i = 0; i < places.size(); ++i) {
@@ -118,32 +66,18 @@ FaceTree tree_of(const std::vector<SpoiledPlace>& places, double factor) {
 }
 
 // A crossing stands at the smaller of its two faces.
-std::vector<SpoiledPlace> crossings_of(const TriMesh& mesh, double margin) {
-    std::vector<SpoiledPlace> places;
-    for (const FacePair& pair : find_self_intersections(mesh, kMostPairs).pairs) {
-        const Triangle3d a = corners_of(mesh, mesh.faces[pair.first]);
-        const Triangle3d b = corners_of(mesh, mesh.faces[pair.second]);
-        const Triangle3d& small = reach_of(a) <= reach_of(b) ? a : b;
-        const Box3d first = box_of(a);
-        const Box3d second = box_of(b);
-        const Box3d common = {
-            {std::max(first.low.x, second.low.x), std::max(first.low.y, second.low.y),
-             std::max(first.low.z, second.low.z)},
-            {std::min(first.high.x, second.high.x), std::min(first.high.y, second.high.y),
-             std::min(first.high.z, second.high.z)}};
-        Box3d both = first;
-        both.widen(second.low);
-        both.widen(second.high);
-        places.push_back({middle_of(small), reach_of(small),
-                          grown(common, margin * length(both.high - both.low))});
-    }
-    return places;
+SpoiledPlace spoiled_at(const CrossingPlace& place) {
+    const bool is_first = reach_of(place.first) <= reach_of(place.second);
+    const Triangle3d& small = is_first ? place.first : place.second;
+    return {middle_of(small), reach_of(small), place.common};
 }
 
-std::vector<SpoiledPlace> slivers_of(const TriMesh& mesh) {
+// Of the faces that are marked, or of all where none can be.
+std::vector<SpoiledPlace> slivers_of(const TriMesh& mesh, std::span<const std::uint8_t> takes) {
     std::vector<SpoiledPlace> places;
-    for (const Face& face : mesh.faces) {
-        if (face.deleted != 0) continue;
+    for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        const Face& face = mesh.faces[f];
+        if (face.deleted != 0 || (!takes.empty() && takes[f] == 0)) continue;
         const Triangle3d t = corners_of(mesh, face);
         if (!shape_of(t).is_sliver) continue;
         Box3d middle;
@@ -175,65 +109,41 @@ RemeshReview::RemeshReview(const TriMesh& original, const NearestFace& tree,
     }
 }
 
-std::vector<SpoiledPlace> RemeshReview::spoiled_places(const TriMesh& made) const {
-    return spoiled_places_among(made);
-}
-
 std::vector<SpoiledPlace> RemeshReview::spoiled_places(const TriMesh& made,
                                                        std::span<const std::uint8_t> changed,
                                                        std::span<const SpoiledPlace> before) const {
-    Array<Box3f> boxes(made.faces.size());
-    for (std::size_t f = 0; f < boxes.size(); ++f) {
-        if (changed[f] != 0) boxes[f] = face_box(made, made.faces[f]);
+    std::vector<SpoiledPlace> places;
+    for (const CrossingPlace& place : new_crossing_places(original_, made, changed)) {
+        places.push_back(spoiled_at(place));
     }
-    const FaceTree tree(boxes);
-    std::vector<SpoiledPlace> places = spoiled_places_among(faces_near(made, tree));
+    for (const SpoiledPlace& place : new_slivers(made, changed)) places.push_back(place);
+    for (SpoiledPlace& place : places) {
+        const NearestPoint found = tree_.find(place.point);
+        if (found.is_found()) place.reach = std::max(place.reach, field_.at(found));
+    }
+    if (before.empty()) return places;
+    const FaceTree tree = tree_of_faces(made, changed);
     for (const SpoiledPlace& place : before) {
         if (!overlaps(tree, outward(place.box))) places.push_back(place);
     }
     return places;
 }
 
-std::vector<SpoiledPlace> RemeshReview::spoiled_places_among(const TriMesh& faces) const {
-    std::vector<SpoiledPlace> crossings = crossings_of(faces, 0);
-    leave_out_known(crossings,
-                    [](const TriMesh& near) { return crossings_of(near, kKnownMargin); });
-    std::vector<SpoiledPlace> slivers = slivers_of(faces);
-    leave_out_known(slivers, [&](const TriMesh& near) {
-        std::vector<SpoiledPlace> known = slivers_of(near);
-        for (SpoiledPlace& place : known) {  // it may come to lie an edge beside
-            const NearestPoint found = tree_.find(place.point);
-            if (found.is_found()) place.box = grown(place.box, place.reach + field_.at(found));
-        }
-        return known;
-    });
-    crossings.insert(crossings.end(), slivers.begin(), slivers.end());
-    for (SpoiledPlace& place : crossings) {
+// What was there may come to lie an edge beside.
+std::vector<SpoiledPlace> RemeshReview::new_slivers(const TriMesh& made,
+                                                    std::span<const std::uint8_t> changed) const {
+    std::vector<SpoiledPlace> places = slivers_of(made, changed);
+    if (places.empty()) return places;
+    std::vector<SpoiledPlace> known = slivers_of(original_, {});
+    for (SpoiledPlace& place : known) {
         const NearestPoint found = tree_.find(place.point);
-        if (found.is_found()) place.reach = std::max(place.reach, field_.at(found));
+        if (found.is_found()) place.reach += field_.at(found);
     }
-    return crossings;
-}
-
-// The places that meet those that `find` finds in the part of the original around, by the grid that
-// tells what is new of a result elsewhere, too.
-template <typename Find>
-void RemeshReview::leave_out_known(std::vector<SpoiledPlace>& places, Find&& find) const {
-    if (places.empty()) return;
-    const Box3f bounds = finite_bounds(original_);
-    const double cell = length(to_double(bounds.extent())) / kCells;
-    Array<Box3f> around(places.size());
-    for (std::size_t i = 0; i < places.size(); ++i) {
-        const NearestPoint found = tree_.find(places[i].point);
-        const double reach = found.is_found() ? field_.at(found) : 0;
-        around[i] = outward(grown(places[i].box, cell + 2 * (reach + places[i].reach)));
-    }
-    PlaceMask known(bounds);
-    for (const SpoiledPlace& place : find(faces_near(original_, FaceTree(around)))) {
-        known.add(place.box);
-    }
-    known.finish();
-    std::erase_if(places, [&](const SpoiledPlace& place) { return known.meets(place.box); });
+    const FaceTree tree = tree_of(known, 1);
+    std::erase_if(places, [&](const SpoiledPlace& place) {
+        return overlaps(tree, box_around(place.point, 0));
+    });
+    return places;
 }
 
 bool RemeshReview::shorten_where_lost(const TriMesh& made, double tolerance, double least_share,

@@ -29,14 +29,11 @@ public:
 
     /// Crossings, and faces without a direction, that the original has not near there.
     ///
-    std::vector<SpoiledPlace> spoiled_places(const TriMesh& made) const;
-
-    /// The same where faces have changed since `before` was found, and what is left of that.
-    ///
-    /// @param changed  by face of `made`: not 0 where it is not as it was
+    /// @param changed  by face of `made`: not 0 where it is not as it was when `before` was found,
+    ///                 which is what there was then; empty: all is new
     std::vector<SpoiledPlace> spoiled_places(const TriMesh& made,
-                                             std::span<const std::uint8_t> changed,
-                                             std::span<const SpoiledPlace> before) const;
+                                             std::span<const std::uint8_t> changed = {},
+                                             std::span<const SpoiledPlace> before = {}) const;
 
     /// Lowers the length at each vertex of the original from which the made surface is too far off:
     /// a third of the length that was asked for, or a good part of the thickness of a wall or a
@@ -49,9 +46,8 @@ public:
     Array<std::uint8_t> vertices_near(const std::vector<SpoiledPlace>& places, double factor) const;
 
 private:
-    std::vector<SpoiledPlace> spoiled_places_among(const TriMesh& faces) const;
-    template <typename Find>
-    void leave_out_known(std::vector<SpoiledPlace>& places, Find&& find) const;
+    std::vector<SpoiledPlace> new_slivers(const TriMesh& made,
+                                          std::span<const std::uint8_t> changed) const;
 
     const TriMesh& original_;
     const NearestFace& tree_;

@@ -157,9 +157,8 @@ bool Remesher::has_active_vertex(std::size_t t) const {
     return is_active(v[0]) || is_active(v[1]) || is_active(v[2]);
 }
 
-// What was split is all over the memory, and has numbers that follow from splits far away: in this
-// order the steps around a place depend on what is there alone, so that another run with other
-// lengths elsewhere comes to the same.
+// What was split is all over the memory, and has numbers that follow from splits far away. In this
+// order the steps that follow depend on what is around them.
 void Remesher::order_in_space() {
     lines_.places().resize(surface_.positions.size(), 0);
     const Array<std::uint32_t> order = surface_.order_in_space().vertices;
