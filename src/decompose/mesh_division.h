@@ -45,7 +45,7 @@ Box3d box_of(const TriMesh& mesh);
 std::vector<DividingPlane> even_planes(const Box3d& box, const PartSize& size);
 
 /// Each piece that does not fit is divided by the first of the planes that divides it, and what
-/// comes of it by those that follow.
+/// comes of it by those that follow; of more than 64 across one axis, by the middle one, and so on.
 ///
 /// @param used  by plane, whether it divided anything; may be null
 Division divide_evenly(TriMesh& model, const std::vector<DividingPlane>& planes,
