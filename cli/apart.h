@@ -4,7 +4,7 @@
 #include <span>
 
 #include "base/vec.h"
-#include "cli/picture/picture.h"
+#include "job/picture/picture.h"
 #include "mesh/tri_mesh.h"
 
 namespace povmesh::cli {

@@ -19,6 +19,7 @@
 #include "cli/pieces.h"
 #include "cli/refusal.h"
 #include "cli/shared_options.h"
+#include "job/measures.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
 

@@ -68,12 +68,11 @@ struct DecomposeReport {
 /// yet; of more than 64 across a piece the middle one is the first. A plane that divides nothing is
 /// not listed.
 ///
-/// Automatic: as few parts as a search on a model of cells finds, then no crumbs of less than 1 % of
-/// the mean part, then the cuts with the least area and the shortest contours, away from thin places
-/// and with room for pegs; never more parts than Uniform. The list
-/// of planes alone gives the parts: walk through the pieces, models first; one that fits is the
-/// next part; any other is divided by the next plane, and its pieces are walked through in their
-/// order.
+/// Automatic: as few parts as a search on a model of cells finds, then no crumbs of less than 1 %
+/// of the mean part, then the cuts with the least area and the shortest contours, away from thin
+/// places and with room for pegs; never more parts than Uniform. The list of planes alone gives the
+/// parts: walk through the pieces, models first; one that fits is the next part; any other is
+/// divided by the next plane, and its pieces are walked through in their order.
 ///
 /// A piece that no plane divides stays as it is, with a caution.
 ///

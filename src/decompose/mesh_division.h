@@ -51,8 +51,8 @@ std::vector<DividingPlane> even_planes(const Box3d& box, const PartSize& size);
 Division divide_evenly(TriMesh& model, const std::vector<DividingPlane>& planes,
                        const DivisionOrder& order, std::vector<bool>* used = nullptr);
 
-/// Divides as planned. Where a cut makes more pieces than planned, or crumbs of less than 1 % of the
-/// mean part, others next to it are tried; what they still make is told the search. Pieces that
+/// Divides as planned. Where a cut makes more pieces than planned, or crumbs of less than 1 % of
+/// the mean part, others next to it are tried; what they still make is told the search. Pieces that
 /// the plan has no place for are divided evenly, so that all that can be made to fit do.
 Division divide_by_plan(TriMesh& model, const DivisionPlan& plan, DivisionSearch& search,
                         const DivisionOrder& order);

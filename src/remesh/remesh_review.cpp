@@ -5,9 +5,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "mesh/bounds.h"
+#include "remesh/place_mask.h"
 #include "remesh/triangle_shape.h"
 #include "spatial/face_tree.h"
 #include "spatial/self_intersection.h"
@@ -24,6 +27,9 @@ constexpr double kLeastWall = 0.05;
 // Distances below this share of the length are of no interest.
 constexpr double kLeastOfLength = 0.02;
 
+// Vertices that are looked at first, of as many as there may be.
+constexpr std::size_t kSamples = 20'000;
+
 // Cosine beyond which a face looks the opposite way.
 constexpr double kOpposite = 0.5;
 
@@ -32,6 +38,13 @@ constexpr double kMostShortening = 0.35;
 constexpr double kLeastShortening = 0.85;
 
 constexpr std::size_t kMostPairs = 100'000;
+
+// What crosses near a crossing of the original, within this share of the size of the two faces
+// there, is the same crossing.
+constexpr double kKnownMargin = 0.125;
+
+// Along the diagonal of the grid that rounds these places.
+constexpr double kCells = 128;
 
 Triangle3d corners_of(const TriMesh& mesh, const Face& face) {
     return {to_double(mesh.corner_position(face, 0)), to_double(mesh.corner_position(face, 1)),
@@ -56,6 +69,46 @@ Box3f box_around(Vec3d p, double reach) {
     return box;
 }
 
+Box3f outward(const Box3d& box) {
+    Box3f around;
+    constexpr float kFar = std::numeric_limits<float>::infinity();
+    const auto down = [](double x) { return std::nextafter(narrow_to_float(x), -kFar); };
+    const auto up = [](double x) { return std::nextafter(narrow_to_float(x), kFar); };
+    around.low = {down(box.low.x), down(box.low.y), down(box.low.z)};
+    around.high = {up(box.high.x), up(box.high.y), up(box.high.z)};
+    return around;
+}
+
+Box3d grown(const Box3d& box, double by) {
+    return {box.low - Vec3d{by, by, by}, box.high + Vec3d{by, by, by}};
+}
+
+Box3d box_of(const Triangle3d& t) {
+    Box3d box;
+    for (const Vec3d p : t) box.widen(p);
+    return box;
+}
+
+bool overlaps(const FaceTree& tree, const Box3f& box) {
+    return tree.visit_overlapping(box, [](std::uint32_t /*i*/) { return true; });
+}
+
+// The faces of a mesh whose boxes overlap an entry of a tree; it keeps all the vertices.
+TriMesh faces_near(const TriMesh& mesh, const FaceTree& tree) {
+    Array<std::uint8_t> is_near(mesh.faces.size(), 0);
+    parallel_for(is_near.size(), [&](std::size_t f) {
+        const Face& face = mesh.faces[f];
+        if (face.deleted != 0) return;
+        is_near[f] = overlaps(tree, face_box(mesh, face)) ? 1 : 0;
+    });
+    TriMesh near;
+    near.vertices = mesh.vertices;
+    for (std::size_t f = 0; f < is_near.size(); ++f) {
+        if (is_near[f] != 0) near.faces.push_back(mesh.faces[f]);
+    }
+    return near;
+}
+
 FaceTree tree_of(const std::vector<SpoiledPlace>& places, double factor) {
     Array<Box3f> boxes(places.size());
     for (std::size_t i = 0; i < places.size(); ++i) {
@@ -65,13 +118,24 @@ FaceTree tree_of(const std::vector<SpoiledPlace>& places, double factor) {
 }
 
 // A crossing stands at the smaller of its two faces.
-std::vector<SpoiledPlace> crossings_of(const TriMesh& mesh) {
+std::vector<SpoiledPlace> crossings_of(const TriMesh& mesh, double margin) {
     std::vector<SpoiledPlace> places;
     for (const FacePair& pair : find_self_intersections(mesh, kMostPairs).pairs) {
         const Triangle3d a = corners_of(mesh, mesh.faces[pair.first]);
         const Triangle3d b = corners_of(mesh, mesh.faces[pair.second]);
         const Triangle3d& small = reach_of(a) <= reach_of(b) ? a : b;
-        places.push_back({middle_of(small), reach_of(small)});
+        const Box3d first = box_of(a);
+        const Box3d second = box_of(b);
+        const Box3d common = {
+            {std::max(first.low.x, second.low.x), std::max(first.low.y, second.low.y),
+             std::max(first.low.z, second.low.z)},
+            {std::min(first.high.x, second.high.x), std::min(first.high.y, second.high.y),
+             std::min(first.high.z, second.high.z)}};
+        Box3d both = first;
+        both.widen(second.low);
+        both.widen(second.high);
+        places.push_back({middle_of(small), reach_of(small),
+                          grown(common, margin * length(both.high - both.low))});
     }
     return places;
 }
@@ -81,7 +145,10 @@ std::vector<SpoiledPlace> slivers_of(const TriMesh& mesh) {
     for (const Face& face : mesh.faces) {
         if (face.deleted != 0) continue;
         const Triangle3d t = corners_of(mesh, face);
-        if (shape_of(t).is_sliver) places.push_back({middle_of(t), reach_of(t)});
+        if (!shape_of(t).is_sliver) continue;
+        Box3d middle;
+        middle.widen(middle_of(t));
+        places.push_back({middle_of(t), reach_of(t), middle});
     }
     return places;
 }
@@ -108,11 +175,38 @@ RemeshReview::RemeshReview(const TriMesh& original, const NearestFace& tree,
     }
 }
 
-std::vector<SpoiledPlace> RemeshReview::spoiled_places(const TriMesh& made) {
-    std::vector<SpoiledPlace> crossings = crossings_of(made);
-    if (!crossings.empty()) leave_out_known(crossings, known_crossings_, crossings_of);
-    std::vector<SpoiledPlace> slivers = slivers_of(made);
-    if (!slivers.empty()) leave_out_known(slivers, known_slivers_, slivers_of);
+std::vector<SpoiledPlace> RemeshReview::spoiled_places(const TriMesh& made) const {
+    return spoiled_places_among(made);
+}
+
+std::vector<SpoiledPlace> RemeshReview::spoiled_places(const TriMesh& made,
+                                                       std::span<const std::uint8_t> changed,
+                                                       std::span<const SpoiledPlace> before) const {
+    Array<Box3f> boxes(made.faces.size());
+    for (std::size_t f = 0; f < boxes.size(); ++f) {
+        if (changed[f] != 0) boxes[f] = face_box(made, made.faces[f]);
+    }
+    const FaceTree tree(boxes);
+    std::vector<SpoiledPlace> places = spoiled_places_among(faces_near(made, tree));
+    for (const SpoiledPlace& place : before) {
+        if (!overlaps(tree, outward(place.box))) places.push_back(place);
+    }
+    return places;
+}
+
+std::vector<SpoiledPlace> RemeshReview::spoiled_places_among(const TriMesh& faces) const {
+    std::vector<SpoiledPlace> crossings = crossings_of(faces, 0);
+    leave_out_known(crossings,
+                    [](const TriMesh& near) { return crossings_of(near, kKnownMargin); });
+    std::vector<SpoiledPlace> slivers = slivers_of(faces);
+    leave_out_known(slivers, [&](const TriMesh& near) {
+        std::vector<SpoiledPlace> known = slivers_of(near);
+        for (SpoiledPlace& place : known) {  // it may come to lie an edge beside
+            const NearestPoint found = tree_.find(place.point);
+            if (found.is_found()) place.box = grown(place.box, place.reach + field_.at(found));
+        }
+        return known;
+    });
     crossings.insert(crossings.end(), slivers.begin(), slivers.end());
     for (SpoiledPlace& place : crossings) {
         const NearestPoint found = tree_.find(place.point);
@@ -121,35 +215,40 @@ std::vector<SpoiledPlace> RemeshReview::spoiled_places(const TriMesh& made) {
     return crossings;
 }
 
-// What was there may come to lie an edge beside.
+// The places that meet those that `find` finds in the part of the original around, by the grid that
+// tells what is new of a result elsewhere, too.
 template <typename Find>
-void RemeshReview::leave_out_known(std::vector<SpoiledPlace>& places,
-                                   std::optional<std::vector<SpoiledPlace>>& known,
-                                   Find&& find) const {
-    if (!known) known = find(original_);
-    std::vector<SpoiledPlace> around = *known;
-    for (SpoiledPlace& place : around) {
-        const NearestPoint found = tree_.find(place.point);
-        if (found.is_found()) place.reach += field_.at(found);
+void RemeshReview::leave_out_known(std::vector<SpoiledPlace>& places, Find&& find) const {
+    if (places.empty()) return;
+    const Box3f bounds = finite_bounds(original_);
+    const double cell = length(to_double(bounds.extent())) / kCells;
+    Array<Box3f> around(places.size());
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        const NearestPoint found = tree_.find(places[i].point);
+        const double reach = found.is_found() ? field_.at(found) : 0;
+        around[i] = outward(grown(places[i].box, cell + 2 * (reach + places[i].reach)));
     }
-    const FaceTree tree = tree_of(around, 1);
-    std::erase_if(places, [&](const SpoiledPlace& place) {
-        return tree.visit_overlapping(box_around(place.point, 0),
-                                      [](std::uint32_t /*i*/) { return true; });
-    });
+    PlaceMask known(bounds);
+    for (const SpoiledPlace& place : find(faces_near(original_, FaceTree(around)))) {
+        known.add(place.box);
+    }
+    known.finish();
+    std::erase_if(places, [&](const SpoiledPlace& place) { return known.meets(place.box); });
 }
 
-std::size_t RemeshReview::shorten_where_lost(const TriMesh& made, double tolerance,
-                                             Array<double>& lengths) const {
+bool RemeshReview::shorten_where_lost(const TriMesh& made, double tolerance, double least_share,
+                                      Array<double>& lengths) const {
     const NearestFace surface(made);
     Array<std::uint8_t> is_lost(original_.vertices.size(), 0);
-    parallel_for(is_lost.size(), [&](std::size_t v) {
+    const auto look_at = [&](std::size_t v) {
         const Vec3d normal = normals_[v];
         const Vec3d p = to_double(original_.vertices[v].position());
         const double wanted = field_.at_vertex(v);
         if (dot(normal, normal) == 0) return;
-        const double square = surface.find(p).squared_distance;
+        // Most are near: then nothing farther needs a look.
         const double least = kLeastOfLength * asked_[v];
+        if (surface.find_any(p, least * least).is_found()) return;
+        const double square = surface.find(p).squared_distance;
         if (!(square > least * least) || !std::isfinite(square)) return;
         const double off = std::sqrt(square);
         // The opposite wall, across the body or across a gap.
@@ -166,8 +265,17 @@ std::size_t RemeshReview::shorten_where_lost(const TriMesh& made, double toleran
         lengths[v] =
             wanted * std::clamp(0.9 * std::sqrt(most / off), kMostShortening, kLeastShortening);
         is_lost[v] = 1;
+    };
+    // A part of them tells whether it is worth it.
+    const std::size_t step = std::max<std::size_t>(is_lost.size() / kSamples, 1);
+    const std::size_t samples = (is_lost.size() + step - 1) / step;
+    parallel_for(samples, [&](std::size_t i) { look_at(i * step); });
+    const auto count = static_cast<double>(std::count(is_lost.begin(), is_lost.end(), 1));
+    if (count < least_share * static_cast<double>(samples) || count == 0) return false;
+    parallel_for(is_lost.size(), [&](std::size_t v) {
+        if (v % step != 0) look_at(v);
     });
-    return static_cast<std::size_t>(std::count(is_lost.begin(), is_lost.end(), 1));
+    return true;
 }
 
 Array<std::uint8_t> RemeshReview::vertices_near(const std::vector<SpoiledPlace>& places,
@@ -178,7 +286,7 @@ Array<std::uint8_t> RemeshReview::vertices_near(const std::vector<SpoiledPlace>&
         const Vec3f p = original_.vertices[v].position();
         Box3f box;
         box.widen(p);
-        near[v] = tree.visit_overlapping(box, [](std::uint32_t /*i*/) { return true; }) ? 1 : 0;
+        near[v] = overlaps(tree, box) ? 1 : 0;
     });
     for (const SpoiledPlace& place : places) {
         const NearestPoint found = tree_.find(place.point);
