@@ -29,6 +29,7 @@ OperationSpec strength_operation();
 OperationSpec thickness_operation();
 OperationSpec convert_operation();
 OperationSpec render_operation();
+OperationSpec run_operation();
 OperationSpec version_operation();
 
 }  // namespace povmesh::cli

@@ -8,9 +8,21 @@
 #include "cli/command_line.h"
 #include "cli/commands.h"
 #include "cli/model.h"
+#include "cli/recipe.h"
 
 namespace povmesh::cli {
 namespace {
+
+int print_step(const CommandLine& line, Console& console) {
+    std::string text;
+    const std::string error = step_text(*line.operation, line.arguments, text);
+    if (error.empty()) {
+        console.print(text);
+        return Clean;
+    }
+    console.error(error);
+    return Usage;
+}
 
 int run(int argument_count, char** arguments, Console& console) {
     const CommandLine line = read_command_line(argument_count, arguments);
@@ -24,7 +36,8 @@ int run(int argument_count, char** arguments, Console& console) {
         if (line.arguments.has("--format")) {
             set_pipe_kind(kind_of("model." + line.arguments.text("--format")));
         }
-        status = line.operation->run(line.arguments, console);
+        status = line.arguments.has("--as-recipe") ? print_step(line, console)
+                                                   : line.operation->run(line.arguments, console);
     } else {
         console.print(line.text);
     }

@@ -27,6 +27,7 @@ ChangeReport change(TriMesh& mesh, double distance, const OffsetOptions& options
     report.seconds = timer.seconds();
     if (!status.ok()) {
         report.failure = status.text();
+        if (status.code() == StatusCode::BadOption) report.failed_with = Usage;
         return report;
     }
     compact(mesh);

@@ -10,9 +10,6 @@
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/refusal.h"
-#include "mesh/bounds.h"
-#include "mesh/edge_mates.h"
-#include "mesh/volume.h"
 
 namespace povmesh::cli {
 namespace {
@@ -27,26 +24,6 @@ std::string volume_text(double volume) {
 }
 
 }  // namespace
-
-bool is_closed(TriMesh& mesh) {
-    const EdgeMates mates(mesh);
-    for (std::size_t face = 0; face < mesh.faces.size(); ++face) {
-        for (std::size_t edge = 0; edge < 3; ++edge) {
-            if (mates.kind(face, edge) == EdgeMates::Kind::Open) return false;
-        }
-    }
-    return true;
-}
-
-Piece piece_of(TriMesh& mesh, std::size_t shells) {
-    Piece piece;
-    piece.triangles = mesh.faces.size();
-    piece.shells = shells;
-    piece.volume = signed_volume(mesh);
-    piece.box = finite_bounds(mesh);
-    piece.is_closed = is_closed(mesh);
-    return piece;
-}
 
 std::string numbered(const fs::path& folder, const std::string& name, std::size_t number,
                      const std::string& extension) {

@@ -8,29 +8,26 @@
 #include <string_view>
 #include <vector>
 
-#include "base/vec.h"
 #include "cli/findings_report.h"
 #include "cli/outcome.h"
+#include "job/split.h"
 #include "mesh/tri_mesh.h"
 #include "run/progress.h"
 
 namespace povmesh::cli {
 
-struct Piece {
-    std::string file;  // with the folder
-    std::size_t triangles = 0;
-    std::size_t shells = 0;
-    double volume = 0;
-    Box3f box;
-    bool is_closed = false;
+struct Piece : job::PieceMeasures {
+    Piece() = default;
+    explicit Piece(const job::PieceMeasures& measures) : PieceMeasures(measures) {}
+
+    std::string file;          // with the folder
     bool is_left_out = false;  // not written
 };
 
-/// True when each edge is held by at least two faces.
-bool is_closed(TriMesh& mesh);
-
 /// What there is to tell about a mesh; its file stays unset.
-Piece piece_of(TriMesh& mesh, std::size_t shells);
+inline Piece piece_of(TriMesh& mesh, std::size_t shells) {
+    return Piece(job::measure_piece(mesh, shells));
+}
 
 /// "/NAME_007.stl" in the folder.
 std::string numbered(const std::filesystem::path& folder, const std::string& name,

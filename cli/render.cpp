@@ -13,7 +13,7 @@
 #include "cli/findings.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
-#include "cli/picture/picture.h"
+#include "job/picture/picture.h"
 #include "cli/picture_file.h"
 #include "cli/section.h"
 #include "cli/shared_options.h"

@@ -33,7 +33,8 @@ std::size_t irregular_edges(const TriMesh& mesh) {
 
 void add_labels(const LabelReport& labels, ChangeReport& report) {
     if (labels.bridge_edges > 0) {
-        report.rows.emplace_back("bridged", "about " + human_number(labels.bridge_area) +
+        report.rows.emplace_back("bridged", counted(labels.bridges, "gap") + ", about " +
+                                                human_number(labels.bridge_area) +
                                                 " squared, up to " +
                                                 human_number(labels.widest_bridge) + " wide, " +
                                                 place_text(rounded(labels.bridge_place)));
@@ -53,7 +54,8 @@ void add_labels(const LabelReport& labels, ChangeReport& report) {
         report.rows.emplace_back("dropped",
                                  counted(labels.dropped, "speck") + " of less than 8 cells");
     }
-    report.json["bridges"] = {{"area", labels.bridge_area}, {"widest", labels.widest_bridge}};
+    report.json["bridges"] = {
+        {"count", labels.bridges}, {"area", labels.bridge_area}, {"widest", labels.widest_bridge}};
     report.json["made_thick"] = {{"area", labels.sheet_area}};
     report.json["buried"] = {{"area", labels.buried_area}};
     report.json["cavities"] = labels.cavities;

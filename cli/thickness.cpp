@@ -12,7 +12,7 @@
 #include "cli/measures.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
-#include "cli/picture/picture.h"
+#include "job/picture/picture.h"
 #include "cli/picture_file.h"
 #include "cli/read_back.h"
 #include "cli/shared_options.h"

@@ -77,6 +77,7 @@ ChangeReport change(TriMesh& mesh, const WrapOptions& options, Progress progress
     report.seconds = timer.seconds();
     if (!status.ok()) {
         report.failure = status.text();
+        if (status.code() == StatusCode::BadOption) report.failed_with = Usage;
         return report;
     }
     compact(mesh);

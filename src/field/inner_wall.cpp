@@ -9,6 +9,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <initializer_list>
 #include <limits>
 #include <numeric>
 #include <span>
@@ -152,14 +153,20 @@ private:
     struct Distance {
         double value = 0;
         Vec3d nearest;
+        bool is_told = false;
     };
 
-    // Beyond what matters for the proof, the distance is not told.
-    Distance distance_of(Vec3d p) const {
+    // Beyond what matters for the proof, the distance is not told. Those of points around make the
+    // search short.
+    Distance distance_of(Vec3d p, std::initializer_list<const Distance*> around) const {
         const double limit = thickness_ + 4 * grid_.cell;
-        const NearestPoint found = model_.find(p, limit * limit);
-        return found.is_found() ? Distance{std::sqrt(found.squared_distance), found.point}
-                                : Distance{limit, p};
+        double squared = limit * limit;
+        for (const Distance* known : around) {
+            if (known->is_told) squared = limit_by(p, known->nearest, squared, grid_.cell);
+        }
+        const NearestPoint found = model_.find(p, squared);
+        return found.is_found() ? Distance{std::sqrt(found.squared_distance), found.point, true}
+                                : Distance{limit, p, false};
     }
 
     Array<std::uint32_t> all_faces() const {
@@ -174,8 +181,12 @@ private:
 
     void measure_vertices() {
         distances_.resize(surface_.vertices.size());
-        for_pieces(distances_.size(),
-                   [&](std::size_t v) { distances_[v] = distance_of(place(v)); });
+        for_pieces(distances_.size(), [&](std::size_t v) {
+            // The vertex before is mostly a neighbour, but may belong to another thread.
+            const bool has_before = v % kAtOnce != 0;
+            distances_[v] = has_before ? distance_of(place(v), {&distances_[v - 1]})
+                                       : distance_of(place(v), {});
+        });
     }
 
     template <typename Body>
@@ -188,7 +199,7 @@ private:
 
     // The nearest sample of a part of a triangle, and what no point of it is nearer than.
     struct Part {
-        Distance nearest{std::numeric_limits<double>::infinity(), {}};
+        Distance nearest{std::numeric_limits<double>::infinity(), {}, false};
         Vec3d point;
         double bound = std::numeric_limits<double>::infinity();
 
@@ -231,7 +242,7 @@ private:
         std::array<Distance, 3> there;
         for (std::size_t c = 0; c < 3; ++c) {
             middles[c] = (t[c] + t[next_corner(c)]) * 0.5;
-            there[c] = distance_of(middles[c]);
+            there[c] = distance_of(middles[c], {&distances[c], &distances[next_corner(c)]});
         }
         for (std::size_t c = 0; c < 3; ++c) {
             const std::size_t before = previous_corner(c);
@@ -289,7 +300,7 @@ private:
             vertex.y = static_cast<float>(to.y);
             vertex.z = static_cast<float>(to.z);
             is_moved_[move.vertex] = 1;
-            distances_[move.vertex] = distance_of(place(move.vertex));
+            distances_[move.vertex] = distance_of(place(move.vertex), {&distances_[move.vertex]});
         });
         ensure_uses(surface_);
         Array<std::uint32_t> around;
@@ -440,15 +451,21 @@ bool is_leaking(const DistanceField& field, const TriMesh& faces) {
     return static_cast<double>(count) * cell * cell * cell < kLeastFilled * volume(faces);
 }
 
-double mean_wall_of(const NearestFace& model, const TriMesh& surface) {
+double mean_wall_of(const NearestFace& model, const TriMesh& surface, double cell) {
     const std::size_t step = surface.faces.size() / kMostMeanSamples + 1;
     const std::size_t count = (surface.faces.size() + step - 1) / step;
     std::vector<std::pair<double, double>> terms(count);  // area, and area x distance
-    parallel_for(count, [&](std::size_t i) {
-        const Triangle t = triangle_of(surface, surface.faces[i * step]);
-        const double area = length(cross(t[1] - t[0], t[2] - t[0]));
-        const NearestPoint found = model.find((t[0] + t[1] + t[2]) / 3.0);
-        terms[i] = {area, area * std::sqrt(found.squared_distance)};
+    for_blocks((count + kAtOnce - 1) / kAtOnce, [&](std::size_t piece) {
+        NearestPoint found;  // the one before, which is near to the next
+        const std::size_t end = std::min(count, (piece + 1) * kAtOnce);
+        for (std::size_t i = piece * kAtOnce; i < end; ++i) {
+            const Triangle t = triangle_of(surface, surface.faces[i * step]);
+            const double area = length(cross(t[1] - t[0], t[2] - t[0]));
+            const Vec3d p = (t[0] + t[1] + t[2]) / 3.0;
+            constexpr double kAny = std::numeric_limits<double>::infinity();
+            found = model.find(p, found.is_found() ? limit_by(p, found.point, kAny, cell) : kAny);
+            terms[i] = {area, area * std::sqrt(found.squared_distance)};
+        }
     });
     double area = 0;
     double sum = 0;
@@ -553,7 +570,7 @@ WallReport inner_wall(const TriMesh& mesh, double thickness, const InnerWallOpti
             std::min<std::uint32_t>(95, 60 + 5 * static_cast<std::uint32_t>(report.passes)));
     }
     report.is_kept = report.smallest_wall >= kLeastWallShare * thickness * (1 - 1e-6);
-    if (!cavity.faces.empty()) report.mean_wall = mean_wall_of(field.surface(), cavity);
+    if (!cavity.faces.empty()) report.mean_wall = mean_wall_of(field.surface(), cavity, grid.cell);
     progress.set(100);
     return report;
 }

@@ -372,6 +372,10 @@ TEST_F(ToolTest, ObjectsOfAPackageAreCheckedByThemselvesAndKeepTheirNames) {
         EXPECT_EQ(objects[2]["name"], "lid");
         EXPECT_EQ(objects[2]["flaws"]["open_edges"], 3);
     }
+    // From step to step of a recipe they stay apart, too.
+    write("twice.json", R"([{"operation": "repair"}, {"operation": "repair"}])");
+    ASSERT_EQ(run({"run", "twice.json", "three.3mf", "-o", "twice.3mf"}).status, 1);
+    EXPECT_EQ(json::parse(run({"check", "--json", "twice.3mf"}).out)[0]["objects"].size(), 3U);
     // What is changed as one must not pass for sound objects.
     const ToolResult remeshed = run({"remesh", "three.3mf", "-o", "new.3mf", "--edge", "4"});
     EXPECT_EQ(remeshed.status, 1);

@@ -1,11 +1,11 @@
-#include "cli/numbers.h"
+#include "job/numbers.h"
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 
-namespace povmesh::cli {
+namespace povmesh {
 namespace {
 
 // Long enough for any number of six significant digits, and for a float in its shortest form.
@@ -59,4 +59,4 @@ double shortest_double(float number) {
     return value;
 }
 
-}  // namespace povmesh::cli
+}  // namespace povmesh

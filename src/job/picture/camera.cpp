@@ -1,4 +1,4 @@
-#include "picture/camera.h"
+#include "job/picture/camera.h"
 
 #include <algorithm>
 #include <cmath>

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "picture/camera.h"
+#include "job/picture/camera.h"
 
 namespace povmesh::picture {
 

@@ -1,4 +1,4 @@
-#include "cli/findings.h"
+#include "job/findings.h"
 
 #include <algorithm>
 #include <array>
@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "job/numbers.h"
 #include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
 #include "mesh/volume.h"
@@ -16,7 +17,7 @@
 #include "repair/orientation.h"
 #include "spatial/self_intersection.h"
 
-namespace povmesh::cli {
+namespace povmesh {
 namespace {
 
 void list_face(FlawFinding& finding, std::uint32_t face) {
@@ -171,7 +172,28 @@ void judge_windings(const TriMesh& mesh, const EdgeMates& mates, Findings& findi
     findings.one_sided_shells = orientation.one_sided.size();
 }
 
+// Hole sizes told one by one.
+constexpr std::size_t kToldSizes = 6;
+
 }  // namespace
+
+std::string place_text(Vec3f place) {
+    return "near (" + human_number(shortest_double(place.x)) + ", " +
+           human_number(shortest_double(place.y)) + ", " + human_number(shortest_double(place.z)) +
+           ")";
+}
+
+std::string hole_sizes_text(std::span<const HoleSize> holes) {
+    std::string text;
+    for (std::size_t i = 0; i < holes.size(); ++i) {
+        // The largest is always told: it is the one that matters.
+        if (holes.size() > kToldSizes && i >= kToldSizes - 1 && i + 1 < holes.size()) continue;
+        if (i != 0) text += holes.size() > kToldSizes && i + 1 == holes.size() ? ", ..., " : ", ";
+        text += with_separators(holes[i].count) + " of " +
+                (i == 0 ? counted(holes[i].edges, "edge") : with_separators(holes[i].edges));
+    }
+    return text;
+}
 
 bool Findings::has_flaws() const {
     return detected.any() || std::any_of(flaws.begin(), flaws.end(),
@@ -213,4 +235,4 @@ Findings examine(TriMesh& mesh, Progress progress, SelfIntersectionSearch search
     return findings;
 }
 
-}  // namespace povmesh::cli
+}  // namespace povmesh

@@ -16,9 +16,9 @@
 #include <span>
 
 #include "base/memory.h"
-#include "picture/camera.h"
-#include "picture/picture.h"
-#include "picture/raster.h"
+#include "job/picture/camera.h"
+#include "job/picture/picture.h"
+#include "job/picture/raster.h"
 
 namespace povmesh::picture {
 namespace {

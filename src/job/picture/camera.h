@@ -5,7 +5,7 @@
 
 #include "base/array.h"
 #include "base/vec.h"
-#include "picture/picture.h"
+#include "job/picture/picture.h"
 
 namespace povmesh::picture {
 

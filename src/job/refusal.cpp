@@ -1,9 +1,9 @@
-#include "cli/refusal.h"
+#include "job/refusal.h"
 
 #include <algorithm>
 #include <cstddef>
 
-namespace povmesh::cli {
+namespace povmesh {
 namespace {
 
 bool has_finite_corners(const TriMesh& mesh, const Face& face) {
@@ -30,4 +30,4 @@ std::string refusal(const TriMesh& mesh, bool was_finite) {
            (was_finite ? "make the model smaller" : "povmesh repair takes such triangles out");
 }
 
-}  // namespace povmesh::cli
+}  // namespace povmesh

@@ -3,7 +3,7 @@
 #include <span>
 
 #include "mesh/edge_mates.h"
-#include "picture/picture.h"
+#include "job/picture/picture.h"
 
 namespace povmesh::picture {
 namespace {

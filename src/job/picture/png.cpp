@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "picture/picture.h"
+#include "job/picture/picture.h"
 
 namespace povmesh::picture {
 

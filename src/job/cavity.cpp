@@ -1,15 +1,15 @@
-#include "cli/cavity.h"
+#include "job/cavity.h"
 
 #include <algorithm>
 
-#include "cli/numbers.h"
 #include "design/wall_gauge.h"
+#include "job/numbers.h"
 #include "mesh/append_mesh.h"
 #include "mesh/bounds.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
 
-namespace povmesh::cli {
+namespace povmesh {
 namespace {
 
 // A model of fewer cubes along its longest side was hardly meant in that unit.
@@ -48,4 +48,4 @@ std::string cure_of(TriMesh& model, double cube, const std::string& otherwise) {
     return otherwise;
 }
 
-}  // namespace povmesh::cli
+}  // namespace povmesh
