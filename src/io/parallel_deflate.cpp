@@ -19,15 +19,25 @@ constexpr std::size_t kPartsAtATime = 8;
 // As far back as a deflate stream can point.
 constexpr std::size_t kWindowBytes = std::size_t{1} << 15;
 
+// The text of models says the same thing again after some 40 bytes, with other numbers in it. So the
+// fast search of level 1 looks at one candidate only, but enters the places inside of longer matches
+// than usual: benchy packs in 54 ms to 2.54 MB, at level 1 as it is in 67 to 2.97, at level 6 in 276
+// to 2.18.
+constexpr int kLevel = 1;
+constexpr int kGoodLength = 4;  // of no account at this level
+constexpr int kLongestEntered = 16;
+constexpr int kLongEnough = 16;
+constexpr int kCandidates = 1;
+
 // The end of a stream: a last block, of the fixed code, with nothing in it.
 constexpr std::array<char, 2> kEnd = {3, 0};
 
 class PartPacker {
 public:
-    explicit PartPacker(int level) {
+    PartPacker() {
         constexpr int kRawWindow = -15;
         constexpr int kUsualMemory = 8;
-        if (deflateInit2(&stream_, level, Z_DEFLATED, kRawWindow, kUsualMemory,
+        if (deflateInit2(&stream_, kLevel, Z_DEFLATED, kRawWindow, kUsualMemory,
                          Z_DEFAULT_STRATEGY) != Z_OK) {
             throw std::bad_alloc();
         }
@@ -40,6 +50,7 @@ public:
 
     void pack(std::span<const char> before, std::span<const char> part) {
         (void)deflateReset(&stream_);
+        (void)deflateTune(&stream_, kGoodLength, kLongestEntered, kLongEnough, kCandidates);
         if (!before.empty()) {
             (void)deflateSetDictionary(&stream_, bytes(before), static_cast<uInt>(before.size()));
         }
@@ -81,7 +92,7 @@ void fill(const std::function<std::span<const char>()>& next, std::size_t wanted
 
 }  // namespace
 
-DeflatedBytes deflate_in_parts(const std::function<std::span<const char>()>& next, int level) {
+DeflatedBytes deflate_in_parts(const std::function<std::span<const char>()>& next) {
     std::vector<std::unique_ptr<PartPacker>> packers;
     DeflatedBytes result;
     // The parts at hand, behind the window of the first of them.
@@ -93,7 +104,7 @@ DeflatedBytes deflate_in_parts(const std::function<std::span<const char>()>& nex
         fill(next, window + kPartsAtATime * kPartBytes, rest, text);
         const std::size_t count = (text.size() - window + kPartBytes - 1) / kPartBytes;
         if (count == 0) break;
-        while (packers.size() < count) packers.push_back(std::make_unique<PartPacker>(level));
+        while (packers.size() < count) packers.push_back(std::make_unique<PartPacker>());
         const std::span<const char> all(text);
         const auto part = [&](std::size_t i) {
             const std::size_t begin = window + i * kPartBytes;

@@ -22,6 +22,6 @@ struct DeflatedBytes {
 /// joined. The cuts are where they are for any number of threads, and so are the bytes.
 ///
 /// Memory: eight parts and what comes out.
-DeflatedBytes deflate_in_parts(const std::function<std::span<const char>()>& next, int level);
+DeflatedBytes deflate_in_parts(const std::function<std::span<const char>()>& next);
 
 }  // namespace povmesh

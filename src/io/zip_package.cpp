@@ -23,11 +23,9 @@ constexpr std::size_t kPieceBytes = std::size_t{1} << 18;
 constexpr std::uint64_t kHighestRatio = 100;
 constexpr std::uint64_t kHarmlessBytes = std::uint64_t{64} << 20;
 
-// A level at which the text of a model packs four times as fast as at the usual one and comes out a
-// third larger (benchy: 67 and 276 ms, 3.0 and 2.2 MB); packing is most of writing.
 constexpr int kPackingLevel = 1;
 
-// Contents that may be larger are packed on several threads, not by libzip.
+// Contents that may be larger are packed on several threads, not by libzip. That is most of writing.
 constexpr std::uint64_t kLargeBytes = std::uint64_t{1} << 20;
 
 // Of a buffer for so many bytes, of which there may be more.
@@ -332,7 +330,7 @@ Status PackageWriter::finish(ByteSink& file, const std::string& name) {
     };
     for (const auto& content : archive_->contents) {
         if (content->about_bytes <= kLargeBytes) continue;
-        content->packed = deflate_in_parts(content->next, kPackingLevel);
+        content->packed = deflate_in_parts(content->next);
         content->next = [packed = std::span<const char>(content->packed->bytes)]() mutable {
             return std::exchange(packed, {});
         };
