@@ -49,7 +49,7 @@ void repair_file(const Arguments& arguments, Progress progress, RepairOutcome& o
         outcome.triangles_before = model.triangles;
         job::RepairJob options{.outward = arguments.has("--outward")};
         if (arguments.has("--drop-tiny")) options.drop_tiny = arguments.number("--drop-tiny");
-        const Status status = job::repair(model.mesh, options, progress, outcome.done);
+        const Status status = job::repair(model, options, progress, outcome.done);
         const std::vector<std::string>& gone = outcome.done.warnings;
         outcome.lost.insert(outcome.lost.end(), gone.begin(), gone.end());
         if (status.ok()) {
@@ -64,9 +64,7 @@ void repair_file(const Arguments& arguments, Progress progress, RepairOutcome& o
         // What was read back has the same faces; OBJ files have them in the order of their labels.
         const std::optional<Findings>& known = outcome.done.mending.after;
         const bool is_known = known && !known->has_labels && known->has_self_intersection_count;
-        outcome.after = is_known
-                            ? *known
-                            : examine(back.mesh, progress, SelfIntersectionSearch::UpToQuickFaces);
+        outcome.after = is_known ? *known : job::examine_objects(back, progress);
         outcome.status = outcome.after.has_flaws() ? Flawed : Clean;
     };
     rewrite_model(arguments, progress, {change, inspect}, outcome);

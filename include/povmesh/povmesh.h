@@ -93,10 +93,6 @@
  *   Functions that return its verdict return 1 when any count is above 0, else 0. Counters are
  *   preset to 0xFFFFFFFF, which stands when the test did not run; each pointer may be null.
  *
- * NOT BUILT YET
- *   Functions marked so have their final parameters, run the whole frame (build, progress, export)
- *   and return the built model unchanged, or empty tables.
- *
  * On Windows, define POVMESH_STATIC when linking a static library of these functions.
  */
 /* clang-format on */
