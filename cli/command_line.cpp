@@ -89,7 +89,7 @@ void fill_in_defaults(const OperationSpec& operation, Arguments& arguments) {
 CommandLine read_command_line(int argument_count, const char* const* arguments) {
     CommandLine result;
     CLI::App app("", "povmesh");
-    app.set_version_flag("--version", "povmesh " POVMESH_VERSION);
+    app.set_version_flag("--version", "povmesh " POVMESH_BUILD_VERSION);
     app.require_subcommand(1);
     for (const OptionSpec& option : common_options()) add_option(app, option, result.arguments);
     for (const OperationSpec& operation : operations()) add_operation(app, operation, result);

@@ -34,6 +34,12 @@ std::string failure_of(const HollowReport& report, double thickness, TriMesh& mo
         return "nothing can be hollowed: " + wall + " is less than a layer of cubes; " +
                cure_of(model, report.voxel_size, otherwise);
     }
+    if (report.is_too_thin) {
+        return "nothing can be hollowed: " + wall + " is too thin for the cubes of " +
+               human_number(report.voxel_size) + " that a model of this size is made of; " +
+               cure_of(model, report.voxel_size,
+                       "take at least " + human_number(report.voxel_size / 4));
+    }
     if (report.is_crossing) {
         return "nothing can be hollowed: no cavity with " + wall +
                " keeps clear of the model's surface; take a thicker wall, or repair the model if "

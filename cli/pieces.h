@@ -21,6 +21,7 @@ struct Piece : job::PieceMeasures {
     explicit Piece(const job::PieceMeasures& measures) : PieceMeasures(measures) {}
 
     std::string file;          // with the folder
+    double share = -1;         // of the volume of all; below 0: not to be told
     bool is_left_out = false;  // not written
 };
 
@@ -51,7 +52,7 @@ using Divide =
     std::function<std::vector<Piece>(TriMesh& mesh, Progress progress, PiecesOutcome& outcome)>;
 
 /// Divides the model IN and writes the pieces that are not left out into the folder --output,
-/// as NAME_001 and so on, NAME being that of IN.
+/// as NAME_001 and so on, NAME being that of IN. Without that option nothing is written.
 ///
 /// @param noun  what the pieces are called in a warning: "models"
 PiecesOutcome divide_model(const Arguments& arguments, Progress progress, std::string_view noun,
@@ -59,7 +60,10 @@ PiecesOutcome divide_model(const Arguments& arguments, Progress progress, std::s
 
 /// Prints what came of it as `tell` does, but a result with a failure, too, when files were written
 /// whole. Returns the exit status.
+///
+/// @param more  lines below the table
 int tell_pieces(const PiecesOutcome& outcome, const Arguments& arguments, Console& console,
-                const std::function<Json()>& object, const std::string& headline);
+                const std::function<Json()>& object, const std::string& headline,
+                const std::string& more = {});
 
 }  // namespace povmesh::cli

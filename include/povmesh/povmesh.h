@@ -93,10 +93,6 @@
  *   Functions that return its verdict return 1 when any count is above 0, else 0. Counters are
  *   preset to 0xFFFFFFFF, which stands when the test did not run; each pointer may be null.
  *
- * NOT BUILT YET
- *   Functions marked so have their final parameters, run the whole frame (build, progress, export)
- *   and return the built model unchanged, or empty tables.
- *
  * On Windows, define POVMESH_STATIC when linking a static library of these functions.
  */
 /* clang-format on */
@@ -105,9 +101,9 @@
 
 /* The version of this header. */
 #define POVMESH_VERSION_MAJOR 0
-#define POVMESH_VERSION_MINOR 1
+#define POVMESH_VERSION_MINOR 2
 #define POVMESH_VERSION_PATCH 0
-#define POVMESH_VERSION "0.1.0"
+#define POVMESH_VERSION_TEXT "0.2.0"
 
 /* This header is C as well as C++. */
 #include <stdint.h> /* NOLINT(modernize-deprecated-headers) */

@@ -31,11 +31,10 @@ constexpr std::int64_t kMostSlabCells = 32768;
 constexpr std::size_t kMostPlans = 6;
 constexpr std::size_t kFacesToTry = 2'000'000;
 
-// Cells of the solid models of all models together, and those that each has in any case and at
-// most. Of 20,000 the legs of an animal grow together.
+// Cells of the solid models of all models together, and those that each has in any case. Of 20,000
+// the legs of an animal grow together.
 constexpr double kAllCells = 4e6;
 constexpr double kFewestCells = 6e4;
-constexpr double kMostCells = 1e6;
 
 bool is_finite_mesh(const TriMesh& mesh) {
     return std::all_of(mesh.vertices.begin(), mesh.vertices.end(), [](const Vertex& v) {
@@ -155,8 +154,9 @@ private:
 
     void search(Work& work) {
         if (work.division.parts < 2 || effort_ == 0) return;
-        const auto share = kAllCells / static_cast<double>(models_to_divide_);
-        SolidModel solid = make_solid(work.model, std::clamp(share, kFewestCells, kMostCells));
+        const double share = kAllCells / static_cast<double>(models_to_divide_);
+        SolidModel solid =
+            make_solid(work.model, std::min(options_.search_cells, std::max(share, kFewestCells)));
         effort_ -= std::min(effort_, cell_count(solid) / 4);
         DivisionSearch search(std::move(solid), work.size, effort_);
         for (std::size_t i = 0; i < kMostPlans && (i == 0 || faces_to_try_ != 0); ++i) {

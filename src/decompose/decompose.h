@@ -24,6 +24,7 @@ struct DecomposeOptions {
     // On the lower side of each cut, with sockets in the other; as many for each pair of parts that
     // meet there. Parts fit with them.
     ConnectorOptions pegs = {};
+    double search_cells = 1e6;  // of the solid model that a search works on, at most
 };
 
 /// A peg is at most so many times as long as its radius.
@@ -64,14 +65,14 @@ struct DecomposeReport {
 ///
 /// Uniform: k equal slabs of the model's box along an axis, k the least number whose slabs fit.
 /// Planes across z from below, then y, then x; each divides the pieces of its model that do not fit
-/// yet. A plane that divides nothing is not listed.
+/// yet; of more than 64 across a piece the middle one is the first. A plane that divides nothing is
+/// not listed.
 ///
-/// Automatic: as few parts as a search on a model of cells finds, then no crumbs of less than 1 % of
-/// the mean part, then the cuts with the least area and the shortest contours, away from thin places
-/// and with room for pegs; never more parts than Uniform. The list
-/// of planes alone gives the parts: walk through the pieces, models first; one that fits is the
-/// next part; any other is divided by the next plane, and its pieces are walked through in their
-/// order.
+/// Automatic: as few parts as a search on a model of cells finds, then no crumbs of less than 1 %
+/// of the mean part, then the cuts with the least area and the shortest contours, away from thin
+/// places and with room for pegs; never more parts than Uniform. The list of planes alone gives the
+/// parts: walk through the pieces, models first; one that fits is the next part; any other is
+/// divided by the next plane, and its pieces are walked through in their order.
 ///
 /// A piece that no plane divides stays as it is, with a caution.
 ///

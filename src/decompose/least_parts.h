@@ -12,8 +12,8 @@ namespace povmesh {
 /// which no two fit into one part, as many as a greedy search from seven directions finds. At least
 /// 1; vertices that are not finite are passed over.
 ///
-/// Time: linear in the faces; half a second at most for the search, which looks at some ten thousand
-/// points.
+/// Time: linear in the faces; half a second at most for the search, which looks at some ten
+/// thousand points.
 std::size_t least_parts(const TriMesh& model, const PartSize& size);
 
 }  // namespace povmesh

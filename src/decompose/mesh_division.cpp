@@ -19,6 +19,10 @@ constexpr double kOnLevel = 1e-5;
 // Of the mean part; what is smaller is a crumb.
 constexpr double kCrumb = 0.01;
 
+// More slabs than this are not divided off one after the other, each of them cutting all that is
+// left, but in halves.
+constexpr std::size_t kManySlabs = 64;
+
 // Where else to try when a cut makes crumbs: shares of the way from its place to the lowest or the
 // highest that there may be.
 constexpr std::array<double, 4> kNextTo = {-0.4, 0.4, -1, 1};
@@ -141,7 +145,7 @@ public:
     // Not by recursion: thousands of slabs are divided off one after the other.
     void run() {
         std::vector<Task> waiting;
-        waiting.push_back({{}, 0, kNew});
+        waiting.push_back({{}, across_axis(0), kNew});
         while (!waiting.empty() && !is_given_up()) {
             Task task = std::move(waiting.back());
             waiting.pop_back();
@@ -150,35 +154,71 @@ public:
                 continue;
             }
             const bool is_model = division_.pieces.empty();
-            divide(is_model ? model_ : task.piece, task.first, waiting);
+            divide(is_model ? model_ : task.piece, task.planes, waiting);
         }
     }
 
 private:
     static constexpr std::uint32_t kNew = 0xFFFFFFFF;
 
-    // A piece to be divided with the planes from a number on, or one all of whose parts are made.
+    // Planes across one axis, and where those across the next one begin.
+    struct Range {
+        std::size_t first, last, next;
+    };
+
+    // A piece to be divided with planes across an axis, and then with all across those that follow;
+    // or one all of whose parts are made.
     struct Task {
         TriMesh piece;
-        std::size_t first;
+        Range planes;
         std::uint32_t number;
     };
 
-    void divide(TriMesh& piece, std::size_t first, std::vector<Task>& waiting) {
+    Range across_axis(std::size_t first) const {
+        std::size_t end = first;
+        while (end < planes_.size() && planes_[end].axis == planes_[first].axis) ++end;
+        return {first, end, end};
+    }
+
+    void divide(TriMesh& piece, Range range, std::vector<Task>& waiting) {
         const Box3d box = box_of(piece);
         const std::uint32_t number = enter(box);
-        for (std::size_t i = first; i < planes_.size() && !size_.fits(box); ++i) {
-            CutPieces made;
-            if (!is_within(planes_[i], box) || !cut(piece, planes_[i], made)) continue;
-            note_cut(piece, number, planes_[i], made.area);
-            if (used_ != nullptr) (*used_)[i] = true;
-            waiting.push_back({{}, 0, number});
-            for (std::size_t k = made.meshes.size(); k-- > 0;) {
-                waiting.push_back({std::move(made.meshes[k]), i + 1, kNew});
+        while (!size_.fits(box)) {
+            const Range within = range_within(box, range);
+            const std::size_t count = within.last - within.first;
+            std::size_t next = within.first + (count > kManySlabs ? count / 2 : 0);
+            for (; next < within.last; ++next) {
+                CutPieces made;
+                if (!cut(piece, planes_[next], made)) continue;
+                note_cut(piece, number, planes_[next], made.area);
+                if (used_ != nullptr) (*used_)[next] = true;
+                add_pieces(made, {within.first, next, range.next},
+                           {next + 1, range.last, range.next}, number, waiting);
+                return;
             }
-            return;
+            if (range.next == planes_.size()) break;
+            range = across_axis(range.next);
         }
         keep_part(piece, number);
+    }
+
+    void add_pieces(CutPieces& made, Range below, Range above, std::uint32_t number,
+                    std::vector<Task>& waiting) const {
+        const DividingPlane& plane = planes_[below.last];
+        waiting.push_back({{}, {}, number});
+        for (std::size_t k = made.meshes.size(); k-- > 0;) {
+            const Box3d box = box_of(made.meshes[k]);
+            const double middle = (along(box.low, plane.axis) + along(box.high, plane.axis)) / 2;
+            const bool is_below = middle < static_cast<double>(plane.offset);
+            waiting.push_back({std::move(made.meshes[k]), is_below ? below : above, kNew});
+        }
+    }
+
+    // Those that lie within a box.
+    Range range_within(const Box3d& box, Range range) const {
+        while (range.first < range.last && !is_within(planes_[range.first], box)) ++range.first;
+        while (range.first < range.last && !is_within(planes_[range.last - 1], box)) --range.last;
+        return range;
     }
 
     static bool is_within(const DividingPlane& plane, const Box3d& box) {

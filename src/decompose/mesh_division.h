@@ -45,14 +45,14 @@ Box3d box_of(const TriMesh& mesh);
 std::vector<DividingPlane> even_planes(const Box3d& box, const PartSize& size);
 
 /// Each piece that does not fit is divided by the first of the planes that divides it, and what
-/// comes of it by those that follow.
+/// comes of it by those that follow; of more than 64 across one axis, by the middle one, and so on.
 ///
 /// @param used  by plane, whether it divided anything; may be null
 Division divide_evenly(TriMesh& model, const std::vector<DividingPlane>& planes,
                        const DivisionOrder& order, std::vector<bool>* used = nullptr);
 
-/// Divides as planned. Where a cut makes more pieces than planned, or crumbs of less than 1 % of the
-/// mean part, others next to it are tried; what they still make is told the search. Pieces that
+/// Divides as planned. Where a cut makes more pieces than planned, or crumbs of less than 1 % of
+/// the mean part, others next to it are tried; what they still make is told the search. Pieces that
 /// the plan has no place for are divided evenly, so that all that can be made to fit do.
 Division divide_by_plan(TriMesh& model, const DivisionPlan& plan, DivisionSearch& search,
                         const DivisionOrder& order);

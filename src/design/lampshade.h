@@ -24,8 +24,8 @@ struct LampshadeOptions {
     // Side of a cell in model units; 0: between a half and a quarter of the thickness, as the size
     // of the models allows.
     double cell = 0;
-    std::optional<double> bottom;     // cut off what is lower than this level
-    std::optional<double> top_level;  // cut off what is higher
+    std::optional<double> bottom{};     // cut off what is lower than this level
+    std::optional<double> top_level{};  // cut off what is higher
     LampshadeTop top = LampshadeTop::Auto;
     bool measures = false;       // fills the walls, the ceilings and the circles of the openings
     bool all_triangles = false;  // else flat places of the inner wall are thinned out

@@ -42,6 +42,9 @@ constexpr double kFlatShare = 0.2;
 constexpr double kFlatCosine = 0.9998;
 constexpr double kThinOutShare = 2e-3;
 
+// Cutting the inner wall rounds its points.
+constexpr double kRounding = 5e-4;
+
 // Winding numbers are right within a few hundredths.
 constexpr double kOneAround = 0.25;
 
@@ -134,7 +137,12 @@ private:
     bool make_surface() {
         drawn_ = draw_out(model_, mates_, ends_, thickness_ + kDrawnCells * cell_);
         const WallReport wall =
-            inner_wall(drawn_, thickness_, {.cell = cell_, .all_triangles = true}, surface_);
+            inner_wall(drawn_, thickness_,
+                       {.cell = cell_,
+                        .all_triangles = true,
+                        .least_share = kLeastLampshadeWall + kThinOutShare + kRounding,
+                        .measures = false},
+                       surface_);
         inside_.status = wall.status;
         inside_.cell = wall.cell;
         return wall.status.ok() && !surface_.faces.empty();

@@ -178,12 +178,23 @@ private:
         return {static_cast<float>(v.x), static_cast<float>(v.y), static_cast<float>(v.z)};
     }
 
-    NodeDistances::Sample sample_of(NodeIndex n, double level) const {
+    NodeDistances::Sample known_sample(NodeIndex n) const {
         const NodeDistances& distances = level_ != 0 ? nodes_.distances : field_.sheet_distances();
-        const NodeDistances::Sample known = distances.at(set_.layout().number(n));
-        if (known.face != NearestPoint::kNoFace) return known;
-        const double reach = level + 8 * field_.grid().cell;
-        NearestPoint nearest = surface().find(field_.grid().node(n.i, n.j, n.k), reach * reach);
+        return distances.at(set_.layout().number(n));
+    }
+
+    // `known` is that of the edge's other end.
+    NodeDistances::Sample sample_of(NodeIndex n, double level,
+                                    const NodeDistances::Sample& known) const {
+        const NodeDistances::Sample own = known_sample(n);
+        if (own.face != NearestPoint::kNoFace) return own;
+        const double cell = field_.grid().cell;
+        const Vec3d p = field_.grid().node(n.i, n.j, n.k);
+        double limit = (level + 8 * cell) * (level + 8 * cell);
+        if (known.face != NearestPoint::kNoFace) {
+            limit = limit_by(p, nearest_of(p, {&known.face, 1}).point, limit, cell);
+        }
+        const NearestPoint nearest = surface().find(p, limit);
         return {static_cast<float>(std::sqrt(nearest.squared_distance)), nearest.face};
     }
 
@@ -210,8 +221,8 @@ private:
         const FieldGrid& grid = field_.grid();
         const NodeIndex low = set_.layout().node(node);
         const NodeIndex high = low.stepped(axis, 1);
-        const NodeDistances::Sample a = sample_of(low, level);
-        const NodeDistances::Sample b = sample_of(high, level);
+        const NodeDistances::Sample a = sample_of(low, level, known_sample(high));
+        const NodeDistances::Sample b = sample_of(high, level, a);
         if (a.face == NearestPoint::kNoFace || b.face == NearestPoint::kNoFace) return {0.5F, {}};
         const Vec3d from = grid.node(low.i, low.j, low.k);
         const Vec3d step = grid.node(high.i, high.j, high.k) - from;

@@ -217,7 +217,8 @@ private:
 
     static BlockBits corners_of_block() {
         BlockBits corners;
-        for (const std::size_t z : {0, 7}) corners.words[z] = 0x8100000000000081;
+        for (const std::size_t z : {std::size_t{0}, std::size_t{7}})
+            corners.words[z] = 0x8100000000000081;
         return corners;
     }
     static BlockBits first_of(const BlockBits& bits) {

@@ -319,7 +319,6 @@ private:
 // stay. Places tell them, because the numbers changed.
 void hold_around(const TriMesh& thinned, const SelfIntersections& crossings, TriMesh& mesh,
                  std::vector<std::uint8_t>& stays) {
-    Box3f all;
     std::vector<Box3f> boxes;
     for (const FacePair& pair : crossings.pairs) {
         Box3f box;

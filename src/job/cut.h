@@ -20,7 +20,7 @@ struct CutJob {
     std::uint32_t pegs = 0;  // for each model cut
     double peg_radius = 2;
     Vec3d normal{0, 0, 1};       // of any length
-    std::optional<Vec3d> point;  // none: the middle of the box
+    std::optional<Vec3d> point = {};  // none: the middle of the box
 };
 
 /// What a cut could spoil: faces at the plane that cross one another, and needles.

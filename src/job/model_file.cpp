@@ -32,6 +32,7 @@ Status read_stl_model(const ByteSource& source, Progress progress, LoadedModel& 
     Status status = read_stl(source, model.path, options, run, model.mesh, info);
     model.format = info.is_ascii ? "ASCII STL" : "binary STL";
     model.triangles = info.triangles;
+    model.trailing_bytes = info.trailing_bytes;
     if (info.records_left_out > 0) {
         model.is_whole = false;
         model.warnings.push_back(
@@ -83,6 +84,7 @@ Status read_ply_model(const ByteSource& source, Progress progress, LoadedModel& 
     model.triangles = info.triangles;
     model.has_texture_lines = info.has_textures;
     model.extras.texture_files = info.texture_files;
+    model.trailing_bytes = info.trailing_bytes;
     if (info.short_faces > 0) {
         const std::string place = info.form == PlyForm::Ascii ? "line " : "byte ";
         model.warnings.push_back(counted(info.short_faces, "face", "faces") +

@@ -45,10 +45,11 @@ struct LoadedModel {
     std::string path;
     TriMesh mesh;
     FileKind kind = FileKind::Unknown;
-    std::string_view format;         // for people: "binary STL"
-    std::size_t triangles = 0;       // in the file
-    bool is_whole = true;            // nothing of the file that may be model was left out
-    bool has_texture_lines = false;  // texture coordinates in the file
+    std::string_view format;           // for people: "binary STL"
+    std::size_t triangles = 0;         // in the file
+    std::uint64_t trailing_bytes = 0;  // of the file, behind the model
+    bool is_whole = true;              // nothing of the file that may be model was left out
+    bool has_texture_lines = false;    // texture coordinates in the file
     ModelExtras extras;
     std::vector<std::string> warnings;  // what was left out or taken for something; no file name
 

@@ -72,7 +72,14 @@ private:
     }
 
     bool is_bad(std::uint32_t t) const {
-        return !surface_.is_gone(t) && worst_cosine(triangle(t)) > limit_;
+        return !surface_.is_gone(t) && is_active(t) && worst_cosine(triangle(t)) > limit_;
+    }
+
+    bool is_active(std::uint32_t t) const {
+        if (options_.is_active.empty()) return true;
+        const std::array<std::int32_t, 3>& vertices = surface_.triangles[t];
+        return std::all_of(vertices.begin(), vertices.end(),
+                           [this](std::int32_t v) { return options_.is_active[index(v)] != 0; });
     }
 
     bool mend(std::uint32_t t) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <span>
 
 #include "base/vec.h"
 #include "remesh/half_edge_mesh.h"
@@ -11,6 +12,9 @@ namespace povmesh {
 struct AngleMending {
     double least_angle = 30;  // degrees; triangles with a smaller angle are worked on
     int passes = 10;
+
+    /// Not 0 for the vertices whose triangles are worked on; empty: all are.
+    std::span<const std::uint8_t> is_active;
 
     /// Longest edge that a collapse may make at a vertex, model units.
     std::function<double(std::int32_t vertex)> longest_edge;

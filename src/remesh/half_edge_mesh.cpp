@@ -3,6 +3,7 @@
 // Edelsbrunner, S. Guha and D. Nekhayev, Topology preserving edge contraction, 1999).
 #include "remesh/half_edge_mesh.h"
 
+#include <algorithm>
 #include <tuple>
 #include <utility>
 
@@ -10,6 +11,27 @@ namespace povmesh {
 namespace {
 
 constexpr std::array<std::size_t, 3> kNext = {1, 2, 0};
+
+// The bits of a number below 2^21, two zeros between each and the next.
+std::uint64_t spread_bits(std::uint64_t x) {
+    x = (x | x << 32) & 0x001F00000000FFFF;
+    x = (x | x << 16) & 0x001F0000FF0000FF;
+    x = (x | x << 8) & 0x100F00F00F00F00F;
+    x = (x | x << 4) & 0x10C30C30C30C30C3;
+    return (x | x << 2) & 0x1249249249249249;
+}
+
+// Along a curve through the cells of a box (G. Morton, 1966).
+std::uint64_t place_on_curve(Vec3d p, const Box3d& box) {
+    constexpr std::uint32_t kCells = (1U << 21) - 1;
+    const Vec3d extent = box.high - box.low;
+    const double size = std::max({extent.x, extent.y, extent.z});
+    const auto cell = [&](double x, double low) {
+        const double share = size > 0 ? (x - low) / size : 0;
+        return spread_bits(std::min(saturate_to<std::uint32_t>(share * kCells), kCells));
+    };
+    return cell(p.x, box.low.x) | cell(p.y, box.low.y) << 1 | cell(p.z, box.low.z) << 2;
+}
 
 }  // namespace
 
@@ -59,17 +81,6 @@ HalfEdgeMesh::HalfEdgeMesh(const TriMesh& mesh, const EdgeMates& mates) {
         around(static_cast<std::int32_t>(v), [&](std::uint32_t /*h*/) { ++count; });
         if (count != valences[v]) kinds[v] = Irregular;
     }
-}
-
-Vec3d HalfEdgeMesh::normal(std::size_t triangle) const {
-    const std::array<std::int32_t, 3>& t = triangles[triangle];
-    const Vec3d p = position(t[0]);
-    return cross(position(t[1]) - p, position(t[2]) - p);
-}
-
-double HalfEdgeMesh::squared_length(std::uint32_t h) const {
-    const Vec3d along = position(target(h)) - position(origin(h));
-    return dot(along, along);
 }
 
 bool HalfEdgeMesh::is_open(std::int32_t v) const {
@@ -326,6 +337,65 @@ void HalfEdgeMesh::remove_side(std::uint32_t h) {
     --valences[index(c)];
     triangles[h / 3] = {kGone, kGone, kGone};
     unused_.push_back(h / 3);
+}
+
+HalfEdgeMesh::Order HalfEdgeMesh::order_in_space() {
+    Box3d box;
+    for (const Vec3d p : positions) box.widen(p);
+    struct Place {
+        std::uint64_t on_curve;
+        std::uint32_t triangle;
+        bool operator<(const Place& other) const {
+            return on_curve != other.on_curve ? on_curve < other.on_curve
+                                              : triangle < other.triangle;
+        }
+    };
+    Array<Place> places;
+    places.reserve(triangles.size());
+    for (std::uint32_t t = 0; t < triangles.size(); ++t) {
+        if (is_gone(t)) continue;
+        const auto [a, b, c] = triangles[t];
+        const Vec3d middle = (position(a) + position(b) + position(c)) / 3.0;
+        places.push_back({place_on_curve(middle, box), t});
+    }
+    std::sort(places.begin(), places.end());
+
+    Order order;
+    Array<std::uint32_t> numbers(triangles.size(), kNone);
+    for (const Place& place : places) {
+        numbers[place.triangle] = static_cast<std::uint32_t>(order.triangles.size());
+        order.triangles.push_back(place.triangle);
+    }
+    rearrange(triangles, order.triangles);
+    Array<std::int32_t> names(positions.size(), -1);
+    for (std::array<std::int32_t, 3>& triangle : triangles) {
+        for (std::int32_t& v : triangle) {
+            std::int32_t& name = names[index(v)];
+            if (name < 0) {
+                name = static_cast<std::int32_t>(order.vertices.size());
+                order.vertices.push_back(static_cast<std::uint32_t>(v));
+            }
+            v = name;
+        }
+    }
+    rearrange(positions, order.vertices);
+    rearrange(starts, order.vertices);
+    rearrange(valences, order.vertices);
+    rearrange(kinds, order.vertices);
+    Array<std::uint32_t> half_edges(3 * triangles.size());
+    for (std::uint32_t h = 0; h < half_edges.size(); ++h) {
+        half_edges[h] = 3 * order.triangles[h / 3] + h % 3;
+    }
+    rearrange(opposites, half_edges);
+    rearrange(features, half_edges);
+    rearrange(is_locked, half_edges);
+    const auto rename = [&](std::uint32_t& h) {
+        if (h != kNone) h = 3 * numbers[h / 3] + h % 3;
+    };
+    for (std::uint32_t& h : opposites) rename(h);
+    for (std::uint32_t& h : starts) rename(h);
+    unused_.clear();
+    return order;
 }
 
 }  // namespace povmesh

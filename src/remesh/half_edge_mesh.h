@@ -35,6 +35,14 @@ inline bool turns(Vec3d before, Vec3d after) {
              d * d > kLeastCosine * kLeastCosine * dot(before, before) * dot(after, after));
 }
 
+/// Puts items into an order of old numbers.
+template <typename T>
+void rearrange(Array<T>& items, const Array<std::uint32_t>& order) {
+    Array<T> sorted(order.size());
+    for (std::size_t i = 0; i < order.size(); ++i) sorted[i] = items[order[i]];
+    items.swap(sorted);
+}
+
 /// Triangles on flat arrays.
 ///
 /// Invariants: opposites[opposites[h]] == h unless it is kNone; the two run in opposite directions
@@ -81,8 +89,15 @@ public:
     std::int32_t target(std::uint32_t h) const { return origin(next(h)); }
     std::int32_t apex(std::uint32_t h) const { return origin(previous(h)); }
     Vec3d position(std::int32_t v) const { return positions[index(v)]; }
-    Vec3d normal(std::size_t triangle) const;  // not of unit length
-    double squared_length(std::uint32_t h) const;
+    Vec3d normal(std::size_t triangle) const {  // not of unit length
+        const std::array<std::int32_t, 3>& t = triangles[triangle];
+        const Vec3d p = position(t[0]);
+        return cross(position(t[1]) - p, position(t[2]) - p);
+    }
+    double squared_length(std::uint32_t h) const {
+        const Vec3d along = position(target(h)) - position(origin(h));
+        return dot(along, along);
+    }
 
     /// Calls visit(h) for each half-edge from the vertex in its fan; of several fans, in one. Where
     /// `previous(h)` has no opposite, the neighbour at the open border is the apex of h.
@@ -125,6 +140,16 @@ public:
 
     /// Merges the target of the edge into its origin, which moves to `place`.
     void collapse(std::uint32_t h, Vec3d place);
+
+    /// Old numbers, by new number.
+    struct Order {
+        Array<std::uint32_t> triangles, vertices;
+    };
+
+    /// Numbers triangles and vertices so that those near by in space are mostly near by in memory:
+    /// what goes over all of them then takes half the time. Triangles that are gone, and vertices
+    /// without any, are left out. Half-edges keep their corner.
+    Order order_in_space();
 
     /// The triangles t for which takes(t), in their order, white and without labels, with all the
     /// vertices.

@@ -34,40 +34,55 @@ struct Bounds {
     double high = kFar;
 };
 
-double squared_distance(Vec3d p, std::span<const Triangle3d> patch) {
-    double nearest = kFar;
-    for (const Triangle3d& t : patch) {
-        nearest = std::min(nearest, nearest_on_triangle(p, t).squared_distance);
-    }
-    return nearest;
+// Squared, from the box of a triangle: a fifth of the work, and enough for most.
+double box_distance(Vec3d p, const Triangle3d& t) {
+    const auto beyond = [](double x, double a, double b, double c) {
+        const double away = std::max({std::min({a, b, c}) - x, x - std::max({a, b, c}), 0.0});
+        return away * away;
+    };
+    return beyond(p.x, t[0].x, t[1].x, t[2].x) + beyond(p.y, t[0].y, t[1].y, t[2].y) +
+           beyond(p.z, t[0].z, t[1].z, t[2].z);
 }
 
-// Of a piece of the original from the surface as it will be. Only those corners that the former
-// patch stands for tell how far it is at least.
-Bounds distance_bounds(const Triangle3d& triangle, const PatchChange& change, double most) {
-    std::array<double, 3> nearest = {kFar, kFar, kFar};
-    double high = kFar;
+bool is_near(Vec3d p, const Triangle3d& t, double distance) {
+    const double square = distance * distance;
+    return box_distance(p, t) <= square && nearest_on_triangle(p, t).squared_distance <= square;
+}
+
+bool is_within(Vec3d p, std::span<const Triangle3d> patch, double distance) {
+    return std::any_of(patch.begin(), patch.end(),
+                       [&](const Triangle3d& t) { return is_near(p, t, distance); });
+}
+
+// No point of a triangle is farther from the patches.
+double upper_bound(const Triangle3d& triangle, const PatchChange& change) {
+    double least = kFar;
     for (const std::span<const Triangle3d> patch : {change.after, change.around}) {
         for (const Triangle3d& other : patch) {
             double farthest = 0;
-            for (std::size_t corner = 0; corner < 3; ++corner) {
-                const double d = nearest_on_triangle(triangle[corner], other).squared_distance;
-                nearest[corner] = std::min(nearest[corner], d);
-                farthest = std::max(farthest, d);
+            for (const Vec3d& corner : triangle) {
+                farthest = std::max(farthest, box_distance(corner, other));
+                if (!(farthest < least)) break;
+                farthest = std::max(farthest, nearest_on_triangle(corner, other).squared_distance);
+                if (!(farthest < least)) break;
             }
-            high = std::min(high, farthest);
+            least = std::min(least, farthest);
         }
     }
-    Bounds bounds{0, std::sqrt(high)};
-    bool is_concerned = false;
-    for (std::size_t corner = 0; corner < 3; ++corner) {
-        const double reach = change.movement * change.movement;
-        if (squared_distance(triangle[corner], change.before) > reach) continue;
-        is_concerned = true;
-        bounds.low = std::max(bounds.low, std::sqrt(nearest[corner]));
-    }
-    if (!is_concerned && bounds.high <= most) bounds.low = bounds.high;
-    return bounds;
+    return std::sqrt(least);
+}
+
+// Of a piece of the original from the surface as it will be; the lower one is as good as told when
+// it is beyond `most`, else 0. Only those corners that the former patch stands for tell how far it
+// is at least.
+Bounds distance_bounds(const Triangle3d& triangle, const PatchChange& change, double most) {
+    const double high = upper_bound(triangle, change);
+    if (high <= most) return {0, high};
+    const bool is_far = std::any_of(triangle.begin(), triangle.end(), [&](const Vec3d& corner) {
+        return is_within(corner, change.before, change.movement) &&
+               !is_within(corner, change.after, most) && !is_within(corner, change.around, most);
+    });
+    return {is_far ? kFar : 0, high};
 }
 
 // Both sides of the middle of its longest edge.
@@ -94,9 +109,7 @@ bool is_beyond(const Triangle3d& t, std::span<const Triangle3d> others, double d
     double radius = 0;
     for (const Vec3d& corner : t) radius = std::max(radius, length(corner - centre));
     const double reach = distance + radius;
-    return std::none_of(others.begin(), others.end(), [&](const Triangle3d& other) {
-        return nearest_on_triangle(centre, other).squared_distance <= reach * reach;
-    });
+    return !is_within(centre, others, reach);
 }
 
 Box3f box_around(std::span<const Triangle3d> patch, double margin) {

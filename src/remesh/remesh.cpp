@@ -6,16 +6,14 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
-#include <queue>
 #include <utility>
 #include <vector>
 
 #include "base/convert.h"
 #include "base/parallel.h"
 #include "mesh/compact.h"
-#include "mesh/edge_mates.h"
+#include "remesh/base_surface.h"
 #include "remesh/carry_attributes.h"
-#include "remesh/features.h"
 #include "remesh/half_edge_mesh.h"
 #include "remesh/local_lengths.h"
 #include "remesh/remesh_review.h"
@@ -30,9 +28,11 @@ namespace {
 // splitting whatever the input.
 constexpr double kMostOfExpected = 4;
 
-// Runs with lower lengths, and runs that keep faces of the original.
+// Runs with lower lengths, runs that keep faces of the original, and steps that only work around
+// what is spoiled.
 constexpr int kRefinements = 6;
 constexpr int kKeeps = 6;
+constexpr int kMends = 2;
 
 // Runs in a row that may come out without a tenth less spoiled than the best.
 constexpr int kMostWithoutGain = 2;
@@ -56,6 +56,10 @@ constexpr double kThinWall = 0.6;
 
 // Share of the vertices that must have been lost for another run.
 constexpr double kLeastLost = 0.01;
+
+// Where fewer vertices are near what is spoiled, as a share of the triangles made, it comes cheaper
+// to keep the faces there than to try with lower lengths.
+constexpr double kLeastSpoiled = 0.005;
 
 // Values not positive or not finite become the mean edge of their face, or 1 where that is not
 // either.
@@ -83,129 +87,15 @@ bool has_finite_vertices(const TriMesh& mesh) {
                        [](const Vertex& v) { return is_finite(v.position()); });
 }
 
-// Edges longer than this many times the length are divided beforehand, so that lengths and
-// distances are known all over large faces.
-constexpr double kBaseEdge = 2;
-
-// The surface with its long edges divided where they run, and the face of the mesh that each of its
-// triangles is a part of.
-struct Base {
-    HalfEdgeMesh surface;
-    Array<std::uint32_t> owners;
-};
-
 Array<float> lengths_of_parts(const Array<std::uint32_t>& owners, std::span<const float> lengths) {
     Array<float> all(owners.size());
     for (std::size_t t = 0; t < all.size(); ++t) all[t] = lengths[owners[t]];
     return all;
 }
 
-class BaseMaker {
-public:
-    BaseMaker(TriMesh& mesh, double feature_angle, std::span<const float> face_lengths)
-        : base_{HalfEdgeMesh(mesh, EdgeMates(mesh)), {}}, face_lengths_(face_lengths) {
-        for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
-            if (mesh.faces[f].deleted == 0) base_.owners.push_back(static_cast<std::uint32_t>(f));
-        }
-        mark_features(base_.surface, mesh, feature_angle,
-                      lengths_of_parts(base_.owners, face_lengths));
-    }
-
-    Base run() {
-        const HalfEdgeMesh& surface = base_.surface;
-        std::priority_queue<LongEdge> waiting;
-        double pieces = 0;
-        double area = 0;
-        for (std::uint32_t h = 0; h < surface.opposites.size(); ++h) {
-            if (h % 3 == 0) area += length(surface.normal(h / 3)) / squared(wanted(h / 3));
-            const std::uint32_t g = surface.opposites[h];
-            if ((g != HalfEdgeMesh::kNone && g < h) || !is_long(h)) continue;
-            pieces += std::sqrt(surface.squared_length(h)) / limit(h);
-            waiting.push({surface.squared_length(h), h});
-        }
-        // Of a multitude of needles most pieces would be there to be collapsed again.
-        if (pieces > 2 * (area + static_cast<double>(surface.triangles.size()))) return base_;
-        const double most = static_cast<double>(surface.triangles.size()) + 8 * (pieces + area);
-        while (!waiting.empty() && static_cast<double>(surface.triangles.size()) < most) {
-            const LongEdge edge = waiting.top();
-            waiting.pop();
-            const bool is_new = surface.squared_length(edge.half_edge) == edge.squared;
-            const std::uint32_t h = edge.half_edge;
-            if (!is_new || !is_long(h) || is_beside_locked(h)) continue;
-            if (is_beside_locked(surface.opposites[h])) continue;
-            split(h, waiting);
-        }
-        return std::move(base_);
-    }
-
-private:
-    struct LongEdge {  // the longest comes first, so that there is an end
-        double squared;
-        std::uint32_t half_edge;
-        bool operator<(const LongEdge& other) const {
-            return squared != other.squared ? squared < other.squared : half_edge > other.half_edge;
-        }
-    };
-
-    static double squared(double x) { return x * x; }
-
-    double wanted(std::size_t t) const {
-        return static_cast<double>(face_lengths_[base_.owners[t]]);
-    }
-
-    double limit(std::uint32_t h) const {
-        const std::uint32_t g = base_.surface.opposites[h];
-        const double l = wanted(h / 3);
-        return kBaseEdge * (g == HalfEdgeMesh::kNone ? l : std::min(l, wanted(g / 3)));
-    }
-
-    bool is_long(std::uint32_t h) const {
-        return base_.surface.is_locked[h] == 0 &&
-               base_.surface.squared_length(h) > squared(limit(h));
-    }
-
-    // Beside a long edge that may not be divided there would be no end.
-    bool is_beside_locked(std::uint32_t h) const {
-        if (h == HalfEdgeMesh::kNone) return false;
-        const HalfEdgeMesh& surface = base_.surface;
-        for (const std::uint32_t e : {HalfEdgeMesh::next(h), HalfEdgeMesh::previous(h)}) {
-            if (surface.is_locked[e] != 0 && surface.squared_length(e) > squared(limit(e))) {
-                return true;
-            }
-        }
-        return false;
-    }
-
-    // In equal parts, so that faces side by side are divided alike.
-    void split(std::uint32_t h, std::priority_queue<LongEdge>& waiting) {
-        HalfEdgeMesh& surface = base_.surface;
-        const Vec3d a = surface.position(surface.origin(h));
-        const Vec3d b = surface.position(surface.target(h));
-        const double count = std::ceil(length(b - a) / limit(h));
-        const Vec3d place = a + (b - a) * (std::floor(count / 2) / count);
-        if (place == a || place == b) return;
-        const std::uint32_t g = surface.opposites[h];
-        const std::uint32_t owner = base_.owners[h / 3];
-        const std::uint32_t other = g == HalfEdgeMesh::kNone ? owner : base_.owners[g / 3];
-        const std::int32_t m = surface.split(h, place);
-        base_.owners.resize(surface.triangles.size());
-        const std::uint32_t from_m = surface.starts[static_cast<std::size_t>(m)];
-        base_.owners[from_m / 3] = owner;
-        if (g != HalfEdgeMesh::kNone) base_.owners[surface.opposites[h] / 3] = other;
-        surface.around(m, [&](std::uint32_t e) {
-            for (const std::uint32_t side : {e, HalfEdgeMesh::next(e), HalfEdgeMesh::previous(e)}) {
-                if (is_long(side)) waiting.push({surface.squared_length(side), side});
-            }
-        });
-    }
-
-    Base base_;
-    std::span<const float> face_lengths_;
-};
-
 class Driver {
 public:
-    Driver(Base base, const RemeshOptions& options, std::span<const float> face_lengths)
+    Driver(BaseSurface base, const RemeshOptions& options, std::span<const float> face_lengths)
         : options_(options),
           start_(std::move(base.surface)),
           base_(start_.plain_mesh([](std::size_t) { return true; })),
@@ -235,6 +125,7 @@ public:
             const Array<std::uint8_t> near = review_.vertices_near(spoiled_, factor);
             for (std::size_t v = 0; v < near.size(); ++v) is_kept_[v] |= near[v];
             run_once();
+            mend(report);
         }
         if (!spoiled_.empty()) {
             report.kept_faces = start_.triangles.size();
@@ -242,8 +133,9 @@ public:
             return std::nullopt;
         }
         count_kept(report);
-        report.even_share = evenness_.of_asked;
-        report.even_share_of_local = evenness_.of_wanted;
+        const Remesher::Evenness evenness = remesher_->evenness(asked_);
+        report.even_share = evenness.of_asked;
+        report.even_share_of_local = evenness.of_wanted;
         return std::move(made_);
     }
 
@@ -255,11 +147,36 @@ private:
         }
         const double most =
             kMostOfExpected * (expected_ + static_cast<double>(surface.triangles.size()));
-        Remesher remesher(base_, tree_, field_, std::move(surface), saturate_to<std::size_t>(most));
-        remesher.run(options_.rounds);
-        evenness_ = remesher.evenness(asked_);
-        made_ = remesher.result();
+        remesher_.emplace(start_, tree_, field_, std::move(surface),
+                          saturate_to<std::size_t>(most));
+        remesher_->run(options_.rounds);
+        made_ = remesher_->result();
         spoiled_ = review_.spoiled_places(made_);
+    }
+
+    // Makes edges shorter around what is spoiled, and leaves all else as it is: for a twentieth of
+    // the time of a run. Where that does not help the lengths are again what they were.
+    void mend(RemeshReport& report) {
+        if (spoiled_.empty()) return;
+        const Array<double> before = field_.lengths();
+        std::size_t shortened = 0;
+        for (int i = 0; i < kMends && !spoiled_.empty(); ++i) {
+            Array<double> lengths = field_.lengths();
+            const Array<std::uint8_t> near = review_.vertices_near(spoiled_, 1);
+            for (std::size_t v = 0; v < near.size(); ++v) {
+                if (near[v] == 0) continue;
+                lengths[v] *= kSpoiledShortening;
+                ++shortened;
+            }
+            field_.lower(lengths);
+            remesher_->refine();
+            made_ = remesher_->result();
+            spoiled_ = review_.spoiled_places(made_, remesher_->changed_faces(), spoiled_);
+        }
+        if (spoiled_.empty())
+            report.shortened += shortened;
+        else
+            field_.restore(before);
     }
 
     bool is_kept(const std::array<std::int32_t, 3>& vertices) const {
@@ -281,31 +198,36 @@ private:
         }
     }
 
-    // False when there is nothing to lower.
+    // False when there is nothing to lower, or too little for a run.
     bool refine(int step, RemeshReport& report) {
         Array<double> lengths = field_.lengths();
         // A tip here and there is not worth a run, and where nothing was lost nothing gets lost.
-        std::size_t lowered = 0;
-        if (loses_) {
-            const double tolerance = step == 0 ? 1 : kSecondTolerance;
-            lowered = review_.shorten_where_lost(made_, tolerance, lengths);
-            loses_ =
-                static_cast<double>(lowered) >= kLeastLost * static_cast<double>(lengths.size());
-        }
+        loses_ = loses_ && review_.shorten_where_lost(made_, step == 0 ? 1 : kSecondTolerance,
+                                                      kLeastLost, lengths);
         if (!loses_) {
-            lowered = 0;
+            mend(report);
             lengths = field_.lengths();
+            if (is_little(review_.vertices_near(spoiled_, 1))) return false;
         }
-        lowered += shorten_where_spoiled(step, lengths);
+        shorten_where_spoiled(step, lengths);
+        std::size_t lowered = 0;
+        for (std::size_t v = 0; v < lengths.size(); ++v) {
+            lowered += lengths[v] < field_.at_vertex(v) ? 1 : 0;
+        }
         if (lowered == 0) return false;
         report.shortened += lowered;
         field_.lower(lengths);
         return true;
     }
 
+    bool is_little(const Array<std::uint8_t>& near) const {
+        const auto count = static_cast<double>(std::count(near.begin(), near.end(), 1));
+        return count < kLeastSpoiled * static_cast<double>(made_.faces.size());
+    }
+
     // Around what is spoiled, and all along a wall or a gap there that is thinner than an edge.
-    std::size_t shorten_where_spoiled(int step, Array<double>& lengths) {
-        if (spoiled_.empty()) return 0;
+    void shorten_where_spoiled(int step, Array<double>& lengths) {
+        if (spoiled_.empty()) return;
         const bool is_early = step < kGentleSteps;
         Array<std::uint8_t> near = review_.vertices_near(spoiled_, is_early ? 1 : kWiderReach);
         if (!walls_) walls_.emplace(start_, tree_, asked_);
@@ -319,7 +241,6 @@ private:
             const double l = wall < now ? wall : factor * now;
             lengths[v] = std::min(lengths[v], l);
         }
-        std::size_t lowered = waiting.size();
         const auto is_thin = [&](std::int32_t v) {
             return walls_->at(v) < kThinWall * asked_.at_vertex(index(v));
         };
@@ -333,11 +254,9 @@ private:
                     near[index(w)] = 1;
                     waiting.push_back(w);
                     lengths[index(w)] = std::min(lengths[index(w)], walls_->at(w));
-                    ++lowered;
                 }
             });
         }
-        return lowered;
     }
 
     static std::size_t index(std::int32_t v) { return static_cast<std::size_t>(v); }
@@ -360,7 +279,7 @@ private:
     double expected_;
     bool loses_ = true;  // a good part of what is there, as far as is known
     TriMesh made_;       // by the last run
-    Remesher::Evenness evenness_;
+    std::optional<Remesher> remesher_;
     std::vector<SpoiledPlace> spoiled_;
     std::optional<WallLengths> walls_;  // when needed
     Array<std::uint8_t> is_kept_;       // by vertex
@@ -381,7 +300,7 @@ RemeshReport remesh(TriMesh& mesh, const RemeshOptions& options, RunContext& run
     if (raised.factor > 1 || raised.faces != 0) {
         run.log.caution("edge length raised, the model would have too many triangles");
     }
-    Base base = BaseMaker(mesh, options.feature_angle, lengths).run();
+    BaseSurface base = make_base_surface(mesh, options.feature_angle, lengths);
     std::optional<TriMesh> found = Driver(std::move(base), options, lengths).run(report);
     report.is_done = found.has_value();
     if (!found) {

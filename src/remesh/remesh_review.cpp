@@ -8,9 +8,9 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "remesh/crossing_places.h"
 #include "remesh/triangle_shape.h"
 #include "spatial/face_tree.h"
-#include "spatial/self_intersection.h"
 
 namespace povmesh {
 namespace {
@@ -24,14 +24,15 @@ constexpr double kLeastWall = 0.05;
 // Distances below this share of the length are of no interest.
 constexpr double kLeastOfLength = 0.02;
 
+// Vertices that are looked at first, of as many as there may be.
+constexpr std::size_t kSamples = 20'000;
+
 // Cosine beyond which a face looks the opposite way.
 constexpr double kOpposite = 0.5;
 
 // Bounds of the factor of one shortening. The distance falls with the square of the length.
 constexpr double kMostShortening = 0.35;
 constexpr double kLeastShortening = 0.85;
-
-constexpr std::size_t kMostPairs = 100'000;
 
 Triangle3d corners_of(const TriMesh& mesh, const Face& face) {
     return {to_double(mesh.corner_position(face, 0)), to_double(mesh.corner_position(face, 1)),
@@ -65,23 +66,23 @@ FaceTree tree_of(const std::vector<SpoiledPlace>& places, double factor) {
 }
 
 // A crossing stands at the smaller of its two faces.
-std::vector<SpoiledPlace> crossings_of(const TriMesh& mesh) {
-    std::vector<SpoiledPlace> places;
-    for (const FacePair& pair : find_self_intersections(mesh, kMostPairs).pairs) {
-        const Triangle3d a = corners_of(mesh, mesh.faces[pair.first]);
-        const Triangle3d b = corners_of(mesh, mesh.faces[pair.second]);
-        const Triangle3d& small = reach_of(a) <= reach_of(b) ? a : b;
-        places.push_back({middle_of(small), reach_of(small)});
-    }
-    return places;
+SpoiledPlace spoiled_at(const CrossingPlace& place) {
+    const bool is_first = reach_of(place.first) <= reach_of(place.second);
+    const Triangle3d& small = is_first ? place.first : place.second;
+    return {middle_of(small), reach_of(small), place.common};
 }
 
-std::vector<SpoiledPlace> slivers_of(const TriMesh& mesh) {
+// Of the faces that are marked, or of all where none can be.
+std::vector<SpoiledPlace> slivers_of(const TriMesh& mesh, std::span<const std::uint8_t> takes) {
     std::vector<SpoiledPlace> places;
-    for (const Face& face : mesh.faces) {
-        if (face.deleted != 0) continue;
+    for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        const Face& face = mesh.faces[f];
+        if (face.deleted != 0 || (!takes.empty() && takes[f] == 0)) continue;
         const Triangle3d t = corners_of(mesh, face);
-        if (shape_of(t).is_sliver) places.push_back({middle_of(t), reach_of(t)});
+        if (!shape_of(t).is_sliver) continue;
+        Box3d middle;
+        middle.widen(middle_of(t));
+        places.push_back({middle_of(t), reach_of(t), middle});
     }
     return places;
 }
@@ -108,48 +109,56 @@ RemeshReview::RemeshReview(const TriMesh& original, const NearestFace& tree,
     }
 }
 
-std::vector<SpoiledPlace> RemeshReview::spoiled_places(const TriMesh& made) {
-    std::vector<SpoiledPlace> crossings = crossings_of(made);
-    if (!crossings.empty()) leave_out_known(crossings, known_crossings_, crossings_of);
-    std::vector<SpoiledPlace> slivers = slivers_of(made);
-    if (!slivers.empty()) leave_out_known(slivers, known_slivers_, slivers_of);
-    crossings.insert(crossings.end(), slivers.begin(), slivers.end());
-    for (SpoiledPlace& place : crossings) {
+std::vector<SpoiledPlace> RemeshReview::spoiled_places(const TriMesh& made,
+                                                       std::span<const std::uint8_t> changed,
+                                                       std::span<const SpoiledPlace> before) const {
+    std::vector<SpoiledPlace> places;
+    for (const CrossingPlace& place : new_crossing_places(original_, made, changed)) {
+        places.push_back(spoiled_at(place));
+    }
+    for (const SpoiledPlace& place : new_slivers(made, changed)) places.push_back(place);
+    for (SpoiledPlace& place : places) {
         const NearestPoint found = tree_.find(place.point);
         if (found.is_found()) place.reach = std::max(place.reach, field_.at(found));
     }
-    return crossings;
+    if (before.empty()) return places;
+    const FaceTree tree = tree_of_faces(made, changed);
+    for (const SpoiledPlace& place : before) {
+        if (!overlaps(tree, outward(place.box))) places.push_back(place);
+    }
+    return places;
 }
 
 // What was there may come to lie an edge beside.
-template <typename Find>
-void RemeshReview::leave_out_known(std::vector<SpoiledPlace>& places,
-                                   std::optional<std::vector<SpoiledPlace>>& known,
-                                   Find&& find) const {
-    if (!known) known = find(original_);
-    std::vector<SpoiledPlace> around = *known;
-    for (SpoiledPlace& place : around) {
+std::vector<SpoiledPlace> RemeshReview::new_slivers(const TriMesh& made,
+                                                    std::span<const std::uint8_t> changed) const {
+    std::vector<SpoiledPlace> places = slivers_of(made, changed);
+    if (places.empty()) return places;
+    std::vector<SpoiledPlace> known = slivers_of(original_, {});
+    for (SpoiledPlace& place : known) {
         const NearestPoint found = tree_.find(place.point);
         if (found.is_found()) place.reach += field_.at(found);
     }
-    const FaceTree tree = tree_of(around, 1);
+    const FaceTree tree = tree_of(known, 1);
     std::erase_if(places, [&](const SpoiledPlace& place) {
-        return tree.visit_overlapping(box_around(place.point, 0),
-                                      [](std::uint32_t /*i*/) { return true; });
+        return overlaps(tree, box_around(place.point, 0));
     });
+    return places;
 }
 
-std::size_t RemeshReview::shorten_where_lost(const TriMesh& made, double tolerance,
-                                             Array<double>& lengths) const {
+bool RemeshReview::shorten_where_lost(const TriMesh& made, double tolerance, double least_share,
+                                      Array<double>& lengths) const {
     const NearestFace surface(made);
     Array<std::uint8_t> is_lost(original_.vertices.size(), 0);
-    parallel_for(is_lost.size(), [&](std::size_t v) {
+    const auto look_at = [&](std::size_t v) {
         const Vec3d normal = normals_[v];
         const Vec3d p = to_double(original_.vertices[v].position());
         const double wanted = field_.at_vertex(v);
         if (dot(normal, normal) == 0) return;
-        const double square = surface.find(p).squared_distance;
+        // Most are near: then nothing farther needs a look.
         const double least = kLeastOfLength * asked_[v];
+        if (surface.find_any(p, least * least).is_found()) return;
+        const double square = surface.find(p).squared_distance;
         if (!(square > least * least) || !std::isfinite(square)) return;
         const double off = std::sqrt(square);
         // The opposite wall, across the body or across a gap.
@@ -166,8 +175,17 @@ std::size_t RemeshReview::shorten_where_lost(const TriMesh& made, double toleran
         lengths[v] =
             wanted * std::clamp(0.9 * std::sqrt(most / off), kMostShortening, kLeastShortening);
         is_lost[v] = 1;
+    };
+    // A part of them tells whether it is worth it.
+    const std::size_t step = std::max<std::size_t>(is_lost.size() / kSamples, 1);
+    const std::size_t samples = (is_lost.size() + step - 1) / step;
+    parallel_for(samples, [&](std::size_t i) { look_at(i * step); });
+    const auto count = static_cast<double>(std::count(is_lost.begin(), is_lost.end(), 1));
+    if (count < least_share * static_cast<double>(samples) || count == 0) return false;
+    parallel_for(is_lost.size(), [&](std::size_t v) {
+        if (v % step != 0) look_at(v);
     });
-    return static_cast<std::size_t>(std::count(is_lost.begin(), is_lost.end(), 1));
+    return true;
 }
 
 Array<std::uint8_t> RemeshReview::vertices_near(const std::vector<SpoiledPlace>& places,
@@ -178,7 +196,7 @@ Array<std::uint8_t> RemeshReview::vertices_near(const std::vector<SpoiledPlace>&
         const Vec3f p = original_.vertices[v].position();
         Box3f box;
         box.widen(p);
-        near[v] = tree.visit_overlapping(box, [](std::uint32_t /*i*/) { return true; }) ? 1 : 0;
+        near[v] = overlaps(tree, box) ? 1 : 0;
     });
     for (const SpoiledPlace& place : places) {
         const NearestPoint found = tree_.find(place.point);

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
+#include <span>
 #include <vector>
 
 #include "base/array.h"
@@ -18,6 +18,7 @@ namespace povmesh {
 struct SpoiledPlace {
     Vec3d point;
     double reach = 0;
+    Box3d box;  // where two faces can meet; of one face, its middle
 };
 
 class RemeshReview {
@@ -27,30 +28,32 @@ public:
     RemeshReview(const TriMesh& original, const NearestFace& tree, const SizingField& field);
 
     /// Crossings, and faces without a direction, that the original has not near there.
-    std::vector<SpoiledPlace> spoiled_places(const TriMesh& made);
+    ///
+    /// @param changed  by face of `made`: not 0 where it is not as it was when `before` was found,
+    ///                 which is what there was then; empty: all is new
+    std::vector<SpoiledPlace> spoiled_places(const TriMesh& made,
+                                             std::span<const std::uint8_t> changed = {},
+                                             std::span<const SpoiledPlace> before = {}) const;
 
     /// Lowers the length at each vertex of the original from which the made surface is too far off:
-    /// a quarter of the length that was asked for, or a good part of the thickness of a wall or a
-    /// gap. Returns how many were.
-    std::size_t shorten_where_lost(const TriMesh& made, double tolerance,
-                                   Array<double>& lengths) const;
+    /// a third of the length that was asked for, or a good part of the thickness of a wall or a
+    /// gap. False, and as good as none lowered, where those are less than a share of all.
+    bool shorten_where_lost(const TriMesh& made, double tolerance, double least_share,
+                            Array<double>& lengths) const;
 
     /// Marks the vertices of the original within `factor` times the reach of the places, and those
     /// of the face nearest to each.
     Array<std::uint8_t> vertices_near(const std::vector<SpoiledPlace>& places, double factor) const;
 
 private:
-    template <typename Find>
-    void leave_out_known(std::vector<SpoiledPlace>& places,
-                         std::optional<std::vector<SpoiledPlace>>& known, Find&& find) const;
+    std::vector<SpoiledPlace> new_slivers(const TriMesh& made,
+                                          std::span<const std::uint8_t> changed) const;
 
     const TriMesh& original_;
     const NearestFace& tree_;
     const SizingField& field_;
     Array<Vec3d> normals_;  // by vertex, of unit length, or 0
     Array<double> asked_;   // by vertex: lengths before any were lowered
-    std::optional<std::vector<SpoiledPlace>> known_crossings_;  // of the original, when needed
-    std::optional<std::vector<SpoiledPlace>> known_slivers_;
 };
 
 }  // namespace povmesh

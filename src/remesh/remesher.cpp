@@ -44,6 +44,9 @@ constexpr double kNearWalk = 0.25;
 constexpr int kMostSteps = 32;
 constexpr int kMostTurns = 16;
 
+// Rounds of a refinement: it has no more than a few edges to divide.
+constexpr int kRefinementRounds = 3;
+
 // Edges within these bounds of the length count as even.
 constexpr double kLeastEven = 0.6;
 constexpr double kMostEven = 1.6;
@@ -84,10 +87,9 @@ bool spoils(const std::array<Vec3d, 3>& before, const std::array<Vec3d, 3>& afte
 
 }  // namespace
 
-Remesher::Remesher(const TriMesh& original, const NearestFace& tree, const SizingField& field,
+Remesher::Remesher(const HalfEdgeMesh& original, const NearestFace& tree, const SizingField& field,
                    HalfEdgeMesh surface, std::size_t most_triangles)
     : original_(original),
-      opposites_(surface.opposites),
       tree_(tree),
       field_(field),
       surface_(std::move(surface)),
@@ -96,10 +98,9 @@ Remesher::Remesher(const TriMesh& original, const NearestFace& tree, const Sizin
     lengths_.resize(surface_.positions.size());
     for (std::size_t v = 0; v < lengths_.size(); ++v) lengths_[v] = field.at_vertex(v);
     sources_.assign(lengths_.size(), NearestPoint::kNoFace);
-    for (std::size_t f = 0; f < original.faces.size(); ++f) {
-        if (original.faces[f].deleted != 0) continue;
-        for (const std::int32_t v : original.faces[f].vertex) {
-            sources_[index(v)] = static_cast<std::uint32_t>(f);
+    for (std::size_t t = 0; t < original.triangles.size(); ++t) {
+        for (const std::int32_t v : original.triangles[t]) {
+            sources_[index(v)] = static_cast<std::uint32_t>(t);
         }
     }
 }
@@ -108,6 +109,7 @@ void Remesher::run(int rounds) {
     if (should_collapse_first()) collapse_short_edges();
     for (int round = 0; round < rounds; ++round) {
         split_long_edges();
+        order_in_space();
         collapse_short_edges();
         flip_edges();
         relax();
@@ -115,6 +117,55 @@ void Remesher::run(int rounds) {
     }
     mend_small_angles();
     fit_to_volume();
+}
+
+void Remesher::refine() {
+    Array<std::uint8_t> is_lower(surface_.positions.size(), 0);
+    parallel_for(is_lower.size(), [&](std::size_t v) {
+        if (surface_.starts[v] == HalfEdgeMesh::kNone) return;
+        NearestPoint there = walk(surface_.positions[v], sources_[v]);
+        if (!there.is_found()) there = tree_.find(surface_.positions[v]);
+        if (!there.is_found()) return;
+        const double wanted = field_.at(there);
+        if (!(wanted < lengths_[v]) || is_same_length(lengths_[v], wanted)) return;
+        sources_[v] = there.face;
+        lengths_[v] = wanted;
+        is_lower[v] = 1;
+    });
+    is_active_.swap(is_lower);
+    for (int round = 0; round < kRefinementRounds; ++round) {
+        split_long_edges();
+        collapse_short_edges();
+        flip_edges();
+        relax();
+        relax();
+    }
+    mend_small_angles();
+    fit_to_volume();
+}
+
+Array<std::uint8_t> Remesher::changed_faces() const {
+    Array<std::uint8_t> changed;
+    for (std::size_t t = 0; t < surface_.triangles.size(); ++t) {
+        if (!surface_.is_gone(t)) changed.push_back(has_active_vertex(t) ? 1 : 0);
+    }
+    return changed;
+}
+
+bool Remesher::has_active_vertex(std::size_t t) const {
+    const std::array<std::int32_t, 3>& v = surface_.triangles[t];
+    return is_active(v[0]) || is_active(v[1]) || is_active(v[2]);
+}
+
+// What was split is all over the memory, and has numbers that follow from splits far away. In this
+// order the steps that follow depend on what is around them.
+void Remesher::order_in_space() {
+    lines_.places().resize(surface_.positions.size(), 0);
+    const Array<std::uint32_t> order = surface_.order_in_space().vertices;
+    rearrange(lengths_, order);
+    rearrange(sources_, order);
+    if (!is_active_.empty()) rearrange(is_active_, order);
+    rearrange(lines_.places(), order);
 }
 
 TriMesh Remesher::result() const {
@@ -225,6 +276,7 @@ bool Remesher::try_split(std::uint32_t h, std::int32_t& made) {
     }
     lengths_.push_back(wanted);
     sources_.push_back(source);
+    if (!is_active_.empty()) is_active_.push_back(1);
     made = surface_.split(h, place);
     if (is_line) lines_.set_place(made, 0.5 * (part.from + part.to));
     return true;
@@ -235,6 +287,7 @@ bool Remesher::is_long(std::uint32_t h) const {
 }
 
 void Remesher::add_if_long(std::uint32_t h, std::vector<LongEdge>& heap) const {
+    if (!is_active(surface_.origin(h)) && !is_active(surface_.target(h))) return;
     if (surface_.is_locked[h] == 0 && is_long(h)) heap.push_back({surface_.squared_length(h), h});
 }
 
@@ -265,7 +318,7 @@ bool Remesher::is_beside_longer_edge(std::uint32_t h) const {
 
 void Remesher::collapse_short_edges() {
     for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
-        if (surface_.is_gone(h / 3) || is_upper(h)) continue;
+        if (surface_.is_gone(h / 3) || is_upper(h) || !has_active_ends(h)) continue;
         if (!(surface_.squared_length(h) < squared(kShort * length_at(h)))) continue;
         if (surface_.features[h] != 0)
             collapse_on_line(h);
@@ -389,6 +442,7 @@ bool Remesher::may_move(std::int32_t v, std::int32_t other, Vec3d place) const {
 void Remesher::flip_edges() {
     for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
         if (surface_.is_gone(h / 3) || surface_.features[h] != 0 || is_upper(h)) continue;
+        if (!has_active_ends(h)) continue;
         if (evens_valences(h) && may_flip(h)) surface_.flip(h);
     }
 }
@@ -449,7 +503,9 @@ void Remesher::relax() {
 
 Vec3d Remesher::relaxed(std::size_t v) {
     const Vec3d p = surface_.positions[v];
-    if (surface_.starts[v] == HalfEdgeMesh::kNone) return p;
+    if (surface_.starts[v] == HalfEdgeMesh::kNone || !is_active(static_cast<std::int32_t>(v))) {
+        return p;
+    }
     switch (surface_.kinds[v]) {
         case HalfEdgeMesh::Free:
             return relaxed_on_surface(static_cast<std::int32_t>(v), p);
@@ -513,31 +569,24 @@ NearestPoint Remesher::walk(Vec3d wanted, std::uint32_t face) const {
         if (zeros == 1) {  // on the edge opposite the corner without weight
             const auto corner =
                 static_cast<std::uint32_t>(std::find(w.begin(), w.end(), 0.0) - w.begin());
-            const std::uint32_t beyond = opposites_[HalfEdgeMesh::next(first + corner)];
+            const std::uint32_t beyond = original_.opposites[HalfEdgeMesh::next(first + corner)];
             if (beyond == HalfEdgeMesh::kNone) return {};
             next = nearest_on(beyond / 3);
         } else {  // at a corner: all faces around it
             const auto corner =
                 static_cast<std::uint32_t>(std::max_element(w.begin(), w.end()) - w.begin());
-            std::uint32_t h = opposites_[HalfEdgeMesh::previous(first + corner)];
+            std::uint32_t h = original_.opposites[HalfEdgeMesh::previous(first + corner)];
             for (int turn = 0; h != first + corner; ++turn) {
                 if (h == HalfEdgeMesh::kNone || turn == kMostTurns) return {};
                 const NearestPoint here = nearest_on(h / 3);
                 if (here.squared_distance < next.squared_distance) next = here;
-                h = opposites_[HalfEdgeMesh::previous(h)];
+                h = original_.opposites[HalfEdgeMesh::previous(h)];
             }
         }
         if (!(next.squared_distance < best.squared_distance)) return best;
         best = next;
     }
     return {};
-}
-
-Triangle3d Remesher::original_corners(std::uint32_t f) const {
-    const Face& face = original_.faces[f];
-    return {to_double(original_.corner_position(face, 0)),
-            to_double(original_.corner_position(face, 1)),
-            to_double(original_.corner_position(face, 2))};
 }
 
 // The point of the original nearest to `wanted` that faces the same way: not on the other side of a
@@ -606,7 +655,7 @@ Vec3d Remesher::relaxed_on_line(std::int32_t v, Vec3d p) {
 }
 
 bool Remesher::is_spoiled(std::size_t t) const {
-    if (surface_.is_gone(t)) return false;
+    if (surface_.is_gone(t) || !has_active_vertex(t)) return false;
     const auto corners = [&](const Array<Vec3d>& positions) {
         const std::array<std::int32_t, 3>& v = surface_.triangles[t];
         return std::array<Vec3d, 3>{positions[index(v[0])], positions[index(v[1])],
@@ -646,6 +695,7 @@ void Remesher::restore_spoiled_faces() {
 
 void Remesher::mend_small_angles() {
     AngleMending mending;
+    mending.is_active = is_active_;
     mending.longest_edge = [this](std::int32_t v) { return kLongest * lengths_[index(v)]; };
     mending.project = [this](std::int32_t v, Vec3d place) {
         const NearestPoint found = nearest(place, v, {});
@@ -665,13 +715,13 @@ void Remesher::fit_to_volume() {
     constexpr double kMeanOfTriangle = 0.75;
     Array<double> sags(surface_.triangles.size(), 0);
     parallel_for(sags.size(), [&](std::size_t t) {
-        if (!surface_.is_gone(t)) sags[t] = kMeanOfTriangle * sag(t);
+        if (!surface_.is_gone(t) && has_active_vertex(t)) sags[t] = kMeanOfTriangle * sag(t);
     });
     old_positions_.resize(surface_.positions.size());
     parallel_for(old_positions_.size(), [&](std::size_t i) {
         const auto v = static_cast<std::int32_t>(i);
         old_positions_[i] = surface_.positions[i];
-        if (surface_.starts[i] == HalfEdgeMesh::kNone) return;
+        if (surface_.starts[i] == HalfEdgeMesh::kNone || !is_active(v)) return;
         if (surface_.kinds[i] == HalfEdgeMesh::Free) old_positions_[i] = fitted_on_surface(v, sags);
         if (surface_.kinds[i] == HalfEdgeMesh::Line) old_positions_[i] = fitted_on_line(v);
     });

@@ -21,13 +21,18 @@ public:
     /// factor for the lengths their mean is 0.94 of the length asked for.
     static constexpr double kAim = 0.92;
 
-    /// @param original  with a tree over it and the lengths wanted on it; all three outlive this
-    /// @param surface  of the original, with its features marked
+    /// @param original  with its features marked, and places that floats hold; with a tree over it
+    ///                  and the lengths wanted on it; all three outlive this
+    /// @param surface  the same; more may be locked
     /// @param most_triangles  an end to splitting, whatever the input
-    Remesher(const TriMesh& original, const NearestFace& tree, const SizingField& field,
+    Remesher(const HalfEdgeMesh& original, const NearestFace& tree, const SizingField& field,
              HalfEdgeMesh surface, std::size_t most_triangles);
 
     void run(int rounds);
+
+    /// Where lengths in the field were lowered since, makes the edges as short as that, and leaves
+    /// everything else as it is.
+    void refine();
 
     /// How many of the edges are within 0.6 to 1.6 of a length, as shares; those of two faces count
     /// twice.
@@ -39,6 +44,9 @@ public:
 
     /// White and without labels; its faces are the live triangles in their order.
     TriMesh result() const;
+
+    /// By face of the result: not 0 where the last refinement may have changed it.
+    Array<std::uint8_t> changed_faces() const;
 
 private:
     struct LongEdge {
@@ -52,6 +60,13 @@ private:
     double length_at(std::uint32_t h) const;
     bool is_upper(std::uint32_t h) const;
     double wanted_at(const NearestPoint& found, std::size_t v) const;
+
+    bool is_active(std::int32_t v) const { return is_active_.empty() || is_active_[index(v)] != 0; }
+    bool has_active_vertex(std::size_t t) const;
+    bool has_active_ends(std::uint32_t h) const {
+        return is_active(surface_.origin(h)) && is_active(surface_.target(h));
+    }
+    void order_in_space();
 
     bool should_collapse_first() const;
     void split_long_edges();
@@ -78,7 +93,10 @@ private:
     Vec3d relaxed(std::size_t v);
     Vec3d relaxed_on_surface(std::int32_t v, Vec3d p);
     Vec3d relaxed_on_line(std::int32_t v, Vec3d p);
-    Triangle3d original_corners(std::uint32_t f) const;
+    Triangle3d original_corners(std::uint32_t t) const {
+        const std::array<std::int32_t, 3>& v = original_.triangles[t];
+        return {original_.position(v[0]), original_.position(v[1]), original_.position(v[2])};
+    }
     NearestPoint walk(Vec3d wanted, std::uint32_t face) const;
     NearestPoint nearest(Vec3d wanted, std::int32_t v, Vec3d normal) const;
     void restore_spoiled_faces();
@@ -90,16 +108,16 @@ private:
     Vec3d fitted_on_surface(std::int32_t v, const Array<double>& sags) const;
     Vec3d fitted_on_line(std::int32_t v) const;
 
-    const TriMesh& original_;
-    Array<std::uint32_t> opposites_;  // of the half-edges of the original
+    const HalfEdgeMesh& original_;
     const NearestFace& tree_;
     const SizingField& field_;
     HalfEdgeMesh surface_;
     FeatureLines lines_;
     std::size_t most_triangles_;
-    Array<double> lengths_;         // wanted at each vertex
-    Array<std::uint32_t> sources_;  // a face of the original near each vertex
-    Array<Vec3d> old_positions_;    // before the step at hand
+    Array<double> lengths_;          // wanted at each vertex
+    Array<std::uint32_t> sources_;   // a face of the original near each vertex
+    Array<std::uint8_t> is_active_;  // by vertex: it may change; empty: all may
+    Array<Vec3d> old_positions_;     // before the step at hand
     Array<double> old_places_;
     Array<double> new_places_;
     Array<double> new_lengths_;

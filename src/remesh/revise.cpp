@@ -26,6 +26,7 @@
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
 #include "remesh/carry_attributes.h"
+#include "remesh/crossing_places.h"
 #include "remesh/half_edge_mesh.h"
 #include "remesh/original_surface.h"
 #include "remesh/patch_distance.h"
@@ -59,6 +60,12 @@ constexpr std::size_t kEffortPerTriangle = 4;
 // it.
 constexpr int kMostPasses = 8;
 
+// Where steps have made faces cross all is done again, without those there: within a distance that
+// is twice as large each time, as a share of how far the surface may move. When the last take has
+// crossings, too, the mesh stays as it is.
+constexpr double kFirstMargin = 0.5;
+constexpr int kMostTakes = 8;
+
 Triangle corners_of(const TriMesh& mesh, const Face& face) {
     return {to_double(mesh.corner_position(face, 0)), to_double(mesh.corner_position(face, 1)),
             to_double(mesh.corner_position(face, 2))};
@@ -82,8 +89,9 @@ struct Wrong {
 
 class Reviser {
 public:
-    Reviser(TriMesh& mesh, double most)
-        : mesh_(mesh), surface_(mesh, EdgeMates(mesh)), most_(most) {
+    /// No triangle in the places held is a reason to do something.
+    Reviser(TriMesh& mesh, double most, const FaceTree& held)
+        : mesh_(mesh), surface_(mesh, EdgeMates(mesh)), held_(held), most_(most) {
         for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
             if (mesh.faces[f].deleted == 0) faces_.push_back(static_cast<std::uint32_t>(f));
         }
@@ -123,6 +131,16 @@ public:
     }
 
     bool has_changed() const { return report_.collapses + report_.flips + report_.splits != 0; }
+
+    /// Where faces cross now, and did not.
+    std::vector<CrossingPlace> new_crossings() const {
+        Array<std::uint8_t> changed;
+        for (std::size_t t = 0; t < surface_.triangles.size(); ++t) {
+            if (!surface_.is_gone(t)) changed.push_back(states_[t] != Same ? 1 : 0);
+        }
+        const TriMesh made = surface_.plain_mesh([](std::size_t) { return true; });
+        return new_crossing_places(mesh_, made, changed);
+    }
 
     void store() {
         const std::size_t old_count = mesh_.faces.size();
@@ -191,10 +209,17 @@ private:
         return bad;
     }
 
+    bool is_held(std::uint32_t t) const {
+        if (held_.nodes().empty()) return false;
+        Box3d box;
+        for (const Vec3d p : corners(t)) box.widen(p);
+        return overlaps(held_, outward(box));
+    }
+
     // One step, if there is one.
     bool mend(std::uint32_t t) {
         const TriangleShape found = shape(t);
-        if (!found.is_bad()) return false;
+        if (!found.is_bad() || is_held(t)) return false;
         std::array<std::uint32_t, 3> edges = {3 * t, 3 * t + 1, 3 * t + 2};
         std::sort(edges.begin(), edges.end(), [&](std::uint32_t x, std::uint32_t y) {
             const double a = surface_.squared_length(x);
@@ -594,6 +619,7 @@ private:
 
     TriMesh& mesh_;
     HalfEdgeMesh surface_;
+    const FaceTree& held_;
     double most_;
     Array<std::uint32_t> faces_;  // of the mesh, by triangle
     std::size_t original_count_ = 0;
@@ -631,10 +657,24 @@ ReviseReport revise_triangles(TriMesh& mesh, const ReviseOptions& options) {
     const Box3f box = finite_bounds(mesh);
     if (counts == ShapeCounts{} || box.is_empty()) return {};
     const double diagonal = length(to_double(box.high) - to_double(box.low));
-    Reviser reviser(mesh, std::max(options.most_movement, 0.0) * diagonal);
-    const ReviseReport report = reviser.run();
-    if (reviser.has_changed()) reviser.store();
-    return report;
+    const double most = std::max(options.most_movement, 0.0) * diagonal;
+    std::vector<Box3f> places;
+    double margin = kFirstMargin;
+    for (int take = 0; take < kMostTakes; ++take, margin *= 2) {
+        const FaceTree held(places);
+        Reviser reviser(mesh, most, held);
+        const ReviseReport report = reviser.run();
+        if (!reviser.has_changed()) return report;
+        const std::vector<CrossingPlace> crossings = reviser.new_crossings();
+        if (crossings.empty()) {
+            reviser.store();
+            return report;
+        }
+        for (const CrossingPlace& crossing : crossings) {
+            places.push_back(outward(grown(crossing.common, margin * most)));
+        }
+    }
+    return {};
 }
 
 }  // namespace povmesh

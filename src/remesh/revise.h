@@ -38,6 +38,8 @@ struct ReviseReport {
 /// distance from the original itself. For slivers other edges are tried, too. Triangles that take
 /// no part keep their vertices' places and what they carry, bit for bit.
 ///
+/// Where faces come to cross that did not, the steps there are taken back.
+///
 /// Vertices stay where they are or go: a collapse leaves one of the edge's ends in its place, or
 /// else, for a sliver, the middle. A closed surface stays closed, an open one open; what was
 /// manifold stays so. Edges of more than two faces stay. Changed triangles get the colours, labels

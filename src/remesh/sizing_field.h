@@ -34,6 +34,9 @@ public:
     /// bound on growth holds. O(n log n).
     void lower(std::span<const double> wanted);
 
+    /// Takes back what was lowered since they were these.
+    void restore(const Array<double>& lengths) { lengths_ = lengths; }
+
 private:
     void limit_growth();
 

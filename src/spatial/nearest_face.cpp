@@ -218,6 +218,17 @@ NearestPoint NearestFace::find(Vec3d p, double limit) const {
         p, limit, [](const Triangle3d& /*triangle*/) { return true; }, [] { return false; });
 }
 
+NearestPoint NearestFace::find_any(Vec3d p, double limit) const {
+    bool any = false;
+    return search(
+        p, limit,
+        [&](const Triangle3d& /*triangle*/) {
+            any = true;
+            return true;
+        },
+        [&] { return any; });
+}
+
 NearestPoint NearestFace::find_facing(Vec3d p, Vec3d direction, double least_cosine,
                                       double limit) const {
     int turned_down = 0;

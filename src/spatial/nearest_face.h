@@ -44,7 +44,10 @@ public:
     /// faces any, but always the same one. None is found from a point that is not finite.
     NearestPoint find(Vec3d p, double limit = std::numeric_limits<double>::infinity()) const;
 
-    /// The same among the faces whose normals lie within an angle of a direction. Gives up after
+    /// A point closer than that, whichever comes first: the same one for the same input.
+    NearestPoint find_any(Vec3d p, double limit) const;
+
+    /// The nearest among the faces whose normals lie within an angle of a direction. Gives up after
     /// some hundreds of nearer faces that look elsewhere.
     ///
     /// @param direction  of unit length

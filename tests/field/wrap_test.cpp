@@ -244,12 +244,15 @@ TEST(Wrap, IsSoundOnSoupsOfAllKinds) {
     }
 }
 
+// The closed one so fine that the surface is thinned out in several bricks.
 TEST(Wrap, IsTheSameBitsOnOneThread) {
-    const SoupVector open = without_first(shapes::rock(10, 4), 40);
+    const SoupVector rock = shapes::rock(10, 4);
+    const SoupVector open = without_first(rock, 40);
     const Wrapped many = wrapped(open, {.tolerance = 0.5});
+    const Wrapped fine = wrapped(rock, {.cell = 0.13});
     const OneThread one;
-    const Wrapped single = wrapped(open, {.tolerance = 0.5});
-    EXPECT_EQ(reference::difference(many.mesh, single.mesh), "");
+    EXPECT_EQ(reference::difference(many.mesh, wrapped(open, {.tolerance = 0.5}).mesh), "");
+    EXPECT_EQ(reference::difference(fine.mesh, wrapped(rock, {.cell = 0.13}).mesh), "");
 }
 
 TEST(Wrap, RefusesWhatItCannotDo) {

@@ -17,6 +17,7 @@
 #include "helpers/shapes.h"
 #include "mesh/edge_mates.h"
 #include "mesh/volume.h"
+#include "remesh/base_surface.h"
 #include "remesh/sizing_field.h"
 #include "spatial/nearest_face.h"
 #include "spatial/self_intersection.h"
@@ -80,6 +81,22 @@ TEST(Remesh, MakesSmoothSurfacesEven) {
             EXPECT_NEAR(signed_volume(result), volume, 0.01 * volume);
         }
     }
+}
+
+// Slender faces of a plane used to be divided into four times the triangles that were needed.
+TEST(Remesh, StartsFromFewTrianglesInAPlane) {
+    TriMesh disc = mesh_of(shapes::fan(400, 0));  // of radius 1000; needles of 1000 by 16
+    const std::vector<float> lengths(disc.faces.size(), 20.0F);
+    const BaseSurface base = make_base_surface(disc, 40, lengths);
+    EXPECT_EQ(base.owners.size(), base.surface.triangles.size());
+    const double equilateral = std::sqrt(3.0) / 4 * 20 * 20;
+    EXPECT_LT(static_cast<double>(base.owners.size()), std::numbers::pi * 1e6 / equilateral);
+    double area = 0;
+    for (std::size_t t = 0; t < base.owners.size(); ++t) {
+        area += 0.5 * length(base.surface.normal(t));
+        EXPECT_LT(base.owners[t], disc.faces.size());
+    }
+    EXPECT_NEAR(area, surface_area(disc), 1e-4 * area);
 }
 
 TEST(Remesh, KeepsSharpEdgesAndCorners) {

@@ -16,6 +16,7 @@
 #include "remesh/original_surface.h"
 #include "remesh/patch_distance.h"
 #include "remesh/triangle_shape.h"
+#include "spatial/self_intersection.h"
 #include "spatial/surface_distance.h"
 
 namespace povmesh {
@@ -327,6 +328,28 @@ TEST(Revise, JoinsNoFoldedSheetsAtAnEdge) {
         EXPECT_LE(EdgeMates(mesh).group_count(), before) << seed;
         EXPECT_LE(open_edges(mesh), open) << seed;
     }
+}
+
+// A tip that stands on a triangle just below the roof that turning a cap's edge would make.
+TEST(Revise, DrawsNoSurfaceThroughAnother) {
+    SoupVector soup;
+    add(soup, {0, 0, 0}, {10, 0, 0}, {5, 0, 0.2});
+    add(soup, {10, 0, 0}, {0, 0, 0}, {5, -8, 0});
+    const auto add_tip = [&](double x, double y) {
+        const std::array<Vec3d, 4> p = {Vec3d{x - 0.05, y - 0.05, 0.02},
+                                        Vec3d{x + 0.05, y - 0.05, 0.02}, Vec3d{x, y + 0.05, 0.02},
+                                        Vec3d{x, y, 0.5}};
+        add(soup, p[0], p[2], p[1]);
+        for (std::size_t i = 0; i < 3; ++i) add(soup, p[i], p[(i + 1) % 3], p[3]);
+    };
+    add_tip(1000, 1000);  // far away: the surface may move by a thousandth of that
+    ReviseReport report;
+    revised(mesh_of(soup), &report);
+    EXPECT_EQ(report.flips, 1U);
+    add_tip(5, -1);
+    const TriMesh result = revised(mesh_of(soup), &report);
+    EXPECT_EQ(report.flips, 0U);
+    EXPECT_EQ(find_self_intersections(result, 1).count, 0U);
 }
 
 }  // namespace
