@@ -1,6 +1,6 @@
-// Peak memory of flawsDetect64 on an STL file, and of reductions and the orientation search over
-// the mesh that they are given, in bytes a triangle. One thread (scripts/bench sets
-// OMP_NUM_THREADS=1).
+// Peak memory of flawsDetect64 on an STL file, and of reductions, the orientation search and
+// divisions into 2 x 2 x 2 parts over the mesh that they are given, in bytes a triangle. One thread
+// (scripts/bench sets OMP_NUM_THREADS=1).
 //
 // Floor: at the peak of the walk a closed mesh has faces (36), vertices (8), uses (38), edge codes
 // (12), shells (4) and a mark a face: about 100 bytes a triangle. Where the reader maps its file,
@@ -15,8 +15,10 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "decompose/decompose.h"
 #include "inputs.h"
 #include "io/stl.h"
+#include "mesh/bounds.h"
 #include "orient/orientation.h"
 #include "povmesh/povmesh.h"
 #include "remesh/parallel_reduce.h"
@@ -54,6 +56,13 @@ int measure_call(const std::string& operation, const char* path) {
     if (operation == "reduce") reduce(mesh, {.keep = 0.5});
     if (operation == "parallel_reduce") reduce_parallel(mesh, {.keep = 0.5}, run);
     if (operation == "orient") find_orientations(mesh, run);
+    if (operation == "uniform" || operation == "search") {
+        const Vec3d half = to_double(finite_bounds(mesh).extent()) * 0.5;
+        DecomposeOptions options;
+        options.size = half;
+        if (operation == "uniform") options.method = DivisionMethod::Uniform;
+        decompose(mesh, options, run);
+    }
     std::cout << peak_resident_size() - before << '\n';
     return 0;
 }
@@ -95,6 +104,15 @@ void orient(benchmark::State& state, const std::string& input) {
     measure_memory(state, "orient", input, binary_stl(input));
 }
 
+// Floor: the parts are the mesh once more while the last faces of it are still there.
+void decompose_uniform(benchmark::State& state, const std::string& input) {
+    measure_memory(state, "uniform", input, binary_stl(input));
+}
+
+void decompose_search(benchmark::State& state, const std::string& input) {
+    measure_memory(state, "search", input, binary_stl(input));
+}
+
 }  // namespace
 }  // namespace povmesh::bench
 
@@ -107,5 +125,7 @@ int main(int argc, char** argv) {
     add("reduce_memory", {"rock_328k", "rock_1311k"}, reduce_half);
     add("parallel_reduce_memory", {"rock_328k", "rock_1311k"}, parallel_reduce_half);
     add("orient_memory", {"rock_328k", "rock_1311k"}, orient);
+    add("decompose_uniform_memory", {"rock_328k", "rock_1311k"}, decompose_uniform);
+    add("decompose_search_memory", {"rock_328k", "rock_1311k"}, decompose_search);
     return run(argc, argv);
 }

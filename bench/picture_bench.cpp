@@ -8,7 +8,7 @@
 #include <benchmark/benchmark.h>
 
 #include "helpers/shapes.h"
-#include "picture/picture.h"
+#include "job/picture/picture.h"
 
 namespace povmesh {
 namespace {

@@ -1,7 +1,7 @@
 // Shows why a model falls or stands.
 #pragma once
 
-#include "cli/picture/picture.h"
+#include "job/picture/picture.h"
 #include "design/standing.h"
 #include "mesh/tri_mesh.h"
 

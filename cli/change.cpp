@@ -108,6 +108,7 @@ int run_change(const Arguments& arguments, Console& console, const Change& chang
     };
     rewrite_model(arguments, line.progress(), {change_model, {}}, outcome);
     line.stop();
+    if (!outcome.report.failure.empty()) outcome.status = outcome.report.failed_with;
     const std::vector<std::string>& doubts = outcome.report.doubts;
     if (!doubts.empty() && outcome.status == Clean) outcome.status = Flawed;
     outcome.warnings.insert(outcome.warnings.end(), doubts.begin(), doubts.end());

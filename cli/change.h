@@ -11,19 +11,19 @@
 #include "cli/findings_report.h"
 #include "cli/model.h"
 #include "cli/outcome.h"
+#include "job/remarks.h"
 #include "mesh/tri_mesh.h"
 #include "run/progress.h"
 
 namespace povmesh::cli {
 
 /// What an operation tells beyond the measures of the model before and after.
-struct ChangeReport {
+/// Its doubts are warnings that make the status Flawed.
+struct ChangeReport : Remarks {
     std::string failure;  // why there is no result, without the file; nothing is written then
-    std::vector<std::string> warnings;  // of the result, without the file
-    // Why the result, though written, is not to be trusted: warnings that make the status Flawed.
-    std::vector<std::string> doubts;
-    double seconds = 0;              // that it took, without reading and writing
-    std::vector<Row> before, after;  // of the same labels, to stand beside each other
+    ExitStatus failed_with = Flawed;  // then: Usage where another argument would do
+    double seconds = 0;               // that it took, without reading and writing
+    std::vector<Row> before, after;   // of the same labels, to stand beside each other
     std::vector<Row> rows;
     Json json_before = Json::object(), json_after = Json::object();
     Json json = Json::object();

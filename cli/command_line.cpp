@@ -35,8 +35,8 @@ void add_option(CLI::App& app, const OptionSpec& spec, Arguments& arguments) {
 }
 
 void add_positional(CLI::App& app, const PositionalSpec& spec, Arguments& arguments) {
-    CLI::Option* option =
-        app.add_option(std::string(spec.name), keep_values(arguments, spec.name))->required();
+    CLI::Option* option = app.add_option(std::string(spec.name), keep_values(arguments, spec.name))
+                              ->required(spec.is_required);
     if (spec.takes_several) option->expected(1, -1)->allow_extra_args();
 }
 
@@ -53,14 +53,6 @@ void add_operation(CLI::App& app, const OperationSpec& spec, CommandLine& result
         if (!is_own) add_option(*sub, option, result.arguments);
     }
     sub->callback([&spec, &result] { result.operation = &spec; });
-}
-
-void fill_in_defaults(const OperationSpec& operation, Arguments& arguments) {
-    for (const OptionSpec& option : operation.options) {
-        if (!option.default_value.empty() && !arguments.has(option.name)) {
-            arguments.add(option.name, std::string(option.default_value));
-        }
-    }
 }
 
 // What is wrong, and where to look it up.
@@ -86,10 +78,18 @@ const OperationSpec* chosen_operation(const CLI::App& app) {
 
 }  // namespace
 
+void fill_in_defaults(const OperationSpec& operation, Arguments& arguments) {
+    for (const OptionSpec& option : operation.options) {
+        if (!option.default_value.empty() && !arguments.has(option.name)) {
+            arguments.add(option.name, std::string(option.default_value));
+        }
+    }
+}
+
 CommandLine read_command_line(int argument_count, const char* const* arguments) {
     CommandLine result;
     CLI::App app("", "povmesh");
-    app.set_version_flag("--version", "povmesh " POVMESH_VERSION);
+    app.set_version_flag("--version", "povmesh " POVMESH_BUILD_VERSION);
     app.require_subcommand(1);
     for (const OptionSpec& option : common_options()) add_option(app, option, result.arguments);
     for (const OperationSpec& operation : operations()) add_operation(app, operation, result);

@@ -16,6 +16,9 @@ struct CommandLine {
     std::string error;  // one line
 };
 
+/// Gives the options that were not given and have a default that.
+void fill_in_defaults(const OperationSpec& operation, Arguments& arguments);
+
 CommandLine read_command_line(int argument_count, const char* const* arguments);
 
 }  // namespace povmesh::cli

@@ -19,6 +19,7 @@ OperationSpec subdivide_operation();
 OperationSpec hollow_operation();
 OperationSpec balance_operation();
 OperationSpec infill_operation();
+OperationSpec lampshade_operation();
 OperationSpec offset_operation();
 OperationSpec wrap_operation();
 OperationSpec voxelize_operation();
@@ -28,6 +29,7 @@ OperationSpec strength_operation();
 OperationSpec thickness_operation();
 OperationSpec convert_operation();
 OperationSpec render_operation();
+OperationSpec run_operation();
 OperationSpec version_operation();
 
 }  // namespace povmesh::cli

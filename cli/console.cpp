@@ -73,6 +73,10 @@ std::string on_one_line(std::string_view text) {
 }
 
 void Console::print(std::string_view text) {
+    if (collected_ != nullptr) {
+        collected_->append(text);
+        return;
+    }
     if (output_error_ != 0) return;
     if (std::fwrite(text.data(), 1, text.size(), results_) != text.size()) {
         output_error_ = errno != 0 ? errno : EIO;

@@ -26,6 +26,9 @@ public:
     /// Lets results go to standard error: standard output is for a model.
     void send_results_to_error() { results_ = stderr; }
 
+    /// Lets results go to the end of a text instead, which must outlive this.
+    void collect_results(std::string& text) { collected_ = &text; }
+
     /// Writes a result as it stands. What fails is remembered for `flush`.
     void print(std::string_view text);
 
@@ -42,6 +45,7 @@ public:
 private:
     bool is_quiet_ = false;
     std::FILE* results_ = stdout;
+    std::string* collected_ = nullptr;
     int output_error_ = 0;
 };
 

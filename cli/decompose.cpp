@@ -9,13 +9,17 @@
 #include <vector>
 
 #include "base/timer.h"
+#include "cli/apart.h"
 #include "cli/commands.h"
+#include "cli/decompose_check.h"
 #include "cli/findings_report.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
+#include "cli/picture_file.h"
 #include "cli/pieces.h"
 #include "cli/refusal.h"
 #include "cli/shared_options.h"
+#include "job/measures.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
 
@@ -26,12 +30,24 @@ namespace {
 // count as lying on a cut.
 constexpr double kSameVolume = 1e-5;
 
+// Sides of a peg: from this many on a printer's resolution hides them.
+constexpr std::uint32_t kPegSegments = 48;
+
+// Pixels.
+constexpr std::uint32_t kPictureWidth = 1000;
+constexpr std::uint32_t kPictureHeight = 800;
+
 // X,Y,Z, or one number for all three. Its x is not a number when it is neither.
 Vec3d size_of(const Arguments& arguments) {
     const std::string& text = arguments.text("--size");
     if (text.find(',') != std::string::npos) return parse_vector(text);
     const double all = parse_number(text);
     return {all, all, all};
+}
+
+// A peg takes so much of the size along an axis.
+double peg_length(const Arguments& arguments) {
+    return arguments.number("--pegs") > 0 ? kPegLengths * arguments.number("--peg-radius") : 0;
 }
 
 // What is wrong with the command line; empty when nothing is.
@@ -43,8 +59,24 @@ std::string usage_error(const Arguments& arguments) {
             return "decompose: --size takes X,Y,Z or one number, 0 for no limit";
         }
         if (x != 0 && !(x > margin)) return "decompose: --margin leaves nothing of --size";
+        if (x != 0 && !(x - margin > peg_length(arguments))) {
+            return "decompose: pegs, twice as long as --peg-radius, leave nothing of --size";
+        }
     }
     if (size == Vec3d{}) return "decompose: --size limits no axis; give one above 0";
+    if (arguments.number("--pegs") != std::floor(arguments.number("--pegs"))) {
+        return "decompose: --pegs takes a whole number";
+    }
+    if (arguments.has("--preview") && arguments.has("--output")) {
+        return "decompose: --preview writes no parts; leave out --output";
+    }
+    if (!arguments.has("--preview") && !arguments.has("--output")) {
+        return "decompose: --output is missing; name a folder, or ask for a --preview";
+    }
+    if (arguments.has("--picture") && !has_extension(arguments.text("--picture"), ".png")) {
+        return arguments.text("--picture") +
+               ": only PNG can be drawn; give a name that ends in .png";
+    }
     return {};
 }
 
@@ -52,21 +84,90 @@ DecomposeOptions options_of(const Arguments& arguments) {
     const double margin = arguments.number("--margin");
     const auto lessened = [&](double x) { return x > 0 ? x - margin : 0; };
     const Vec3d size = size_of(arguments);
-    return {{lessened(size.x), lessened(size.y), lessened(size.z)},
-            arguments.has("--uniform") ? DivisionMethod::Uniform : DivisionMethod::Automatic};
+    DecomposeOptions options;
+    options.size = {lessened(size.x), lessened(size.y), lessened(size.z)};
+    if (arguments.has("--uniform")) options.method = DivisionMethod::Uniform;
+    options.may_turn = arguments.has("--turn");
+    options.pegs.count = static_cast<std::uint32_t>(arguments.number("--pegs"));
+    options.pegs.radius = arguments.number("--peg-radius");
+    options.pegs.segments = kPegSegments;
+    return options;
 }
 
-struct Division {
+struct DivisionOutcome {
     DecomposeReport report;
     double seconds = 0;
 };
 
+// Why parts do not fit, from what the operation told.
+std::string reason_of(const std::string& failures) {
+    if (failures.find("finite") != std::string::npos) {
+        return "a coordinate is not finite; take these triangles out first";
+    }
+    if (failures.find("many") != std::string::npos) {
+        return "more than 32,768 parts would be needed; is the unit of --size that of the file?";
+    }
+    return "no plane divides them; repair the model first";
+}
+
+// What the parts must be like, whatever the model.
+void check_parts(const TriMesh& model, bool was_closed, const std::vector<TriMesh>& parts,
+                 const std::vector<Piece>& pieces, const Arguments& arguments,
+                 const std::string& failures, const DecomposeReport& report,
+                 PiecesOutcome& outcome) {
+    const auto doubt = [&](const std::string& text) {
+        if (text.empty()) return;
+        outcome.warnings.push_back(text);
+        if (outcome.status == Clean) outcome.status = Flawed;
+    };
+    if (report.too_large != 0) {
+        doubt(counted(report.too_large, "part") + " too large: " + reason_of(failures));
+    }
+    double sum = 0;
+    std::size_t open = 0;
+    for (const Piece& piece : pieces) {
+        sum += piece.volume;
+        open += piece.is_closed ? 0 : 1;
+    }
+    if (was_closed && open != 0) {
+        doubt(counted(open, "part") + " open although the model is closed");
+    }
+    const double whole = signed_volume(model) + report.peg_volume;
+    if (was_closed && std::abs(sum - whole) > kSameVolume * std::abs(whole)) {
+        doubt("the volumes of the parts add up to " + human_number(sum) + ", not to the " +
+              human_number(whole) + " of the model");
+    }
+    if (report.cuts != 0) {
+        SeamCheck seams(model, report.planes, 2 * peg_length(arguments));
+        for (const TriMesh& part : parts) seams.look_at(part);
+        doubt(seams.crossings());
+        if (const std::string needles = seams.needles(); !needles.empty()) {
+            outcome.warnings.push_back(needles);
+        }
+    }
+    if (report.cuts_without_pegs != 0) {
+        outcome.warnings.push_back(with_separators(report.cuts_without_pegs) + " of " +
+                                   counted(report.cuts, "cut") +
+                                   " have no room for pegs; try a smaller --peg-radius");
+    }
+}
+
+void draw_parts(std::vector<TriMesh>& parts, const TriMesh& model, const Arguments& arguments,
+                PiecesOutcome& outcome) {
+    if (!arguments.has("--picture")) return;
+    picture::RenderOptions options;
+    options.width = kPictureWidth;
+    options.height = kPictureHeight;
+    const Array<char> png = picture::encode_png(draw_apart(parts, scene_box_of(model), options));
+    const Status status = write_file(arguments.text("--picture"), png);
+    if (!status.ok()) outcome.fail(CannotWrite, status.text());
+}
+
 std::vector<Piece> divide(TriMesh& mesh, const Arguments& arguments, PiecesOutcome& outcome,
-                          Division& division) {
-    const double whole = signed_volume(mesh);
-    TriMesh copy = mesh;
-    const bool was_closed = is_closed(copy);
-    copy = {};
+                          DivisionOutcome& division) {
+    const bool was_closed = is_closed(mesh);
+    mesh.use_table.release();
+    const TriMesh model = mesh;
     const Timer timer;
     std::string failures;
     RunLog log([&](std::string_view text) {
@@ -77,49 +178,53 @@ std::vector<Piece> divide(TriMesh& mesh, const Arguments& arguments, PiecesOutco
     division.seconds = timer.seconds();
     std::vector<Piece> pieces;
     double sum = 0;
-    std::size_t open = 0;
     for (TriMesh& part : mesh.parts) {
         label_shells(part);
         pieces.push_back(piece_of(part, part.shells.size()));
-        sum += pieces.back().volume;
-        open += pieces.back().is_closed ? 0 : 1;
+        part.use_table.release();
+        sum += std::abs(pieces.back().volume);
     }
-    const auto doubt = [&](const std::string& text) {
-        outcome.warnings.push_back(text);
-        if (outcome.status == Clean) outcome.status = Flawed;
-    };
-    if (division.report.too_large != 0) {
-        std::string why = "no plane divides them; repair the model first";
-        if (failures.find("finite") != std::string::npos) {
-            why = "a coordinate is not finite; take these triangles out first";
-        } else if (failures.find("many") != std::string::npos) {
-            why = "more than 32,768 parts would be needed; is the unit of --size that of the file?";
-        }
-        doubt(counted(division.report.too_large, "part") + " too large: " + why);
+    for (Piece& piece : pieces) {
+        if (sum > 0 && std::isfinite(sum)) piece.share = std::abs(piece.volume) / sum;
     }
-    if (was_closed && open != 0)
-        doubt(counted(open, "part") + " open although the model is closed");
-    if (was_closed && std::abs(sum - whole) > kSameVolume * std::abs(whole)) {
-        doubt("the volumes of the parts add up to " + human_number(sum) + ", not to the " +
-              human_number(whole) + " of the model");
-    }
+    check_parts(model, was_closed, mesh.parts, pieces, arguments, failures, division.report,
+                outcome);
+    draw_parts(mesh.parts, model, arguments, outcome);
     return pieces;
 }
 
 std::string headline(const Arguments& arguments, const PiecesOutcome& outcome,
-                     const Division& division) {
+                     const DivisionOutcome& division) {
     const DecomposeReport& report = division.report;
-    std::string text = on_one_line(arguments.text("IN")) + ": " +
-                       counted(outcome.pieces.size(), "part") + " in " +
-                       on_one_line(arguments.text("--output")) + ", " + counted(report.cuts, "cut");
+    std::string text =
+        on_one_line(arguments.text("IN")) + ": " + counted(outcome.pieces.size(), "part");
+    if (arguments.has("--output")) text += " in " + on_one_line(arguments.text("--output"));
+    text += ", " + counted(report.cuts, "cut");
+    if (arguments.number("--pegs") > 0) text += ", " + counted(report.pegs, "peg");
+    text += " (" + with_separators(report.least_parts) + " at least";
     if (!arguments.has("--uniform")) {
-        text += " (an even division makes " + with_separators(report.uniform_parts) + ")";
+        text += "; an even division makes " + with_separators(report.uniform_parts);
     }
-    return text;
+    return text + ")";
 }
 
-Json to_json(const Arguments& arguments, const PiecesOutcome& outcome, const Division& division) {
-    Json json = {{"file", arguments.text("IN")}, {"folder", arguments.text("--output")}};
+// The planes of a preview, below its table.
+std::string planes_text(const Arguments& arguments, const DivisionOutcome& division) {
+    if (!arguments.has("--preview") || division.report.planes.empty()) return {};
+    std::vector<std::vector<std::string>> lines = {{"plane", "at"}};
+    for (const DividingPlane& plane : division.report.planes) {
+        lines.push_back(
+            {std::to_string(lines.size()), std::string(1, "xyz"[plane.axis]) + " = " +
+                                               human_number(shortest_double(plane.offset))});
+    }
+    return columns_text(lines);
+}
+
+Json to_json(const Arguments& arguments, const PiecesOutcome& outcome,
+             const DivisionOutcome& division) {
+    Json json = {{"file", arguments.text("IN")}};
+    if (arguments.has("--output")) json["folder"] = arguments.text("--output");
+    if (arguments.has("--picture")) json["picture"] = arguments.text("--picture");
     if (!outcome.failure.empty()) json["error"] = outcome.failure;
     const DecomposeReport& report = division.report;
     Json planes = Json::array();
@@ -131,12 +236,18 @@ Json to_json(const Arguments& arguments, const PiecesOutcome& outcome, const Div
     json["models"] = report.models;
     json["cuts"] = report.cuts;
     json["cut_area"] = report.cut_area;
+    json["least_parts"] = report.least_parts;
     json["uniform_parts"] = report.uniform_parts;
     json["too_large"] = report.too_large;
+    if (arguments.number("--pegs") > 0) {
+        json["pegs"] = report.pegs;
+        json["cuts_without_pegs"] = report.cuts_without_pegs;
+    }
     json["planes"] = planes;
     json["parts"] = pieces_json(outcome.pieces);
     for (std::size_t i = 0; i < outcome.pieces.size(); ++i) {
         const Box3f& box = outcome.pieces[i].box;
+        if (arguments.has("--preview")) json["parts"][i].erase("file");
         json["parts"][i]["box"] = {{box.low.x, box.low.y, box.low.z},
                                    {box.high.x, box.high.y, box.high.z}};
     }
@@ -150,7 +261,7 @@ int run_decompose(const Arguments& arguments, Console& console) {
         console.error(error);
         return Usage;
     }
-    Division division;
+    DivisionOutcome division;
     ProgressLine line(console, arguments.text("IN"));
     const PiecesOutcome outcome =
         divide_model(arguments, line.progress(), "parts",
@@ -160,7 +271,7 @@ int run_decompose(const Arguments& arguments, Console& console) {
     line.stop();
     return tell_pieces(
         outcome, arguments, console, [&] { return to_json(arguments, outcome, division); },
-        headline(arguments, outcome, division));
+        headline(arguments, outcome, division), planes_text(arguments, division));
 }
 
 }  // namespace
@@ -172,9 +283,13 @@ OperationSpec decompose_operation() {
         .description =
             "Cuts each model that is larger than the size across the axes, into as few parts as a "
             "search finds, and closes the cuts. Writes DIR/NAME_001.stl and so on, NAME being that "
-            "of IN. Parts are not turned.",
+            "of IN. Parts lie as they lie in the model.",
         .positionals = {kModelFile},
-        .options = {output("DIR", "Folder to write to; it is made when it is not there"),
+        .options = {{.name = "--output",
+                     .short_name = "-o",
+                     .type = ValueType::Text,
+                     .placeholder = "DIR",
+                     .help = "Folder to write to; it is made when it is not there"},
                     {.name = "--size",
                      .type = ValueType::Text,
                      .placeholder = "X,Y,Z",
@@ -192,6 +307,28 @@ OperationSpec decompose_operation() {
                      .help = "Takes this off the size along each axis"},
                     {.name = "--uniform",
                      .help = "Cut into equal slabs along each axis instead of searching"},
+                    {.name = "--turn", .help = "Let parts lie on another side to fit"},
+                    {.name = "--pegs",
+                     .type = ValueType::Number,
+                     .placeholder = "COUNT",
+                     .default_value = "0",
+                     .low = 0,
+                     .high = 256,
+                     .help = "Pegs between each two parts that a cut makes, with sockets that are "
+                             "larger by 0.2; parts fit with their pegs"},
+                    {.name = "--peg-radius",
+                     .type = ValueType::Number,
+                     .placeholder = "RADIUS",
+                     .unit = "units of the file",
+                     .default_value = "2",
+                     .low = 0,
+                     .high = kNoLimit,
+                     .help = "Radius of the pegs, which are up to twice as long"},
+                    {.name = "--preview", .help = "Write no parts, but tell the planes, too"},
+                    {.name = "--picture",
+                     .type = ValueType::Text,
+                     .placeholder = "PNG",
+                     .help = "Draw the parts pulled apart"},
                     piece_format(),
                     json_object()},
         .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},

@@ -12,9 +12,6 @@
 namespace povmesh::cli {
 namespace {
 
-// Hole sizes told one by one.
-constexpr std::size_t kToldSizes = 6;
-
 std::array<double, 3> extent(const Box3f& box) {
     const auto along = [](float low, float high) {
         const double length = static_cast<double>(high) - static_cast<double>(low);
@@ -91,12 +88,6 @@ Json where_json(const Findings& findings) {
 
 }  // namespace
 
-std::string place_text(Vec3f place) {
-    return "near (" + human_number(shortest_double(place.x)) + ", " +
-           human_number(shortest_double(place.y)) + ", " + human_number(shortest_double(place.z)) +
-           ")";
-}
-
 std::string table_text(std::span<const Row> rows) {
     std::size_t width = 0;
     for (const Row& row : rows) width = std::max(width, row.first.size());
@@ -121,18 +112,6 @@ std::string columns_text(std::span<const std::vector<std::string>> lines) {
             text += "  " + line[i] + std::string(widths[i] - line[i].size(), ' ');
         }
         text += "  " + line.back() + "\n";
-    }
-    return text;
-}
-
-std::string hole_sizes_text(std::span<const HoleSize> holes) {
-    std::string text;
-    for (std::size_t i = 0; i < holes.size(); ++i) {
-        // The largest is always told: it is the one that matters.
-        if (holes.size() > kToldSizes && i >= kToldSizes - 1 && i + 1 < holes.size()) continue;
-        if (i != 0) text += holes.size() > kToldSizes && i + 1 == holes.size() ? ", ..., " : ", ";
-        text += with_separators(holes[i].count) + " of " +
-                (i == 0 ? counted(holes[i].edges, "edge") : with_separators(holes[i].edges));
     }
     return text;
 }

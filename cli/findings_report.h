@@ -16,17 +16,11 @@ using Json = nlohmann::ordered_json;
 /// A label and a value.
 using Row = std::pair<std::string, std::string>;
 
-/// "near (1, 2, 3)".
-std::string place_text(Vec3f place);
-
 /// The rows, indented, the values in one column.
 std::string table_text(std::span<const Row> rows);
 
 /// Lines of the same number of words, indented, each word in a column of its own.
 std::string columns_text(std::span<const std::vector<std::string>> lines);
-
-/// "2 of 3 edges, 1 of 12"; the middle of a long list is left out.
-std::string hole_sizes_text(std::span<const HoleSize> holes);
 
 /// Everything but the verdict. `is_brief` gives bare values, for columns side by side, and always
 /// the same rows.

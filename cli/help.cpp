@@ -72,7 +72,9 @@ std::string usage(const OperationSpec& operation) {
                 " " + std::string(option.placeholder);
     }
     for (const PositionalSpec& positional : operation.positionals) {
-        text += " " + std::string(positional.name) + (positional.takes_several ? "..." : "");
+        const std::string name =
+            std::string(positional.name) + (positional.takes_several ? "..." : "");
+        text += positional.is_required ? " " + name : " [" + name + "]";
     }
     return text + "\n";
 }

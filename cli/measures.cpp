@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <nlohmann/json.hpp>
 
 #include "cli/numbers.h"
-#include "mesh/volume.h"
 
 namespace povmesh::cli {
 namespace {
@@ -16,29 +14,6 @@ std::string number_text(double number) {
 }
 
 }  // namespace
-
-double Measures::diagonal() const {
-    return box.is_empty() ? 0 : length(to_double(box.high) - to_double(box.low));
-}
-
-Measures measures_of(const TriMesh& mesh) {
-    Measures measures;
-    std::vector<bool> is_used(mesh.vertices.size());
-    for (const Face& face : mesh.faces) {
-        if (face.deleted != 0) continue;
-        ++measures.triangles;
-        for (const std::int32_t v : face.vertex) is_used[static_cast<std::size_t>(v)] = true;
-    }
-    for (std::size_t v = 0; v < is_used.size(); ++v) {
-        if (!is_used[v]) continue;
-        ++measures.vertices;
-        const Vec3f p = mesh.vertices[v].position();
-        if (std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z)) measures.box.widen(p);
-    }
-    measures.area = surface_area(mesh);
-    measures.volume = signed_volume(mesh);
-    return measures;
-}
 
 std::vector<Row> measure_rows(const std::string& head, const Measures& measures) {
     return {{"", head},

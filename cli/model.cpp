@@ -1,7 +1,5 @@
 #include "cli/model.h"
 
-#include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
@@ -9,14 +7,9 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "cli/numbers.h"
-#include "cli/picture/picture.h"
-#include "cli/pieces.h"
+#include "cli/kept_models.h"
 #include "cli/shared_options.h"
 #include "io/file.h"
-#include "io/obj.h"
-#include "io/ply.h"
-#include "io/stl.h"
 #include "io/stream.h"
 
 namespace povmesh::cli {
@@ -24,128 +17,6 @@ namespace {
 
 constexpr std::string_view kNoPipeFormat =
     "-: standard input and output have no name that says their kind; give --format";
-
-// Letters beyond ASCII do not occur in the extensions compared.
-std::string lower_case(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return text;
-}
-
-Status read_stl_model(const ByteSource& source, Progress progress, LoadedModel& model) {
-    RunLog log;
-    RunContext run{progress, log};
-    StlInfo info;
-    const StlReadOptions options{.any_case = true};
-    Status status = read_stl(source, model.path, options, run, model.mesh, info);
-    model.format = info.is_ascii ? "ASCII STL" : "binary STL";
-    model.triangles = info.triangles;
-    if (info.records_left_out > 0) {
-        model.is_whole = false;
-        model.warnings.push_back(
-            counted(info.records_left_out, "triangle") + " left out behind the " +
-            with_separators(info.promised_triangles) +
-            " that the header counts; correct the count at byte 80 if they belong to the model");
-    } else if (info.trailing_bytes > 0) {
-        model.warnings.push_back(counted(info.trailing_bytes, "byte") +
-                                 " behind the last triangle ignored");
-    }
-    return status;
-}
-
-void warn_of_lines(const ObjLines& lines, const char* one, const char* many,
-                   std::vector<std::string>& warnings) {
-    if (lines.count == 0) return;
-    warnings.push_back("line " + std::to_string(lines.first) + ": " + one);
-    if (lines.count > 1)
-        warnings.back() =
-            counted(lines.count, one, many) + ", first in line " + std::to_string(lines.first);
-}
-
-Status read_obj_model(const ByteSource& source, Progress progress, LoadedModel& model) {
-    ObjInfo info;
-    Status status = read_obj(source, model.path, {.strict = true}, model.mesh, info);
-    model.format = "OBJ";
-    model.triangles = info.triangles;
-    model.has_texture_lines = info.texture_lines != 0;
-    warn_of_lines(info.short_faces, "face of fewer than three corners left out",
-                  "faces of fewer than three corners left out", model.warnings);
-    warn_of_lines(info.bad_colours, "vertex colour that is no number taken for white",
-                  "vertex colours that are no numbers taken for white", model.warnings);
-    warn_of_lines(info.bad_textures, "texture coordinate that is no number taken for 0",
-                  "texture coordinates that are no numbers taken for 0", model.warnings);
-    progress.set(48);
-    return status;
-}
-
-std::string list_text(const std::vector<std::string>& names) {
-    std::string text;
-    for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
-    return text;
-}
-
-Status read_ply_model(const ByteSource& source, Progress progress, LoadedModel& model) {
-    PlyInfo info;
-    Status status = read_ply(source, model.path, model.mesh, info);
-    model.format = info.form == PlyForm::Ascii ? "ASCII PLY" : "binary PLY";
-    model.triangles = info.triangles;
-    model.has_texture_lines = info.has_textures;
-    model.extras.texture_files = info.texture_files;
-    if (info.short_faces > 0) {
-        const std::string place = info.form == PlyForm::Ascii ? "line " : "byte ";
-        model.warnings.push_back(counted(info.short_faces, "face", "faces") +
-                                 " of fewer than three corners left out, first at " + place +
-                                 std::to_string(info.first_short));
-    }
-    if (info.has_face_colours) {
-        model.warnings.emplace_back("colours of faces left out beside those of the vertices");
-    }
-    if (!info.left_out.empty()) {
-        model.warnings.push_back("a mesh has no place for " + list_text(info.left_out) +
-                                 "; left out");
-    }
-    if (info.trailing_bytes > 0) {
-        model.warnings.push_back(counted(info.trailing_bytes, "byte") +
-                                 " behind the last element ignored");
-    }
-    progress.set(48);
-    return status;
-}
-
-constexpr std::string_view kGzip = ".gz";
-
-Status open_model(const std::string& path, InputFile& file) {
-    if (is_pipe(path)) return read_standard_input("standard input", file);
-    return has_extension(path, kGzip) ? unpack_gzip(path, file) : file.open(path);
-}
-
-Status read_package_model(const ByteSource& source, Progress progress, LoadedModel& model) {
-    ThreeMfInfo info;
-    Status status = read_three_mf(source, model.path, model.mesh, model.extras.package, info);
-    model.format = "3MF";
-    model.triangles = info.triangles;
-    model.has_texture_lines = info.has_textures;
-    model.warnings = std::move(info.warnings);
-    progress.set(48);
-    return status;
-}
-
-Status read_kind(const std::string& path, Progress progress, LoadedModel& model) {
-    InputFile file;
-    if (Status status = open_model(path, file); !status.ok()) return status;
-    const ByteSource source = bytes_of(file);
-    switch (model.kind) {
-        case FileKind::Obj:
-            return read_obj_model(source, progress, model);
-        case FileKind::Ply:
-            return read_ply_model(source, progress, model);
-        case FileKind::ThreeMf:
-            return read_package_model(source, progress, model);
-        default:
-            return read_stl_model(source, progress, model);
-    }
-}
 
 std::string read_model(const std::string& path, Progress progress, LoadedModel& model) {
     model.kind = kind_of(path);
@@ -155,93 +26,18 @@ std::string read_model(const std::string& path, Progress progress, LoadedModel& 
                std::string(kModelEndings);
     }
     model.path = path;
-    const Status status = read_kind(path, progress, model);
-    if (!status.ok()) return status.text();
-    if (model.mesh.faces.empty()) {
-        return path + ": every triangle has two corners at the same place; nothing is left of " +
-               counted(model.triangles, "triangle");
+    if (const KeptModel* const kept = kept_model(path)) {
+        return povmesh::read_model(bytes_of(kept->bytes), progress, model).text();
     }
-    return {};
-}
-
-bool is_white(const Face& face) {
-    return std::all_of(face.colour.begin(), face.colour.end(),
-                       [](std::uint8_t channel) { return channel == 255; });
-}
-
-template <typename Wanted>
-bool has_face(const TriMesh& mesh, const Wanted& wanted) {
-    return std::any_of(mesh.faces.begin(), mesh.faces.end(),
-                       [&](const Face& face) { return face.deleted == 0 && wanted(face); });
-}
-
-// What must not be written: programs read infinities and what is no number as they like, and OBJ
-// has no word for them.
-std::string coordinate_obstacle(const TriMesh& mesh) {
-    std::vector<bool> is_misplaced(mesh.vertices.size());
-    std::transform(mesh.vertices.begin(), mesh.vertices.end(), is_misplaced.begin(),
-                   [](const Vertex& v) { return !is_finite(v.position()); });
-    if (std::find(is_misplaced.begin(), is_misplaced.end(), true) == is_misplaced.end()) return {};
-    const auto triangles = static_cast<std::uint64_t>(
-        std::count_if(mesh.faces.begin(), mesh.faces.end(), [&](const Face& face) {
-            return face.deleted == 0 &&
-                   std::any_of(face.vertex.begin(), face.vertex.end(), [&](std::int32_t v) {
-                       const auto vertex = static_cast<std::size_t>(v);  // huge for a negative one
-                       return vertex < is_misplaced.size() && is_misplaced[vertex];
-                   });
-        }));
-    if (triangles == 0) return {};
-    return counted(triangles, "triangle has", "triangles have") +
-           " a coordinate that is infinite or no number; nothing is written; take such triangles "
-           "out of the input, and scale it down when its coordinates are near 3e38";
-}
-
-// What file managers show of a package.
-Array<char> thumbnail(const TriMesh& mesh) {
-    picture::RenderOptions options;
-    options.width = 256;
-    options.height = 256;
-    picture::Model model;
-    model.mesh = &mesh;
-    model.use_face_colours = has_colours(mesh);
-    return picture::encode_png(picture::render({model}, options));
-}
-
-Status write_kind(TriMesh& mesh, const std::string& path, const ModelExtras& extras,
-                  ByteSink& file) {
-    switch (kind_of(path)) {
-        case FileKind::Obj:
-            return write_obj(mesh, file, {.exact = true});
-        case FileKind::Ply:
-            return write_ply(mesh, file, extras.texture_files);
-        case FileKind::ThreeMf:
-            return write_three_mf(mesh, extras.package, thumbnail(mesh), path, file);
-        default:
-            return write_stl(mesh, file);
-    }
-}
-
-Status write_model(TriMesh& mesh, const std::string& path, const ModelExtras& extras) {
-    ReplacementFile file;
-    if (Status status = file.open(path); !status.ok()) return status;
-    if (!has_extension(path, kGzip)) return write_kind(mesh, path, extras, file);
-    GzipSink packed(file);
-    return write_kind(mesh, path, extras, packed);
+    InputFile file;
+    Status status =
+        is_pipe(path) ? read_standard_input("standard input", file) : open_model(path, file);
+    if (status.ok()) status = povmesh::read_model(bytes_of(file), progress, model);
+    return status.text();
 }
 
 // What --format said; nothing changes it once the command line has been read.
 FileKind pipe_kind = FileKind::Unknown;
-
-std::string format_name(FileKind kind) {
-    switch (kind) {
-        case FileKind::Obj:
-            return "OBJ";
-        case FileKind::Ply:
-            return "PLY";
-        default:
-            return "STL";
-    }
-}
 
 }  // namespace
 
@@ -250,29 +46,9 @@ void set_pipe_kind(FileKind kind) {
 }
 
 FileKind kind_of(const std::string& path) {
+    if (const KeptModel* const kept = kept_model(path)) return kept->kind;
     if (is_pipe(path)) return pipe_kind;
-    if (has_extension(path, kGzip)) {
-        const std::string inner = std::filesystem::path(path).stem().string();
-        const FileKind kind = is_pipe(inner) ? FileKind::Unknown : kind_of(inner);
-        return kind == FileKind::ThreeMf ? FileKind::Unknown : kind;  // that is packed as it is
-    }
-    for (const FileKind kind : {FileKind::Stl, FileKind::Obj, FileKind::Ply, FileKind::ThreeMf}) {
-        if (has_extension(path, extension_of(kind))) return kind;
-    }
-    return FileKind::Unknown;
-}
-
-std::string_view extension_of(FileKind kind) {
-    switch (kind) {
-        case FileKind::Obj:
-            return ".obj";
-        case FileKind::Ply:
-            return ".ply";
-        case FileKind::ThreeMf:
-            return ".3mf";
-        default:
-            return ".stl";
-    }
+    return kind_of_name(path);
 }
 
 bool is_model_name(const std::string& path, Console& console) {
@@ -290,11 +66,7 @@ bool is_model_name(const std::string& path, Console& console) {
 std::string stem_of(const std::string& path) {
     if (is_pipe(path)) return "model";
     const std::filesystem::path stem = std::filesystem::path(path).stem();
-    return (has_extension(path, kGzip) ? stem.stem() : stem).string();
-}
-
-bool has_extension(const std::string& path, std::string_view extension) {
-    return lower_case(std::filesystem::path(path).extension().string()) == extension;
+    return (is_packed(path) ? stem.stem() : stem).string();
 }
 
 std::string load_model(const std::string& path, Progress progress, LoadedModel& model) {
@@ -310,22 +82,32 @@ std::string save_model(TriMesh& mesh, const std::string& path, const ModelExtras
         if (const std::string obstacle = coordinate_obstacle(mesh); !obstacle.empty()) {
             return path + ": " + obstacle;
         }
+        if (KeptModel* const kept = kept_model(path)) {
+            return write_model(mesh, kept->kind, extras, path, *sink_of(*kept),
+                               kept->is_for_people ? Thumbnail::Drawn : Thumbnail::None)
+                .text();
+        }
         if (is_pipe(path)) {
             OutputFile file(path);
-            const std::string failure = write_model(mesh, file.path(), extras).text();
+            const std::string failure =
+                write_model_file(mesh, kind_of(path), extras, file.path()).text();
             return failure.empty() ? file.deliver() : failure;
         }
-        return write_model(mesh, path, extras).text();
+        return write_model_file(mesh, kind_of(path), extras, path).text();
     } catch (...) {
         return failure_text(path);
     }
 }
 
+std::string replaced_in_part(const std::string& path) {
+    return path +
+           ": was not read whole, and what was left out would be lost; write to another file";
+}
+
 std::string save_model(LoadedModel& model, const std::string& path) {
     std::error_code error;
     if (!model.is_whole && std::filesystem::equivalent(model.path, path, error)) {
-        return path +
-               ": was not read whole, and what was left out would be lost; write to another file";
+        return replaced_in_part(path);
     }
     return save_model(model.mesh, path, model.extras);
 }
@@ -370,123 +152,6 @@ std::string failure_text(const std::string& path) {
     } catch (const std::exception& error) {
         return path + ": internal error: " + error.what();
     }
-}
-
-std::vector<std::string> load_warnings(const LoadedModel& model) {
-    std::vector<std::string> warnings = model.warnings;
-    if (const std::size_t dropped = model.dropped_triangles(); dropped > 0) {
-        warnings.push_back(counted(dropped, "triangle") +
-                           " dropped: two corners at the same place");
-    }
-    return warnings;
-}
-
-namespace {
-
-void warn_of_lost_package(const LoadedModel& model, FileKind target,
-                          std::vector<std::string>& warnings) {
-    const ThreeMfContent& package = model.extras.package;
-    if (target == FileKind::ThreeMf) return;
-    const bool has_names = std::any_of(package.bodies.begin(), package.bodies.end(),
-                                       [](const std::string& name) { return !name.empty(); });
-    if (package.bodies.size() > 1 || has_names) {
-        warnings.push_back("names of objects are lost: " + format_name(target) + " has none");
-    }
-    if (target == FileKind::Stl) return;
-    if (model.has_texture_lines) warnings.emplace_back("the files of textures are lost");
-}
-
-}  // namespace
-
-std::vector<std::string> loss_warnings(const LoadedModel& model, FileKind target) {
-    const TriMesh& mesh = model.mesh;
-    const bool is_package = model.kind == FileKind::ThreeMf;
-    const bool has_labels =
-        !is_package && has_face(mesh, [](const Face& face) { return face.label >= 0; });
-    std::vector<std::string> warnings;
-    if (is_package) warn_of_lost_package(model, target, warnings);
-    if (target == FileKind::Stl) {
-        if (has_colours(mesh)) warnings.emplace_back("colours are lost: STL has none");
-        if (has_labels || model.has_texture_lines) {
-            warnings.emplace_back("materials and texture coordinates are lost: STL has none");
-        }
-        return warnings;
-    }
-    if (is_package || (model.kind == FileKind::Ply && target == FileKind::Ply)) return warnings;
-    if (target == FileKind::ThreeMf) {
-        if (has_labels || model.has_texture_lines) {
-            warnings.emplace_back(
-                "materials and texture coordinates are lost: their pictures are not at hand");
-        }
-    } else if (has_labels && model.kind == FileKind::Ply) {
-        warnings.emplace_back("materials are numbered; the names of texture files are lost");
-    } else if (has_labels) {
-        warnings.emplace_back("materials are numbered; their names and the library file are lost");
-    } else if (model.has_texture_lines) {
-        warnings.emplace_back("texture coordinates are lost: no material uses them");
-    }
-    return warnings;
-}
-
-bool loses_bodies(const LoadedModel& model, FileKind target) {
-    const ThreeMfContent& package = model.extras.package;
-    return target == FileKind::ThreeMf && !package.labels.empty() &&
-           !keeps_bodies(model.mesh, package);
-}
-
-namespace {
-
-// The vertex of a body that stands for one of the whole; made when it is first asked for. Until
-// the body is complete its vertices have their number in the whole as their index.
-std::int32_t copied_vertex(const TriMesh& whole, std::int32_t v, Array<std::int32_t>& number,
-                           TriMesh& body) {
-    const auto index = static_cast<std::size_t>(v);
-    const auto known = static_cast<std::size_t>(number[index]);
-    if (known < body.vertices.size() && body.vertices[known].index == v) return number[index];
-    number[index] = static_cast<std::int32_t>(body.vertices.size());
-    body.vertices.push_back(whole.vertices[index]);
-    body.vertices.back().index = v;
-    return number[index];
-}
-
-}  // namespace
-
-std::vector<TriMesh> bodies_of(const LoadedModel& model) {
-    const ThreeMfContent& package = model.extras.package;
-    std::vector<TriMesh> bodies;
-    if (package.bodies.size() < 2 || !keeps_bodies(model.mesh, package)) return bodies;
-    bodies.resize(package.bodies.size());
-    Array<std::int32_t> number(model.mesh.vertices.size(), 0);  // in the last body that has it
-    const Array<std::uint32_t> order = three_mf_order(model.mesh, package);
-    for (std::size_t i = 0; i < order.size();) {
-        const auto body_at = [&](std::size_t k) {
-            const auto label = static_cast<std::size_t>(model.mesh.faces[order[k]].label);
-            return package.labels[label].body;
-        };
-        const std::size_t body = body_at(i);
-        TriMesh& mesh = bodies[body];
-        for (; i < order.size() && body_at(i) == body; ++i) {
-            Face face = model.mesh.faces[order[i]];
-            face.label = -1;
-            face.uv.fill(-1);
-            for (std::int32_t& v : face.vertex) v = copied_vertex(model.mesh, v, number, mesh);
-            mesh.faces.push_back(face);
-        }
-        for (std::size_t v = 0; v < mesh.vertices.size(); ++v) {
-            mesh.vertices[v].index = static_cast<std::int32_t>(v);
-        }
-    }
-    return bodies;
-}
-
-std::size_t closed_body_count(const LoadedModel& model) {
-    std::vector<TriMesh> bodies = bodies_of(model);
-    return static_cast<std::size_t>(
-        std::count_if(bodies.begin(), bodies.end(), [](TriMesh& body) { return is_closed(body); }));
-}
-
-bool has_colours(const TriMesh& mesh) {
-    return has_face(mesh, [](const Face& face) { return !is_white(face); });
 }
 
 void warn_of(const std::string& path, const std::vector<std::string>& warnings, Console& console) {

@@ -1,19 +1,4 @@
 // Tells what the result of an operation has and its model had not.
 #pragma once
 
-#include "cli/change.h"
-#include "mesh/tri_mesh.h"
-#include "remesh/checked_reduce.h"
-
-namespace povmesh::cli {
-
-/// Adds the faults: pairs of faces that cross as doubts, which make the status Flawed, the others
-/// as warnings. So does a volume that changed by more than a share of it, where the result has no
-/// more open edges than the model.
-void add_faults(const NewFaults& faults, double volume_before, double volume_after,
-                double notable_share, ChangeReport& report);
-
-/// The same for a mesh and what it was made of. Uses of both are built.
-void add_faults(TriMesh& before, TriMesh& after, double notable_share, ChangeReport& report);
-
-}  // namespace povmesh::cli
+#include "job/new_faults.h"

@@ -32,7 +32,7 @@ std::string join(std::span<const std::string_view> words, std::string_view betwe
 }  // namespace
 
 std::span<const OptionSpec> common_options() {
-    static const std::array<OptionSpec, 2> options = {
+    static const std::array<OptionSpec, 4> options = {
         OptionSpec{.name = "--quiet",
                    .short_name = "-q",
                    .help = "Print results and errors only: no warnings, no progress"},
@@ -41,29 +41,40 @@ std::span<const OptionSpec> common_options() {
                    .placeholder = "FORMAT",
                    .choices = model_formats(),
                    .help = "Format of a model that is - in the place of a file: standard input or "
-                           "output"}};
+                           "output"},
+        OptionSpec{.name = "--threads",
+                   .type = ValueType::Number,
+                   .placeholder = "COUNT",
+                   .low = 1,
+                   .high = 1024,
+                   .help = "How many threads work, by default OMP_NUM_THREADS or one for each "
+                           "processor; results are the same for any number"},
+        OptionSpec{.name = "--as-recipe",
+                   .help = "Do nothing; print the command as a step of a recipe (see 'povmesh "
+                           "run')"}};
     return options;
 }
 
 std::span<const ExitStatusSpec> exit_statuses() {
-    static constexpr std::array<ExitStatusSpec, 5> kStatuses = {{
+    static constexpr std::array<ExitStatusSpec, 6> kStatuses = {{
         {Clean, "done, and nothing is wrong"},
         {Flawed, "a model has flaws, or nothing would be left of it"},
         {Usage, "the command line is wrong"},
         {CannotRead, "a file cannot be read, or is not a model"},
         {CannotWrite, "a result cannot be written"},
+        {OverLimit, "a limit of time or memory was reached; nothing is written"},
     }};
     return kStatuses;
 }
 
 std::span<const OperationSpec> operations() {
-    static const std::array<OperationSpec, 22> table = {
-        check_operation(),     repair_operation(),   split_operation(),     cut_operation(),
-        decompose_operation(), reduce_operation(),   remesh_operation(),    revise_operation(),
-        subdivide_operation(), hollow_operation(),   balance_operation(),   offset_operation(),
-        wrap_operation(),      infill_operation(),   voxelize_operation(),  orient_operation(),
-        support_operation(),   strength_operation(), thickness_operation(), convert_operation(),
-        render_operation(),    version_operation(),
+    static const std::array<OperationSpec, 24> table = {
+        check_operation(),     repair_operation(),  split_operation(),     cut_operation(),
+        decompose_operation(), reduce_operation(),  remesh_operation(),    revise_operation(),
+        subdivide_operation(), hollow_operation(),  balance_operation(),   offset_operation(),
+        wrap_operation(),      infill_operation(),  lampshade_operation(), voxelize_operation(),
+        orient_operation(),    support_operation(), strength_operation(),  thickness_operation(),
+        convert_operation(),   render_operation(),  run_operation(),       version_operation(),
     };
     return table;
 }

@@ -22,6 +22,7 @@ enum ExitStatus : int {
     Usage = 2,
     CannotRead = 3,
     CannotWrite = 6,
+    OverLimit = 7,
 };
 
 struct ExitStatusSpec {
@@ -61,6 +62,7 @@ struct PositionalSpec {
     std::string_view name = {};  // in capitals, as help shows it
     bool takes_several = false;
     std::string_view help = {};
+    bool is_required = true;
 };
 
 struct OperationSpec {

@@ -14,7 +14,7 @@
 #include "cli/measures.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
-#include "cli/picture/picture.h"
+#include "job/picture/picture.h"
 #include "cli/picture_file.h"
 #include "cli/pieces.h"
 #include "cli/shared_options.h"

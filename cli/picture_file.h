@@ -8,7 +8,7 @@
 
 #include "base/array.h"
 #include "base/status.h"
-#include "cli/picture/picture.h"
+#include "job/picture/picture.h"
 
 namespace povmesh::cli {
 

@@ -10,9 +10,6 @@
 #include "cli/model.h"
 #include "cli/numbers.h"
 #include "cli/refusal.h"
-#include "mesh/bounds.h"
-#include "mesh/edge_mates.h"
-#include "mesh/volume.h"
 
 namespace povmesh::cli {
 namespace {
@@ -27,26 +24,6 @@ std::string volume_text(double volume) {
 }
 
 }  // namespace
-
-bool is_closed(TriMesh& mesh) {
-    const EdgeMates mates(mesh);
-    for (std::size_t face = 0; face < mesh.faces.size(); ++face) {
-        for (std::size_t edge = 0; edge < 3; ++edge) {
-            if (mates.kind(face, edge) == EdgeMates::Kind::Open) return false;
-        }
-    }
-    return true;
-}
-
-Piece piece_of(TriMesh& mesh, std::size_t shells) {
-    Piece piece;
-    piece.triangles = mesh.faces.size();
-    piece.shells = shells;
-    piece.volume = signed_volume(mesh);
-    piece.box = finite_bounds(mesh);
-    piece.is_closed = is_closed(mesh);
-    return piece;
-}
 
 std::string numbered(const fs::path& folder, const std::string& name, std::size_t number,
                      const std::string& extension) {
@@ -65,13 +42,17 @@ std::string make_folder(const std::string& folder) {
 }
 
 std::string pieces_table(const std::vector<Piece>& pieces) {
-    std::vector<std::vector<std::string>> lines = {
-        {"file", "triangles", "shells", "volume", "closed", "size"}};
+    const bool has_shares = !pieces.empty() && pieces.front().share >= 0;
+    std::vector<std::vector<std::string>> lines = {{"file", "triangles", "shells", "volume"}};
+    if (has_shares) lines.back().emplace_back("share");
+    lines.back().insert(lines.back().end(), {"closed", "size"});
     for (const Piece& piece : pieces) {
-        lines.push_back({on_one_line(fs::path(piece.file).filename().string()),
-                         with_separators(piece.triangles), with_separators(piece.shells),
-                         volume_text(piece.volume), piece.is_closed ? "yes" : "no",
-                         size_text(piece.box)});
+        std::vector<std::string>& line = lines.emplace_back();
+        line = {on_one_line(fs::path(piece.file).filename().string()),
+                with_separators(piece.triangles), with_separators(piece.shells),
+                volume_text(piece.volume)};
+        if (has_shares) line.push_back(human_number(std::round(piece.share * 1000) / 10) + " %");
+        line.insert(line.end(), {piece.is_closed ? "yes" : "no", size_text(piece.box)});
     }
     return columns_text(lines);
 }
@@ -124,7 +105,7 @@ void write_pieces(std::vector<Piece> pieces, std::vector<TriMesh>& parts, const 
                   const Arguments& arguments, Progress progress, std::string_view noun,
                   PiecesOutcome& outcome) {
     const std::string& source = arguments.text("IN");
-    const std::string& folder = arguments.text("--output");
+    const std::string folder = arguments.has("--output") ? arguments.text("--output") : "";
     const std::string extension = extension_for(arguments, source);
     const auto name_of = [&](std::size_t number) {
         return numbered(folder, stem_of(source), number, extension);
@@ -132,6 +113,10 @@ void write_pieces(std::vector<Piece> pieces, std::vector<TriMesh>& parts, const 
     for (std::size_t i = 0; i < pieces.size(); ++i) {
         if (pieces[i].is_left_out) continue;
         pieces[i].file = name_of(outcome.pieces.size() + 1);
+        if (folder.empty()) {
+            outcome.pieces.push_back(pieces[i]);
+            continue;
+        }
         const std::string failure = save_model(parts[i], pieces[i].file, extras);
         if (!failure.empty()) {
             return outcome.fail(CannotWrite, failure + written_text(outcome.pieces));
@@ -140,7 +125,7 @@ void write_pieces(std::vector<Piece> pieces, std::vector<TriMesh>& parts, const 
         progress.set(70 + static_cast<std::uint32_t>(30 * (i + 1) / pieces.size()));
     }
     const std::string next = name_of(outcome.pieces.size() + 1);
-    if (std::error_code error; fs::exists(next, error)) {
+    if (std::error_code error; !folder.empty() && fs::exists(next, error)) {
         outcome.warnings.push_back(next + " was there before and is none of these " +
                                    std::string(noun));
     }
@@ -170,12 +155,14 @@ PiecesOutcome divide_model(const Arguments& arguments, Progress progress, std::s
             return outcome;
         }
         progress.set(70);
-        const std::string failure = make_folder(arguments.text("--output"));
-        if (!failure.empty()) {
-            outcome.fail(CannotWrite, failure);
-            return outcome;
+        if (arguments.has("--output")) {
+            const std::string failure = make_folder(arguments.text("--output"));
+            if (!failure.empty()) {
+                outcome.fail(CannotWrite, failure);
+                return outcome;
+            }
+            outcome.warnings.insert(outcome.warnings.end(), lost.begin(), lost.end());
         }
-        outcome.warnings.insert(outcome.warnings.end(), lost.begin(), lost.end());
         write_pieces(std::move(pieces), model.mesh.parts, model.extras, arguments, progress, noun,
                      outcome);
     } catch (...) {
@@ -185,14 +172,15 @@ PiecesOutcome divide_model(const Arguments& arguments, Progress progress, std::s
 }
 
 int tell_pieces(const PiecesOutcome& outcome, const Arguments& arguments, Console& console,
-                const std::function<Json()>& object, const std::string& headline) {
+                const std::function<Json()>& object, const std::string& headline,
+                const std::string& more) {
     if (!outcome.failure.empty()) console.error(outcome.failure);
     const bool is_written = !outcome.pieces.empty() && outcome.status <= Flawed;
     if (arguments.has("--json")) {
         console.print(json_text(object()));
     } else if (is_written) {
         warn_of(arguments.text("IN"), outcome.warnings, console);
-        console.print(headline + "\n" + pieces_table(outcome.pieces));
+        console.print(headline + "\n" + pieces_table(outcome.pieces) + more);
     }
     return outcome.status;
 }

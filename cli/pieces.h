@@ -8,29 +8,27 @@
 #include <string_view>
 #include <vector>
 
-#include "base/vec.h"
 #include "cli/findings_report.h"
 #include "cli/outcome.h"
+#include "job/split.h"
 #include "mesh/tri_mesh.h"
 #include "run/progress.h"
 
 namespace povmesh::cli {
 
-struct Piece {
-    std::string file;  // with the folder
-    std::size_t triangles = 0;
-    std::size_t shells = 0;
-    double volume = 0;
-    Box3f box;
-    bool is_closed = false;
+struct Piece : job::PieceMeasures {
+    Piece() = default;
+    explicit Piece(const job::PieceMeasures& measures) : PieceMeasures(measures) {}
+
+    std::string file;          // with the folder
+    double share = -1;         // of the volume of all; below 0: not to be told
     bool is_left_out = false;  // not written
 };
 
-/// True when each edge is held by at least two faces.
-bool is_closed(TriMesh& mesh);
-
 /// What there is to tell about a mesh; its file stays unset.
-Piece piece_of(TriMesh& mesh, std::size_t shells);
+inline Piece piece_of(TriMesh& mesh, std::size_t shells) {
+    return Piece(job::measure_piece(mesh, shells));
+}
 
 /// "/NAME_007.stl" in the folder.
 std::string numbered(const std::filesystem::path& folder, const std::string& name,
@@ -54,7 +52,7 @@ using Divide =
     std::function<std::vector<Piece>(TriMesh& mesh, Progress progress, PiecesOutcome& outcome)>;
 
 /// Divides the model IN and writes the pieces that are not left out into the folder --output,
-/// as NAME_001 and so on, NAME being that of IN.
+/// as NAME_001 and so on, NAME being that of IN. Without that option nothing is written.
 ///
 /// @param noun  what the pieces are called in a warning: "models"
 PiecesOutcome divide_model(const Arguments& arguments, Progress progress, std::string_view noun,
@@ -62,7 +60,10 @@ PiecesOutcome divide_model(const Arguments& arguments, Progress progress, std::s
 
 /// Prints what came of it as `tell` does, but a result with a failure, too, when files were written
 /// whole. Returns the exit status.
+///
+/// @param more  lines below the table
 int tell_pieces(const PiecesOutcome& outcome, const Arguments& arguments, Console& console,
-                const std::function<Json()>& object, const std::string& headline);
+                const std::function<Json()>& object, const std::string& headline,
+                const std::string& more = {});
 
 }  // namespace povmesh::cli

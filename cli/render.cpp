@@ -8,16 +8,15 @@
 #include <utility>
 #include <vector>
 
-#include "base/convert.h"
+#include "cli/apart.h"
 #include "cli/commands.h"
 #include "cli/findings.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
-#include "cli/picture/picture.h"
 #include "cli/picture_file.h"
 #include "cli/section.h"
 #include "cli/shared_options.h"
-#include "mesh/bounds.h"
+#include "job/picture/picture.h"
 #include "spatial/separation.h"
 
 namespace povmesh::cli {
@@ -53,11 +52,6 @@ std::string legend_of(const Findings& findings, const FlawFaces& faces) {
     return text.empty() ? "  no flaws to show\n" : text;
 }
 
-Box3d box_of(const TriMesh& mesh) {
-    const Box3f box = finite_bounds(mesh);
-    return box.is_empty() ? Box3d{} : Box3d{to_double(box.low), to_double(box.high)};
-}
-
 // A model of the picture and what is to be said about it.
 struct Subject {
     LoadedModel loaded;
@@ -82,18 +76,10 @@ struct Subject {
     }
 };
 
-// How far the bodies of an exploded picture move away from the middle of the scene, in distances of
-// their own middles from it.
-constexpr double kExplosion = 0.6;
-
 void widen(Box3d& box, const Box3d& by) {
     if (by.is_empty()) return;
     box.widen(by.low);
     box.widen(by.high);
-}
-
-Vec3d middle(const Box3d& box) {
-    return box.is_empty() ? Vec3d{} : box.low * 0.5 + box.high * 0.5;
 }
 
 // The bodies of all models, moved apart, in two colours by turns.
@@ -103,32 +89,18 @@ picture::Image draw_exploded(std::vector<Subject>& subjects,
     std::vector<TriMesh> bodies;
     for (Subject& subject : subjects) {
         TriMesh& mesh = subject.loaded.mesh;
-        widen(scene_box, box_of(mesh));
+        widen(scene_box, scene_box_of(mesh));
         separate_bodies(mesh, {.keep_cavities = true, .all_faces = true});
         std::move(mesh.parts.begin(), mesh.parts.end(), std::back_inserter(bodies));
     }
-    picture::Scene scene;
-    for (TriMesh& body : bodies) {
-        const Vec3d by = (middle(box_of(body)) - middle(scene_box)) * kExplosion;
-        for (Vertex& vertex : body.vertices) {
-            vertex.x = narrow_to_float(static_cast<double>(vertex.x) + by.x);
-            vertex.y = narrow_to_float(static_cast<double>(vertex.y) + by.y);
-            vertex.z = narrow_to_float(static_cast<double>(vertex.z) + by.z);
-        }
-        picture::Model model;
-        model.mesh = &body;
-        model.use_face_colours = has_colours(body);
-        if (scene.size() % 2 == 1) model.colour = picture::palette::kSecondary;
-        scene.push_back(model);
-    }
-    return picture::render(scene, options);
+    return draw_apart(bodies, scene_box, options);
 }
 
 // The models with what is nearer to the viewer taken away, the cut itself in the second colour.
 picture::Image draw_section(std::vector<Subject>& subjects, const Section& section,
                             const picture::RenderOptions& options) {
     Box3d scene_box;
-    for (const Subject& subject : subjects) widen(scene_box, box_of(subject.loaded.mesh));
+    for (const Subject& subject : subjects) widen(scene_box, scene_box_of(subject.loaded.mesh));
     picture::Scene scene;
     for (Subject& subject : subjects) {
         subject.opened = subject.loaded.mesh;
@@ -166,7 +138,7 @@ picture::Image draw(std::vector<Subject>& subjects, const Arguments& arguments) 
         for (Subject& subject : subjects) scene.push_back(subject.model(with_flaws));
         return picture::render(scene, options);
     }
-    for (const Subject& subject : subjects) widen(options.frame, box_of(subject.loaded.mesh));
+    for (const Subject& subject : subjects) widen(options.frame, scene_box_of(subject.loaded.mesh));
     const std::uint32_t width = options.width;
     options.width = (width - kLineWidth) / 2;
     const picture::Image left = picture::render({subjects[0].model(with_flaws)}, options);

@@ -1,6 +1,5 @@
 // povmesh repair: makes a model fit to print, and tells what was wrong, what was done and what is
 // left.
-#include <cmath>
 #include <cstddef>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -15,6 +14,7 @@
 #include "cli/shared_options.h"
 #include "cli/solid_surface.h"
 #include "field/make_solid.h"
+#include "job/repair.h"
 
 namespace povmesh::cli {
 namespace {
@@ -22,23 +22,10 @@ namespace {
 struct RepairOutcome : Outcome {
     std::size_t triangles_before = 0;
     std::size_t triangles_after = 0;
-    Findings before;
     Findings after;  // of what was read back
-    Mending done;
+    job::RepairDone done;
     std::optional<SolidReport> solid;  // with --solid
 };
-
-RepairOptions options_of(const Arguments& arguments) {
-    RepairOptions options = tool_repair_options();
-    options.keep_cavities = !arguments.has("--outward");
-    if (arguments.has("--drop-tiny")) {
-        options.tiny_volume = arguments.number("--drop-tiny");
-        // Smaller than a cube in volume and in area; a large sheet without volume stays.
-        const double side = std::cbrt(options.tiny_volume);
-        options.tiny_area = 6 * side * side;
-    }
-    return options;
-}
 
 // Wraps the bodies that repair could not make solid. Returns why nothing is to be written.
 std::string solidify(TriMesh& mesh, RepairOutcome& outcome) {
@@ -50,7 +37,7 @@ std::string solidify(TriMesh& mesh, RepairOutcome& outcome) {
     const Status status = make_solid(mesh, {}, run, report);
     if (!status.ok()) return status.text() + "; nothing is written";
     if (report.wrapped != 0) {
-        outcome.done.after.reset();
+        outcome.done.mending.after.reset();
         outcome.lost.insert(outcome.lost.end(), lost.warnings.begin(), lost.warnings.end());
     }
     outcome.solid = report;
@@ -60,30 +47,24 @@ std::string solidify(TriMesh& mesh, RepairOutcome& outcome) {
 void repair_file(const Arguments& arguments, Progress progress, RepairOutcome& outcome) {
     const auto change = [&](LoadedModel& model) -> std::string {
         outcome.triangles_before = model.triangles;
-        outcome.before = examine(model.mesh, {}, SelfIntersectionSearch::UpToQuickFaces);
-        progress.set(60);
-        outcome.done = mend(model.mesh, options_of(arguments), outcome.before,
-                            SelfIntersectionSearch::UpToQuickFaces);
-        const std::string gone = wall_warning(outcome.done.report);
-        if (!gone.empty()) outcome.lost.push_back(gone);
-        if (live_face_count(model.mesh) != 0) {
+        job::RepairJob options{.outward = arguments.has("--outward")};
+        if (arguments.has("--drop-tiny")) options.drop_tiny = arguments.number("--drop-tiny");
+        const Status status = job::repair(model, options, progress, outcome.done);
+        const std::vector<std::string>& gone = outcome.done.warnings;
+        outcome.lost.insert(outcome.lost.end(), gone.begin(), gone.end());
+        if (status.ok()) {
             return arguments.has("--solid") ? solidify(model.mesh, outcome) : std::string();
         }
-        if (outcome.done.report.dropped_shells == 0) {
-            return "every triangle has a coordinate that is infinite or no number; nothing is "
-                   "written";
-        }
+        if (outcome.done.mending.report.dropped_shells == 0) return status.text();
         return "every shell is smaller than --drop-tiny " + arguments.text("--drop-tiny") +
                "; nothing is written; give a smaller volume";
     };
     const auto inspect = [&](LoadedModel& back) {
         outcome.triangles_after = back.mesh.faces.size();
         // What was read back has the same faces; OBJ files have them in the order of their labels.
-        const std::optional<Findings>& known = outcome.done.after;
+        const std::optional<Findings>& known = outcome.done.mending.after;
         const bool is_known = known && !known->has_labels && known->has_self_intersection_count;
-        outcome.after = is_known
-                            ? *known
-                            : examine(back.mesh, progress, SelfIntersectionSearch::UpToQuickFaces);
+        outcome.after = is_known ? *known : job::examine_objects(back, progress);
         outcome.status = outcome.after.has_flaws() ? Flawed : Clean;
     };
     rewrite_model(arguments, progress, {change, inspect}, outcome);
@@ -98,7 +79,7 @@ std::vector<Row> column(const std::string& head, std::size_t triangles, const Fi
 
 std::string table(const std::string& source, const std::string& target,
                   const RepairOutcome& outcome) {
-    std::vector<Row> done = mending_rows(outcome.done);
+    std::vector<Row> done = mending_rows(outcome.done.mending);
     if (outcome.solid && outcome.solid->wrapped != 0) {
         done.emplace_back("wrapped", counted(outcome.solid->wrapped, "body", "bodies") + " of " +
                                          with_separators(outcome.solid->bodies) +
@@ -111,7 +92,7 @@ std::string table(const std::string& source, const std::string& target,
     const std::string left = verdict(outcome.after);
     done.emplace_back("verdict", left.starts_with("flaws") ? "left over: " + left.substr(7) : left);
     return on_one_line(source) + " -> " + on_one_line(target) + "\n" +
-           side_by_side(column("before", outcome.triangles_before, outcome.before),
+           side_by_side(column("before", outcome.triangles_before, outcome.done.before),
                         column("after", outcome.triangles_after, outcome.after)) +
            "\n" + table_text(done);
 }
@@ -132,9 +113,9 @@ Json to_json(const std::string& source, const std::string& target, const RepairO
         return json;
     }
     json["verdict"] = outcome.status == Clean ? "clean" : "flaws";
-    json["before"] = findings_json(outcome.triangles_before, outcome.before);
+    json["before"] = findings_json(outcome.triangles_before, outcome.done.before);
     json["after"] = findings_json(outcome.triangles_after, outcome.after);
-    json["done"] = mending_json(outcome.done);
+    json["done"] = mending_json(outcome.done.mending);
     if (outcome.solid) {
         json["done"]["bodies"] = outcome.solid->bodies;
         json["done"]["wrapped_bodies"] = outcome.solid->wrapped;

@@ -1,14 +1,12 @@
 // povmesh revise: mends triangles of bad shape, and tells how many were and are left.
-#include "remesh/revise.h"
+#include "job/revise.h"
 #include "cli/commands.h"
 #include "cli/shared_options.h"
 
 #include <string>
 
-#include "base/timer.h"
 #include "cli/change.h"
 #include "cli/distance.h"
-#include "cli/new_faults.h"
 #include "cli/numbers.h"
 #include "cli/triangle_quality.h"
 
@@ -27,16 +25,15 @@ Json all_json(const TriangleQuality& quality) {
     return json;
 }
 
-// A change of volume beyond this share is told.
-constexpr double kNotableVolume = 0.01;
-
-ChangeReport change(TriMesh& mesh) {
-    TriMesh source = mesh;
+ChangeReport change(TriMesh& mesh, Progress progress) {
+    const TriMesh source = mesh;
     const TriangleQuality before = triangle_quality(mesh);
     ChangeReport table;
-    const Timer timer;
-    const ReviseReport report = revise_triangles(mesh);
-    table.seconds = timer.seconds();
+    job::ReviseDone done;
+    table.failure = job::revise(mesh, {}, progress, done).text();
+    static_cast<Remarks&>(table) = done;
+    table.seconds = done.seconds;
+    const ReviseReport& report = done.report;
     const TriangleQuality after = triangle_quality(mesh);
     table.before = all_rows(before);
     table.after = all_rows(after);
@@ -47,16 +44,12 @@ ChangeReport change(TriMesh& mesh) {
                   {"edges split", with_separators(report.splits)}};
     table.json = {
         {"collapsed", report.collapses}, {"turned", report.flips}, {"split", report.splits}};
-    if (report.collapses + report.flips + report.splits > 0) {
-        add_faults(source, mesh, kNotableVolume, table);
-    }
     add_distance(source, mesh, table);
     return table;
 }
 
 int run_revise(const Arguments& arguments, Console& console) {
-    return run_change(arguments, console,
-                      [](TriMesh& mesh, Progress /*progress*/) { return change(mesh); });
+    return run_change(arguments, console, change);
 }
 
 }  // namespace

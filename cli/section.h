@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-#include "cli/picture/picture.h"
+#include "job/picture/picture.h"
 #include "mesh/tri_mesh.h"
 
 namespace povmesh::cli {

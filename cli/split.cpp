@@ -1,5 +1,4 @@
 // povmesh split: one file for each model that a file holds.
-#include <cmath>
 #include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -9,8 +8,7 @@
 #include "cli/numbers.h"
 #include "cli/pieces.h"
 #include "cli/shared_options.h"
-#include "mesh/shells.h"
-#include "spatial/separation.h"
+#include "job/split.h"
 
 namespace povmesh::cli {
 namespace {
@@ -33,37 +31,23 @@ Json to_json(const std::string& source, const std::string& folder, const PiecesO
     return json;
 }
 
-// Separates the bodies into `mesh.parts`.
-std::vector<Piece> separate(TriMesh& mesh, double least_volume, Progress progress) {
-    label_shells(mesh);
-    const ShellGroups bodies = group_shells(mesh, {.keep_cavities = true, .all_faces = true});
-    progress.set(60);
-    build_parts(mesh, bodies);
-    std::vector<Piece> pieces;
-    for (std::size_t i = 0; i < bodies.size(); ++i) {
-        Piece& piece = pieces.emplace_back(piece_of(mesh.parts[i], bodies[i].size()));
-        piece.is_left_out = std::abs(piece.volume) < least_volume;
-    }
-    return pieces;
-}
-
 int run_split(const Arguments& arguments, Console& console) {
     const std::string& source = arguments.text("IN");
     const std::string& folder = arguments.text("--output");
     std::size_t left_out = 0;
     const auto divide = [&](TriMesh& mesh, Progress progress, PiecesOutcome& outcome) {
-        std::vector<Piece> pieces = separate(mesh, arguments.number("--min-volume"), progress);
-        double largest = 0;
-        for (const Piece& piece : pieces) {
-            if (piece.is_left_out) ++left_out;
-            const double volume = std::abs(piece.volume);
-            if (volume > largest) largest = volume;
-        }
-        if (left_out == pieces.size()) {
+        job::SplitDone done;
+        const job::SplitJob options{.min_volume = arguments.number("--min-volume")};
+        if (!job::split(mesh, options, progress, done).ok()) {
             outcome.fail(Flawed, source +
                                      ": no model has the volume of --min-volume; the largest "
                                      "has " +
-                                     human_number(largest) + "; nothing is written");
+                                     human_number(done.largest) + "; nothing is written");
+        }
+        left_out = done.left_out;
+        std::vector<Piece> pieces;
+        for (std::size_t i = 0; i < done.pieces.size(); ++i) {
+            pieces.emplace_back(done.pieces[i]).is_left_out = done.is_left_out[i];
         }
         return pieces;
     };

@@ -14,7 +14,7 @@
 #include "cli/commands.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
-#include "cli/picture/picture.h"
+#include "job/picture/picture.h"
 #include "cli/picture_file.h"
 #include "cli/shared_options.h"
 
@@ -104,6 +104,25 @@ double rounded(double value, double unit) {
 
 std::string percent(double share) {
     return human_number(rounded(100 * share, 0.1)) + " %";
+}
+
+// Which shares of the highest energy are cyan, green, yellow and red.
+void tell_scale(const StrengthReport& strength, ChangeReport& report) {
+    constexpr std::array<const char*, kScaleSteps.size()> kColours = {"cyan", "green", "yellow",
+                                                                      "red"};
+    if (!strength.is_scale_by_quantiles) return;
+    report.json["scale"] = Json::array();
+    std::string text;
+    for (std::size_t i = 0; i < kColours.size(); ++i) {
+        const double share = double{strength.steps_of_scale[i]} / double{strength.highest};
+        text += std::string(i == 0 ? "" : ", ") + kColours[i] + " " +
+                human_number(100 * kScaleSteps[i].below) + " %";
+        report.json["scale"].push_back(
+            {{"colour", kColours[i]}, {"below", kScaleSteps[i].below}, {"share", share}});
+    }
+    const double red = double{strength.steps_of_scale.back()} / double{strength.highest};
+    report.rows.emplace_back("scale", "by how much of the surface is stronger: " + text + ", or " +
+                                          percent(red) + " of the highest energy");
 }
 
 void tell_places(const std::vector<WeakPlace>& places, ChangeReport& report) {
@@ -218,6 +237,7 @@ int run_strength(const Arguments& arguments, Console& console) {
             return report;
         }
         report.doubts = doubts_of(strength);
+        tell_scale(strength, report);
         tell_places(weak_places(mesh, strength), report);
         if (arguments.has("--render")) image = picture_of(mesh);
         return report;

@@ -1,21 +1,15 @@
 // povmesh subdivide: smooths a model and gives it more triangles.
-#include "remesh/subdivide.h"
+#include "job/subdivide.h"
 #include "cli/commands.h"
 #include "cli/shared_options.h"
 
 #include <cstdint>
-#include <limits>
 #include <string>
 
-#include "base/timer.h"
 #include "cli/change.h"
-#include "cli/new_faults.h"
 
 namespace povmesh::cli {
 namespace {
-
-// Results of more faces are not searched for crossings: that would take longer than all else.
-constexpr std::size_t kMostSearched = 2'000'000;
 
 SubdivideMode mode_of(const std::string& name) {
     if (name == "adaptive") return SubdivideMode::Adaptive;
@@ -26,18 +20,11 @@ int run_subdivide(const Arguments& arguments, Console& console) {
     const auto levels = static_cast<std::uint32_t>(arguments.number("--levels"));
     const SubdivideMode mode = mode_of(arguments.text("--mode"));
     return run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
-        TriMesh source = mesh;
-        const Timer timer;
-        for (std::uint32_t level = 0; level < levels; ++level) {
-            subdivide(mesh, mode);
-            progress.set(50 + 30 * (level + 1) / levels);
-        }
+        job::SubdivideDone done;
         ChangeReport report;
-        report.seconds = timer.seconds();
-        // Smoothing takes volume away: that is no fault.
-        if (mesh.faces.size() <= kMostSearched) {
-            add_faults(source, mesh, std::numeric_limits<double>::infinity(), report);
-        }
+        report.failure = job::subdivide(mesh, {levels, mode}, progress, done).text();
+        static_cast<Remarks&>(report) = done;
+        report.seconds = done.seconds;
         return report;
     });
 }

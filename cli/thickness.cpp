@@ -12,7 +12,7 @@
 #include "cli/measures.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
-#include "cli/picture/picture.h"
+#include "job/picture/picture.h"
 #include "cli/picture_file.h"
 #include "cli/read_back.h"
 #include "cli/shared_options.h"
@@ -66,7 +66,7 @@ picture::Image preview_of(const TriMesh& mesh, const ThicknessOutcome& outcome) 
     const auto colour_of = [](double share) { return wall_colour(share); };
     picture::Image image = with_legend(walls, {"THIN", "THICK", colour_of});
     if (outcome.report.gaps.asked == 0) return image;
-    const TriMesh grey = thickness_map(mesh, outcome.report, outcome.report.gaps, gap_colour);
+    const TriMesh grey = thickness_map(mesh, outcome.report.gaps, gap_colour);
     const auto grey_of = [](double share) { return gap_colour(share); };
     return beside(image, with_legend(picture_of(grey, kPictureWidth), {"NARROW", "WIDE", grey_of}));
 }
@@ -102,7 +102,7 @@ void measure_file(const Arguments& arguments, Progress progress, ThicknessOutcom
         }
         if (outcome.report.is_thin()) outcome.status = Flawed;
         if (!arguments.has("--output") && !arguments.has("--preview")) return;
-        outcome.painted = thickness_map(mesh, outcome.report, outcome.report.walls, wall_colour);
+        outcome.painted = thickness_map(mesh, outcome.report.walls, wall_colour);
         std::string write_failure;
         if (arguments.has("--output")) {
             write_failure = write_map(outcome.painted, arguments.text("--output"));
@@ -164,7 +164,7 @@ std::string table(const Arguments& arguments, const ThicknessOutcome& outcome) {
     const auto listed = saturate_to<std::size_t>(arguments.number("--list"));
     const ThicknessReport& report = outcome.report;
     std::vector<Row> rows = {{"triangles", with_separators(outcome.triangles)},
-                             {"measured at", counted(report.pieces.size(), "place")}};
+                             {"measured at", counted(report.walls.pieces.size(), "place")}};
     add_rows(report.walls, "walls", thin_text(report.walls), listed, rows);
     if (report.gaps.asked != 0) {
         add_rows(report.gaps, "gaps", narrow_text(report.gaps), listed, rows);
@@ -185,7 +185,7 @@ Json to_json(const Arguments& arguments, const ThicknessOutcome& outcome) {
     const ThicknessReport& report = outcome.report;
     json["wall"] = thin_json(report.walls, listed);
     json["gap"] = report.gaps.asked != 0 ? thin_json(report.gaps, listed) : Json();
-    json["samples"] = report.pieces.size();
+    json["samples"] = report.walls.pieces.size();
     json["seconds"] = outcome.seconds;
     json["warnings"] = outcome.warnings;
     return json;

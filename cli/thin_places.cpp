@@ -97,11 +97,16 @@ ThinMeasurement measure_thin(const TriMesh& mesh, const Findings& findings,
         measured.warnings.push_back(counted(report.left_out, "triangle") +
                                     " not measured: without area, or without a finite place");
     }
-    if (report.is_coarse) {
+    for (const ThinPlaces* found : {&report.walls, &report.gaps}) {
+        if (!found->is_coarse) continue;
         measured.warnings.push_back(
-            "measured every " + human_number(shortest(report.pieces.limit())) + " only, at " +
-            counted(report.pieces.size(), "place") +
-            "; smaller thin places may be missed; measure a part of the model, or a thicker wall");
+            "measured every " + human_number(shortest(found->pieces.limit())) + " only, at " +
+            counted(found->pieces.size(), "place") +
+            (found == &report.walls
+                 ? "; smaller thin places may be missed; measure a part of the model, or a "
+                   "thicker wall"
+                 : "; smaller narrow places may be missed; measure a part of the model, or a "
+                   "wider gap"));
     }
     return measured;
 }

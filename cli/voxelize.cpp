@@ -1,50 +1,31 @@
 // povmesh voxelize: a model as the cubes that it is made of.
-#include <bit>
+#include "job/voxelize.h"
+#include "cli/commands.h"
+#include "cli/shared_options.h"
+
 #include <string>
 
-#include "base/timer.h"
-#include "cli/cavity.h"
 #include "cli/change.h"
-#include "cli/commands.h"
 #include "cli/numbers.h"
-#include "cli/shared_options.h"
-#include "voxel/passes.h"
-#include "voxel/surface.h"
-#include "voxel/voxelise.h"
 
 namespace povmesh::cli {
 namespace {
 
-std::size_t count(const VoxelGrid::Words& cells) {
-    std::size_t sum = 0;
-    for (const std::uint64_t word : cells) sum += static_cast<std::size_t>(std::popcount(word));
-    return sum;
-}
-
 int run_voxelize(const Arguments& arguments, Console& console) {
     const auto size = static_cast<float>(arguments.number("--size"));
     return run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
-        const Timer timer;
-        RunLog log;
-        RunContext run{progress, log};
+        job::VoxelizeDone done;
         ChangeReport report;
-        VoxelGrid::Words surface;
-        VoxelGrid grid = voxelise(mesh, {{size, size, size}}, run, &surface);
-        progress.set(65);
-        const float used = grid.settings().size.x;
-        fill_rows(grid, FillColour::MeanOfEnds);
-        if (!grid.is_empty() && grid.size() <= count(surface) && has_holes(mesh)) {
-            report.warnings.emplace_back(
-                "the model is open: only its surface became cubes, and nothing inside; 'povmesh "
-                "repair' closes holes");
+        report.failure = job::voxelize(mesh, {.edge = size}, progress, done).text();
+        static_cast<Remarks&>(report) = done;
+        report.seconds = done.seconds;
+        std::string size_text = human_number(shortest_double(done.edge));
+        if (done.edge != size) {
+            size_text += ", raised from " + human_number(shortest_double(size));
         }
-        export_voxels(mesh, grid, run);
-        report.seconds = timer.seconds();
-        std::string size_text = human_number(shortest_double(used));
-        if (used != size) size_text += ", raised from " + human_number(shortest_double(size));
-        report.rows = {{"voxel size", size_text}, {"voxels", with_separators(grid.size())}};
-        report.json["voxel_size"] = shortest_double(used);
-        report.json["voxels"] = grid.size();
+        report.rows = {{"voxel size", size_text}, {"voxels", with_separators(done.voxels)}};
+        report.json["voxel_size"] = shortest_double(done.edge);
+        report.json["voxels"] = done.voxels;
         return report;
     });
 }

@@ -93,10 +93,6 @@
  *   Functions that return its verdict return 1 when any count is above 0, else 0. Counters are
  *   preset to 0xFFFFFFFF, which stands when the test did not run; each pointer may be null.
  *
- * NOT BUILT YET
- *   Functions marked so have their final parameters, run the whole frame (build, progress, export)
- *   and return the built model unchanged, or empty tables.
- *
  * On Windows, define POVMESH_STATIC when linking a static library of these functions.
  */
 /* clang-format on */
@@ -105,9 +101,9 @@
 
 /* The version of this header. */
 #define POVMESH_VERSION_MAJOR 0
-#define POVMESH_VERSION_MINOR 1
+#define POVMESH_VERSION_MINOR 2
 #define POVMESH_VERSION_PATCH 0
-#define POVMESH_VERSION "0.1.0"
+#define POVMESH_VERSION_TEXT "0.2.0"
 
 /* This header is C as well as C++. */
 #include <stdint.h> /* NOLINT(modernize-deprecated-headers) */
@@ -407,8 +403,12 @@ POVMESH_API void subdivisionFromColorData(uint32_t levels, const float* coordina
                                           uint32_t* count);
 
 /*
- * Turns a model into a lampshade with a wall of `thickness` model units. progress: 0, 10, 90, 100.
- * Not built yet: returns the built model unchanged.
+ * Turns a model into a lampshade with a wall of `thickness` model units: hollow inside, open below,
+ * and above where it ends flat; what has no flat base is cut off where it gets wide inside. The
+ * outside keeps its faces; inner wall and rims have the label -1. Each model (shells that meet, with
+ * their cavities) becomes a shade by itself. Returns the built model unchanged when it is too thin,
+ * encloses no volume or has a coordinate that is not finite, or the thickness is not above 0.
+ * progress: 0, 10, 90, 100.
  */
 POVMESH_API void lampshadeFromData(float thickness, const float* coordinates_in,
                                    const float* colours_in, const float* texture_coordinates_in,
@@ -557,9 +557,10 @@ POVMESH_API void decompositionAutoFromData(
     uint32_t** part_triangles, uint32_t* part_count, uint32_t* progress);
 
 /*
- * Shows the contours of a lampshade with a wall of `thickness` model units: 3 floats a point, and
- * per contour its number of points and its level. Returns 0, or 1 when nothing was made.
- * Not built yet: returns 1; no contour, the three arrays are empty.
+ * Shows the inner wall of a lampshade with a wall of `thickness` model units, as closed contours
+ * with the inside on their left: at the opening, at 64 levels up to the top, and at an open top,
+ * model after model. 3 floats a point, and per contour its number of points and its level. Returns
+ * 0, or 1 and no contour where lampshadeFromData would return the model unchanged.
  */
 POVMESH_API uint64_t lampshadePreview(float thickness, const float* coordinates_in,
                                       uint32_t count_in, float** points, uint32_t** contour_sizes,

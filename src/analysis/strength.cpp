@@ -222,9 +222,43 @@ void find_range(StrengthReport& report) {
     }
 }
 
-void paint(TriMesh& mesh, const StrengthReport& report, StrengthRules rules) {
+void find_quantiles(StrengthReport& report) {
+    Array<float> judged;
+    for (const float value : report.values) {
+        if (!std::isnan(value)) judged.push_back(value);
+    }
+    if (judged.empty()) return;
+    std::sort(judged.begin(), judged.end());
+    const auto last = static_cast<double>(judged.size() - 1);
+    for (std::size_t i = 0; i < kScaleSteps.size(); ++i) {
+        report.steps_of_scale[i] = judged[static_cast<std::size_t>(kScaleSteps[i].below * last)];
+    }
+    report.is_scale_by_quantiles =
+        report.steps_of_scale.back() - report.lowest > static_cast<float>(kRangeMargin);
+}
+
+// By quantiles: straight up to the last step, where that is higher than from step to step.
+double place_on_scale(const StrengthReport& report, double value) {
     const auto low = static_cast<double>(report.lowest);
-    const double range = static_cast<double>(report.highest) - low + kRangeMargin;
+    if (!report.is_scale_by_quantiles) {
+        return (value - low) / (static_cast<double>(report.highest) - low + kRangeMargin);
+    }
+    const double straight = (value - low) / (double{report.steps_of_scale.back()} - low);
+    double from = low;
+    double colour = 0;
+    for (std::size_t i = 0; i < kScaleSteps.size(); ++i) {
+        const auto to = double{report.steps_of_scale[i]};
+        if (value < to) {
+            const double share = (value - from) / (to - from);
+            return std::max(straight, colour + (kScaleSteps[i].colour - colour) * share);
+        }
+        from = to;
+        colour = kScaleSteps[i].colour;
+    }
+    return 1;
+}
+
+void paint(TriMesh& mesh, const StrengthReport& report, StrengthRules rules) {
     parallel_for(mesh.faces.size(), [&](std::size_t f) {
         Face& face = mesh.faces[f];
         for (std::size_t corner = 0; corner < 3; ++corner) {
@@ -232,9 +266,8 @@ void paint(TriMesh& mesh, const StrengthReport& report, StrengthRules rules) {
             const bool is_judged =
                 rules == StrengthRules::Hosts || !std::isnan(report.values[vertex]);
             const Rgb colour =
-                is_judged
-                    ? strength_colour((static_cast<double>(report.values[vertex]) - low) / range)
-                    : kNotJudged;
+                is_judged ? strength_colour(place_on_scale(report, double{report.values[vertex]}))
+                          : kNotJudged;
             std::copy(colour.begin(), colour.end(), face.colour.begin() + 3 * corner);
         }
     });
@@ -301,6 +334,10 @@ StrengthReport colour_strength(TriMesh& mesh, const StrengthOptions& options, Ru
     }
     report.values = smoothed(mesh, report.values, options.rules);
     find_range(report);
+    if (options.rules == StrengthRules::Person &&
+        options.method == StrengthMethod::FiniteElements) {
+        find_quantiles(report);
+    }
     run.log.append("\n" + six_decimals(static_cast<double>(report.lowest)) + " " +
                    six_decimals(static_cast<double>(report.highest)));
     paint(mesh, report, options.rules);

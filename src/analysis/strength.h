@@ -20,8 +20,8 @@ enum class StrengthMethod : std::uint32_t {
 
 enum class StrengthRules {
     Hosts,   // as hosts compare results
-    Person,  // what a person expects: even loads, a finer solution, smooth values, and grey where a
-             // body is not held
+    Person,  // what a person expects: even loads, a finer solution, smooth values, grey where a body
+             // is not held, and a scale of energies that a few places do not take whole
 };
 
 struct StrengthOptions {
@@ -35,11 +35,22 @@ struct StrengthOptions {
     StrengthRules rules = StrengthRules::Hosts;
 };
 
+/// A person's scale of energies: so many of the vertices are below a place of the scale (0 to 1:
+/// cyan, green, yellow, and red at its end). The peak where a foot meets the plate can be a
+/// thousand times what the rest of a model bears, and would leave that blue on an even scale.
+struct ScaleStep {
+    double below, colour;
+};
+constexpr std::array<ScaleStep, 4> kScaleSteps = {
+    {{0.75, 1.0 / 11}, {0.90, 2.0 / 11}, {0.95, 3.0 / 11}, {0.99, 1}}};
+
 struct StrengthReport {
     bool is_analysed = false;  // false: nothing was found to be judged, all of the model is strong
     Array<float> values;       // by vertex, smoothed; the higher, the weaker; NaN: not judged
     float lowest = 0;          // of the values that are numbers
     float highest = 0;
+    bool is_scale_by_quantiles = false;                      // for persons, of energies
+    std::array<float, kScaleSteps.size()> steps_of_scale{};  // the values there
     double scale = 1;  // analysed units a model unit: the model is analysed at a mean extent of 100
     std::size_t sections = 0;  // the rest is of finite elements
     std::size_t elements = 0;
@@ -59,7 +70,8 @@ struct StrengthReport {
 std::array<std::uint8_t, 3> strength_colour(double t);
 
 /// Analyses the model and gives each corner of each face the colour of its vertex, on a scale from
-/// the least to the greatest value. Before, a model of more than 200,000 triangles is reduced to a
+/// the least to the greatest value, or for persons by quantiles of the energies, straight where those would be
+/// lower. Before, a model of more than 200,000 triangles is reduced to a
 /// tenth; and any is remeshed to even triangles, so that the colours show where they belong.
 /// Vertices that the remeshing leaves in place keep their coordinates bit for bit. Far from the
 /// origin, where coordinates are sparse, triangles are made larger, and those that become none are

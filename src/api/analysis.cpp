@@ -7,6 +7,7 @@
 #include "api/steps.h"
 #include "base/convert.h"
 #include "design/balance.h"
+#include "design/lampshade.h"
 #include "povmesh/povmesh.h"
 #include "support/column_supports.h"
 #include "support/slice_polygons.h"
@@ -57,20 +58,22 @@ Array<Column> columns_of(const float* columns, std::int32_t count) {
 
 }  // namespace
 
-uint64_t lampshadePreview(float /*thickness*/, const float* coordinates_in, uint32_t count_in,
+uint64_t lampshadePreview(float thickness, const float* coordinates_in, uint32_t count_in,
                           float** points, uint32_t** contour_sizes, float** levels,
                           uint32_t* contour_count) {
     Job job;
     const TriMesh mesh = build(soup_of(coordinates_in, count_in));
-    // The preview is not built yet: no contour.
-    auto no_points = allocate_result<float>(0);
-    auto no_sizes = allocate_result<uint32_t>(0);
-    auto no_levels = allocate_result<float>(0);
-    hand_over(Slot::LampshadePoints, std::move(no_points), points);
-    hand_over(Slot::LampshadeContourSizes, std::move(no_sizes), contour_sizes);
-    hand_over(Slot::LampshadeLevels, std::move(no_levels), levels);
-    store(contour_count, uint32_t{0});
-    return kNothingMade;
+    LampshadeContours contours;
+    RunContext run{{}, job.run().log};
+    const LampshadeReport report = preview_lampshade(mesh, thickness, run, contours);
+    auto all_points = result_of<float>(contours.points);
+    auto sizes = result_of<uint32_t>(contours.sizes);
+    auto heights = result_of<float>(contours.levels);
+    hand_over(Slot::LampshadePoints, std::move(all_points), points);
+    hand_over(Slot::LampshadeContourSizes, std::move(sizes), contour_sizes);
+    hand_over(Slot::LampshadeLevels, std::move(heights), levels);
+    store(contour_count, fits<uint32_t>(contours.sizes.size()));
+    return report.status == LampshadeStatus::Made ? 0 : kNothingMade;
 }
 
 uint64_t balancingPreviewFromData(float thickness, const float* coordinates_in, uint32_t count_in,

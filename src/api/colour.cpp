@@ -1,6 +1,7 @@
 // Exported functions on soups with colours, texture coordinates and labels.
 #include "api/host_numbers.h"
 #include "api/steps.h"
+#include "design/lampshade.h"
 #include "mesh/export_data.h"
 #include "povmesh/povmesh.h"
 #include "remesh/parallel_reduce.h"
@@ -79,16 +80,17 @@ void subdivisionFromColorData(uint32_t levels, const float* coordinates_in, cons
     export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
 }
 
-void lampshadeFromData(float /*thickness*/, const float* coordinates_in, const float* colours_in,
+void lampshadeFromData(float thickness, const float* coordinates_in, const float* colours_in,
                        const float* texture_coordinates_in, const int32_t* labels_in,
                        uint32_t count_in, float** coordinates, float** colours,
                        float** texture_coordinates, int32_t** labels, uint32_t* count,
                        uint32_t* progress) {
     Job job(progress);
-    const TriMesh mesh =
+    TriMesh mesh =
         build(soup_of(coordinates_in, count_in, colours_in, texture_coordinates_in, labels_in));
     job.progress(10);
-    // The lampshade is not built yet.
+    RunContext run{{}, job.run().log};  // hosts know these values of progress, and no more
+    lampshade(mesh, thickness, run);
     job.progress(90);
     export_soup(mesh, {coordinates, colours, texture_coordinates, labels, count});
     job.progress(100);

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "base/job_state.h"
+
 #if defined(__linux__)
 #include <sys/mman.h>
 #endif
@@ -13,27 +15,44 @@ namespace {
 
 constexpr std::size_t kLargePage = std::size_t{2} << 20;
 
+// What takes a while to fill is worth a look whether the call is to end.
+constexpr std::size_t kPolledBlock = std::size_t{64} << 10;
+
 // Below two large pages the rounding would waste more than it saves.
 constexpr std::size_t kLargeBlock = 2 * kLargePage;
+
+// Null when the system has no memory.
+void* take_from_system(std::size_t bytes) noexcept {
+#if defined(__linux__)
+    if (bytes >= kLargeBlock && bytes <= static_cast<std::size_t>(-1) - kLargePage) {
+        const std::size_t rounded = (bytes + kLargePage - 1) / kLargePage * kLargePage;
+        void* const block = std::aligned_alloc(kLargePage, rounded);
+        if (block != nullptr) advise_large_pages(block, bytes);
+        return block;
+    }
+#endif
+    return std::malloc(bytes != 0 ? bytes : 1);
+}
 
 }  // namespace
 
 void* allocate_block(std::size_t bytes) {
-#if defined(__linux__)
-    if (bytes >= kLargeBlock && bytes <= static_cast<std::size_t>(-1) - kLargePage) {
-        const std::size_t rounded = (bytes + kLargePage - 1) / kLargePage * kLargePage;
-        void* block = std::aligned_alloc(kLargePage, rounded);
-        if (block == nullptr) throw std::bad_alloc();
-        advise_large_pages(block, bytes);
-        return block;
+    JobState* const job = current_job();
+    if (job != nullptr) {
+        if (bytes >= kPolledBlock) job->poll();
+        job->charge(bytes);
     }
-#endif
-    void* block = std::malloc(bytes != 0 ? bytes : 1);
-    if (block == nullptr) throw std::bad_alloc();
+    void* const block = take_from_system(bytes);
+    if (block == nullptr) {
+        if (job != nullptr) job->release(bytes);
+        throw std::bad_alloc();
+    }
     return block;
 }
 
-void free_block(void* block, std::size_t /*bytes*/) noexcept {
+void free_block(void* block, std::size_t bytes) noexcept {
+    if (block == nullptr) return;
+    if (JobState* const job = current_job()) job->release(bytes);
     std::free(block);
 }
 

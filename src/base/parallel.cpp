@@ -2,26 +2,44 @@
 
 #include <omp.h>
 
-#include <atomic>
-#include <exception>
+#include "base/block_loop.h"
+#include "base/job_state.h"
+#include "base/workers.h"
 
 #if defined(__linux__)
 #include <dlfcn.h>
 #endif
 
 namespace povmesh {
+namespace {
 
-OneThread::OneThread() : before_(omp_get_max_threads()) {
+// True where loops must not touch the OpenMP runtime: it ends the process when it gets no memory,
+// hangs in the child of a fork and keeps threads behind a call.
+bool has_own_workers() {
+    const JobState* const job = current_job();
+    return job != nullptr && job->settings().has_own_workers;
+}
+
+}  // namespace
+
+OneThread::OneThread() : before_(0) {
+    ++detail::serial_depth;
+    if (has_own_workers()) return;
+    before_ = omp_get_max_threads();
     omp_set_num_threads(1);
 }
 
 OneThread::~OneThread() {
-    omp_set_num_threads(before_);
+    --detail::serial_depth;
+    if (before_ != 0) omp_set_num_threads(before_);
 }
 
 }  // namespace povmesh
 
 namespace povmesh::detail {
+
+constinit thread_local int serial_depth = 0;
+
 namespace {
 
 // The threads of the OpenMP runtime outlive the loop that starts them. A host that unloads our
@@ -39,28 +57,47 @@ void keep_runtime_loaded() {
 #endif
 }
 
+// The exceptions are carried out of the loop: one that left a thread of the runtime would end the
+// process.
+void run_on_runtime(BlockLoop& loop, JobState* job) {
+    keep_runtime_loaded();
+    const std::size_t count = loop.count();
+    const unsigned asked = job != nullptr && serial_depth == 0 ? job->settings().threads : 0;
+    const int threads = asked != 0 ? static_cast<int>(asked) : omp_get_max_threads();
+#pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
+    for (std::size_t block = 0; block < count; ++block) {
+        if (loop.has_failed()) continue;
+        const JobScope scope(job);
+        loop.run_block(job, block);
+    }
+    loop.rethrow();
+}
+
+void run_here(std::size_t count, BlockFunction function, void* context, JobState* job) {
+    for (std::size_t block = 0; block < count; ++block) {
+        if (job != nullptr) job->poll();
+        function(context, block);
+    }
+}
+
 }  // namespace
 
 void run_blocks(std::size_t count, BlockFunction function, void* context) {
+    JobState* const job = current_job();
     if (count < 2) {
         if (count == 1) function(context, 0);
         return;
     }
-    keep_runtime_loaded();
-    // An exception that left a thread of the runtime would end the host's process. The first one is
-    // carried out of the loop instead; blocks that have not begun by then are left out.
-    std::exception_ptr first;
-    std::atomic<bool> has_failed = false;
-#pragma omp parallel for schedule(dynamic, 1)
-    for (std::size_t block = 0; block < count; ++block) {
-        if (has_failed.load(std::memory_order_relaxed)) continue;
-        try {
-            function(context, block);
-        } catch (...) {
-            if (!has_failed.exchange(true)) first = std::current_exception();
-        }
+    if (job == nullptr || !job->settings().has_own_workers) {
+        BlockLoop loop(count, function, context);
+        run_on_runtime(loop, job);
+        return;
     }
-    if (first) std::rethrow_exception(first);
+    Workers* const workers = serial_depth == 0 ? job->workers() : nullptr;
+    if (workers == nullptr) return run_here(count, function, context, job);
+    BlockLoop loop(count, function, context);
+    const SerialScope inside;  // the loops that stand in this one
+    workers->run(loop);
 }
 
 }  // namespace povmesh::detail

@@ -31,9 +31,9 @@ void run_blocks(std::size_t count, BlockFunction function, void* context);
 
 }  // namespace detail
 
-/// Calls `body(block)` for every block below `count`, on the threads of the OpenMP runtime; on the
-/// calling thread when there is one block. Blocks run in any order and at the same time, so each
-/// may write only what belongs to it. An exception, of lacking memory, leaves the loop unfinished.
+/// Calls `body(block)` for every block below `count`, at the same time and in any order, on threads
+/// of the OpenMP runtime or, in a call with a JobState, of the call: each may write only its own. A
+/// throw ends the loop, that of the lowest block counts. So does Cancelled (base/job_state.h).
 template <typename Body>
 void for_blocks(std::size_t count, Body&& body) {
     using Plain = std::remove_reference_t<Body>;

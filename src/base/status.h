@@ -13,6 +13,7 @@ enum class StatusCode {
     CannotWrite,  // the target cannot be written; what was there before is unchanged
     TooLarge,     // the model exceeds what the indices can number
     BadOption,    // an option is out of range or not a number
+    Nothing,      // the model gives no result: no cube is left inside, the plane misses it, ...
 };
 
 /// A code, and for every code but Ok one line that says what, where (byte, line, face) and what to

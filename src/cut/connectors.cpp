@@ -26,6 +26,9 @@ constexpr double kLeastWall = 0.2;
 constexpr double kLengthPerRadius = 2;
 constexpr double kLeastLengthPerRadius = 1;
 
+// A plane whose normal is nearer to that of the cut than this cosine counts as parallel to it.
+constexpr double kParallel = 0.999;
+
 constexpr std::size_t kGridCells = 128;
 // With more pegs than this their places are not improved after the first choice.
 constexpr std::size_t kMostImproved = 16;
@@ -218,7 +221,9 @@ struct Candidate {
     Point2d place;
     double to_rim;
     std::uint32_t group;
-    double length = 0;  // of a peg there; 0: not known yet; below 0: too short
+    double length = 0;       // of a peg there; 0: not known yet; below 0: too short
+    double longest = 0;      // that the options and later planes leave room for
+    std::uint64_t part = 0;  // of the cut, a mark made of the sides of later planes it lies on
 };
 
 class ConnectorPlacer {
@@ -228,6 +233,9 @@ public:
         : radius_(options.radius),
           wall_radius_(options.radius + kConnectorClearance + kLeastWall),
           needed_(wall_radius_ / std::cos(std::numbers::pi / kClipCorners) * (1 + 1e-6)),
+          longest_(std::min(options.longest, kLengthPerRadius * options.radius)),
+          frame_(frame),
+          later_(options.later),
           rims_(split.points(), frame, rim),
           depths_(model, split, frame,
                   kLengthPerRadius * radius_ + kConnectorClearance + kLeastWall) {
@@ -235,18 +243,14 @@ public:
     }
 
     std::vector<Connector> run(std::size_t count) {
-        for (std::size_t i = 0; i < count; ++i) {
-            const std::size_t best = best_candidate(chosen_.size());
-            if (best == kNone) break;
-            chosen_.push_back(best);
-        }
-        const int rounds = chosen_.size() <= kMostImproved ? kImprovements : 0;
-        for (int round = 0; round < rounds; ++round) {
-            for (std::size_t i = 0; i < chosen_.size(); ++i) {
-                const std::size_t better = best_candidate(i);
-                if (better != kNone && room(better, i) > room(chosen_[i], i)) chosen_[i] = better;
+        // Part by part, in the order of their first places.
+        std::vector<std::uint64_t> parts;
+        for (const Candidate& at : candidates_) {
+            if (std::find(parts.begin(), parts.end(), at.part) == parts.end()) {
+                parts.push_back(at.part);
             }
         }
+        for (const std::uint64_t part : parts) choose(part, count);
         std::vector<Connector> connectors;
         for (const std::size_t c : chosen_) {
             const Candidate& at = candidates_[c];
@@ -257,6 +261,45 @@ public:
 
 private:
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+    void choose(std::uint64_t part, std::size_t count) {
+        const std::size_t first = chosen_.size();
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::size_t best = best_candidate(part, chosen_.size());
+            if (best == kNone) break;
+            chosen_.push_back(best);
+        }
+        const int rounds = chosen_.size() - first <= kMostImproved ? kImprovements : 0;
+        for (int round = 0; round < rounds; ++round) {
+            for (std::size_t i = first; i < chosen_.size(); ++i) {
+                const std::size_t better = best_candidate(part, i);
+                if (better != kNone && room(better, i) > room(chosen_[i], i)) chosen_[i] = better;
+            }
+        }
+    }
+
+    // Where a place lies to the planes that come later; false when a peg there would meet one.
+    bool is_clear(Candidate& at) const {
+        const Vec3d foot = frame_.along() * at.place.x + frame_.across() * at.place.y +
+                           frame_.normal() * frame_.plane_distance();
+        at.longest = longest_;
+        for (const LaterPlane& plane : later_) {
+            const double distance = dot(plane.normal, foot) - plane.distance;
+            const double slope = dot(plane.normal, frame_.normal());
+            const double beside = needed_ * std::sqrt(std::max(0.0, 1 - slope * slope));
+            const double free = std::abs(distance) - beside;
+            if (std::abs(slope) > kParallel && distance * slope > 0) continue;  // behind the cut
+            if (!(free >= 0)) return false;
+            if (distance * slope < 0) {
+                at.longest =
+                    std::min(at.longest, free / std::abs(slope) - kConnectorClearance - kLeastWall);
+            }
+            // Such a plane does not divide the cut.
+            if (std::abs(slope) > kParallel) continue;
+            at.part = at.part * 0x9E3779B97F4A7C15U + (distance > 0 ? 2U : 1U);
+        }
+        return at.longest >= kLeastLengthPerRadius * radius_;
+    }
 
     void make_candidates() {
         const Point2d low = rims_.low();
@@ -273,7 +316,7 @@ private:
         for (int row = -rows; row <= rows; ++row) {
             for (int column = -columns; column <= columns; ++column) {
                 Candidate at{{centre.x + column * step, centre.y + row * step}, 0, 0};
-                if (!rims_.find_group(at.place, at.group)) continue;
+                if (!is_clear(at) || !rims_.find_group(at.place, at.group)) continue;
                 at.to_rim = rims_.distance_to_rim(at.place, needed_);
                 if (at.to_rim >= needed_) candidates_.push_back(at);
             }
@@ -295,12 +338,12 @@ private:
     }
 
     // The one with the most room for peg number `place` where the material is deep enough.
-    std::size_t best_candidate(std::size_t place) {
+    std::size_t best_candidate(std::uint64_t part, std::size_t place) {
         for (int tries = 0; tries < kMostTries; ++tries) {
             std::size_t best = kNone;
             double most = 0;
             for (std::size_t c = 0; c < candidates_.size(); ++c) {
-                if (candidates_[c].length < 0) continue;
+                if (candidates_[c].part != part || candidates_[c].length < 0) continue;
                 const double space = room(c, place);
                 if (space > most) {
                     most = space;
@@ -315,8 +358,7 @@ private:
     bool is_deep_enough(Candidate& at) const {
         if (at.length == 0) {
             const double depth = depths_.depth_before(at.place, wall_radius_);
-            at.length =
-                std::min(depth - kConnectorClearance - kLeastWall, kLengthPerRadius * radius_);
+            at.length = std::min(depth - kConnectorClearance - kLeastWall, at.longest);
             if (at.length < kLeastLengthPerRadius * radius_) at.length = -1;
         }
         return at.length > 0;
@@ -325,6 +367,9 @@ private:
     double radius_;
     double wall_radius_;  // of what must be free for a socket
     double needed_;       // distance from the rims
+    double longest_;
+    const PlaneFrame& frame_;
+    std::span<const LaterPlane> later_;
     RimMap rims_;
     DepthMap depths_;
     std::vector<Candidate> candidates_;
@@ -348,6 +393,7 @@ ConnectorRings::ConnectorRings(CutPoints& points, const PlaneFrame& frame,
                                std::vector<Connector> connectors, const ConnectorOptions& options)
     : connectors_(std::move(connectors)),
       segments_(std::clamp(options.segments, kFewestSegments, kMostSegments)),
+      radius_(options.radius),
       first_(points.size()) {
     for (const Connector& connector : connectors_) {
         const Vec3d centre = frame.along() * connector.centre.x +
@@ -366,6 +412,18 @@ ConnectorRings::ConnectorRings(CutPoints& points, const PlaneFrame& frame,
             }
         }
     }
+}
+
+double ConnectorRings::volume() const {
+    const auto sides = static_cast<double>(segments_);
+    const double share = sides / 2 * std::sin(2 * std::numbers::pi / sides);  // of r squared
+    double volume = 0;
+    for (const Connector& connector : connectors_) {
+        const double socket = radius_ + kConnectorClearance;
+        volume += share * (radius_ * radius_ * connector.length -
+                           socket * socket * (connector.length + kConnectorClearance));
+    }
+    return volume;
 }
 
 std::vector<std::array<std::int32_t, 2>> ConnectorRings::guides(std::uint32_t group) const {

@@ -24,7 +24,7 @@ struct Connector {
 /// Finds places for pegs: circles inside the caps, as far from the rims and from each other as a
 /// search over a grid of 128 cells per side finds them, in front of which the material is deep
 /// enough. A peg is twice as long as its radius, or as long as the material allows, but not shorter
-/// than the radius. Up to 256 pegs; none when the options ask for none.
+/// than the radius. Up to 256 pegs for each part of the cut; none when the options ask for none.
 ///
 /// Time: about n log n in the rim, and the square of the number of pegs.
 std::vector<Connector> place_connectors(const TriMesh& model, const PlaneSplit& split,
@@ -43,6 +43,9 @@ public:
 
     std::size_t size() const { return connectors_.size(); }
 
+    /// Of the pegs, less that of the sockets; cubic model units.
+    double volume() const;
+
     /// The cap of a side: triangles without those within the rings, and then the walls and ends of
     /// its pegs or sockets. All are wound as the front side has them; the back side reverses them.
     Array<CapTriangle> cap(PlaneSide side, const Array<CapTriangle>& triangles) const;
@@ -57,6 +60,7 @@ private:
 
     std::vector<Connector> connectors_;
     std::size_t segments_;
+    double radius_;
     std::size_t first_;  // point
 };
 

@@ -116,6 +116,7 @@ private:
             rings = ConnectorRings(split.points(), frame_, {}, options_.connectors);
         }
         counts_.connectors += rings.size();
+        counts_.connector_volume += rings.volume();
         const std::array<std::uint8_t, 3> colour = mean_colour(closed);
         for (const PlaneSide side : {PlaneSide::Back, PlaneSide::Front}) {
             for (const CapTriangle& t : rings.cap(side, triangles)) {
@@ -182,7 +183,7 @@ Parts separate(TriMesh& mesh, bool keep_cavities, std::optional<EdgeMates>& mate
     Parts models;
     if (mesh.shells.size() == 1 && mesh.shells.faces.size() == mesh.faces.size()) {
         mesh.shells.clear();
-        mesh.use_table.clear();
+        mesh.use_table.release();
         mesh.parts.clear();
         models.push_back(std::exchange(mesh, {}));
         return models;
@@ -197,17 +198,26 @@ Parts separate(TriMesh& mesh, bool keep_cavities, std::optional<EdgeMates>& mate
 }  // namespace
 
 bool cut_model(TriMesh& model, const CutOptions& options, std::vector<TriMesh>& pieces) {
+    CutCounts counts;
+    if (!cut_from_model(model, options, pieces, counts)) return false;
+    model = {};
+    return true;
+}
+
+bool cut_from_model(TriMesh& model, const CutOptions& options, std::vector<TriMesh>& pieces,
+                    CutCounts& counts) {
     const std::optional<PlaneFrame> frame = PlaneFrame::make(options.plane);
     if (!frame || options.operation == CutOperation::None) return false;
     const EdgeMates mates(model);
     label_shells(model, mates);
     const bool is_one_shell = model.shells.size() == 1;
     model.shells.clear();
-    CutCounts counts;
+    model.use_table.release();  // nearly as large as the model
     const EdgeMates* const edges = is_one_shell ? &mates : nullptr;
-    if (!ModelCutter(model, *frame, options, counts, edges).run(pieces)) return false;
-    model = {};
-    return true;
+    const bool is_cut = ModelCutter(model, *frame, options, counts, edges).run(pieces);
+    model.shells.clear();
+    model.use_table.release();
+    return is_cut;
 }
 
 CutCounts cut_models(TriMesh& mesh, const CutOptions& options, RunContext& run) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <span>
 #include <vector>
 
 #include "cut/plane_frame.h"
@@ -20,12 +21,24 @@ enum class CutOperation : std::uint8_t {
     MirrorBack,   // the same with the back
 };
 
+/// The points p with dot(normal, p) = distance; the normal is of unit length.
+struct LaterPlane {
+    Vec3d normal;
+    double distance = 0;
+};
+
 /// Round pegs on the back of a cut with caps, which point along the normal, and sockets for them in
 /// the front.
 struct ConnectorOptions {
     double radius = 0;           // of a peg, model units; above 0, or none are made
     std::uint32_t count = 0;     // pegs wanted for a model; as many are made as find room
     std::uint32_t segments = 0;  // sides of a peg; less than 3 count as 3, more than 512 as 512
+    // A peg is not longer, model units; where it would have to be shorter than its radius, none is
+    // made.
+    double longest = std::numeric_limits<double>::infinity();
+    // Planes that will divide the pieces later: pegs and sockets stay clear of them, and each part
+    // of the cut that they divide it into gets `count` pegs.
+    std::span<const LaterPlane> later = {};
 };
 
 struct CutOptions {
@@ -42,9 +55,10 @@ struct CutOptions {
 
 /// What became of the models.
 struct CutCounts {
-    std::size_t models = 0;      // before
-    std::size_t divided = 0;     // models that lay on both sides of the plane, or were mirrored
-    std::size_t connectors = 0;  // pairs of peg and socket made
+    std::size_t models = 0;       // before
+    std::size_t divided = 0;      // models that lay on both sides of the plane, or were mirrored
+    std::size_t connectors = 0;   // pairs of peg and socket made
+    double connector_volume = 0;  // of the pegs, less that of the sockets; cubic model units
 };
 
 /// A socket is larger than its peg by this much all around and at its end, model units.
@@ -72,5 +86,10 @@ CutCounts cut_models(TriMesh& mesh, const CutOptions& options, RunContext& run);
 /// Divides one model, whatever shells it has, as `cut_models` does, and appends its pieces. Returns
 /// false when the model stays as it is; otherwise it is left empty. Nothing is logged.
 bool cut_model(TriMesh& model, const CutOptions& options, std::vector<TriMesh>& pieces);
+
+/// The same, but the model keeps its faces: its uses and shells are not there afterwards. Adds to
+/// the counts.
+bool cut_from_model(TriMesh& model, const CutOptions& options, std::vector<TriMesh>& pieces,
+                    CutCounts& counts);
 
 }  // namespace povmesh

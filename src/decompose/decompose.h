@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/vec.h"
+#include "cut/cut.h"
 #include "mesh/tri_mesh.h"
 #include "run/run_context.h"
 
@@ -19,7 +20,15 @@ enum class DivisionMethod : std::uint8_t {
 struct DecomposeOptions {
     Vec3d size;  // of the largest part, model units; not above 0 or not finite: no limit
     DivisionMethod method = DivisionMethod::Automatic;
+    bool may_turn = false;  // a part may lie on any of its sides
+    // On the lower side of each cut, with sockets in the other; as many for each pair of parts that
+    // meet there. Parts fit with them.
+    ConnectorOptions pegs = {};
+    double search_cells = 1e6;  // of the solid model that a search works on, at most
 };
+
+/// A peg is at most so many times as long as its radius.
+constexpr double kPegLengths = 2;
 
 /// A plane across an axis: the points whose coordinate there is `offset`. Its normal points along
 /// the axis.
@@ -35,8 +44,12 @@ struct DecomposeReport {
     std::size_t models = 0;             // that the mesh consists of
     std::size_t cuts = 0;               // of a piece by a plane
     std::size_t uniform_parts = 0;      // that the uniform division makes
+    std::size_t least_parts = 0;        // that no division across the axes gets below
     std::size_t too_large = 0;          // parts that do not fit
     double cut_area = 0;                // of all sections, square model units
+    std::size_t pegs = 0;
+    std::size_t cuts_without_pegs = 0;  // that have no room for any, where pegs are asked for
+    double peg_volume = 0;              // of the pegs, less that of the sockets
 };
 
 /// Divides each model of the mesh into parts whose extents are at most the size (times 1.00005),
@@ -52,18 +65,24 @@ struct DecomposeReport {
 ///
 /// Uniform: k equal slabs of the model's box along an axis, k the least number whose slabs fit.
 /// Planes across z from below, then y, then x; each divides the pieces of its model that do not fit
-/// yet. A plane that divides nothing is not listed.
+/// yet; of more than 64 across a piece the middle one is the first. A plane that divides nothing is
+/// not listed.
 ///
-/// Automatic: as few parts as a search on a model of cells finds, then the cuts with the shortest
-/// contours, away from thin places and with room for pegs; never more parts than Uniform. The list
-/// of planes alone gives the parts: walk through the pieces, models first; one that fits is the
-/// next part; any other is divided by the next plane, and its pieces are walked through in their
-/// order.
+/// Automatic: as few parts as a search on a model of cells finds, then no crumbs of less than 1 %
+/// of the mean part, then the cuts with the least area and the shortest contours, away from thin
+/// places and with room for pegs; never more parts than Uniform. The list of planes alone gives the
+/// parts: walk through the pieces, models first; one that fits is the next part; any other is
+/// divided by the next plane, and its pieces are walked through in their order.
 ///
 /// A piece that no plane divides stays as it is, with a caution.
 ///
 /// The search takes about a second at most, all models together; those that it does not come to
-/// are divided evenly.
+/// are divided evenly. Up to six of its plans are tried on the mesh.
+///
+/// With pegs the planes are those of parts that are smaller by their length across the axes that
+/// have to be divided, so that the parts fit with them; volumes then differ by `peg_volume`.
+///
+/// Memory at the peak: about four times that of the faces and vertices of the mesh.
 ///
 /// Log: a summary, once. No progress. The same bits for any number of threads.
 DecomposeReport decompose(TriMesh& mesh, const DecomposeOptions& options, RunContext& run);

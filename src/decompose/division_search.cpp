@@ -1,6 +1,7 @@
 // Beam search over sets of pieces. A state has finished parts and open pieces, of which the largest
 // is divided next, in every way that the pieces' boxes and sections suggest; the states with the
-// fewest parts to be expected stay, of equal ones those with the best sections.
+// fewest parts to be expected stay, of equal ones those with the best sections. A piece keeps the
+// ways that were found to divide it, so that a second search costs little.
 //
 // Source: L. Luo, I. Baran, S. Rusinkiewicz and W. Matusik, Chopper: Partitioning models into
 // 3D-printable parts, TOG 31(6), 2012. Unlike there, what the cuts do is judged on cells, and the
@@ -31,7 +32,11 @@ constexpr std::size_t kSpreadPlaces = 6;  // along every axis
 constexpr std::size_t kMostWindows = 15;  // along an axis; more slabs are far from done anyway
 
 constexpr double kCrumbWeight = 0.5;
-constexpr double kCrumbShare = 0.25;  // of the mean part; what is smaller is a crumb
+constexpr double kCrumbShare = 0.05;    // of the mean part; what is smaller is a crumb
+constexpr double kRealCrumbWeight = 2;  // of one that a cut of the mesh made
+
+// How far a place may be from the one that was judged, cells.
+constexpr double kLeeway = 1.5;
 
 // A section has room for a peg when it is as wide as this share of the smallest size, and as these
 // cells.
@@ -40,8 +45,12 @@ constexpr double kPegCells = 3;
 
 struct Way;
 
+// Only roots keep their runs: there are far more pieces than are looked at again.
 struct Node {
     SolidPiece piece;
+    Node* parent = nullptr;  // divided in its way number `way` has it as child number `child`
+    std::size_t way = 0;
+    std::size_t child = 0;
     std::size_t expected = 1;  // parts
     bool fits = false;
     bool has_ways = false;
@@ -54,7 +63,7 @@ struct Way {
     CutPlace place;
     double quality = 0;
     std::vector<NodePointer> children;  // those below first
-    std::size_t below = 0;
+    std::size_t more_parts = 0;         // than its children need, as a cut of the mesh showed
 };
 
 struct Choice {
@@ -74,29 +83,32 @@ bool is_better(const State& a, const State& b) {
     return a.expected != b.expected ? a.expected < b.expected : a.quality < b.quality;
 }
 
-class Search {
-public:
-    Search(SolidModel solid, const PartSize& size, std::size_t& effort)
-        : grid_(solid.grid), size_(size), effort_(effort), pieces_(std::move(solid.pieces)) {}
+}  // namespace
 
-    DivisionPlan run() {
-        State start;
-        for (SolidPiece& piece : pieces_) {
+class PlanSearch {
+public:
+    PlanSearch(SolidModel solid, const PartSize& size, std::size_t& effort)
+        : grid_(solid.grid), size_(size), effort_(effort) {
+        for (SolidPiece& piece : solid.pieces) {
             volume_ += piece.cells;
-            add(start, make_node(std::move(piece)));
+            roots_.push_back(make_node(std::move(piece)));
+            add(start_, roots_.back());
         }
-        std::vector<NodePointer> roots = roots_;
-        if (start.expected > kMostParts || roots.empty()) return {};
-        expected_at_first_ = start.expected;
-        std::vector<State> beam = {start};
+        expected_at_first_ = std::max<std::size_t>(start_.expected, 1);
+        scale_ = scale_of_sections();
+    }
+
+    DivisionPlan plan() {
+        if (start_.expected > kMostParts || roots_.empty()) return {};
+        std::vector<State> beam = {start_};
         State best;
         bool has_best = false;
         while (!beam.empty() && effort_ != 0) {
             std::vector<State> next;
             for (const State& state : beam) {
-                if (has_best && !is_better(state, best)) continue;
+                if (has_best && !may_beat(state, best)) continue;
                 if (state.open.empty()) {
-                    best = state;
+                    if (!has_best || is_better(state, best)) best = state;
                     has_best = true;
                     continue;
                 }
@@ -104,21 +116,35 @@ public:
             }
             beam = keep_best(std::move(next));
         }
-        return has_best ? plan_of(best, roots) : DivisionPlan{};
+        if (!has_best) return {};
+        DivisionPlan plan = plan_of(best);
+        if (std::find(made_.begin(), made_.end(), planned_ways_) != made_.end()) return {};
+        made_.push_back(planned_ways_);
+        return plan;
+    }
+
+    // What is wrong with a place is so with those next to it.
+    void correct(std::uint32_t piece, std::size_t more_parts, std::size_t crumbs) {
+        const CutPlace& wrong = planned_ways_[piece].second->place;
+        for (Way& way : planned_ways_[piece].first->ways) {
+            if (way.place.axis != wrong.axis) continue;
+            const double apart = std::abs(way.place.offset - wrong.offset);
+            if (apart > kLeeway * grid_.edge[wrong.axis]) continue;
+            way.more_parts += more_parts;
+            way.quality += kRealCrumbWeight * static_cast<double>(crumbs);
+        }
     }
 
 private:
-    NodePointer make_node(SolidPiece piece) {
+    NodePointer make_node(SolidPiece piece) const {
         auto node = std::make_shared<Node>();
         node->piece = std::move(piece);
         node->fits = size_.fits(node->piece.box);
         node->expected = node->fits ? 1 : expected_parts(node->piece);
-        if (node->fits) node->piece.runs = {};  // nobody divides it
         return node;
     }
 
-    void add(State& state, const NodePointer& node) {
-        if (roots_.size() < pieces_.size()) roots_.push_back(node);
+    static void add(State& state, const NodePointer& node) {
         state.expected += node->expected;
         if (node->fits) {
             ++state.done;
@@ -127,15 +153,29 @@ private:
         }
     }
 
+    // What is expected of a piece may turn out to be too much, but never less than two parts.
+    static bool may_beat(const State& state, const State& best) {
+        const std::size_t least = state.done + 2 * state.open.size();
+        return least != best.expected ? least < best.expected : state.quality < best.quality;
+    }
+
     // The slab cells of its box that hold any of a piece, at least 2.
     std::size_t expected_parts(const SolidPiece& piece) const {
+        std::size_t least = kMostParts + 1;
+        for (const Limits& limits : size_.limits()) {
+            least = std::min(least, held_cells(piece, limits));
+        }
+        return std::max<std::size_t>(2, least);
+    }
+
+    std::size_t held_cells(const SolidPiece& piece, const Limits& limits) const {
         std::array<std::size_t, 3> slabs{};
         std::array<std::vector<std::size_t>, 3> slab_of;  // by layer
         const Vec3d extent = piece.box.extent();
         for (std::size_t axis = 0; axis < 3; ++axis) {
             const double length = along(extent, axis);
             slabs[axis] = static_cast<std::size_t>(
-                std::min<std::int64_t>(size_.slabs(length, axis), kMostParts + 1));
+                std::min<std::int64_t>(slab_count(length, limits[axis]), kMostParts + 1));
             for (std::int32_t i = piece.low[axis]; i < piece.high[axis]; ++i) {
                 const double middle = along(grid_.box.low, axis) + grid_.edge[axis] * (i + 0.5);
                 const double share = (middle - along(piece.box.low, axis)) / length;
@@ -156,8 +196,7 @@ private:
                 held[row + s] = true;
             }
         }
-        return std::max<std::size_t>(
-            2, static_cast<std::size_t>(std::count(held.begin(), held.end(), true)));
+        return static_cast<std::size_t>(std::count(held.begin(), held.end(), true));
     }
 
     // ------------------------------------------------------------------ where to cut
@@ -222,67 +261,96 @@ private:
         std::vector<std::pair<double, double>> found_;
     };
 
-    SectionScale scale_of(const SolidPiece& piece, std::size_t axis) const {
-        const Vec3d extent = piece.box.extent();
-        double perimeter = 0;
-        double area = 1;
-        double cell = 0;
-        for (const std::size_t other : {(axis + 1) % 3, (axis + 2) % 3}) {
-            const double side = std::min(size_.limit(other), along(extent, other));
-            perimeter += 2 * side;
-            area *= side;
-            cell = std::max(cell, grid_.edge[other]);
+    // The same for all pieces, so that qualities add up to that of the whole seam.
+    SectionScale scale_of_sections() const {
+        const Vec3d extent = grid_.box.extent();
+        const Limits& limits = size_.best_limits(extent);
+        std::array<double, 3> side{};
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            side[axis] = std::min(limits[axis], along(extent, axis));
         }
+        const double edge = *std::max_element(grid_.edge.begin(), grid_.edge.end());
         const double wide = std::isinf(size_.smallest()) ? 0 : kPegShare * size_.smallest();
-        return {std::max(wide, kPegCells * cell), perimeter, area};
+        return {std::max(wide, kPegCells * edge), 4 * (side[0] + side[1] + side[2]) / 3,
+                (side[0] * side[1] + side[1] * side[2] + side[2] * side[0]) / 3};
+    }
+
+    // Divides the root again as the pieces above this one were divided.
+    std::vector<CellRun> runs_of(const Node& node) {
+        if (node.parent == nullptr) return node.piece.runs;
+        SolidPiece whole = node.parent->piece;
+        if (node.parent->parent != nullptr) whole.runs = runs_of(*node.parent);
+        spend(2 * whole.runs.size());
+        SplitPiece split = split_piece(whole, node.parent->ways[node.way].place, grid_);
+        const std::size_t below = split.below.size();
+        return std::move(node.child < below ? split.below[node.child].runs
+                                            : split.above[node.child - below].runs);
     }
 
     void find_ways(Node& node) {
         node.has_ways = true;
-        const SolidPiece& piece = node.piece;
+        SolidPiece piece = node.piece;
+        piece.runs = runs_of(node);
         for (std::size_t axis = 0; axis < 3; ++axis) {
             if (piece.high[axis] - piece.low[axis] < 2) continue;
-            Places places(piece, axis, grid_,
-                          section_qualities(piece, axis, grid_, scale_of(piece, axis)));
+            Places places(piece, axis, grid_, section_qualities(piece, axis, grid_, scale_));
             spend(volume_of(piece) / 4);
-            const double low = places.low();
-            const double extent = places.high() - low;
-            const auto slabs = static_cast<std::size_t>(
-                std::min<std::int64_t>(size_.slabs(extent, axis), kMostWindows + 1));
-            // Half the tolerance, so that rounding keeps the parts within the other half.
-            const double size = size_.limit(axis) * (1 - PartSize::kTolerance / 2);
-            const auto count = static_cast<double>(slabs);
-            for (std::size_t m = 1; m < slabs; ++m) {
-                const auto share = static_cast<double>(m);
-                const double from = places.high() - (count - share) * size;
-                const double to = low + share * size;
-                places.add(low + extent * share / count);
-                if (!(from < to)) continue;
-                places.add_best(from, to);
-                places.add(from);
-                places.add(to);
+            const Limits* done = nullptr;
+            for (const Limits& limits : size_.limits()) {
+                if (done != nullptr && limits[axis] == (*done)[axis]) continue;
+                done = &limits;
+                add_windows(places, limits[axis]);
             }
+            const double extent = places.high() - places.low();
             for (std::size_t i = 0; i < kSpreadPlaces; ++i) {
-                places.add(low + extent * (static_cast<double>(i) + 0.5) / kSpreadPlaces);
+                places.add(places.low() + extent * (static_cast<double>(i) + 0.5) / kSpreadPlaces);
             }
             for (const auto& [offset, quality] : places.found()) {
-                add_way(node, {axis, offset}, quality);
+                add_way(node, piece, {axis, offset}, quality);
             }
         }
     }
 
-    void add_way(Node& node, const CutPlace& place, double quality) {
-        spend(2 * node.piece.runs.size());
-        SplitPiece split = split_piece(node.piece, place, grid_);
+    // Where a limit leaves the least number of slabs.
+    static void add_windows(Places& places, double limit) {
+        const double low = places.low();
+        const double extent = places.high() - low;
+        const auto slabs = static_cast<std::size_t>(
+            std::min<std::int64_t>(slab_count(extent, limit), kMostWindows + 1));
+        const double size = planned(limit);
+        const auto count = static_cast<double>(slabs);
+        for (std::size_t m = 1; m < slabs; ++m) {
+            const auto share = static_cast<double>(m);
+            const double from = places.high() - (count - share) * size;
+            const double to = low + share * size;
+            places.add(low + extent * share / count);
+            if (!(from < to)) continue;
+            places.add_best(from, to);
+            places.add(from);
+            places.add(to);
+        }
+    }
+
+    // Half the tolerance, so that rounding keeps the parts within the other half.
+    static double planned(double limit) { return limit * (1 - PartSize::kTolerance / 2); }
+
+    void add_way(Node& node, const SolidPiece& whole, const CutPlace& place, double quality) {
+        spend(2 * whole.runs.size());
+        SplitPiece split = split_piece(whole, place, grid_);
         if (split.below.empty() || split.above.empty()) return;
-        Way way{place, quality, {}, split.below.size()};
+        Way way{place, quality, {}, 0};
         const double crumb =
             kCrumbShare * static_cast<double>(volume_) / static_cast<double>(expected_at_first_);
         for (std::vector<SolidPiece>* side : {&split.below, &split.above}) {
             for (SolidPiece& piece : *side) {
                 const auto cells = static_cast<double>(piece.cells);
                 if (cells < crumb) way.quality += kCrumbWeight * (1 - cells / crumb);
-                way.children.push_back(make_node(std::move(piece)));
+                NodePointer child = make_node(std::move(piece));
+                std::vector<CellRun>().swap(child->piece.runs);
+                child->parent = &node;
+                child->way = node.ways.size();
+                child->child = way.children.size();
+                way.children.push_back(std::move(child));
             }
         }
         node.ways.push_back(std::move(way));
@@ -312,7 +380,7 @@ private:
             const Way& way = node->ways[i];
             State made = state;
             made.open.erase(made.open.begin() + (largest - state.open.begin()));
-            made.expected -= node->expected;
+            made.expected += way.more_parts - node->expected;
             made.quality += way.quality;
             for (const NodePointer& child : way.children) add(made, child);
             made.choices.push_back({node, i});
@@ -349,15 +417,18 @@ private:
         return kept;
     }
 
-    static DivisionPlan plan_of(const State& best, const std::vector<NodePointer>& roots) {
+    DivisionPlan plan_of(const State& best) {
         DivisionPlan plan;
-        plan.parts = best.done;
+        plan.parts = best.expected;
+        planned_ways_.clear();
         const auto add_piece = [&](const NodePointer& node) {
-            plan.pieces.push_back({node->piece.box, false, {}, {}, 0});
+            PlannedPiece& piece = plan.pieces.emplace_back();
+            piece.box = node->piece.box;
+            planned_ways_.emplace_back(nullptr, nullptr);
             return static_cast<std::uint32_t>(plan.pieces.size() - 1);
         };
         std::vector<std::pair<NodePointer, std::uint32_t>> waiting;
-        for (const NodePointer& root : roots) {
+        for (const NodePointer& root : roots_) {
             plan.roots.push_back(add_piece(root));
             waiting.emplace_back(root, plan.roots.back());
         }
@@ -367,7 +438,7 @@ private:
             const auto choice = std::find_if(best.choices.begin(), best.choices.end(),
                                              [&](const Choice& c) { return c.node == node; });
             if (choice == best.choices.end()) continue;
-            const Way& way = node->ways[choice->way];
+            Way& way = node->ways[choice->way];
             for (const NodePointer& child : way.children) {
                 const std::uint32_t place = add_piece(child);
                 plan.pieces[number].children.push_back(place);
@@ -375,24 +446,77 @@ private:
             }
             plan.pieces[number].is_divided = true;
             plan.pieces[number].place = way.place;
-            plan.pieces[number].below = way.below;
+            planned_ways_[number] = {node.get(), &way};
+        }
+        for (std::uint32_t i = 0; i < plan.pieces.size(); ++i) {
+            if (plan.pieces[i].is_divided) set_leeway(plan, i);
         }
         return plan;
+    }
+
+    // As far as the parts beside the place stay small enough.
+    void set_leeway(DivisionPlan& plan, std::uint32_t number) const {
+        PlannedPiece& piece = plan.pieces[number];
+        const std::size_t axis = piece.place.axis;
+        const double offset = piece.place.offset;
+        piece.low = offset - kLeeway * grid_.edge[axis];
+        piece.high = offset + kLeeway * grid_.edge[axis];
+        std::vector<std::uint32_t> waiting = piece.children;
+        while (!waiting.empty()) {
+            const PlannedPiece& part = plan.pieces[waiting.back()];
+            waiting.pop_back();
+            if (part.is_divided) {
+                waiting.insert(waiting.end(), part.children.begin(), part.children.end());
+                continue;
+            }
+            const double room = room_along(part.box, axis);
+            if (along(part.box.high, axis) == offset) {
+                piece.high = std::min(piece.high, along(part.box.low, axis) + room);
+            }
+            if (along(part.box.low, axis) == offset) {
+                piece.low = std::max(piece.low, along(part.box.high, axis) - room);
+            }
+        }
+        piece.low = std::min(piece.low, offset);
+        piece.high = std::max(piece.high, offset);
+    }
+
+    // How long a part may be along an axis, as it lies.
+    double room_along(const Box3d& box, std::size_t axis) const {
+        double room = along(box.extent(), axis);
+        for (const Limits& limits : size_.limits()) {
+            Vec3d extent = box.extent();
+            const double longer = std::min(planned(limits[axis]), 1e30);
+            extent = extent - along_axis(axis, along(extent, axis)) + along_axis(axis, longer);
+            if (size_.fits(extent)) room = std::max(room, longer);
+        }
+        return room;
     }
 
     CellGrid grid_;
     const PartSize& size_;
     std::size_t& effort_;
-    std::vector<SolidPiece> pieces_;
     std::vector<NodePointer> roots_;
+    State start_;
+    SectionScale scale_;
     std::size_t volume_ = 0;             // cells
     std::size_t expected_at_first_ = 1;  // parts
+    // By piece of the last plan; null: it is not divided.
+    std::vector<std::pair<Node*, const Way*>> planned_ways_;
+    std::vector<std::vector<std::pair<Node*, const Way*>>> made_;  // those of all plans
 };
 
-}  // namespace
+DivisionSearch::DivisionSearch(SolidModel solid, const PartSize& size, std::size_t& effort)
+    : search_(std::make_unique<PlanSearch>(std::move(solid), size, effort)) {}
 
-DivisionPlan plan_division(SolidModel solid, const PartSize& size, std::size_t& effort) {
-    return Search(std::move(solid), size, effort).run();
+DivisionSearch::~DivisionSearch() = default;
+
+DivisionPlan DivisionSearch::plan() {
+    return search_->plan();
+}
+
+void DivisionSearch::correct(std::uint32_t piece, std::size_t more_parts, std::size_t crumbs) {
+    search_->correct(piece, more_parts, crumbs);
 }
 
 }  // namespace povmesh

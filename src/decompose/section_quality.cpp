@@ -11,10 +11,10 @@
 namespace povmesh {
 namespace {
 
-constexpr double kContourWeight = 0.4;
-constexpr double kAreaWeight = 0.4;
-constexpr double kFragileWeight = 0.3;
-constexpr double kNarrowWeight = 0.3;
+constexpr double kContourWeight = 0.2;
+constexpr double kAreaWeight = 1;
+constexpr double kFragileWeight = 0.2;
+constexpr double kNarrowWeight = 0.2;
 constexpr std::size_t kSoundLayers = 3;
 
 // The cells of a piece in its own box, layers across the axis one behind the other.
@@ -144,11 +144,12 @@ std::vector<double> section_qualities(const SolidPiece& piece, std::size_t axis,
         const double contour = (static_cast<double>(sums.column_sides) * row_edge +
                                 static_cast<double>(sums.row_sides) * column_edge) *
                                std::numbers::pi / 4;
-        const auto area = static_cast<double>(sums.cells);
+        const double cell = row_edge * column_edge / scale.area;
         qualities[i] = kContourWeight * contour / scale.perimeter +
-                       kAreaWeight * area * row_edge * column_edge / scale.area +
-                       kFragileWeight * static_cast<double>(sums.fragile) / area +
-                       kNarrowWeight * static_cast<double>(sums.narrow) / area;
+                       (kAreaWeight * static_cast<double>(sums.cells) +
+                        kFragileWeight * static_cast<double>(sums.fragile) +
+                        kNarrowWeight * static_cast<double>(sums.narrow)) *
+                           cell;
     }
     return qualities;
 }

@@ -15,9 +15,9 @@ struct SectionScale {
 };
 
 /// Between layer i - 1 and i of a piece, for i from 1 to the number of its layers - 1; entry 0 is
-/// not used. The lower the better: 0.4 times each the length of the contour and the area, over
-/// those of the scale, and 0.3 times each of the shares of the section that have fewer than three
-/// layers of material on a side, and that are too narrow for a peg.
+/// not used. The lower the better: the area of the section, once more a fifth of what of it has
+/// fewer than three layers of material on a side, and of what is too narrow for a peg, over the
+/// area of the scale, and a fifth of the length of the contour over that of the scale.
 std::vector<double> section_qualities(const SolidPiece& piece, std::size_t axis,
                                       const CellGrid& grid, const SectionScale& scale);
 

@@ -14,16 +14,13 @@
 namespace povmesh {
 namespace {
 
-// Cells of a grid, roughly. Of 20,000 the legs of an animal grow together.
-constexpr double kCells = 250'000;
-
 // Of a flat model, so many cells along an axis do.
-constexpr std::int32_t kMostAlong = 255;
+constexpr std::int32_t kMostAlong = 1023;
 
 // A box as thick as this share of its greatest extent is one cell thick.
 constexpr double kFlat = 1e-4;
 
-CellGrid make_grid(const Box3d& box) {
+CellGrid make_grid(const Box3d& box, double cells) {
     CellGrid grid;
     grid.box = box;
     const Vec3d extent = box.extent();
@@ -32,7 +29,7 @@ CellGrid make_grid(const Box3d& box) {
     for (std::size_t axis = 0; axis < 3; ++axis) {
         volume *= std::max(along(extent, axis), kFlat * largest);
     }
-    const double wanted = std::cbrt(volume / kCells);
+    const double wanted = std::cbrt(volume / cells);
     for (std::size_t axis = 0; axis < 3; ++axis) {
         const double length = std::max(along(extent, axis), kFlat * largest);
         const auto half = saturate_to<std::int32_t>(length / wanted / 2);
@@ -136,14 +133,14 @@ std::vector<SolidPiece> pieces_of(const std::vector<CellRun>& runs, const CellGr
 
 }  // namespace
 
-SolidModel make_solid(const TriMesh& model) {
+SolidModel make_solid(const TriMesh& model, double cells_wanted) {
     SolidModel solid;
     const Box3f bounds = finite_bounds(model);
     if (bounds.is_empty()) return solid;
     const Box3d box{to_double(bounds.low), to_double(bounds.high)};
     const Vec3d extent = box.extent();
     if (!(std::max({extent.x, extent.y, extent.z}) > 0)) return solid;
-    solid.grid = make_grid(box);
+    solid.grid = make_grid(box, cells_wanted);
     const CellGrid& grid = solid.grid;
     RunLog quiet;
     RunContext run{{}, quiet};
@@ -180,6 +177,12 @@ SolidModel make_solid(const TriMesh& model) {
     }
     solid.pieces = pieces_of(runs, grid, {0, 0, 0}, grid.count, box);
     return solid;
+}
+
+std::size_t cell_count(const SolidModel& solid) {
+    std::size_t count = 1;
+    for (const std::int32_t along : solid.grid.count) count *= static_cast<std::size_t>(along);
+    return count;
 }
 
 SplitPiece split_piece(const SolidPiece& piece, const CutPlace& place, const CellGrid& grid) {

@@ -39,9 +39,14 @@ struct SolidModel {
     std::vector<SolidPiece> pieces;
 };
 
-/// The cells that a model passes through or encloses, about 250,000 in its box; a cavity that is
-/// wound inward stays empty. No pieces when the model has no box.
-SolidModel make_solid(const TriMesh& model);
+/// The cells that a model passes through or encloses; a cavity that is wound inward stays empty. No
+/// pieces when the model has no box.
+///
+/// @param cells  about so many in its box
+SolidModel make_solid(const TriMesh& model, double cells);
+
+/// Of its box.
+std::size_t cell_count(const SolidModel& solid);
 
 /// A place to cut: across an axis, at a coordinate.
 struct CutPlace {

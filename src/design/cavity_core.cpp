@@ -36,7 +36,7 @@ constexpr std::int64_t kOuterSurface = 13;
 float cavity_voxel_size(const TriMesh& mesh, double model_volume, RunContext& run) {
     const double size = std::pow(model_volume / kVoxelsOfASolid, kSizeExponent);
     const auto edge = static_cast<float>(std::clamp(size, kSmallestVoxel, kLargestVoxel));
-    return affordable_size(model_box(mesh), {edge, edge, edge}, kMostCellsOfASolid, run).x;
+    return affordable_size(mesh, {edge, edge, edge}, kMostCellsOfASolid, run).x;
 }
 
 std::int32_t wall_layers(double thickness, double voxel_size) {

@@ -111,7 +111,7 @@ void open_inner_surfaces(VoxelGrid& grid, const Words& surface) {
 
 float affordable_voxel_size(const TriMesh& mesh, const CellOptions& options, RunContext& run) {
     const float size = voxel_size(volume(mesh), options);
-    return affordable_size(model_box(mesh), {size, size, size}, kMostCells, run).x;
+    return affordable_size(mesh, {size, size, size}, kMostCells, run).x;
 }
 
 VoxelGrid solid_of(const TriMesh& mesh, float size, RunContext& run) {

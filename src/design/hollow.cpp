@@ -17,6 +17,9 @@
 namespace povmesh {
 namespace {
 
+// Of a voxel, that a wall has.
+constexpr double kLeastShare = 0.25;
+
 constexpr double kAnyWall = std::numeric_limits<double>::infinity();
 
 // The making of a cavity's surface out of its voxels.
@@ -96,6 +99,14 @@ HollowReport hollow(TriMesh& mesh, float thickness, RunContext& run, const Hollo
     const float size = cavity_voxel_size(mesh, report.model_volume, run);
     report.voxel_size = double{size};
     report.layers = wall_layers(double{thickness}, report.voxel_size);
+    // Voxels as wide as the contract has them are never so large: coordinates are wild, and what
+    // would be made has nothing to do with the wall that is asked for.
+    report.is_too_thin = report.layers >= 1 && double{thickness} < kLeastShare * report.voxel_size;
+    if (report.is_too_thin) {
+        mesh = {};
+        run.log.caution("hollow nothing!\n");
+        return report;
+    }
     VoxelGrid core = cavity_core(mesh, size, double{thickness}, report.layers, run);
     std::optional<CavityWall> wall;
     if (report.layers >= 1 && core.size() >= kFewestVoxels) {

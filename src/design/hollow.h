@@ -24,6 +24,8 @@ struct HollowReport {
     double smallest_wall = 0;  // between the surfaces, model units; where layers were taken
     // No cavity of that wall keeps clear of the model's surface.
     bool is_crossing = false;
+    // Less than a quarter of a voxel, of which the grid holds no larger number: nothing is tried.
+    bool is_too_thin = false;
 };
 
 /// Replaces the faces and vertices of a model by the surface of the cavity that leaves a wall of

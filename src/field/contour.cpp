@@ -32,6 +32,13 @@ constexpr double kSame = 1e-5;
 // Normals within 25 degrees: a smooth place, where vertices go onto the level itself.
 constexpr double kSmoothCosine = 0.9063;
 
+// Nodes that were added stick out. So much of their edges belongs to them, in cells, that results
+// stay within their tolerance.
+constexpr float kBesideChanged = 0.03F;
+
+// Vertices at the rims of sheets lie no farther from them than the edges of a rim that is square.
+constexpr double kRimOvershoot = 1.45;
+
 template <typename Body>
 void for_each_block(std::size_t count, Body&& body) {
     for_blocks((count + kBlocksAtOnce - 1) / kBlocksAtOnce, [&](std::size_t piece) {
@@ -79,6 +86,9 @@ public:
     }
 
 private:
+    // What the level is a distance from.
+    const NearestFace& surface() const { return level_ == 0 ? field_.sheets() : field_.surface(); }
+
     // --------------------------------------------------------------------------- cells and edges
 
     void find_cells() {
@@ -145,13 +155,15 @@ private:
         const std::span<const Crossing> own = crossings.subspan(first, end - first);
         crossings = crossings.subspan(end);
         const bool is_low_solid = set_.at(node);
+        const NodeIndex up = set_.layout().node(node).stepped(axis, 1);
+        const std::uint32_t solid = is_low_solid ? node : set_.layout().number(up);
+        if (field_.thickened().at(solid)) {
+            // Also where the edge passes through the sheet and ends hardly beyond it.
+            const EdgePoint point = point_on_level(node, axis, field_.sheet_reach());
+            if (own.empty() || dot(point.normal, point.normal) > 0) return point;
+        }
         if (own.empty()) {
-            const NodeIndex up = set_.layout().node(node).stepped(axis, 1);
-            const std::uint32_t solid = is_low_solid ? node : set_.layout().number(up);
-            if (field_.thickened().at(solid)) {
-                return point_on_level(node, axis, field_.sheet_reach());
-            }
-            return {0.5F, {}};
+            return field_.solid().at(solid) ? EdgePoint{0.5F, {}} : beside(is_low_solid);
         }
         const Crossing& outermost = is_low_solid ? own.back() : own.front();
         const Triangle t = triangle_of(field_.faces(), field_.faces().faces[outermost.face]);
@@ -166,13 +178,23 @@ private:
         return {static_cast<float>(v.x), static_cast<float>(v.y), static_cast<float>(v.z)};
     }
 
-    NodeDistances::Sample sample_of(NodeIndex n, double level) const {
-        const NodeDistances::Sample known =
-            level_ != 0 ? nodes_.distances.at(set_.layout().number(n)) : NodeDistances::Sample{};
-        if (known.face != NearestPoint::kNoFace) return known;
-        const double reach = level + 8 * field_.grid().cell;
-        NearestPoint nearest =
-            field_.surface().find(field_.grid().node(n.i, n.j, n.k), reach * reach);
+    NodeDistances::Sample known_sample(NodeIndex n) const {
+        const NodeDistances& distances = level_ != 0 ? nodes_.distances : field_.sheet_distances();
+        return distances.at(set_.layout().number(n));
+    }
+
+    // `known` is that of the edge's other end.
+    NodeDistances::Sample sample_of(NodeIndex n, double level,
+                                    const NodeDistances::Sample& known) const {
+        const NodeDistances::Sample own = known_sample(n);
+        if (own.face != NearestPoint::kNoFace) return own;
+        const double cell = field_.grid().cell;
+        const Vec3d p = field_.grid().node(n.i, n.j, n.k);
+        double limit = (level + 8 * cell) * (level + 8 * cell);
+        if (known.face != NearestPoint::kNoFace) {
+            limit = limit_by(p, nearest_of(p, {&known.face, 1}).point, limit, cell);
+        }
+        const NearestPoint nearest = surface().find(p, limit);
         return {static_cast<float>(std::sqrt(nearest.squared_distance)), nearest.face};
     }
 
@@ -199,8 +221,8 @@ private:
         const FieldGrid& grid = field_.grid();
         const NodeIndex low = set_.layout().node(node);
         const NodeIndex high = low.stepped(axis, 1);
-        const NodeDistances::Sample a = sample_of(low, level);
-        const NodeDistances::Sample b = sample_of(high, level);
+        const NodeDistances::Sample a = sample_of(low, level, known_sample(high));
+        const NodeDistances::Sample b = sample_of(high, level, a);
         if (a.face == NearestPoint::kNoFace || b.face == NearestPoint::kNoFace) return {0.5F, {}};
         const Vec3d from = grid.node(low.i, low.j, low.k);
         const Vec3d step = grid.node(high.i, high.j, high.k) - from;
@@ -210,20 +232,28 @@ private:
         const std::array<End, 2> ends = {end_of(low, 0, a, level, crossings),
                                          end_of(high, 1, b, level, crossings)};
         // A node added or taken away has no level on its edges.
-        if ((ends[0].value < 0) == (ends[1].value < 0)) return {0.5F, {}};
+        if ((ends[0].value < 0) == (ends[1].value < 0)) return beside(is_nearer(ends));
         NearestPoint nearest;
         double t = 0.5;
         for (int search = 0;; ++search) {
             t = root_between(ends, level, from, step, {faces.data(), face_count}, nearest);
             const double known = std::sqrt(nearest.squared_distance) - kSame * grid.cell;
             if (!(known > 0) || search == kSearches) break;
-            const NearestPoint nearer = field_.surface().find(from + step * t, known * known);
+            const NearestPoint nearer = surface().find(from + step * t, known * known);
             if (!nearer.is_found()) break;
             nearest = nearer;
             faces[face_count++] = nearer.face;
             if (face_count == faces.size()) break;
         }
         return {static_cast<float>(t), unit(from + step * t - nearest.point)};
+    }
+
+    // The point of an edge without a level, next to the end that was added or taken away.
+    static EdgePoint beside(bool is_low) {
+        return {is_low ? kBesideChanged : 1 - kBesideChanged, {}};
+    }
+    static bool is_nearer(const std::array<End, 2>& ends) {
+        return std::abs(ends[0].value) < std::abs(ends[1].value);
     }
 
     EdgePoint point_on_sharp_level(std::uint32_t node, std::size_t axis) const {
@@ -241,7 +271,7 @@ private:
         const std::span<const Crossing> crossings = field_.crossings().of_edge(axis, node);
         std::array<End, 2> ends = {end_of(low, 0, sample(from), level, crossings),
                                    end_of(high, 1, sample(from + step), level, crossings)};
-        if ((ends[0].value < 0) == (ends[1].value < 0)) return {0.5F, {}};
+        if ((ends[0].value < 0) == (ends[1].value < 0)) return beside(is_nearer(ends));
         double t = 0.5;
         SharpDistance::Value value{};
         for (int i = 0; i < kSharpSteps; ++i) {
@@ -319,7 +349,13 @@ private:
 
     Vec3d place_vertex(std::uint32_t cell) const {
         const CellPoints all = points_of(cell);
-        if (level_ == 0 || !is_smooth(all.span(), kSmoothCosine)) {
+        if (level_ == 0) {
+            const Vec3d place = clamped_to_cell(dual_vertex(all.span()), margin_);
+            return overshoots_rim(cell, place, all.span())
+                       ? clamped_to_cell(mean_of(all.span()), margin_)
+                       : place;
+        }
+        if (!is_smooth(all.span(), kSmoothCosine)) {
             return clamped_to_cell(dual_vertex(all.span()), margin_);
         }
         // Tangent planes overshoot a round level.
@@ -332,12 +368,41 @@ private:
         if (sharp_ != nullptr && sharp_->at(p, 2 * reach).is_at_plane) {
             return clamped_to_cell(dual_vertex(all.span()), margin_);
         }
-        const NearestPoint nearest = field_.surface().find(p, reach * reach);
+        NearestPoint nearest = surface().find(p, limit_by_points(p, cell, all.span(), reach));
+        if (!nearest.is_found()) nearest = surface().find(p, reach * reach);
         const double distance = std::sqrt(nearest.squared_distance);
         if (nearest.is_found() && distance > 0) {
             place = place + (p - nearest.point) * ((level - distance) / (distance * grid.cell));
         }
         return clamped_to_cell(place, margin_);
+    }
+
+    // Around the tips of sheets tangent planes meet far out.
+    bool overshoots_rim(std::uint32_t cell, Vec3d place, std::span<const CellPoint> points) const {
+        if (!has_thickened_corner(cell) || is_smooth(points, kSmoothCosine)) return false;
+        const double reach = kRimOvershoot * field_.sheet_reach();
+        return !surface().find(dual_.to_exact_world(cell, place), reach * reach).is_found();
+    }
+    bool has_thickened_corner(std::uint32_t cell) const {
+        if (!(field_.sheet_reach() > 0)) return false;
+        const NodeIndex low = set_.layout().node(cell);
+        for (std::int32_t c = 0; c < 8; ++c) {
+            const NodeIndex n = {low.i + (c & 1), low.j + (c >> 1 & 1), low.k + (c >> 2)};
+            if (field_.thickened().at(n)) return true;
+        }
+        return false;
+    }
+
+    // The points on the edges lie at the level from those of the surface that are nearest to them.
+    double limit_by_points(Vec3d p, std::uint32_t cell, std::span<const CellPoint> points,
+                           double reach) const {
+        double limit = reach * reach;
+        for (const CellPoint& point : points) {
+            const Vec3d nearest =
+                dual_.to_exact_world(cell, point.place) - point.normal * std::abs(level_);
+            limit = limit_by(p, nearest, limit, field_.grid().cell);
+        }
+        return limit;
     }
 
     // ------------------------------------------------------------------------------------- quads

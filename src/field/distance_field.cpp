@@ -33,21 +33,23 @@ DistanceField::DistanceField(const TriMesh& mesh, const FieldGrid& grid)
       solid_(grid_),
       thickened_(grid_) {}
 
-const NearestFace& DistanceField::surface() const {
-    std::call_once(surface_->is_built, [&] {
-        if (is_buried_.empty()) {
-            surface_->faces = std::make_unique<NearestFace>(mesh_);
+const NearestFace& DistanceField::LazySurface::of_all_but(const TriMesh& mesh,
+                                                          const Array<std::uint8_t>& marks,
+                                                          std::uint8_t left_out) {
+    std::call_once(is_built, [&] {
+        if (marks.empty()) {
+            faces = std::make_unique<NearestFace>(mesh);
             return;
         }
-        TriMesh bordering;
-        bordering.vertices = mesh_.vertices;
-        bordering.faces = mesh_.faces;
-        for (std::size_t f = 0; f < is_buried_.size(); ++f) {
-            if (is_buried_[f] != 0) bordering.faces[f].deleted = 1;
+        TriMesh part;
+        part.vertices = mesh.vertices;
+        part.faces = mesh.faces;
+        for (std::size_t f = 0; f < marks.size(); ++f) {
+            if (marks[f] == left_out) part.faces[f].deleted = 1;
         }
-        surface_->faces = std::make_unique<NearestFace>(bordering);
+        faces = std::make_unique<NearestFace>(part);
     });
-    return *surface_->faces;
+    return *faces;
 }
 
 LevelNodes offset_nodes(const DistanceField& field, double level, const SharpDistance* sharp) {

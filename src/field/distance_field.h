@@ -39,6 +39,7 @@ struct LabelReport {
     std::uint32_t shut_in = 0;       // regions decided by their winding number
     std::uint32_t dropped = 0;       // bodies and pockets of too few nodes
     std::uint64_t bridge_edges = 0;  // grid edges where solid ends and no face is
+    std::size_t bridges = 0;         // what these are apart: gaps and holes that were closed
     double widest_bridge = 0;        // model units, about; and where it is
     Vec3d bridge_place;
     double bridge_area = 0;  // model units squared, about, as the areas below
@@ -67,13 +68,18 @@ public:
     const TriMesh& faces() const { return mesh_; }
 
     const NodeSet& solid() const { return solid_; }
-    /// Of the solid nodes those that are within a thickened sheet.
+    /// Of the solid nodes those that are solid because a sheet is near.
     const NodeSet& thickened() const { return thickened_; }
     double sheet_reach() const { return sheet_reach_; }
 
     /// The faces that border air, to search in: those with solid on both sides are left out.
     /// Built when first asked for, which several threads may do at once.
-    const NearestFace& surface() const;
+    const NearestFace& surface() const { return surface_->of_all_but(mesh_, is_buried_, 1); }
+
+    /// The faces of the sheets that were made thick, to search in; built when first asked for.
+    const NearestFace& sheets() const { return sheets_->of_all_but(mesh_, is_sheet_, 0); }
+    /// Distances to them, of the nodes within a cell beyond the reach.
+    const NodeDistances& sheet_distances() const { return sheet_distances_; }
 
 private:
     friend class Labelling;
@@ -84,12 +90,19 @@ private:
     NodeSet solid_, thickened_;
     double sheet_reach_ = 0;
     Array<std::uint8_t> is_buried_;  // by face; empty when none is
-    // Replaced when other faces are buried.
+    Array<std::uint8_t> is_sheet_;   // by face; empty when none is
+    NodeDistances sheet_distances_;
+    // Replaced when other faces are buried, or sheets.
     struct LazySurface {
         std::once_flag is_built;
         std::unique_ptr<NearestFace> faces;
+
+        /// The live faces of a mesh, without those that are marked with the value.
+        const NearestFace& of_all_but(const TriMesh& mesh, const Array<std::uint8_t>& marks,
+                                      std::uint8_t left_out);
     };
     std::unique_ptr<LazySurface> surface_ = std::make_unique<LazySurface>();
+    std::unique_ptr<LazySurface> sheets_ = std::make_unique<LazySurface>();
 };
 
 /// The live faces of a mesh that are finite, without attributes. Those without area stay: they

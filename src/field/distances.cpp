@@ -147,38 +147,39 @@ public:
 
     enum class Side { Within, Beyond, Both };
 
-    // Where the nodes of a box of `size` nodes a side lie; `face` is a near one, to begin with.
-    Side side_of(NodeIndex low, std::int32_t size, std::uint32_t& face) const {
+    // Where the nodes of a box of `size` nodes a side lie. `near` is a point of the surface near
+    // to the box around it, and becomes that nearest to this one's centre.
+    Side side_of(NodeIndex low, std::int32_t size, NearestPoint& near) const {
         const double half = (size - 1) / 2.0;
         const Vec3d first = grid_.node(low.i, low.j, low.k);
         const Vec3d centre = first + Vec3d{half, half, half} * grid_.cell;
         const double radius = half * std::sqrt(3.0) * grid_.cell;
         const double limit = (farthest_ + radius) * (1 + kSafe);
-        const NearestPoint nearest = surface_.find(centre, limit * limit);
+        const NearestPoint nearest = find(centre, limit, near);
         if (!nearest.is_found()) return Side::Beyond;
-        face = nearest.face;
+        near = nearest;
         const double distance = std::sqrt(nearest.squared_distance);
         return distance < (level_ - radius) - kSafe * level_ ? Side::Within : Side::Both;
     }
 
-    void search_box(NodeIndex low, std::int32_t size, BlockResult& result) const {
+    void search_box(NodeIndex low, std::int32_t size, NearestPoint near,
+                    BlockResult& result) const {
         if (!is_wanted(low, size)) return;
-        std::uint32_t face = NearestPoint::kNoFace;
-        const Side side = side_of(low, size, face);
+        const Side side = side_of(low, size, near);
         if (side == Side::Beyond) return;
         if (side == Side::Within) {
             visit_nodes(low, size, [&](NodeIndex n) { result.within.set(BlockLayout::local(n)); });
             return;
         }
         if (size == 2) {
-            visit_nodes(low, size, [&](NodeIndex n) { measure(n, result); });
+            visit_nodes(low, size, [&](NodeIndex n) { measure(n, near, result); });
             return;
         }
         const std::int32_t half = size / 2;
         for (std::int32_t child = 0; child < 8; ++child) {
             search_box({low.i + (child & 1) * half, low.j + (child >> 1 & 1) * half,
                         low.k + (child >> 2) * half},
-                       half, result);
+                       half, near, result);
         }
     }
 
@@ -201,7 +202,13 @@ private:
         return is_any;
     }
 
-    void measure(NodeIndex n, BlockResult& result) const {
+    NearestPoint find(Vec3d p, double limit, const NearestPoint& near) const {
+        const double squared = limit * limit;
+        return surface_.find(
+            p, near.is_found() ? limit_by(p, near.point, squared, grid_.cell) : squared);
+    }
+
+    void measure(NodeIndex n, const NearestPoint& near, BlockResult& result) const {
         if (sharp_ != nullptr) {
             const double reach = farthest_ * (1 + kSafe);
             const double distance = sharp_->at(grid_.node(n.i, n.j, n.k), reach).distance;
@@ -209,7 +216,7 @@ private:
             return;
         }
         const double limit = (level_ + grid_.cell) * (1 + kSafe);
-        const NearestPoint nearest = surface_.find(grid_.node(n.i, n.j, n.k), limit * limit);
+        const NearestPoint nearest = find(grid_.node(n.i, n.j, n.k), limit, near);
         if (!nearest.is_found()) return;
         const double distance = std::sqrt(nearest.squared_distance);
         const std::uint32_t local = BlockLayout::local(n);
@@ -269,8 +276,8 @@ LevelNodes nodes_within(const NearestFace& surface, const FieldGrid& grid, doubl
     }
     std::vector<LevelSearch::Side> sides(boxes.size());
     for_blocks(boxes.size(), [&](std::size_t b) {
-        std::uint32_t face = NearestPoint::kNoFace;
-        sides[b] = search.side_of(boxes[b], step, face);
+        NearestPoint near;
+        sides[b] = search.side_of(boxes[b], step, near);
     });
     std::vector<std::uint32_t> open;
     for (std::size_t b = 0; b < boxes.size(); ++b) {
@@ -302,7 +309,7 @@ LevelNodes nodes_within(const NearestFace& surface, const FieldGrid& grid, doubl
         results.assign(count, {});
         for_blocks(count, [&](std::size_t b) {
             results[b].block = open[from + b];
-            search.search_box(layout.corner(open[from + b]), kBlockSide, results[b]);
+            search.search_box(layout.corner(open[from + b]), kBlockSide, {}, results[b]);
         });
         std::vector<std::uint32_t> measured;
         for (const auto& result : results) {

@@ -1,6 +1,7 @@
 // Distances from the nodes of a grid to the faces of a mesh, where they are asked for.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <span>
@@ -50,6 +51,14 @@ private:
 /// reach / cell^3.
 NodeDistances near_distances(const TriMesh& mesh, const FaceTree& tree, const FieldGrid& grid,
                              double reach);
+
+/// The square that limits a search for the nearest face where a point of the surface, or one hardly
+/// beside it, is known: such a search looks at little else than what it finds.
+inline double limit_by(Vec3d p, Vec3d on_surface, double squared_limit, double cell) {
+    constexpr double kSlackCells = 1e-3;
+    const double way = length(p - on_surface) + kSlackCells * cell;
+    return std::min(squared_limit, way * way);
+}
 
 /// The nodes within a distance of a surface.
 struct LevelNodes {

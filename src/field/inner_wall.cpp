@@ -9,6 +9,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <initializer_list>
 #include <limits>
 #include <numeric>
 #include <span>
@@ -68,7 +69,7 @@ constexpr double kKnownWithin = 1e-3;
 constexpr double kMargin = 0.02;
 
 // Triangles looked at for the mean.
-constexpr std::size_t kMostMeanSamples = 50000;
+constexpr std::size_t kMostMeanSamples = 10000;
 
 // Triangles per piece of work, each some microseconds.
 constexpr std::size_t kAtOnce = 256;
@@ -92,8 +93,13 @@ double circle_radius(const Triangle& t) {
 // The surface of a cavity, moved off the model.
 class Mending {
 public:
-    Mending(const NearestFace& model, const FieldGrid& grid, double thickness, TriMesh& surface)
-        : model_(model), grid_(grid), thickness_(thickness), surface_(surface) {}
+    Mending(const NearestFace& model, const FieldGrid& grid, double thickness, double least_share,
+            TriMesh& surface)
+        : model_(model),
+          grid_(grid),
+          thickness_(thickness),
+          least_wall_(least_share * thickness),
+          surface_(surface) {}
 
     /// Returns the faces that are too near after all, or cross others.
     std::vector<std::uint32_t> run() {
@@ -130,7 +136,7 @@ public:
     double smallest_wall() {
         double least = std::numeric_limits<double>::infinity();
         for (const Distance& distance : distances_) least = std::min(least, distance.value);
-        const double told = std::max(least * (1 - kToldWithin), kLeastWallShare * thickness_);
+        const double told = std::max(least * (1 - kToldWithin), least_wall_);
         for_pieces(surface_.faces.size(), [&](std::size_t f) {
             if (static_cast<double>(bounds_[f]) >= told) return;
             bounds_[f] = part_of(static_cast<std::uint32_t>(f), told, 0).told_bound();
@@ -152,14 +158,20 @@ private:
     struct Distance {
         double value = 0;
         Vec3d nearest;
+        bool is_told = false;
     };
 
-    // Beyond what matters for the proof, the distance is not told.
-    Distance distance_of(Vec3d p) const {
+    // Beyond what matters for the proof, the distance is not told. Those of points around make the
+    // search short.
+    Distance distance_of(Vec3d p, std::initializer_list<const Distance*> around) const {
         const double limit = thickness_ + 4 * grid_.cell;
-        const NearestPoint found = model_.find(p, limit * limit);
-        return found.is_found() ? Distance{std::sqrt(found.squared_distance), found.point}
-                                : Distance{limit, p};
+        double squared = limit * limit;
+        for (const Distance* known : around) {
+            if (known->is_told) squared = limit_by(p, known->nearest, squared, grid_.cell);
+        }
+        const NearestPoint found = model_.find(p, squared);
+        return found.is_found() ? Distance{std::sqrt(found.squared_distance), found.point, true}
+                                : Distance{limit, p, false};
     }
 
     Array<std::uint32_t> all_faces() const {
@@ -174,8 +186,12 @@ private:
 
     void measure_vertices() {
         distances_.resize(surface_.vertices.size());
-        for_pieces(distances_.size(),
-                   [&](std::size_t v) { distances_[v] = distance_of(place(v)); });
+        for_pieces(distances_.size(), [&](std::size_t v) {
+            // The vertex before is mostly a neighbour, but may belong to another thread.
+            const bool has_before = v % kAtOnce != 0;
+            distances_[v] = has_before ? distance_of(place(v), {&distances_[v - 1]})
+                                       : distance_of(place(v), {});
+        });
     }
 
     template <typename Body>
@@ -188,7 +204,7 @@ private:
 
     // The nearest sample of a part of a triangle, and what no point of it is nearer than.
     struct Part {
-        Distance nearest{std::numeric_limits<double>::infinity(), {}};
+        Distance nearest{std::numeric_limits<double>::infinity(), {}, false};
         Vec3d point;
         double bound = std::numeric_limits<double>::infinity();
 
@@ -231,7 +247,7 @@ private:
         std::array<Distance, 3> there;
         for (std::size_t c = 0; c < 3; ++c) {
             middles[c] = (t[c] + t[next_corner(c)]) * 0.5;
-            there[c] = distance_of(middles[c]);
+            there[c] = distance_of(middles[c], {&distances[c], &distances[next_corner(c)]});
         }
         for (std::size_t c = 0; c < 3; ++c) {
             const std::size_t before = previous_corner(c);
@@ -245,13 +261,13 @@ private:
     std::vector<Short> find_short(const Array<std::uint32_t>& active) {
         std::vector<Part> parts(active.size());
         for_pieces(active.size(), [&](std::size_t i) {
-            parts[i] = part_of(active[i], kLeastWallShare * thickness_, kMended * thickness_);
+            parts[i] = part_of(active[i], least_wall_, kMended * thickness_);
             bounds_[active[i]] = parts[i].told_bound();
         });
         std::vector<Short> found;
         for (std::size_t i = 0; i < active.size(); ++i) {
             const Part& part = parts[i];
-            if (part.bound >= kLeastWallShare * thickness_) continue;
+            if (part.bound >= least_wall_) continue;
             const double missing =
                 std::max(kMended * thickness_ - part.nearest.value, thickness_ * 1e-3);
             const Vec3d away = part.point - part.nearest.nearest;
@@ -289,7 +305,7 @@ private:
             vertex.y = static_cast<float>(to.y);
             vertex.z = static_cast<float>(to.z);
             is_moved_[move.vertex] = 1;
-            distances_[move.vertex] = distance_of(place(move.vertex));
+            distances_[move.vertex] = distance_of(place(move.vertex), {&distances_[move.vertex]});
         });
         ensure_uses(surface_);
         Array<std::uint32_t> around;
@@ -354,6 +370,7 @@ private:
     const NearestFace& model_;
     const FieldGrid& grid_;
     double thickness_;
+    double least_wall_;
     TriMesh& surface_;
     std::vector<Distance> distances_;  // by vertex
     Array<float> bounds_;              // by face: no point of it is nearer
@@ -416,14 +433,14 @@ std::uint64_t take_nodes(const FieldGrid& grid, const TriMesh& surface,
 
 // Fewer triangles, if the wall stays as thick as promised with them; false if not.
 bool thin_out_cavity(const NearestFace& model, const FieldGrid& grid, double thickness,
-                     TriMesh& cavity, WallReport& report) {
+                     double least_share, TriMesh& cavity, WallReport& report) {
     TriMesh thinned = cavity;
     const ThinOutReport done = thin_out(thinned, kThinOutShare * thickness);
     if (done.removed == 0) return false;
-    Mending gauge(model, grid, thickness, thinned);
+    Mending gauge(model, grid, thickness, least_share, thinned);
     gauge.measure();
     const double smallest = gauge.smallest_wall();
-    if (smallest < kLeastWallShare * thickness) return false;
+    if (smallest < least_share * thickness) return false;
     report.thinned = done;
     report.smallest_wall = smallest;
     cavity = std::move(thinned);
@@ -440,15 +457,21 @@ bool is_leaking(const DistanceField& field, const TriMesh& faces) {
     return static_cast<double>(count) * cell * cell * cell < kLeastFilled * volume(faces);
 }
 
-double mean_wall_of(const NearestFace& model, const TriMesh& surface) {
+double mean_wall_of(const NearestFace& model, const TriMesh& surface, double cell) {
     const std::size_t step = surface.faces.size() / kMostMeanSamples + 1;
     const std::size_t count = (surface.faces.size() + step - 1) / step;
     std::vector<std::pair<double, double>> terms(count);  // area, and area x distance
-    parallel_for(count, [&](std::size_t i) {
-        const Triangle t = triangle_of(surface, surface.faces[i * step]);
-        const double area = length(cross(t[1] - t[0], t[2] - t[0]));
-        const NearestPoint found = model.find((t[0] + t[1] + t[2]) / 3.0);
-        terms[i] = {area, area * std::sqrt(found.squared_distance)};
+    for_blocks((count + kAtOnce - 1) / kAtOnce, [&](std::size_t piece) {
+        NearestPoint found;  // the one before, which is near to the next
+        const std::size_t end = std::min(count, (piece + 1) * kAtOnce);
+        for (std::size_t i = piece * kAtOnce; i < end; ++i) {
+            const Triangle t = triangle_of(surface, surface.faces[i * step]);
+            const double area = length(cross(t[1] - t[0], t[2] - t[0]));
+            const Vec3d p = (t[0] + t[1] + t[2]) / 3.0;
+            constexpr double kAny = std::numeric_limits<double>::infinity();
+            found = model.find(p, found.is_found() ? limit_by(p, found.point, kAny, cell) : kAny);
+            terms[i] = {area, area * std::sqrt(found.squared_distance)};
+        }
     });
     double area = 0;
     double sum = 0;
@@ -536,24 +559,29 @@ WallReport inner_wall(const TriMesh& mesh, double thickness, const InnerWallOpti
         ++report.passes;
         if (cavity.faces.empty()) break;
         const Array<Vertex> before = cavity.vertices;
-        Mending mending(field.surface(), grid, thickness, cavity);
+        Mending mending(field.surface(), grid, thickness, options.least_share, cavity);
         const std::vector<std::uint32_t> bad = mending.run();
         report.mended = mending.moved_count();
         const bool is_last = bad.empty() || report.passes == kMostPasses;
         if (is_last && !bad.empty()) mending.undo(before);
         if (is_last) {
             const bool is_thinned =
-                !options.all_triangles &&
-                thin_out_cavity(field.surface(), grid, thickness, cavity, report);
-            if (!is_thinned) report.smallest_wall = mending.smallest_wall();
+                !options.all_triangles && thin_out_cavity(field.surface(), grid, thickness,
+                                                          options.least_share, cavity, report);
+            report.is_kept = is_thinned || bad.empty();
+            if (!is_thinned && options.measures) {
+                report.smallest_wall = mending.smallest_wall();
+                report.is_kept =
+                    report.smallest_wall >= options.least_share * thickness * (1 - 1e-6);
+            }
             break;
         }
         report.taken += take_nodes(grid, cavity, bad, kReaches[report.passes - 1], nodes.within);
         progress.set(
             std::min<std::uint32_t>(95, 60 + 5 * static_cast<std::uint32_t>(report.passes)));
     }
-    report.is_kept = report.smallest_wall >= kLeastWallShare * thickness * (1 - 1e-6);
-    if (!cavity.faces.empty()) report.mean_wall = mean_wall_of(field.surface(), cavity);
+    if (!cavity.faces.empty() && options.measures)
+        report.mean_wall = mean_wall_of(field.surface(), cavity, grid.cell);
     progress.set(100);
     return report;
 }

@@ -13,11 +13,17 @@
 
 namespace povmesh {
 
+/// Share of the thickness that the wall has everywhere unless asked otherwise.
+constexpr double kLeastWallShare = 0.98;
+
 struct InnerWallOptions {
     // Side of a cell in model units; 0: a fifth of the thickness, or larger where the box of the
     // model would hold more than 2^27 of these.
     double cell = 0;
     bool all_triangles = false;  // else flat places and straight edges are thinned out
+    // Share of the thickness, below 0.985, that is proven: less takes fewer searches.
+    double least_share = kLeastWallShare;
+    bool measures = true;  // fills the smallest and the mean wall, a fifth of the time
 };
 
 struct WallReport {
@@ -25,7 +31,7 @@ struct WallReport {
     double cell = 0;           // model units
     double smallest_wall = 0;  // model units: no point of the cavity is nearer to the model
     double mean_wall = 0;      // model units, by area of the cavity
-    bool is_kept = false;      // the smallest wall is at least kLeastWallShare of the thickness
+    bool is_kept = false;      // the smallest wall is at least the share of the thickness
 
     ThinOutReport thinned;
     std::size_t mended = 0;   // vertices that were moved off the model
@@ -35,9 +41,6 @@ struct WallReport {
     LabelReport label;
     ContourReport contour;  // of the last pass
 };
-
-/// Share of the thickness that the wall has everywhere.
-constexpr double kLeastWallShare = 0.98;
 
 /// Makes the surface of all points inside a model that lie the thickness or more below its surface:
 /// closed, manifold, outward, free of crossings, and clear of the model. Pieces of fewer than 100
@@ -50,7 +53,7 @@ constexpr double kLeastWallShare = 0.98;
 ///          TooLarge when the thickness is less than two cells, or the cell too small for the
 ///          model. The cavity is then empty.
 ///
-/// The wall is at least kLeastWallShare of the thickness, which is proven: at points of the surface
+/// The wall is at least that share of the thickness, which is proven: at points of the surface
 /// exact distances are taken, and between them a distance bends by no more than one part in
 /// itself. Vertices that lie too near move off the model within their cells; where that does not
 /// do, nodes leave the cavity and the surface is made anew.

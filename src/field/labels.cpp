@@ -10,6 +10,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/union_find.h"
 #include "field/distance_field.h"
 #include "field/regions.h"
 #include "field/winding.h"
@@ -31,6 +32,10 @@ constexpr std::size_t kBuckets = 4096;
 
 // Seeds lie at least this many cells from all faces, where their winding number is steady.
 constexpr double kDeepCells = 2;
+
+// Distances to sheets are measured so many cells beyond their reach: for both ends of the edges
+// that the level crosses.
+constexpr double kBesideSheets = 1;
 
 // Blocks per piece of work.
 constexpr std::size_t kBlocksAtOnce = 64;
@@ -82,7 +87,8 @@ public:
           options_(options),
           layout_(field.grid_),
           regions_(field.crossings_, field.grid_),
-          everywhere_(field.grid_) {
+          everywhere_(field.grid_),
+          near_(layout_) {
         for (std::uint32_t b = 0; b < everywhere_.block_count(); ++b) everywhere_.fill(b);
     }
 
@@ -211,7 +217,8 @@ private:
 
     static BlockBits corners_of_block() {
         BlockBits corners;
-        for (const std::size_t z : {0, 7}) corners.words[z] = 0x8100000000000081;
+        for (const std::size_t z : {std::size_t{0}, std::size_t{7}})
+            corners.words[z] = 0x8100000000000081;
         return corners;
     }
     static BlockBits first_of(const BlockBits& bits) {
@@ -406,48 +413,78 @@ private:
         return false;
     }
 
-    // Nodes near the faces of a crossing with air on both ends, and no solid beside.
+    // A crossing with air on both ends, and no solid beside, is one of a sheet. Nodes around such
+    // crossings become solid up to the reach; not all that are near their faces, which may go on
+    // as the wall of a solid.
     void thicken_sheets() {
-        field_.sheet_reach_ = options_.sheet_reach;
-        const double reach = options_.sheet_reach;
-        const double squared = reach * reach;
-        const auto span = saturate_to<std::int32_t>(std::ceil(reach / field_.grid_.cell));
-        std::vector<std::uint32_t> added;
+        NodeSet around(field_.grid_);
+        NodeSet ends(field_.grid_);
+        const double cell = field_.grid_.cell;
+        const auto span = saturate_to<std::int32_t>(std::ceil(options_.sheet_reach / cell));
+        const std::size_t count = field_.mesh_.faces.size();
+        Array<std::uint8_t>& is_sheet = field_.is_sheet_;
+        is_sheet.assign(count, 0);
+        std::vector<std::uint8_t> is_crossed(count, 0);
         double sheet_cells = 0;
         visit_crossed_edges([&](std::size_t axis, std::uint32_t low, std::uint32_t high,
                                 std::span<const Crossing> crossings) {
+            for (const Crossing& crossing : crossings) is_crossed[crossing.face] = 1;
             if (field_.solid_.at(low) || field_.solid_.at(high)) return;
             if (has_solid_near(low) || has_solid_near(high)) return;
+            for (const Crossing& crossing : crossings) is_sheet[crossing.face] = 1;
             sheet_cells += crossed_share(field_.mesh_, crossings.front().face, axis);
+            ends.set(low);
+            ends.set(high);
             const NodeIndex n = layout_.node(low);
-            std::uint32_t last_face = NearestPoint::kNoFace;
-            for (const Crossing& crossing : crossings) {
-                if (crossing.face == last_face) continue;
-                last_face = crossing.face;
-                const Triangle t = triangle_of(field_.mesh_, field_.mesh_.faces[crossing.face]);
-                NodeIndex from = {n.i - span, n.j - span, n.k - span};
-                NodeIndex to = {n.i + span, n.j + span, n.k + span};
-                to = to.stepped(axis, 1);
-                for (std::int32_t k = from.k; k <= to.k; ++k) {
-                    for (std::int32_t j = from.j; j <= to.j; ++j) {
-                        for (std::int32_t i = from.i; i <= to.i; ++i) {
-                            if (!layout_.contains({i, j, k})) continue;
-                            const NearestPoint nearest =
-                                nearest_on_triangle(field_.grid_.node(i, j, k), t);
-                            if (nearest.squared_distance < squared) {
-                                added.push_back(layout_.number({i, j, k}));
-                            }
-                        }
+            const NodeIndex to = NodeIndex{n.i + span, n.j + span, n.k + span}.stepped(axis, 1);
+            for (std::int32_t k = n.k - span; k <= to.k; ++k) {
+                for (std::int32_t j = n.j - span; j <= to.j; ++j) {
+                    for (std::int32_t i = n.i - span; i <= to.i; ++i) {
+                        if (layout_.contains({i, j, k})) around.set(layout_.number({i, j, k}));
                     }
                 }
             }
         });
-        for (const std::uint32_t node : added) {
-            field_.solid_.set(node);
-            field_.thickened_.set(node);
-        }
-        const double cell = field_.grid_.cell;
         report_.sheet_area = sheet_cells * cell * cell;
+        if (sheet_cells == 0) {
+            is_sheet.clear();
+            return;
+        }
+        // Faces too small to be crossed.
+        for (std::size_t f = 0; f < count; ++f) {
+            if (is_crossed[f] != 0) continue;
+            const std::array<NodeIndex, 8> nodes = nodes_around(f);
+            const auto is_end = [&](NodeIndex n) { return ends.at(n); };
+            const auto is_solid = [&](NodeIndex n) { return field_.solid_.at(n); };
+            is_sheet[f] = std::any_of(nodes.begin(), nodes.end(), is_end) &&
+                                  std::none_of(nodes.begin(), nodes.end(), is_solid)
+                              ? 1
+                              : 0;
+        }
+        make_solid_around_sheets(around);
+    }
+
+    void make_solid_around_sheets(const NodeSet& around) {
+        const double reach = options_.sheet_reach;
+        field_.sheet_reach_ = reach;
+        TriMesh sheets;
+        sheets.vertices = field_.mesh_.vertices;
+        sheets.faces = field_.mesh_.faces;
+        for (std::size_t f = 0; f < sheets.faces.size(); ++f) {
+            if (field_.is_sheet_[f] == 0) sheets.faces[f].deleted = 1;
+        }
+        NodeDistances& distances = field_.sheet_distances_;
+        distances = near_distances(sheets, field_.sheets().tree(), field_.grid_,
+                                   reach + kBesideSheets * field_.grid_.cell);
+        for (std::uint32_t b = 0; b < layout_.count(); ++b) {
+            if (!distances.has(b) || around.is_empty(b)) continue;
+            const std::span<const NodeDistances::Sample> samples = distances.block(b);
+            (around.bits(b) & ~field_.solid_.bits(b)).visit([&](std::uint32_t local) {
+                if (!(static_cast<double>(samples[local].distance) < reach)) return;
+                field_.solid_.set(b * kBlockNodes + local);
+                field_.thickened_.set(b * kBlockNodes + local);
+            });
+        }
     }
 
     // Turns bodies (or pockets of air, when `solid` is false) of few nodes over. A body that
@@ -538,7 +575,12 @@ private:
         return count;
     }
 
-    // Faces that pass between solid and solid alone.
+    bool was_solid(std::uint32_t node) const {
+        return field_.solid_.at(node) && !field_.thickened_.at(node);
+    }
+
+    // Faces that pass between solid and solid alone. A sheet lies within what it was made, but
+    // nowhere else.
     void find_buried_faces() {
         const std::size_t count = field_.mesh_.faces.size();
         std::vector<std::uint8_t> borders(count, 0);
@@ -546,7 +588,7 @@ private:
         double buried = 0;
         visit_crossed_edges([&](std::size_t axis, std::uint32_t low, std::uint32_t high,
                                 std::span<const Crossing> crossings) {
-            const bool is_inner = field_.solid_.at(low) && field_.solid_.at(high) &&
+            const bool is_inner = was_solid(low) && was_solid(high) &&
                                   (crossings.size() % 2 != 0 || crossings.size() > 2);
             for (const Crossing& crossing : crossings) {
                 (is_inner ? is_within : borders)[crossing.face] = 1;
@@ -570,18 +612,25 @@ private:
 
     // A face too small to be crossed: whether all nodes around its middle are solid.
     bool is_deep(std::size_t f) const {
+        const std::array<NodeIndex, 8> nodes = nodes_around(f);
+        return std::all_of(nodes.begin(), nodes.end(), [&](NodeIndex n) {
+            return field_.solid_.at(n) && !field_.thickened_.at(n);
+        });
+    }
+
+    // Around the middle of a face.
+    std::array<NodeIndex, 8> nodes_around(std::size_t f) const {
         const Triangle t = triangle_of(field_.mesh_, field_.mesh_.faces[f]);
         const Vec3d p = ((t[0] + t[1] + t[2]) / 3.0 - field_.grid_.origin) / field_.grid_.cell;
         const NodeIndex low = {saturate_to<std::int32_t>(std::floor(p.x)),
                                saturate_to<std::int32_t>(std::floor(p.y)),
                                saturate_to<std::int32_t>(std::floor(p.z))};
+        std::array<NodeIndex, 8> nodes;
         for (std::int32_t c = 0; c < 8; ++c) {
-            if (!field_.solid_.at(
-                    NodeIndex{low.i + (c & 1), low.j + (c >> 1 & 1), low.k + (c >> 2)})) {
-                return false;
-            }
+            nodes[static_cast<std::size_t>(c)] = {low.i + (c & 1), low.j + (c >> 1 & 1),
+                                                  low.k + (c >> 2)};
         }
-        return true;
+        return nodes;
     }
 
     // Edges between solid and air that no face crosses, but at thickened sheets.
@@ -603,14 +652,44 @@ private:
                 const BlockBits bridges =
                     (here ^ there) & ~field_.crossings_.crossed(axis).bits(b) & ~thick;
                 bridges.visit([&](std::uint32_t local) {
-                    ++report_.bridge_edges;
+                    bridged_.push_back({b * kBlockNodes + local, axis});
                     note_bridge(b * kBlockNodes + local);
                 });
             }
         }
+        report_.bridge_edges = bridged_.size();
+        report_.bridges = count_bridges();
         const double cell = field_.grid_.cell;
         report_.bridge_area =
             static_cast<double>(report_.bridge_edges) * cell * cell / kCrossingsPerArea;
+    }
+
+    // A bridge is what hangs together over the cells that its edges are sides of.
+    std::size_t count_bridges() const {
+        struct Side {
+            std::uint32_t cell, edge;
+        };
+        std::vector<Side> sides;
+        sides.reserve(4 * bridged_.size());
+        for (std::uint32_t e = 0; e < bridged_.size(); ++e) {
+            const NodeIndex n = layout_.node(bridged_[e].node);
+            const std::size_t u = next_corner(bridged_[e].axis);
+            const std::size_t v = previous_corner(bridged_[e].axis);
+            for (const NodeIndex& cell :
+                 {n, n.stepped(u, -1), n.stepped(v, -1), n.stepped(u, -1).stepped(v, -1)}) {
+                if (layout_.contains(cell)) sides.push_back({layout_.number(cell), e});
+            }
+        }
+        std::sort(sides.begin(), sides.end(), [](const Side& a, const Side& b) {
+            return a.cell != b.cell ? a.cell < b.cell : a.edge < b.edge;
+        });
+        UnionFind sets(bridged_.size());
+        for (std::size_t i = 1; i < sides.size(); ++i) {
+            if (sides[i].cell == sides[i - 1].cell) sets.unite(sides[i].edge, sides[i - 1].edge);
+        }
+        std::size_t count = 0;
+        for (std::uint32_t e = 0; e < bridged_.size(); ++e) count += sets.find(e) == e ? 1 : 0;
+        return count;
     }
 
     void note_bridge(std::uint32_t node) {
@@ -626,6 +705,10 @@ private:
         report_.bridge_place = place;
     }
 
+    struct BridgedEdge {
+        std::uint32_t node;
+        std::size_t axis;
+    };
     struct Decision {
         std::uint32_t region;
         bool is_solid;
@@ -642,13 +725,17 @@ private:
     std::uint32_t region_count_ = 0;
     std::vector<std::uint8_t> is_solid_;  // by region
     std::vector<Decision> decided_;
+    std::vector<BridgedEdge> bridged_;
     LabelReport report_;
 };
 
 LabelReport DistanceField::label(const LabelOptions& options) {
     thickened_ = NodeSet(grid_);
     is_buried_.clear();
+    is_sheet_.clear();
+    sheet_distances_ = NodeDistances(solid_.layout());
     surface_ = std::make_unique<LazySurface>();
+    sheets_ = std::make_unique<LazySurface>();
     return Labelling(*this, options).run();
 }
 

@@ -42,12 +42,15 @@ struct Sample {
     std::uint32_t entry;  // of the tree: its face
 };
 
+// Measures walls, or gaps, at samples as far apart as these ask for.
 class Meter {
 public:
-    Meter(const TriMesh& mesh, const ThicknessOptions& options)
-        : grain_(options.grain),
-          balls_(mesh),
-          pieces_(mesh, balls_.tree().numbers(), kPieceSize * options.wall, options.most_samples) {
+    Meter(const TriMesh& mesh, const TangentBalls& balls, double asked,
+          const ThicknessOptions& options)
+        : asked_(asked),
+          grain_(options.grain),
+          balls_(balls),
+          pieces_(mesh, balls_.tree().numbers(), kPieceSize * asked, options.most_samples) {
         const Box3f box = finite_bounds(mesh);
         if (!box.is_empty()) diagonal_ = length(to_double(box.high) - to_double(box.low));
         const std::span<const std::uint32_t> faces = balls_.tree().numbers();
@@ -61,9 +64,9 @@ public:
         });
     }
 
-    ThinPlaces measure(BallSide side, double asked) const {
+    ThinPlaces measure(BallSide side) {
         ThinPlaces found;
-        found.asked = asked;
+        found.asked = asked_;
         Array<std::uint32_t> opposite;  // by piece: that which its ball meets, if it is too thin
         sample(side, found, opposite);
         for (const float value : found.values) {
@@ -74,11 +77,10 @@ public:
             if (opposite[piece] != kNoPiece) thin.push_back(piece);
         }
         if (!thin.empty()) gather(thin, opposite, found);
+        found.is_coarse = pieces_.limit() > kPieceSize * asked_;
+        found.pieces = std::move(pieces_);
         return found;
     }
-
-    std::size_t face_count() const { return balls_.tree().numbers().size(); }
-    SubTriangles take_pieces() { return std::move(pieces_); }
 
 private:
     void sample(BallSide side, ThinPlaces& found, Array<std::uint32_t>& opposite) const {
@@ -193,8 +195,9 @@ private:
         found.places = std::move(places);
     }
 
+    double asked_;
     double grain_;
-    TangentBalls balls_;
+    const TangentBalls& balls_;
     SubTriangles pieces_;
     Array<Sample> samples_;  // by piece
     Array<double> areas_;    // by piece
@@ -220,12 +223,12 @@ ThicknessReport measure_thickness(const TriMesh& mesh, const ThicknessOptions& o
     ThicknessReport report;
     report.status = status_of(options);
     if (!report.status.ok()) return report;
-    Meter meter(mesh, options);
-    report.left_out = live_face_count(mesh) - meter.face_count();
-    report.walls = meter.measure(BallSide::Inside, options.wall);
-    if (options.gap > 0) report.gaps = meter.measure(BallSide::Outside, options.gap);
-    report.pieces = meter.take_pieces();
-    report.is_coarse = report.pieces.limit() > kPieceSize * options.wall;
+    const TangentBalls balls(mesh);
+    report.left_out = live_face_count(mesh) - balls.tree().numbers().size();
+    report.walls = Meter(mesh, balls, options.wall, options).measure(BallSide::Inside);
+    if (options.gap > 0) {
+        report.gaps = Meter(mesh, balls, options.gap, options).measure(BallSide::Outside);
+    }
     return report;
 }
 

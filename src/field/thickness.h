@@ -41,16 +41,16 @@ struct ThinPlaces {
     // The largest first; those below a tenth of the square of `asked` are only counted, unless
     // there is no larger one.
     std::vector<ThinPlace> places;
+    SubTriangles pieces;  // of the mesh measured, to which it refers: one sample each
     // By piece: what was measured there; infinite from twice of what was asked for on.
     Array<float> values;
+    bool is_coarse = false;  // samples lie farther apart than half of what was asked for
 };
 
 struct ThicknessReport {
     Status status;  // BadOption when a number of the options is out of range
     ThinPlaces walls;
     ThinPlaces gaps;           // its `asked` is 0 when none were looked for
-    SubTriangles pieces;       // of the mesh measured, to which it refers: one sample each
-    bool is_coarse = false;    // samples lie farther apart than half the wall
     std::size_t left_out = 0;  // live faces that have no area, or no finite place
 
     bool is_thin() const { return walls.count != 0 || gaps.count != 0; }
@@ -64,7 +64,8 @@ struct ThicknessReport {
 /// A gap is the same outside. Too thin is what is below what was asked for by more than a
 /// thousandth, which facets and rounded coordinates take off a wall of just that thickness.
 ///
-/// Samples are the middles of the faces; faces longer than half the wall are measured in pieces.
+/// Samples are the middles of the faces; faces longer than half the wall, or the gap, are measured
+/// in pieces.
 /// Time O(n log n), about a microsecond a sample. The same bits for any number of threads; nothing
 /// depends on the unit.
 ///

@@ -38,9 +38,8 @@ Rgb between(const std::array<Stop, kCount>& stops, double level) {
 // Collects the triangles of the painted mesh.
 class Painter {
 public:
-    Painter(const TriMesh& mesh, const SubTriangles& pieces, const ThinPlaces& places,
-            Rgb (*colour)(double))
-        : mesh_(mesh), pieces_(pieces), places_(places), colour_(colour) {
+    Painter(const TriMesh& mesh, const ThinPlaces& places, Rgb (*colour)(double))
+        : mesh_(mesh), pieces_(places.pieces), places_(places), colour_(colour) {
         for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) {
             if (!is_divided(face)) continue;
             for (std::size_t c = 0; c < 3; ++c) divided_edges_.push_back(edge_key(face, c));
@@ -133,9 +132,8 @@ Rgb gap_colour(double level) {
     return between(kGapStops, level);
 }
 
-TriMesh thickness_map(const TriMesh& mesh, const ThicknessReport& report, const ThinPlaces& places,
-                      Rgb (*colour)(double level)) {
-    Painter painter(mesh, report.pieces, places, colour);
+TriMesh thickness_map(const TriMesh& mesh, const ThinPlaces& places, Rgb (*colour)(double level)) {
+    Painter painter(mesh, places, colour);
     for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) painter.paint(face);
     return painter.take();
 }

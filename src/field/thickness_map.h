@@ -19,12 +19,11 @@ Rgb wall_colour(double level);
 Rgb gap_colour(double level);
 
 /// The faces of a mesh, each in the colour of what was measured on it; those that are below twice
-/// of what was asked for somewhere are divided into the pieces of the report, the faces beside them
-/// as far as it takes to meet these edge to edge. Faces that were left out are grey. A closed mesh
+/// of what was asked for somewhere are divided into the pieces measured, the faces beside them as
+/// far as it takes to meet these edge to edge. Faces that were left out are grey. A closed mesh
 /// stays closed, and no point moves.
 ///
-/// @param places  the walls or the gaps of `report`, which is one of this mesh
-TriMesh thickness_map(const TriMesh& mesh, const ThicknessReport& report, const ThinPlaces& places,
-                      Rgb (*colour)(double level));
+/// @param places  the walls or the gaps of this mesh
+TriMesh thickness_map(const TriMesh& mesh, const ThinPlaces& places, Rgb (*colour)(double level));
 
 }  // namespace povmesh

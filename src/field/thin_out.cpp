@@ -1,5 +1,9 @@
 // Half-edge collapses in passes. A pass takes vertices that are not neighbours of one another, so
 // that flat places thin out evenly; a vertex is looked at again when something changed beside it.
+//
+// Large meshes are thinned out brick by brick first, several at a time: only vertices whose
+// neighbours all lie in the same brick go, and what a collapse writes belongs to these. Then in
+// bricks that are moved by half a side, and what is left at their borders at last in one piece.
 #include "field/thin_out.h"
 
 #include <algorithm>
@@ -10,6 +14,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "mesh/bounds.h"
 #include "remesh/collapse_mesh.h"
 #include "remesh/collapse_round.h"
 #include "spatial/face_tree.h"
@@ -31,6 +36,12 @@ constexpr std::size_t kMostValence = 56;
 constexpr int kPasses = 200;
 constexpr int kAttempts = 4;
 
+// Meshes of more vertices are divided into bricks of about so many vertices.
+constexpr std::size_t kUndivided = 50000;
+constexpr double kBrickVertices = 20000;
+constexpr double kSidesOfBox = 6;
+constexpr double kMostBricks = 40;  // along a side
+
 // Crossings listed in a search; the vertices around all of them stay.
 constexpr std::size_t kCrossingsListed = 100000;
 
@@ -50,32 +61,18 @@ public:
         });
         errors_.assign(mesh.vertices.size(), 0);
         touched_.assign(mesh.vertices.size(), 0);
-        for (std::uint32_t v = 0; v < mesh.vertices.size(); ++v) {
-            if (work_.is_fixed[v] == 0 && stays[v] == 0) waiting_.push_back(v);
-        }
         is_waiting_.assign(mesh.vertices.size(), 0);
         stays_ = &stays;
+        for (std::uint32_t v = 0; v < mesh.vertices.size(); ++v) wait(v, waiting_);
     }
 
     std::size_t run() {
         std::size_t removed = 0;
-        for (int pass = 1; pass <= kPasses && !waiting_.empty(); ++pass) {
-            std::vector<std::uint32_t> now;
-            now.swap(waiting_);
-            std::sort(now.begin(), now.end());
-            for (const std::uint32_t v : now) is_waiting_[v] = 0;
-            std::size_t taken = 0;
-            for (const std::uint32_t v : now) {
-                if (touched_[v] == pass) {
-                    wait(v);
-                } else if (work_.starts[v] != CollapseMesh::kNone && take(v, pass)) {
-                    ++taken;
-                }
-            }
-            removed += taken;
-            if (taken == 0) break;
+        if (waiting_.size() > kUndivided) {
+            for (const double shift : {0.0, 0.5}) removed += run_bricks(shift);
         }
-        return removed;
+        bricks_.clear();
+        return removed + run_passes(waiting_, first_pass_, nullptr);
     }
 
     // The live triangles as a mesh of their own.
@@ -108,10 +105,89 @@ private:
         return to_double(mesh_.vertices[static_cast<std::size_t>(v)].position());
     }
 
-    void wait(std::uint32_t v) {
+    using Queue = std::vector<std::uint32_t>;
+
+    void wait(std::uint32_t v, Queue& waiting) {
         if (is_waiting_[v] != 0 || work_.is_fixed[v] != 0 || (*stays_)[v] != 0) return;
         is_waiting_[v] = 1;
-        waiting_.push_back(v);
+        waiting.push_back(v);
+    }
+
+    // Until nothing is left to do. Vertices at the border of a brick are put aside, if there is
+    // another time for them.
+    std::size_t run_passes(Queue& waiting, int first_pass, Queue* aside) {
+        std::size_t removed = 0;
+        for (int pass = first_pass; pass < first_pass + kPasses && !waiting.empty(); ++pass) {
+            Queue now;
+            now.swap(waiting);
+            std::sort(now.begin(), now.end());
+            for (const std::uint32_t v : now) is_waiting_[v] = 0;
+            std::size_t taken = 0;
+            for (const std::uint32_t v : now) {
+                if (touched_[v] == pass) {
+                    wait(v, waiting);
+                } else if (work_.starts[v] != CollapseMesh::kNone) {
+                    const Taken outcome = take(v, pass, waiting);
+                    taken += outcome == Taken::Yes ? 1 : 0;
+                    if (outcome == Taken::AtBorder) aside->push_back(v);
+                }
+            }
+            removed += taken;
+            if (taken == 0) break;
+        }
+        return removed;
+    }
+
+    std::size_t run_bricks(double shift) {
+        const std::uint32_t count = find_bricks(shift);
+        std::vector<Queue> queues(count);
+        for (const std::uint32_t v : waiting_) queues[bricks_[v]].push_back(v);
+        std::vector<Queue> aside(count);
+        std::vector<std::size_t> removed(count, 0);
+        for_blocks(count, [&](std::size_t b) {
+            removed[b] = run_passes(queues[b], first_pass_, &aside[b]);
+        });
+        first_pass_ += kPasses;
+        waiting_.clear();
+        std::size_t sum = 0;
+        for (std::uint32_t b = 0; b < count; ++b) {
+            sum += removed[b];
+            for (const Queue* left : {&queues[b], &aside[b]}) {
+                for (const std::uint32_t v : *left) {
+                    is_waiting_[v] = 0;
+                    wait(v, waiting_);
+                }
+            }
+        }
+        return sum;
+    }
+
+    // Which brick each vertex lies in; returns their number.
+    std::uint32_t find_bricks(double shift) {
+        const Box3f box = finite_bounds(mesh_);
+        const Vec3d low = to_double(box.low);
+        const Vec3d extent = to_double(box.high) - low;
+        const double count = static_cast<double>(mesh_.vertices.size());
+        const double sides = std::clamp(
+            std::round(std::sqrt(count / (kSidesOfBox * kBrickVertices))), 2.0, kMostBricks);
+        const double size = std::max({extent.x, extent.y, extent.z}) / sides;
+        const auto per_axis = static_cast<std::uint32_t>(sides) + 2;
+        const auto index = [&](double x) {
+            const double brick = std::floor(x / size + shift);
+            return std::min(saturate_to<std::uint32_t>(brick), per_axis - 1);
+        };
+        bricks_.resize(mesh_.vertices.size());
+        parallel_for(bricks_.size(), [&](std::size_t v) {
+            const Vec3d p = place(static_cast<std::int32_t>(v)) - low;
+            bricks_[v] = (index(p.z) * per_axis + index(p.y)) * per_axis + index(p.x);
+        });
+        return per_axis * per_axis * per_axis;
+    }
+
+    bool is_within_brick(std::uint32_t v, const OneRing& ring) const {
+        return bricks_.empty() || std::all_of(ring.begin(), ring.end(), [&](std::uint32_t h) {
+                   return bricks_[static_cast<std::size_t>(work_.target(h))] == bricks_[v];
+               });
     }
 
     // How the triangles around a vertex would be with it merged into one of its neighbours: their
@@ -169,9 +245,12 @@ private:
         return common == 2;
     }
 
-    bool take(std::uint32_t v, int pass) {
+    enum class Taken : std::uint8_t { No, Yes, AtBorder };
+
+    Taken take(std::uint32_t v, int pass, Queue& waiting) {
         const OneRing ring(work_, work_.starts[v]);
-        if (ring.size > kMostRemoved || ring.size < 3) return false;
+        if (ring.size > kMostRemoved || ring.size < 3) return Taken::No;
+        if (!is_within_brick(v, ring)) return Taken::AtBorder;
         const Vec3d from = to_double(mesh_.vertices[v].position());
         const double allowed = tolerance_ - static_cast<double>(errors_[v]);
         std::uint32_t best = CollapseMesh::kNone;
@@ -183,23 +262,26 @@ private:
                 best_outcome = outcome;
             }
         }
-        if (best == CollapseMesh::kNone) return false;
+        if (best == CollapseMesh::kNone) return Taken::No;
         if (best_outcome.height < kLeastHeight && best_outcome.height < least_height(ring, from)) {
-            return false;
+            return Taken::No;
         }
-        merge(v, ring, best, pass, static_cast<float>(best_outcome.error));
-        return true;
-    }
-
-    // Merges v into the target of `into`: the triangles on both sides of that edge go.
-    void merge(std::uint32_t v, const OneRing& ring, std::uint32_t into, int pass, float error) {
-        const std::int32_t keeper = work_.target(into);
-        const float sum = errors_[v] + error;
         for (const std::uint32_t h : ring) {
             const auto r = static_cast<std::uint32_t>(work_.target(h));
             touched_[r] = pass;
+            wait(r, waiting);
+        }
+        merge(v, ring, best, static_cast<float>(best_outcome.error));
+        return Taken::Yes;
+    }
+
+    // Merges v into the target of `into`: the triangles on both sides of that edge go.
+    void merge(std::uint32_t v, const OneRing& ring, std::uint32_t into, float error) {
+        const std::int32_t keeper = work_.target(into);
+        const float sum = errors_[v] + error;
+        for (const std::uint32_t h : ring) {
+            const auto r = static_cast<std::size_t>(work_.target(h));
             errors_[r] = std::max(errors_[r], sum);
-            wait(r);
         }
         for (const std::uint32_t h : ring) work_.triangles[h / 3][h % 3] = keeper;
         close(into);
@@ -226,8 +308,10 @@ private:
     Array<Vec3f> normals_;  // of the triangles, as they were at first
     Array<float> errors_;   // how far the surface may have moved around a vertex
     Array<int> touched_;    // the last pass that changed something around a vertex
-    std::vector<std::uint32_t> waiting_;
+    Queue waiting_;
     Array<std::uint8_t> is_waiting_;
+    Array<std::uint32_t> bricks_;  // by vertex; empty while nothing is divided
+    int first_pass_ = 1;
     const std::vector<std::uint8_t>* stays_;
 };
 
@@ -235,7 +319,6 @@ private:
 // stay. Places tell them, because the numbers changed.
 void hold_around(const TriMesh& thinned, const SelfIntersections& crossings, TriMesh& mesh,
                  std::vector<std::uint8_t>& stays) {
-    Box3f all;
     std::vector<Box3f> boxes;
     for (const FacePair& pair : crossings.pairs) {
         Box3f box;

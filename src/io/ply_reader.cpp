@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <string_view>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "io/ply_rows.h"
 #include "io/polygon.h"
 #include "mesh/compact.h"
+#include "mesh/vertex_welder.h"
 
 namespace povmesh {
 namespace {
@@ -156,7 +158,8 @@ private:
         if (element.count > kMaxVertexCount) return fail_too_large();
         const bool with_colours = has_colours(element);
         const bool with_textures = element.has(PlyRole::U) && element.has(PlyRole::V);
-        mesh_.vertices.reserve(believable(element));
+        // With the room in which `compact` welds them, so that it takes no other block.
+        mesh_.vertices.reserve(believable(element) + VertexWelder::kBlock);
         if (with_colours) colours_.reserve(believable(element));
         if (with_textures) mesh_.texture_coordinates.reserve(believable(element));
         const bool is_plain = is_three_floats(element);
@@ -269,6 +272,12 @@ private:
         if (std::max({corners[0], corners[1], corners[2]}) >= info_.vertices) {
             rows_.give_back_triangle();
             return false;
+        }
+        if (colours_.empty() && !has_vertex_textures_) {
+            Face face{{255, 255, 255, 255, 255, 255, 255, 255, 255}, 0, -1, {}, {-1, -1, -1}};
+            std::memcpy(face.vertex.data(), corners.data(), sizeof corners);
+            mesh_.faces.push_back(face);
+            return true;
         }
         face_colour_ = nullptr;
         label_ = has_vertex_textures_ ? std::int16_t{0} : std::int16_t{-1};

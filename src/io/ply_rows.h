@@ -31,7 +31,8 @@ public:
         : source_(source),
           swaps_(is_big_endian == (std::endian::native == std::endian::little)),
           read_(offset),
-          buffer_(kBufferBytes),
+          buffer_(static_cast<std::size_t>(
+              std::clamp<std::uint64_t>(source.size, kLeastBytes, kBufferBytes))),
           p_(buffer_.data()),
           end_(p_) {}
 
@@ -142,6 +143,7 @@ public:
 
 private:
     static constexpr std::size_t kBufferBytes = std::size_t{1} << 18;
+    static constexpr std::size_t kLeastBytes = 64;  // more than any row that is taken at once
     static constexpr std::size_t kTriangleBytes = 13;
 
     template <typename T>

@@ -129,13 +129,16 @@ struct VertexText {
         if (name.size() != 1 || name[0] < 'x' || name[0] > 'z') return false;
         const auto axis = static_cast<std::size_t>(name[0] - 'x');
         if ((found >> axis & 1U) != 0 || !read_number(value, at[axis])) return false;
-        // What a float says is kept as it says it; the double may lie half way between two.
-        const float nearest = nearest_float(at[axis], trimmed(value));
-        if (static_cast<float>(narrow_to_float(at[axis])) != nearest) {
-            at[axis] = static_cast<double>(nearest);
-        }
-        found |= 1U << axis;
+        set(axis, trimmed(value));
         return true;
+    }
+
+    // Of a coordinate that has been read from these digits.
+    void set(std::size_t axis, std::string_view digits) {
+        // What a float says is kept as it says it; the double may lie half way between two.
+        const float nearest = nearest_float(at[axis], digits);
+        if (narrow_to_float(at[axis]) != nearest) at[axis] = static_cast<double>(nearest);
+        found |= 1U << axis;
     }
 };
 
@@ -195,6 +198,52 @@ bool read_plain(const char* p, const char* end, std::string_view name, Element& 
     }
 }
 
+bool take_letters(const char*& p, const char* end, std::string_view letters) {
+    if (static_cast<std::size_t>(end - p) < letters.size() ||
+        std::memcmp(p, letters.data(), letters.size()) != 0) {
+        return false;
+    }
+    p += letters.size();
+    return true;
+}
+
+// Takes an element if it is written letter by letter as nearly all writers do, without anything
+// but coordinates or corners; else `p` stays, and nothing is said about what stands there.
+bool take_usual(const char*& p, const char* end, VertexText& vertex) {
+    static constexpr std::string_view kBefore[] = {"<vertex x=\"", "\" y=\"", "\" z=\""};
+    const char* q = p;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        if (!take_letters(q, end, kBefore[axis])) return false;
+        const char* const digits = q;
+        q = parse_decimal(q, end, vertex.at[axis]);
+        if (q == nullptr) return false;
+        vertex.set(axis, {digits, static_cast<std::size_t>(q - digits)});
+    }
+    if (!take_letters(q, end, "\"/>")) return false;
+    p = q;
+    return true;
+}
+
+bool take_usual(const char*& p, const char* end, TriangleText& triangle) {
+    static constexpr std::string_view kBefore[] = {"<triangle v1=\"", "\" v2=\"", "\" v3=\""};
+    constexpr std::ptrdiff_t kMostDigits = 9;  // of numbers that need no look at their range
+    const char* q = p;
+    for (std::size_t corner = 0; corner < 3; ++corner) {
+        if (!take_letters(q, end, kBefore[corner])) return false;
+        const char* const digits = q;
+        std::uint32_t number = 0;
+        while (q != end && q - digits < kMostDigits && detail::is_digit(*q)) {
+            number = number * 10 + static_cast<std::uint32_t>(*q++ - '0');
+        }
+        if (q == digits) return false;
+        triangle.vertex[corner] = number;
+    }
+    if (!take_letters(q, end, "\"/>")) return false;
+    triangle.found = TriangleText::kAll;
+    p = q;
+    return true;
+}
+
 // Colours or texture coordinates that triangles name.
 struct PropertyGroup {
     bool has_colours = false;
@@ -220,6 +269,15 @@ public:
         stack_.push_back(Tag::Outside);
     }
 
+    /// Makes room for what a text of so many bytes will hold, so that it need not be moved.
+    void expect(std::uint64_t bytes) {
+        constexpr std::uint64_t kBytesPerTriangle = 64;  // with half a vertex
+        const auto triangles = static_cast<std::size_t>(
+            std::min<std::uint64_t>(bytes / kBytesPerTriangle, kMaxFaceCount));
+        model_.faces.reserve(triangles);
+        model_.points.reserve(triangles / 2);
+    }
+
     /// False when nothing more is wanted.
     bool feed(std::span<const char> bytes) {
         const char* p = bytes.data();
@@ -234,7 +292,9 @@ public:
             if (!take_piece(rest_.data(), rest_.data() + rest_.size())) return false;
             rest_.clear();
         }
-        while (p != end) {
+        for (;;) {
+            if (!take_run(p, end)) return false;
+            if (p == end) return true;
             const auto* close =
                 static_cast<const char*>(std::memchr(p, '>', static_cast<std::size_t>(end - p)));
             if (close == nullptr) {
@@ -244,7 +304,6 @@ public:
             if (!take_piece(p, close + 1)) return false;
             p = close + 1;
         }
-        return true;
     }
 
     Status finish() {
@@ -271,6 +330,31 @@ private:
     };
 
     bool is_sound() const { return trouble_.empty() && !is_too_large_ && !exception_; }
+
+    // Takes elements of a run as long as they are written as usual.
+    bool take_run(const char*& p, const char* end) {
+        if (!is_plain_) return true;
+        if (stack_.back() == Tag::Vertices) {
+            return take_run<VertexText>(
+                p, end, [this](const VertexText& vertex) { return add_vertex(vertex); });
+        }
+        return stack_.back() != Tag::Triangles ||
+               take_run<TriangleText>(
+                   p, end, [this](const TriangleText& triangle) { return add_triangle(triangle); });
+    }
+
+    template <typename Element, typename Add>
+    bool take_run(const char*& p, const char* end, Add&& add) {
+        for (;;) {
+            const char* q = p;
+            while (q != end && is_space(*q)) ++q;
+            Element element;
+            if (!take_usual(q, end, element)) return true;
+            if (!add(element)) return false;
+            skipped_ += static_cast<std::uint64_t>(q - p);
+            p = q;
+        }
+    }
 
     // A piece of text up to the end of a tag, if it is one.
     bool take_piece(const char* p, const char* end) {
@@ -844,6 +928,7 @@ Status read_three_mf_model(const PackageReader& package, const std::string& part
                            const std::string& name, ThreeMfModel& model) {
     model = {};
     ModelParser parser(part, name, model);
+    parser.expect(package.likely_bytes(part));
     Status status = package.read(part, kMostModelBytes,
                                  [&](std::span<const char> piece) { return parser.feed(piece); });
     Status parsed = status.ok() ? parser.finish() : status;

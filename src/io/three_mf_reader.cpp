@@ -53,8 +53,8 @@ double determinant(const Placement& placement) {
 
 class Plate {
 public:
-    Plate(const ThreeMfModel& model, const std::string& name, TriMesh& mesh,
-          ThreeMfContent& content, ThreeMfInfo& info)
+    Plate(ThreeMfModel& model, const std::string& name, TriMesh& mesh, ThreeMfContent& content,
+          ThreeMfInfo& info)
         : model_(model),
           name_(name),
           mesh_(mesh),
@@ -81,7 +81,12 @@ public:
             return {StatusCode::TooLarge, one_line(name_) + ": " + std::to_string(triangles) +
                                               " triangles, more than a mesh can number; divide it"};
         }
-        mesh_.faces.reserve(static_cast<std::size_t>(triangles));
+        is_taken_ = holds_each_once();
+        if (is_taken_) {
+            mesh_.faces = std::move(model_.faces);
+        } else {
+            mesh_.faces.reserve(static_cast<std::size_t>(triangles));
+        }
         Placement millimetres;
         for (std::size_t i = 0; i < 3; ++i) millimetres.rows[i][i] = model_.to_millimetres;
         for (const PlacedObject& item : model_.items) {
@@ -134,6 +139,25 @@ private:
         return {};
     }
 
+    // Whether every object is placed once and in the order of the file, as in most files: then the
+    // faces need no copy.
+    bool holds_each_once() const {
+        std::size_t face = 0;
+        for (const PlacedObject& item : model_.items) {
+            if (!goes_on(item.object, face)) return false;
+        }
+        return face == model_.faces.size();
+    }
+
+    bool goes_on(std::size_t index, std::size_t& face) const {
+        const ThreeMfObject& object = model_.objects[index];
+        if (object.is_other || (object.face_count > 0 && object.first_face != face)) return false;
+        face += object.face_count;
+        return std::all_of(
+            object.components.begin(), object.components.end(),
+            [&](const PlacedObject& component) { return goes_on(component.object, face); });
+    }
+
     Status place(std::size_t index, const Placement& placement, const std::string& name_above) {
         const ThreeMfObject& object = model_.objects[index];
         if (object.is_other) {
@@ -181,7 +205,8 @@ private:
         content_.bodies.push_back(name);
         last_texture_ = kNoneYet;
         for (std::size_t i = 0; i < object.face_count; ++i) {
-            Face face = model_.faces[object.first_face + i];
+            const std::size_t f = object.first_face + i;
+            Face& face = is_taken_ ? mesh_.faces[f] : mesh_.faces.emplace_back(model_.faces[f]);
             for (std::int32_t& v : face.vertex) v += static_cast<std::int32_t>(base);
             const int texture = face.label;
             face.label = label_of(body, texture);
@@ -191,7 +216,6 @@ private:
                 std::swap_ranges(face.colour.begin(), face.colour.begin() + 3,
                                  face.colour.begin() + 3);
             }
-            mesh_.faces.push_back(face);
         }
         return {};
     }
@@ -230,12 +254,13 @@ private:
 
     static constexpr int kNoneYet = -2;
 
-    const ThreeMfModel& model_;
+    ThreeMfModel& model_;
     const std::string& name_;
     TriMesh& mesh_;
     ThreeMfContent& content_;
     ThreeMfInfo& info_;
     std::vector<Count> counts_;
+    bool is_taken_ = false;  // the faces of the mesh are those of the model
     int last_texture_ = kNoneYet;
     std::int16_t last_label_ = -1;
     bool has_too_many_ = false;
@@ -315,9 +340,12 @@ Status read_three_mf(const ByteSource& source, const std::string& name, TriMesh&
             return status;
         }
         if (mesh.faces.empty()) {
+            // What was left out may be all that there is.
+            std::string left_out;
+            for (const std::string& warning : info.warnings) left_out += "; " + warning;
             return {StatusCode::BadFile,
                     one_line(name) + ": 3MF whose build plate holds no triangle (objects in it: " +
-                        std::to_string(model.objects.size()) + ")"};
+                        std::to_string(model.objects.size()) + ")" + left_out};
         }
     }
     if (Status status = read_textures(package, content, info); !status.ok()) return status;

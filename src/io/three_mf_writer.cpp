@@ -92,7 +92,8 @@ public:
         group_faces();
         number_colours();
         number_texture_points();
-        buffer_.resize(kPieceBytes);
+        buffer_.resize(
+            static_cast<std::size_t>(std::min<std::uint64_t>(about_bytes(), kPieceBytes)));
     }
 
     std::uint64_t about_bytes() const {

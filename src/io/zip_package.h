@@ -30,6 +30,9 @@ public:
     std::vector<std::string> entries() const;
     bool has(const std::string& entry) const;
 
+    /// What the archive says about the size of a file, as far as `read` would go along with it.
+    std::uint64_t likely_bytes(const std::string& entry) const;
+
     /// Hands the content of a file to `take` piece by piece until that returns false.
     ///
     /// @return  BadFile when it is not there, is damaged, or grows beyond `most_bytes` or beyond a

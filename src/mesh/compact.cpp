@@ -33,29 +33,19 @@ void renew_texture(Face& face, TextureDigits digits, const Array<TextureCoordina
     }
 }
 
-// Removes deleted faces and those that name no vertex; returns how many live ones there were.
-std::size_t keep_live_faces(TriMesh& mesh) {
+// Removes deleted faces and those that name no vertex, numbers the used vertices as they come up in
+// the others and puts those numbers into the faces; `used` gets the positions in that order.
+// Returns how many live faces there were; without one the mesh stays as it is.
+std::size_t keep_live_faces(TriMesh& mesh, Array<Vec3f>& used) {
+    Array<std::int32_t> number(mesh.vertices.size(), kNotMet);
+    used.reserve(std::min(mesh.vertices.size(), mesh.faces.size() * 3));
     std::size_t live = 0;
     std::size_t kept = 0;
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
-        const Face& face = mesh.faces[f];
+        Face& face = mesh.faces[f];
         if (face.deleted != 0) continue;
         ++live;
         if (!names_vertices(face, mesh.vertices.size())) continue;
-        if (kept != f) mesh.faces[kept] = face;
-        ++kept;
-    }
-    if (live != 0) mesh.faces.resize(kept);
-    return live;
-}
-
-// Numbers the used vertices as they come up in the faces and puts those numbers into the faces;
-// returns the positions in that order.
-Array<Vec3f> take_used_vertices(TriMesh& mesh) {
-    Array<std::int32_t> number(mesh.vertices.size(), kNotMet);
-    Array<Vec3f> used;
-    used.reserve(std::min(mesh.vertices.size(), mesh.faces.size() * 3));
-    for (Face& face : mesh.faces) {
         for (std::int32_t& v : face.vertex) {
             std::int32_t& renumbered = number[static_cast<std::size_t>(v)];
             if (renumbered == kNotMet) {
@@ -64,8 +54,11 @@ Array<Vec3f> take_used_vertices(TriMesh& mesh) {
             }
             v = renumbered;
         }
+        if (kept != f) mesh.faces[kept] = face;
+        ++kept;
     }
-    return used;
+    if (live != 0) mesh.faces.resize(kept);
+    return live;
 }
 
 // Welds positions as `build_f` would weld the corners that have them; returns the vertex of each.
@@ -87,16 +80,16 @@ Array<std::int32_t> weld(const Array<Vec3f>& positions, Array<Vertex>& vertices)
 }  // namespace
 
 void compact(TriMesh& mesh, TextureDigits digits) {
-    if (keep_live_faces(mesh) == 0) return;
     // Corners at one old vertex have the same coordinates, so each used vertex is welded once
     // instead of each corner; the order in which they come up is the same.
-    const Array<Vec3f> used = take_used_vertices(mesh);
+    Array<Vec3f> used;
+    if (keep_live_faces(mesh, used) == 0) return;
     const Array<std::int32_t> welded = weld(used, mesh.vertices);
 
     Array<TextureCoordinate> texture_coordinates;
     std::size_t face_count = 0;
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
-        Face face = mesh.faces[f];
+        Face& face = mesh.faces[f];
         for (std::int32_t& v : face.vertex) v = welded[static_cast<std::size_t>(v)];
         const auto& [a, b, c] = face.vertex;
         if (a == b || b == c || c == a) continue;
@@ -107,7 +100,8 @@ void compact(TriMesh& mesh, TextureDigits digits) {
         } else {
             face.uv.fill(-1);
         }
-        mesh.faces[face_count++] = face;
+        if (face_count != f) mesh.faces[face_count] = face;
+        ++face_count;
     }
     mesh.faces.resize(face_count);
     mesh.texture_coordinates = std::move(texture_coordinates);

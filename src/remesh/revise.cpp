@@ -555,8 +555,9 @@ private:
         const std::int32_t v = surface_.origin(merge.half_edge);
         const std::int32_t w = surface_.target(merge.half_edge);
         if (surface_.valences[index(v)] + surface_.valences[index(w)] > kMostAround) return;
-        for (const auto& [end, other] : {std::pair{v, w}, std::pair{w, v}}) {
-            const bool is_second = end == w;
+        for (const bool is_second : {false, true}) {
+            const std::int32_t end = is_second ? w : v;
+            const std::int32_t other = is_second ? v : w;
             surface_.around(end, [&](std::uint32_t e) {
                 const std::int32_t p = surface_.target(e);
                 const std::int32_t q = surface_.apex(e);

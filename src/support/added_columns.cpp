@@ -7,6 +7,7 @@
 #include <cmath>
 #include <limits>
 #include <numeric>
+#include <optional>
 #include <span>
 #include <tuple>
 #include <utility>
@@ -339,12 +340,15 @@ private:
             return std::pair(to_a, a) < std::pair(to_b, b);
         });
         around.resize(std::min(around.size(), kMostTries));
-        for (const bool may_overlap : {false, true}) {
-            for (const std::uint32_t s : around) {
-                if (place_column(samples_[s], may_overlap)) return;
-            }
-            if (place_within(samples_[around.front()], middle, may_overlap)) return;
-            if (first.is_tip && place_beside(first, may_overlap)) return;
+        overlapping_.reset();
+        for (const std::uint32_t s : around) {
+            if (place_column(samples_[s])) return;
+        }
+        if (place_within(samples_[around.front()], middle)) return;
+        if (first.is_tip && place_beside(first)) return;
+        if (overlapping_) {
+            place(overlapping_->sample, overlapping_->top, overlapping_->floor);
+            return;
         }
         // There is no room; nor will there be a step aside.
         for_open_around(first, first.place, [&](std::uint32_t s) {
@@ -371,14 +375,14 @@ private:
         });
     }
 
-    bool place_column(const Sample& sample, bool may_overlap) {
+    bool place_column(const Sample& sample) {
         const bool is_steep = sample.region >= overhangs_.areas.size();
         const double top = sample.place.z + (is_steep ? kAroundTip : 0.0);
-        return try_column(sample, {sample.place.x, sample.place.y, top}, sample.floor, may_overlap);
+        return try_column(sample, {sample.place.x, sample.place.y, top}, sample.floor);
     }
 
     // Between the samples, where it is narrow.
-    bool place_within(const Sample& sample, Vec3d middle, bool may_overlap) {
+    bool place_within(const Sample& sample, Vec3d middle) {
         const double step = step_ / 3;
         for (int around = 0; around <= kMostSteps; ++around) {
             for (int i = -around; i <= around; ++i) {
@@ -386,16 +390,20 @@ private:
                     if (std::max(std::abs(i), std::abs(j)) != around) continue;
                     Vec3d top{middle.x + i * step, middle.y + j * step, sample.place.z};
                     double nearest = kTopSlack;
-                    lines_.for_each(top.x, top.y, [&](double z, std::int32_t way, std::uint32_t) {
-                        if (way > 0 || !(std::abs(z - sample.place.z) < nearest)) return;
-                        nearest = std::abs(z - sample.place.z);
-                        top.z = z;
+                    crossings_.clear();
+                    lines_.visit_crossings(top.x, top.y, [&](const auto& crossing) {
+                        crossings_.push_back(crossing);
+                        const double away = std::abs(crossing.z - sample.place.z);
+                        if (crossing.way > 0 || !(away < nearest)) return false;
+                        nearest = away;
+                        top.z = crossing.z;
+                        return false;
                     });
                     if (!(nearest < kTopSlack)) continue;
-                    const UprightLines::Below below = lines_.look_down(top);
+                    const UprightLines::Below below = UprightLines::look_down(crossings_, top.z);
                     const double floor = std::max(below.floor, options_.plate);
                     if (!below.is_outside || !(top.z - floor > kLeastGap)) continue;
-                    if (try_column(sample, top, floor, may_overlap)) return true;
+                    if (try_column(sample, top, floor)) return true;
                 }
             }
         }
@@ -403,7 +411,7 @@ private:
     }
 
     // With the place at a corner or in the middle of a side.
-    bool place_beside(const Sample& sample, bool may_overlap) {
+    bool place_beside(const Sample& sample) {
         for (int i = 0; i < 9; ++i) {
             if (i == 4) continue;
             const double shift = 0.8 * options_.half_side;
@@ -416,28 +424,42 @@ private:
             const UprightLines::Below below = lines_.look_down(top);
             const double floor = std::max(below.floor, options_.plate);
             if (!below.is_outside || !(sample.place.z - floor > kLeastGap)) continue;
-            if (try_column(sample, top, floor, may_overlap)) return true;
+            if (try_column(sample, top, floor)) return true;
         }
         return false;
     }
 
-    bool try_column(const Sample& sample, Vec3d top, double floor, bool may_overlap) {
-        if (!is_free(top, floor) || (!may_overlap && overlaps(top, floor))) return false;
+    // False as well for the first that would only overlap another column; that one is kept in mind.
+    bool try_column(const Sample& sample, Vec3d top, double floor) {
+        if (!is_free(top, floor)) return false;
+        if (!overlaps(top, floor)) {
+            place(sample, top, floor);
+            return true;
+        }
+        if (!overlapping_) overlapping_ = {sample, top, floor};
+        return false;
+    }
+
+    void place(const Sample& sample, Vec3d top, double floor) {
         const Vec3f end{narrow_to_float(top.x), narrow_to_float(top.y), narrow_to_float(top.z)};
         columns_.push_back({end, {end.x, end.y, narrow_to_float(floor)}});
         enter_column(static_cast<std::uint32_t>(columns_.size() - 1));
         for_open_around(sample, top, [this](std::uint32_t s) { samples_[s].is_settled = true; });
-        return true;
     }
 
-    bool is_free(Vec3d top, double floor) const {
-        for (int i = 0; i < 9; ++i) {
+    // Eight lines around the axis, first the one that was not free for the column tried before.
+    bool is_free(Vec3d top, double floor) {
+        const auto is_line_free = [&](int i) {
             const int row = i / 3;
-            if (i != 4 && !lines_.is_free(top.x + (i % 3 - 1) * options_.half_side,
-                                          top.y + (row - 1) * options_.half_side, floor + kIntoFoot,
-                                          top.z - kIntoTop)) {
-                return false;
-            }
+            return i == 4 || lines_.is_free(top.x + (i % 3 - 1) * options_.half_side,
+                                            top.y + (row - 1) * options_.half_side,
+                                            floor + kIntoFoot, top.z - kIntoTop);
+        };
+        if (!is_line_free(crossed_line_)) return false;
+        for (int i = 0; i < 9; ++i) {
+            if (i == crossed_line_ || is_line_free(i)) continue;
+            crossed_line_ = i;
+            return false;
         }
         return true;
     }
@@ -468,6 +490,15 @@ private:
     Array<std::uint32_t> next_column_;   // by column, in its cell
     Array<std::uint32_t> offsets_;       // by cell
     Array<std::uint32_t> in_cells_;      // samples, cell by cell
+    // The first column for the sample at hand that is free but overlaps another one.
+    struct Candidate {
+        Sample sample;
+        Vec3d top;
+        double floor;
+    };
+    std::optional<Candidate> overlapping_;
+    Array<UprightLines::Crossing> crossings_;
+    int crossed_line_ = 0;
 };
 
 }  // namespace

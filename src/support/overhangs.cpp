@@ -21,6 +21,8 @@ constexpr double kLeastClimb = 0.5;
 constexpr double kSmallRegion = 16;
 // Lines at the vertices of a level patch that are asked whether another body holds it.
 constexpr std::uint32_t kMostAsked = 64;
+// Faces of a region that are asked whether another body hides them.
+constexpr std::uint32_t kMostFacesAsked = 4096;
 
 std::size_t at(std::int32_t index) {
     return static_cast<std::size_t>(index);
@@ -179,9 +181,8 @@ private:
     // The mean of the patch where that lies on the surface, else a vertex.
     Vec3d middle_of(const Patch& patch) const {
         const Vec3d mean = patch.sum / patch.count;
-        bool is_on_it = false;
-        lines_.for_each(mean.x, mean.y, [&](double z, std::int32_t way, std::uint32_t /*face*/) {
-            is_on_it = is_on_it || (way < 0 && std::abs(z - mean.z) < 1e-3 * kLeastClimb);
+        const bool is_on_it = lines_.visit_crossings(mean.x, mean.y, [&](const auto& crossing) {
+            return crossing.way < 0 && std::abs(crossing.z - mean.z) < 1e-3 * kLeastClimb;
         });
         return is_on_it ? mean : patch.middle;
     }
@@ -232,22 +233,35 @@ void find_regions(const TriMesh& mesh, double degrees, Overhangs& overhangs) {
 }
 
 // Of regions small enough for it to matter, the area that lies inside another body goes, face by
-// face.
+// face; where they are many, by the share of some.
 void drop_hidden_area(const TriMesh& mesh, const UprightLines& lines, double least_area,
                       Overhangs& overhangs) {
-    const Array<double> areas = overhangs.areas;
+    const std::size_t count = overhangs.areas.size();
+    Array<std::uint32_t> face_count(count, 0);
+    for (const std::uint32_t region : overhangs.region_of_face) {
+        if (region != kNoRegion) ++face_count[region];
+    }
+    Array<std::uint32_t> passed(count, 0);
+    Array<double> asked_area(count, 0.0);
+    Array<double> hidden_area(count, 0.0);
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
         const std::uint32_t region = overhangs.region_of_face[f];
-        if (region == kNoRegion || areas[region] < least_area ||
-            areas[region] > kSmallRegion * least_area) {
+        if (region == kNoRegion || overhangs.areas[region] < least_area ||
+            overhangs.areas[region] > kSmallRegion * least_area ||
+            passed[region]++ % (face_count[region] / kMostFacesAsked + 1) != 0) {
             continue;
         }
+        const double area = -doubled_area(mesh, mesh.faces[f]).z / 2;
+        asked_area[region] += area;
         Vec3d middle;
         for (std::size_t i = 0; i < 3; ++i) {
             middle = middle + to_double(mesh.corner_position(mesh.faces[f], i)) / 3.0;
         }
-        if (lines.look_down(middle).is_outside) continue;
-        overhangs.areas[region] += doubled_area(mesh, mesh.faces[f]).z / 2;
+        if (!lines.look_down(middle).is_outside) hidden_area[region] += area;
+    }
+    for (std::size_t region = 0; region < count; ++region) {
+        if (!(hidden_area[region] > 0)) continue;
+        overhangs.areas[region] *= 1 - hidden_area[region] / asked_area[region];
     }
 }
 

@@ -13,6 +13,7 @@
 #include "base/convert.h"
 #include "base/timer.h"
 #include "mesh/bounds.h"
+#include "mesh/volume.h"
 #include "voxel/outside.h"
 #include "voxel/relative_faces.h"
 
@@ -25,6 +26,9 @@ using Point = std::array<double, 3>;
 // Sizes raised by more are for coordinates that nobody meant.
 constexpr float kPlainRaise = 4;
 constexpr std::int64_t kCellsOfAWildModel = std::int64_t{1} << 24;
+// Cells that all faces pass through, each for itself: seconds. A ball in the finest grid that fits
+// has 2^20.
+constexpr double kMostCellsOfFaces = 0x1p25;
 
 // A shorter normal, unscaled, has no direction to go by.
 constexpr double kLeastNormal = 0.001;
@@ -418,10 +422,15 @@ Vec3f fitting_size(const ModelBox& model, Vec3f size, std::int64_t most_cells) {
     return scaled(size, enough);
 }
 
-Vec3f affordable_size(const ModelBox& model, Vec3f size, std::int64_t most_cells, RunContext& run) {
+Vec3f affordable_size(const TriMesh& mesh, Vec3f size, std::int64_t most_cells, RunContext& run) {
+    const ModelBox model = model_box(mesh);
     Vec3f raised = fitting_size(model, size, most_cells);
     if (raised.x > kPlainRaise * size.x) {
         raised = fitting_size(model, size, std::min(most_cells, kCellsOfAWildModel));
+    }
+    const double wanted = std::sqrt(surface_area(mesh) / kMostCellsOfFaces);
+    if (std::isfinite(wanted) && wanted > double{raised.x}) {
+        raised = scaled(raised, wanted / double{raised.x});
     }
     if (raised.x != size.x) tell_raise(raised, run.log);
     return raised;

@@ -25,8 +25,10 @@ Vec3f fitting_size(const ModelBox& model, Vec3f size, std::int64_t most_cells = 
 
 /// The same for operations that make solids of a model. Where the size has to be raised by more
 /// than a factor of four it is raised until 2^24 cells do: coordinates so far apart were hardly
-/// meant, and would cost minutes and gigabytes. A raise is told by a caution in the log.
-Vec3f affordable_size(const ModelBox& model, Vec3f size, std::int64_t most_cells, RunContext& run);
+/// meant, and would cost minutes and gigabytes. Where the faces would pass through more than 2^25
+/// cells, all together, as those of no solid do, it is raised for that. A raise is told by a
+/// caution in the log.
+Vec3f affordable_size(const TriMesh& mesh, Vec3f size, std::int64_t most_cells, RunContext& run);
 
 /// Makes a grid over a mesh, with a voxel wherever the surface passes; its origin is the centre of
 /// the mesh. A size that is not positive or not finite gives no voxel; one that is too small is

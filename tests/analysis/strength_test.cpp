@@ -142,6 +142,32 @@ TEST(Strength, TakesNoElementOfAnotherBucketAndSmoothsOnce) {
     }
 }
 
+TEST(Strength, ShowsAPersonMoreThanThePeak) {
+    Job job;
+    SoupVector soup = shapes::box({0, 0, 0}, {4, 4, 12});  // the foot of a wide plate
+    shapes::append(soup, shapes::box({-20, -20, 11}, {24, 24, 18}));
+    for (const StrengthRules rules : {StrengthRules::Hosts, StrengthRules::Person}) {
+        TriMesh mesh = shapes::mesh_of(soup);
+        const StrengthReport report =
+            colour_strength(mesh, {.edge_length = 2, .rules = rules}, job.run);
+        double beyond_green = 0;
+        for (const Face& face : mesh.faces) beyond_green += face.colour[0] > 100 ? 1 : 0;
+        const double share = beyond_green / static_cast<double>(mesh.faces.size());
+        if (rules == StrengthRules::Hosts) {
+            EXPECT_FALSE(report.is_scale_by_quantiles);
+            EXPECT_LT(share, 0.07);
+        } else {
+            EXPECT_NEAR(share, 0.1, 0.02);
+            EXPECT_LT(report.steps_of_scale[0], 0.1F * report.steps_of_scale[3]);
+        }
+    }
+    // Where all is nearly equal there is nothing to tell.
+    TriMesh tower = shapes::mesh_of(shapes::box({0, 0, 0}, {20, 20, 2}));
+    StrengthOptions even{.edge_length = 5, .rules = StrengthRules::Person};
+    even.method = StrengthMethod::Sections;
+    EXPECT_FALSE(colour_strength(tower, even, job.run).is_scale_by_quantiles);
+}
+
 TEST(Strength, ShowsAPersonNoSeamsAndNoUnheldStrength) {
     Job job;
     StrengthOptions options{.edge_length = kCoarse, .rules = StrengthRules::Person};

@@ -242,6 +242,7 @@ TEST_F(Hosted, BalancingAndItsPreviewAgreeAndKeepTheModel) {
     EXPECT_EQ(functions.balancingPreviewFromData(1.5F, h.xyz_pointer, h.count, nullptr, nullptr),
               0);
     functions.balancingFromData(1.5F, h.xyz_pointer, h.count, nullptr, nullptr, nullptr);
+    functions.freeAllArray();
     functions.balancingFromData(1.5F, nullptr, 12, &h.out.xyz, &h.out.count, nullptr);
     EXPECT_EQ(h.out.count, 0);
 }

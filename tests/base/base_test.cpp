@@ -1,15 +1,19 @@
 // Conversions at the ends of their ranges, parallel loops, blocks and arrays.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <limits>
 #include <new>
 #include <numeric>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/array.h"
 #include "base/convert.h"
+#include "base/job_state.h"
 #include "base/memory.h"
 #include "base/parallel.h"
 #include "base/vec.h"
@@ -102,6 +106,96 @@ TEST(ParallelFor, LackOfMemoryReachesTheCaller) {
         };
         EXPECT_THROW(parallel_for(count, fail), std::bad_alloc) << count;
     }
+}
+
+// What a host is told must not hang on which thread was first.
+TEST(ParallelFor, TheLowestBlockThatThrowsCounts) {
+    std::atomic<std::uint32_t> wish = 0;
+    JobState job({.wish = &wish, .threads = 4});
+    for (JobState* const state : {static_cast<JobState*>(nullptr), &job}) {
+        const JobScope scope(state);
+        for (int i = 0; i < 20; ++i) {
+            try {
+                for_blocks(64, [](std::size_t block) {
+                    if (block >= 9) throw block;
+                });
+                FAIL();
+            } catch (std::size_t block) {
+                EXPECT_EQ(block, 9U);
+            }
+        }
+    }
+}
+
+// Threads of the call, its polls and its sums: the bits are those without a call, a wish from
+// outside ends the loop, and blocks that a body allocates are charged wherever it runs.
+TEST(JobState, RunsLoopsAsWithoutItUntilItIsCancelled) {
+    std::atomic<std::uint32_t> wish = 0;
+    const auto term = [](std::size_t i) { return 1.0 / static_cast<double>(i + 1); };
+    const double expected = blocked_sum(100 * kParallelBlock, term);
+    for (const unsigned threads : {1U, 2U, 5U}) {
+        JobState job({.wish = &wish, .threads = threads});
+        const JobScope scope(&job);
+        EXPECT_EQ(blocked_sum(100 * kParallelBlock, term), expected) << threads;
+        std::atomic<std::int64_t> inner = 0;
+        for_blocks(64, [&](std::size_t) {
+            const Array<char> charged(100'000);
+            for_blocks(3, [&](std::size_t) { ++inner; });  // in its own thread
+        });
+        EXPECT_EQ(inner, 64 * 3);
+        EXPECT_EQ(job.held_bytes(), 0);
+        EXPECT_GE(job.peak_bytes(), 100'000U);
+        std::atomic<int> begun = 0;
+        EXPECT_THROW(for_blocks(1000,
+                                [&](std::size_t block) {
+                                    ++begun;
+                                    if (block == 20) wish = kCancelledFromOutside;
+                                }),
+                     Cancelled);
+        EXPECT_LT(begun, 1000);
+        wish = 0;
+    }
+}
+
+TEST(JobState, HoldsNoMoreThanItsLimit) {
+    JobState job({.memory_limit = 1'000'000});
+    const JobScope scope(&job);
+    {
+        Array<char> half(500'000);
+        EXPECT_THROW(half.resize(600'000), std::bad_alloc);  // both at once while it moves
+        EXPECT_EQ(job.held_bytes(), 500'000);
+    }
+    EXPECT_EQ(job.held_bytes(), 0);
+    const Array<char> all(1'000'000);
+    EXPECT_EQ(job.peak_bytes(), all.size());
+}
+
+// A host's function hears of the call on its own thread, and cancels it.
+TEST(JobState, ReportsOnTheCallingThreadAndCancelsAtItsWord) {
+    struct Host {
+        std::thread::id thread = std::this_thread::get_id();
+        double percent = 0;
+        int calls = 0;
+    } host;
+    std::atomic<std::uint32_t> wish = 0;
+    const auto report = [](void* user, double percent, const char* phase) {
+        Host& to = *static_cast<Host*>(user);
+        EXPECT_EQ(std::this_thread::get_id(), to.thread);
+        EXPECT_EQ(current_job(), nullptr);
+        EXPECT_GE(percent, to.percent);
+        EXPECT_STREQ(phase, "thinking");
+        to.percent = percent;
+        return ++to.calls == 5;
+    };
+    JobState job({.wish = &wish, .threads = 2, .report = report, .report_user = &host});
+    const JobScope scope(&job);
+    for (const double percent : {10.0, 30.0, 20.0}) job.set_progress(percent, "thinking");
+    EXPECT_EQ(host.calls, 2);
+    EXPECT_THROW(
+        for_blocks(1000,
+                   [](std::size_t) { std::this_thread::sleep_for(std::chrono::milliseconds(5)); }),
+        Cancelled);
+    EXPECT_EQ(wish, kCancelledByReport);
 }
 
 TEST(Blocks, AreAlignedAndWritableAndTheirSizeDoesNotWrap) {

@@ -133,14 +133,40 @@ TEST_F(Cut, DecomposeWritesPartsThatFitOrSaysWhichDoNot) {
     }
     EXPECT_NEAR(sum, 4000, 1e-2);
     EXPECT_THAT(run({"decompose", "set.stl", "-o", "even", "--size", "10,0,0", "--uniform"}).out,
-                testing::StartsWith("set.stl: 4 parts in even, 2 cuts\n"));
+                testing::StartsWith("set.stl: 4 parts in even, 2 cuts (4 at least)\n"));
+    // A preview tells the same parts and writes nothing.
+    const json preview = json::parse(
+        run({"decompose", "set.stl", "--size", "21", "--margin", "1", "--preview", "--json"}).out);
+    EXPECT_EQ(preview["planes"], told["planes"]);
+    ASSERT_EQ(preview["parts"].size(), told["parts"].size());
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(preview["parts"][i]["box"], told["parts"][i]["box"]);
+        EXPECT_EQ(preview["parts"][i]["volume"], told["parts"][i]["volume"]);
+    }
+    const ToolResult pegs = run({"decompose", "set.stl", "-o", "pegged", "--size", "20", "--pegs",
+                                 "2", "--peg-radius", "1", "--picture", "parts.png"});
+    EXPECT_EQ(pegs.status, 0) << pegs.err;
+    EXPECT_THAT(pegs.out, testing::StartsWith("set.stl: 3 parts in pegged, 1 cut, 2 pegs (3 at"));
+    EXPECT_EQ(run({"check", "-q", "pegged/set_001.stl"}).status, 0);
+    EXPECT_EQ(read("parts.png").substr(1, 3), "PNG");
+    // 30 long, it fits upright.
+    EXPECT_THAT(run({"decompose", "set.stl", "--preview", "--size", "10,10,30", "--turn"}).out,
+                testing::StartsWith("set.stl: 2 parts, 0 cuts (2 at least; an even"));
     const ToolResult many = run({"decompose", "set.stl", "-o", "parts", "--size", "0.1"});
     EXPECT_EQ(many.status, 1);
     EXPECT_THAT(many.err, HasSubstr("more than 32,768 parts"));
     for (const char* size : {"0", "1,2", "-1", "x", "5,5,nan"}) {
         EXPECT_EQ(run({"decompose", "set.stl", "-o", "parts", "--size", size}).status, 2) << size;
     }
-    EXPECT_EQ(run({"decompose", "set.stl", "-o", "p", "--size", "5", "--margin", "5"}).status, 2);
+    const std::vector<std::vector<std::string>> wrong = {
+        {"-o", "p", "--margin", "5"},  {"-o", "p", "--pegs", "1", "--peg-radius", "2.5"},
+        {"-o", "p", "--preview"},      {"-o", "p", "--pegs", "1.5", "--peg-radius", "1"},
+        {"-o", "p", "--picture", "x"}, {}};
+    for (const std::vector<std::string>& more : wrong) {
+        std::vector<std::string> line = {"decompose", "set.stl", "--size", "5"};
+        line.insert(line.end(), more.begin(), more.end());
+        EXPECT_EQ(run(line).status, 2) << testing::PrintToString(more);
+    }
 }
 
 }  // namespace

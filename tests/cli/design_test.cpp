@@ -76,6 +76,8 @@ TEST_F(Design, StrengthNamesTheNeckAndColoursIt) {
     EXPECT_TRUE(z > 10 && z < 30) << z;
     EXPECT_EQ(fem["weakest"][0]["share"], 1.0);
     EXPECT_GT(fem["steps"], 0);
+    EXPECT_EQ(fem["scale"][3]["colour"], "red");
+    EXPECT_LT(fem["scale"][3]["share"], 1.0);
     EXPECT_EQ(read("out.png").substr(1, 3), "PNG");
     // The scale begins with a light blue.
     EXPECT_THAT(read("out.obj"), HasSubstr(" 0.39"));

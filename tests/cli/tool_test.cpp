@@ -372,6 +372,18 @@ TEST_F(ToolTest, ObjectsOfAPackageAreCheckedByThemselvesAndKeepTheirNames) {
         EXPECT_EQ(objects[2]["name"], "lid");
         EXPECT_EQ(objects[2]["flaws"]["open_edges"], 3);
     }
+    // Repair closes the lid and keeps the wall between the others, also from step to step.
+    write("twice.json", R"([{"operation": "repair"}, {"operation": "repair"}])");
+    EXPECT_EQ(run({"repair", "three.3mf", "-o", "mended.3mf"}).status, 0);
+    EXPECT_EQ(run({"run", "twice.json", "three.3mf", "-o", "twice.3mf"}).status, 0);
+    for (const char* name : {"mended.3mf", "twice.3mf"}) {
+        const json objects = json::parse(run({"check", "--json", name}).out)[0]["objects"];
+        ASSERT_EQ(objects.size(), 3U);
+        for (const json& object : objects) {
+            EXPECT_EQ(object["verdict"], "clean");
+            EXPECT_EQ(object["triangles"], 12U);
+        }
+    }
     // What is changed as one must not pass for sound objects.
     const ToolResult remeshed = run({"remesh", "three.3mf", "-o", "new.3mf", "--edge", "4"});
     EXPECT_EQ(remeshed.status, 1);

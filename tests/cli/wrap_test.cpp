@@ -27,6 +27,14 @@ protected:
         SoupVector apart = crossing;
         shapes::append(apart, shapes::box({40, 0, 0}, {50, 10, 10}));
         write_stl_file("apart.stl", apart);
+        // A box without its bottom and its lid.
+        const SoupVector box = shapes::box({0, 0, 0}, {20, 20, 20});
+        SoupVector tube;
+        for (std::size_t t = 0; t < box.size(); t += 9) {
+            if (box[t + 2] == box[t + 5] && box[t + 5] == box[t + 8]) continue;
+            tube.insert(tube.end(), &box[t], &box[t] + 9);
+        }
+        write_stl_file("tube.stl", tube);
         write_stl_file("line.stl", SoupVector{0, 0, 0, 1, 1, 1, 2, 2, 2});
     }
 
@@ -51,6 +59,13 @@ TEST_F(Wraps, WrapMakesASolidAndTellsTheDistances) {
     EXPECT_EQ(object["warnings"].size(), 0);
 }
 
+TEST_F(Wraps, WrapCountsTheHolesThatItCloses) {
+    const json object = done({"wrap", "tube.stl", "-o", "out.stl", "--tolerance", "1"});
+    EXPECT_EQ(object["bridges"]["count"], 2);
+    EXPECT_NEAR(object["bridges"]["area"], 2 * 400, 250);
+    EXPECT_EQ(checked("out.stl")["verdict"], "clean");
+}
+
 TEST_F(Wraps, OffsetKeepsItsDistanceAndItsSign) {
     const std::vector<std::string> plain = {"offset",  "crossing.stl", "-o",
                                             "out.stl", "--cell",       "0.5"};
@@ -72,12 +87,14 @@ TEST_F(Wraps, SolidRepairWrapsOnlyTheFlawedBodies) {
     EXPECT_NEAR(checked("out.stl")["volume"], 16000, 30);
 }
 
-TEST_F(Wraps, WrongNumbersAreRefusedBeforeReading) {
+TEST_F(Wraps, WrongNumbersAreRefused) {
     for (const char* tolerance : {"0", "-1", "nan", "1e999"}) {
         EXPECT_EQ(run({"wrap", "crossing.stl", "-o", "o.stl", "--tolerance", tolerance}).status, 2);
     }
     EXPECT_EQ(run({"offset", "crossing.stl", "-o", "o.stl", "--distance", "0"}).status, 2);
     EXPECT_EQ(run({"offset", "crossing.stl", "-o", "o.stl"}).status, 2);
+    EXPECT_EQ(run({"offset", "crossing.stl", "-o", "o.stl", "--distance", "521"}).status, 2);
+    EXPECT_EQ(run({"wrap", "crossing.stl", "-o", "o.stl", "--cell", "40"}).status, 2);
     const json fine = done({"wrap", "crossing.stl", "-o", "o.stl", "--cell", "0.0001"}, 1);
     EXPECT_THAT(std::string(fine["error"]), HasSubstr("; take "));
     EXPECT_THAT(std::string(done({"wrap", "line.stl", "-o", "o.stl"}, 1)["error"]),

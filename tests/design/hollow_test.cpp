@@ -218,8 +218,11 @@ TEST(Hollow, VoxelsOrLayersDifferFromThoseOfHosts) {
         EXPECT_NEAR(report.voxel_size, c.voxel, 1e-4) << c.thickness;
         EXPECT_EQ(report.layers, c.layers) << c.thickness;
     }
-    // Nothing is eroded: the box itself with half a voxel around.
+    // Where the grid holds no voxels for that wall, minutes would go into a wrong one.
     TriMesh mesh;
+    EXPECT_TRUE(hollowed(shapes::box({0, 0, 0}, {1e6F, 1e6F, 1e6F}), 2, mesh, {}).is_too_thin);
+    EXPECT_TRUE(mesh.faces.empty());
+    // Nothing is eroded: the box itself with half a voxel around.
     hollowed(shapes::box({0, 0, 0}, {100, 100, 120}), 0.3F, mesh, {.is_reduced = false});
     EXPECT_NEAR(volume(mesh), 101.0 * 101 * 121, 0.01 * 1.2e6);
 }

@@ -3,11 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <limits>
 #include <numbers>
 #include <string>
+#include <vector>
 
 #include "base/parallel.h"
 #include "base/rotation.h"
@@ -67,6 +70,54 @@ TEST(InnerWall, LeavesTheThicknessOfPlainSolidsAndKeepsTheirEdges) {
     cavity_of(shapes::mesh_of(turned_by(legs, 20)), 0.2);
     cavity_of(shapes::mesh_of(solids::torus(60, 40, 10, 4)), 1.5);
     cavity_of(shapes::mesh_of(shapes::rock(10, 4)), 1);
+}
+
+// A solid of revolution around the z axis; the outline runs counterclockwise in (radius, z), from
+// the axis to the axis.
+SoupVector revolved(const std::vector<std::array<double, 2>>& outline, int sides) {
+    SoupVector soup;
+    const auto put = [&](const std::array<double, 2>& p, int side) {
+        const double angle = 2 * std::numbers::pi * (side % sides) / sides;
+        for (const double x : {p[0] * std::cos(angle), p[0] * std::sin(angle), p[1]}) {
+            soup.push_back(static_cast<float>(x));
+        }
+    };
+    for (int side = 0; side < sides; ++side) {
+        for (std::size_t i = 0; i + 1 < outline.size(); ++i) {
+            const auto& low = outline[i];
+            const auto& high = outline[i + 1];
+            if (low[0] > 0) put(low, side), put(low, side + 1), put(high, side);
+            if (high[0] > 0) put(low, side + 1), put(high, side + 1), put(high, side);
+        }
+    }
+    return soup;
+}
+
+TEST(InnerWall, OfBootsWithSlitsAndOfCupsHolds) {
+    // A foot and a leg; slits of a tenth of the wall from the toes, and from above.
+    std::vector<std::uint8_t> filled;
+    for (int z = 0; z < 4; ++z) {
+        for (int y = 0; y < 3; ++y) {
+            for (int x = 0; x < 3; ++x) {
+                const bool is_slit = x == 1 && (y == 2 || z == 3);
+                filled.push_back((z == 0 || y == 0) && !is_slit ? 1 : 0);
+            }
+        }
+    }
+    SoupVector boot = solids::cells({3, 3, 4}, filled);
+    const std::array<float, 4> across = {0, 10, 10.2F, 20};
+    for (std::size_t i = 0; i < boot.size(); i += 3) {
+        boot[i] = across[static_cast<std::size_t>(boot[i])];
+        boot[i + 1] *= 12;
+        boot[i + 2] *= 10;
+    }
+    for (const double degrees : {0.0, 27.0}) {
+        const TriMesh cavity = cavity_of(shapes::mesh_of(turned_by(boot, degrees)), 2);
+        EXPECT_GT(volume(cavity), 1500);
+    }
+    // Walls of 6 around the inside, so that the cavity reaches up into them.
+    const SoupVector cup = revolved({{0, 0}, {18, 0}, {20, 30}, {14, 30}, {12, 6}, {0, 6}}, 90);
+    EXPECT_GT(volume(cavity_of(shapes::mesh_of(cup), 1.5)), 4000);
 }
 
 TEST(InnerWall, KeepsClearOfSlitsCavitiesAndOverlaps) {

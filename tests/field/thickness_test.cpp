@@ -125,7 +125,7 @@ TEST(Thickness, AgreesWithTheClosedFormsOfPlatesSpheresTubesAndWedges) {
     EXPECT_LT(edge.walls.smallest, 0.2);
     int measured = 0;
     for (std::uint32_t face = 0; face < sharp.faces.size(); ++face) {
-        edge.pieces.visit(face, [&](std::size_t piece, const Triangle& t) {
+        edge.walls.pieces.visit(face, [&](std::size_t piece, const Triangle& t) {
             const Vec3d p = middle_of(t);
             if (p.y != 0 || p.z < 3 || p.z > 27) return;
             const double truth = 2 * (10 - p.x) * std::tan(angle / 2 * std::numbers::pi / 180);
@@ -192,6 +192,31 @@ TEST(Thickness, GapsAreMeasuredOutsideAndLimitNoWalls) {
 }
 
 // A slab of 10 with two grooves that leave 0.5 and 0.4 above one large underside.
+// Two large faces that open like a book, narrower than asked for on a strip of 2 along the spine;
+// the wall that is asked for is four times as wide as that.
+TEST(Thickness, GapsAreSampledAsFineAsTheyAre) {
+    const std::vector<std::vector<Point2>> leaves = {{{0, -9}, {30, -9}, {30, 0}, {0, 0}},
+                                                     {{0, 0.1}, {30, 3.1}, {30, 12}, {0, 12}}};
+    SoupVector soup;
+    const double depth = 10;
+    const auto at = [](Point2 p, double z) { return Vec3d{p.x, p.y, z}; };
+    for (const std::vector<Point2>& leaf : leaves) {
+        for (std::size_t i = 0; i < 4; ++i) {
+            const Point2 a = leaf[i];
+            const Point2 b = leaf[(i + 1) % 4];
+            put_quad(soup, at(a, 0), at(b, 0), at(b, depth), at(a, depth));
+        }
+        put_quad(soup, at(leaf[3], 0), at(leaf[2], 0), at(leaf[1], 0), at(leaf[0], 0));
+        put_quad(soup, at(leaf[0], depth), at(leaf[1], depth), at(leaf[2], depth),
+                 at(leaf[3], depth));
+    }
+    const ThicknessReport report =
+        measure_thickness(shapes::mesh_of(soup), {.wall = 8, .gap = 0.3});
+    ASSERT_EQ(report.gaps.count, 1U);
+    EXPECT_NEAR(report.gaps.smallest, 0.1, 0.01);
+    EXPECT_NEAR(report.gaps.area, 2 * 2 * depth, 0.06 * 2 * 2 * depth);
+}
+
 TEST(Thickness, PlacesBehindOneLargeFaceStayApartAndTheLargerComesFirst) {
     const std::vector<Point2> top = {{20, 10}, {17, 10}, {17, 0.4}, {15, 0.4}, {15, 10},
                                      {8, 10},  {8, 0.5}, {4, 0.5},  {4, 10},   {0, 10}};
@@ -277,7 +302,7 @@ TEST(Thickness, BadOptionsWildModelsAndTooManySamplesComeToAnEnd) {
         EXPECT_EQ(measure_thickness(cube, bad).status.code(), StatusCode::BadOption);
     }
     const ThicknessReport coarse = measure_thickness(cube, {.wall = 1e-3, .most_samples = 5000});
-    EXPECT_TRUE(coarse.is_coarse);
+    EXPECT_TRUE(coarse.walls.is_coarse);
     EXPECT_LE(coarse.walls.values.size(), 5000U);
     EXPECT_GT(coarse.walls.values.size(), 500U);
     for (const double wall : {1e-300, 1e-30, 20.0, 1e30, 1e300}) {
@@ -306,7 +331,7 @@ TEST(ThicknessMap, StaysClosedAndPaintsThePlaces) {
     shapes::append(soup, shapes::box({12, 0, 0}, {12.5F, 10, 10}));
     const TriMesh mesh = shapes::mesh_of(soup);
     const ThicknessReport report = measure_thickness(mesh, {.wall = 1.2});
-    const TriMesh map = thickness_map(mesh, report, report.walls, wall_colour);
+    const TriMesh map = thickness_map(mesh, report.walls, wall_colour);
     EXPECT_TRUE(reference::is_closed_manifold(map));
     EXPECT_NEAR(volume(map), volume(mesh), 1e-3);
     EXPECT_LT(map.faces.size(), report.walls.values.size() / 2);

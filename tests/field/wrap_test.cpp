@@ -20,6 +20,7 @@
 #include "io/stl.h"
 #include "mesh/bounds.h"
 #include "solid_helpers.h"
+#include "spatial/nearest_face.h"
 #include "spatial/surface_distance.h"
 
 namespace povmesh {
@@ -57,6 +58,30 @@ Wrapped wrapped(const TriMesh& mesh, const WrapOptions& options = {}) {
 }
 Wrapped wrapped(const SoupVector& soup, const WrapOptions& options = {}) {
     return wrapped(shapes::mesh_of(soup), options);
+}
+
+// Faces much smaller than the cells and much larger; terraces of the grid were seen on both.
+TEST(Wrap, CurvedSheetsComeOutSmooth) {
+    for (const int levels : {3, 6}) {
+        SoupVector cap;
+        const SoupVector ball = shapes::sphere(10, levels);
+        for (std::size_t t = 0; t < ball.size(); t += 9) {
+            const auto* corners = &ball[t];
+            if (corners[2] + corners[5] + corners[8] < 6) continue;
+            cap.insert(cap.end(), corners, corners + 9);
+        }
+        const TriMesh mesh = shapes::mesh_of(cap);
+        const Wrapped sheet = wrapped(mesh, {.gap = 0.5, .cell = 0.4, .all_triangles = true});
+        ASSERT_TRUE(sheet.status.ok()) << sheet.status.text();
+        EXPECT_EQ(unsoundness(sheet.mesh), "");
+        EXPECT_EQ(sheet.report.label.buried_area, 0);
+        const NearestFace faces(mesh);
+        for (const Vertex& vertex : sheet.mesh.vertices) {
+            if (vertex.z < 3.5F) continue;  // around the rim
+            const double d = std::sqrt(faces.find(to_double(vertex.position())).squared_distance);
+            ASSERT_NEAR(d / sheet.report.cell, 0.9, 0.06) << vertex.x << " " << vertex.y;
+        }
+    }
 }
 
 // Nodes on faces, edges and corners, where a face too many or too few lets the outside in.
@@ -184,9 +209,13 @@ TEST(Wrap, FindsTheSolidThatWasMeant) {
 TEST(Wrap, MakesSheetsThickAndTellsWhere) {
     const Wrapped sheet = wrapped({0, 0, 0, 10, 0, 0, 0, 10, 3}, {.tolerance = 0.4});
     EXPECT_EQ(unsoundness(sheet.mesh), "");
-    const double area = 0.5 * 10 * std::hypot(10, 3);
+    const double side = std::hypot(10, 3);
+    const double area = 0.5 * 10 * side;
     EXPECT_NEAR(sheet.report.label.sheet_area / area, 1, 0.1);
-    EXPECT_NEAR(volume(sheet.mesh) / (area * 2 * 0.9 * sheet.report.cell), 1, 0.1);
+    // Its rim reaches as far, round or square.
+    const double half = 0.9 * sheet.report.cell;
+    const double rim = (10 + side + std::hypot(10, side)) * half;
+    EXPECT_NEAR(volume(sheet.mesh) / ((area + 0.9 * rim) * 2 * half), 1, 0.05);
     const SurfaceDistance far =
         surface_distance(shapes::mesh_of(SoupVector{0, 0, 0, 10, 0, 0, 0, 10, 3}), sheet.mesh);
     EXPECT_LT(far.greatest(), 0.4);
@@ -215,12 +244,15 @@ TEST(Wrap, IsSoundOnSoupsOfAllKinds) {
     }
 }
 
+// The closed one so fine that the surface is thinned out in several bricks.
 TEST(Wrap, IsTheSameBitsOnOneThread) {
-    const SoupVector open = without_first(shapes::rock(10, 4), 40);
+    const SoupVector rock = shapes::rock(10, 4);
+    const SoupVector open = without_first(rock, 40);
     const Wrapped many = wrapped(open, {.tolerance = 0.5});
+    const Wrapped fine = wrapped(rock, {.cell = 0.13});
     const OneThread one;
-    const Wrapped single = wrapped(open, {.tolerance = 0.5});
-    EXPECT_EQ(reference::difference(many.mesh, single.mesh), "");
+    EXPECT_EQ(reference::difference(many.mesh, wrapped(open, {.tolerance = 0.5}).mesh), "");
+    EXPECT_EQ(reference::difference(fine.mesh, wrapped(rock, {.cell = 0.13}).mesh), "");
 }
 
 TEST(Wrap, RefusesWhatItCannotDo) {

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <algorithm>
 #include <array>
@@ -261,6 +262,32 @@ TEST(ThreeMf, WhatIsDamagedOrABombIsAnErrorWithItsPlace) {
     const std::string zeros(std::size_t{80} << 20, ' ');
     EXPECT_THAT(read(package(zeros)).status.text(), HasSubstr("100 times its packed size"));
     EXPECT_THAT(read("PK no package").status.text(), HasSubstr("no 3MF package"));
+    PackageWriter many;
+    for (int i = 0; i < 10001; ++i) many.add(std::to_string(i), std::string());
+    MemorySink sink;
+    ASSERT_TRUE(many.finish(sink, "part.3mf").ok());
+    EXPECT_THAT(read(sink.bytes).status.text(), HasSubstr("holds 10001 files"));
+}
+
+// Large contents are packed in parts of a megabyte that go to several threads.
+TEST(ThreeMf, LargeModelsComeBackAndAreTheSameBytesOnAnyNumberOfThreads) {
+    shapes::Random random(8);
+    shapes::SoupVector soup;
+    for (int i = 0; i < 60000; ++i) {
+        const float x = static_cast<float>(i % 400);
+        const float y = static_cast<float>(i / 400);
+        const auto near = [&] { return 0.3F * static_cast<float>(random.unit()); };
+        soup.insert(soup.end(), {x, y, near(), x + 0.5F, y, near(), x, y + 0.5F, near()});
+    }
+    TriMesh mesh;
+    build_f(mesh, Soup{soup.size() / 9, soup.data()});
+    const int threads = omp_get_max_threads();
+    omp_set_num_threads(1);
+    const std::string alone = written(mesh, {});
+    omp_set_num_threads(3);
+    EXPECT_EQ(written(mesh, {}), alone);
+    omp_set_num_threads(threads);
+    EXPECT_EQ(corners_of(read(alone).mesh), corners_of(mesh));
 }
 
 TEST(ThreeMf, PartsThatAreNotReadAreNamed) {
@@ -273,6 +300,8 @@ TEST(ThreeMf, PartsThatAreNotReadAreNamed) {
     EXPECT_THAT(result.info.warnings, Contains(HasSubstr("beamlattice")));
     EXPECT_THAT(result.info.warnings, Contains(HasSubstr("extension production")));
     EXPECT_EQ(result.mesh.faces.size(), 4U);
+    const Read nothing = read(package(model("", "<item objectid=\"4\" p:path=\"/3D/b.model\"/>")));
+    EXPECT_THAT(nothing.status.text(), HasSubstr("extension production"));
 }
 
 TEST(ThreeMf, EveryShorterPackageIsAnErrorAndNoneACrash) {

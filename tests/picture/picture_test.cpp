@@ -1,4 +1,4 @@
-#include "picture/picture.h"
+#include "job/picture/picture.h"
 
 #include <gtest/gtest.h>
 #include <png.h>
@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "helpers/shapes.h"
-#include "picture/raster.h"
+#include "job/picture/raster.h"
 
 namespace povmesh::picture {
 namespace {

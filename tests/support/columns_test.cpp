@@ -19,6 +19,7 @@
 #include "mesh/volume.h"
 #include "support/column_supports.h"
 #include "support/gap_search.h"
+#include "support/upright_lines.h"
 
 namespace povmesh {
 namespace {
@@ -401,6 +402,49 @@ TEST(Columns, AreUnderWhateverBeginsInMidAir) {
                     << body.what << " at " << at.x << ' ' << at.y << ' ' << adds_between;
             }
         }
+    }
+}
+
+// Below a hub the lines look at pieces of faces; a crossing lost or found twice turns inside out.
+TEST(UprightLines, CrossAllFacesAroundAHubOnce) {
+    constexpr int kFaces = 6000;
+    SoupVector soup;
+    for (int i = 0; i < kFaces; ++i) {
+        soup.insert(soup.end(), {0.1F, 0.2F, static_cast<float>(i % 3)});
+        for (const int k : {i, i + 1}) {
+            const double angle = 2 * std::numbers::pi * (k % kFaces) / kFaces;
+            const double far = i % 7 == 0 ? 100 : 40;
+            soup.insert(soup.end(), {static_cast<float>(far * std::cos(angle)),
+                                     static_cast<float>(far * std::sin(angle)), -30});
+        }
+    }
+    const TriMesh mesh = shapes::mesh_of(soup);
+    const UprightLines lines(mesh);
+    for (int i = 0; i < 800; ++i) {
+        // Every other one on an edge, where cuts may be.
+        const Face& face = mesh.faces[static_cast<std::size_t>(i) * 7];
+        const Vec3d hub = to_double(mesh.corner_position(face, 0));
+        const Vec3d rim = to_double(mesh.corner_position(face, 1));
+        const Vec3d on_edge = hub + (rim - hub) * (static_cast<double>(i % 9) / (8 + i % 3));
+        const double x = i % 2 == 0 ? on_edge.x : 55 * std::sin(0.7 * i * i);
+        const double y = i % 2 == 0 ? on_edge.y : 55 * std::cos(1.3 * i);
+        const auto place = [x](double edge_x) { return edge_x <= x ? 0U : 1U; };
+        std::vector<double> expected;
+        for (const Face& other : mesh.faces) {
+            std::array<Vec3d, 3> p;
+            for (std::size_t c = 0; c < 3; ++c) p[c] = to_double(mesh.corner_position(other, c));
+            const RowSpan span = row_span(p, y, place);
+            if (span.from == span.end) continue;
+            expected.push_back(height_at(p, cross(p[1] - p[0], p[2] - p[0]), x, y));
+        }
+        std::vector<double> found;
+        lines.visit_crossings(x, y, [&](const UprightLines::Crossing& crossing) {
+            found.push_back(crossing.z);
+            return false;
+        });
+        std::sort(expected.begin(), expected.end());
+        std::sort(found.begin(), found.end());
+        EXPECT_EQ(found, expected) << x << ' ' << y;
     }
 }
 

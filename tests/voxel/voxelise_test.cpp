@@ -185,14 +185,21 @@ TEST(Voxelise, WildSizesAndCoordinatesBreakTheGrid) {
     Job job;
     for (const auto& [extent, most] :
          {std::pair{3e3F, kMostCells}, std::pair{1e38F, std::int64_t{1} << 24}}) {
-        const ModelBox model =
-            model_box(shapes::mesh_of(shapes::box({0, 0, 0}, {extent, extent, extent})));
-        const Vec3f size = affordable_size(model, {2, 2, 2}, kMostCells, job.run);
+        const TriMesh cube = shapes::mesh_of(shapes::box({0, 0, 0}, {extent, extent, extent}));
+        const Vec3f size = affordable_size(cube, {2, 2, 2}, kMostCells, job.run);
         const double cells = std::pow(double{extent} / double{size.x}, 3);
         EXPECT_LT(cells, static_cast<double>(most)) << extent;
         EXPECT_GT(cells, 0.3 * static_cast<double>(most)) << extent;
     }
     EXPECT_NE(job.text.find("[Caution] voxel size is raised"), std::string::npos);
+    // So many sheets through one place are no solid.
+    SoupVector sheets;
+    for (int i = 0; i < 3000; ++i) {
+        sheets.insert(sheets.end(), {0, 0, 0, 2000, 0, 0, 0, 2000, static_cast<float>(i)});
+    }
+    const TriMesh noise = shapes::mesh_of(sheets);
+    const Vec3f size = affordable_size(noise, {2, 2, 2}, kMostCells, job.run);
+    EXPECT_LT(surface_area(noise) / std::pow(double{size.x}, 2), 1.01 * 0x1p25);
     EXPECT_GT(voxelised({-3e38F, 0, 0, 3e38F, 0, 0, 0, 3e38F, 3e38F}, 1).size(), 1000U);
     EXPECT_EQ(voxelised({kNan, 0, 0, 1, 0, 0, 0, 1, 0}, 1).size(), 0U);
     EXPECT_EQ(voxelised(joined(box, {0, kInfinity, 0, 1, 0, 0, 0, 1, 0}), 1).size(),

@@ -1,0 +1,19 @@
+// How many parts a model needs at least.
+#pragma once
+
+#include <cstddef>
+
+#include "decompose/part_size.h"
+#include "mesh/tri_mesh.h"
+
+namespace povmesh {
+
+/// A number of parts that no division along the axes gets below: that of points of the model of
+/// which no two fit into one part, as many as a greedy search from seven directions finds. At least
+/// 1; vertices that are not finite are passed over.
+///
+/// Time: linear in the faces; half a second at most for the search, which looks at some ten
+/// thousand points.
+std::size_t least_parts(const TriMesh& model, const PartSize& size);
+
+}  // namespace povmesh

@@ -1,0 +1,33 @@
+#include "job/subdivide.h"
+
+#include <cstddef>
+#include <limits>
+
+#include "base/timer.h"
+#include "job/new_faults.h"
+
+namespace povmesh::job {
+namespace {
+
+// Results of more faces are not searched for crossings: that would take longer than all else.
+constexpr std::size_t kMostSearched = 2'000'000;
+
+}  // namespace
+
+Status subdivide(TriMesh& mesh, const SubdivideJob& options, Progress progress,
+                 SubdivideDone& done) {
+    TriMesh source = mesh;
+    const Timer timer;
+    for (std::uint32_t level = 0; level < options.levels; ++level) {
+        povmesh::subdivide(mesh, options.mode);
+        progress.set(50 + 30 * (level + 1) / options.levels);
+    }
+    done.seconds = timer.seconds();
+    // Smoothing takes volume away: that is no fault.
+    if (mesh.faces.size() <= kMostSearched) {
+        add_faults(source, mesh, std::numeric_limits<double>::infinity(), done);
+    }
+    return {};
+}
+
+}  // namespace povmesh::job

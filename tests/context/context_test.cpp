@@ -1,0 +1,380 @@
+// The second interface as a program uses it: statuses, the tool's bits, any number of jobs.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <sstream>
+#include <thread>
+
+#include "operations.h"
+
+extern "C" int count_padded_structs(void);
+extern "C" povmesh_status repair_in_c99(povmesh_context*, const povmesh_mesh*, povmesh_mesh**);
+extern "C" double keep_in_cpp98(void);
+
+namespace povmesh::test {
+namespace {
+
+class Context : public testing::Test {
+protected:
+    ~Context() override {
+        povmesh_mesh_release(box_);
+        povmesh_context_destroy(context_);
+    }
+    std::string message() const { return povmesh_context_message(context_); }
+
+    povmesh_context* context_ = make_context(2);
+    povmesh_mesh* box_ = make_mesh(context_, shapes::box({0, 0, 0}, {20, 10, 5}));
+};
+
+TEST_F(Context, StructsCanGrowAndOldCompilersTakeTheHeader) {
+    EXPECT_EQ(count_padded_structs(), 0);
+    EXPECT_TRUE(std::isnan(keep_in_cpp98()));
+    povmesh_mesh* repaired = nullptr;
+    EXPECT_EQ(repair_in_c99(context_, box_, &repaired), POVMESH_OK);
+    povmesh_mesh_release(repaired);
+
+    // An older caller's struct is shorter, a newer one's longer.
+    povmesh_reduce_options shorter = povmesh_reduce_defaults();
+    shorter.size = offsetof(povmesh_reduce_options, faces);
+    shorter.keep = 0.5;
+    shorter.faces = 77;  // beyond its size
+    povmesh_reduce_report report{};
+    report.size = offsetof(povmesh_reduce_report, faces_after);
+    report.faces_after = 99;
+    povmesh_mesh* reduced = nullptr;
+    ASSERT_EQ(povmesh_reduce(context_, box_, &shorter, &reduced, &report), POVMESH_OK);
+    povmesh_mesh_release(reduced);
+    EXPECT_EQ(report.faces_before, 12U);
+    EXPECT_EQ(report.faces_after, 99U);
+    struct {
+        povmesh_repair_options known;
+        std::uint64_t field;
+    } longer{povmesh_repair_defaults(), 0};
+    longer.known.size = sizeof longer;
+    EXPECT_EQ(povmesh_repair(context_, box_, &longer.known, &repaired, nullptr), POVMESH_OK);
+    povmesh_mesh_release(repaired);
+    longer.field = 1;
+    EXPECT_EQ(povmesh_repair(context_, box_, &longer.known, &repaired, nullptr),
+              POVMESH_UNSUPPORTED);
+}
+
+TEST_F(Context, BadInputNamesItsFieldAndWritesNothing) {
+    const auto expect = [&](povmesh_status status, povmesh_status wanted, const char* word) {
+        EXPECT_EQ(status, wanted) << word << ": " << message();
+        EXPECT_NE(message().find(word), std::string::npos) << message();
+    };
+    povmesh_mesh* out = nullptr;
+    expect(povmesh_repair(context_, nullptr, nullptr, &out, nullptr), POVMESH_INVALID_ARGUMENT,
+           "mesh");
+    expect(povmesh_repair(context_, box_, nullptr, nullptr, nullptr), POVMESH_INVALID_ARGUMENT,
+           "repaired");
+    povmesh_repair_report no_size{};
+    expect(povmesh_repair(context_, box_, nullptr, &out, &no_size), POVMESH_INVALID_ARGUMENT,
+           "size");
+    expect(povmesh_reduce(context_, box_, nullptr, &out, nullptr), POVMESH_INVALID_ARGUMENT,
+           "keep");
+    expect(povmesh_voxelize(context_, box_, nullptr, &out, nullptr), POVMESH_INVALID_ARGUMENT,
+           "edge");
+    povmesh_subdivide_options levels = povmesh_subdivide_defaults();
+    levels.levels = 6;
+    expect(povmesh_subdivide(context_, box_, &levels, &out), POVMESH_INVALID_ARGUMENT, "levels");
+    povmesh_cut_options cut = povmesh_cut_defaults();
+    cut.normal[2] = 0;
+    povmesh_result* pieces = nullptr;
+    expect(povmesh_cut(context_, box_, &cut, &pieces, nullptr), POVMESH_INVALID_ARGUMENT, "normal");
+    cut = povmesh_cut_defaults();
+    cut.point[0] = cut.point[1] = cut.point[2] = 1e6;
+    expect(povmesh_cut(context_, box_, &cut, &pieces, nullptr), POVMESH_NOTHING, "misses");
+    expect(povmesh_read_file(context_, "/nowhere/x.stl", nullptr, &out, nullptr),
+           POVMESH_CANNOT_READ, "/nowhere/x.stl");
+    expect(povmesh_read_memory(context_, "solid\n", 6, nullptr, &out, nullptr), POVMESH_BAD_FILE,
+           "memory");
+    expect(povmesh_write_file(context_, box_, "/nowhere/x.stl", nullptr, nullptr),
+           POVMESH_CANNOT_WRITE, "/nowhere");
+    expect(povmesh_write_file(context_, box_, "x.dwg", nullptr, nullptr), POVMESH_UNSUPPORTED,
+           "x.dwg");
+    EXPECT_EQ(povmesh_repair(nullptr, box_, nullptr, &out, nullptr), POVMESH_INVALID_ARGUMENT);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(pieces, nullptr);
+    const std::string name = "/nowhere/\n\x1b[2J" + std::string(3000, 'x') + ".stl";
+    EXPECT_EQ(povmesh_read_file(context_, name.c_str(), nullptr, &out, nullptr),
+              POVMESH_CANNOT_READ);
+    EXPECT_LE(message().size(), 1000U);
+    EXPECT_EQ(message().find('\n'), std::string::npos);
+    EXPECT_EQ(message().find('\x1b'), std::string::npos);
+}
+
+TEST_F(Context, ArraysAreTakenOverWhateverTheirLayout) {
+    // Two triangles of a square and one that has two equal vertices; rows with gaps, unaligned.
+    struct [[gnu::packed]] Row {
+        char gap;
+        double x, y, z;
+    };
+    const Row rows[] = {{0, 0, 0, 0}, {0, 1, 0, 0}, {0, 1, 1, 0}, {0, 0, 1, 0}};
+    const std::uint64_t faces[] = {0, 1, 2, 1, 1, 2, 0, 2, 3};
+    const std::uint8_t colours[] = {255, 0, 0, 0, 255, 0, 0, 0, 255, 9, 8, 7};
+    const std::int32_t labels[] = {4, 5, -1};
+    const float textures[18] = {0, 0, 1, 0, 1, 1};
+    povmesh_mesh_data data{};
+    data.size = sizeof data;
+    data.positions = {&rows[0].x, 4, sizeof(Row), POVMESH_F64, 3};
+    data.faces = {faces, 3, 0, POVMESH_U64, 3};
+    data.colours = {colours, 4, 0, POVMESH_U8, 3};
+    data.labels = {labels, 3, 0, POVMESH_I32, 1};
+    data.texture_coordinates = {textures, 3, 0, POVMESH_F32, 6};
+    povmesh_mesh* mesh = nullptr;
+    ASSERT_EQ(povmesh_mesh_create(context_, &data, &mesh), POVMESH_OK) << message();
+    ASSERT_EQ(mesh->mesh.faces.size(), 2U);
+    EXPECT_TRUE(is_consistent(mesh->mesh));
+    EXPECT_EQ(mesh->mesh.faces[0].colour,
+              (std::array<std::uint8_t, 9>{255, 0, 0, 0, 255, 0, 0, 0, 255}));
+    EXPECT_EQ(mesh->mesh.faces[1].colour[8], 7);
+    EXPECT_EQ(mesh->mesh.faces[0].label, 4);
+    povmesh_view view{};
+    ASSERT_EQ(povmesh_mesh_view(mesh, POVMESH_TEXTURE_COORDINATES, &view), POVMESH_OK);
+    EXPECT_EQ(view.count, 3U);  // those of the face with a label
+    povmesh_measures measures{};
+    measures.size = sizeof measures;
+    ASSERT_EQ(povmesh_measure(context_, mesh, &measures), POVMESH_OK);
+    EXPECT_EQ(measures.area, 1);
+    EXPECT_EQ(measures.has_labels + measures.has_colours + measures.has_texture_coordinates, 3);
+    povmesh_mesh_release(mesh);
+
+    // With one thing wrong at a time.
+    const auto refuses = [&](const auto& spoil, const char* word) {
+        povmesh_mesh_data wrong = data;
+        spoil(wrong);
+        mesh = nullptr;
+        EXPECT_EQ(povmesh_mesh_create(context_, &wrong, &mesh), POVMESH_INVALID_ARGUMENT) << word;
+        EXPECT_NE(message().find(word), std::string::npos) << message();
+        EXPECT_EQ(mesh, nullptr);
+    };
+    refuses([](povmesh_mesh_data& d) { d.colours.data = nullptr; }, "colours");
+    const std::int32_t beyond[] = {0, 1, 2, 0, 1, 4, 0, 1, -1};
+    refuses([&](povmesh_mesh_data& d) { d.faces = {beyond, 3, 0, POVMESH_I32, 3}; }, "faces");
+    refuses([](povmesh_mesh_data& d) { d.positions.type = POVMESH_I32; }, "positions");
+    refuses([](povmesh_mesh_data& d) { d.faces.data = nullptr; }, "faces");
+    refuses([](povmesh_mesh_data& d) { d.faces.components = 4; }, "faces");
+    refuses([](povmesh_mesh_data& d) { d.labels.count = 2; }, "labels");
+    refuses([](povmesh_mesh_data& d) { d.positions.stride = UINT64_MAX / 2; }, "positions");
+    refuses([](povmesh_mesh_data& d) { d.weld = 2; }, "weld");
+    const double too_bright[] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1.5};
+    refuses(
+        [&](povmesh_mesh_data& d) {
+            d.colours = {too_bright, 4, 0, POVMESH_F64, 3};
+        },
+        "colours");
+}
+
+#ifdef POVMESH_TOOL_BUILT
+std::string content(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// Read, worked on and written, a mesh is the file of the tool.
+TEST_F(Context, WritesTheBytesOfTheTool) {
+    const std::filesystem::path folder =
+        std::filesystem::temp_directory_path() / ("povmesh-context-" + std::to_string(getpid()));
+    std::filesystem::create_directory(folder);
+    const std::string in = folder / "in.stl";
+    const std::string out = folder / "out.obj";
+    povmesh_mesh* flawed = make_mesh(context_, flawed_model(3));
+    ASSERT_EQ(povmesh_write_file(context_, flawed, in.c_str(), nullptr, nullptr), POVMESH_OK);
+    povmesh_mesh_release(flawed);
+    povmesh_mesh* mesh = nullptr;
+    ASSERT_EQ(povmesh_read_file(context_, in.c_str(), nullptr, &mesh, nullptr), POVMESH_OK);
+    povmesh_reduce_options reduce = povmesh_reduce_defaults();
+    reduce.keep = 0.4;
+    povmesh_subdivide_options smooth = povmesh_subdivide_defaults();
+    smooth.mode = POVMESH_SUBDIVIDE_SMOOTH;
+    povmesh_voxelize_options cubes = povmesh_voxelize_defaults();
+    cubes.edge = 0.7;
+    const auto compare = [&](const std::string& arguments, const auto& call) {
+        povmesh_mesh* made = nullptr;
+        ASSERT_EQ(call(&made), POVMESH_OK) << message();
+        ASSERT_EQ(povmesh_write_file(context_, made, out.c_str(), nullptr, nullptr), POVMESH_OK);
+        povmesh_mesh_release(made);
+        const std::string mine = content(out);
+        (void)!std::system(
+            (POVMESH_TOOL_BUILT " " + arguments + " " + in + " -o " + out + " >/dev/null 2>&1")
+                .c_str());
+        EXPECT_EQ(content(out), mine) << arguments;
+        EXPECT_GT(mine.size(), 1000U);
+    };
+    compare("repair",
+            [&](povmesh_mesh** m) { return povmesh_repair(context_, mesh, nullptr, m, nullptr); });
+    compare("reduce --keep 0.4",
+            [&](povmesh_mesh** m) { return povmesh_reduce(context_, mesh, &reduce, m, nullptr); });
+    compare("subdivide --mode smooth",
+            [&](povmesh_mesh** m) { return povmesh_subdivide(context_, mesh, &smooth, m); });
+    compare("voxelize --size 0.7",
+            [&](povmesh_mesh** m) { return povmesh_voxelize(context_, mesh, &cubes, m, nullptr); });
+    // A sound model: hollowed with a drain, grown and wrapped.
+    povmesh_mesh* ball = make_mesh(context_, shapes::sphere(12, 3));
+    ASSERT_EQ(povmesh_write_file(context_, ball, in.c_str(), nullptr, nullptr), POVMESH_OK);
+    povmesh_mesh_release(ball);
+    povmesh_mesh_release(mesh);
+    ASSERT_EQ(povmesh_read_file(context_, in.c_str(), nullptr, &mesh, nullptr), POVMESH_OK);
+    const povmesh_drain drain = {{0, 0, -12}, 2};
+    povmesh_hollow_options hollow = povmesh_hollow_defaults();
+    hollow.thickness = 2;
+    hollow.drains = &drain;
+    hollow.drain_count = 1;
+    povmesh_offset_options offset = povmesh_offset_defaults();
+    offset.distance = -1;
+    povmesh_wrap_options wrap = povmesh_wrap_defaults();
+    wrap.tolerance = 0.5;
+    compare("hollow --thickness 2 --drain 0,0,-12,2",
+            [&](povmesh_mesh** m) { return povmesh_hollow(context_, mesh, &hollow, m, nullptr); });
+    compare("offset --distance -1",
+            [&](povmesh_mesh** m) { return povmesh_offset(context_, mesh, &offset, m, nullptr); });
+    compare("wrap --tolerance 0.5",
+            [&](povmesh_mesh** m) { return povmesh_wrap(context_, mesh, &wrap, m, nullptr); });
+    povmesh_mesh_release(mesh);
+    std::filesystem::remove_all(folder);
+}
+#endif
+
+// Any number of contexts at a time, a shared mesh, and one that is cancelled all the while.
+TEST_F(Context, EightThreadsMakeTheSameBitsBesideOneThatIsCancelled) {
+    povmesh_mesh* shared = make_mesh(context_, flawed_model(3));
+    std::vector<CallOutcome> right;
+    for (const TestedOperation& operation : tested_operations()) {
+        if (operation.is_quick) right.push_back(operation.call(context_, shared));
+    }
+    std::atomic<bool> is_over = false;
+    std::thread cancelled([&] {
+        povmesh_context* const own = make_context(2);
+        std::thread canceller([&] {
+            while (!is_over) {
+                povmesh_context_cancel(own);
+                std::this_thread::sleep_for(std::chrono::microseconds(300));
+                povmesh_context_resume(own);
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        });
+        while (!is_over) {
+            for (const TestedOperation& operation : tested_operations()) {
+                if (!operation.is_quick) continue;
+                const povmesh_status status = operation.call(own, shared).status;
+                EXPECT_TRUE(status == POVMESH_OK || status == POVMESH_CANCELLED) << status;
+            }
+        }
+        canceller.join();
+        povmesh_context_destroy(own);
+    });
+    std::vector<std::thread> threads;
+    for (std::uint32_t t = 0; t < 8; ++t) {
+        threads.emplace_back([&, t] {
+            povmesh_context* const own = make_context(1 + t % 3);
+            std::size_t i = 0;
+            for (const TestedOperation& operation : tested_operations()) {
+                if (!operation.is_quick) continue;
+                const CallOutcome outcome = operation.call(own, shared);
+                EXPECT_EQ(outcome.status, POVMESH_OK) << operation.name;
+                EXPECT_EQ(outcome.bytes, right[i++].bytes) << operation.name;
+            }
+            povmesh_context_destroy(own);
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    is_over = true;
+    cancelled.join();
+    povmesh_mesh_release(shared);
+}
+
+TEST_F(Context, IsBusyInItsOwnCallbackAndACancelStaysUntilItIsTakenBack) {
+    struct Host {
+        povmesh_context* context;
+        const povmesh_mesh* mesh;
+        povmesh_status inside = POVMESH_OK;
+        double percent = 0;
+        int calls = 0;
+    } host{nullptr, box_};
+    povmesh_context_options options{};
+    options.size = sizeof options;
+    options.progress_user = &host;
+    options.progress = [](void* user, double percent, const char* phase) -> std::int32_t {
+        Host& h = *static_cast<Host*>(user);
+        povmesh_mesh* made = nullptr;
+        h.inside = povmesh_repair(h.context, h.mesh, nullptr, &made, nullptr);
+        EXPECT_GE(percent, h.percent);
+        EXPECT_GT(std::strlen(phase), 3U);
+        h.percent = percent;
+        return ++h.calls == 3 ? 1 : 0;
+    };
+    ASSERT_EQ(povmesh_context_create(&options, &host.context), POVMESH_OK);
+    povmesh_result* findings = nullptr;
+    EXPECT_EQ(povmesh_check(host.context, box_, nullptr, &findings, nullptr), POVMESH_CANCELLED);
+    EXPECT_EQ(host.inside, POVMESH_BUSY);
+    EXPECT_EQ(host.calls, 3);
+    host.percent = 0;
+    EXPECT_EQ(povmesh_check(host.context, box_, nullptr, &findings, nullptr), POVMESH_OK);
+    povmesh_result_release(findings);
+
+    povmesh_context_cancel(context_);
+    povmesh_mesh* made = nullptr;
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(povmesh_repair(context_, box_, nullptr, &made, nullptr), POVMESH_CANCELLED);
+    }
+    povmesh_context_resume(context_);
+    ASSERT_EQ(povmesh_repair(context_, box_, nullptr, &made, nullptr), POVMESH_OK);
+    EXPECT_STREQ(povmesh_context_message(context_), "");
+    povmesh_context_destroy(host.context);
+    povmesh_mesh_release(made);
+}
+
+// No thread is left between calls, so the child of a fork goes on.
+TEST_F(Context, GoesOnInTheChildOfAFork) {
+    povmesh_mesh* ball = make_mesh(context_, shapes::sphere(10, 5));
+    povmesh_subdivide_options options = povmesh_subdivide_defaults();
+    povmesh_mesh* made = nullptr;
+    ASSERT_EQ(povmesh_subdivide(context_, ball, &options, &made), POVMESH_OK);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}), 1);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        povmesh_mesh* again = nullptr;
+        const povmesh_status status = povmesh_subdivide(context_, ball, &options, &again);
+        const bool is_same =
+            status == POVMESH_OK && again->mesh.faces.size() == made->mesh.faces.size();
+        _exit(is_same ? 0 : 1);
+    }
+    int state = -1;
+    waitpid(child, &state, 0);
+    EXPECT_EQ(state, 0);
+    povmesh_mesh_release(made);
+    povmesh_mesh_release(ball);
+}
+
+TEST_F(Context, WhatIsNotThereIsSaidSo) {
+    for (const TestedOperation& operation : tested_operations()) {
+        if (std::string(operation.name) == "files") continue;
+        EXPECT_EQ(povmesh_has(("operation:" + std::string(operation.name)).c_str()), 1);
+    }
+    povmesh_mesh* made = nullptr;
+    const povmesh_status status = povmesh_remesh(context_, box_, nullptr, &made, nullptr);
+    EXPECT_EQ(status == POVMESH_UNSUPPORTED, povmesh_has("operation:remesh") == 0);
+    for (const char* none : {"operation:fly", "read:dwg", "stl", ""}) {
+        EXPECT_EQ(povmesh_has(none), 0) << none;
+    }
+    EXPECT_EQ(povmesh_has("write:3mf"), 1);
+    EXPECT_EQ(povmesh_version(), std::uint32_t{POVMESH_VERSION});
+    povmesh_context_destroy(nullptr);
+    povmesh_mesh_release(nullptr);
+    povmesh_result_release(nullptr);
+    povmesh_free(nullptr);
+}
+
+}  // namespace
+}  // namespace povmesh::test

@@ -1,0 +1,147 @@
+// What fails on purpose: every allocation, every poll, a limit at every height.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+#include "operations.h"
+
+namespace {
+
+std::atomic<std::int64_t> live_blocks = 0;
+
+}  // namespace
+
+// Allocations of containers that are not charged fail in their turn, too.
+void* operator new(std::size_t bytes) {
+    if (const povmesh::JobState* const job = povmesh::current_job()) {
+        povmesh::FaultPlan* const faults = job->settings().faults;
+        if (faults != nullptr && faults->fails_allocation()) throw std::bad_alloc();
+    }
+    void* const block = std::malloc(bytes != 0 ? bytes : 1);
+    if (block == nullptr) throw std::bad_alloc();
+    live_blocks.fetch_add(1, std::memory_order_relaxed);
+    return block;
+}
+void operator delete(void* block) noexcept {
+    if (block != nullptr) live_blocks.fetch_sub(1, std::memory_order_relaxed);
+    std::free(block);
+}
+void operator delete(void* block, std::size_t /*bytes*/) noexcept {
+    operator delete(block);
+}
+
+namespace povmesh::test {
+namespace {
+
+// Trials of an operation that makes more allocations are spread over them.
+constexpr std::int64_t kMostTrials = 500;
+constexpr std::int64_t kMostSlowTrials = 3;
+
+class Faults : public testing::Test {
+protected:
+    Faults() { mesh_ = make_mesh(context_, flawed_model(2)); }
+    ~Faults() override {
+        povmesh_mesh_release(mesh_);
+        povmesh_context_destroy(context_);
+    }
+
+    povmesh_context* context_ = make_context(1);
+    povmesh_mesh* mesh_ = nullptr;
+};
+
+// One failed call: its status, nothing left, nothing written.
+void expect_clean(povmesh_context* context, const TestedOperation& operation,
+                  const povmesh_mesh* mesh, povmesh_status allowed, const CallOutcome& right,
+                  FaultPlan* plan) {
+    const std::int64_t before = live_blocks;
+    {
+        context->faults = plan;
+        const CallOutcome outcome = operation.call(context, mesh);
+        context->faults = nullptr;
+        if (outcome.status == POVMESH_OK) {
+            EXPECT_EQ(outcome.bytes, right.bytes);
+        } else {
+            EXPECT_EQ(outcome.status, allowed) << povmesh_context_message(context);
+            EXPECT_TRUE(outcome.is_untouched);
+            EXPECT_EQ(context->left_bytes, 0);
+        }
+    }
+    EXPECT_EQ(live_blocks, before) << "blocks left behind";
+}
+
+TEST_F(Faults, EveryAllocationThatFailsIsAStatusAndNothingStays) {
+    std::printf("%-10s %8s %12s %8s\n", "operation", "threads", "allocations", "tried");
+    for (const TestedOperation& operation : tested_operations()) {
+        for (const std::uint32_t threads : {1U, 4U}) {
+            SCOPED_TRACE(std::string(operation.name) + " " + std::to_string(threads));
+            povmesh_context* const context = make_context(threads);
+            FaultPlan counting;
+            context->faults = &counting;
+            const CallOutcome right = operation.call(context, mesh_);
+            context->faults = nullptr;
+            ASSERT_EQ(right.status, POVMESH_OK) << povmesh_context_message(context);
+            const std::int64_t all = counting.allocations_seen;
+            const std::int64_t most = operation.is_quick ? kMostTrials : kMostSlowTrials;
+            const std::int64_t step = std::max<std::int64_t>(1, all / most);
+            std::int64_t tried = 0;
+            for (std::int64_t n = 1; n <= all; n += step, ++tried) {
+                FaultPlan plan;
+                plan.allocation = n;
+                plan.for_ever = tried % 2 == 1;
+                expect_clean(context, operation, mesh_, POVMESH_OUT_OF_MEMORY, right, &plan);
+                if (HasFailure()) FAIL() << "allocation " << n;
+            }
+            EXPECT_EQ(operation.call(context, mesh_).bytes, right.bytes);
+            std::printf("%-10s %8u %12lld %8lld\n", operation.name, threads,
+                        static_cast<long long>(all), static_cast<long long>(tried));
+            povmesh_context_destroy(context);
+        }
+    }
+}
+
+TEST_F(Faults, EveryPollCanCancelAndNothingStays) {
+    for (const TestedOperation& operation : tested_operations()) {
+        SCOPED_TRACE(operation.name);
+        FaultPlan counting;
+        context_->faults = &counting;
+        const CallOutcome right = operation.call(context_, mesh_);
+        context_->faults = nullptr;
+        const std::int64_t all = counting.polls_seen;
+        ASSERT_GE(all, 1);
+        const std::int64_t most = operation.is_quick ? kMostTrials : kMostSlowTrials;
+        for (std::int64_t n = 1; n <= all; n += std::max<std::int64_t>(1, all / most)) {
+            FaultPlan plan;
+            plan.poll = n;
+            expect_clean(context_, operation, mesh_, POVMESH_CANCELLED, right, &plan);
+            if (HasFailure()) FAIL() << "poll " << n;
+        }
+        EXPECT_EQ(operation.call(context_, mesh_).bytes, right.bytes);
+    }
+}
+
+TEST_F(Faults, ALimitOfThePeakIsEnoughAndEveryLowerOneIsAStatus) {
+    for (const TestedOperation& operation : tested_operations()) {
+        if (!operation.is_quick || std::string(operation.name) == "files") continue;
+        SCOPED_TRACE(operation.name);
+        const CallOutcome right = operation.call(context_, mesh_);
+        const std::uint64_t peak = povmesh_context_peak_bytes(context_);
+        ASSERT_GT(peak, 0U);
+        for (std::uint64_t step = 1; step <= 64; ++step) {
+            povmesh_context* const limited =
+                make_context(1, std::max<std::uint64_t>(1, peak * step / 64));
+            expect_clean(limited, operation, mesh_, POVMESH_OUT_OF_MEMORY, right, nullptr);
+            EXPECT_LE(povmesh_context_peak_bytes(limited),
+                      std::max<std::uint64_t>(1, peak * step / 64));
+            if (step == 64) {
+                EXPECT_EQ(operation.call(limited, mesh_).status, POVMESH_OK);
+            }
+            povmesh_context_destroy(limited);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace povmesh::test
