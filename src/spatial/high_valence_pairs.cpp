@@ -169,7 +169,7 @@ HighValencePairs::HighValencePairs(const TriMesh& mesh, std::span<const std::uin
         std::uint32_t& fan = group_of_vertex[static_cast<std::size_t>(vertex)];
         if (fan == kNone) {
             fan = static_cast<std::uint32_t>(fans_.size());
-            fans_.push_back({vertex, {}, {}, {}});
+            fans_.push_back({vertex, {}, {}, {}, {}});
             faces_of_fan.emplace_back();
         }
         fan_[face] = fan;
@@ -201,7 +201,7 @@ void HighValencePairs::find_books(std::span<const std::uint32_t> faces, std::int
             if (book_[face] != kNone || valence[v] < kHighValence) return;
             if (group_of_vertex[v] == kNone) {
                 group_of_vertex[v] = static_cast<std::uint32_t>(books_.size());
-                books_.push_back({vertex, other, {}});
+                books_.push_back({vertex, other, {}, {}});
             }
             book_[face] = group_of_vertex[v];
         });
@@ -238,7 +238,18 @@ void HighValencePairs::build_trees(const std::vector<std::vector<std::uint32_t>>
             boxes.push_back(normal_box(face, books_[book]));
         }
         books_[book].tree = FaceTree(boxes, faces_of_book[book]);
+        boxes.clear();
+        for (const std::uint32_t face : faces_of_book[book]) {
+            boxes.push_back(direction_box(face, books_[book].b));
+        }
+        books_[book].tree_at_b = FaceTree(boxes, faces_of_book[book]);
+        fans_[fan(faces_of_book[book].front())].books.push_back(static_cast<std::uint32_t>(book));
     }
+}
+
+bool HighValencePairs::has_other_end(std::uint32_t face, std::uint32_t book) const {
+    const auto& corners = mesh_.faces[face].vertex;
+    return std::find(corners.begin(), corners.end(), books_[book].b) != corners.end();
 }
 
 Box3f HighValencePairs::direction_box(std::uint32_t face, std::int32_t vertex) const {

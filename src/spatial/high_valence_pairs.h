@@ -48,11 +48,14 @@ private:
         FaceTree tree;
         Array<std::uint32_t> book_of_node;
         Array<Box3f> box_of_node;
+        std::vector<std::uint32_t> books;
     };
-    // The faces around one edge: a tree over normals.
+    // The faces around one edge: a tree over normals, and one over directions from the end that is
+    // not the fan's vertex: from there other faces at that end are told from these.
     struct Book {
         std::int32_t a, b;
         FaceTree tree;
+        FaceTree tree_at_b;
     };
 
     static std::uint32_t of(const Array<std::uint32_t>& groups, std::uint32_t face) {
@@ -63,6 +66,7 @@ private:
     void build_trees(const std::vector<std::vector<std::uint32_t>>& faces_of_fan);
     template <typename Visit>
     void visit_fan(std::uint32_t face, const Box3f& box, std::uint32_t fan, Visit& visit) const;
+    bool has_other_end(std::uint32_t face, std::uint32_t book) const;
     Box3f direction_box(std::uint32_t face, std::int32_t vertex) const;
     Box3f normal_box(std::uint32_t face, const Book& book) const;
 
@@ -87,16 +91,27 @@ void HighValencePairs::visit_fan(std::uint32_t face, const Box3f& box, std::uint
                                  Visit& visit) const {
     const Fan& around = fans_[fan_number];
     const std::uint32_t own_book = fan(face) == fan_number ? book(face) : kNone;
+    const auto is_elsewhere = [&](std::uint32_t in_book) {
+        return in_book != kNone && (in_book == own_book || has_other_end(face, in_book));
+    };
     around.tree.visit_overlapping(
         direction_box(face, around.vertex),
         [&](std::uint32_t other) {
-            if (own_book == kNone || book(other) != own_book) visit(other);
+            if (!is_elsewhere(book(other))) visit(other);
             return false;
         },
         [&](std::uint32_t node) {
             return !overlap(around.box_of_node[node], box) ||
-                   (own_book != kNone && around.book_of_node[node] == own_book);
+                   is_elsewhere(around.book_of_node[node]);
         });
+    for (const std::uint32_t other_book : around.books) {
+        if (other_book == own_book || !has_other_end(face, other_book)) continue;
+        books_[other_book].tree_at_b.visit_overlapping(direction_box(face, books_[other_book].b),
+                                                       [&](std::uint32_t other) {
+                                                           visit(other);
+                                                           return false;
+                                                       });
+    }
     if (own_book == kNone) return;
     books_[own_book].tree.visit_overlapping(normal_box(face, books_[own_book]),
                                             [&](std::uint32_t other) {
