@@ -29,6 +29,11 @@ constexpr std::size_t kSamples = 32;
 constexpr std::size_t kStride = 5;  // a first look takes every so many of them
 constexpr int kEnoughVotes = 3;     // by parity, which is exact: more than this decides nothing new
 
+// Faces that parity may look at, for each face of the model: plain models take less than one. A ray
+// through the pages of a book meets most of them; there the winding number of a patch by itself
+// tells its side, unless another one lies around it.
+constexpr std::uint64_t kMostLooks = 200;
+
 // Mean winding number that the other faces have at a face: 1/2 in a closed surface that looks out,
 // -1/2 in one that looks in, 0 in a sheet.
 constexpr double kLooksIn = -0.25;
@@ -163,9 +168,11 @@ private:
         for (const Patch& patch : patches) {
             if (patch.is_one_sided) continue;
             const std::vector<std::uint32_t> faces = samples(patch);
-            int side = nesting.is_closed ? side_by_parity(faces, tree) : 0;
+            const bool has_parity =
+                nesting.is_closed && looked_at_ / kMostLooks <= mesh_.faces.size();
+            int side = has_parity ? side_by_parity(faces, tree) : 0;
             if (is_cavity) side = -side;
-            if (side == 0 && !nesting.is_closed) side = side_by_winding(patch, faces);
+            if (side == 0 && !has_parity) side = side_by_winding(patch, faces);
             if (side >= 0) continue;
             turn(patch);
             is_changed = true;
@@ -191,7 +198,7 @@ private:
     }
 
     // Positive when the faces look out, negative when they look in, 0 when that cannot be told.
-    int side_by_parity(std::span<const std::uint32_t> faces, const FaceTree& tree) const {
+    int side_by_parity(std::span<const std::uint32_t> faces, const FaceTree& tree) {
         int votes = 0;
         for (std::size_t first = 0; first < kStride; ++first) {
             for (std::size_t i = first; i < faces.size(); i += kStride) {
@@ -203,7 +210,7 @@ private:
     }
 
     // 1 when a face has the outside before it and the inside behind, -1 the other way round.
-    int vote(std::uint32_t face, const FaceTree& tree) const {
+    int vote(std::uint32_t face, const FaceTree& tree) {
         const Vec3d normal = normal_of(face);
         const double size = length(normal);
         if (!(size > 0) || !std::isfinite(size)) return 0;
@@ -212,8 +219,8 @@ private:
         const double least =
             kLeastUnits * reach * static_cast<double>(std::numeric_limits<float>::epsilon());
         const Vec3d step = normal * (std::max(kBeside * std::sqrt(size), least) / size);
-        const PointPlace front = locate(mesh_, tree, narrow(at + step));
-        const PointPlace back = locate(mesh_, tree, narrow(at - step));
+        const PointPlace front = locate(mesh_, tree, narrow(at + step), &looked_at_);
+        const PointPlace back = locate(mesh_, tree, narrow(at - step), &looked_at_);
         if (front == PointPlace::Outside && back == PointPlace::Inside) return 1;
         return front == PointPlace::Inside && back == PointPlace::Outside ? -1 : 0;
     }
@@ -341,6 +348,7 @@ private:
     Array<std::uint32_t> faces_;          // patch after patch
     std::vector<Patch> patches_;          // shell after shell
     Array<std::uint32_t> patch_offsets_;  // of every shell
+    std::uint64_t looked_at_ = 0;         // faces, by parity
 };
 
 }  // namespace

@@ -52,11 +52,13 @@ bool contains_in_plane(const Triangle& t, Vec3d p) {
 
 }  // namespace
 
-PointPlace locate(const TriMesh& mesh, const FaceTree& faces, Vec3f point) {
+PointPlace locate(const TriMesh& mesh, const FaceTree& faces, Vec3f point,
+                  std::uint64_t* looked_at) {
     const Vec3d p = to_double(point);
     const Box3f ray{point, {std::numeric_limits<float>::max(), point.y, point.z}};
     PointPlace place = PointPlace::Outside;
     faces.visit_overlapping(ray, [&](std::uint32_t face) {
+        if (looked_at != nullptr) ++*looked_at;
         const Triangle t = triangle_of(mesh, mesh.faces[face]);
         const int side = orient3d(t[0], t[1], t[2], p);
         if (side == 0) {

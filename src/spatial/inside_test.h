@@ -17,7 +17,10 @@ enum class PointPlace : std::uint8_t { Inside, Outside, AtCorner, OnSurface };
 /// @param faces  a tree of the surface's faces, numbered by their index in the mesh; an edge of the
 ///               surface is held by an even number of them
 ///
+/// @param looked_at  when given, the number of faces that were looked at is added to it
+///
 /// Exact. Time: logarithmic in the number of faces, plus those that the ray comes near.
-PointPlace locate(const TriMesh& mesh, const FaceTree& faces, Vec3f point);
+PointPlace locate(const TriMesh& mesh, const FaceTree& faces, Vec3f point,
+                  std::uint64_t* looked_at = nullptr);
 
 }  // namespace povmesh

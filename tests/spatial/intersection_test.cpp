@@ -355,6 +355,18 @@ TEST(SelfIntersections, AreFoundAroundVerticesAndEdgesOfHighValence) {
     const std::vector<FacePair> expected = slow_self_intersections(mesh);
     ASSERT_GT(expected.size(), 1000U);
     EXPECT_EQ(find_self_intersections(mesh, expected.size()).pairs, expected);
+    // The same pairs for some of the faces, from either side.
+    std::vector<std::uint32_t> some;
+    for (std::uint32_t f = 5; f < mesh.faces.size(); f += 37) some.push_back(f);
+    std::vector<FacePair> meetings;
+    for (const auto& [first, second] : expected) {
+        if (first % 37 == 5) meetings.push_back({first, second});
+        if (second % 37 == 5) meetings.push_back({second, first});
+    }
+    std::sort(meetings.begin(), meetings.end(), [](const FacePair& a, const FacePair& b) {
+        return a.first != b.first ? a.first < b.first : a.second < b.second;
+    });
+    EXPECT_EQ(find_meetings(mesh, some), meetings);
 }
 
 TEST(SelfIntersections, SoundSurfacesHaveNone) {
