@@ -2,10 +2,12 @@
 #pragma once
 
 #include <cstddef>
+#include <vector>
 
 #include "cli/change.h"
 #include "cli/operations.h"
 #include "design/drain.h"
+#include "job/hollow.h"
 #include "mesh/tri_mesh.h"
 
 namespace povmesh::cli {
@@ -13,8 +15,14 @@ namespace povmesh::cli {
 /// --drain.
 OptionSpec drain_option();
 
-/// Empty unless holes leave some of so many cavities closed.
-std::string sealed_text(const SealedCavities& sealed, std::size_t cavities);
+/// Those that were asked for.
+std::vector<Drain> drains_of(const Arguments& arguments);
+
+using job::sealed_text;
+
+/// What drain holes came to.
+void add_drain_rows(std::size_t holes, std::size_t closed, std::size_t cavities,
+                    ChangeReport& report);
 
 /// Cuts the holes that were asked for, if any; leaves the mesh compact. Adds rows and a warning to
 /// the report, or why a hole cannot be cut as its failure.

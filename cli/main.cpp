@@ -5,8 +5,10 @@
 #include <stdexcept>
 #include <string>
 
+#include "base/job_state.h"
 #include "cli/command_line.h"
 #include "cli/commands.h"
+#include "cli/interrupt.h"
 #include "cli/model.h"
 #include "cli/recipe.h"
 
@@ -36,11 +38,19 @@ int run(int argument_count, char** arguments, Console& console) {
         if (line.arguments.has("--format")) {
             set_pipe_kind(kind_of("model." + line.arguments.text("--format")));
         }
+        JobSettings settings{.wish = &interrupt_wish(), .threads = 0, .has_own_workers = false};
+        if (line.arguments.has("--threads")) {
+            settings.threads = static_cast<unsigned>(line.arguments.number("--threads"));
+        }
+        JobState job(settings);
+        const JobScope scope(&job);
+        watch_for_interrupts();
         status = line.arguments.has("--as-recipe") ? print_step(line, console)
                                                    : line.operation->run(line.arguments, console);
     } else {
         console.print(line.text);
     }
+    if (status != Clean && interrupt_status() != 0) return interrupt_status();
     return console.flush() ? status : std::max<int>(status, CannotWrite);
 }
 
@@ -52,6 +62,9 @@ int main(int argument_count, char** arguments) {
     // The operations tell of a lack of memory with the file they were at; this is the net below.
     try {
         return povmesh::cli::run(argument_count, arguments, console);
+    } catch (const povmesh::Cancelled&) {
+        console.error("interrupted; the file that was being made is not written");
+        return povmesh::cli::interrupt_status();
     } catch (const std::bad_alloc&) {
         console.error("not enough memory; close other programs or use a smaller model");
     } catch (const std::exception& error) {

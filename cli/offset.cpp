@@ -1,40 +1,32 @@
 // povmesh offset: grows or shrinks a model by a distance.
-#include "field/offset.h"
+#include "job/offset.h"
 #include "cli/commands.h"
 #include "cli/shared_options.h"
 
 #include <string>
 
-#include "base/timer.h"
 #include "cli/change.h"
 #include "cli/numbers.h"
 #include "cli/solid_surface.h"
-#include "mesh/compact.h"
 
 namespace povmesh::cli {
 namespace {
 
-ChangeReport change(TriMesh& mesh, double distance, const OffsetOptions& options,
-                    Progress progress) {
+ChangeReport change(TriMesh& mesh, const job::OffsetJob& job, Progress progress) {
+    job::OffsetDone done;
     ChangeReport report;
-    warn_of_lost_attributes(mesh, report);
-    RunLog log;
-    ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent / 4); };
-    RunContext run{Progress(nullptr, &scaled), log};
-    const Timer timer;
-    OffsetReport done;
-    const Status status = offset(mesh, distance, options, run, done);
-    report.seconds = timer.seconds();
+    const Status status = job::offset(mesh, job, progress, done);
+    static_cast<Remarks&>(report) = done;
+    report.seconds = done.seconds;
     if (!status.ok()) {
         report.failure = status.text();
         if (status.code() == StatusCode::BadOption) report.failed_with = Usage;
         return report;
     }
-    compact(mesh);
-    report.rows = {{"distance", human_number(distance)}, {"cell", human_number(done.cell)}};
-    report.json = {{"cell", done.cell}, {"distance", distance}};
-    add_labels(done.label, report);
-    check_solid(mesh, report);
+    report.rows = {{"distance", human_number(job.distance)},
+                   {"cell", human_number(done.report.cell)}};
+    report.json = {{"cell", done.report.cell}, {"distance", job.distance}};
+    add_labels(done.report.label, report);
     return report;
 }
 
@@ -50,7 +42,7 @@ int run_offset(const Arguments& arguments, Console& console) {
     options.all_triangles = arguments.has("--all-triangles");
     if (arguments.text("--corners") == "sharp") options.corners = OffsetCorners::Sharp;
     return run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
-        return change(mesh, distance, options, progress);
+        return change(mesh, {distance, options}, progress);
     });
 }
 

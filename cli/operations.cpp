@@ -32,7 +32,7 @@ std::string join(std::span<const std::string_view> words, std::string_view betwe
 }  // namespace
 
 std::span<const OptionSpec> common_options() {
-    static const std::array<OptionSpec, 3> options = {
+    static const std::array<OptionSpec, 4> options = {
         OptionSpec{.name = "--quiet",
                    .short_name = "-q",
                    .help = "Print results and errors only: no warnings, no progress"},
@@ -42,6 +42,13 @@ std::span<const OptionSpec> common_options() {
                    .choices = model_formats(),
                    .help = "Format of a model that is - in the place of a file: standard input or "
                            "output"},
+        OptionSpec{.name = "--threads",
+                   .type = ValueType::Number,
+                   .placeholder = "COUNT",
+                   .low = 1,
+                   .high = 1024,
+                   .help = "How many threads work, by default OMP_NUM_THREADS or one for each "
+                           "processor; results are the same for any number"},
         OptionSpec{.name = "--as-recipe",
                    .help = "Do nothing; print the command as a step of a recipe (see 'povmesh "
                            "run')"}};

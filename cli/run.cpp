@@ -3,6 +3,8 @@
 // Between two steps the model is what a file of it would give, so that a recipe and its steps one
 // by one make the same bytes; only that the file is in memory. The last model is made in the format
 // of the target, and written there when every step is done.
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
@@ -168,7 +170,11 @@ private:
                                     : "ended with status " + std::to_string(told.status));
     }
 
-    std::string place() const { return recipe_.path + ": " + step_name(recipe_, step_) + ": "; }
+    // Behind the last step it is still that one.
+    std::string place() const {
+        const std::size_t step = std::min<std::size_t>(step_, recipe_.steps.size() - 1);
+        return recipe_.path + ": " + step_name(recipe_, step) + ": ";
+    }
 
     StepReport start(const RecipeStep& step, Arguments arguments) {
         const bool is_gate = !step.requirements.empty();
@@ -178,15 +184,15 @@ private:
                            std::to_string(recipe_.steps.size()) + ": " +
                            std::string(step.operation->name) + "\n");
         }
-        Console own = console_;
+        Console collecting = console_;
         std::string text;
         if (is_collected) {
-            own.collect_results(text);
+            collecting.collect_results(text);
             arguments.add("--json", "true");
         }
         StepReport told;
         const Timer timer;
-        told.status = step.operation->run(arguments, own);
+        told.status = step.operation->run(arguments, is_collected ? collecting : console_);
         told.seconds = timer.seconds();
         if (is_collected) told.json = report_in(text);
         if (is_gate && told.status <= Flawed) pass_gate(step, told);
@@ -237,10 +243,10 @@ private:
         Arguments arguments;
         arguments.add("IN", model_);
         arguments.add("OUT", target_);
-        Console own = console_;
+        Console collecting = console_;
         std::string text;
-        if (is_json_) own.collect_results(text);
-        const int status = convert_operation().run(arguments, own);
+        collecting.collect_results(text);
+        const int status = convert_operation().run(arguments, is_json_ ? collecting : console_);
         if (status > Flawed) {
             fail(
                 status, outcome_of(status),
@@ -291,8 +297,8 @@ private:
     const std::string target_;
     const bool is_json_;
     Console& console_;
-    std::string model_;  // that the next step reads
-    std::size_t step_ = 0;
+    std::string model_;                  // that the next step reads
+    std::atomic<std::size_t> step_ = 0;  // the watcher tells it
     double seconds_ = 0;
     std::mutex mutex_;  // over the report
     RunReport report_;

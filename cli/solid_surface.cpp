@@ -1,32 +1,15 @@
 #include "cli/solid_surface.h"
 
-#include <algorithm>
 #include <string>
 
 #include "cli/console.h"
 #include "cli/numbers.h"
-#include "mesh/edge_mates.h"
-#include "spatial/self_intersection.h"
 
 namespace povmesh::cli {
 namespace {
 
 Vec3f rounded(Vec3d p) {
     return {static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)};
-}
-
-std::size_t irregular_edges(const TriMesh& mesh) {
-    TriMesh copy = mesh;
-    const EdgeMates mates(copy);
-    std::size_t count = 0;
-    for (std::size_t f = 0; f < copy.faces.size(); ++f) {
-        for (std::size_t e = 0; e < 3; ++e) {
-            const bool is_regular =
-                mates.kind(f, e) == EdgeMates::Kind::Manifold && !mates.is_same_direction(f, e);
-            count += is_regular ? 0 : 1;
-        }
-    }
-    return count;
 }
 
 }  // namespace
@@ -60,29 +43,6 @@ void add_labels(const LabelReport& labels, ChangeReport& report) {
     report.json["buried"] = {{"area", labels.buried_area}};
     report.json["cavities"] = labels.cavities;
     report.json["dropped"] = labels.dropped;
-}
-
-void check_solid(const TriMesh& mesh, ChangeReport& report) {
-    const std::size_t irregular = irregular_edges(mesh);
-    if (irregular != 0) {
-        report.doubts.push_back("the result is not closed at " + counted(irregular, "edge"));
-    }
-    const std::uint64_t crossings = find_self_intersections(mesh, 0).count;
-    if (crossings != 0) {
-        report.doubts.push_back("the result crosses itself in " + counted(crossings, "pair") +
-                                " of faces");
-    }
-}
-
-void warn_of_lost_attributes(const TriMesh& mesh, ChangeReport& report) {
-    const bool has_any = std::any_of(mesh.faces.begin(), mesh.faces.end(), [](const Face& face) {
-        return face.deleted == 0 && (face.label >= 0 || face.uv[0] >= 0 ||
-                                     std::any_of(face.colour.begin(), face.colour.end(),
-                                                 [](std::uint8_t c) { return c != 255; }));
-    });
-    if (has_any) {
-        report.warnings.emplace_back("colours, groups and texture coordinates are not kept");
-    }
 }
 
 OptionSpec cell_option(std::string_view default_value) {

@@ -6,18 +6,12 @@
 #include "cli/change.h"
 #include "cli/operations.h"
 #include "field/distance_field.h"
-#include "mesh/tri_mesh.h"
+#include "job/solid_surface.h"
 
 namespace povmesh::cli {
 
 /// Tells what was made of a flawed model, a row each; only what there was.
 void add_labels(const LabelReport& labels, ChangeReport& report);
-
-/// Looks at a result that is to be closed and free of crossings; what is wrong becomes a doubt.
-void check_solid(const TriMesh& mesh, ChangeReport& report);
-
-/// Warns when colours, labels or texture coordinates of a model are lost.
-void warn_of_lost_attributes(const TriMesh& mesh, ChangeReport& report);
 
 OptionSpec cell_option(std::string_view default_value);
 OptionSpec all_triangles_option();

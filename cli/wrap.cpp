@@ -1,58 +1,16 @@
 // povmesh wrap: makes a solid of any triangles.
-#include "field/wrap.h"
+#include "job/wrap.h"
 #include "cli/commands.h"
 #include "cli/shared_options.h"
 
-#include <cmath>
 #include <string>
 
-#include "base/timer.h"
 #include "cli/change.h"
 #include "cli/numbers.h"
 #include "cli/solid_surface.h"
-#include "mesh/compact.h"
-#include "spatial/nearest_face.h"
-#include "spatial/surface_distance.h"
 
 namespace povmesh::cli {
 namespace {
-
-// The vertex of the result that is farthest from the model.
-Vec3f farthest_vertex(const TriMesh& model, const TriMesh& result) {
-    const NearestFace faces(model);
-    Vec3f place{};
-    double farthest = -1;
-    for (const Vertex& vertex : result.vertices) {
-        const NearestPoint nearest = faces.find(to_double(vertex.position()));
-        if (nearest.is_found() && nearest.squared_distance > farthest) {
-            farthest = nearest.squared_distance;
-            place = vertex.position();
-        }
-    }
-    return place;
-}
-
-void add_distances(const TriMesh& model, const TriMesh& result, const WrapReport& wrapped,
-                   ChangeReport& report) {
-    const SurfaceDistance distance = surface_distance(model, result);
-    report.rows.emplace_back("model to result", "at most " + human_number(distance.there.greatest));
-    report.rows.emplace_back("result to model", "at most " + human_number(distance.back.greatest));
-    report.json["distance"] = {{"to_result", distance.there.greatest},
-                               {"to_model", distance.back.greatest}};
-    const bool has_bridges = wrapped.label.bridge_edges > 0;
-    if (distance.back.greatest > wrapped.tolerance && !has_bridges) {
-        report.warnings.push_back("the result is " + human_number(distance.back.greatest) +
-                                  " from the model, farther than the tolerance, " +
-                                  place_text(farthest_vertex(model, result)));
-    }
-    const bool is_covered = wrapped.label.buried_area > 0 || has_bridges;
-    if (distance.there.greatest > wrapped.tolerance && !is_covered) {
-        report.warnings.push_back("parts of the model are " +
-                                  human_number(distance.there.greatest) +
-                                  " from the result, farther than the tolerance: details narrower "
-                                  "than two cells; take a smaller --tolerance");
-    }
-}
 
 WrapOptions options_of(const Arguments& arguments) {
     WrapOptions options;
@@ -65,29 +23,27 @@ WrapOptions options_of(const Arguments& arguments) {
 }
 
 ChangeReport change(TriMesh& mesh, const WrapOptions& options, Progress progress) {
+    job::WrapDone done;
     ChangeReport report;
-    warn_of_lost_attributes(mesh, report);
-    TriMesh source = mesh;
-    RunLog log;
-    ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent / 4); };
-    RunContext run{Progress(nullptr, &scaled), log};
-    const Timer timer;
-    WrapReport wrapped;
-    const Status status = wrap(mesh, options, run, wrapped);
-    report.seconds = timer.seconds();
+    const Status status = job::wrap(mesh, {options}, progress, done);
+    static_cast<Remarks&>(report) = done;
+    report.seconds = done.seconds;
     if (!status.ok()) {
         report.failure = status.text();
         if (status.code() == StatusCode::BadOption) report.failed_with = Usage;
         return report;
     }
-    compact(mesh);
+    const WrapReport& wrapped = done.report;
     report.rows = {{"cell", human_number(wrapped.cell)},
                    {"tolerance", human_number(wrapped.tolerance)},
                    {"gap", human_number(wrapped.gap)}};
     report.json = {{"cell", wrapped.cell}, {"tolerance", wrapped.tolerance}, {"gap", wrapped.gap}};
     add_labels(wrapped.label, report);
-    add_distances(source, mesh, wrapped, report);
-    check_solid(mesh, report);
+    const double there = done.distance.there.greatest;
+    const double back = done.distance.back.greatest;
+    report.rows.emplace_back("model to result", "at most " + human_number(there));
+    report.rows.emplace_back("result to model", "at most " + human_number(back));
+    report.json["distance"] = {{"to_result", there}, {"to_model", back}};
     return report;
 }
 

@@ -45,7 +45,8 @@ struct JobSettings {
     std::atomic<std::uint32_t>* wish = nullptr;  // not 0: to be cancelled; null: nobody asks
     std::uint64_t memory_limit = 0;              // bytes; 0: none
     unsigned threads = 1;
-    bool has_own_workers = true;  // false: loops run on the OpenMP runtime's threads
+    // False: loops run on the OpenMP runtime's threads; of 0 `threads` as many as that has.
+    bool has_own_workers = true;
     ProgressReport report = nullptr;
     void* report_user = nullptr;
     FaultPlan* faults = nullptr;

@@ -62,7 +62,9 @@ void keep_runtime_loaded() {
 void run_on_runtime(BlockLoop& loop, JobState* job) {
     keep_runtime_loaded();
     const std::size_t count = loop.count();
-#pragma omp parallel for schedule(dynamic, 1)
+    const unsigned asked = job != nullptr && serial_depth == 0 ? job->settings().threads : 0;
+    const int threads = asked != 0 ? static_cast<int>(asked) : omp_get_max_threads();
+#pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
     for (std::size_t block = 0; block < count; ++block) {
         if (loop.has_failed()) continue;
         const JobScope scope(job);

@@ -33,9 +33,9 @@ void configure(Call& call, povmesh_context& context, const povmesh_context_optio
     context.options = options;
 }
 
-constexpr std::array<std::string_view, 12> kOperations = {
-    "check",     "repair", "split",    "cut",      "reduce", "revise",
-    "subdivide", "infill", "voxelize", "distance", "read",   "write"};
+constexpr std::array<std::string_view, 15> kOperations = {
+    "check",  "cut",    "distance", "hollow",    "infill",   "offset", "read", "reduce",
+    "repair", "revise", "split",    "subdivide", "voxelize", "wrap",   "write"};
 constexpr std::array<std::string_view, 4> kFormats = {"stl", "obj", "ply", "3mf"};
 
 template <typename Names>

@@ -8,9 +8,11 @@
 #include "context/defaults.h"
 #include "context/frame.h"
 #include "job/cut.h"
+#include "job/hollow.h"
 #include "job/infill.h"
 #include "job/mending.h"
 #include "job/numbers.h"
+#include "job/offset.h"
 #include "job/reduce.h"
 #include "job/refusal.h"
 #include "job/repair.h"
@@ -18,6 +20,7 @@
 #include "job/split.h"
 #include "job/subdivide.h"
 #include "job/voxelize.h"
+#include "job/wrap.h"
 #include "spatial/surface_distance.h"
 
 namespace povmesh::context {
@@ -33,6 +36,9 @@ constexpr Phase kReduce[] = {{50, "collapsing edges"}, {0, nullptr}};
 constexpr Phase kRevise[] = {{50, "mending triangles"}, {0, nullptr}};
 constexpr Phase kSubdivide[] = {{50, "subdividing"}, {0, nullptr}};
 constexpr Phase kInfill[] = {{50, "making cells"}, {0, nullptr}};
+constexpr Phase kHollow[] = {{50, "finding the cavity"}, {0, nullptr}};
+constexpr Phase kOffset[] = {{50, "measuring distances"}, {0, nullptr}};
+constexpr Phase kWrap[] = {{50, "wrapping"}, {0, nullptr}};
 constexpr Phase kVoxelize[] = {{50, "filling cubes"}, {65, "making a surface"}, {0, nullptr}};
 constexpr Phase kDistance[] = {{0, "measuring distances"}, {0, nullptr}};
 
@@ -228,6 +234,57 @@ job::CutJob job_of(Call& call, const povmesh_cut_options& o) {
     call.require(has_none || is_finite(point), "point", "must have finite numbers, or NaN alone");
     if (!has_none) options.point = point;
     return options;
+}
+
+job::HollowJob job_of(Call& call, const povmesh_hollow_options& o) {
+    call.flag(o.cavity_only, "cavity_only");
+    call.in_range(o.wall, POVMESH_WALL_DEFAULT, POVMESH_WALL_EXACT, "wall");
+    call.require(o.reserved == 0, "reserved", "must be 0");
+    call.require(std::isfinite(o.thickness) && o.thickness >= 0, "thickness", "must be 0 or above");
+    call.require(o.drains != nullptr || o.drain_count == 0, "drains", "must not be null");
+    call.require(o.drain_count == 0 || o.cavity_only == 0, "drains",
+                 "cut holes through the wall, which cavity_only leaves out");
+    job::HollowJob options{.thickness = o.thickness,
+                           .is_exact = o.wall != POVMESH_WALL_VOXEL,
+                           .cavity_only = o.cavity_only != 0,
+                           .drains = {},
+                           .drain_name = {}};
+    for (std::uint64_t i = 0; i < o.drain_count; ++i) {
+        const povmesh_drain& drain = o.drains[i];
+        const Vec3d place{drain.place[0], drain.place[1], drain.place[2]};
+        call.require(is_finite(place), "drains", "must have finite places");
+        call.above_zero(drain.radius, "radius of a drain");
+        options.drains.push_back({place, drain.radius});
+    }
+    const std::vector<Drain> drains = options.drains;
+    options.drain_name = [drains](std::size_t i) {
+        const Vec3d& place = drains[i].place;
+        return human_number(place.x) + "," + human_number(place.y) + "," + human_number(place.z) +
+               "," + human_number(drains[i].radius);
+    };
+    return options;
+}
+
+job::WrapJob job_of(Call& call, const povmesh_wrap_options& o) {
+    call.flag(o.drop_thin, "drop_thin");
+    call.flag(o.all_triangles, "all_triangles");
+    call.require(o.reserved == 0, "reserved", "must be 0");
+    job::WrapJob job;
+    if (!std::isnan(o.tolerance)) {
+        call.above_zero(o.tolerance, "tolerance");
+        job.options.tolerance = o.tolerance;
+    }
+    if (!std::isnan(o.gap)) {
+        call.require(std::isfinite(o.gap) && o.gap >= 0, "gap", "must be 0 or above");
+        job.options.gap = o.gap;
+    }
+    if (!std::isnan(o.cell)) {
+        call.above_zero(o.cell, "cell");
+        job.options.cell = o.cell;
+    }
+    job.options.keeps_thin = o.drop_thin == 0;
+    job.options.all_triangles = o.all_triangles != 0;
+    return job;
 }
 
 void unsupported(Call& call, const char* name) {
@@ -492,18 +549,100 @@ povmesh_status povmesh_distance(povmesh_context* context, const povmesh_mesh* fr
     });
 }
 
+povmesh_status povmesh_hollow(povmesh_context* context, const povmesh_mesh* mesh,
+                              const povmesh_hollow_options* options, povmesh_mesh** hollowed,
+                              povmesh_hollow_report* report) {
+    return run(context, [&](Call& call) {
+        const povmesh_mesh& source = call.given(mesh, "mesh");
+        call.given(hollowed, "hollowed");
+        call.check_report(report);
+        const job::HollowJob job =
+            job_of(call, call.options(options, defaults_of<povmesh_hollow_options>()));
+        const Progress progress = call.progress(50, 80, kHollow);
+        job::HollowDone done;
+        auto made =
+            change(call, source, [&](TriMesh& m) { return job::hollow(m, job, progress, done); });
+        call.log(done);
+        write_report(report, {.size = 0,
+                              .layers = static_cast<std::uint32_t>(done.layers),
+                              .voxel_size = done.voxel_size,
+                              .cavity_volume = done.cavity_volume,
+                              .saved_percent = done.saved_percent,
+                              .smallest_wall = done.smallest_wall,
+                              .mean_wall = done.mean_wall});
+        *hollowed = made.release();
+    });
+}
+
+povmesh_status povmesh_offset(povmesh_context* context, const povmesh_mesh* mesh,
+                              const povmesh_offset_options* options, povmesh_mesh** moved,
+                              povmesh_offset_report* report) {
+    return run(context, [&](Call& call) {
+        const povmesh_mesh& source = call.given(mesh, "mesh");
+        call.given(moved, "moved");
+        call.check_report(report);
+        const auto o = call.options(options, defaults_of<povmesh_offset_options>());
+        call.in_range(o.corners, POVMESH_CORNERS_ROUND, POVMESH_CORNERS_SHARP, "corners");
+        call.flag(o.all_triangles, "all_triangles");
+        call.require(o.reserved == 0, "reserved", "must be 0");
+        call.in_range(o.distance, -1e9, 1e9, "distance");
+        call.require(o.distance != 0, "distance", "must not be 0");
+        job::OffsetJob job{.distance = o.distance, .options = {}};
+        if (!std::isnan(o.cell)) {
+            call.above_zero(o.cell, "cell");
+            job.options.cell = o.cell;
+        }
+        job.options.all_triangles = o.all_triangles != 0;
+        if (o.corners == POVMESH_CORNERS_SHARP) job.options.corners = OffsetCorners::Sharp;
+        const Progress progress = call.progress(50, 80, kOffset);
+        job::OffsetDone done;
+        auto made =
+            change(call, source, [&](TriMesh& m) { return job::offset(m, job, progress, done); });
+        call.log(done);
+        write_report(report, {.size = 0, .cell = done.report.cell});
+        *moved = made.release();
+    });
+}
+
+povmesh_status povmesh_wrap(povmesh_context* context, const povmesh_mesh* mesh,
+                            const povmesh_wrap_options* options, povmesh_mesh** wrapped,
+                            povmesh_wrap_report* report) {
+    return run(context, [&](Call& call) {
+        const povmesh_mesh& source = call.given(mesh, "mesh");
+        call.given(wrapped, "wrapped");
+        call.check_report(report);
+        const job::WrapJob job =
+            job_of(call, call.options(options, defaults_of<povmesh_wrap_options>()));
+        const Progress progress = call.progress(50, 80, kWrap);
+        job::WrapDone done;
+        auto made =
+            change(call, source, [&](TriMesh& m) { return job::wrap(m, job, progress, done); });
+        call.log(done);
+        const LabelReport& label = done.report.label;
+        povmesh_wrap_report full{};
+        full.bridges = label.bridges;
+        full.cavities = label.cavities;
+        full.dropped_shells = label.dropped;
+        full.cell = done.report.cell;
+        full.gap = done.report.gap;
+        full.bridge_area = label.bridge_area;
+        full.widest_bridge = label.widest_bridge;
+        full.thickened_area = label.sheet_area;
+        full.buried_area = label.buried_area;
+        // The surface that is asked of is the result.
+        full.there_greatest = done.distance.back.greatest;
+        full.back_greatest = done.distance.there.greatest;
+        write_report(report, full);
+        *wrapped = made.release();
+    });
+}
+
 // What this interface will have: said, not crashed.
 
 povmesh_status povmesh_remesh(povmesh_context* context, const povmesh_mesh* /*mesh*/,
                               const povmesh_remesh_options* /*options*/,
                               povmesh_mesh** /*remeshed*/, povmesh_remesh_report* /*report*/) {
     return run(context, [](Call& call) { unsupported(call, "remesh"); });
-}
-
-povmesh_status povmesh_hollow(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                              const povmesh_hollow_options* /*options*/,
-                              povmesh_mesh** /*hollowed*/, povmesh_hollow_report* /*report*/) {
-    return run(context, [](Call& call) { unsupported(call, "hollow"); });
 }
 
 povmesh_status povmesh_support(povmesh_context* context, const povmesh_mesh* /*mesh*/,
@@ -554,18 +693,6 @@ povmesh_status povmesh_balance(povmesh_context* context, const povmesh_mesh* /*m
                                const povmesh_balance_options* /*options*/,
                                povmesh_result** /*balanced*/, povmesh_balance_report* /*report*/) {
     return run(context, [](Call& call) { unsupported(call, "balance"); });
-}
-
-povmesh_status povmesh_offset(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                              const povmesh_offset_options* /*options*/, povmesh_mesh** /*moved*/,
-                              povmesh_offset_report* /*report*/) {
-    return run(context, [](Call& call) { unsupported(call, "offset"); });
-}
-
-povmesh_status povmesh_wrap(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                            const povmesh_wrap_options* /*options*/, povmesh_mesh** /*wrapped*/,
-                            povmesh_wrap_report* /*report*/) {
-    return run(context, [](Call& call) { unsupported(call, "wrap"); });
 }
 
 povmesh_status povmesh_thickness(povmesh_context* context, const povmesh_mesh* /*mesh*/,

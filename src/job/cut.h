@@ -19,7 +19,7 @@ struct CutJob {
     bool mirror = false;     // keep the side of the normal and add its mirror image
     std::uint32_t pegs = 0;  // for each model cut
     double peg_radius = 2;
-    Vec3d normal{0, 0, 1};       // of any length
+    Vec3d normal{0, 0, 1};            // of any length
     std::optional<Vec3d> point = {};  // none: the middle of the box
 };
 

@@ -38,7 +38,7 @@ namespace {
 
 // Trials of an operation that makes more allocations are spread over them.
 constexpr std::int64_t kMostTrials = 500;
-constexpr std::int64_t kMostSlowTrials = 5;
+constexpr std::int64_t kMostSlowTrials = 3;
 
 class Faults : public testing::Test {
 protected:

@@ -105,6 +105,30 @@ CallOutcome voxelize(povmesh_context* c, const povmesh_mesh* m) {
     o.edge = 0.7;
     return to_mesh([&](povmesh_mesh** r) { return povmesh_voxelize(c, m, &o, r, nullptr); });
 }
+// A model with holes cannot be hollowed: repaired first.
+CallOutcome hollow(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_hollow_options o = povmesh_hollow_defaults();
+    o.thickness = 1;
+    povmesh_mesh* sound = nullptr;
+    CallOutcome outcome;
+    outcome.status = povmesh_repair(c, m, nullptr, &sound, nullptr);
+    if (outcome.status != POVMESH_OK) return outcome;
+    outcome = to_mesh([&](povmesh_mesh** r) { return povmesh_hollow(c, sound, &o, r, nullptr); });
+    povmesh_mesh_release(sound);
+    return outcome;
+}
+CallOutcome offset(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_offset_options o = povmesh_offset_defaults();
+    o.distance = 0.5;
+    o.cell = 0.8;
+    return to_mesh([&](povmesh_mesh** r) { return povmesh_offset(c, m, &o, r, nullptr); });
+}
+CallOutcome wrap(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_wrap_options o = povmesh_wrap_defaults();
+    o.tolerance = 0.4;
+    o.cell = 0.8;
+    return to_mesh([&](povmesh_mesh** r) { return povmesh_wrap(c, m, &o, r, nullptr); });
+}
 CallOutcome distance(povmesh_context* c, const povmesh_mesh* m) {
     povmesh_distance_options o = povmesh_distance_defaults();
     o.samples = 500;
@@ -154,7 +178,8 @@ const std::vector<TestedOperation>& tested_operations() {
         {"reduce", reduce, true},       {"revise", revise, true},
         {"subdivide", subdivide, true}, {"voxelize", voxelize, true},
         {"distance", distance, true},   {"files", files, true},
-        {"infill", infill, false}};
+        {"infill", infill, false},      {"hollow", hollow, false},
+        {"offset", offset, false},      {"wrap", wrap, false}};
     return all;
 }
 
