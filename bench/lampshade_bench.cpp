@@ -2,8 +2,8 @@
 //
 // Floor: rock_328k with walls of four cells of a hundredth of its extent has 41 thousand cells of
 // the inner wall. About 15 searches a cell tell its nodes, points, vertex and wall, 600 thousand of
-// 1.5 us that deep inside; tree, crossings and labels of the model take 0.2 s, and putting outside and
-// inner wall together goes over 400 thousand faces a few times, 0.2 s: 1.3 s.
+// 1.5 us that deep inside; tree, crossings and labels of the model take 0.2 s, and putting outside
+// and inner wall together goes over 400 thousand faces a few times, 0.2 s: 1.3 s.
 #include <algorithm>
 #include <string>
 

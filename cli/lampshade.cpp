@@ -183,7 +183,7 @@ void add_pieces(const LampshadeReport& made, ChangeReport& report) {
     if (solid != 0) {
         report.warnings.push_back(counted(solid, "model") + " of " + std::to_string(made.models) +
                                   (solid == 1 ? " is" : " are") +
-                                  " too thin for the wall and stays solid");
+                                  " too thin for the wall, or open, and stays solid");
     }
     if (made.closed_pieces != 0) {
         report.warnings.push_back(counted(made.closed_pieces, "piece") + " of the inside " +

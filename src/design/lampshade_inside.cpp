@@ -120,6 +120,12 @@ public:
                 ends_.leave(true);
             }
         }
+        if (inside_.top && *inside_.top <= inside_.bottom) {
+            inside_.status = {StatusCode::BadOption,
+                              "the inside is nowhere wide enough between bottom and top; give both "
+                              "levels, or none"};
+            return std::move(inside_);
+        }
         find_bodies();
         keep_open_pieces();
         if (!is_rough_) thin_out_flat_places();

@@ -28,8 +28,8 @@ struct SectionCircle {
     double radius = 0;
 };
 
-/// The largest circle within a section, or one smaller by a thousandth at most; radius 0 where there
-/// is none.
+/// The largest circle within a section, or one smaller by a thousandth at most; radius 0 where
+/// there is none.
 SectionCircle largest_circle(std::span<const SectionSegment> segments);
 
 }  // namespace povmesh

@@ -23,6 +23,7 @@ protected:
         shapes::SoupVector two = shapes::box({0, 0, 0}, {20, 20, 30});
         shapes::append(two, shapes::box({30, 0, 0}, {33, 20, 30}));
         write_stl_file("two.stl", two);
+        write_stl_file("ball.stl", shapes::sphere(10, 3));
     }
     ToolResult shade(std::vector<std::string> arguments) const {
         arguments.insert(arguments.begin(), {"lampshade", "--thickness", "2"});
@@ -49,7 +50,7 @@ TEST_F(Lampshade, TellsOtherOpeningsThanTheResultHas) {
     EXPECT_THAT(table.out, HasSubstr("opening below  area 256, largest circle of diameter 16"));
     EXPECT_THAT(table.out, HasSubstr("cut off        nothing"));
     EXPECT_THAT(shade({"two.stl", "-o", "out.stl"}).err,
-                HasSubstr("1 model of 2 is too thin for the wall and stays solid"));
+                HasSubstr("1 model of 2 is too thin for the wall, or open, and stays solid"));
 }
 
 TEST_F(Lampshade, WritesWhatItCannotMake) {
@@ -63,6 +64,7 @@ TEST_F(Lampshade, WritesWhatItCannotMake) {
         {{"box.stl", "--thickness", "0"}, 2, "--thickness must be above 0"},
         {{"box.stl", "--thickness", "2", "--bottom", "40"}, 1, "levels go from 0 to 30"},
         {{"box.stl", "--thickness", "2", "--bottom", "9", "--top", "8"}, 2, "higher than --bottom"},
+        {{"ball.stl", "--thickness", "2", "--top", "-9"}, 1, "nowhere wide enough"},
         {{"box.stl", "--thickness", "2", "--top", "ajar"}, 2, "not 'ajar'"},
         {{"box.stl", "--thickness", "2", "--preview", "a.jpg"}, 2, "only PNG can be drawn"},
     };
