@@ -25,7 +25,7 @@ constexpr std::uint64_t kHarmlessBytes = std::uint64_t{64} << 20;
 
 constexpr int kPackingLevel = 1;
 
-// Contents that may be larger are packed on several threads, not by libzip. That is most of writing.
+// Contents that may be larger are packed on several threads, not by libzip: it is most of writing.
 constexpr std::uint64_t kLargeBytes = std::uint64_t{1} << 20;
 
 // Of a buffer for so many bytes, of which there may be more.
