@@ -1,7 +1,7 @@
 // From a vertex, two faces that meet away from it are seen in one direction: their images on a
-// sphere around it have a point in common. Around an edge two faces meet only when one is folded onto
-// the other: when their unit normals agree. Both are searched with boxes, which take rounding in;
-// the exact test of the pair itself is the caller's.
+// sphere around it have a point in common. Around an edge two faces meet only when one is folded
+// onto the other: when their unit normals agree. Both are searched with boxes, which take rounding
+// in; the exact test of the pair itself is the caller's.
 #include "spatial/high_valence_pairs.h"
 
 #include <algorithm>

@@ -35,7 +35,7 @@ public:
     std::uint32_t fan(std::uint32_t face) const { return of(fan_, face); }
     std::uint32_t book(std::uint32_t face) const { return of(book_, face); }
 
-    /// Calls `visit(other)` for the faces of all fans that may meet `face` with the box `box` beyond
+    /// Calls `visit(other)` for the faces of all fans that may meet `face`, of that box, beyond
     /// shared corners, each once, `face` itself included.
     template <typename Visit>
     void visit_near(std::uint32_t face, const Box3f& box, Visit&& visit) const;

@@ -1,5 +1,5 @@
-// A tree over the boxes of faces finds the pairs that come into question; those with a face around a
-// vertex or an edge of high valence, whose boxes all overlap there, are found by directions instead.
+// A tree over the boxes of faces finds the pairs that come into question; those with a face around
+// a vertex or an edge of high valence, whose boxes all overlap there, are found by directions.
 #include "spatial/self_intersection.h"
 
 #include <algorithm>
@@ -50,7 +50,7 @@ public:
     /// in this order find the tree in the cache.
     std::span<const std::uint32_t> faces() const { return order_; }
 
-    /// Calls `visit(other)` for the faces that `face` meets and of which `is_wanted(other)` is true.
+    /// Calls `visit(other)` for the faces that `face` meets, of those that `is_wanted` says.
     template <typename Wanted, typename Visit>
     void visit_met(std::uint32_t face, Wanted&& is_wanted, Visit&& visit) const {
         const Triangle triangle = triangle_of(mesh_, mesh_.faces[face]);

@@ -30,8 +30,8 @@ struct SelfIntersections {
 /// @param limit  how many pairs are listed at most
 ///
 /// Exact, on all threads, with the same result for any number of them. Time: n log n plus the
-/// number of face pairs whose boxes overlap, of those with a face around a vertex or an edge of many
-/// faces only the ones that are seen from there in nearly the same direction. Memory: about 70
+/// number of face pairs whose boxes overlap, of those with a face around a vertex or an edge of
+/// many faces only the ones that are seen from there in nearly the same direction. Memory: about 70
 /// bytes a face.
 SelfIntersections find_self_intersections(const TriMesh& mesh, std::size_t limit);
 
