@@ -120,6 +120,12 @@ std::size_t least_parts(const TriMesh& model, const PartSize& size) {
     if (bounds.is_empty()) return 1;
     const Box3d box{to_double(bounds.low), to_double(bounds.high)};
     if (size.fits(box)) return 1;
+    double cells = 1;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        const double limit = size.best_limits(box.extent())[axis];
+        cells *= static_cast<double>(slab_count(along(box.extent(), axis), limit));
+    }
+    if (cells <= 2) return 2;  // of ten thousand small models a search for each would take long
     PointGrid grid(box);
     for (const Face& face : model.faces) {
         std::array<Vec3d, 3> corners;
@@ -130,7 +136,7 @@ std::size_t least_parts(const TriMesh& model, const PartSize& size) {
         grid.add_face(corners);
     }
     const std::vector<Vec3d> points = grid.points();
-    std::size_t most = 1;
+    std::size_t most = 2;  // it does not fit
     // Rounding must not tell two points apart that fit into one part.
     const double slack = 1 - 1e-12;
     std::size_t tests = 0;
