@@ -2,8 +2,8 @@
 // those of the even division, area of all cuts. One thread (scripts/bench sets OMP_NUM_THREADS=1).
 //
 // Floor: the even division into 2 x 2 x 2 touches each triangle in three cuts, 564 bytes each (see
-// cut_bench.cpp). The search makes the even division, too, tries its own and repeats the better one;
-// in between it reads a million cells once for each piece and axis.
+// cut_bench.cpp). The search makes the even division, too, tries its own and repeats the better
+// one; in between it reads a million cells once for each piece and axis.
 #include <algorithm>
 #include <string>
 #include <utility>

@@ -1,8 +1,8 @@
 // Shows why a model falls or stands.
 #pragma once
 
-#include "job/picture/picture.h"
 #include "design/standing.h"
+#include "job/picture/picture.h"
 #include "mesh/tri_mesh.h"
 
 namespace povmesh::cli {

@@ -14,9 +14,9 @@
 #include "cli/commands.h"
 #include "cli/model.h"
 #include "cli/numbers.h"
-#include "job/picture/picture.h"
 #include "cli/picture_file.h"
 #include "cli/shared_options.h"
+#include "job/picture/picture.h"
 
 namespace povmesh::cli {
 namespace {

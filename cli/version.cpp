@@ -19,8 +19,8 @@ std::string compiler() {
 }
 
 int run_version(const Arguments& /*arguments*/, Console& console) {
-    console.print("povmesh " POVMESH_BUILD_VERSION "\nbuild: " POVMESH_BUILD_TYPE ", " + compiler() +
-                  "\n");
+    console.print("povmesh " POVMESH_BUILD_VERSION "\nbuild: " POVMESH_BUILD_TYPE ", " +
+                  compiler() + "\n");
     return Clean;
 }
 

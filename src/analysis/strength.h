@@ -20,8 +20,8 @@ enum class StrengthMethod : std::uint32_t {
 
 enum class StrengthRules {
     Hosts,   // as hosts compare results
-    Person,  // what a person expects: even loads, a finer solution, smooth values, grey where a body
-             // is not held, and a scale of energies that a few places do not take whole
+    Person,  // what a person expects: even loads, a finer solution, smooth values, grey where a
+             // body is not held, and a scale of energies that a few places do not take whole
 };
 
 struct StrengthOptions {
@@ -70,9 +70,9 @@ struct StrengthReport {
 std::array<std::uint8_t, 3> strength_colour(double t);
 
 /// Analyses the model and gives each corner of each face the colour of its vertex, on a scale from
-/// the least to the greatest value, or for persons by quantiles of the energies, straight where those would be
-/// lower. Before, a model of more than 200,000 triangles is reduced to a
-/// tenth; and any is remeshed to even triangles, so that the colours show where they belong.
+/// the least to the greatest value, or for persons by quantiles of the energies, straight where
+/// those would be lower. Before, a model of more than 200,000 triangles is reduced to a tenth; and
+/// any is remeshed to even triangles, so that the colours show where they belong.
 /// Vertices that the remeshing leaves in place keep their coordinates bit for bit. Far from the
 /// origin, where coordinates are sparse, triangles are made larger, and those that become none are
 /// left out.

@@ -12,8 +12,8 @@ namespace povmesh {
 /// when it is to end.
 void* allocate_block(std::size_t bytes);
 
-/// Releases a block of `allocate_block`; `bytes` is what it was asked for. Null does nothing. A call
-/// frees only what it allocated itself, so that what it holds stays true.
+/// Releases a block of `allocate_block`; `bytes` is what it was asked for. Null does nothing. A
+/// call frees only what it allocated itself, so that what it holds stays true.
 void free_block(void* block, std::size_t bytes) noexcept;
 
 /// Marks the inside of a block that came from elsewhere, such as malloc, as fit for large pages.

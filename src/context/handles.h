@@ -61,6 +61,6 @@ struct povmesh_context {
     std::atomic<bool> is_busy = false;
     std::array<char, povmesh::context::kLongestMessage + 1> message{};
     std::uint64_t peak_bytes = 0;
-    std::int64_t left_bytes = 0;  // that the last call left behind: those of its result
+    std::int64_t left_bytes = 0;           // that the last call left behind: those of its result
     povmesh::FaultPlan* faults = nullptr;  // set by tests that link this statically
 };

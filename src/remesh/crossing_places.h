@@ -20,8 +20,8 @@ struct CrossingPlace {
 /// The pairs of faces that cross but where the original does, by the grid that tells for all
 /// operations what is new.
 ///
-/// @param changed  by face of `made`: not 0 for those that are looked at, with what they meet; where
-///                 none are marked nothing is found; empty: all
+/// @param changed  by face of `made`: not 0 for those that are looked at, with what they meet;
+///                 where none are marked nothing is found; empty: all
 std::vector<CrossingPlace> new_crossing_places(const TriMesh& original, const TriMesh& made,
                                                std::span<const std::uint8_t> changed);
 

@@ -2,8 +2,8 @@
 #include <array>
 #include <span>
 
-#include "mesh/edge_mates.h"
 #include "job/picture/picture.h"
+#include "mesh/edge_mates.h"
 
 namespace povmesh::picture {
 namespace {
