@@ -406,8 +406,8 @@ POVMESH_API void subdivisionFromColorData(uint32_t levels, const float* coordina
  * Turns a model into a lampshade with a wall of `thickness` model units: hollow inside, open below,
  * and above where it ends flat; what has no flat base is cut off where it gets wide inside. The
  * outside keeps its faces; inner wall and rims have the label -1. Each model (shells that meet,
- * with their cavities) becomes a shade by itself. Returns the built model unchanged when it is too thin,
- * encloses no volume or has a coordinate that is not finite, or the thickness is not above 0.
+ * with their cavities) becomes a shade by itself. Returns the built model unchanged when it is too
+ * thin, encloses no volume or has a coordinate that is not finite, or the thickness is not above 0.
  * progress: 0, 10, 90, 100.
  */
 POVMESH_API void lampshadeFromData(float thickness, const float* coordinates_in,
