@@ -33,6 +33,33 @@ void operator delete(void* block, std::size_t /*bytes*/) noexcept {
     operator delete(block);
 }
 
+// All forms are replaced together: a sanitizer's own would not pair with the rest.
+void* operator new(std::size_t bytes, const std::nothrow_t& /*tag*/) noexcept {
+    try {
+        return operator new(bytes);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept {
+    operator delete(block);
+}
+void* operator new[](std::size_t bytes) {
+    return operator new(bytes);
+}
+void* operator new[](std::size_t bytes, const std::nothrow_t& tag) noexcept {
+    return operator new(bytes, tag);
+}
+void operator delete[](void* block) noexcept {
+    operator delete(block);
+}
+void operator delete[](void* block, std::size_t /*bytes*/) noexcept {
+    operator delete(block);
+}
+void operator delete[](void* block, const std::nothrow_t& /*tag*/) noexcept {
+    operator delete(block);
+}
+
 namespace povmesh::test {
 namespace {
 
