@@ -13,6 +13,8 @@
 #include "cli/new_faults.h"
 #include "cli/numbers.h"
 #include "cli/triangle_quality.h"
+#include "mesh/edge_mates.h"
+#include "remesh/agreeing_windings.h"
 
 namespace povmesh::cli {
 namespace {
@@ -64,6 +66,15 @@ ChangeReport change(TriMesh& mesh, double edge_length) {
         report.json["even"] = {{"share", done.even_share},
                                {"share_of_local", done.even_share_of_local}};
     }
+    if (done.turned_faces != 0) {
+        report.json["turned"] = {{"triangles", done.turned_faces},
+                                 {"at", {done.turned_at.x, done.turned_at.y, done.turned_at.z}}};
+        report.warnings.push_back(
+            counted(done.turned_faces, "triangle") +
+            " wound against their neighbours turned over, one " +
+            place_text({narrow_to_float(done.turned_at.x), narrow_to_float(done.turned_at.y),
+                        narrow_to_float(done.turned_at.z)}));
+    }
     if (done.kept_faces != 0) {
         const std::string at =
             place_text({narrow_to_float(done.kept_at.x), narrow_to_float(done.kept_at.y),
@@ -78,6 +89,8 @@ ChangeReport change(TriMesh& mesh, double edge_length) {
                                     "; try a shorter --edge");
         }
     }
+    // The volume of faces that disagree tells nothing.
+    if (done.turned_faces != 0) make_windings_agree(source, EdgeMates(source));
     add_faults(source, mesh, kNotableVolume, report);
     add_distance(source, mesh, report);
     return report;

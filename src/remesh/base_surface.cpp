@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <queue>
 #include <utility>
 #include <vector>
 
 #include "base/convert.h"
+#include "remesh/agreeing_windings.h"
 #include "remesh/features.h"
 #include "remesh/patch_distance.h"
 
@@ -33,8 +35,9 @@ double squared(double x) {
 
 class BaseMaker {
 public:
-    BaseMaker(TriMesh& mesh, double feature_angle, std::span<const float> face_lengths)
-        : surface_(mesh, EdgeMates(mesh)), face_lengths_(face_lengths) {
+    BaseMaker(const TriMesh& mesh, const EdgeMates& mates, double feature_angle,
+              std::span<const float> face_lengths)
+        : surface_(mesh, mates), face_lengths_(face_lengths) {
         for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
             if (mesh.faces[f].deleted == 0) owners_.push_back(static_cast<std::uint32_t>(f));
         }
@@ -49,7 +52,7 @@ public:
         const Array<std::uint32_t> order = surface_.order_in_space().triangles;
         Array<std::uint32_t> owners(order.size());
         for (std::size_t t = 0; t < order.size(); ++t) owners[t] = owners_[order[t]];
-        return {std::move(surface_), std::move(owners)};
+        return {std::move(surface_), std::move(owners), {}};
     }
 
 private:
@@ -220,7 +223,12 @@ private:
 
 BaseSurface make_base_surface(TriMesh& mesh, double feature_angle,
                               std::span<const float> face_lengths) {
-    return BaseMaker(mesh, feature_angle, face_lengths).run();
+    std::optional<EdgeMates> mates(mesh);
+    Array<std::uint32_t> turned = make_windings_agree(mesh, *mates);
+    if (!turned.empty()) mates.emplace(mesh);
+    BaseSurface base = BaseMaker(mesh, *mates, feature_angle, face_lengths).run();
+    base.turned = std::move(turned);
+    return base;
 }
 
 }  // namespace povmesh

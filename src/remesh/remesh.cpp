@@ -304,11 +304,19 @@ RemeshReport remesh(TriMesh& mesh, const RemeshOptions& options, RunContext& run
         run.log.caution("edge length raised, the model would have too many triangles");
     }
     BaseSurface base = make_base_surface(mesh, options.feature_angle, lengths);
+    const Array<std::uint32_t> turned = std::move(base.turned);
     std::optional<TriMesh> found = Driver(std::move(base), options, lengths).run(report);
     report.is_done = found.has_value();
     if (!found) {
+        for (const std::uint32_t f : turned) reverse_winding(mesh.faces[f]);
+        mesh.use_table.clear();
         run.log.caution("faces would cross, the mesh is left as it was");
         return report;
+    }
+    report.turned_faces = turned.size();
+    if (!turned.empty()) {
+        report.turned_at = to_double(mesh.corner_position(mesh.faces[turned[0]], 0));
+        run.log.caution("faces wound against their neighbours were turned over");
     }
     TriMesh& made = *found;
     carry_attributes(mesh, nullptr, made);

@@ -32,6 +32,8 @@ struct RemeshReport {
     std::size_t shortened = 0;       // vertices of the original where shorter edges were needed
     std::size_t kept_faces = 0;      // of the original, left as they were: else faces would cross
     Vec3d kept_at;                   // one of them
+    std::size_t turned_faces = 0;    // of the original: they were wound against their neighbours
+    Vec3d turned_at;                 // one of them
     double even_share = 0;           // of the edges within 0.6 to 1.6 of the length asked for
     double even_share_of_local = 0;  // and of that wanted where they are, after shortening
 };
@@ -43,8 +45,8 @@ struct RemeshReport {
 /// Sharp edges, borders of labels and texture maps, and open edges stay as lines, within a quarter
 /// of the length of where they were: their vertices move along them only, and the corners between
 /// them stay. Edges of more than two faces stay as they are. What was closed and manifold stays so,
-/// and no face is turned over. Colours, labels and texture coordinates are those of the nearest
-/// point of the original.
+/// and no face is turned over but those that were wound against their neighbours. Colours, labels
+/// and texture coordinates are those of the nearest point of the original.
 ///
 /// The result is checked. Where the surface is off by more than a quarter of the length, or by a
 /// good part of the thickness of a wall or a gap, where faces cross or lose their area that did not

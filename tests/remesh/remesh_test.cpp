@@ -343,6 +343,23 @@ TEST(Remesh, IsNotSlowAroundAVertexOfHighValence) {
     EXPECT_GT(surface_area(mesh), 0.9 * std::numbers::pi * 1000 * 1000);
 }
 
+// Edges between them used to be held: the needles beside them took all the triangles there may be.
+TEST(Remesh, TurnedFacesAreNoObstacle) {
+    TriMesh plain = mesh_of(shapes::sphere(10, 4));
+    TriMesh mixed = plain;
+    shapes::Random random(1);
+    std::size_t count = 0;
+    for (Face& face : mixed.faces) {
+        if (random.below(3) != 0) continue;
+        reverse_winding(face);
+        ++count;
+    }
+    mixed.use_table.clear();
+    Job job;
+    EXPECT_EQ(remesh(mixed, {.edge_length = 1}, job.run).turned_faces, count);
+    EXPECT_EQ(reference::difference(mixed, remeshed(plain, {.edge_length = 1})), "");
+}
+
 TEST(Remesh, IsTheSameForAnyNumberOfThreads) {
     const TriMesh mesh = mesh_of(shapes::rock(10, 4));
     const int threads = omp_get_max_threads();
