@@ -14,6 +14,10 @@ std::string whole(double number) {
     return std::to_string(static_cast<long long>(number));
 }
 
+bool has_range(const OptionSpec& option) {
+    return option.low < option.high && option.low != -kNoLimit;
+}
+
 // "16 to 8192", "at least 0".
 std::string range(const OptionSpec& option) {
     if (option.high == kNoLimit) return "at least " + whole(option.low);
@@ -84,7 +88,7 @@ std::string full_help(const OptionSpec& option) {
     const auto note = [&](const std::string& text) { notes += (notes.empty() ? "" : ", ") + text; };
     if (!option.unit.empty()) note(std::string(option.unit));
     if (!option.choices.empty()) note("one of " + join(option.choices, " "));
-    if (option.low < option.high) note(range(option));
+    if (has_range(option)) note(range(option));
     if (!option.default_value.empty()) note("default " + std::string(option.default_value));
     if (option.is_required) note("must be given");
     return std::string(option.help) + (notes.empty() ? "" : " (" + notes + ")");
@@ -115,7 +119,8 @@ std::string value_error(const OptionSpec& option, const std::string& value) {
     if (option.type == ValueType::Number) {
         const double number = parse_number(value);
         if (!(number >= option.low && number <= option.high)) {
-            return "'" + value + "' is not a number of " + range(option);
+            return "'" + value + "' is not a number" +
+                   (has_range(option) ? " of " + range(option) : std::string());
         }
     }
     return {};

@@ -50,8 +50,8 @@ struct OptionSpec {
     std::string_view placeholder = {};    // what stands for the value in help: "WIDTHxHEIGHT"
     std::string_view unit = {};           // "pixels"
     std::string_view default_value = {};  // as the user would write it
-    double low = 0;                       // range of a number, both ends included
-    double high = 0;                      // may be kNoLimit
+    double low = 0;                       // range of a number, both ends included;
+    double high = 0;                      // -kNoLimit and kNoLimit: any number
     std::vector<std::string_view> choices = {};
     bool is_required = false;
     bool takes_several = false;  // may be given more than once

@@ -368,7 +368,9 @@ Json value_schema(const OptionSpec& option) {
             return {{"type", "boolean"}};
         case ValueType::Number: {
             Json schema = {{"type", "number"}};
-            if (option.low < option.high) schema["minimum"] = whole_if_it_is(option.low);
+            if (option.low < option.high && option.low != -kNoLimit) {
+                schema["minimum"] = whole_if_it_is(option.low);
+            }
             if (option.low < option.high && option.high != kNoLimit) {
                 schema["maximum"] = whole_if_it_is(option.high);
             }
