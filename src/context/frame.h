@@ -97,9 +97,14 @@ private:
 
 /// Writes what the caller has room for; what it has beyond becomes 0. Cannot fail.
 template <typename T>
-void write_report(T* report, const T& full) noexcept {
+void write_report(T* report, T full) noexcept {
     static_assert(std::is_trivially_copyable_v<T>);
     if (report == nullptr) return;
+#if defined(__has_builtin)
+#if __has_builtin(__builtin_clear_padding)
+    __builtin_clear_padding(&full);  // no bytes of our stack, the same ones every time
+#endif
+#endif
     const std::uint32_t size = report->size;
     const std::size_t known = size < sizeof(T) ? size : sizeof(T);
     std::memset(static_cast<void*>(report), 0, size);
