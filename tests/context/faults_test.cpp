@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "helpers/thorough.h"
 #include "operations.h"
 
 namespace {
@@ -64,7 +65,7 @@ namespace povmesh::test {
 namespace {
 
 // Trials of an operation that makes more allocations are spread over them.
-constexpr std::int64_t kMostTrials = 500;
+constexpr std::int64_t kMostTrials = trials<std::int64_t>(500);
 constexpr std::int64_t kMostSlowTrials = 3;
 
 class Faults : public testing::Test {

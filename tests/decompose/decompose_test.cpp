@@ -15,6 +15,7 @@
 #include "cut/cut.h"
 #include "helpers/reference.h"
 #include "helpers/shapes.h"
+#include "helpers/thorough.h"
 #include "io/obj.h"
 #include "io/stl.h"
 #include "mesh/bounds.h"
@@ -154,7 +155,7 @@ void expect_sound_parts(const RandomModel& model, const Divided& divided) {
 
 TEST(Decompose, PartsFitAreClosedAndAddUpOrTheLogSaysSo) {
     shapes::Random random(11);
-    for (int trial = 0; trial < 1000; ++trial) {
+    for (int trial = 0; trial < test::trials(1000); ++trial) {
         SCOPED_TRACE(trial);
         const std::size_t bodies = random.below(16) == 0 ? 12 : 1 + random.below(3);
         RandomModel model = random_model(random, bodies);
@@ -387,7 +388,8 @@ TEST(Decompose, RealModelsTakeNoMorePartsAndAreaThanTheyDid) {
 TEST(Decompose, OddInputsAndSizesAreAnswered) {
     shapes::Random random(5);
     SoupVector noise;
-    for (int i = 0; i < 9 * 3000; ++i) noise.push_back(static_cast<float>(random.unit()));
+    for (int i = 0; i < 9 * test::trials(3000); ++i)
+        noise.push_back(static_cast<float>(random.unit()));
     SoupVector shells;
     for (int i = 0; i < 500; ++i) {
         SoupVector box = shapes::box({0, 0, 0}, {0.5F, 0.5F, 3});
@@ -400,8 +402,8 @@ TEST(Decompose, OddInputsAndSizesAreAnswered) {
     };
     const SoupVector rock = shapes::rock(1, 2);
     const std::vector<SoupVector> soups = {noise,
-                                           shapes::fan(5000, 0.5F),
-                                           shapes::book(5000),
+                                           shapes::fan(test::trials(5000), 0.5F),
+                                           shapes::book(test::trials(5000)),
                                            shells,
                                            rock,
                                            scaled(rock, 1e38F),

@@ -15,6 +15,7 @@
 #include "field/offset.h"
 #include "field/wrap.h"
 #include "helpers/shapes.h"
+#include "helpers/thorough.h"
 #include "io/obj.h"
 #include "io/stl.h"
 #include "mesh/bounds.h"
@@ -99,7 +100,7 @@ void expect_sound_results(const TriMesh& mesh, const WrapOptions& options, doubl
 // cross there.
 TEST(Standing, AThousandSoupsBecomeSound) {
     shapes::Random random(20260817);
-    for (int round = 0; round < 1000; ++round) {
+    for (int round = 0; round < test::trials(1000); ++round) {
         SCOPED_TRACE(round);
         const std::uint64_t steps = 2 + random.below(9);
         const bool is_fine = random.below(2) == 0;
@@ -149,7 +150,7 @@ TEST(Standing, AllModelsBecomeSound) {
         TriMesh mesh;
         if (!read_model(path, mesh)) continue;
         SCOPED_TRACE(path.filename());
-        const double cell = diagonal_of(mesh) / 80;
+        const double cell = diagonal_of(mesh) / (test::kIsSanitized ? 50 : 80);
         if (!(cell > 0)) continue;
         ++count;
         expect_sound_results(mesh, {.cell = cell}, count % 2 == 0 ? 2 * cell : -1.5 * cell);
