@@ -4,10 +4,10 @@
 
 #include "cli/measures.h"
 #include "cli/model.h"
-#include "cli/numbers.h"
 #include "cli/pieces.h"
 #include "cli/read_back.h"
-#include "cli/refusal.h"
+#include "job/numbers.h"
+#include "job/refusal.h"
 
 namespace povmesh::cli {
 namespace {

@@ -11,8 +11,8 @@
 #include "cli/findings_report.h"
 #include "cli/mending.h"
 #include "cli/model.h"
-#include "cli/numbers.h"
 #include "cli/thin_places.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

@@ -3,8 +3,8 @@
 
 #include "cli/commands.h"
 #include "cli/model.h"
-#include "cli/numbers.h"
 #include "cli/shared_options.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

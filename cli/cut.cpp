@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "cli/commands.h"
-#include "cli/numbers.h"
 #include "cli/pieces.h"
 #include "cli/shared_options.h"
 #include "job/cut.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "cli/findings_report.h"
-#include "cli/numbers.h"
+#include "job/numbers.h"
 #include "mesh/bounds.h"
 #include "repair/degenerate.h"
 #include "spatial/self_intersection.h"

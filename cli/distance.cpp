@@ -4,7 +4,7 @@
 #include <string>
 
 #include "cli/measures.h"
-#include "cli/numbers.h"
+#include "job/numbers.h"
 #include "spatial/surface_distance.h"
 
 namespace povmesh::cli {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/numbers.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 std::vector<Drain> drains_of(const Arguments& arguments) {

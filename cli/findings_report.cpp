@@ -7,7 +7,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include "cli/numbers.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

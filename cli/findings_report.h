@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "cli/findings.h"
+#include "job/findings.h"
 
 namespace povmesh::cli {
 

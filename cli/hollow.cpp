@@ -8,7 +8,7 @@
 
 #include "cli/change.h"
 #include "cli/drains.h"
-#include "cli/numbers.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "cli/change.h"
-#include "cli/numbers.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

@@ -9,13 +9,13 @@
 #include <vector>
 
 #include "base/timer.h"
-#include "cli/cavity.h"
 #include "cli/change.h"
-#include "cli/new_faults.h"
-#include "cli/numbers.h"
 #include "cli/picture_file.h"
 #include "cli/section.h"
 #include "cli/solid_surface.h"
+#include "job/cavity.h"
+#include "job/new_faults.h"
+#include "job/numbers.h"
 #include "mesh/bounds.h"
 #include "mesh/compact.h"
 

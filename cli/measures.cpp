@@ -4,7 +4,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "cli/numbers.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

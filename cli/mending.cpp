@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "cli/numbers.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 

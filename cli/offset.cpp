@@ -6,8 +6,8 @@
 #include <string>
 
 #include "cli/change.h"
-#include "cli/numbers.h"
 #include "cli/solid_surface.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

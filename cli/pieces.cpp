@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "cli/model.h"
-#include "cli/numbers.h"
-#include "cli/refusal.h"
+#include "job/numbers.h"
+#include "job/refusal.h"
 
 namespace povmesh::cli {
 namespace {

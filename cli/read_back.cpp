@@ -8,7 +8,7 @@
 #include <numeric>
 #include <vector>
 
-#include "cli/numbers.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

@@ -10,9 +10,9 @@
 
 #include "cli/command_line.h"
 #include "cli/console.h"
-#include "cli/numbers.h"
 #include "cli/shared_options.h"
 #include "io/file.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

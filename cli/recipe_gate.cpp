@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "cli/numbers.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "cli/change.h"
 #include "cli/distance.h"
-#include "cli/numbers.h"
+#include "job/numbers.h"
 #include "job/reduce.h"
 
 namespace povmesh::cli {

@@ -10,9 +10,9 @@
 #include "base/timer.h"
 #include "cli/change.h"
 #include "cli/distance.h"
-#include "cli/new_faults.h"
-#include "cli/numbers.h"
 #include "cli/triangle_quality.h"
+#include "job/new_faults.h"
+#include "job/numbers.h"
 #include "mesh/edge_mates.h"
 #include "remesh/agreeing_windings.h"
 

@@ -10,12 +10,12 @@
 
 #include "cli/apart.h"
 #include "cli/commands.h"
-#include "cli/findings.h"
 #include "cli/model.h"
-#include "cli/numbers.h"
 #include "cli/picture_file.h"
 #include "cli/section.h"
 #include "cli/shared_options.h"
+#include "job/findings.h"
+#include "job/numbers.h"
 #include "job/picture/picture.h"
 #include "spatial/separation.h"
 

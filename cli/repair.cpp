@@ -10,10 +10,10 @@
 #include "cli/commands.h"
 #include "cli/measures.h"
 #include "cli/mending.h"
-#include "cli/numbers.h"
 #include "cli/shared_options.h"
 #include "cli/solid_surface.h"
 #include "field/make_solid.h"
+#include "job/numbers.h"
 #include "job/repair.h"
 
 namespace povmesh::cli {

@@ -7,8 +7,8 @@
 
 #include "cli/change.h"
 #include "cli/distance.h"
-#include "cli/numbers.h"
 #include "cli/triangle_quality.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

@@ -18,9 +18,9 @@
 #include "cli/job_limits.h"
 #include "cli/kept_models.h"
 #include "cli/model.h"
-#include "cli/numbers.h"
 #include "cli/recipe.h"
 #include "cli/shared_options.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "cli/console.h"
-#include "cli/numbers.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {

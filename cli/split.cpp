@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "cli/commands.h"
-#include "cli/numbers.h"
 #include "cli/pieces.h"
 #include "cli/shared_options.h"
+#include "job/numbers.h"
 #include "job/split.h"
 
 namespace povmesh::cli {

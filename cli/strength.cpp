@@ -13,9 +13,9 @@
 #include "cli/change.h"
 #include "cli/commands.h"
 #include "cli/model.h"
-#include "cli/numbers.h"
 #include "cli/picture_file.h"
 #include "cli/shared_options.h"
+#include "job/numbers.h"
 #include "job/picture/picture.h"
 
 namespace povmesh::cli {

@@ -11,12 +11,12 @@
 #include "cli/commands.h"
 #include "cli/measures.h"
 #include "cli/model.h"
-#include "cli/numbers.h"
 #include "cli/picture_file.h"
 #include "cli/read_back.h"
 #include "cli/shared_options.h"
 #include "cli/thin_places.h"
 #include "field/thickness_map.h"
+#include "job/numbers.h"
 #include "job/picture/picture.h"
 
 namespace povmesh::cli {

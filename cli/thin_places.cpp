@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include "base/convert.h"
-#include "cli/numbers.h"
 #include "field/wrap.h"
+#include "job/numbers.h"
 #include "spatial/triangle_intersection.h"
 
 namespace povmesh::cli {

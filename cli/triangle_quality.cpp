@@ -8,7 +8,7 @@
 #include <numbers>
 #include <string>
 
-#include "cli/numbers.h"
+#include "job/numbers.h"
 #include "remesh/triangle_shape.h"
 #include "repair/degenerate.h"
 

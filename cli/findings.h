@@ -1,4 +1,0 @@
-// Everything that `check` tells about a mesh.
-#pragma once
-
-#include "job/findings.h"

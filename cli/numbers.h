@@ -1,4 +1,0 @@
-// Numbers as people read them.
-#pragma once
-
-#include "job/numbers.h"

@@ -1,4 +1,0 @@
-// What is never written.
-#pragma once
-
-#include "job/refusal.h"
