@@ -130,6 +130,17 @@ CallOutcome wrap(povmesh_context* c, const povmesh_mesh* m) {
     o.cell = 0.8;
     return to_mesh([&](povmesh_mesh** r) { return povmesh_wrap(c, m, &o, r, nullptr); });
 }
+CallOutcome remesh(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_remesh_options o = povmesh_remesh_defaults();
+    o.edge_length = 4;
+    return to_mesh([&](povmesh_mesh** r) { return povmesh_remesh(c, m, &o, r, nullptr); });
+}
+CallOutcome thickness(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_thickness_options o = povmesh_thickness_defaults();
+    o.wall = 2;
+    o.gap = 1;
+    return to_result([&](povmesh_result** r) { return povmesh_thickness(c, m, &o, r, nullptr); });
+}
 CallOutcome distance(povmesh_context* c, const povmesh_mesh* m) {
     povmesh_distance_options o = povmesh_distance_defaults();
     o.samples = 500;
@@ -181,7 +192,8 @@ const std::vector<TestedOperation>& tested_operations() {
         {"subdivide", subdivide, true}, {"voxelize", voxelize, true},
         {"distance", distance, true},   {"files", files, true},
         {"infill", infill, false},      {"hollow", hollow, false},
-        {"offset", offset, false},      {"wrap", wrap, false}};
+        {"offset", offset, false},      {"wrap", wrap, false},
+        {"remesh", remesh, false},      {"thickness", thickness, false}};
     return all;
 }
 
