@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/array.h"
+#include "base/poll.h"
 #include "io/file.h"
 #include "io/parallel_deflate.h"
 
@@ -183,6 +184,7 @@ Status PackageReader::read(const std::string& entry, std::uint64_t most_bytes,
                        " unpacked bytes: " + text_of_code(zip_error_code_zip(error)));
         }
         if (count == 0) break;
+        poll();
         size += static_cast<std::uint64_t>(count);
         if (size > most_bytes ||
             (size > kHarmlessBytes &&

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/poll.h"
 #include "base/union_find.h"
 #include "mesh/shells.h"
 #include "mesh/vertex_welder.h"
@@ -56,6 +57,7 @@ Box3f shell_box(const TriMesh& mesh, std::size_t shell, Sampling sampling) {
     Box3f box{{kBoxStart, kBoxStart, kBoxStart}, {-kBoxStart, -kBoxStart, -kBoxStart}};
     const ShellSample sample = sample_shell(mesh, shell, sampling);
     for (std::size_t i = 0; i < sample.count; ++i) {
+        poll_at(i);
         const Face& face = mesh.faces[sample[i]];
         for (std::size_t corner = 0; corner < 3; ++corner) {
             box.widen(mesh.corner_position(face, corner));
@@ -126,6 +128,7 @@ private:
     bool is_small(std::uint32_t shell) const { return mesh_.shells[shell].size() <= kFewFaces; }
 
     void unite_if_they_meet(std::uint32_t a, std::uint32_t b) {
+        poller_();
         if (!overlap_strictly(boxes_[a], boxes_[b]) || sets_.find(a) == sets_.find(b)) return;
         if (++shell_pairs_ == kPairsPerFace * mesh_.shells.faces.size() + kPairsOfFewFaces) {
             make_oriented_boxes();
@@ -218,7 +221,8 @@ private:
     std::optional<OrientedBoxes> oriented_;  // of its nodes, where many pairs come up
     std::uint64_t shell_pairs_ = 0;
     std::uint64_t face_pairs_ = 0;
-    std::vector<std::uint32_t> set_of_node_;
+    Poller poller_;
+    Array<std::uint32_t> set_of_node_;
     std::size_t steps_ = 0;
     bool has_united_ = false;
 };
@@ -237,6 +241,7 @@ public:
         std::size_t count = 0;
         for (const std::uint32_t shell : shells) {
             for (const std::uint32_t f : mesh_.shells[shell]) {
+                poll_at(count);
                 Face& face = part.faces[count++] = mesh_.faces[f];
                 for (std::int32_t& v : face.vertex) v = number(v);
             }
@@ -269,6 +274,7 @@ private:
         welded_.resize(used_.size());
         WeldBox box;
         for (std::size_t i = 0; i < used_.size(); ++i) {
+            poll_at(i);
             const auto vertex = static_cast<std::size_t>(used_[i]);
             positions_[i] = mesh_.vertices[vertex].position();
             widen(box, positions_[i]);
@@ -289,6 +295,7 @@ private:
     void finish_faces(TriMesh& part) const {
         std::size_t count = 0;
         for (std::size_t f = 0; f < part.faces.size(); ++f) {
+            poll_at(f);
             Face face = part.faces[f];
             for (std::int32_t& v : face.vertex) v = welded_[static_cast<std::size_t>(v)];
             const auto& [a, b, c] = face.vertex;
