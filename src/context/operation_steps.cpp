@@ -24,9 +24,21 @@ std::string text_of(const Remarks& remarks) {
     return lines_of(lines);
 }
 
+void add(Remarks more, Remarks& remarks) {
+    for (const auto lines : {&Remarks::warnings, &Remarks::doubts}) {
+        for (std::string& line : more.*lines) (remarks.*lines).push_back(std::move(line));
+    }
+}
+
 void add_mesh(povmesh_result& result, std::unique_ptr<povmesh_mesh> mesh) {
     result.meshes.push_back(nullptr);
     result.meshes.back() = mesh.release();
+}
+
+void add_points(povmesh_result& result, std::int32_t array, std::span<const Vec3f> points) {
+    static_assert(sizeof(Vec3f) == 3 * sizeof(float));
+    const float* const numbers = points.empty() ? nullptr : &points[0].x;
+    add_rows<float>(result, array, POVMESH_F32, 3, {numbers, 3 * points.size()});
 }
 
 void copy_vector(Vec3d from, double* to) {

@@ -30,6 +30,8 @@ std::unique_ptr<povmesh_mesh> change(Call& call, const povmesh_mesh& source, con
 /// A line each.
 std::string lines_of(const std::vector<std::string>& lines);
 std::string text_of(const Remarks& remarks);
+/// Behind those that are there.
+void add(Remarks more, Remarks& remarks);
 
 /// Room for the mesh comes first, so that none is lost.
 void add_mesh(povmesh_result& result, std::unique_ptr<povmesh_mesh> mesh);
@@ -48,6 +50,9 @@ void add_parts(Call& call, std::vector<TriMesh>& parts, bool was_finite, const p
         call.stop(POVMESH_NOTHING, "no triangle would be left; nothing is written");
     }
 }
+
+/// 3 F32 a point.
+void add_points(povmesh_result& result, std::int32_t array, std::span<const Vec3f> points);
 
 void copy_vector(Vec3d from, double* to);
 void copy_box(const Box3f& box, double* low, double* high);

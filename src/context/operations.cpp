@@ -636,25 +636,6 @@ povmesh_status povmesh_render(povmesh_context* context, const povmesh_mesh* cons
     return run(context, [](Call& call) { unsupported(call, "render"); });
 }
 
-povmesh_status povmesh_decompose(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                                 const povmesh_decompose_options* /*options*/,
-                                 povmesh_result** /*parts*/, povmesh_decompose_report* /*report*/) {
-    return run(context, [](Call& call) { unsupported(call, "decompose"); });
-}
-
-povmesh_status povmesh_lampshade(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                                 const povmesh_lampshade_options* /*options*/,
-                                 povmesh_result** /*lampshade*/,
-                                 povmesh_lampshade_report* /*report*/) {
-    return run(context, [](Call& call) { unsupported(call, "lampshade"); });
-}
-
-povmesh_status povmesh_orient(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                              const povmesh_orient_options* /*options*/,
-                              povmesh_result** /*orientations*/) {
-    return run(context, [](Call& call) { unsupported(call, "orient"); });
-}
-
 povmesh_status povmesh_balance(povmesh_context* context, const povmesh_mesh* /*mesh*/,
                                const povmesh_balance_options* /*options*/,
                                povmesh_result** /*balanced*/, povmesh_balance_report* /*report*/) {

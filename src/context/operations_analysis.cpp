@@ -5,13 +5,56 @@
 
 #include "context/defaults.h"
 #include "context/operation_steps.h"
+#include "job/orient.h"
 #include "job/thickness.h"
+#include "mesh/volume.h"
 
 namespace povmesh::context {
 namespace {
 
+constexpr Phase kOrient[] = {{50, "looking for directions"}, {75, "standing it up"}, {0, nullptr}};
 constexpr Phase kThickness[] = {
     {50, "looking for flaws"}, {60, "measuring walls"}, {75, "colouring"}, {0, nullptr}};
+
+job::OrientJob job_of(Call& call, const povmesh_orient_options& o) {
+    call.in_range(o.rows, 1, 64, "rows");
+    call.in_range(o.choose, 0, 64, "choose");
+    call.require(o.reserved == 0, "reserved", "must be 0");
+    const Vec3d up{o.up[0], o.up[1], o.up[2]};
+    call.require(is_finite(up), "up", "must have finite numbers");
+    job::OrientJob job;
+    job.choose = o.choose;
+    if (!(up == Vec3d{})) job.up = up;
+    return job;
+}
+
+// As the model stands, then the best, then the direction asked for.
+void add_orientations(povmesh_result& result, const OrientationReport& report, std::size_t most,
+                      bool has_asked) {
+    Array<double> rows;
+    const auto add = [&](const Orientation& row) {
+        for (const double x : {row.up.x, row.up.y, row.up.z, row.score(), row.support_volume,
+                               row.scar_area, row.contact_area, row.tilt, row.height}) {
+            rows.push_back(x);
+        }
+    };
+    add(report.as_is);
+    for (std::size_t i = 0; i < std::min(most, report.best.size()); ++i) add(report.best[i]);
+    if (has_asked) add(report.asked);
+    add_rows<double>(result, POVMESH_ORIENTATIONS, POVMESH_F64, 9, rows);
+}
+
+// Mesh 0, standing as a row has it; what there is to tell about that.
+Remarks add_standing(Call& call, TriMesh& mesh, const povmesh_mesh& source, const Orientation& row,
+                     povmesh_result& result) {
+    const bool was_finite = has_finite_corners(mesh);
+    const double area = surface_area(mesh);
+    Remarks remarks = job::stand_up(mesh, row);
+    expect_fit(call, mesh, was_finite);
+    remarks.doubts = job::check_pose(mesh, area, row).doubts;
+    add_mesh(result, hand_on(std::move(mesh), source.origin));
+    return remarks;
+}
 
 // The largest ones: thinnest point, area, thickness there, longest side of the box.
 void add_places(povmesh_result& result, std::int32_t array, const ThinPlaces& found,
@@ -49,6 +92,29 @@ povmesh_thickness_report report_of(const job::ThicknessDone& done) {
 
 using namespace povmesh;
 using namespace povmesh::context;
+
+povmesh_status povmesh_orient(povmesh_context* context, const povmesh_mesh* mesh,
+                              const povmesh_orient_options* options,
+                              povmesh_result** orientations) {
+    return run(context, [&](Call& call) {
+        const povmesh_mesh& source = call.given(mesh, "mesh");
+        call.given(orientations, "orientations");
+        const auto o = call.options(options, defaults_of<povmesh_orient_options>());
+        const job::OrientJob job = job_of(call, o);
+        const Progress progress = call.progress(50, 80, kOrient);
+        TriMesh copy = plain_copy(source.mesh);
+        job::OrientDone done;
+        call.expect(job::orient(copy, job, progress, done));
+        auto result = std::make_unique<povmesh_result>();
+        add_orientations(*result, done.report, std::max(o.rows, o.choose), job.up.has_value());
+        if (job.choose != 0) {
+            add(add_standing(call, copy, source, done.report.best[job.choose - 1], *result), done);
+        }
+        result->text = text_of(done);
+        call.log(done);
+        *orientations = result.release();
+    });
+}
 
 povmesh_status povmesh_thickness(povmesh_context* context, const povmesh_mesh* mesh,
                                  const povmesh_thickness_options* options, povmesh_result** places,

@@ -389,12 +389,13 @@ void add_contours(const LampshadeInside& inside, LampshadeContours& contours) {
 }  // namespace
 
 LampshadeReport lampshade(TriMesh& mesh, float thickness, RunContext& run,
-                          const LampshadeOptions& options) {
+                          const LampshadeOptions& options, LampshadeContours* contours) {
     ShadeMaker maker(mesh, thickness, "lampshade", options, run);
     WallMeasure measure(double{thickness}, maker.report);
     Assembly assembly;
     maker.run(options.all_triangles, [&](const TriMesh& model, const LampshadeInside* inside) {
         if (inside == nullptr) return assembly.add_solid(model);
+        if (contours != nullptr) add_contours(*inside, *contours);
         const LampshadeParts parts = make_lampshade_parts(*inside);
         if (options.measures) {
             measure.add(inner_wall_of(parts), inside->whole_drawn(), inside->cell);

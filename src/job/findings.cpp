@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/convert.h"
 #include "job/numbers.h"
 #include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
@@ -181,6 +182,11 @@ std::string place_text(Vec3f place) {
     return "near (" + human_number(shortest_double(place.x)) + ", " +
            human_number(shortest_double(place.y)) + ", " + human_number(shortest_double(place.z)) +
            ")";
+}
+
+std::string place_text(Vec3d place) {
+    return place_text(
+        Vec3f{narrow_to_float(place.x), narrow_to_float(place.y), narrow_to_float(place.z)});
 }
 
 std::string verdict(const Findings& findings, const std::string& more) {

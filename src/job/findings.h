@@ -91,6 +91,7 @@ struct Findings {
 
 /// "near (1, 2, 3)".
 std::string place_text(Vec3f place);
+std::string place_text(Vec3d place);
 
 /// "clean", or the flaws with their numbers; `more` is a flaw beside them, if not empty.
 std::string verdict(const Findings& findings, const std::string& more = {});

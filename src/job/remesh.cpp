@@ -1,6 +1,5 @@
 #include "job/remesh.h"
 
-#include "base/convert.h"
 #include "base/timer.h"
 #include "job/findings.h"
 #include "job/new_faults.h"
@@ -14,25 +13,20 @@ namespace {
 // A change of volume beyond this share is told: details smaller than the edge are lost.
 constexpr double kNotableVolume = 0.01;
 
-std::string near(Vec3d place) {
-    return place_text(
-        {narrow_to_float(place.x), narrow_to_float(place.y), narrow_to_float(place.z)});
-}
-
 void tell_changes(const RemeshReport& report, Remarks& remarks) {
     if (report.turned_faces != 0) {
         remarks.warnings.push_back(counted(report.turned_faces, "triangle") +
                                    " wound against their neighbours turned over, one " +
-                                   near(report.turned_at));
+                                   place_text(report.turned_at));
     }
     if (report.kept_faces == 0) return;
     if (report.is_done) {
         remarks.warnings.push_back(counted(report.kept_faces, "triangle") +
                                    " left as they were, where new ones would cross, one " +
-                                   near(report.kept_at));
+                                   place_text(report.kept_at));
     } else {
         remarks.doubts.push_back("nothing was changed, because new triangles would cross " +
-                                 near(report.kept_at) + "; try a shorter --edge");
+                                 place_text(report.kept_at) + "; try a shorter --edge");
     }
 }
 
