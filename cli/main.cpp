@@ -10,6 +10,7 @@
 #include "cli/commands.h"
 #include "cli/interrupt.h"
 #include "cli/model.h"
+#include "cli/platform.h"
 #include "cli/recipe.h"
 
 namespace povmesh::cli {
@@ -58,6 +59,7 @@ int run(int argument_count, char** arguments, Console& console) {
 }  // namespace povmesh::cli
 
 int main(int argument_count, char** arguments) {
+    povmesh::cli::prepare_process(argument_count, arguments);
     povmesh::cli::Console console;
     // The operations tell of a lack of memory with the file they were at; this is the net below.
     try {
