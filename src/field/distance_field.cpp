@@ -1,6 +1,7 @@
 #include "field/distance_field.h"
 
 #include <cmath>
+#include <utility>
 
 #include "mesh/bounds.h"
 #include "spatial/triangle_intersection.h"
@@ -10,6 +11,7 @@ namespace povmesh {
 TriMesh usable_faces(const TriMesh& mesh) {
     TriMesh usable;
     usable.vertices = mesh.vertices;
+    usable.faces.reserve(mesh.faces.size());
     bool has_any_area = false;
     for (const Face& face : mesh.faces) {
         if (face.deleted != 0) continue;
@@ -27,8 +29,11 @@ TriMesh usable_faces(const TriMesh& mesh) {
 }
 
 DistanceField::DistanceField(const TriMesh& mesh, const FieldGrid& grid)
+    : DistanceField(usable_faces(mesh), grid) {}
+
+DistanceField::DistanceField(TriMesh&& usable, const FieldGrid& grid)
     : grid_(grid),
-      mesh_(usable_faces(mesh)),
+      mesh_(std::move(usable)),
       crossings_(mesh_, grid_),
       solid_(grid_),
       thickened_(grid_) {}
