@@ -583,6 +583,10 @@ WallReport inner_wall(const TriMesh& mesh, double thickness, const InnerWallOpti
         report.contour = contour(field, nodes, -thickness, cavity, nullptr, &known);
         ++report.passes;
         if (cavity.faces.empty()) break;
+        if (report.passes == 1 && options.is_wanted && !options.is_wanted(cavity)) {
+            cavity = {};
+            break;
+        }
         const Array<Vertex> before = cavity.vertices;
         Mending mending(field.surface(), field.faces(), grid, thickness, options.least_share,
                         cavity);
