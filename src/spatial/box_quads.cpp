@@ -4,6 +4,8 @@
 #include <cmath>
 #include <utility>
 
+#include "base/poll.h"
+
 namespace povmesh {
 
 namespace {
@@ -13,6 +15,7 @@ namespace {
 template <typename Make>
 std::uint32_t visit_quads(const FaceTree& tree, std::uint32_t number, Make& make) {
     const std::uint32_t quad = make.start();
+    poll_at(quad);
     const FaceTree::Node& node = tree.nodes()[number];
     if (node.is_leaf()) {
         static_assert(FaceTree::kLeafSize <= 4);
