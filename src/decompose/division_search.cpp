@@ -437,7 +437,8 @@ private:
             waiting.emplace_back(root, plan.roots.back());
         }
         while (!waiting.empty()) {
-            const auto [node, number] = waiting.back();
+            const NodePointer node = waiting.back().first;
+            const std::uint32_t number = waiting.back().second;
             waiting.pop_back();
             const auto choice = std::find_if(best.choices.begin(), best.choices.end(),
                                              [&](const Choice& c) { return c.node == node; });
