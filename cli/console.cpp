@@ -9,11 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
-#ifdef _WIN32
-#include <io.h>
-#else
-#include <unistd.h>
-#endif
+#include "cli/platform.h"
 
 namespace povmesh::cli {
 namespace {
@@ -37,14 +33,6 @@ constexpr double kTellingSeconds = 3;
 
 // Returns to the first column and clears the line (ECMA-48, "erase in line").
 constexpr std::string_view kEraseLine = "\r\x1b[K";
-
-bool is_terminal(std::FILE* stream) {
-#ifdef _WIN32
-    return _isatty(_fileno(stream)) != 0;
-#else
-    return isatty(fileno(stream)) != 0;
-#endif
-}
 
 // One call, so that lines of several programs on one terminal do not mix.
 void write_to_error(const std::string& text) {

@@ -11,6 +11,7 @@
 #include "cli/commands.h"
 #include "cli/interrupt.h"
 #include "cli/model.h"
+#include "cli/platform.h"
 #include "cli/recipe.h"
 
 namespace povmesh::cli {
@@ -71,6 +72,7 @@ int run(int argument_count, char** arguments, Console& console) {
 }  // namespace povmesh::cli
 
 int main(int argument_count, char** arguments) {
+    povmesh::cli::prepare_process(argument_count, arguments);
     povmesh::cli::Console console;
     try {
         return povmesh::cli::run(argument_count, arguments, console);

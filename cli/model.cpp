@@ -1,6 +1,5 @@
 #include "cli/model.h"
 
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <new>
@@ -116,9 +115,8 @@ std::string save_model(LoadedModel& model, const std::string& path) {
 
 OutputFile::OutputFile(const std::string& target) : path_(target) {
     if (!is_pipe(target)) return;
-    std::error_code error;
-    folder_ = std::filesystem::temp_directory_path(error).string() + "/povmesh-XXXXXX";
-    if (mkdtemp(folder_.data()) == nullptr) folder_ = "temporary folder";  // writing says why
+    folder_ = make_temporary_folder();
+    if (folder_.empty()) folder_ = "temporary folder";  // writing says why
     path_ = folder_ + "/output" + std::string(extension_of(kind_of(target)));
 }
 
