@@ -96,7 +96,7 @@ void create(benchmark::State& state, const std::string& input) {
     std::vector<float> positions;
     std::vector<std::uint32_t> faces;
     for (const Vertex& v : source.vertices) {
-        for (const float x : {v.position.x, v.position.y, v.position.z}) positions.push_back(x);
+        for (const float x : {v.x, v.y, v.z}) positions.push_back(x);
     }
     for (const Face& face : source.faces) {
         for (const std::int32_t v : face.vertex) faces.push_back(static_cast<std::uint32_t>(v));
