@@ -253,7 +253,7 @@ Status ReplacementFile::open(const std::string& path, bool flush_to_disk) {
     if (!exists) return {};
     ::close(writable);
     take_over_owner(descriptor_, old);
-    if (fchmod(descriptor_, old.st_mode & 0777) != 0) return fail("keep its permissions", errno);
+    if (fchmod(descriptor_, old.st_mode & 0777U) != 0) return fail("keep its permissions", errno);
     return {};
 }
 
