@@ -64,16 +64,30 @@ Inputs inputs_of(Call& call, const povmesh_mesh_data& data) {
     return in;
 }
 
+// Calls `visit(face, vertices)` for all faces at the same time. The usual types are told apart
+// once, not for every number.
+template <typename Visit>
+void for_each_face(const Inputs& in, const Visit& visit) {
+    if (in.faces.has(POVMESH_I32) || in.faces.has(POVMESH_U32)) {
+        parallel_for(in.face_count, [&](std::size_t face) {
+            const auto [a, b, c] = in.faces.three<std::uint32_t>(face);  // a negative one is huge
+            visit(face, std::array<std::size_t, 3>{a, b, c});
+        });
+    } else {
+        parallel_for(in.face_count, [&](std::size_t face) {
+            visit(face, std::array{vertex_at(in, face, 0), vertex_at(in, face, 1),
+                                   vertex_at(in, face, 2)});
+        });
+    }
+}
+
 // The first face with a vertex that is not there.
 void expect_vertices(Call& call, const Inputs& in) {
     if (!in.has_faces) return;
     const std::size_t vertices = in.positions.count();
     Array<std::uint8_t> is_wrong((in.face_count + kParallelBlock - 1) / kParallelBlock, 0);
-    parallel_for(in.face_count, [&](std::size_t face) {
-        for (std::size_t corner = 0; corner < 3; ++corner) {
-            // A negative one is huge.
-            if (vertex_at(in, face, corner) >= vertices) is_wrong[face / kParallelBlock] = 1;
-        }
+    for_each_face(in, [&](std::size_t face, const std::array<std::size_t, 3>& v) {
+        if (std::max({v[0], v[1], v[2]}) >= vertices) is_wrong[face / kParallelBlock] = 1;
     });
     call.require(std::find(is_wrong.begin(), is_wrong.end(), 1) == is_wrong.end(), "faces",
                  "name a vertex that is not there");
@@ -126,7 +140,8 @@ TriMesh weld(const Inputs& in) {
         colours.resize(9 * in.face_count);
         parallel_for(in.face_count, [&](std::size_t face) {
             const std::array<std::uint8_t, 9> own = colours_of(in, face);
-            std::copy(own.begin(), own.end(), colours.begin() + static_cast<std::ptrdiff_t>(9 * face));
+            std::copy(own.begin(), own.end(),
+                      colours.begin() + static_cast<std::ptrdiff_t>(9 * face));
         });
         soup.colours = colours.data();
     }
@@ -156,22 +171,30 @@ TriMesh weld(const Inputs& in) {
 TriMesh take_over(const Inputs& in) {
     TriMesh mesh;
     mesh.vertices.resize(in.positions.count());
-    parallel_for(mesh.vertices.size(), [&](std::size_t v) {
-        mesh.vertices[v] = {in.positions.single(v, 0), in.positions.single(v, 1),
-                            in.positions.single(v, 2), static_cast<std::int32_t>(v)};
-    });
+    if (in.positions.has(POVMESH_F32)) {
+        parallel_for(mesh.vertices.size(), [&](std::size_t v) {
+            const auto [x, y, z] = in.positions.three<float>(v);
+            mesh.vertices[v] = {x, y, z, static_cast<std::int32_t>(v)};
+        });
+    } else {
+        parallel_for(mesh.vertices.size(), [&](std::size_t v) {
+            mesh.vertices[v] = {in.positions.single(v, 0), in.positions.single(v, 1),
+                                in.positions.single(v, 2), static_cast<std::int32_t>(v)};
+        });
+    }
     mesh.faces.resize(in.face_count);
-    parallel_for(in.face_count, [&](std::size_t f) {
-        Face& face = mesh.faces[f];
+    Array<std::uint8_t> leaves_out((in.face_count + kParallelBlock - 1) / kParallelBlock, 0);
+    for_each_face(in, [&](std::size_t f, const std::array<std::size_t, 3>& v) {
+        const bool is_none = v[0] == v[1] || v[1] == v[2] || v[2] == v[0];
+        Face face;
         face.colour = colours_of(in, f);
-        face.deleted = 0;
+        face.deleted = is_none ? 1 : 0;
         face.label = in.has_labels ? static_cast<std::int16_t>(in.labels.whole(f, 0)) : -1;
-        for (std::size_t corner = 0; corner < 3; ++corner) {
-            face.vertex[corner] = static_cast<std::int32_t>(vertex_at(in, f, corner));
-        }
+        face.vertex = {static_cast<std::int32_t>(v[0]), static_cast<std::int32_t>(v[1]),
+                       static_cast<std::int32_t>(v[2])};
         face.uv.fill(-1);
-        const auto& [a, b, c] = face.vertex;
-        if (a == b || b == c || c == a) face.deleted = 1;
+        mesh.faces[f] = face;
+        if (is_none) leaves_out[f / kParallelBlock] = 1;
     });
     if (in.has_textures) {
         for (std::size_t f = 0; f < in.face_count; ++f) {
@@ -185,7 +208,9 @@ TriMesh take_over(const Inputs& in) {
             }
         }
     }
-    std::erase_if(mesh.faces, [](const Face& face) { return face.deleted != 0; });
+    if (std::find(leaves_out.begin(), leaves_out.end(), 1) != leaves_out.end()) {
+        std::erase_if(mesh.faces, [](const Face& face) { return face.deleted != 0; });
+    }
     return mesh;
 }
 

@@ -1,6 +1,7 @@
 // Reads rows of numbers that a caller describes by a view, aligned or not.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -71,6 +72,14 @@ public:
     float single(std::size_t row, std::size_t component) const {
         if (view_.type == POVMESH_F32) return read<float>(row, component);
         return static_cast<float>(read<double>(row, component));
+    }
+    /// The first three numbers of a row that has them of this size, all at once.
+    template <typename Number>
+    std::array<Number, 3> three(std::size_t row) const {
+        std::array<Number, 3> numbers;
+        std::memcpy(numbers.data(), static_cast<const char*>(view_.data) + row * view_.stride,
+                    sizeof numbers);
+        return numbers;
     }
     std::uint8_t byte(std::size_t row, std::size_t component) const {
         return read<std::uint8_t>(row, component);

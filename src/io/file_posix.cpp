@@ -19,6 +19,11 @@
 namespace povmesh {
 namespace {
 
+// Errors of both systems are 32 bits without a sign.
+std::uint32_t last_error() {
+    return static_cast<std::uint32_t>(errno);
+}
+
 std::string reason(int error) {
     return std::generic_category().message(error);
 }
@@ -211,7 +216,7 @@ Status ReplacementFile::open(const std::string& path, bool flush_to_disk) {
 
     struct stat old {};
     const bool exists = stat(path.c_str(), &old) == 0;
-    if (!exists && errno != ENOENT) return fail("write the file", errno);
+    if (!exists && errno != ENOENT) return fail("write the file", last_error());
     if ((exists && S_ISDIR(old.st_mode)) || path.ends_with('/')) {
         return failure_ = {StatusCode::CannotWrite,
                            one_line(path) + ": is a folder; name a file in it"};
@@ -222,7 +227,7 @@ Status ReplacementFile::open(const std::string& path, bool flush_to_disk) {
         // The descriptor proves that the target may be written, and serves to write it in place.
         // O_NONBLOCK: a pipe without a reader is an error instead of an endless wait.
         writable = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-        if (writable < 0) return fail("write the file", errno);
+        if (writable < 0) return fail("write the file", last_error());
     }
     target_ = resolve_links(path);
     struct stat resolved {};
@@ -230,7 +235,7 @@ Status ReplacementFile::open(const std::string& path, bool flush_to_disk) {
     // that is not that of the file behind it.
     const bool is_named = !exists || (!target_.empty() && lstat(target_.c_str(), &resolved) == 0 &&
                                       is_same_file(old, resolved));
-    if (!exists && target_.empty()) return fail("write the file", errno);
+    if (!exists && target_.empty()) return fail("write the file", last_error());
 
     if (is_named && (!exists || S_ISREG(old.st_mode))) {
         // Until it has the permissions of the target, the new file is for its owner alone.
@@ -240,7 +245,7 @@ Status ReplacementFile::open(const std::string& path, bool flush_to_disk) {
             temporary_.clear();
             if (!exists || !takes_no_new_file(error)) {
                 if (writable >= 0) ::close(writable);
-                return fail("create a file in its folder", error);
+                return fail("create a file in its folder", static_cast<std::uint32_t>(error));
             }
         }
     }
@@ -253,7 +258,8 @@ Status ReplacementFile::open(const std::string& path, bool flush_to_disk) {
     if (!exists) return {};
     ::close(writable);
     take_over_owner(descriptor_, old);
-    if (fchmod(descriptor_, old.st_mode & 0777) != 0) return fail("keep its permissions", errno);
+    if (fchmod(descriptor_, old.st_mode & 0777U) != 0)
+        return fail("keep its permissions", last_error());
     return {};
 }
 
@@ -263,7 +269,10 @@ Status ReplacementFile::write(std::span<const char> bytes) {
     while (!bytes.empty()) {
         const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
         if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return fail("write the file", count < 0 ? errno : EIO);
+        if (count <= 0) {
+            return fail("write the file",
+                        count < 0 ? last_error() : static_cast<std::uint32_t>(EIO));
+        }
         bytes = bytes.subspan(static_cast<std::size_t>(count));
     }
     return {};
@@ -278,7 +287,7 @@ Status ReplacementFile::copy_into_place() {
     target.shown_path_ = shown_path_;
     target.flush_to_disk_ = flush_to_disk_;
     target.descriptor_ = ::open(target_.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
-    if (target.descriptor_ < 0) return fail("replace the file", errno);
+    if (target.descriptor_ < 0) return fail("replace the file", last_error());
     Array<char> piece(std::size_t{1} << 20);
     std::uint64_t done = 0;
     while (status.ok() && done < content.size()) {
@@ -306,17 +315,21 @@ Status ReplacementFile::commit() {
     if (temporary_.empty() && is_regular) {
         // In place: takes off what the old content was longer.
         const off_t length = lseek(descriptor_, 0, SEEK_CUR);
-        if (length < 0 || ftruncate(descriptor_, length) != 0) return fail("write the file", errno);
+        if (length < 0 || ftruncate(descriptor_, length) != 0)
+            return fail("write the file", last_error());
     }
-    if (flush_to_disk_ && is_regular && !flush(descriptor_)) return fail("write the file", errno);
+    if (flush_to_disk_ && is_regular && !flush(descriptor_))
+        return fail("write the file", last_error());
     // Some file systems report a full disk only here.
     if (::close(std::exchange(descriptor_, -1)) != 0 && errno != EINTR) {
-        return fail("write the file", errno);
+        return fail("write the file", last_error());
     }
     if (temporary_.empty()) return {};
     if (std::rename(temporary_.c_str(), target_.c_str()) != 0) {
         const int error = errno;
-        return refuses_replacement(error) ? copy_into_place() : fail("replace the file", error);
+        return refuses_replacement(error)
+                   ? copy_into_place()
+                   : fail("replace the file", static_cast<std::uint32_t>(error));
     }
     temporary_.clear();
     if (flush_to_disk_) flush_folder_of(target_);

@@ -284,6 +284,8 @@ TEST_F(ToolTest, ErrorsAreOneLineWithPlaceAndRemedy) {
         {{"split", "cube.stl", "-o", "cube.stl"}, 6, {"cube.stl", "cannot be made"}},
         {{"split", "cube.stl", "-o", "new.stl", "--min-volume", "1001"}, 1, {"largest has 1,000"}},
         {{"split", "two.stl", "-o", "parts"}, 6, {"two_002.stl", "; written: parts/two_001.stl"}},
+        {{"repair", "cube.stl", "-o", "new.stl", "--memory", "1K"}, 7, {"cube.stl", "--memory"}},
+        {{"repair", "cube.stl", "-o", "new.stl", "--memory", "5Q"}, 2, {"'5Q'", "500M"}},
         {{"check", "--colour", "cube.stl"}, 2, {"--colour", "check --help"}},
         {{"check"}, 2, {"FILE is required"}},
         {{"mend", "cube.stl"}, 2, {"mend", "--help"}},
