@@ -46,7 +46,9 @@ def cluster(jobs: List[Tuple[int, Job]], scheduler: Any, load: Callable[[Job], J
     try:
         distributed: Any = importlib.import_module("distributed")
     except ImportError:
-        raise ImportError("povmesh.batch: a scheduler needs distributed; pip install distributed") from None
+        raise ImportError(
+            "povmesh.batch: a scheduler needs distributed; pip install distributed"
+        ) from None
     is_own = isinstance(scheduler, str)
     client = distributed.Client(scheduler, set_as_default=False) if is_own else scheduler
     try:
