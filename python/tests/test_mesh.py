@@ -3,6 +3,7 @@
 import copy
 import ctypes
 import gc
+import json
 import os
 import pickle
 import shutil
@@ -379,6 +380,16 @@ def test_operations_that_are_not_there_say_so():
         if not povmesh.has(f"operation:{name}"):
             with pytest.raises(povmesh.Unsupported, match=name):
                 getattr(mesh, name)(**options)
+
+
+def test_the_notebook_runs_cell_by_cell():
+    book = json.loads((ROOT / "examples/notebook.ipynb").read_text())
+    names = {"display": print}
+    for cell in book["cells"]:
+        if cell["cell_type"] == "code":
+            exec("".join(cell["source"]), names)
+    assert names["solid"].is_closed and names["shell"].report.saved_percent > 40
+    assert [row.status for row in names["rows"]] == ["ok", "ok", "unreadable"]
 
 
 def test_types_are_strict():
