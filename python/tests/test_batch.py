@@ -197,6 +197,7 @@ def test_ctrl_c_ends_the_models_and_keeps_the_rows(faulty_tool):
         (["in/a.stl", "in/a.stl"], RECIPE, {}, "twice"),
         (["in/a.stl"], RECIPE, {"out": "in"}, "replace"),
         (["cat.stl"], RECIPE, {"format": "docx"}, "docx"),
+        (["cat.stl"], RECIPE, {"time_limit": -1}, "time_limit"),
     ],
 )
 def test_mistakes_are_told_before_anything_starts(files, recipe, options, part):

@@ -184,6 +184,8 @@ def run(
         raise ValueError(f"reports must be some of {', '.join(_REPORTS)}")
     if workers is not None and workers < 1 or not 1 <= threads <= 1024:
         raise ValueError("workers and threads must be 1 or more")
+    if (time_limit or 0) < 0 or (memory_limit or 0) < 0:
+        raise ValueError("time_limit and memory_limit must be 0, for none, or above")
     tool = tool_path()
     steps = _steps_of(recipe, tool)
     if ship and any(isinstance(step.get(key), str) for step in steps for key in (*READ, *WRITTEN)):
@@ -223,11 +225,12 @@ def run(
                 folder, reports, [row for row in rows if row is not None], steps, len(rows)
             )
 
+        late: List[Tuple[int, Dict[str, Any]]] = []
         if scheduler is not None:
             results = _engines.cluster(jobs, scheduler, _shipped if ship else lambda job: job)
         else:
             available = len(os.sched_getaffinity(0)) // threads
-            results = _engines.local(jobs, workers or max(1, available))
+            results = _engines.local(jobs, workers or max(1, available), late)
         reported = time.monotonic()
         try:
             for index, row in results:
@@ -243,6 +246,9 @@ def run(
         finally:
             if hasattr(results, "close"):
                 results.close()
+            for index, row in late:
+                journal.add(row)
+                rows[index] = row
             report()
         return [_row_of(row, was) for row, was in zip(rows, was_done) if row is not None]
     finally:

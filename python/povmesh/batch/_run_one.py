@@ -87,7 +87,9 @@ class _Child:
         finally:
             with _children_lock:
                 _children.discard(process.pid)
-            _kill(process.pid, signal.SIGKILL)  # whatever it may have started
+                # Whatever it may have started; its number is its own until it is waited for.
+                _kill(process.pid, signal.SIGKILL)
+            process.wait()
         self.status: int = process.returncode
         self.stdout = Path(out).read_bytes()
         self.stderr = Path(err).read_bytes()
@@ -99,7 +101,7 @@ class _Child:
             steps.append((seconds + _GRACE_SECONDS + _KILL_SECONDS, signal.SIGKILL))
         while True:
             self.peak_bytes = max(self.peak_bytes, _peak_bytes(process.pid))
-            if process.poll() is not None:
+            if os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT) is not None:
                 return
             if steps and time.monotonic() - start > steps[0][0]:
                 self.is_over_time = True
