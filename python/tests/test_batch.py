@@ -171,10 +171,13 @@ def test_ctrl_c_ends_the_models_and_keeps_the_rows(faulty_tool):
         time.sleep(0.05)
     parent.send_signal(signal.SIGINT)
     assert parent.wait(timeout=20) == 130
-    left = subprocess.run(
-        ["pgrep", "-f", str(paths[1].resolve())], capture_output=True, text=True
-    ).stdout
-    assert left == ""
+    command_lines = []
+    for entry in Path("/proc").glob("[0-9]*/cmdline"):
+        try:
+            command_lines.append(entry.read_bytes())
+        except OSError:
+            continue
+    assert not any(os.fsencode(paths[1].resolve()) in line for line in command_lines)
     assert [
         json.loads(line)["status"] for line in Path("out/batch.jsonl").read_text().splitlines()
     ] == ["ok"]
