@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "context/defaults.h"
-#include "context/frame.h"
+#include "context/operation_steps.h"
 #include "io/byte_sink.h"
 #include "io/byte_source.h"
 #include "io/file.h"
@@ -232,10 +232,7 @@ povmesh_status povmesh_write_memory(povmesh_context* context, const povmesh_mesh
         CountingSink counted(memory);
         write_into(call, source, kind, "memory", counted);
         full.bytes = memory.bytes().size();
-        call.job().charge(memory.bytes().size());
-        void* const block = std::malloc(std::max<std::size_t>(memory.bytes().size(), 1));
-        if (block == nullptr) throw std::bad_alloc();
-        std::memcpy(block, memory.bytes().data(), memory.bytes().size());
+        void* const block = host_copy(call, memory.bytes());
         write_report(report, full);
         *bytes = memory.bytes().size();
         *data = block;
