@@ -3,6 +3,7 @@
 #include <array>
 #include <limits>
 
+#include "base/poll.h"
 #include "context/defaults.h"
 #include "context/operation_steps.h"
 #include "context/rows.h"

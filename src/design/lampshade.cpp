@@ -12,6 +12,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "base/timer.h"
 #include "design/lampshade_inside.h"
 #include "design/lampshade_section.h"
@@ -362,6 +363,7 @@ void add_contours(const LampshadeInside& inside, LampshadeContours& contours) {
     const Slicer slicer(surface, 2, levels);
     SliceLoops loops;
     for (std::size_t layer = 0; layer < levels.size(); ++layer) {
+        poll();
         slicer.slice(layer, loops);
         const auto z = static_cast<float>(levels[layer]);
         for (std::size_t l = 0; l < loops.size(); ++l) {

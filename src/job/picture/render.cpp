@@ -15,7 +15,7 @@
 #include <optional>
 #include <span>
 
-#include "base/job_state.h"
+#include "base/poll.h"
 #include "base/memory.h"
 #include "job/picture/camera.h"
 #include "job/picture/picture.h"
