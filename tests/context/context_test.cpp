@@ -189,8 +189,8 @@ TEST_F(Context, WritesTheBytesOfTheTool) {
     const std::filesystem::path folder =
         std::filesystem::temp_directory_path() / ("povmesh-context-" + std::to_string(getpid()));
     std::filesystem::create_directory(folder);
-    const std::string in = folder / "in.stl";
-    const std::string out = folder / "out.obj";
+    const std::string in = (folder / "in.stl").string();
+    const std::string out = (folder / "out.obj").string();
     povmesh_mesh* flawed = make_mesh(context_, flawed_model(3));
     ASSERT_EQ(povmesh_write_file(context_, flawed, in.c_str(), nullptr, nullptr), POVMESH_OK);
     povmesh_mesh_release(flawed);
