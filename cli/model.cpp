@@ -6,10 +6,12 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "base/job_state.h"
 #include "cli/kept_models.h"
 #include "cli/shared_options.h"
 #include "io/file.h"
 #include "io/stream.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {
@@ -140,11 +142,20 @@ std::string OutputFile::deliver() {
     return status.text();
 }
 
+std::string no_memory_text() {
+    if (const JobState* const job = current_job(); job != nullptr && job->has_met_limit()) {
+        return "needs more memory than the " +
+               human_number(static_cast<double>(job->settings().memory_limit)) +
+               " bytes of --memory; allow more or use a smaller model";
+    }
+    return "not enough memory for this model; close other programs or reduce it";
+}
+
 std::string failure_text(const std::string& path) {
     try {
         throw;
     } catch (const std::bad_alloc&) {
-        return path + ": not enough memory for this model; close other programs or reduce it";
+        return path + ": " + no_memory_text();
     } catch (const std::length_error&) {
         return path + ": too many triangles for one mesh; split the model";
     } catch (const std::exception& error) {
