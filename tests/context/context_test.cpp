@@ -275,8 +275,8 @@ protected:
 
     const std::filesystem::path folder_ =
         std::filesystem::temp_directory_path() / ("povmesh-context-" + std::to_string(getpid()));
-    const std::string in_ = folder_ / "in.stl";
-    const std::string out_ = folder_ / "out.obj";
+    const std::string in_ = (folder_ / "in.stl").string();
+    const std::string out_ = (folder_ / "out.obj").string();
     povmesh_mesh* mesh_ = nullptr;
 };
 
