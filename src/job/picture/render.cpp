@@ -15,8 +15,8 @@
 #include <optional>
 #include <span>
 
-#include "base/poll.h"
 #include "base/memory.h"
+#include "base/poll.h"
 #include "job/picture/camera.h"
 #include "job/picture/picture.h"
 #include "job/picture/raster.h"
