@@ -42,7 +42,7 @@ std::string degrees_text(double degrees) {
     return rounded(degrees, 0.01) + " degrees";
 }
 
-std::string place_text(Vec3d p) {
+std::string centre_text(Vec3d p) {
     return rounded(p.x, 1e-3) + ", " + rounded(p.y, 1e-3) + ", " + rounded(p.z, 1e-3);
 }
 
@@ -142,7 +142,7 @@ std::string verdict_of(const Standing& standing, double firm) {
 }
 
 void add_standing(const Standing& standing, std::vector<Row>& rows, Json& json) {
-    rows.emplace_back("centre of mass", place_text(standing.centre));
+    rows.emplace_back("centre of mass", centre_text(standing.centre));
     rows.emplace_back("tilt", degrees_text(standing.tilt));
     json["centre_of_mass"] = place_json(standing.centre);
     json["margin"] = standing.margin;
@@ -310,7 +310,7 @@ std::string check_table(const Arguments& arguments, const CheckOutcome& outcome)
     const BalanceReport& report = outcome.report;
     const double firm = arguments.number("--angle");
     std::vector<Row> rows = {{"base area", human_number(area_of(report.base))},
-                             {"centre of mass", place_text(report.before.centre)},
+                             {"centre of mass", centre_text(report.before.centre)},
                              {"verdict", verdict_of(report.before, firm)}};
     if (arguments.has("--thickness") && report.before.tilt < firm) {
         rows.emplace_back("carving", carved_text(report));

@@ -89,6 +89,7 @@ void fill_in_defaults(const OperationSpec& operation, Arguments& arguments) {
 CommandLine read_command_line(int argument_count, const char* const* arguments) {
     CommandLine result;
     CLI::App app("", "povmesh");
+    app.allow_windows_style_options(false);  // "/tmp/part.stl" is a path, there, too
     app.set_version_flag("--version", "povmesh " POVMESH_BUILD_VERSION);
     app.require_subcommand(1);
     for (const OptionSpec& option : common_options()) add_option(app, option, result.arguments);

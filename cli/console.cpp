@@ -1,17 +1,15 @@
 #include "cli/console.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
 
-#ifdef _WIN32
-#include <io.h>
-#else
-#include <unistd.h>
-#endif
+#include "cli/platform.h"
 
 namespace povmesh::cli {
 namespace {
@@ -21,18 +19,20 @@ constexpr std::chrono::milliseconds kQuietStart{1000};
 constexpr std::chrono::milliseconds kRefresh{100};
 
 // Bytes of a file name on the progress line: a line that wraps cannot be erased.
-constexpr std::size_t kNameLength = 48;
+constexpr std::size_t kNameLength = 24;
+
+constexpr std::uint32_t kBarLength = 20;
+
+// Jobs set their cell below it while they read, and from the other one on while they write.
+constexpr std::uint32_t kIsRead = 45;
+constexpr std::uint32_t kIsDone = 90;
+
+// From so many percent and seconds on, the time taken tells something of the time left.
+constexpr std::uint32_t kTellingPercent = 5;
+constexpr double kTellingSeconds = 3;
 
 // Returns to the first column and clears the line (ECMA-48, "erase in line").
 constexpr std::string_view kEraseLine = "\r\x1b[K";
-
-bool is_terminal(std::FILE* stream) {
-#ifdef _WIN32
-    return _isatty(_fileno(stream)) != 0;
-#else
-    return isatty(fileno(stream)) != 0;
-#endif
-}
 
 // One call, so that lines of several programs on one terminal do not mix.
 void write_to_error(const std::string& text) {
@@ -103,6 +103,19 @@ bool Console::flush() {
     return false;
 }
 
+std::string progress_text(const std::string& name, std::uint32_t percent, double seconds) {
+    percent = std::min<std::uint32_t>(percent, 100);
+    const std::uint32_t filled = percent * kBarLength / 100;
+    std::string text = name + ": [" + std::string(filled, '#') +
+                       std::string(kBarLength - filled, '.') + "] " + std::to_string(percent) +
+                       " %, ";
+    text += percent < kIsRead ? "reading" : percent < kIsDone ? "working" : "writing";
+    if (percent < kTellingPercent || percent >= 100 || seconds < kTellingSeconds) return text;
+    const double left = seconds * (100.0 - percent) / percent;
+    if (left < 90) return text + ", about " + std::to_string(std::lround(left)) + " s left";
+    return text + ", about " + std::to_string(std::lround(left / 60)) + " min left";
+}
+
 ProgressLine::ProgressLine(const Console& console, const std::string& path)
     : name_(short_name(path)) {
     if (console.is_quiet() || !is_terminal(stderr)) return;
@@ -128,13 +141,15 @@ void ProgressLine::stop() {
 }
 
 void ProgressLine::watch() {
+    const auto begin = std::chrono::steady_clock::now();
     std::unique_lock lock(mutex_);
     const auto is_over = [this] { return is_stopped_; };
     if (stopped_.wait_for(lock, kQuietStart, is_over)) return;
     do {
         const std::uint32_t percent =
             std::atomic_ref<std::uint32_t>(percent_).load(std::memory_order_acquire);
-        write_to_error(std::string(kEraseLine) + name_ + ": " + std::to_string(percent) + " %");
+        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+        write_to_error(std::string(kEraseLine) + progress_text(name_, percent, taken.count()));
     } while (!stopped_.wait_for(lock, kRefresh, is_over));
     write_to_error(std::string(kEraseLine));
 }

@@ -49,9 +49,13 @@ private:
     int output_error_ = 0;
 };
 
-/// The progress of one job. From the second second on a terminal shows a line "NAME: 48 %", which
-/// is erased at the end; anything but a terminal, and a quiet console, shows nothing. The line is
-/// written by a thread of its own that watches the cell.
+/// What the progress line says: "NAME: [#####.....] 48 %, reading, about 12 s left"; the time left,
+/// as the time taken so far tells it, from where that tells anything on.
+std::string progress_text(const std::string& name, std::uint32_t percent, double seconds);
+
+/// The progress of one job. From the second second on a terminal shows its line, which is erased at
+/// the end; anything but a terminal, and a quiet console, shows nothing. The line is written by a
+/// thread of its own that watches the cell.
 class ProgressLine {
 public:
     ProgressLine(const Console& console, const std::string& path);

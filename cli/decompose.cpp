@@ -1,5 +1,5 @@
 // povmesh decompose: divides models into parts that fit a printer.
-#include "decompose/decompose.h"
+#include "job/decompose.h"
 
 #include <algorithm>
 #include <array>
@@ -8,30 +8,17 @@
 #include <string>
 #include <vector>
 
-#include "base/timer.h"
 #include "cli/apart.h"
 #include "cli/commands.h"
-#include "cli/decompose_check.h"
 #include "cli/findings_report.h"
 #include "cli/model.h"
 #include "cli/picture_file.h"
 #include "cli/pieces.h"
 #include "cli/shared_options.h"
-#include "job/measures.h"
 #include "job/numbers.h"
-#include "job/refusal.h"
-#include "mesh/shells.h"
-#include "mesh/volume.h"
 
 namespace povmesh::cli {
 namespace {
-
-// By how much of the whole volume the parts may differ from it: the distance within which vertices
-// count as lying on a cut.
-constexpr double kSameVolume = 1e-5;
-
-// Sides of a peg: from this many on a printer's resolution hides them.
-constexpr std::uint32_t kPegSegments = 48;
 
 // Pixels.
 constexpr std::uint32_t kPictureWidth = 1000;
@@ -45,21 +32,26 @@ Vec3d size_of(const Arguments& arguments) {
     return {all, all, all};
 }
 
-// A peg takes so much of the size along an axis.
-double peg_length(const Arguments& arguments) {
-    return arguments.number("--pegs") > 0 ? kPegLengths * arguments.number("--peg-radius") : 0;
+job::DecomposeJob job_of(const Arguments& arguments) {
+    return {.size = size_of(arguments),
+            .margin = arguments.number("--margin"),
+            .uniform = arguments.has("--uniform"),
+            .may_turn = arguments.has("--turn"),
+            .pegs = static_cast<std::uint32_t>(arguments.number("--pegs")),
+            .peg_radius = arguments.number("--peg-radius")};
 }
 
 // What is wrong with the command line; empty when nothing is.
 std::string usage_error(const Arguments& arguments) {
     const Vec3d size = size_of(arguments);
     const double margin = arguments.number("--margin");
+    const double peg_length = job_of(arguments).peg_length();
     for (const double x : {size.x, size.y, size.z}) {
         if (!std::isfinite(x) || x < 0) {
             return "decompose: --size takes X,Y,Z or one number, 0 for no limit";
         }
         if (x != 0 && !(x > margin)) return "decompose: --margin leaves nothing of --size";
-        if (x != 0 && !(x - margin > peg_length(arguments))) {
+        if (x != 0 && !(x - margin > peg_length)) {
             return "decompose: pegs, twice as long as --peg-radius, leave nothing of --size";
         }
     }
@@ -80,79 +72,6 @@ std::string usage_error(const Arguments& arguments) {
     return {};
 }
 
-DecomposeOptions options_of(const Arguments& arguments) {
-    const double margin = arguments.number("--margin");
-    const auto lessened = [&](double x) { return x > 0 ? x - margin : 0; };
-    const Vec3d size = size_of(arguments);
-    DecomposeOptions options;
-    options.size = {lessened(size.x), lessened(size.y), lessened(size.z)};
-    if (arguments.has("--uniform")) options.method = DivisionMethod::Uniform;
-    options.may_turn = arguments.has("--turn");
-    options.pegs.count = static_cast<std::uint32_t>(arguments.number("--pegs"));
-    options.pegs.radius = arguments.number("--peg-radius");
-    options.pegs.segments = kPegSegments;
-    return options;
-}
-
-struct DivisionOutcome {
-    DecomposeReport report;
-    double seconds = 0;
-};
-
-// Why parts do not fit, from what the operation told.
-std::string reason_of(const std::string& failures) {
-    if (failures.find("finite") != std::string::npos) {
-        return "a coordinate is not finite; take these triangles out first";
-    }
-    if (failures.find("many") != std::string::npos) {
-        return "more than 32,768 parts would be needed; is the unit of --size that of the file?";
-    }
-    return "no plane divides them; repair the model first";
-}
-
-// What the parts must be like, whatever the model.
-void check_parts(const TriMesh& model, bool was_closed, const std::vector<TriMesh>& parts,
-                 const std::vector<Piece>& pieces, const Arguments& arguments,
-                 const std::string& failures, const DecomposeReport& report,
-                 PiecesOutcome& outcome) {
-    const auto doubt = [&](const std::string& text) {
-        if (text.empty()) return;
-        outcome.warnings.push_back(text);
-        if (outcome.status == Clean) outcome.status = Flawed;
-    };
-    if (report.too_large != 0) {
-        doubt(counted(report.too_large, "part") + " too large: " + reason_of(failures));
-    }
-    double sum = 0;
-    std::size_t open = 0;
-    for (const Piece& piece : pieces) {
-        sum += piece.volume;
-        open += piece.is_closed ? 0 : 1;
-    }
-    if (was_closed && open != 0) {
-        doubt(counted(open, "part") + " open although the model is closed");
-    }
-    const double whole = signed_volume(model) + report.peg_volume;
-    if (was_closed && std::abs(sum - whole) > kSameVolume * std::abs(whole)) {
-        doubt("the volumes of the parts add up to " + human_number(sum) + ", not to the " +
-              human_number(whole) + " of the model");
-    }
-    // Of triangles that enclose nothing millions may cross anyway.
-    if (was_closed && report.cuts != 0) {
-        SeamCheck seams(model, report.planes, 2 * peg_length(arguments));
-        for (const TriMesh& part : parts) seams.look_at(part);
-        doubt(seams.crossings());
-        if (const std::string needles = seams.needles(); !needles.empty()) {
-            outcome.warnings.push_back(needles);
-        }
-    }
-    if (report.cuts_without_pegs != 0) {
-        outcome.warnings.push_back(with_separators(report.cuts_without_pegs) + " of " +
-                                   counted(report.cuts, "cut") +
-                                   " have no room for pegs; try a smaller --peg-radius");
-    }
-}
-
 void draw_parts(std::vector<TriMesh>& parts, const TriMesh& model, const Arguments& arguments,
                 PiecesOutcome& outcome) {
     if (!arguments.has("--picture")) return;
@@ -164,38 +83,30 @@ void draw_parts(std::vector<TriMesh>& parts, const TriMesh& model, const Argumen
     if (!status.ok()) outcome.fail(CannotWrite, status.text());
 }
 
-std::vector<Piece> divide(TriMesh& mesh, const Arguments& arguments, PiecesOutcome& outcome,
-                          DivisionOutcome& division) {
-    const bool was_closed = is_closed(mesh);
-    mesh.use_table.release();
-    const TriMesh model = mesh;
-    const Timer timer;
-    std::string failures;
-    RunLog log([&](std::string_view text) {
-        if (text.find("{failure}") != std::string_view::npos) failures += text;
-    });
-    RunContext run{{}, log};
-    division.report = decompose(mesh, options_of(arguments), run);
-    division.seconds = timer.seconds();
+std::vector<Piece> divide(TriMesh& mesh, const Arguments& arguments, Progress progress,
+                          PiecesOutcome& outcome, job::DecomposeDone& done) {
+    TriMesh model;
+    if (arguments.has("--picture")) model = mesh;
+    (void)job::decompose(mesh, job_of(arguments), progress, done);
     std::vector<Piece> pieces;
     double sum = 0;
-    for (TriMesh& part : mesh.parts) {
-        label_shells(part);
-        pieces.push_back(piece_of(part, part.shells.size()));
-        part.use_table.release();
-        sum += std::abs(pieces.back().volume);
+    for (const job::PieceMeasures& measures : done.pieces) {
+        pieces.emplace_back(measures);
+        sum += std::abs(measures.volume);
     }
     for (Piece& piece : pieces) {
         if (sum > 0 && std::isfinite(sum)) piece.share = std::abs(piece.volume) / sum;
     }
-    check_parts(model, was_closed, mesh.parts, pieces, arguments, failures, division.report,
-                outcome);
+    for (const std::vector<std::string>* lines : {&done.doubts, &done.warnings}) {
+        outcome.warnings.insert(outcome.warnings.end(), lines->begin(), lines->end());
+    }
+    if (!done.doubts.empty() && outcome.status == Clean) outcome.status = Flawed;
     draw_parts(mesh.parts, model, arguments, outcome);
     return pieces;
 }
 
 std::string headline(const Arguments& arguments, const PiecesOutcome& outcome,
-                     const DivisionOutcome& division) {
+                     const job::DecomposeDone& division) {
     const DecomposeReport& report = division.report;
     std::string text =
         on_one_line(arguments.text("IN")) + ": " + counted(outcome.pieces.size(), "part");
@@ -210,7 +121,7 @@ std::string headline(const Arguments& arguments, const PiecesOutcome& outcome,
 }
 
 // The planes of a preview, below its table.
-std::string planes_text(const Arguments& arguments, const DivisionOutcome& division) {
+std::string planes_text(const Arguments& arguments, const job::DecomposeDone& division) {
     if (!arguments.has("--preview") || division.report.planes.empty()) return {};
     std::vector<std::vector<std::string>> lines = {{"plane", "at"}};
     for (const DividingPlane& plane : division.report.planes) {
@@ -222,7 +133,7 @@ std::string planes_text(const Arguments& arguments, const DivisionOutcome& divis
 }
 
 Json to_json(const Arguments& arguments, const PiecesOutcome& outcome,
-             const DivisionOutcome& division) {
+             const job::DecomposeDone& division) {
     Json json = {{"file", arguments.text("IN")}};
     if (arguments.has("--output")) json["folder"] = arguments.text("--output");
     if (arguments.has("--picture")) json["picture"] = arguments.text("--picture");
@@ -262,12 +173,12 @@ int run_decompose(const Arguments& arguments, Console& console) {
         console.error(error);
         return Usage;
     }
-    DivisionOutcome division;
+    job::DecomposeDone division;
     ProgressLine line(console, arguments.text("IN"));
     const PiecesOutcome outcome =
         divide_model(arguments, line.progress(), "parts",
-                     [&](TriMesh& mesh, Progress /*progress*/, PiecesOutcome& so_far) {
-                         return divide(mesh, arguments, so_far, division);
+                     [&](TriMesh& mesh, Progress progress, PiecesOutcome& so_far) {
+                         return divide(mesh, arguments, progress, so_far, division);
                      });
     line.stop();
     return tell_pieces(

@@ -150,24 +150,6 @@ std::vector<Row> where_rows(const Findings& findings) {
     return rows;
 }
 
-std::string verdict(const Findings& findings, const std::string& more) {
-    std::string flaws;
-    for (std::size_t i = 0; i < kFlawWords.size(); ++i) {
-        const std::uint64_t count = findings.flaws[i].count;
-        // Edges of opposite windings are the rims of the inverted faces.
-        const bool is_covered =
-            static_cast<Flaw>(i) == Flaw::TurnedEdges && findings[Flaw::InvertedFaces].count != 0;
-        if (count == 0 || is_covered) continue;
-        const auto& [key, one, several] = kFlawWords[i];
-        if (!flaws.empty()) flaws += ", ";
-        flaws += counted(count, one, several);
-    }
-    if (!more.empty()) return "flaws: " + flaws + (flaws.empty() ? "" : ", ") + more;
-    if (flaws.empty()) return "clean";
-    if (findings.has_degenerate_faces_only()) return "prints, but has " + flaws;
-    return "flaws: " + flaws;
-}
-
 std::string size_text(const Box3f& box) {
     if (box.is_empty()) return "none";
     const auto [x, y, z] = extent(box);

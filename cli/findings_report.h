@@ -29,9 +29,6 @@ std::vector<Row> finding_rows(const Findings& findings, bool is_brief = false);
 /// Where the flaws are, a row each.
 std::vector<Row> where_rows(const Findings& findings);
 
-/// "clean", or the flaws with their numbers; `more` is a flaw beside them, if not empty.
-std::string verdict(const Findings& findings, const std::string& more = {});
-
 /// Extent along the axes, in double: that of finite floats need not be a finite float.
 std::string size_text(const Box3f& box);
 

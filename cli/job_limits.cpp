@@ -1,13 +1,9 @@
 #include "cli/job_limits.h"
 
 #include <chrono>
-#include <fstream>
 #include <utility>
 
-#if !defined(_WIN32)
-#include <sys/resource.h>
-#include <unistd.h>
-#endif
+#include "cli/platform.h"
 
 namespace povmesh::cli {
 namespace {
@@ -16,24 +12,6 @@ using Clock = std::chrono::steady_clock;
 
 // New pages come at a few GB/s, so that a limit is passed by some 40 MB at most.
 constexpr std::chrono::milliseconds kGlance{10};
-
-// Bytes of memory that this process holds; where the system only knows the most it ever held, that.
-double held_bytes() {
-#if defined(__linux__)
-    // What a program held before it became this one counts in its peak, so that is of no use here.
-    std::ifstream file("/proc/self/statm");
-    double all = 0;
-    double resident = 0;
-    file >> all >> resident;
-    return resident * static_cast<double>(sysconf(_SC_PAGESIZE));
-#elif !defined(_WIN32)
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_maxrss);
-#else
-    return 0;
-#endif
-}
 
 }  // namespace
 

@@ -5,11 +5,13 @@
 #include <stdexcept>
 #include <string>
 
+#include "base/convert.h"
 #include "base/job_state.h"
 #include "cli/command_line.h"
 #include "cli/commands.h"
 #include "cli/interrupt.h"
 #include "cli/model.h"
+#include "cli/platform.h"
 #include "cli/recipe.h"
 
 namespace povmesh::cli {
@@ -42,11 +44,23 @@ int run(int argument_count, char** arguments, Console& console) {
         if (line.arguments.has("--threads")) {
             settings.threads = static_cast<unsigned>(line.arguments.number("--threads"));
         }
+        // A recipe has its own limits: they count for all steps, and for what is kept between them.
+        if (line.arguments.has("--memory") && line.operation->name != "run") {
+            settings.memory_limit = saturate_to<std::uint64_t>(line.arguments.bytes("--memory"));
+        }
         JobState job(settings);
         const JobScope scope(&job);
         watch_for_interrupts();
-        status = line.arguments.has("--as-recipe") ? print_step(line, console)
-                                                   : line.operation->run(line.arguments, console);
+        try {
+            status = line.arguments.has("--as-recipe")
+                         ? print_step(line, console)
+                         : line.operation->run(line.arguments, console);
+        } catch (const std::bad_alloc&) {
+            // The operations tell of it with the file they were at; this is the net below.
+            console.error(no_memory_text());
+            status = CannotRead;
+        }
+        if (status != Clean && job.has_met_limit()) status = OverLimit;
     } else {
         console.print(line.text);
     }
@@ -58,8 +72,8 @@ int run(int argument_count, char** arguments, Console& console) {
 }  // namespace povmesh::cli
 
 int main(int argument_count, char** arguments) {
+    povmesh::cli::prepare_process(argument_count, arguments);
     povmesh::cli::Console console;
-    // The operations tell of a lack of memory with the file they were at; this is the net below.
     try {
         return povmesh::cli::run(argument_count, arguments, console);
     } catch (const povmesh::Cancelled&) {

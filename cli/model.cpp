@@ -1,16 +1,17 @@
 #include "cli/model.h"
 
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <new>
 #include <stdexcept>
 #include <system_error>
 
+#include "base/job_state.h"
 #include "cli/kept_models.h"
 #include "cli/shared_options.h"
 #include "io/file.h"
 #include "io/stream.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {
@@ -114,9 +115,8 @@ std::string save_model(LoadedModel& model, const std::string& path) {
 
 OutputFile::OutputFile(const std::string& target) : path_(target) {
     if (!is_pipe(target)) return;
-    std::error_code error;
-    folder_ = std::filesystem::temp_directory_path(error).string() + "/povmesh-XXXXXX";
-    if (mkdtemp(folder_.data()) == nullptr) folder_ = "temporary folder";  // writing says why
+    folder_ = make_temporary_folder();
+    if (folder_.empty()) folder_ = "temporary folder";  // writing says why
     path_ = folder_ + "/output" + std::string(extension_of(kind_of(target)));
 }
 
@@ -142,11 +142,20 @@ std::string OutputFile::deliver() {
     return status.text();
 }
 
+std::string no_memory_text() {
+    if (const JobState* const job = current_job(); job != nullptr && job->has_met_limit()) {
+        return "needs more memory than the " +
+               human_number(static_cast<double>(job->settings().memory_limit)) +
+               " bytes of --memory; allow more or use a smaller model";
+    }
+    return "not enough memory for this model; close other programs or reduce it";
+}
+
 std::string failure_text(const std::string& path) {
     try {
         throw;
     } catch (const std::bad_alloc&) {
-        return path + ": not enough memory for this model; close other programs or reduce it";
+        return path + ": " + no_memory_text();
     } catch (const std::length_error&) {
         return path + ": too many triangles for one mesh; split the model";
     } catch (const std::exception& error) {

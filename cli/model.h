@@ -68,6 +68,9 @@ private:
     std::string folder_;  // temporary; empty when the target is a file
 };
 
+/// Why there is no memory, and what to do: the limit of --memory, or what the system has.
+std::string no_memory_text();
+
 /// One line, with the file, for whatever is being thrown; to be called while handling an exception.
 std::string failure_text(const std::string& path);
 

@@ -36,7 +36,7 @@ std::string join(std::span<const std::string_view> words, std::string_view betwe
 }  // namespace
 
 std::span<const OptionSpec> common_options() {
-    static const std::array<OptionSpec, 4> options = {
+    static const std::array<OptionSpec, 5> options = {
         OptionSpec{.name = "--quiet",
                    .short_name = "-q",
                    .help = "Print results and errors only: no warnings, no progress"},
@@ -53,6 +53,11 @@ std::span<const OptionSpec> common_options() {
                    .high = 1024,
                    .help = "How many threads work, by default OMP_NUM_THREADS or one for each "
                            "processor; results are the same for any number"},
+        OptionSpec{.name = "--memory",
+                   .type = ValueType::Bytes,
+                   .placeholder = "SIZE",
+                   .help = "Give up, and write nothing, when it takes more memory, such as 500M "
+                           "or 2G; 0 is all there is"},
         OptionSpec{.name = "--as-recipe",
                    .help = "Do nothing; print the command as a step of a recipe (see 'povmesh "
                            "run')"}};
@@ -122,6 +127,9 @@ std::string value_error(const OptionSpec& option, const std::string& value) {
             return "'" + value + "' is not a number" +
                    (has_range(option) ? " of " + range(option) : std::string());
         }
+    }
+    if (option.type == ValueType::Bytes && !(parse_bytes(value) >= 0)) {
+        return "'" + value + "' is not a number of bytes, such as 500M or 2G";
     }
     return {};
 }

@@ -36,6 +36,7 @@ enum class ValueType {
     Choice,     // one of `choices`
     PixelSize,  // WIDTHxHEIGHT, each from `low` to `high`
     Number,     // decimal, from `low` to `high`
+    Bytes,      // of memory, 0 or more: 500M
     Vector,     // X,Y,Z: three decimals
     Circle,     // X,Y,Z,R: a place and a radius above 0
 };
@@ -104,6 +105,7 @@ public:
     }
     const std::string& text(std::string_view name) const { return all(name).front(); }
     double number(std::string_view name) const { return parse_number(text(name)); }
+    double bytes(std::string_view name) const { return parse_bytes(text(name)); }
     Vec3d vector(std::string_view name) const { return parse_vector(text(name)); }
 
 private:

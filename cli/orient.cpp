@@ -2,13 +2,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "base/timer.h"
 #include "cli/change.h"
 #include "cli/commands.h"
 #include "cli/measures.h"
@@ -17,30 +15,17 @@
 #include "cli/pieces.h"
 #include "cli/shared_options.h"
 #include "job/numbers.h"
+#include "job/orient.h"
 #include "job/picture/picture.h"
 #include "mesh/bounds.h"
 #include "mesh/volume.h"
-#include "orient/orientation.h"
 #include "orient/pose.h"
-#include "spatial/self_intersection.h"
 
 namespace povmesh::cli {
 namespace {
 
 constexpr std::size_t kListed = 5;  // rows when nothing else is asked for
 constexpr double kMostRows = 64;
-
-// A gain of cost below this is not worth turning a model for.
-constexpr double kNotableGain = 0.01;
-
-// Pairs that are compared before and after; where there are more, their number is.
-constexpr std::size_t kListedPairs = 100000;
-
-// What is written is measured again, on other columns: a share by which height and area, and an
-// amount and a share by which the cost may differ. (Open models have no volume to compare.)
-constexpr double kSameLength = 1e-4;
-constexpr double kSameCost = 0.03;
-constexpr double kSameCostShare = 0.2;
 
 // Pixels of each of the two poses.
 constexpr std::uint32_t kPictureWidth = 1202;
@@ -50,14 +35,17 @@ constexpr picture::Colour kLeaning{238, 164, 140};
 constexpr picture::Colour kResting{40, 150, 60};
 
 struct OrientOutcome : Outcome {
-    OrientationReport report;
+    job::OrientDone done;
     std::size_t written_triangles = 0;
-    double seconds = 0;
 };
 
 // Which row is chosen, from 1 on.
 std::size_t chosen(const Arguments& arguments) {
     return arguments.has("--choose") ? static_cast<std::size_t>(arguments.number("--choose")) : 1;
+}
+
+const Orientation& row_of(const Arguments& arguments, const OrientOutcome& outcome) {
+    return outcome.done.report.best[chosen(arguments) - 1];
 }
 
 bool uses_row(const Arguments& arguments) {
@@ -103,8 +91,9 @@ std::string orientation_table(const Arguments& arguments, const OrientationRepor
 
 std::string table(const Arguments& arguments, const OrientOutcome& outcome) {
     std::string head = on_one_line(arguments.text("IN"));
-    std::vector<Row> rows = {{"measured", counted(outcome.report.directions_measured, "direction")},
-                             {"time", seconds_text(outcome.seconds)}};
+    std::vector<Row> rows = {
+        {"measured", counted(outcome.done.report.directions_measured, "direction")},
+        {"time", seconds_text(outcome.done.seconds)}};
     const std::string row = "row " + std::to_string(chosen(arguments));
     if (arguments.has("--preview")) {
         rows.emplace_back("picture", on_one_line(arguments.text("--preview")) +
@@ -117,7 +106,8 @@ std::string table(const Arguments& arguments, const OrientOutcome& outcome) {
                                           counted(outcome.written_triangles, "triangle") +
                                           " as written, and measured again");
     }
-    return head + "\n" + orientation_table(arguments, outcome.report) + "\n" + table_text(rows);
+    return head + "\n" + orientation_table(arguments, outcome.done.report) + "\n" +
+           table_text(rows);
 }
 
 Json to_json(const Orientation& row) {
@@ -140,7 +130,7 @@ Json to_json(const Arguments& arguments, const OrientOutcome& outcome) {
         json["error"] = outcome.failure;
         return json;
     }
-    const OrientationReport& report = outcome.report;
+    const OrientationReport& report = outcome.done.report;
     json["as_is"] = to_json(report.as_is);
     json["orientations"] = Json::array();
     for (std::size_t i = 0; i < listed(arguments, report); ++i) {
@@ -149,47 +139,22 @@ Json to_json(const Arguments& arguments, const OrientOutcome& outcome) {
     if (arguments.has("--up")) json["asked"] = to_json(report.asked);
     if (uses_row(arguments)) json["chosen"] = chosen(arguments);
     json["directions"] = report.directions_measured;
-    json["seconds"] = outcome.seconds;
+    json["seconds"] = outcome.done.seconds;
     json["warnings"] = warnings_json(outcome);
     return json;
 }
 
 // Fills the report; fails the outcome when there is nothing to choose from.
 void search(TriMesh& mesh, const Arguments& arguments, Progress progress, OrientOutcome& outcome) {
-    const Timer timer;
-    RunLog log;
-    // The values of the search go from 20 to 80.
-    ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(45 + percent * 3 / 8); };
-    RunContext run{Progress(nullptr, &scaled), log};
-    OrientOptions options;
-    options.measures_all_rows = true;
-    if (arguments.has("--up")) options.up = arguments.vector("--up");
-    outcome.report = find_orientations(mesh, run, options);
-    outcome.seconds = timer.seconds();
-    const OrientationReport& report = outcome.report;
-    const std::string& source = arguments.text("IN");
-    if (report.best.empty()) {
-        return outcome.fail(Flawed, source +
-                                        ": no triangle has an area and finite coordinates, so that "
-                                        "all directions are the same; nothing is written");
-    }
-    if (uses_row(arguments) && chosen(arguments) > report.best.size()) {
-        return outcome.fail(Usage, source + ": only " + counted(report.best.size(), "direction") +
-                                       " found; --choose takes 1 to " +
-                                       std::to_string(report.best.size()));
-    }
-    if (!is_closed(mesh)) {
-        outcome.warnings.emplace_back(
-            "the model is open: what looks down with nothing below it is taken to need support; "
-            "repair it for a better answer");
-    }
-    if (report.as_is.cost - report.best.front().cost < kNotableGain) {
-        outcome.warnings.emplace_back("it is best as it is: turning it gains next to nothing");
-    }
-    if (uses_row(arguments) && !(report.best[chosen(arguments) - 1].tilt > 0)) {
-        outcome.warnings.emplace_back("row " + std::to_string(chosen(arguments)) +
-                                      " falls over by itself; hold it with supports");
-    }
+    job::OrientJob job;
+    if (arguments.has("--up")) job.up = arguments.vector("--up");
+    if (uses_row(arguments)) job.choose = chosen(arguments);
+    const Status status = job::orient(mesh, job, progress, outcome.done);
+    const std::vector<std::string>& warnings = outcome.done.warnings;
+    outcome.warnings.insert(outcome.warnings.end(), warnings.begin(), warnings.end());
+    if (status.ok()) return;
+    const bool is_usage = status.code() == StatusCode::BadOption;
+    outcome.fail(is_usage ? Usage : Flawed, arguments.text("IN") + ": " + status.text());
 }
 
 // A pose on the plate, in colours.
@@ -224,58 +189,9 @@ Array<char> draw(const TriMesh& mesh, const Orientation& row) {
 
 void draw_preview(const TriMesh& mesh, const Arguments& arguments, OrientOutcome& outcome) {
     if (!arguments.has("--preview") || !outcome.failure.empty()) return;
-    const Array<char> png = draw(mesh, outcome.report.best[chosen(arguments) - 1]);
+    const Array<char> png = draw(mesh, row_of(arguments, outcome));
     const Status status = write_file(arguments.text("--preview"), png);
     if (!status.ok()) outcome.fail(CannotWrite, status.text());
-}
-
-// Rounding moves every corner by a little: what touched may cross, what was tiny may be gone.
-void compare(const TriMesh& before, const TriMesh& after, OrientOutcome& outcome) {
-    const std::size_t gone = live_face_count(before) - live_face_count(after);
-    if (gone != 0) {
-        outcome.lost.push_back(counted(gone, "triangle") +
-                               " dropped: too small for the coordinates of 32-bit floats");
-    }
-    const SelfIntersections were = find_self_intersections(before, kListedPairs);
-    const SelfIntersections are = find_self_intersections(after, kListedPairs);
-    std::size_t fresh = are.count > were.count ? are.count - were.count : 0;
-    if (gone == 0 && were.count == were.pairs.size() && are.count == are.pairs.size()) {
-        std::vector<FacePair> added;
-        std::set_difference(are.pairs.begin(), are.pairs.end(), were.pairs.begin(),
-                            were.pairs.end(), std::back_inserter(added),
-                            [](const FacePair& a, const FacePair& b) {
-                                return std::pair(a.first, a.second) < std::pair(b.first, b.second);
-                            });
-        fresh = added.size();
-    }
-    if (fresh == 0) return;
-    outcome.lost.push_back(counted(fresh, "pair") +
-                           " of faces cross that the model did not have: they lay so near to each "
-                           "other that rounding to 32-bit floats brought them together");
-}
-
-// A share of the greater one.
-bool is_near(double a, double b, double share) {
-    return std::abs(a - b) <= share * std::max(std::abs(a), std::abs(b));
-}
-
-void inspect(const TriMesh& written, double area_before, const Orientation& row,
-             OrientOutcome& outcome) {
-    const Orientation again = measure_orientation(written, {0, 0, 1});
-    const Box3f box = finite_bounds(written);
-    const auto doubt = [&](const std::string& text) {
-        outcome.status = Flawed;
-        outcome.lost.push_back(text + "; do not print it, and tell the developers");
-    };
-    if (box.low.z != 0 || !is_near(again.height, row.height, kSameLength)) {
-        doubt("the model written stands from z " + human_number(double{box.low.z}) + " and is " +
-              human_number(again.height) + " high instead of " + human_number(row.height));
-    } else if (!is_near(surface_area(written), area_before, kSameLength) ||
-               std::abs(again.cost - row.cost) > kSameCost + kSameCostShare * row.cost) {
-        doubt("the model written is not the one chosen: it needs " +
-              human_number(again.support_volume) + " of support instead of " +
-              human_number(row.support_volume));
-    }
 }
 
 void orient(const Arguments& arguments, Progress progress, OrientOutcome& outcome) {
@@ -299,15 +215,16 @@ void orient(const Arguments& arguments, Progress progress, OrientOutcome& outcom
         draw_preview(model.mesh, arguments, outcome);
         failed = outcome;
         if (!failed.failure.empty()) return failed.failure;
-        const TriMesh before = model.mesh;
-        turn_up(model.mesh, outcome.report.best[chosen(arguments) - 1].up);
-        compare(before, model.mesh, outcome);
+        area = surface_area(model.mesh);
+        const Remarks remarks = job::stand_up(model.mesh, row_of(arguments, outcome));
+        outcome.lost.insert(outcome.lost.end(), remarks.warnings.begin(), remarks.warnings.end());
         outcome.written_triangles = live_face_count(model.mesh);
-        area = surface_area(before);
         return {};
     };
     const auto look = [&](LoadedModel& back) {
-        inspect(back.mesh, area, outcome.report.best[chosen(arguments) - 1], outcome);
+        const Remarks remarks = job::check_pose(back.mesh, area, row_of(arguments, outcome));
+        outcome.lost.insert(outcome.lost.end(), remarks.doubts.begin(), remarks.doubts.end());
+        if (!remarks.doubts.empty()) outcome.status = Flawed;
     };
     rewrite_model(arguments, progress, {change, look}, outcome);
     if (!failed.failure.empty()) outcome.fail(failed.status, failed.failure);

@@ -376,6 +376,8 @@ Json value_schema(const OptionSpec& option) {
             }
             return schema;
         }
+        case ValueType::Bytes:
+            return {{"type", "string"}};
         case ValueType::Choice: {
             Json values = Json::array();
             for (const std::string_view choice : option.choices) {

@@ -1,26 +1,18 @@
 // povmesh remesh: makes the triangles of a model even.
-#include "remesh/remesh.h"
+#include "job/remesh.h"
 #include "cli/commands.h"
 #include "cli/shared_options.h"
 
 #include <cmath>
 #include <string>
 
-#include "base/convert.h"
-#include "base/timer.h"
 #include "cli/change.h"
 #include "cli/distance.h"
 #include "cli/triangle_quality.h"
-#include "job/new_faults.h"
 #include "job/numbers.h"
-#include "mesh/edge_mates.h"
-#include "remesh/agreeing_windings.h"
 
 namespace povmesh::cli {
 namespace {
-
-// A change of volume beyond this share is told: details smaller than the edge are lost.
-constexpr double kNotableVolume = 0.01;
 
 std::string near_text(const RemeshReport& done) {
     const auto percent = [](double share) {
@@ -30,24 +22,11 @@ std::string near_text(const RemeshReport& done) {
            percent(done.even_share_of_local) + " of what was aimed at there";
 }
 
-ChangeReport change(TriMesh& mesh, double edge_length) {
-    TriMesh source = mesh;
-    const TriangleQuality before = triangle_quality(mesh);
-    ChangeReport report;
-    RunLog log;
-    RunContext run{{}, log};
-    const Timer timer;
-    const RemeshReport done = remesh(mesh, {.edge_length = edge_length}, run);
-    report.seconds = timer.seconds();
-    if (!done.is_done && done.kept_faces == 0) {
-        report.failure = "a coordinate is not finite; take these triangles out first";
-        return report;
-    }
-    const TriangleQuality after = triangle_quality(mesh);
-    report.before = quality_rows(before);
-    report.after = quality_rows(after);
-    report.json_before = quality_json(before);
-    report.json_after = quality_json(after);
+Json place_json(Vec3d p) {
+    return {p.x, p.y, p.z};
+}
+
+void tell(const RemeshReport& done, double edge_length, ChangeReport& report) {
     report.rows = {{"edge asked for", human_number(edge_length)}};
     report.json["edge"] = edge_length;
     if (done.raised > 1) {
@@ -68,31 +47,28 @@ ChangeReport change(TriMesh& mesh, double edge_length) {
     }
     if (done.turned_faces != 0) {
         report.json["turned"] = {{"triangles", done.turned_faces},
-                                 {"at", {done.turned_at.x, done.turned_at.y, done.turned_at.z}}};
-        report.warnings.push_back(
-            counted(done.turned_faces, "triangle") +
-            " wound against their neighbours turned over, one " +
-            place_text({narrow_to_float(done.turned_at.x), narrow_to_float(done.turned_at.y),
-                        narrow_to_float(done.turned_at.z)}));
+                                 {"at", place_json(done.turned_at)}};
     }
     if (done.kept_faces != 0) {
-        const std::string at =
-            place_text({narrow_to_float(done.kept_at.x), narrow_to_float(done.kept_at.y),
-                        narrow_to_float(done.kept_at.z)});
-        report.json["kept"] = {{"triangles", done.kept_faces},
-                               {"at", {done.kept_at.x, done.kept_at.y, done.kept_at.z}}};
-        if (done.is_done) {
-            report.warnings.push_back(counted(done.kept_faces, "triangle") +
-                                      " left as they were, where new ones would cross, one " + at);
-        } else {
-            report.doubts.push_back("nothing was changed, because new triangles would cross " + at +
-                                    "; try a shorter --edge");
-        }
+        report.json["kept"] = {{"triangles", done.kept_faces}, {"at", place_json(done.kept_at)}};
     }
-    // The volume of faces that disagree tells nothing.
-    if (done.turned_faces != 0) make_windings_agree(source, EdgeMates(source));
-    add_faults(source, mesh, kNotableVolume, report);
-    add_distance(source, mesh, report);
+}
+
+ChangeReport change(TriMesh& mesh, double edge_length, Progress progress) {
+    const TriangleQuality before = triangle_quality(mesh);
+    ChangeReport report;
+    job::RemeshDone done;
+    report.failure = job::remesh(mesh, {edge_length, {}}, progress, done).text();
+    report.seconds = done.seconds;
+    if (!report.failure.empty()) return report;
+    static_cast<Remarks&>(report) = done;
+    const TriangleQuality after = triangle_quality(mesh);
+    report.before = quality_rows(before);
+    report.after = quality_rows(after);
+    report.json_before = quality_json(before);
+    report.json_after = quality_json(after);
+    tell(done.report, edge_length, report);
+    add_distance(done.source, mesh, report);
     return report;
 }
 
@@ -102,8 +78,8 @@ int run_remesh(const Arguments& arguments, Console& console) {
         console.error("remesh: --edge must be above 0; see 'povmesh remesh --help'");
         return Usage;
     }
-    return run_change(arguments, console, [&](TriMesh& mesh, Progress /*progress*/) {
-        return change(mesh, edge_length);
+    return run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
+        return change(mesh, edge_length, progress);
     });
 }
 

@@ -330,7 +330,7 @@ int run_recipe(const Arguments& arguments, Console& console) {
     if (!is_model_name(arguments.text("--output"), console)) return Usage;
     LimitValues limits;
     if (arguments.has("--time")) limits.seconds = arguments.number("--time");
-    if (arguments.has("--memory")) limits.bytes = arguments.number("--memory");
+    if (arguments.has("--memory")) limits.bytes = arguments.bytes("--memory");
     return RecipeRun(recipe, arguments, console).run(limits);
 }
 
@@ -363,13 +363,6 @@ OperationSpec run_operation() {
                      .low = 0,
                      .high = kNoLimit,
                      .help = "Give up, and write nothing, when it takes longer; 0 is for ever"},
-                    {.name = "--memory",
-                     .type = ValueType::Number,
-                     .placeholder = "BYTES",
-                     .unit = "bytes",
-                     .low = 0,
-                     .high = kNoLimit,
-                     .help = "Give up, and write nothing, when it takes more; 0 is all there is"},
                     {.name = "--json",
                      .help = "Print one JSON object with the report of each step"}},
         .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite, OverLimit},

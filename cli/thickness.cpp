@@ -1,5 +1,5 @@
 // povmesh thickness: where walls are too thin to print, and gaps too narrow.
-#include "field/thickness.h"
+#include "job/thickness.h"
 
 #include <cmath>
 #include <nlohmann/json.hpp>
@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "base/convert.h"
-#include "base/timer.h"
 #include "cli/commands.h"
 #include "cli/measures.h"
 #include "cli/model.h"
@@ -33,9 +32,7 @@ struct ThicknessOutcome {
     std::string failure;  // why there is no result, as one line with the file
     std::size_t triangles = 0;
     std::vector<std::string> warnings;  // without the file
-    ThicknessReport report;
-    TriMesh painted;  // when it is written
-    double seconds = 0;
+    job::ThicknessDone done;
 
     void fail(ExitStatus with, const std::string& text) {
         status = with;
@@ -61,12 +58,12 @@ picture::Image picture_of(const TriMesh& painted, std::uint32_t width) {
 }
 
 // The walls, and beside them the gaps if they were looked for.
-picture::Image preview_of(const TriMesh& mesh, const ThicknessOutcome& outcome) {
-    const picture::Image walls = picture_of(outcome.painted, kPictureWidth);
+picture::Image preview_of(const TriMesh& model, const job::ThicknessDone& done) {
+    const picture::Image walls = picture_of(done.painted, kPictureWidth);
     const auto colour_of = [](double share) { return wall_colour(share); };
     picture::Image image = with_legend(walls, {"THIN", "THICK", colour_of});
-    if (outcome.report.gaps.asked == 0) return image;
-    const TriMesh grey = thickness_map(mesh, outcome.report.gaps, gap_colour);
+    if (done.report.gaps.asked == 0) return image;
+    const TriMesh grey = thickness_map(done.measured(model), done.report.gaps, gap_colour);
     const auto grey_of = [](double share) { return gap_colour(share); };
     return beside(image, with_legend(picture_of(grey, kPictureWidth), {"NARROW", "WIDE", grey_of}));
 }
@@ -86,30 +83,22 @@ void measure_file(const Arguments& arguments, Progress progress, ThicknessOutcom
     outcome.triangles = model.triangles;
     outcome.warnings = load_warnings(model);
     try {
-        const Findings findings =
-            examine(model.mesh, progress, SelfIntersectionSearch::UpToQuickFaces);
-        const Timer timer;
-        ThinMeasurement measured = measure_thin(model.mesh, findings, options_of(arguments));
-        outcome.seconds = timer.seconds();
-        outcome.report = std::move(measured.report);
-        const TriMesh& mesh = measured.measured(model.mesh);
-        outcome.warnings.insert(outcome.warnings.end(), measured.warnings.begin(),
-                                measured.warnings.end());
-        if (outcome.report.walls.values.empty()) {
-            return outcome.fail(Flawed, path +
-                                            ": no triangle has an area; there is nothing to "
-                                            "measure");
-        }
-        if (outcome.report.is_thin()) outcome.status = Flawed;
-        if (!arguments.has("--output") && !arguments.has("--preview")) return;
-        outcome.painted = thickness_map(mesh, outcome.report.walls, wall_colour);
+        const bool is_written = arguments.has("--output") || arguments.has("--preview");
+        const Status status =
+            job::thickness(model.mesh, {.options = options_of(arguments), .paints = is_written},
+                           progress, outcome.done);
+        const std::vector<std::string>& warnings = outcome.done.warnings;
+        outcome.warnings.insert(outcome.warnings.end(), warnings.begin(), warnings.end());
+        if (!status.ok()) return outcome.fail(Flawed, path + ": " + status.text());
+        if (outcome.done.report.is_thin()) outcome.status = Flawed;
+        if (!is_written) return;
         std::string write_failure;
         if (arguments.has("--output")) {
-            write_failure = write_map(outcome.painted, arguments.text("--output"));
+            write_failure = write_map(outcome.done.painted, arguments.text("--output"));
         }
         if (write_failure.empty() && arguments.has("--preview")) {
             write_failure = write_file(arguments.text("--preview"),
-                                       picture::encode_png(preview_of(mesh, outcome)))
+                                       picture::encode_png(preview_of(model.mesh, outcome.done)))
                                 .text();
         }
         if (!write_failure.empty()) outcome.fail(CannotWrite, write_failure);
@@ -162,7 +151,7 @@ std::string verdict_of(const ThicknessReport& report) {
 
 std::string table(const Arguments& arguments, const ThicknessOutcome& outcome) {
     const auto listed = saturate_to<std::size_t>(arguments.number("--list"));
-    const ThicknessReport& report = outcome.report;
+    const ThicknessReport& report = outcome.done.report;
     std::vector<Row> rows = {{"triangles", with_separators(outcome.triangles)},
                              {"measured at", counted(report.walls.pieces.size(), "place")}};
     add_rows(report.walls, "walls", thin_text(report.walls), listed, rows);
@@ -170,7 +159,7 @@ std::string table(const Arguments& arguments, const ThicknessOutcome& outcome) {
         add_rows(report.gaps, "gaps", narrow_text(report.gaps), listed, rows);
     }
     rows.emplace_back("verdict", verdict_of(report));
-    rows.emplace_back("time", seconds_text(outcome.seconds));
+    rows.emplace_back("time", seconds_text(outcome.done.seconds));
     return on_one_line(arguments.text("IN")) + "\n" + table_text(rows);
 }
 
@@ -182,11 +171,11 @@ Json to_json(const Arguments& arguments, const ThicknessOutcome& outcome) {
         return json;
     }
     const auto listed = saturate_to<std::size_t>(arguments.number("--list"));
-    const ThicknessReport& report = outcome.report;
+    const ThicknessReport& report = outcome.done.report;
     json["wall"] = thin_json(report.walls, listed);
     json["gap"] = report.gaps.asked != 0 ? thin_json(report.gaps, listed) : Json();
     json["samples"] = report.walls.pieces.size();
-    json["seconds"] = outcome.seconds;
+    json["seconds"] = outcome.done.seconds;
     json["warnings"] = outcome.warnings;
     return json;
 }

@@ -5,70 +5,13 @@
 #include <nlohmann/json.hpp>
 
 #include "base/convert.h"
-#include "field/wrap.h"
 #include "job/numbers.h"
-#include "spatial/triangle_intersection.h"
 
 namespace povmesh::cli {
 namespace {
 
-// A flawed model is wrapped within this part of the wall, and in about so many cells at most, which
-// take seconds.
-constexpr double kWrapsOfWall = 10;
-constexpr double kMostWrapCells = 5e5;
-
-// Pairs of faces that cross, by faces, up to which a model is measured as it is.
-constexpr double kFewCrossings = 0.01;
-
-double shortest(double number) {
-    return shortest_double(narrow_to_float(number));
-}
-
 Json number_json(double number) {
-    return std::isfinite(number) ? Json(shortest(number)) : Json();
-}
-
-bool has_telling_flaws(const Findings& findings) {
-    return findings.has_flaws() && !findings.has_degenerate_faces_only();
-}
-
-// Where a few faces cross, the model tells more than what is made of it: balls meet more than there
-// is, never less.
-bool crosses_a_little_only(const TriMesh& mesh, const Findings& findings) {
-    std::uint64_t others = 0;
-    for (std::size_t i = 0; i < findings.flaws.size(); ++i) {
-        const Flaw flaw = static_cast<Flaw>(i);
-        const bool is_harmless = flaw == Flaw::SelfIntersections || flaw == Flaw::DegenerateFaces;
-        if (!is_harmless) others += findings.flaws[i].count;
-    }
-    return others == 0 && findings.has_self_intersection_count &&
-           static_cast<double>(findings[Flaw::SelfIntersections].count) <
-               kFewCrossings * static_cast<double>(mesh.faces.size());
-}
-
-double area_of(const TriMesh& mesh) {
-    double area = 0;
-    for (const Face& face : mesh.faces) {
-        const Triangle t = triangle_of(mesh, face);
-        if (is_finite(t)) area += length(cross(t[1] - t[0], t[2] - t[0])) / 2;
-    }
-    return area;
-}
-
-// Null when cells that do not take too long would be too large to tell walls of that thickness. The
-// cell is that of the wrap.
-std::unique_ptr<TriMesh> wrapped(const TriMesh& mesh, double wall, double& cell) {
-    const double affordable = std::sqrt(area_of(mesh) / kMostWrapCells);
-    WrapOptions options;
-    options.tolerance = std::max(wall / kWrapsOfWall, 2 * affordable);
-    if (!(options.tolerance <= wall / 2)) return nullptr;
-    auto result = std::make_unique<TriMesh>(mesh);
-    RunLog log;
-    RunContext run{{}, log};
-    WrapReport report;
-    if (!wrap(*result, options, run, report).ok()) return nullptr;
-    cell = report.cell;
-    return result;
+    return std::isfinite(number) ? Json(shortest_of(number)) : Json();
 }
 
 std::string places_text(const ThinPlaces& found, const char* comparison) {
@@ -76,40 +19,6 @@ std::string places_text(const ThinPlaces& found, const char* comparison) {
 }
 
 }  // namespace
-
-ThinMeasurement measure_thin(const TriMesh& mesh, const Findings& findings,
-                             ThicknessOptions options) {
-    ThinMeasurement measured;
-    if (has_telling_flaws(findings)) {
-        const bool is_nearly_sound = crosses_a_little_only(mesh, findings);
-        if (!is_nearly_sound) measured.wrapped = wrapped(mesh, options.wall, options.grain);
-        const std::string flawed = "the model has flaws (" + verdict(findings) + ")";
-        measured.warnings.push_back(
-            measured.wrapped
-                ? flawed + "; what is measured is the solid that 'povmesh wrap' makes of it"
-                : flawed +
-                      ", and is measured as it is: what is near them may be told wrong; "
-                      "repair it first");
-    }
-    measured.report = measure_thickness(measured.measured(mesh), options);
-    const ThicknessReport& report = measured.report;
-    if (report.left_out != 0) {
-        measured.warnings.push_back(counted(report.left_out, "triangle") +
-                                    " not measured: without area, or without a finite place");
-    }
-    for (const ThinPlaces* found : {&report.walls, &report.gaps}) {
-        if (!found->is_coarse) continue;
-        measured.warnings.push_back(
-            "measured every " + human_number(shortest(found->pieces.limit())) + " only, at " +
-            counted(found->pieces.size(), "place") +
-            (found == &report.walls
-                 ? "; smaller thin places may be missed; measure a part of the model, or a "
-                   "thicker wall"
-                 : "; smaller narrow places may be missed; measure a part of the model, or a "
-                   "wider gap"));
-    }
-    return measured;
-}
 
 std::string thin_text(const ThinPlaces& walls) {
     return places_text(walls, "thinner than");
@@ -119,16 +28,11 @@ std::string narrow_text(const ThinPlaces& gaps) {
     return places_text(gaps, "narrower than");
 }
 
-Vec3f told_point(const ThinPlace& place) {
-    return {narrow_to_float(place.point.x), narrow_to_float(place.point.y),
-            narrow_to_float(place.point.z)};
-}
-
 std::string thinnest_text(const ThinPlaces& found) {
     const auto thinnest = std::min_element(
         found.places.begin(), found.places.end(),
         [](const ThinPlace& a, const ThinPlace& b) { return a.smallest < b.smallest; });
-    return human_number(shortest(thinnest->smallest)) + " " + place_text(told_point(*thinnest));
+    return human_number(shortest_of(thinnest->smallest)) + " " + place_text(told_point(*thinnest));
 }
 
 Json thin_json(const ThinPlaces& found, std::size_t listed) {
@@ -137,10 +41,11 @@ Json thin_json(const ThinPlaces& found, std::size_t listed) {
         const ThinPlace& place = found.places[i];
         const Vec3d size = place.box.extent();
         places.push_back(
-            {{"point", {shortest(place.point.x), shortest(place.point.y), shortest(place.point.z)}},
+            {{"point",
+              {shortest_of(place.point.x), shortest_of(place.point.y), shortest_of(place.point.z)}},
              {"area", place.area},
              {"smallest", number_json(place.smallest)},
-             {"size", {shortest(size.x), shortest(size.y), shortest(size.z)}}});
+             {"size", {shortest_of(size.x), shortest_of(size.y), shortest_of(size.z)}}});
     }
     return {{"asked", found.asked}, {"smallest", number_json(found.smallest)},
             {"area", found.area},   {"share", found.share},

@@ -35,6 +35,22 @@ double parse_number(std::string_view text) {
     return is_number ? number : std::numeric_limits<double>::quiet_NaN();
 }
 
+double parse_bytes(std::string_view text) {
+    constexpr std::string_view kUnits = "KMGT";
+    double factor = 1;
+    if (text.size() > 1 && (text.back() == 'B' || text.back() == 'b')) text.remove_suffix(1);
+    if (!text.empty()) {
+        const char last = text.back();
+        const char unit = last >= 'a' && last <= 'z' ? static_cast<char>(last - 'a' + 'A') : last;
+        const std::size_t power = kUnits.find(unit);
+        if (power != std::string_view::npos) {
+            text.remove_suffix(1);
+            factor = std::ldexp(1, 10 * static_cast<int>(power + 1));
+        }
+    }
+    return parse_number(text) * factor;
+}
+
 Vec3d parse_vector(std::string_view text) {
     const std::vector<double> numbers = parse_numbers(text);
     if (numbers.size() != 3) {

@@ -10,6 +10,10 @@ namespace povmesh::cli {
 /// Reads a decimal number; not a number when it is none. The decimal point is a point.
 double parse_number(std::string_view text);
 
+/// Reads a number of bytes, such as 500M or 1.5G: K, M, G and T are 1024 times the one before, with
+/// or without a B behind them. Not a number when it is none.
+double parse_bytes(std::string_view text);
+
 /// Reads X,Y,Z; its x is not a number when it is none.
 Vec3d parse_vector(std::string_view text);
 

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/array.h"
+#include "base/poll.h"
 #include "base/union_find.h"
 #include "mesh/bounds.h"
 
@@ -86,13 +87,17 @@ public:
     SectionSweep run() {
         SliceLoops loops;
         for (std::size_t layer = 0; layer < slicer_.layer_count(); ++layer) {
+            poll();
             slicer_.slice(layer, loops);
             const SliceParts parts = find_slice_parts(loops);
             for (std::uint32_t p = 0; p < parts.size(); ++p) {
                 add_part(static_cast<std::uint32_t>(layer), p, loops, parts[p]);
             }
         }
-        for (std::uint32_t f = 0; f < mesh_.faces.size(); ++f) finish(f);
+        for (std::uint32_t f = 0; f < mesh_.faces.size(); ++f) {
+            poll_at(f);
+            finish(f);
+        }
         gather();
         return std::move(sweep_);
     }

@@ -4,6 +4,7 @@
 #include <limits>
 #include <new>
 
+#include "base/poll.h"
 #include "base/workers.h"
 
 namespace povmesh {
@@ -20,6 +21,10 @@ namespace detail {
 constinit thread_local JobState* job_of_thread = nullptr;
 
 }  // namespace detail
+
+void poll() {
+    if (JobState* const job = current_job()) job->poll();
+}
 
 JobState::JobState(const JobSettings& settings)
     : settings_(settings),
@@ -56,6 +61,7 @@ void JobState::charge(std::size_t bytes) {
     const auto now = static_cast<std::uint64_t>(std::max<std::int64_t>(held, 0));
     if (settings_.memory_limit != 0 && now > settings_.memory_limit) {
         held_.fetch_sub(more, std::memory_order_relaxed);
+        has_met_limit_.store(true, std::memory_order_relaxed);
         throw std::bad_alloc();
     }
     std::uint64_t peak = peak_.load(std::memory_order_relaxed);

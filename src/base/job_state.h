@@ -22,6 +22,7 @@ struct FaultPlan {
     std::int64_t poll = 0;  // at which the call is cancelled
     std::atomic<std::int64_t> allocations_seen = 0;
     std::atomic<std::int64_t> polls_seen = 0;
+    void (*on_poll)() = nullptr;  // called at each, on the thread that polls
 
     /// Counts an allocation; true when it has to fail.
     bool fails_allocation() noexcept {
@@ -29,7 +30,10 @@ struct FaultPlan {
         return allocation != 0 && (number == allocation || (for_ever && number > allocation));
     }
     /// Counts a poll; true when it has to cancel the call.
-    bool cancels() noexcept { return ++polls_seen == poll; }
+    bool cancels() {
+        if (on_poll != nullptr) on_poll();
+        return ++polls_seen == poll;
+    }
 };
 
 /// How far the call is, told on its own thread; true cancels it.
@@ -76,6 +80,8 @@ public:
         held_.fetch_sub(static_cast<std::int64_t>(bytes), std::memory_order_relaxed);
     }
     std::uint64_t peak_bytes() const { return peak_.load(std::memory_order_relaxed); }
+    /// Whether it was refused memory for the sake of its limit.
+    bool has_met_limit() const { return has_met_limit_.load(std::memory_order_relaxed); }
     std::int64_t held_bytes() const { return held_.load(std::memory_order_relaxed); }
 
     /// Percent never falls; a phase is a constant text. Tells at once; throws Cancelled.
@@ -94,6 +100,7 @@ private:
     std::thread::id thread_;
     std::atomic<std::int64_t> held_ = 0;
     std::atomic<std::uint64_t> peak_ = 0;
+    std::atomic<bool> has_met_limit_ = false;
     double percent_ = 0;
     const char* phase_ = "";
     bool is_telling_ = false;
@@ -128,24 +135,6 @@ public:
 
 private:
     JobState* before_;
-};
-
-/// Throws Cancelled when the call of this thread is to end. For serial loops that may take long,
-/// every few thousand items; parallel loops and large allocations poll by themselves. Not for
-/// destructors.
-inline void poll() {
-    if (JobState* const job = current_job()) job->poll();
-}
-
-/// `poll` for each 4,096th item.
-class Poller {
-public:
-    void operator()() {
-        if ((++count_ & 4095U) == 0) poll();
-    }
-
-private:
-    std::uint32_t count_ = 0;
 };
 
 }  // namespace povmesh

@@ -4,11 +4,8 @@
 
 #include "base/block_loop.h"
 #include "base/job_state.h"
+#include "base/keep_loaded.h"
 #include "base/workers.h"
-
-#if defined(__linux__)
-#include <dlfcn.h>
-#endif
 
 namespace povmesh {
 namespace {
@@ -46,15 +43,8 @@ namespace {
 // library would unload the runtime with it, and its threads would go on in memory that is gone: so
 // the runtime is kept from the first parallel loop on.
 void keep_runtime_loaded() {
-#if defined(__linux__)
-    static const bool is_kept = [] {
-        Dl_info runtime{};
-        if (dladdr(reinterpret_cast<const void*>(&omp_get_max_threads), &runtime) == 0)
-            return false;
-        return dlopen(runtime.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE) != nullptr;
-    }();
+    static const bool is_kept = keep_loaded(reinterpret_cast<const void*>(&omp_get_max_threads));
     (void)is_kept;
-#endif
 }
 
 // The exceptions are carried out of the loop: one that left a thread of the runtime would end the

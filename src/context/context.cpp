@@ -33,9 +33,10 @@ void configure(Call& call, povmesh_context& context, const povmesh_context_optio
     context.options = options;
 }
 
-constexpr std::array<std::string_view, 15> kOperations = {
-    "check",  "cut",    "distance", "hollow",    "infill",   "offset", "read", "reduce",
-    "repair", "revise", "split",    "subdivide", "voxelize", "wrap",   "write"};
+constexpr std::array<std::string_view, 20> kOperations = {
+    "check",  "cut",       "decompose", "distance", "hollow", "infill", "lampshade",
+    "offset", "orient",    "read",      "reduce",   "remesh", "repair", "revise",
+    "split",  "subdivide", "thickness", "voxelize", "wrap",   "write"};
 constexpr std::array<std::string_view, 4> kFormats = {"stl", "obj", "ply", "3mf"};
 
 template <typename Names>

@@ -2,7 +2,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <utility>
 
+#include "base/poll.h"
 #include "context/defaults.h"
 #include "context/frame.h"
 #include "io/byte_sink.h"
@@ -101,17 +104,60 @@ private:
     std::uint64_t count_ = 0;
 };
 
+// Grows a block of malloc, which is what is handed over: no second copy of the file.
 class MemorySink final : public ByteSink {
 public:
+    explicit MemorySink(JobState& job) : job_(job) {}
+    MemorySink(const MemorySink&) = delete;
+    MemorySink& operator=(const MemorySink&) = delete;
+    ~MemorySink() override {
+        std::free(block_);
+        job_.release(charged_);
+    }
+
     Status write(std::span<const char> bytes) override {
-        bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
+        if (bytes.size() > capacity_ - size_) resize(grown(bytes.size()));
+        std::memcpy(block_ + size_, bytes.data(), bytes.size());
+        size_ += bytes.size();
         return {};
     }
-    Status commit() override { return {}; }
-    const Array<char>& bytes() const { return bytes_; }
+    Status commit() override {
+        resize(std::max<std::size_t>(size_, 1));
+        return {};
+    }
+    std::size_t size() const { return size_; }
+
+    /// The block, for free; it stays charged, as all of a result does.
+    char* take() noexcept {
+        charged_ = 0;
+        return std::exchange(block_, nullptr);
+    }
 
 private:
-    Array<char> bytes_;
+    std::size_t grown(std::size_t more) const {
+        if (more > static_cast<std::size_t>(-1) / 2 - size_) throw std::bad_alloc();
+        return std::max(size_ + more, capacity_ + capacity_ / 2);
+    }
+
+    void resize(std::size_t capacity) {
+        poll();
+        if (capacity > charged_) {
+            job_.charge(capacity - charged_);
+            charged_ = capacity;
+        }
+        void* const moved = std::realloc(block_, capacity);
+        if (moved == nullptr) throw std::bad_alloc();
+        block_ = static_cast<char*>(moved);
+        capacity_ = capacity;
+        job_.release(charged_ - capacity);
+        charged_ = capacity;
+    }
+
+    JobState& job_;
+    char* block_ = nullptr;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
+    std::size_t charged_ = 0;
 };
 
 povmesh_write_report losses_of(const povmesh_mesh& source, FileKind target) {
@@ -228,17 +274,13 @@ povmesh_status povmesh_write_memory(povmesh_context* context, const povmesh_mesh
         (void)call.progress(0, 1, kWrite);
         expect_writable(call, source, "memory");
         povmesh_write_report full = losses_of(source, kind);
-        MemorySink memory;
+        MemorySink memory(call.job());
         CountingSink counted(memory);
         write_into(call, source, kind, "memory", counted);
-        full.bytes = memory.bytes().size();
-        call.job().charge(memory.bytes().size());
-        void* const block = std::malloc(std::max<std::size_t>(memory.bytes().size(), 1));
-        if (block == nullptr) throw std::bad_alloc();
-        std::memcpy(block, memory.bytes().data(), memory.bytes().size());
+        full.bytes = memory.size();
         write_report(report, full);
-        *bytes = memory.bytes().size();
-        *data = block;
+        *bytes = memory.size();
+        *data = memory.take();
     });
 }
 

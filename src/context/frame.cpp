@@ -5,6 +5,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "base/poll.h"
 #include "job/numbers.h"
 
 namespace povmesh::context {
@@ -167,9 +168,9 @@ std::unique_ptr<povmesh_mesh> hand_on(TriMesh&& mesh, std::shared_ptr<const Orig
 
 TriMesh plain_copy(const TriMesh& mesh) {
     TriMesh copy;
-    copy.faces = mesh.faces;
-    copy.vertices = mesh.vertices;
-    copy.texture_coordinates = mesh.texture_coordinates;
+    polled_copy(mesh.faces, copy.faces);
+    polled_copy(mesh.vertices, copy.vertices);
+    polled_copy(mesh.texture_coordinates, copy.texture_coordinates);
     return copy;
 }
 

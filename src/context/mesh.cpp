@@ -126,7 +126,7 @@ TriMesh weld(const Inputs& in) {
         colours.resize(9 * in.face_count);
         parallel_for(in.face_count, [&](std::size_t face) {
             const std::array<std::uint8_t, 9> own = colours_of(in, face);
-            std::copy(own.begin(), own.end(), colours.begin() + static_cast<long>(9 * face));
+            std::copy(own.begin(), own.end(), colours.begin() + static_cast<std::ptrdiff_t>(9 * face));
         });
         soup.colours = colours.data();
     }

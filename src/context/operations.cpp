@@ -6,7 +6,8 @@
 
 #include "base/convert.h"
 #include "context/defaults.h"
-#include "context/frame.h"
+#include "context/operation_steps.h"
+#include "context/rows.h"
 #include "job/cut.h"
 #include "job/hollow.h"
 #include "job/infill.h"
@@ -14,7 +15,7 @@
 #include "job/numbers.h"
 #include "job/offset.h"
 #include "job/reduce.h"
-#include "job/refusal.h"
+#include "job/remesh.h"
 #include "job/repair.h"
 #include "job/revise.h"
 #include "job/split.h"
@@ -33,6 +34,7 @@ constexpr Phase kRepair[] = {{50, "looking for flaws"}, {60, "mending"}, {0, nul
 constexpr Phase kSplit[] = {{50, "finding bodies"}, {60, "separating"}, {0, nullptr}};
 constexpr Phase kCut[] = {{50, "cutting"}, {0, nullptr}};
 constexpr Phase kReduce[] = {{50, "collapsing edges"}, {0, nullptr}};
+constexpr Phase kRemesh[] = {{50, "making even triangles"}, {0, nullptr}};
 constexpr Phase kRevise[] = {{50, "mending triangles"}, {0, nullptr}};
 constexpr Phase kSubdivide[] = {{50, "subdividing"}, {0, nullptr}};
 constexpr Phase kInfill[] = {{50, "making cells"}, {0, nullptr}};
@@ -41,57 +43,6 @@ constexpr Phase kOffset[] = {{50, "measuring distances"}, {0, nullptr}};
 constexpr Phase kWrap[] = {{50, "wrapping"}, {0, nullptr}};
 constexpr Phase kVoxelize[] = {{50, "filling cubes"}, {65, "making a surface"}, {0, nullptr}};
 constexpr Phase kDistance[] = {{0, "measuring distances"}, {0, nullptr}};
-
-// What the tool does not write is no result.
-void expect_fit(Call& call, const TriMesh& mesh, bool was_finite) {
-    const std::string reason = refusal(mesh, was_finite);
-    if (!reason.empty()) call.stop(POVMESH_NOTHING, reason);
-}
-
-/// The steps of the operations that make another mesh of a mesh.
-/// @param work  takes the copy; returns a status
-template <typename Work>
-std::unique_ptr<povmesh_mesh> change(Call& call, const povmesh_mesh& source, const Work& work) {
-    TriMesh copy = plain_copy(source.mesh);
-    const bool was_finite = has_finite_corners(copy);
-    call.expect(work(copy));
-    expect_fit(call, copy, was_finite);
-    return hand_on(std::move(copy), source.origin);
-}
-
-std::string lines_of(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const std::string& line : lines) text += (text.empty() ? "" : "\n") + line;
-    return text;
-}
-
-std::string text_of(const Remarks& remarks) {
-    std::vector<std::string> lines = remarks.warnings;
-    lines.insert(lines.end(), remarks.doubts.begin(), remarks.doubts.end());
-    return lines_of(lines);
-}
-
-/// Parts as meshes of a result, but those that are left out and those without a triangle.
-template <typename IsLeftOut>
-void add_parts(Call& call, std::vector<TriMesh>& parts, bool was_finite, const povmesh_mesh& source,
-               const IsLeftOut& is_left_out, povmesh_result& result) {
-    result.meshes.reserve(parts.size());
-    for (std::size_t i = 0; i < parts.size(); ++i) {
-        if (parts[i].faces.empty() || is_left_out(i)) continue;
-        expect_fit(call, parts[i], was_finite);
-        result.meshes.push_back(hand_on(std::move(parts[i]), source.origin).release());
-    }
-    if (result.meshes.empty()) {
-        call.stop(POVMESH_NOTHING, "no triangle would be left; nothing is written");
-    }
-}
-
-void copy_box(const Box3f& box, double* low, double* high) {
-    const Vec3d from = to_double(box.low);
-    const Vec3d to = to_double(box.high);
-    std::copy_n(std::array{from.x, from.y, from.z}.begin(), 3, low);
-    std::copy_n(std::array{to.x, to.y, to.z}.begin(), 3, high);
-}
 
 povmesh_check_report report_of(const Findings& f, std::size_t faces) {
     povmesh_check_report r{};
@@ -241,28 +192,14 @@ job::HollowJob job_of(Call& call, const povmesh_hollow_options& o) {
     call.in_range(o.wall, POVMESH_WALL_DEFAULT, POVMESH_WALL_EXACT, "wall");
     call.require(o.reserved == 0, "reserved", "must be 0");
     call.require(std::isfinite(o.thickness) && o.thickness >= 0, "thickness", "must be 0 or above");
-    call.require(o.drains != nullptr || o.drain_count == 0, "drains", "must not be null");
     call.require(o.drain_count == 0 || o.cavity_only == 0, "drains",
                  "cut holes through the wall, which cavity_only leaves out");
-    job::HollowJob options{.thickness = o.thickness,
-                           .is_exact = o.wall != POVMESH_WALL_VOXEL,
-                           .cavity_only = o.cavity_only != 0,
-                           .drains = {},
-                           .drain_name = {}};
-    for (std::uint64_t i = 0; i < o.drain_count; ++i) {
-        const povmesh_drain& drain = o.drains[i];
-        const Vec3d place{drain.place[0], drain.place[1], drain.place[2]};
-        call.require(is_finite(place), "drains", "must have finite places");
-        call.above_zero(drain.radius, "radius of a drain");
-        options.drains.push_back({place, drain.radius});
-    }
-    const std::vector<Drain> drains = options.drains;
-    options.drain_name = [drains](std::size_t i) {
-        const Vec3d& place = drains[i].place;
-        return human_number(place.x) + "," + human_number(place.y) + "," + human_number(place.z) +
-               "," + human_number(drains[i].radius);
-    };
-    return options;
+    Drains drains = drains_of(call, o.drains, o.drain_count);
+    return {.thickness = o.thickness,
+            .is_exact = o.wall != POVMESH_WALL_VOXEL,
+            .cavity_only = o.cavity_only != 0,
+            .drains = std::move(drains.drains),
+            .drain_name = std::move(drains.name)};
 }
 
 job::WrapJob job_of(Call& call, const povmesh_wrap_options& o) {
@@ -285,6 +222,21 @@ job::WrapJob job_of(Call& call, const povmesh_wrap_options& o) {
     job.options.keeps_thin = o.drop_thin == 0;
     job.options.all_triangles = o.all_triangles != 0;
     return job;
+}
+
+// By face; empty: one length for all.
+Array<float> lengths_of(Call& call, const povmesh_remesh_options& o, std::size_t faces) {
+    Array<float> lengths;
+    if (!is_given(o.lengths)) {
+        call.above_zero(o.edge_length, "edge_length");
+        return lengths;
+    }
+    call.require(std::isnan(o.edge_length), "edge_length", "must be NaN where there are lengths");
+    const Rows rows(call, o.lengths, "lengths", {POVMESH_F32}, {1});
+    call.require(rows.count() == faces, "lengths", "must be one for each face of the mesh");
+    lengths.reserve(faces);
+    for (std::size_t face = 0; face < faces; ++face) lengths.push_back(rows.single(face, 0));
+    return lengths;
 }
 
 void unsupported(Call& call, const char* name) {
@@ -422,6 +374,26 @@ povmesh_status povmesh_reduce(povmesh_context* context, const povmesh_mesh* mesh
         call.log(done);
         write_report(report, report_of(done));
         *reduced = made.release();
+    });
+}
+
+povmesh_status povmesh_remesh(povmesh_context* context, const povmesh_mesh* mesh,
+                              const povmesh_remesh_options* options, povmesh_mesh** remeshed,
+                              povmesh_remesh_report* report) {
+    return run(context, [&](Call& call) {
+        const povmesh_mesh& source = call.given(mesh, "mesh");
+        call.given(remeshed, "remeshed");
+        call.check_report(report);
+        const auto o = call.options(options, defaults_of<povmesh_remesh_options>());
+        const Array<float> lengths = lengths_of(call, o, source.mesh.faces.size());
+        const Progress progress = call.progress(50, 80, kRemesh);
+        job::RemeshDone done;
+        auto made = change(call, source, [&](TriMesh& m) {
+            return job::remesh(m, {o.edge_length, lengths}, progress, done);
+        });
+        call.log(done);
+        write_report(report, {.size = 0, .raised = done.report.raised});
+        *remeshed = made.release();
     });
 }
 
@@ -639,12 +611,6 @@ povmesh_status povmesh_wrap(povmesh_context* context, const povmesh_mesh* mesh,
 
 // What this interface will have: said, not crashed.
 
-povmesh_status povmesh_remesh(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                              const povmesh_remesh_options* /*options*/,
-                              povmesh_mesh** /*remeshed*/, povmesh_remesh_report* /*report*/) {
-    return run(context, [](Call& call) { unsupported(call, "remesh"); });
-}
-
 povmesh_status povmesh_support(povmesh_context* context, const povmesh_mesh* /*mesh*/,
                                const povmesh_support_options* /*options*/,
                                povmesh_result** /*supports*/, povmesh_support_report* /*report*/) {
@@ -670,34 +636,8 @@ povmesh_status povmesh_render(povmesh_context* context, const povmesh_mesh* cons
     return run(context, [](Call& call) { unsupported(call, "render"); });
 }
 
-povmesh_status povmesh_decompose(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                                 const povmesh_decompose_options* /*options*/,
-                                 povmesh_result** /*parts*/, povmesh_decompose_report* /*report*/) {
-    return run(context, [](Call& call) { unsupported(call, "decompose"); });
-}
-
-povmesh_status povmesh_lampshade(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                                 const povmesh_lampshade_options* /*options*/,
-                                 povmesh_result** /*lampshade*/,
-                                 povmesh_lampshade_report* /*report*/) {
-    return run(context, [](Call& call) { unsupported(call, "lampshade"); });
-}
-
-povmesh_status povmesh_orient(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                              const povmesh_orient_options* /*options*/,
-                              povmesh_result** /*orientations*/) {
-    return run(context, [](Call& call) { unsupported(call, "orient"); });
-}
-
 povmesh_status povmesh_balance(povmesh_context* context, const povmesh_mesh* /*mesh*/,
                                const povmesh_balance_options* /*options*/,
                                povmesh_result** /*balanced*/, povmesh_balance_report* /*report*/) {
     return run(context, [](Call& call) { unsupported(call, "balance"); });
-}
-
-povmesh_status povmesh_thickness(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                                 const povmesh_thickness_options* /*options*/,
-                                 povmesh_result** /*places*/,
-                                 povmesh_thickness_report* /*report*/) {
-    return run(context, [](Call& call) { unsupported(call, "thickness"); });
 }

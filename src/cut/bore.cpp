@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/poll.h"
 #include "cut/cap.h"
 #include "cut/cut_points.h"
 #include "cut/plane_frame.h"
@@ -526,7 +527,9 @@ TriMesh Borer::result() const {
         const Vec3f position = points_.rounded(index);
         result.vertices.push_back({position.x, position.y, position.z, index});
     }
+    result.faces.reserve(model_.faces.size() + outer_.size() + triangles_.size());
     for (std::uint32_t f = 0, next = 0; f < model_.faces.size(); ++f) {
+        poll_at(f);
         if (next < touched_.size() && touched_[next] == f) {
             ++next;
         } else if (model_.faces[f].deleted == 0) {

@@ -12,6 +12,7 @@
 #include <numbers>
 #include <utility>
 
+#include "base/poll.h"
 #include "spatial/face_tree.h"
 
 namespace povmesh {
@@ -134,7 +135,7 @@ private:
     }
 
     std::span<const RimEdge> rim_;
-    std::vector<std::array<Point2d, 2>> ends_;
+    Array<std::array<Point2d, 2>> ends_;
     FaceTree tree_;
     Point2d low_{std::numeric_limits<double>::max(), std::numeric_limits<double>::max()};
     Point2d high_{std::numeric_limits<double>::lowest(), std::numeric_limits<double>::lowest()};
@@ -147,6 +148,7 @@ public:
     DepthMap(const TriMesh& model, const PlaneSplit& split, const PlaneFrame& frame, double depth)
         : deepest_(depth) {
         for (std::size_t f = 0; f < model.faces.size(); ++f) {
+            poll_at(f);
             if (!split.reaches_front(f)) continue;
             Corners corners;
             double nearest = std::numeric_limits<double>::infinity();
@@ -164,7 +166,9 @@ public:
     double depth_before(Point2d centre, double radius) const {
         double depth = deepest_;
         const double reach = radius / std::cos(std::numbers::pi / kClipCorners);
+        Poller poller;
         for (const Corners& face : faces_) {
+            poller();
             const auto is_beside = [&](double low, double high, double at) {
                 return low > at + reach || high < at - reach;
             };
@@ -213,7 +217,7 @@ private:
         return depth;
     }
 
-    std::vector<Corners> faces_;
+    Array<Corners> faces_;
     double deepest_;
 };
 
@@ -314,6 +318,7 @@ private:
         const int columns = steps(low.x, high.x);
         const int rows = steps(low.y, high.y);
         for (int row = -rows; row <= rows; ++row) {
+            poll();
             for (int column = -columns; column <= columns; ++column) {
                 Candidate at{{centre.x + column * step, centre.y + row * step}, 0, 0};
                 if (!is_clear(at) || !rims_.find_group(at.place, at.group)) continue;

@@ -210,6 +210,7 @@ bool cut_from_model(TriMesh& model, const CutOptions& options, std::vector<TriMe
     if (!frame || options.operation == CutOperation::None) return false;
     const EdgeMates mates(model);
     label_shells(model, mates);
+    counts.shells += model.shells.size();
     const bool is_one_shell = model.shells.size() == 1;
     model.shells.clear();
     model.use_table.release();  // nearly as large as the model

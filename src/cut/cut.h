@@ -56,6 +56,7 @@ struct CutOptions {
 /// What became of the models.
 struct CutCounts {
     std::size_t models = 0;       // before
+    std::size_t shells = 0;       // of the models cut one by one
     std::size_t divided = 0;      // models that lay on both sides of the plane, or were mirrored
     std::size_t connectors = 0;   // pairs of peg and socket made
     double connector_volume = 0;  // of the pegs, less that of the sockets; cubic model units

@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 
 namespace povmesh {
@@ -128,6 +129,7 @@ PlaneSplit::Kind PlaneSplit::kind_of(const Face& face, const PlaneFrame& frame) 
 void PlaneSplit::sort_faces(const PlaneFrame& frame) {
     kinds_.resize(model_.faces.size());
     for (std::size_t f = 0; f < kinds_.size(); ++f) {
+        poll_at(f);
         const Kind kind = kinds_[f] = kind_of(model_.faces[f], frame);
         face_count_[0] += kind == Kind::Front || kind == Kind::Split ? 1 : 0;
         face_count_[1] += kind == Kind::Back || kind == Kind::Split ? 1 : 0;
@@ -150,7 +152,7 @@ void PlaneSplit::make_points(const PlaneFrame& frame) {
             }
         }
     }
-    std::sort(crossings.begin(), crossings.end(), [](const Crossing& a, const Crossing& b) {
+    polled_sort(crossings.begin(), crossings.end(), [](const Crossing& a, const Crossing& b) {
         return a.key != b.key ? a.key < b.key : a.slot < b.slot;
     });
     for (std::size_t i = 0; i < crossings.size(); ++i) {
@@ -184,8 +186,8 @@ void PlaneSplit::merge_points() {
         const Vec3f p = points_.rounded(point);
         return std::make_tuple(p.x, p.y, p.z, point);
     };
-    std::sort(order.begin(), order.end(),
-              [&](std::int32_t a, std::int32_t b) { return key(a) < key(b); });
+    polled_sort(order.begin(), order.end(),
+                [&](std::int32_t a, std::int32_t b) { return key(a) < key(b); });
     std::int32_t kept = -1;
     for (const std::int32_t point : order) {
         if (kept >= 0 && point >= first && points_.rounded(point) == points_.rounded(kept)) {
@@ -308,6 +310,7 @@ Array<PlaneSplit::WallEdge> PlaneSplit::wall_edges(
         add(to, from, split.face, false, colour);
     }
     for (std::size_t f = 0; touches_ && f < kinds_.size(); ++f) {
+        poll_at(f);
         if (kinds_[f] != Kind::Back && kinds_[f] != Kind::Front) continue;
         const Face& face = model_.faces[f];
         for (std::size_t i = 0; i < 3; ++i) {
@@ -374,12 +377,14 @@ bool PlaneSplit::is_connected(PlaneSide side, const EdgeMates& mates) const {
     Array<std::uint32_t> reached;
     reached.reserve(face_count(side));
     for (std::size_t f = 0; f < kinds_.size(); ++f) {
+        poll_at(f);
         is_reached[f] = is_here(f) ? 0 : 1;
         if (!reached.empty() || is_reached[f] != 0) continue;
         reached.push_back(static_cast<std::uint32_t>(f));
         is_reached[f] = 1;
     }
     for (std::size_t next = 0; next < reached.size(); ++next) {
+        poll_at(next);
         const std::uint32_t f = reached[next];
         const Face& face = model_.faces[f];
         for (std::size_t i = 0; i < 3; ++i) {
@@ -405,6 +410,7 @@ PlaneSplit::SideMesh PlaneSplit::side_mesh(PlaneSide side, const Array<CapFace>&
     std::array<std::array<double, 2>, 3> texture{};
     const bool has_texture = !model_.texture_coordinates.empty();
     for (std::size_t f = 0; f < kinds_.size(); ++f) {
+        poll_at(f);
         const Face& face = model_.faces[f];
         const bool is_textured = has_texture && face.label >= 0;
         if (kinds_[f] == whole) {

@@ -31,6 +31,11 @@ constexpr std::int64_t kMostSlabCells = 32768;
 constexpr std::size_t kMostPlans = 6;
 constexpr std::size_t kFacesToTry = 2'000'000;
 
+// A model of more shells, or one of which cuts had to tell more apart, is a heap of triangles that
+// enclose nothing: a search would only repeat what takes long and gains nothing.
+constexpr std::size_t kMostShells = 20'000;
+constexpr std::size_t kMostShellsCut = 300'000;
+
 // Cells of the solid models of all models together, and those that each has in any case. Of 20,000
 // the legs of an animal grow together.
 constexpr double kAllCells = 4e6;
@@ -71,7 +76,7 @@ public:
         const Timer timer;
         tell_start();
         std::vector<Work> work;
-        for (TriMesh& model : separate(mesh)) work.push_back(start(std::move(model)));
+        for (Model& model : separate(mesh)) work.push_back(start(std::move(model)));
         report_.models = work.size();
         run_.log.append("|> Model : Start cut_half_z.");
         for (Work& model : work) divide_evenly(model);
@@ -87,9 +92,15 @@ public:
     }
 
 private:
+    struct Model {
+        TriMesh mesh;
+        std::size_t shells;
+    };
+
     // A model on its way.
     struct Work {
         TriMesh model;
+        bool is_heap;
         PartSize size;                      // for its parts without pegs
         std::vector<DividingPlane> planes;  // to be tried
         std::vector<bool> used;             // by plane
@@ -97,26 +108,30 @@ private:
     };
 
     // A mesh of one shell is its model as it stands.
-    static Parts separate(TriMesh& mesh) {
+    static std::vector<Model> separate(TriMesh& mesh) {
         label_shells(mesh);
-        Parts models;
+        std::vector<Model> models;
         if (mesh.shells.size() == 1 && mesh.shells.faces.size() == mesh.faces.size()) {
             mesh.shells.clear();
             mesh.use_table.release();
             mesh.parts.clear();
-            models.push_back(std::exchange(mesh, {}));
+            models.push_back({std::exchange(mesh, {}), 1});
             return models;
         }
-        build_parts(mesh, group_shells(mesh, {.keep_cavities = true, .all_faces = true}));
-        models = std::move(mesh.parts);
+        const ShellGroups groups = group_shells(mesh, {.keep_cavities = true, .all_faces = true});
+        build_parts(mesh, groups);
+        for (std::size_t i = 0; i < mesh.parts.size(); ++i) {
+            models.push_back({std::move(mesh.parts[i]), groups[i].size()});
+        }
         mesh = {};
         return models;
     }
 
-    Work start(TriMesh model) {
-        Work work{std::move(model), size_, {}, {}, {}};
+    Work start(Model model) {
+        Work work{std::move(model.mesh), model.shells > kMostShells, size_, {}, {}, {}};
         const Box3d box = box_of(work.model);
-        report_.least_parts += size_.fits(box) ? 1 : least_parts(work.model, size_);
+        report_.least_parts +=
+            size_.fits(box) ? 1 : least_parts(work.model, size_, least_parts_effort_);
         if (wants_pegs()) work.size = size_beside_pegs(box);
         if (!is_finite_mesh(work.model)) {
             run_.log.failure("decomposition", "a coordinate is not finite");
@@ -146,7 +161,8 @@ private:
 
     // The whole of the uniform division; the bound and the fall-back of the search.
     void divide_evenly(Work& work) {
-        const bool is_last = options_.method == DivisionMethod::Uniform && !wants_pegs();
+        const bool is_searched = options_.method == DivisionMethod::Automatic && !work.is_heap;
+        const bool is_last = !is_searched && !wants_pegs();
         const DivisionOrder order{work.size, is_last};
         work.division = povmesh::divide_evenly(work.model, work.planes, order, &work.used);
         report_.uniform_parts += work.division.parts;
@@ -154,6 +170,7 @@ private:
 
     void search(Work& work) {
         if (work.division.parts < 2 || effort_ == 0) return;
+        if (work.is_heap || work.division.shells_cut > kMostShellsCut) return;
         const double share = kAllCells / static_cast<double>(models_to_divide_);
         SolidModel solid =
             make_solid(work.model, std::min(options_.search_cells, std::max(share, kFewestCells)));
@@ -186,7 +203,7 @@ private:
             if (!size_.fits(box_of(part))) ++report_.too_large;
             parts.push_back(std::move(part));
         }
-        work = {{}, size_, {}, {}, {}};
+        work = {{}, false, size_, {}, {}, {}};
     }
 
     void tell_planes(const Work& work) {
@@ -226,6 +243,7 @@ private:
     // For all models together.
     std::size_t effort_ = kDivisionEffort;  // of the search
     std::size_t faces_to_try_ = kFacesToTry;
+    std::size_t least_parts_effort_ = kLeastPartsEffort;
     DecomposeReport report_;
 };
 

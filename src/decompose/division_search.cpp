@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "decompose/section_quality.h"
 
 namespace povmesh {
@@ -106,6 +107,7 @@ public:
         while (!beam.empty() && effort_ != 0) {
             std::vector<State> next;
             for (const State& state : beam) {
+                poll();
                 if (has_best && !may_beat(state, best)) continue;
                 if (state.open.empty()) {
                     if (!has_best || is_better(state, best)) best = state;
@@ -187,7 +189,9 @@ private:
         const std::size_t all = slabs[0] * slabs[1] * slabs[2];
         if (all > kMostParts) return all;
         std::vector<bool> held(all, false);
+        Poller poller;
         for (const CellRun& run : piece.runs) {
+            poller();
             const auto at = [&](std::size_t axis, std::int32_t i) {
                 return slab_of[axis][static_cast<std::size_t>(i - piece.low[axis])];
             };
@@ -433,7 +437,8 @@ private:
             waiting.emplace_back(root, plan.roots.back());
         }
         while (!waiting.empty()) {
-            const auto [node, number] = waiting.back();
+            const NodePointer node = waiting.back().first;
+            const std::uint32_t number = waiting.back().second;
             waiting.pop_back();
             const auto choice = std::find_if(best.choices.begin(), best.choices.end(),
                                              [&](const Choice& c) { return c.node == node; });

@@ -18,8 +18,11 @@ namespace {
 // The points looked at: of the vertices in each cell of a grid the outermost along each axis, and
 // places on large faces between them.
 constexpr double kCellsAlong = 24;
-constexpr std::int32_t kMostSteps = 48;         // along a side of a face
-constexpr std::size_t kMostTests = 40'000'000;  // of pairs of points; what is found by then counts
+constexpr std::int32_t kMostSteps = 48;        // along a side of a face
+constexpr std::size_t kMostTests = 4'000'000;  // of pairs of points; what is found by then counts
+
+// To sort a point along all directions takes as long as so many tests.
+constexpr std::size_t kTestsAPoint = 140;
 
 constexpr std::array<Vec3d, 7> kDirections = {
     {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 1}, {1, 1, -1}, {1, -1, 1}, {-1, 1, 1}}};
@@ -115,7 +118,7 @@ private:
 
 }  // namespace
 
-std::size_t least_parts(const TriMesh& model, const PartSize& size) {
+std::size_t least_parts(const TriMesh& model, const PartSize& size, std::size_t& effort) {
     const Box3f bounds = finite_bounds(model);
     if (bounds.is_empty()) return 1;
     const Box3d box{to_double(bounds.low), to_double(bounds.high)};
@@ -125,7 +128,7 @@ std::size_t least_parts(const TriMesh& model, const PartSize& size) {
         const double limit = size.best_limits(box.extent())[axis];
         cells *= static_cast<double>(slab_count(along(box.extent(), axis), limit));
     }
-    if (cells <= 2) return 2;  // of ten thousand small models a search for each would take long
+    if (cells <= 2 || effort == 0) return 2;  // it does not fit
     PointGrid grid(box);
     for (const Face& face : model.faces) {
         std::array<Vec3d, 3> corners;
@@ -136,7 +139,7 @@ std::size_t least_parts(const TriMesh& model, const PartSize& size) {
         grid.add_face(corners);
     }
     const std::vector<Vec3d> points = grid.points();
-    std::size_t most = 2;  // it does not fit
+    std::size_t most = 2;
     // Rounding must not tell two points apart that fit into one part.
     const double slack = 1 - 1e-12;
     std::size_t tests = 0;
@@ -158,6 +161,7 @@ std::size_t least_parts(const TriMesh& model, const PartSize& size) {
         }
         most = std::max(most, taken.size());
     }
+    effort -= std::min(effort, tests + kTestsAPoint * points.size());
     return most;
 }
 

@@ -23,6 +23,9 @@ constexpr double kCrumb = 0.01;
 // left, but in halves.
 constexpr std::size_t kManySlabs = 64;
 
+// A shell has to be told apart from all others, which takes as long as to cut so many faces.
+constexpr std::size_t kFacesAShell = 20;
+
 // Where else to try when a cut makes crumbs: shares of the way from its place to the lowest or the
 // highest that there may be.
 constexpr std::array<double, 4> kNextTo = {-0.4, 0.4, -1, 1};
@@ -90,15 +93,19 @@ protected:
     };
 
     // Returns false when the plane does not divide the piece, which stays as it is.
-    bool cut(TriMesh& piece, const DividingPlane& plane, CutPieces& made) const {
+    bool cut(TriMesh& piece, const DividingPlane& plane, CutPieces& made) {
         const CutOptions options = options_for(plane, size_);
         const double on_level = std::min(options.on_level, kOnLevel * largest(box_of(piece)));
-        if (order_.effort != nullptr) {
-            *order_.effort -= std::min(*order_.effort, piece.faces.size());
-        }
         CutCounts counts;
         made = {};
-        if (!cut_from_model(piece, options, made.meshes, counts)) return false;
+        const std::size_t faces = piece.faces.size();
+        const bool is_cut = cut_from_model(piece, options, made.meshes, counts);
+        const std::size_t shells = counts.shells - std::min<std::size_t>(counts.shells, 1);
+        division_.shells_cut += shells;
+        if (order_.effort != nullptr) {
+            *order_.effort -= std::min(*order_.effort, faces + kFacesAShell * shells);
+        }
+        if (!is_cut) return false;
         for (const TriMesh& mesh : made.meshes) made.area += area_on(mesh, plane, on_level);
         made.area = std::max(made.area - area_on(piece, plane, on_level), 0.0);
         return true;

@@ -27,6 +27,7 @@ struct Division {
     std::vector<DividedPiece> pieces;  // each is followed by those made of it, in their order
     std::size_t parts = 0;
     double cut_area = 0;
+    std::size_t shells_cut = 0;   // that the cuts had to look at, but for one of each piece
     bool is_whole = true;         // false: given up, there were too many parts
     std::vector<TriMesh> meshes;  // of the parts, when they were to be kept
 };
@@ -35,7 +36,8 @@ struct DivisionOrder {
     const PartSize& size;
     bool keeps_meshes = false;  // of the parts; the model is used up then
     std::size_t most_parts = std::numeric_limits<std::size_t>::max();  // more: give up
-    // Faces that may be cut to try other planes; lessened by those of every cut. May be null: none.
+    // Faces that may be cut to try other planes, a shell counting as 20; lessened by those of every
+    // cut. May be null: none.
     std::size_t* effort = nullptr;
 };
 

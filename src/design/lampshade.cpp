@@ -12,6 +12,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "base/timer.h"
 #include "design/lampshade_inside.h"
 #include "design/lampshade_section.h"
@@ -362,6 +363,7 @@ void add_contours(const LampshadeInside& inside, LampshadeContours& contours) {
     const Slicer slicer(surface, 2, levels);
     SliceLoops loops;
     for (std::size_t layer = 0; layer < levels.size(); ++layer) {
+        poll();
         slicer.slice(layer, loops);
         const auto z = static_cast<float>(levels[layer]);
         for (std::size_t l = 0; l < loops.size(); ++l) {
@@ -389,12 +391,13 @@ void add_contours(const LampshadeInside& inside, LampshadeContours& contours) {
 }  // namespace
 
 LampshadeReport lampshade(TriMesh& mesh, float thickness, RunContext& run,
-                          const LampshadeOptions& options) {
+                          const LampshadeOptions& options, LampshadeContours* contours) {
     ShadeMaker maker(mesh, thickness, "lampshade", options, run);
     WallMeasure measure(double{thickness}, maker.report);
     Assembly assembly;
     maker.run(options.all_triangles, [&](const TriMesh& model, const LampshadeInside* inside) {
         if (inside == nullptr) return assembly.add_solid(model);
+        if (contours != nullptr) add_contours(*inside, *contours);
         const LampshadeParts parts = make_lampshade_parts(*inside);
         if (options.measures) {
             measure.add(inner_wall_of(parts), inside->whole_drawn(), inside->cell);

@@ -81,6 +81,14 @@ constexpr double kEvenWithin = 0.06;
 /// Share of the thickness that the wall has everywhere.
 constexpr double kLeastLampshadeWall = 0.97;
 
+/// Closed contours of the inside, model after model, with rising levels: loop l has the next
+/// sizes[l] points, the last joins the first, and lies at levels[l]. The inside is on the left.
+struct LampshadeContours {
+    Array<Vec3f> points;
+    Array<std::uint32_t> sizes;
+    Array<float> levels;
+};
+
 /// Makes a shade of each model (shells that meet, with their cavities): what lies deeper than the
 /// thickness is taken out, and opened at the bottom, and at a flat top.
 ///
@@ -98,16 +106,11 @@ constexpr double kLeastLampshadeWall = 0.97;
 ///
 /// Progress: 10 to 90. Log: the summary of "lampshade". The same bits for any number of threads.
 /// Time: that of `inner_wall`, of which a second one is needed where only part of an end opens.
+///
+/// @param contours  when given, those of the inside that was taken out, as of a preview
 LampshadeReport lampshade(TriMesh& mesh, float thickness, RunContext& run,
-                          const LampshadeOptions& options = {});
-
-/// Closed contours of the inside, model after model, with rising levels: loop l has the next
-/// sizes[l] points, the last joins the first, and lies at levels[l]. The inside is on the left.
-struct LampshadeContours {
-    Array<Vec3f> points;
-    Array<std::uint32_t> sizes;
-    Array<float> levels;
-};
+                          const LampshadeOptions& options = {},
+                          LampshadeContours* contours = nullptr);
 
 /// The same decisions without the result: the contours of the inside at the opening, at 64 levels
 /// up to the top, and at an open top. They lie on the inner wall that `lampshade` makes. Without

@@ -12,6 +12,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "spatial/triangle_intersection.h"
 
 namespace povmesh {
@@ -110,7 +111,9 @@ Box3f widened(const Triangle3& t, double by) {
 
 WallGauge::WallGauge(const TriMesh& model) : nearest_(model) {
     triangles_.reserve(model.faces.size());
+    Poller poller;
     for (const Face& face : model.faces) {
+        poller();
         triangles_.push_back({model.corner_position(face, 0), model.corner_position(face, 1),
                               model.corner_position(face, 2)});
     }

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "base/poll.h"
 #include "mesh/bounds.h"
 #include "spatial/triangle_intersection.h"
 
@@ -9,9 +10,12 @@ namespace povmesh {
 
 TriMesh usable_faces(const TriMesh& mesh) {
     TriMesh usable;
-    usable.vertices = mesh.vertices;
+    polled_copy(mesh.vertices, usable.vertices);
+    usable.faces.reserve(mesh.faces.size());
     bool has_any_area = false;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         if (face.deleted != 0) continue;
         const Triangle t = triangle_of(mesh, face);
         if (!is_finite(t)) continue;

@@ -238,7 +238,9 @@ private:
 void NodeDistances::add(std::span<const std::uint32_t> blocks) {
     auto next = fits<std::uint32_t>(samples_.size() / kBlockNodes);
     for (const std::uint32_t block : blocks) table_[block] = next++;
-    samples_.resize(static_cast<std::size_t>(next) * kBlockNodes, Sample{});
+    const std::size_t before = samples_.size();
+    samples_.resize(static_cast<std::size_t>(next) * kBlockNodes);
+    parallel_for(samples_.size() - before, [&](std::size_t i) { samples_[before + i] = Sample{}; });
 }
 
 NodeDistances near_distances(const TriMesh& mesh, const FaceTree& tree, const FieldGrid& grid,

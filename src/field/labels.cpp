@@ -10,6 +10,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "base/union_find.h"
 #include "field/distance_field.h"
 #include "field/regions.h"
@@ -45,10 +46,11 @@ constexpr double kCrossingsPerArea = 1.5;
 
 bool is_open_mesh(const TriMesh& mesh) {
     TriMesh copy;
-    copy.faces = mesh.faces;
-    copy.vertices = mesh.vertices;
+    polled_copy(mesh.faces, copy.faces);
+    polled_copy(mesh.vertices, copy.vertices);
     const EdgeMates mates(copy);
     for (std::size_t f = 0; f < copy.faces.size(); ++f) {
+        poll_at(f);
         for (std::size_t e = 0; e < 3; ++e) {
             const EdgeMates::Kind kind = mates.kind(f, e);
             if (kind == EdgeMates::Kind::Open) return true;

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "base/poll.h"
+
 namespace povmesh {
 namespace {
 
@@ -100,6 +102,7 @@ bool Regions::is_open(std::uint32_t block) const {
 }
 
 void Regions::grow(std::uint32_t block, std::uint32_t region, const NodeSet& allowed) {
+    poll();
     const BlockEdges crossed = {crossings_.crossed(0).bits(block),
                                 crossings_.crossed(1).bits(block),
                                 crossings_.crossed(2).bits(block)};

@@ -14,6 +14,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 #include "remesh/collapse_mesh.h"
 #include "remesh/collapse_round.h"
@@ -47,7 +48,7 @@ constexpr std::size_t kCrossingsListed = 100000;
 
 class ThinOut {
 public:
-    ThinOut(TriMesh& mesh, double tolerance, const std::vector<std::uint8_t>& stays)
+    ThinOut(TriMesh& mesh, double tolerance, const Array<std::uint8_t>& stays)
         : mesh_(mesh), tolerance_(tolerance), work_(make_collapse_mesh(mesh, OpenBorders::Fixed)) {
         const std::size_t triangles = work_.triangles.size();
         normals_.resize(triangles);
@@ -63,7 +64,10 @@ public:
         touched_.assign(mesh.vertices.size(), 0);
         is_waiting_.assign(mesh.vertices.size(), 0);
         stays_ = &stays;
-        for (std::uint32_t v = 0; v < mesh.vertices.size(); ++v) wait(v, waiting_);
+        for (std::uint32_t v = 0; v < mesh.vertices.size(); ++v) {
+            poll_at(v);
+            wait(v, waiting_);
+        }
     }
 
     std::size_t run() {
@@ -78,8 +82,9 @@ public:
     // The live triangles as a mesh of their own.
     TriMesh result() const {
         TriMesh mesh;
-        std::vector<std::int32_t> numbers(mesh_.vertices.size(), -1);
+        Array<std::int32_t> numbers(mesh_.vertices.size(), -1);
         for (std::size_t t = 0; t < work_.triangles.size(); ++t) {
+            poll_at(t);
             if (work_.is_gone(t)) continue;
             Face face{};
             face.colour.fill(255);
@@ -105,7 +110,7 @@ private:
         return to_double(mesh_.vertices[static_cast<std::size_t>(v)].position());
     }
 
-    using Queue = std::vector<std::uint32_t>;
+    using Queue = Array<std::uint32_t>;
 
     void wait(std::uint32_t v, Queue& waiting) {
         if (is_waiting_[v] != 0 || work_.is_fixed[v] != 0 || (*stays_)[v] != 0) return;
@@ -120,10 +125,12 @@ private:
         for (int pass = first_pass; pass < first_pass + kPasses && !waiting.empty(); ++pass) {
             Queue now;
             now.swap(waiting);
-            std::sort(now.begin(), now.end());
+            polled_sort(now.begin(), now.end(), std::less<>());
             for (const std::uint32_t v : now) is_waiting_[v] = 0;
             std::size_t taken = 0;
+            Poller poller;
             for (const std::uint32_t v : now) {
+                poller();
                 if (touched_[v] == pass) {
                     wait(v, waiting);
                 } else if (work_.starts[v] != CollapseMesh::kNone) {
@@ -141,7 +148,11 @@ private:
     std::size_t run_bricks(double shift) {
         const std::uint32_t count = find_bricks(shift);
         std::vector<Queue> queues(count);
-        for (const std::uint32_t v : waiting_) queues[bricks_[v]].push_back(v);
+        Poller poller;
+        for (const std::uint32_t v : waiting_) {
+            poller();
+            queues[bricks_[v]].push_back(v);
+        }
         std::vector<Queue> aside(count);
         std::vector<std::size_t> removed(count, 0);
         for_blocks(count, [&](std::size_t b) {
@@ -154,6 +165,7 @@ private:
             sum += removed[b];
             for (const Queue* left : {&queues[b], &aside[b]}) {
                 for (const std::uint32_t v : *left) {
+                    poller();
                     is_waiting_[v] = 0;
                     wait(v, waiting_);
                 }
@@ -312,14 +324,14 @@ private:
     Array<std::uint8_t> is_waiting_;
     Array<std::uint32_t> bricks_;  // by vertex; empty while nothing is divided
     int first_pass_ = 1;
-    const std::vector<std::uint8_t>* stays_;
+    const Array<std::uint8_t>* stays_;
 };
 
 // The vertices of faces that cross and of those around, in the mesh that was thinned out: they
 // stay. Places tell them, because the numbers changed.
 void hold_around(const TriMesh& thinned, const SelfIntersections& crossings, TriMesh& mesh,
-                 std::vector<std::uint8_t>& stays) {
-    std::vector<Box3f> boxes;
+                 Array<std::uint8_t>& stays) {
+    Array<Box3f> boxes;
     for (const FacePair& pair : crossings.pairs) {
         Box3f box;
         for (const std::uint32_t f : {pair.first, pair.second}) {
@@ -340,7 +352,7 @@ void hold_around(const TriMesh& thinned, const SelfIntersections& crossings, Tri
 
 ThinOutReport thin_out(TriMesh& mesh, double tolerance) {
     ThinOutReport report;
-    std::vector<std::uint8_t> stays(mesh.vertices.size(), 0);
+    Array<std::uint8_t> stays(mesh.vertices.size(), 0);
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         ThinOut work(mesh, tolerance, stays);
         const std::size_t removed = work.run();

@@ -13,8 +13,27 @@
 
 namespace povmesh {
 
+// Paths are UTF-8 on every system. On Windows one that is none is taken as text of the system's code
+// page, and paths of any length are served.
+
 /// The text with "?" in the place of control characters: for names in messages of one line.
 std::string one_line(std::string_view text);
+
+/// The end of a path's last name from its last dot on; empty where there is none or only the first
+/// character of the name is one.
+std::string_view extension_in(std::string_view path);
+
+/// Descriptors for what takes no InputFile, without translation of line ends; -1 with errno on
+/// failure. A temporary file has no name, or loses it with its last descriptor.
+int open_descriptor(const std::string& path);
+int open_temporary_file();
+
+/// Writes what the system takes at once; -1 with errno on failure.
+std::ptrdiff_t write_some(int descriptor, std::span<const char> bytes);
+
+/// Makes a folder of a new name for this user alone in the folder for temporary files. Empty on
+/// failure.
+std::string make_temporary_folder();
 
 /// A regular file open for reading. Anything else (a folder, a pipe, a device) does not open.
 class InputFile {
@@ -55,6 +74,8 @@ private:
 /// itself, a file of another owner in a sticky folder), and for a target that is no regular file,
 /// the target is written in place. Only there a failure on the way can leave it incomplete; if the
 /// new content is complete beside it by then, it stays there and the message names its file.
+/// Windows lets no file take the place of one that another program has open; there this is a
+/// failure, and the old file stays.
 class ReplacementFile final : public ByteSink {
 public:
     ~ReplacementFile() override;  // without commit: removes the temporary file
@@ -66,8 +87,10 @@ public:
 
 private:
     void close_and_discard();
-    Status fail(const std::string& doing, int error);
+    Status fail(const std::string& doing, std::uint32_t error);
+#if !defined(_WIN32)
     Status copy_into_place();
+#endif
 
     std::string shown_path_;  // as the caller named it, for messages
     std::string target_;      // symbolic links resolved

@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "io/byte_source.h"
 #include "io/decimal.h"
 #include "io/file.h"
@@ -98,6 +99,7 @@ private:
         Lines lines(source_);
         std::string_view line;
         for (line_number_ = 1; failure_.ok() && lines.next(line); ++line_number_) {
+            poll_at(line_number_);
             offset_ = lines.offset();
             if (line_number_ == 1 && line.starts_with(kByteOrderMark)) {
                 line.remove_prefix(kByteOrderMark.size());

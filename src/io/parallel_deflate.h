@@ -1,27 +1,32 @@
-// Packs a stream of bytes on several threads.
+// Packs a text that is made in parts, on several threads.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <span>
+#include <vector>
 
 #include "base/array.h"
 
 namespace povmesh {
 
-struct DeflatedBytes {
-    Array<char> bytes;       // one raw deflate stream (RFC 1951)
-    std::uint64_t size = 0;  // of what went in
-    std::uint32_t crc = 0;   // CRC-32 of it
+struct DeflatedParts {
+    std::vector<Array<char>> parts;  // one after the other: a raw deflate stream (RFC 1951)
+    std::uint64_t packed_size = 0;   // of all of them
+    std::uint64_t size = 0;          // of what went in
+    std::uint32_t crc = 0;           // CRC-32 of it
 };
 
-/// Packs what `next` gives, piece after piece until it gives none.
+/// Makes the text of a part; what the array holds before is of no account. Parts are made at the
+/// same time.
+using TextOfPart = std::function<void(std::size_t part, Array<char>& text)>;
+
+/// Packs the text that the parts make together.
 ///
-/// The stream is cut into parts of a megabyte, which are packed at the same time, each as if the 32
-/// KB before it had gone through the same packer, and end on whole bytes, so that they can be
-/// joined. The cuts are where they are for any number of threads, and so are the bytes.
+/// Each part is packed for itself, in pieces of 64 KB, and ends on a whole byte, so that they can be
+/// joined. The bytes are the same for any number of threads.
 ///
-/// Memory: eight parts and what comes out.
-DeflatedBytes deflate_in_parts(const std::function<std::span<const char>()>& next);
+/// Memory: a part and its packed bytes for each thread, and what comes out.
+DeflatedParts deflate_parts(std::size_t count, const TextOfPart& text_of_part);
 
 }  // namespace povmesh

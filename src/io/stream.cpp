@@ -1,14 +1,11 @@
 // Readers look at a file more than once and from its end, so a stream is made a file first.
 #include "io/stream.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -29,7 +26,7 @@ std::string reason(int error) {
     return std::generic_category().message(error);
 }
 
-/// Writes into a file of the temporary folder that loses its name at once.
+/// Writes into a file without a name, in the folder for temporary files.
 class Spool {
 public:
     ~Spool() {
@@ -38,17 +35,13 @@ public:
 
     // False, with errno, on failure.
     bool open() {
-        std::error_code error;
-        const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
-        std::string name = (error ? "/tmp" : folder.string()) + "/povmesh-XXXXXX";
-        descriptor_ = mkostemp(name.data(), O_CLOEXEC);
-        if (descriptor_ >= 0) (void)unlink(name.c_str());
+        descriptor_ = open_temporary_file();
         return descriptor_ >= 0;
     }
 
     bool write(const char* bytes, std::size_t count) {
         while (count > 0) {
-            const ssize_t done = ::write(descriptor_, bytes, count);
+            const std::ptrdiff_t done = write_some(descriptor_, {bytes, count});
             if (done < 0 && errno == EINTR) continue;
             if (done <= 0) return false;
             bytes += done;
@@ -127,7 +120,7 @@ Status unpack_gzip(const std::string& path, InputFile& content) {
         InputFile packed;
         if (Status status = packed.open(path); !status.ok()) return status;
     }
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    const int descriptor = open_descriptor(path);
     if (descriptor < 0) return cannot_read(path, "cannot be read: " + reason(errno));
     return unpack(descriptor, path, content);
 }
@@ -140,6 +133,7 @@ Status read_standard_input(const std::string& name, InputFile& content) {
 
 struct GzipSink::Stream {
     z_stream zlib{};
+    gz_header header{};
     Array<char> buffer = Array<char>(kPieceBytes);
 };
 
@@ -151,6 +145,9 @@ GzipSink::GzipSink(ByteSink& target) : target_(target), stream_(std::make_unique
                      Z_DEFAULT_STRATEGY) != Z_OK) {
         throw std::bad_alloc();
     }
+    constexpr int kUnix = 3;  // on every system, for the sake of the same bytes
+    stream_->header.os = kUnix;
+    (void)deflateSetHeader(&stream_->zlib, &stream_->header);
 }
 
 GzipSink::~GzipSink() {
@@ -199,7 +196,8 @@ Status copy_to_standard_output(const InputFile& file, const std::string& name) {
         offset += count;
         std::size_t done = 0;
         while (done < count) {
-            const ssize_t written = ::write(STDOUT_FILENO, piece.data() + done, count - done);
+            const std::ptrdiff_t written =
+                write_some(STDOUT_FILENO, std::span(piece).subspan(done, count - done));
             if (written < 0 && errno == EINTR) continue;
             if (written <= 0) {
                 return {StatusCode::CannotWrite, one_line(name) + ": cannot be written: " +

@@ -68,7 +68,7 @@ Status read_three_mf(const ByteSource& source, const std::string& name, TriMesh&
 ///
 /// @param thumbnail  a PNG picture; may be empty
 /// @return  CannotWrite, with the reason; the target is then unchanged
-/// Memory: twice the package, about 16 bytes a triangle, 8 bytes a triangle and 16 MB.
+/// Memory: the package, about 16 bytes a triangle, 22 bytes a triangle and 2 MB for each thread.
 Status write_three_mf(const TriMesh& mesh, const ThreeMfContent& content,
                       const Array<char>& thumbnail, const std::string& name, ByteSink& file);
 

@@ -1,4 +1,4 @@
-// The text of the model is made in pieces as the archive asks for them.
+// The text of the model is made, and packed, in parts: what stands in each is known beforehand.
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -17,12 +17,10 @@
 namespace povmesh {
 namespace {
 
-constexpr std::size_t kPieceBytes = std::size_t{1} << 18;
 constexpr std::size_t kLongestElement = 512;  // bytes of a vertex, a triangle, a coordinate
 
-// Upper bounds on bytes of text, by which it is known whether 32 bits will do.
-constexpr std::uint64_t kBytesPerVertex = 96;
-constexpr std::uint64_t kBytesPerTriangle = 320;
+// Elements of a part, some 350 KB: what packing keeps and makes of it stays in the cache of a core.
+constexpr std::size_t kElementsOfPart = 8192;
 
 std::string escaped(std::string_view text) {
     std::string result;
@@ -84,20 +82,62 @@ std::string part_of_texture(const ThreeMfContent& content, std::size_t texture) 
            std::string(extension_of_part(path));
 }
 
+/// Text that is written element by element.
+class ElementText {
+public:
+    explicit ElementText(Array<char>& bytes) : bytes_(bytes) { bytes_.resize(bytes_.capacity()); }
+    ~ElementText() { bytes_.resize(used_); }
+    ElementText(const ElementText&) = delete;
+    ElementText& operator=(const ElementText&) = delete;
+
+    /// Before an element that no room was made for.
+    void make_room(std::size_t count) {
+        if (bytes_.size() - used_ < count) bytes_.resize(2 * bytes_.size() + count);
+    }
+
+    void put(std::string_view text) {
+        std::memcpy(bytes_.data() + used_, text.data(), text.size());
+        used_ += text.size();
+    }
+    void put(char c) { bytes_[used_++] = c; }
+    template <typename Number>
+    void put_number(Number number) {
+        char* const end = bytes_.data() + bytes_.size();
+        used_ = static_cast<std::size_t>(std::to_chars(bytes_.data() + used_, end, number).ptr -
+                                         bytes_.data());
+    }
+
+private:
+    Array<char>& bytes_;
+    std::size_t used_ = 0;
+};
+
 /// Faces by body, and what belongs to them: everything that the text is made of.
 class ModelText {
 public:
-    ModelText(const TriMesh& mesh, const ThreeMfContent& content)
-        : mesh_(mesh), content_(content), numbers_(mesh.vertices.size(), 0) {
+    ModelText(const TriMesh& mesh, const ThreeMfContent& content) : mesh_(mesh), content_(content) {
         group_faces();
+        number_vertices();
         number_colours();
         number_texture_points();
-        buffer_.resize(
-            static_cast<std::size_t>(std::min<std::uint64_t>(about_bytes(), kPieceBytes)));
+        plan();
     }
 
-    std::uint64_t about_bytes() const {
-        return 65536 + kBytesPerVertex * (order_.size() * 3) + kBytesPerTriangle * order_.size();
+    std::size_t part_count() const { return parts_.size(); }
+
+    /// Makes the text of a part; parts may be made at the same time.
+    void write_part(std::size_t part, Array<char>& bytes) const {
+        ElementText text(bytes);
+        const std::size_t end = part + 1 < parts_.size() ? parts_[part + 1] : runs_.size();
+        for (std::size_t i = parts_[part]; i < end; ++i) {
+            const Run& run = runs_[i];
+            text.make_room(run.frame.size());
+            text.put(run.frame);
+            for (std::size_t item = run.begin; item < run.end; ++item) {
+                text.make_room(kLongestElement);
+                put_element(run.kind, item, text);
+            }
+        }
     }
 
     /// The textures that are used.
@@ -109,32 +149,15 @@ public:
         return used;
     }
 
-    std::span<const char> next() {
-        used_ = 0;
-        while (used_ + kLongestElement < buffer_.size()) {
-            if (!head_.empty()) {
-                const std::size_t count = std::min(head_.size(), buffer_.size() - used_);
-                std::memcpy(buffer_.data() + used_, head_.data(), count);
-                used_ += count;
-                head_.erase(0, count);
-            } else if (!step()) {
-                break;
-            }
-        }
-        return {buffer_.data(), used_};
-    }
-
 private:
-    enum class Stage {
-        Begin,
-        Colours,
-        TexturePoints,
-        Object,
-        Vertices,
-        Triangles,
-        ObjectEnd,
-        Build,
-        End
+    enum class Kind : std::uint8_t { Colour, TexturePoint, Vertex, Triangle };
+
+    // Text that stands before elements, of which there may be none.
+    struct Run {
+        std::string frame;
+        Kind kind = Kind::Vertex;
+        std::size_t begin = 0;
+        std::size_t end = 0;
     };
 
     std::size_t body_of(const Face& face) const {
@@ -152,6 +175,31 @@ private:
             }
         }
         starts_.push_back(order_.size());
+    }
+
+    // In each body as they come up.
+    void number_vertices() {
+        Array<std::uint32_t> numbers(mesh_.vertices.size(), 0);  // in the last body, from 1
+        corners_.resize(order_.size());
+        vertices_.reserve(mesh_.vertices.size());
+        for (std::size_t body = 0; body < bodies_.size(); ++body) {
+            const std::size_t first = vertices_.size();
+            first_vertices_.push_back(first);
+            for (std::size_t i = starts_[body]; i < starts_[body + 1]; ++i) {
+                for (std::size_t c = 0; c < 3; ++c) {
+                    const auto v = static_cast<std::uint32_t>(mesh_.faces[order_[i]].vertex[c]);
+                    std::uint32_t& number = numbers[v];
+                    const bool is_known = number != 0 && number <= vertices_.size() - first &&
+                                          vertices_[first + number - 1] == v;
+                    if (!is_known) {
+                        vertices_.push_back(v);
+                        number = static_cast<std::uint32_t>(vertices_.size() - first);
+                    }
+                    corners_[i][c] = number - 1;
+                }
+            }
+        }
+        first_vertices_.push_back(vertices_.size());
     }
 
     int texture_of(const Face& face) const {
@@ -244,238 +292,186 @@ private:
         records_.resize(kept);
     }
 
-    // Writes the next element; false at the end.
-    bool step() {
-        switch (stage_) {
-            case Stage::Begin:
-                begin();
-                return true;
-            case Stage::Colours:
-                return put_colour();
-            case Stage::TexturePoints:
-                return put_texture_point();
-            case Stage::Object:
-                open_object();
-                return true;
-            case Stage::Vertices:
-                return put_vertex();
-            case Stage::Triangles:
-                return put_triangle();
-            case Stage::ObjectEnd:
-                head_ = "   </triangles>\n  </mesh>\n </object>\n";
-                stage_ = ++body_ < bodies_.size() ? Stage::Object : Stage::Build;
-                return true;
-            case Stage::Build:
-                end_text();
-                return true;
-            default:
-                return false;
+    // Adds text that belongs between elements.
+    void add_frame(std::string frame) {
+        if (parts_.empty() || in_part_ >= kElementsOfPart) {
+            parts_.push_back(runs_.size());
+            in_part_ = 0;
+        }
+        constexpr std::size_t kBytesOfElement = 40;
+        in_part_ += 1 + frame.size() / kBytesOfElement;
+        runs_.push_back({std::move(frame)});
+    }
+
+    // Adds elements behind a frame.
+    void add_elements(Kind kind, std::size_t begin, std::size_t end) {
+        while (begin < end) {
+            if (in_part_ >= kElementsOfPart) add_frame({});
+            const std::size_t count = std::min(end - begin, kElementsOfPart - in_part_);
+            runs_.push_back({{}, kind, begin, begin + count});
+            in_part_ += count;
+            begin += count;
         }
     }
 
-    void begin() {
-        head_ =
+    // Lays out the text from begin to end.
+    void plan() {
+        std::string begin =
             "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<model unit=\"millimeter\" "
             "xml:lang=\"en-US\" "
             "xmlns=\"http://schemas.microsoft.com/3dmanufacturing/core/2015/02\" "
             "xmlns:m=\"http://schemas.microsoft.com/3dmanufacturing/material/2015/02\">\n"
             " <metadata name=\"Application\">Povmesh</metadata>\n";
         for (const auto& [name, value] : content_.metadata) {
-            head_ +=
+            begin +=
                 " <metadata name=\"" + escaped(name) + "\">" + escaped(value) + "</metadata>\n";
         }
-        head_ += " <resources>\n";
-        next_id_ = 1;
+        add_frame(begin + " <resources>\n");
         if (!colours_.empty()) {
             colour_group_ = next_id_++;
-            head_ += " <m:colorgroup id=\"" + std::to_string(colour_group_) + "\">\n";
+            add_frame(" <m:colorgroup id=\"" + std::to_string(colour_group_) + "\">\n");
+            add_elements(Kind::Colour, 0, colours_.size());
+            add_frame(" </m:colorgroup>\n");
         }
-        item_ = 0;
-        stage_ = Stage::Colours;
+        plan_textures();
+        const std::uint32_t first_object = next_id_;
+        for (std::size_t body = 0; body < bodies_.size(); ++body) plan_object(body);
+        std::string end = " </resources>\n <build>\n";
+        for (std::size_t i = 0; i < bodies_.size(); ++i) {
+            end += "  <item objectid=\"" + std::to_string(first_object + i) + "\"/>\n";
+        }
+        add_frame(end + " </build>\n</model>\n");
     }
 
-    bool put_colour() {
-        if (item_ < colours_.size()) {
-            constexpr char kDigits[] = "0123456789ABCDEF";
-            put("<m:color color=\"#");
-            for (int shift = 20; shift >= 0; shift -= 4) {
-                put(kDigits[colours_[item_] >> shift & 15U]);
-            }
-            put("\"/>\n");
-            ++item_;
-            return true;
-        }
-        if (!colours_.empty()) head_ = " </m:colorgroup>\n";
-        texture_groups_.assign(points_of_.size(), 0);
-        for (const std::size_t t : textures()) {
-            texture_ids_.push_back(next_id_);
-            const TextureFile& texture = content_.textures[t];
-            head_ += " <m:texture2d id=\"" + std::to_string(next_id_++) + "\" path=\"" +
-                     escaped(part_of_texture(content_, t)) + "\" contenttype=\"" +
-                     escaped(texture.content_type) + "\"/>\n";
-        }
-        item_ = 0;
-        group_ = 0;
-        group_left_ = 0;
-        stage_ = Stage::TexturePoints;
-        return true;
-    }
-
-    bool put_texture_point() {
-        if (group_left_ > 0) {
-            const TextureCoordinate& point = mesh_.texture_coordinates[records_[item_++]];
-            put("<m:tex2coord u=\"");
-            put_number(point.u);
-            put("\" v=\"");
-            put_number(point.v);
-            put("\"/>\n");
-            if (--group_left_ == 0) head_ = " </m:texture2dgroup>\n";
-            return true;
-        }
+    void plan_textures() {
         const std::vector<std::size_t> used = textures();
-        if (group_ < used.size()) {
-            texture_groups_[used[group_]] = next_id_;
-            group_left_ = points_of_[used[group_]];
-            head_ += " <m:texture2dgroup id=\"" + std::to_string(next_id_++) + "\" texid=\"" +
-                     std::to_string(texture_ids_[group_]) + "\">\n";
-            ++group_;
-            return true;
+        const std::uint32_t first_texture = next_id_;
+        for (const std::size_t t : used) {
+            add_frame(" <m:texture2d id=\"" + std::to_string(next_id_++) + "\" path=\"" +
+                      escaped(part_of_texture(content_, t)) + "\" contenttype=\"" +
+                      escaped(content_.textures[t].content_type) + "\"/>\n");
         }
-        first_object_ = next_id_;
-        stage_ = bodies_.empty() ? Stage::Build : Stage::Object;
-        return true;
+        texture_groups_.assign(points_of_.size(), 0);
+        std::size_t first = 0;
+        for (std::size_t i = 0; i < used.size(); ++i) {
+            texture_groups_[used[i]] = next_id_;
+            add_frame(" <m:texture2dgroup id=\"" + std::to_string(next_id_++) + "\" texid=\"" +
+                      std::to_string(first_texture + i) + "\">\n");
+            const std::size_t end = first + points_of_[used[i]];
+            add_elements(Kind::TexturePoint, first, end);
+            add_frame(" </m:texture2dgroup>\n");
+            first = end;
+        }
     }
 
-    void open_object() {
-        head_ = " <object id=\"" + std::to_string(next_id_++) + "\" type=\"model\"";
-        const std::size_t body = bodies_[body_];
+    void plan_object(std::size_t place) {
+        std::string begin = " <object id=\"" + std::to_string(next_id_++) + "\" type=\"model\"";
+        const std::size_t body = bodies_[place];
         if (body < content_.bodies.size() && !content_.bodies[body].empty()) {
-            head_ += " name=\"" + escaped(content_.bodies[body]) + "\"";
+            begin += " name=\"" + escaped(content_.bodies[body]) + "\"";
         }
         if (!colours_.empty()) {
-            head_ += " pid=\"" + std::to_string(colour_group_) + "\" pindex=\"0\"";
+            begin += " pid=\"" + std::to_string(colour_group_) + "\" pindex=\"0\"";
         }
-        head_ += ">\n  <mesh>\n   <vertices>\n";
-        // Numbered as they come up, from 1 while the body is at hand.
-        used_vertices_.clear();
-        for (std::size_t i = starts_[body_]; i < starts_[body_ + 1]; ++i) {
-            for (const std::int32_t v : mesh_.faces[order_[i]].vertex) {
-                std::uint32_t& number = numbers_[static_cast<std::size_t>(v)];
-                const bool is_known = number != 0 && number <= used_vertices_.size() &&
-                                      used_vertices_[number - 1] == static_cast<std::uint32_t>(v);
-                if (is_known) continue;
-                used_vertices_.push_back(static_cast<std::uint32_t>(v));
-                number = static_cast<std::uint32_t>(used_vertices_.size());
-            }
-        }
-        item_ = 0;
-        stage_ = Stage::Vertices;
+        add_frame(begin + ">\n  <mesh>\n   <vertices>\n");
+        add_elements(Kind::Vertex, first_vertices_[place], first_vertices_[place + 1]);
+        add_frame("   </vertices>\n   <triangles>\n");
+        add_elements(Kind::Triangle, starts_[place], starts_[place + 1]);
+        add_frame("   </triangles>\n  </mesh>\n </object>\n");
     }
 
-    bool put_vertex() {
-        if (item_ == used_vertices_.size()) {
-            head_ = "   </vertices>\n   <triangles>\n";
-            item_ = starts_[body_];
-            stage_ = Stage::Triangles;
-            return true;
+    void put_element(Kind kind, std::size_t item, ElementText& text) const {
+        switch (kind) {
+            case Kind::Colour:
+                return put_colour(colours_[item], text);
+            case Kind::TexturePoint:
+                return put_texture_point(mesh_.texture_coordinates[records_[item]], text);
+            case Kind::Vertex:
+                return put_vertex(mesh_.vertices[vertices_[item]], text);
+            case Kind::Triangle:
+                return put_triangle(item, text);
         }
-        const Vertex& vertex = mesh_.vertices[used_vertices_[item_++]];
-        put("<vertex x=\"");
-        put_number(vertex.x);
-        put("\" y=\"");
-        put_number(vertex.y);
-        put("\" z=\"");
-        put_number(vertex.z);
-        put("\"/>\n");
-        return true;
     }
 
-    bool put_triangle() {
-        if (item_ == starts_[body_ + 1]) {
-            stage_ = Stage::ObjectEnd;
-            return true;
-        }
-        const Face& face = mesh_.faces[order_[item_]];
-        put("<triangle v1=\"");
-        put_number(numbers_[static_cast<std::size_t>(face.vertex[0])] - 1);
-        put("\" v2=\"");
-        put_number(numbers_[static_cast<std::size_t>(face.vertex[1])] - 1);
-        put("\" v3=\"");
-        put_number(numbers_[static_cast<std::size_t>(face.vertex[2])] - 1);
+    static void put_colour(std::uint32_t rgb, ElementText& text) {
+        constexpr char kDigits[] = "0123456789ABCDEF";
+        text.put("<m:color color=\"#");
+        for (int shift = 20; shift >= 0; shift -= 4) text.put(kDigits[rgb >> shift & 15U]);
+        text.put("\"/>\n");
+    }
+
+    static void put_texture_point(const TextureCoordinate& point, ElementText& text) {
+        text.put("<m:tex2coord u=\"");
+        text.put_number(point.u);
+        text.put("\" v=\"");
+        text.put_number(point.v);
+        text.put("\"/>\n");
+    }
+
+    static void put_vertex(const Vertex& vertex, ElementText& text) {
+        text.put("<vertex x=\"");
+        text.put_number(vertex.x);
+        text.put("\" y=\"");
+        text.put_number(vertex.y);
+        text.put("\" z=\"");
+        text.put_number(vertex.z);
+        text.put("\"/>\n");
+    }
+
+    void put_triangle(std::size_t item, ElementText& text) const {
+        text.put("<triangle v1=\"");
+        text.put_number(corners_[item][0]);
+        text.put("\" v2=\"");
+        text.put_number(corners_[item][1]);
+        text.put("\" v3=\"");
+        text.put_number(corners_[item][2]);
+        const Face& face = mesh_.faces[order_[item]];
         if (const int texture = texture_of(face); texture >= 0) {
             put_property(texture_groups_[static_cast<std::size_t>(texture)],
                          point_numbers_[static_cast<std::size_t>(face.uv[0])],
                          point_numbers_[static_cast<std::size_t>(face.uv[1])],
-                         point_numbers_[static_cast<std::size_t>(face.uv[2])]);
+                         point_numbers_[static_cast<std::size_t>(face.uv[2])], text);
         } else if (!colours_.empty()) {
-            const std::uint32_t* const colour = corner_colours_.data() + 3 * item_;
-            put_property(colour_group_, colour[0], colour[1], colour[2]);
+            const std::uint32_t* const colour = corner_colours_.data() + 3 * item;
+            put_property(colour_group_, colour[0], colour[1], colour[2], text);
         }
-        put("\"/>\n");
-        ++item_;
-        return true;
+        text.put("\"/>\n");
     }
 
-    void put_property(std::uint32_t group, std::uint32_t a, std::uint32_t b, std::uint32_t c) {
-        put("\" pid=\"");
-        put_number(group);
-        put("\" p1=\"");
-        put_number(a);
+    static void put_property(std::uint32_t group, std::uint32_t a, std::uint32_t b, std::uint32_t c,
+                             ElementText& text) {
+        text.put("\" pid=\"");
+        text.put_number(group);
+        text.put("\" p1=\"");
+        text.put_number(a);
         if (a == b && b == c) return;
-        put("\" p2=\"");
-        put_number(b);
-        put("\" p3=\"");
-        put_number(c);
-    }
-
-    void end_text() {
-        head_ = " </resources>\n <build>\n";
-        for (std::size_t i = 0; i < bodies_.size(); ++i) {
-            head_ += "  <item objectid=\"" + std::to_string(first_object_ + i) + "\"/>\n";
-        }
-        head_ += " </build>\n</model>\n";
-        stage_ = Stage::End;
-    }
-
-    void put(std::string_view text) {
-        std::memcpy(buffer_.data() + used_, text.data(), text.size());
-        used_ += text.size();
-    }
-    void put(char c) { buffer_[used_++] = c; }
-    template <typename Number>
-    void put_number(Number number) {
-        char* const end = buffer_.data() + buffer_.size();
-        used_ = static_cast<std::size_t>(std::to_chars(buffer_.data() + used_, end, number).ptr -
-                                         buffer_.data());
+        text.put("\" p2=\"");
+        text.put_number(b);
+        text.put("\" p3=\"");
+        text.put_number(c);
     }
 
     const TriMesh& mesh_;
     const ThreeMfContent& content_;
     bool is_divided_ = false;
-    Array<std::uint32_t> order_;       // faces by body
-    std::vector<std::size_t> bodies_;  // those that have faces
-    std::vector<std::size_t> starts_;  // of each of them in `order_`
-    Array<std::uint32_t> numbers_;     // of vertices in the last body that uses them, from 1
-    Array<std::uint32_t> used_vertices_;
+    Array<std::uint32_t> order_;                   // faces by body
+    std::vector<std::size_t> bodies_;              // those that have faces
+    std::vector<std::size_t> starts_;              // of each of them in `order_`
+    Array<std::uint32_t> vertices_;                // by body
+    std::vector<std::size_t> first_vertices_;      // of each body in `vertices_`
+    Array<std::array<std::uint32_t, 3>> corners_;  // of faces in `order_`: vertices in their body
     std::vector<std::uint32_t> colours_;
     Array<std::uint32_t> corner_colours_;   // of the corners in the order of `order_`
     Array<std::uint32_t> records_;          // texture coordinates to write, by texture
     Array<std::uint32_t> point_numbers_;    // of texture coordinates in their group
     std::vector<std::uint64_t> points_of_;  // number of coordinates, by texture
-    std::vector<std::uint32_t> texture_ids_;
     std::vector<std::uint32_t> texture_groups_;
-
-    Stage stage_ = Stage::Begin;
-    std::string head_;  // what is to be written before anything else
-    std::size_t item_ = 0;
-    std::size_t body_ = 0;
-    std::size_t group_ = 0;
-    std::uint64_t group_left_ = 0;
-    std::uint32_t next_id_ = 1;
-    std::uint32_t first_object_ = 1;
     std::uint32_t colour_group_ = 0;
-    Array<char> buffer_;
-    std::size_t used_ = 0;
+    std::uint32_t next_id_ = 1;
+
+    std::vector<Run> runs_;           // the whole text
+    std::vector<std::size_t> parts_;  // the first run of each
+    std::size_t in_part_ = 0;         // elements of the last one
 };
 
 std::string_view without_slash(std::string_view path) {
@@ -556,7 +552,8 @@ Status write_three_mf(const TriMesh& mesh, const ThreeMfContent& content,
     PackageWriter package;
     package.add("[Content_Types].xml", types + "</Types>\n");
     package.add("_rels/.rels", relationships + "</Relationships>\n");
-    package.add("3D/3dmodel.model", model.about_bytes(), [&model] { return model.next(); });
+    package.add("3D/3dmodel.model", model.part_count(),
+                [&](std::size_t part, Array<char>& text) { model.write_part(part, text); });
     if (!textures.empty()) {
         package.add("3D/_rels/3dmodel.model.rels", of_model + "</Relationships>\n");
     }

@@ -4,14 +4,12 @@
 
 #include <algorithm>
 #include <cstring>
-#include <exception>
 #include <new>
-#include <optional>
 #include <utility>
 
 #include "base/array.h"
+#include "base/poll.h"
 #include "io/file.h"
-#include "io/parallel_deflate.h"
 
 namespace povmesh {
 namespace {
@@ -24,9 +22,6 @@ constexpr std::uint64_t kHighestRatio = 100;
 constexpr std::uint64_t kHarmlessBytes = std::uint64_t{64} << 20;
 
 constexpr int kPackingLevel = 1;
-
-// Contents that may be larger are packed on several threads, not by libzip: it is most of writing.
-constexpr std::uint64_t kLargeBytes = std::uint64_t{1} << 20;
 
 // Of a buffer for so many bytes, of which there may be more.
 std::size_t piece_bytes(std::uint64_t bytes) {
@@ -183,6 +178,7 @@ Status PackageReader::read(const std::string& entry, std::uint64_t most_bytes,
                        " unpacked bytes: " + text_of_code(zip_error_code_zip(error)));
         }
         if (count == 0) break;
+        poll();
         size += static_cast<std::uint64_t>(count);
         if (size > most_bytes ||
             (size > kHarmlessBytes &&
@@ -199,54 +195,60 @@ Status PackageReader::read(const std::string& entry, std::uint64_t most_bytes,
     return {};
 }
 
-namespace {
+// A file on its way into an archive: a text, or parts that are packed.
+struct PackageWriter::Content {
+    std::string text{};
+    DeflatedParts packed{};
+    std::size_t part = 0;    // that is being handed over
+    std::size_t offset = 0;  // in it, or in the text
 
-// A content on its way into an archive.
-struct Content {
-    NextBytes next;
-    std::uint64_t about_bytes;
-    std::span<const char> rest{};
-    std::string text{};  // of a content that is known beforehand
-    std::exception_ptr failure{};
-    std::optional<DeflatedBytes> packed{};  // of a large one; `next` has given all then
+    bool is_packed() const { return !packed.parts.empty(); }
+    std::uint64_t size() const { return is_packed() ? packed.packed_size : text.size(); }
+
+    /// Hands over up to `room` bytes, none at the end, and lets go of parts that are done with.
+    std::size_t read(char* target, std::size_t room) {
+        if (!is_packed()) return copy(text, target, room);
+        while (part < packed.parts.size()) {
+            const std::size_t count = copy(packed.parts[part], target, room);
+            if (count > 0) return count;
+            packed.parts[part++] = {};
+            offset = 0;
+        }
+        return 0;
+    }
+
+    static zip_int64_t call(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command);
+
+private:
+    std::size_t copy(std::span<const char> from, char* target, std::size_t room) {
+        const std::size_t count = std::min(room, from.size() - offset);
+        std::memcpy(target, from.data() + offset, count);
+        offset += count;
+        return count;
+    }
 };
 
-zip_int64_t call_content(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command) {
+// As libzip asks for it.
+zip_int64_t PackageWriter::Content::call(void* state, void* data, zip_uint64_t length,
+                                         zip_source_cmd_t command) {
     auto& self = *static_cast<Content*>(state);
     switch (command) {
         case ZIP_SOURCE_OPEN:
         case ZIP_SOURCE_CLOSE:
         case ZIP_SOURCE_FREE:
             return 0;
-        case ZIP_SOURCE_READ: {
-            // No exception goes through libzip, which is C.
-            try {
-                auto* target = static_cast<char*>(data);
-                std::size_t room = static_cast<std::size_t>(length);
-                while (room > 0) {
-                    if (self.rest.empty()) self.rest = self.next();
-                    if (self.rest.empty()) break;
-                    const std::size_t count = std::min(room, self.rest.size());
-                    std::memcpy(target, self.rest.data(), count);
-                    self.rest = self.rest.subspan(count);
-                    target += count;
-                    room -= count;
-                }
-                return static_cast<zip_int64_t>(length - room);
-            } catch (...) {
-                self.failure = std::current_exception();
-                return -1;
-            }
-        }
+        case ZIP_SOURCE_READ:
+            return static_cast<zip_int64_t>(
+                self.read(static_cast<char*>(data), static_cast<std::size_t>(length)));
         case ZIP_SOURCE_STAT: {
             auto* const stat = static_cast<zip_stat_t*>(data);
             zip_stat_init(stat);
-            stat->size = self.about_bytes;  // only tells whether 32 bits will do
+            stat->size = self.text.size();
             stat->valid |= ZIP_STAT_SIZE;
-            if (self.packed) {
-                stat->size = self.packed->size;
-                stat->comp_size = self.packed->bytes.size();
-                stat->crc = self.packed->crc;
+            if (self.is_packed()) {
+                stat->size = self.packed.size;
+                stat->comp_size = self.packed.packed_size;
+                stat->crc = self.packed.crc;
                 stat->comp_method = ZIP_CM_DEFLATE;
                 stat->valid |= ZIP_STAT_COMP_SIZE | ZIP_STAT_CRC | ZIP_STAT_COMP_METHOD;
             }
@@ -264,8 +266,6 @@ zip_int64_t call_content(void* state, void* data, zip_uint64_t length, zip_sourc
     }
 }
 
-}  // namespace
-
 struct PackageWriter::Archive {
     zip_source_t* bytes = nullptr;
     zip_t* zip = nullptr;
@@ -273,7 +273,7 @@ struct PackageWriter::Archive {
 
     std::uint64_t about_bytes() const {
         std::uint64_t sum = 0;
-        for (const auto& content : contents) sum += content->about_bytes;
+        for (const auto& content : contents) sum += content->size();
         return sum;
     }
 
@@ -295,10 +295,20 @@ PackageWriter::PackageWriter() : archive_(std::make_unique<Archive>()) {
 
 PackageWriter::~PackageWriter() = default;
 
-void PackageWriter::add(const std::string& entry, std::uint64_t about_bytes, NextBytes next) {
-    archive_->contents.push_back(std::make_unique<Content>(Content{std::move(next), about_bytes}));
+void PackageWriter::add(const std::string& entry, std::string content) {
+    const zip_uint64_t place = add_entry(entry, {.text = std::move(content)});
+    (void)zip_set_file_compression(archive_->zip, place, ZIP_CM_DEFLATE, kPackingLevel);
+}
+
+void PackageWriter::add(const std::string& entry, std::size_t part_count,
+                        const TextOfPart& text_of_part) {
+    (void)add_entry(entry, {.packed = deflate_parts(part_count, text_of_part)});
+}
+
+std::uint64_t PackageWriter::add_entry(const std::string& entry, Content content) {
+    archive_->contents.push_back(std::make_unique<Content>(std::move(content)));
     zip_source_t* const source =
-        zip_source_function(archive_->zip, call_content, archive_->contents.back().get());
+        zip_source_function(archive_->zip, &Content::call, archive_->contents.back().get());
     if (source == nullptr) throw std::bad_alloc();
     const zip_int64_t index =
         zip_file_add(archive_->zip, entry.c_str(), source, ZIP_FL_ENC_UTF_8 | ZIP_FL_OVERWRITE);
@@ -307,45 +317,24 @@ void PackageWriter::add(const std::string& entry, std::uint64_t about_bytes, Nex
         throw std::bad_alloc();
     }
     const auto place = static_cast<zip_uint64_t>(index);
-    if (about_bytes <= kLargeBytes) {
-        (void)zip_set_file_compression(archive_->zip, place, ZIP_CM_DEFLATE, kPackingLevel);
-    }
     // 1980-01-01, the earliest day that a ZIP archive knows.
     (void)zip_file_set_dostime(archive_->zip, place, 0, (1U << 5) | 1U, 0);
-}
-
-void PackageWriter::add(const std::string& entry, std::string content) {
-    const std::uint64_t size = content.size();
-    add(entry, size, nullptr);
-    Content& added = *archive_->contents.back();
-    added.text = std::move(content);
-    added.next = [&added, done = false]() mutable -> std::span<const char> {
-        return std::exchange(done, true) ? std::span<const char>() : std::span(added.text);
-    };
+    return place;
 }
 
 Status PackageWriter::finish(ByteSink& file, const std::string& name) {
     const auto failed = [&](const std::string& why) {
         return Status(StatusCode::CannotWrite, one_line(name) + ": cannot be packed: " + why);
     };
-    for (const auto& content : archive_->contents) {
-        if (content->about_bytes <= kLargeBytes) continue;
-        content->packed = deflate_in_parts(content->next);
-        content->next = [packed = std::span<const char>(content->packed->bytes)]() mutable {
-            return std::exchange(packed, {});
-        };
-    }
+    const std::size_t piece_size = piece_bytes(archive_->about_bytes());
     if (zip_close(archive_->zip) != 0) {
-        for (const auto& content : archive_->contents) {
-            if (content->failure) std::rethrow_exception(content->failure);
-        }
         const int code = zip_error_code_zip(zip_get_error(archive_->zip));
         if (code == ZIP_ER_MEMORY) throw std::bad_alloc();
         return failed(text_of_code(code));
     }
     archive_->zip = nullptr;
     if (zip_source_open(archive_->bytes) != 0) return failed("it cannot be read back");
-    Array<char> piece(piece_bytes(archive_->about_bytes()));
+    Array<char> piece(piece_size);
     Status status;
     for (;;) {
         const zip_int64_t count = zip_source_read(archive_->bytes, piece.data(), piece.size());

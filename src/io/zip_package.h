@@ -13,6 +13,7 @@
 #include "base/status.h"
 #include "io/byte_sink.h"
 #include "io/byte_source.h"
+#include "io/parallel_deflate.h"
 
 namespace povmesh {
 
@@ -46,9 +47,6 @@ private:
     std::string name_;
 };
 
-/// Gives the next bytes of a content, none at its end.
-using NextBytes = std::function<std::span<const char>()>;
-
 class PackageWriter {
 public:
     PackageWriter();
@@ -56,15 +54,19 @@ public:
     PackageWriter(const PackageWriter&) = delete;
     PackageWriter& operator=(const PackageWriter&) = delete;
 
-    /// Adds a file whose content is asked for in `finish`. `about_bytes` is not less than its size.
-    void add(const std::string& entry, std::uint64_t about_bytes, NextBytes next);
     void add(const std::string& entry, std::string content);
+
+    /// Adds a file that is long. Its parts are made and packed at once, on several threads.
+    void add(const std::string& entry, std::size_t part_count, const TextOfPart& text_of_part);
 
     /// Writes the archive; nothing in it depends on when and where. `name` stands in messages.
     Status finish(ByteSink& file, const std::string& name);
 
 private:
     struct Archive;
+    struct Content;
+    std::uint64_t add_entry(const std::string& entry, Content content);
+
     std::unique_ptr<Archive> archive_;
 };
 

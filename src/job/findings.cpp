@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/convert.h"
 #include "job/numbers.h"
 #include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
@@ -181,6 +182,29 @@ std::string place_text(Vec3f place) {
     return "near (" + human_number(shortest_double(place.x)) + ", " +
            human_number(shortest_double(place.y)) + ", " + human_number(shortest_double(place.z)) +
            ")";
+}
+
+std::string place_text(Vec3d place) {
+    return place_text(
+        Vec3f{narrow_to_float(place.x), narrow_to_float(place.y), narrow_to_float(place.z)});
+}
+
+std::string verdict(const Findings& findings, const std::string& more) {
+    std::string flaws;
+    for (std::size_t i = 0; i < kFlawWords.size(); ++i) {
+        const std::uint64_t count = findings.flaws[i].count;
+        // Edges of opposite windings are the rims of the inverted faces.
+        const bool is_covered =
+            static_cast<Flaw>(i) == Flaw::TurnedEdges && findings[Flaw::InvertedFaces].count != 0;
+        if (count == 0 || is_covered) continue;
+        const auto& [key, one, several] = kFlawWords[i];
+        if (!flaws.empty()) flaws += ", ";
+        flaws += counted(count, one, several);
+    }
+    if (!more.empty()) return "flaws: " + flaws + (flaws.empty() ? "" : ", ") + more;
+    if (flaws.empty()) return "clean";
+    if (findings.has_degenerate_faces_only()) return "prints, but has " + flaws;
+    return "flaws: " + flaws;
 }
 
 std::string hole_sizes_text(std::span<const HoleSize> holes) {

@@ -91,6 +91,10 @@ struct Findings {
 
 /// "near (1, 2, 3)".
 std::string place_text(Vec3f place);
+std::string place_text(Vec3d place);
+
+/// "clean", or the flaws with their numbers; `more` is a flaw beside them, if not empty.
+std::string verdict(const Findings& findings, const std::string& more = {});
 
 /// "2 of 3 edges, 1 of 12"; the middle of a long list is left out.
 std::string hole_sizes_text(std::span<const HoleSize> holes);

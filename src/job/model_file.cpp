@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 
 #include "io/file.h"
 #include "io/obj.h"
@@ -166,7 +165,7 @@ std::string_view extension_of(FileKind kind) {
 }
 
 bool has_extension(const std::string& path, std::string_view extension) {
-    return lower_case(std::filesystem::path(path).extension().string()) == extension;
+    return lower_case(std::string(extension_in(path))) == extension;
 }
 
 bool is_packed(const std::string& path) {
@@ -175,7 +174,7 @@ bool is_packed(const std::string& path) {
 
 FileKind kind_of_name(const std::string& path) {
     if (is_packed(path)) {
-        const FileKind kind = kind_of_name(std::filesystem::path(path).stem().string());
+        const FileKind kind = kind_of_name(path.substr(0, path.size() - kPackedEnd.size()));
         return kind == FileKind::ThreeMf ? FileKind::Unknown : kind;  // that is packed as it is
     }
     for (const FileKind kind : {FileKind::Stl, FileKind::Obj, FileKind::Ply, FileKind::ThreeMf}) {

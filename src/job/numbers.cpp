@@ -50,6 +50,12 @@ std::string human_number(double number) {
     return text;
 }
 
+std::string four_digits(double number) {
+    if (!(std::abs(number) > 0)) return "0";
+    const double step = std::pow(10.0, std::floor(std::log10(std::abs(number))) - 3);
+    return human_number(std::round(number / step) * step);
+}
+
 double shortest_double(float number) {
     if (!std::isfinite(number)) return number;
     Buffer buffer;

@@ -17,6 +17,9 @@ std::string counted(std::uint64_t count, std::string_view one, std::string_view 
 /// 1,234,567; beyond 1e15 with an exponent. The number is finite.
 std::string human_number(double number);
 
+/// To four significant digits, which are enough of a length.
+std::string four_digits(double number);
+
 /// The double whose shortest decimal form is that of the float, so that 0.1f is printed as 0.1.
 double shortest_double(float number);
 

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "base/poll.h"
 #include "mesh/colour.h"
 #include "mesh/vertex_welder.h"
 
@@ -48,9 +49,11 @@ void build(TriMesh& mesh, const AnySoup& soup) {
     mesh.vertices.reserve(std::min(expected_vertices, count * 3) + VertexWelder::kBlock);
     mesh.faces.resize(count);
 
+    Poller poller;
     std::size_t face_count = 0;
     std::array<std::int32_t, VertexWelder::kBlock> numbers;
     for (std::size_t first = 0; first < count; first += kTrianglesPerBlock) {
+        poller();
         const std::size_t in_block = std::min(kTrianglesPerBlock, count - first);
         welder.weld_block(soup.coordinates + 9 * first, 3 * in_block, numbers.data(),
                           mesh.vertices);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/poll.h"
 #include "mesh/vertex_welder.h"
 
 namespace povmesh {
@@ -42,6 +43,7 @@ std::size_t keep_live_faces(TriMesh& mesh, Array<Vec3f>& used) {
     std::size_t live = 0;
     std::size_t kept = 0;
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         Face& face = mesh.faces[f];
         if (face.deleted != 0) continue;
         ++live;
@@ -89,6 +91,7 @@ void compact(TriMesh& mesh, TextureDigits digits) {
     Array<TextureCoordinate> texture_coordinates;
     std::size_t face_count = 0;
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         Face& face = mesh.faces[f];
         for (std::int32_t& v : face.vertex) v = welded[static_cast<std::size_t>(v)];
         const auto& [a, b, c] = face.vertex;

@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <span>
 
+#include "base/parallel.h"
+#include "base/poll.h"
+
 namespace povmesh {
 namespace {
 
@@ -29,7 +32,9 @@ struct HalfEdge {
 class EdgeMatesBuilder {
 public:
     EdgeMatesBuilder(const TriMesh& mesh, EdgeMates& mates) : mesh_(mesh), mates_(mates) {
-        mates_.codes_.assign(mesh.faces.size() * 3, EdgeMates::kOpen);
+        mates_.codes_.resize(mesh.faces.size() * 3);
+        parallel_for(mates_.codes_.size(),
+                     [&](std::size_t i) { mates_.codes_[i] = EdgeMates::kOpen; });
         mates_.group_offsets_.assign(1, 0);
         has_deleted_ = std::any_of(mesh.faces.begin(), mesh.faces.end(),
                                    [](const Face& face) { return face.deleted != 0; });
@@ -37,6 +42,7 @@ public:
 
     void run() {
         for (std::size_t v = 0; v < mesh_.vertices.size(); ++v) {
+            poll_at(v);
             gather(v);
             if (edges_.size() <= kPairwise) {
                 settle_pairwise();
@@ -90,7 +96,7 @@ private:
 
     void settle_sorted() {
         // Uses come in face order, which the sort keeps within an edge.
-        std::sort(edges_.begin(), edges_.end(), [](const HalfEdge& a, const HalfEdge& b) {
+        polled_sort(edges_.begin(), edges_.end(), [](const HalfEdge& a, const HalfEdge& b) {
             return a.neighbour != b.neighbour ? a.neighbour < b.neighbour : a.code < b.code;
         });
         for (std::size_t i = 0; i < edges_.size();) {

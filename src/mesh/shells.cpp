@@ -3,6 +3,8 @@
 
 #include <vector>
 
+#include "base/poll.h"
+
 namespace povmesh {
 namespace {
 
@@ -33,6 +35,7 @@ public:
 private:
     void traverse() {
         while (head_ < tail_) {
+            poll_at(head_);
             const std::uint32_t face = faces_[head_++];
             for (std::size_t edge = 0; edge < 3; ++edge) {
                 switch (mates_.kind(face, edge)) {
@@ -66,7 +69,7 @@ private:
     const EdgeMates& mates_;
     Array<std::uint32_t>& faces_;
     Array<std::uint8_t> is_visited_;
-    std::vector<std::uint8_t> group_is_done_;
+    Array<std::uint8_t> group_is_done_;
     std::size_t head_ = 0;
     std::size_t tail_ = 0;
 };

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/poll.h"
+
 namespace povmesh {
 namespace {
 
@@ -52,12 +54,15 @@ void build_uses(TriMesh& mesh) {
     UseTable& table = mesh.use_table;
     Array<std::uint32_t>& offsets = table.offsets;
     offsets.assign(mesh.vertices.size() + 2, 0);
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         for (const std::int32_t v : face.vertex) ++offsets[static_cast<std::size_t>(v) + 2];
     }
     for (std::size_t i = 2; i < offsets.size(); ++i) offsets[i] += offsets[i - 1];
     table.uses.resize(mesh.faces.size() * 3);
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         const Face& face = mesh.faces[f];
         for (std::size_t corner = 0; corner < 3; ++corner) {
             std::uint32_t& place = offsets[static_cast<std::size_t>(face.vertex[corner]) + 1];

@@ -88,6 +88,7 @@ VertexWelder::VertexWelder(const WeldBox& box, std::size_t expected_vertices)
 
 void VertexWelder::weld_block(const float* corners, std::size_t corner_count, std::int32_t* numbers,
                               Array<Vertex>& vertices) {
+    poller_();
     std::size_t vertex_count = vertices.size();
     table_.make_room(vertex_count + corner_count);
     vertices.resize(vertex_count + corner_count);

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "base/array.h"
+#include "base/poll.h"
 #include "base/vec.h"
 #include "mesh/tri_mesh.h"
 #include "mesh/weld_table.h"
@@ -43,6 +44,7 @@ private:
     Vec3f low_;
     Vec3f cell_size_;
     WeldTable table_;
+    Poller poller_;
 };
 
 }  // namespace povmesh

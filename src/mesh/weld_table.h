@@ -7,6 +7,8 @@
 
 #include "base/array.h"
 #include "base/memory.h"
+#include "base/parallel.h"
+#include "base/poll.h"
 
 namespace povmesh {
 
@@ -22,7 +24,7 @@ public:
     /// @param expected  a hint for the number of pairs; the table grows as needed
     explicit WeldTable(std::size_t expected) {
         const std::size_t slot_count = std::bit_ceil((expected + 128) * 8 / kFullEighths);
-        slots_.assign(slot_count, Slot{});
+        clear(slot_count);
         shift_ = 64U - static_cast<unsigned>(std::countr_zero(slot_count));
     }
 
@@ -81,13 +83,21 @@ private:
     // caches earlier.
     static constexpr std::size_t kFullEighths = 5;
 
+    // In parallel: the table is larger than the mesh, and its pages are new.
+    void clear(std::size_t slot_count) {
+        slots_.resize(slot_count);
+        parallel_for(slot_count, [this](std::size_t i) { slots_[i] = Slot{}; });
+    }
+
     void grow() {
         Array<Slot> old;
         old.swap(slots_);
-        slots_.assign(old.size() * 2, Slot{});
+        clear(old.size() * 2);
         --shift_;
         const std::size_t mask = slots_.size() - 1;
+        Poller poller;
         for (const Slot& slot : old) {
+            poller();
             if (slot.number_plus_one == 0) continue;
             std::size_t place = home(slot.key, slot.cell);
             while (slots_[place].number_plus_one != 0) place = (place + 1) & mask;

@@ -9,6 +9,7 @@
 #include <optional>
 #include <vector>
 
+#include "base/poll.h"
 #include "mesh/bounds.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
@@ -74,7 +75,9 @@ std::array<Vec3d, 3> corners_of(const TriMesh& mesh, const Face& face) {
 
 NewFault slivers_of(const TriMesh& mesh) {
     NewFault found;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         if (face.deleted != 0 || !shape_of(corners_of(mesh, face)).is_sliver) continue;
         if (found.count++ == 0) found.place = mesh.corner_position(face, 0);
     }

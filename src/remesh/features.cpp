@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "base/vec.h"
 #include "remesh/corner_attributes.h"
 
@@ -82,6 +83,7 @@ void drop_small_features(HalfEdgeMesh& surface, std::span<const float> lengths,
     };
     const auto for_features = [&](auto&& visit) {
         for (std::uint32_t h = 0; h < surface.opposites.size(); ++h) {
+            poll_at(h);
             const std::uint32_t g = surface.opposites[h];
             if (surface.features[h] != 0 && (g == HalfEdgeMesh::kNone || h < g)) visit(h);
         }
@@ -111,6 +113,7 @@ void drop_small_features(HalfEdgeMesh& surface, std::span<const float> lengths,
         component.is_bound = component.is_bound || is_bound(h);
     });
     for (std::uint32_t h = 0; h < surface.opposites.size(); ++h) {
+        poll_at(h);
         if (surface.features[h] == 0) continue;
         const Component& c = components[number[index(root(surface.origin(h)))] - 1];
         const double size = length(c.box.high - c.box.low);
@@ -125,6 +128,7 @@ void mark_features(HalfEdgeMesh& surface, const TriMesh& mesh, double angle,
     const double cosine = std::cos(angle * std::numbers::pi / 180);
     Array<std::uint32_t> faces;
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         if (mesh.faces[f].deleted == 0) faces.push_back(static_cast<std::uint32_t>(f));
     }
     const auto is_border_at = [&](std::uint32_t h) {

@@ -7,6 +7,8 @@
 #include <tuple>
 #include <utility>
 
+#include "base/poll.h"
+
 namespace povmesh {
 namespace {
 
@@ -39,6 +41,7 @@ HalfEdgeMesh::HalfEdgeMesh(const TriMesh& mesh, const EdgeMates& mates) {
     Array<std::uint32_t> place(mesh.faces.size());
     Array<std::uint32_t> faces;
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         if (mesh.faces[f].deleted != 0) continue;
         place[f] = static_cast<std::uint32_t>(faces.size());
         faces.push_back(static_cast<std::uint32_t>(f));
@@ -55,6 +58,7 @@ HalfEdgeMesh::HalfEdgeMesh(const TriMesh& mesh, const EdgeMates& mates) {
     valences.assign(positions.size(), 0);
     kinds.assign(positions.size(), Free);
     for (std::size_t t = 0; t < triangles.size(); ++t) {
+        poll_at(t);
         for (std::size_t corner = 0; corner < 3; ++corner) {
             const std::size_t h = 3 * t + corner;
             const std::uint32_t f = faces[t];
@@ -353,6 +357,7 @@ HalfEdgeMesh::Order HalfEdgeMesh::order_in_space() {
     Array<Place> places;
     places.reserve(triangles.size());
     for (std::uint32_t t = 0; t < triangles.size(); ++t) {
+        poll_at(t);
         if (is_gone(t)) continue;
         const auto [a, b, c] = triangles[t];
         const Vec3d middle = (position(a) + position(b) + position(c)) / 3.0;

@@ -8,6 +8,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "remesh/crossing_places.h"
 #include "remesh/triangle_shape.h"
 #include "spatial/face_tree.h"
@@ -76,6 +77,7 @@ SpoiledPlace spoiled_at(const CrossingPlace& place) {
 std::vector<SpoiledPlace> slivers_of(const TriMesh& mesh, std::span<const std::uint8_t> takes) {
     std::vector<SpoiledPlace> places;
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         const Face& face = mesh.faces[f];
         if (face.deleted != 0 || (!takes.empty() && takes[f] == 0)) continue;
         const Triangle3d t = corners_of(mesh, face);
@@ -98,7 +100,9 @@ RemeshReview::RemeshReview(const TriMesh& model, const TriMesh& original, const 
       normals_(original.vertices.size()) {
     asked_.resize(normals_.size());
     for (std::size_t v = 0; v < asked_.size(); ++v) asked_[v] = field.at_vertex(v);
+    Poller poller;
     for (const Face& face : original.faces) {
+        poller();
         if (face.deleted != 0) continue;
         const Triangle3d t = corners_of(original, face);
         const Vec3d normal = cross(t[1] - t[0], t[2] - t[0]);

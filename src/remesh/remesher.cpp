@@ -12,6 +12,7 @@
 #include <limits>
 
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "remesh/angle_mending.h"
 
 namespace povmesh {
@@ -99,6 +100,7 @@ Remesher::Remesher(const HalfEdgeMesh& original, const NearestFace& tree, const 
     for (std::size_t v = 0; v < lengths_.size(); ++v) lengths_[v] = field.at_vertex(v);
     sources_.assign(lengths_.size(), NearestPoint::kNoFace);
     for (std::size_t t = 0; t < original.triangles.size(); ++t) {
+        poll_at(t);
         for (const std::int32_t v : original.triangles[t]) {
             sources_[index(v)] = static_cast<std::uint32_t>(t);
         }
@@ -150,6 +152,7 @@ void Remesher::refine() {
 Array<std::uint8_t> Remesher::changed_faces() const {
     Array<std::uint8_t> changed;
     for (std::size_t t = 0; t < surface_.triangles.size(); ++t) {
+        poll_at(t);
         if (!surface_.is_gone(t)) changed.push_back(has_active_vertex(t) ? 1 : 0);
     }
     return changed;
@@ -187,6 +190,7 @@ Remesher::Evenness Remesher::evenness(const SizingField& asked,
     });
     Evenness found;
     for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
+        poll_at(h);
         if (surface_.is_gone(h / 3) || (!is_left_out.empty() && is_left_out[h / 3] != 0)) continue;
         const double of_asked =
             0.5 * (lengths[index(surface_.origin(h))] + lengths[index(surface_.target(h))]);
@@ -219,6 +223,7 @@ bool Remesher::is_upper(std::uint32_t h) const {
 bool Remesher::should_collapse_first() const {
     double pieces = 0;
     for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
+        poll_at(h);
         if (surface_.is_gone(h / 3) || is_upper(h)) continue;
         const double share = std::sqrt(surface_.squared_length(h)) / length_at(h);
         if (share > kLong) pieces += share;
@@ -230,6 +235,7 @@ bool Remesher::should_collapse_first() const {
 void Remesher::split_long_edges() {
     std::vector<LongEdge> heap;
     for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
+        poll_at(h);
         if (!surface_.is_gone(h / 3) && !is_upper(h)) add_if_long(h, heap);
     }
     std::make_heap(heap.begin(), heap.end());
@@ -325,6 +331,7 @@ bool Remesher::is_beside_longer_edge(std::uint32_t h) const {
 
 void Remesher::collapse_short_edges() {
     for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
+        poll_at(h);
         if (surface_.is_gone(h / 3) || is_upper(h) || !has_active_ends(h)) continue;
         if (!(surface_.squared_length(h) < squared(kShort * length_at(h)))) continue;
         if (surface_.features[h] != 0)
@@ -448,6 +455,7 @@ bool Remesher::may_move(std::int32_t v, std::int32_t other, Vec3d place) const {
 
 void Remesher::flip_edges() {
     for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
+        poll_at(h);
         if (surface_.is_gone(h / 3) || surface_.features[h] != 0 || is_upper(h)) continue;
         if (!has_active_ends(h)) continue;
         if (evens_valences(h) && may_flip(h)) surface_.flip(h);

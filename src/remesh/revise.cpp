@@ -22,6 +22,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
@@ -642,7 +643,9 @@ private:
 
 ShapeCounts count_shapes(const TriMesh& mesh) {
     ShapeCounts counts;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         if (face.deleted != 0) continue;
         const TriangleShape shape = shape_of(corners_of(mesh, face));
         counts.needles += shape.is_needle ? 1 : 0;

@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "mesh/compact.h"
 #include "remesh/triangle_half_edges.h"
 
@@ -104,7 +105,9 @@ Rings build_rings(const TriMesh& mesh) {
     Rings rings;
     const std::size_t vertex_count = mesh.vertices.size();
     rings.offsets.assign(vertex_count + 2, 0);
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         if (!is_sound(face, vertex_count)) continue;
         for (const std::int32_t v : face.vertex) ++rings.offsets[index(v) + 2];
     }
@@ -113,6 +116,7 @@ Rings build_rings(const TriMesh& mesh) {
     }
     rings.spokes.resize(rings.offsets.back());
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         const Face& face = mesh.faces[f];
         if (!is_sound(face, vertex_count)) continue;
         for (std::size_t c = 0; c < 3; ++c) {
@@ -286,6 +290,7 @@ Plan make_plan(const TriMesh& mesh, const Array<HalfEdge>& twins) {
     plan.face_count = mesh.faces.size();
     plan.uv_count = mesh.texture_coordinates.size();
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         if (!is_sound(mesh.faces[f], mesh.vertices.size())) continue;
         plan.first_faces[f] = static_cast<std::uint32_t>(plan.face_count);
         std::size_t split_count = 0;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/memory.h"
+#include "base/poll.h"
 #include "base/union_find.h"
 
 namespace povmesh {
@@ -42,6 +43,7 @@ Array<std::uint32_t> find_duplicate_faces(const TriMesh& mesh) {
     Array<std::uint32_t> duplicates;
     std::array<std::size_t, kBlock> home{};
     for (std::size_t first = 0; first < mesh.faces.size(); first += kBlock) {
+        poll_at(first + kBlock - 1);
         const std::size_t count = std::min(kBlock, mesh.faces.size() - first);
         for (std::size_t i = 0; i < count; ++i) {
             home[i] = hash_of(sorted_vertices(mesh.faces[first + i])) & mask;
@@ -77,8 +79,14 @@ public:
         make_stacks(duplicates);
         layers_ = UnionFind(stacks_.size());
         rims_.resize(stacks_.size());
-        for (std::uint32_t stack = 0; stack < stacks_.size(); ++stack) join_neighbours(stack);
-        for (std::uint32_t stack = 0; stack < stacks_.size(); ++stack) look_at_rim(stack);
+        for (std::uint32_t stack = 0; stack < stacks_.size(); ++stack) {
+            poll_at(stack);
+            join_neighbours(stack);
+        }
+        for (std::uint32_t stack = 0; stack < stacks_.size(); ++stack) {
+            poll_at(stack);
+            look_at_rim(stack);
+        }
         return choose();
     }
 
@@ -115,6 +123,7 @@ private:
             }
         }
         for (std::uint32_t face = 0; face < mesh_.faces.size(); ++face) {
+            poll_at(face);
             if (mesh_.faces[face].deleted != 0) continue;
             const auto& v = mesh_.faces[face].vertex;
             const bool may_be = std::all_of(v.begin(), v.end(), [&](std::int32_t vertex) {
@@ -125,7 +134,7 @@ private:
         const auto vertices = [&](std::uint32_t face) {
             return sorted_vertices(mesh_.faces[face]);
         };
-        std::sort(faces_.begin(), faces_.end(), [&](std::uint32_t a, std::uint32_t b) {
+        polled_sort(faces_.begin(), faces_.end(), [&](std::uint32_t a, std::uint32_t b) {
             const auto va = vertices(a);
             const auto vb = vertices(b);
             return va != vb ? va < vb : a < b;

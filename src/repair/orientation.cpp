@@ -14,6 +14,7 @@
 #include <span>
 
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "base/vec.h"
 #include "spatial/inside_test.h"
 #include "spatial/triangle_intersection.h"
@@ -97,6 +98,7 @@ private:
         is_reached_[seed] = 1;
         faces_.push_back(seed);
         for (std::size_t head = patch.begin; head < faces_.size(); ++head) {
+            poll_at(head);
             const std::uint32_t face = faces_[head];
             for (std::size_t edge = 0; edge < 3; ++edge) {
                 if (mates_.kind(face, edge) != EdgeMates::Kind::Manifold) continue;
@@ -117,7 +119,9 @@ private:
         std::size_t before = 0;  // edges of opposite windings, each from both sides
         std::size_t after = 0;
         std::size_t turned = 0;
+        Poller poller;
         for (const std::uint32_t face : faces_of(patch)) {
+            poller();
             turned += result_.turned[face];
             for (std::size_t edge = 0; edge < 3; ++edge) {
                 if (mates_.kind(face, edge) != EdgeMates::Kind::Manifold) continue;
@@ -166,6 +170,7 @@ private:
         if (nesting.is_closed) tree = tree_of(shell);
         bool is_changed = false;
         for (const Patch& patch : patches) {
+            poll();
             if (patch.is_one_sided) continue;
             const std::vector<std::uint32_t> faces = samples(patch);
             const bool has_parity =
@@ -182,7 +187,9 @@ private:
 
     bool is_flat(std::uint32_t shell, double volume) const {
         Box3d box;
+        Poller poller;
         for (const std::uint32_t face : mesh_.shells[shell]) {
+            poller();
             for (const Vec3d& p : triangle_of(mesh_, mesh_.faces[face])) box.widen(p);
         }
         const double diagonal = length(box.extent());

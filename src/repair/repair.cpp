@@ -7,6 +7,7 @@
 #include <span>
 #include <utility>
 
+#include "base/poll.h"
 #include "base/rotation.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
@@ -35,7 +36,9 @@ struct Measures {
 
 Measures measure(const TriMesh& mesh, std::span<const std::uint32_t> shell) {
     double lowest = kNoLowest;
+    Poller poller;
     for (const std::uint32_t f : shell) {
+        poller();
         for (std::size_t c = 0; c < 3; ++c) {
             const auto z = static_cast<double>(mesh.corner_position(mesh.faces[f], c).z);
             if (z < lowest) lowest = z;
@@ -44,6 +47,7 @@ Measures measure(const TriMesh& mesh, std::span<const std::uint32_t> shell) {
     const Vec3d origin{0, 0, lowest};
     Measures sum;
     for (const std::uint32_t f : shell) {
+        poller();
         const Face& face = mesh.faces[f];
         const Vec3d a = to_double(mesh.corner_position(face, 0)) - origin;
         const Vec3d b = to_double(mesh.corner_position(face, 1)) - origin;

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/poll.h"
 #include "repair/degenerate.h"
 
 namespace povmesh {
@@ -57,6 +58,7 @@ std::uint32_t ShellWalk::shell_of(std::size_t face) const {
 
 void ShellWalk::survey(bool test_degenerate) {
     for (std::uint32_t face = 0; face < mesh_.faces.size(); ++face) {
+        poll_at(face);
         if (shell_of(face) == kNoShell) continue;
         const std::array<std::int32_t, 3>& v = mesh_.faces[face].vertex;
         const Vec3f a = position(v[0]);
@@ -194,6 +196,7 @@ void ShellWalk::gather_around(std::uint32_t shell, std::int32_t vertex) {
 void ShellWalk::walk_from(std::uint32_t seed) {
     reach(seed);
     while (head_ < tail_) {
+        poll_at(head_);
         const std::uint32_t face = queue_[head_++];
         if (examine_edges(face)) continue;
         for (std::size_t i = 0; i < 3; ++i) {

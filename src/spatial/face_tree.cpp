@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "base/poll.h"
+
 namespace povmesh {
 namespace {
 
@@ -13,6 +15,9 @@ constexpr std::size_t kLeafSize = 4;
 // Down to this depth nodes are divided in space, which makes for small boxes but can leave all but
 // one entry on one side; from there on by count, which adds at most 32 levels.
 constexpr std::size_t kSpatialDepth = 46;
+
+// What stands below a node of so many entries takes less than a millisecond.
+constexpr std::size_t kPolledSize = 4096;
 
 struct Entry {
     std::array<float, 3> centre;
@@ -46,6 +51,7 @@ public:
         : tree_(tree), boxes_(boxes), numbers_(numbers) {
         entries_.reserve(boxes.size());
         for (std::size_t i = 0; i < boxes.size(); ++i) {
+            poll_at(i);
             if (boxes[i].is_empty()) continue;
             const Vec3f centre = boxes[i].low * 0.5F + boxes[i].high * 0.5F;
             entries_.push_back(
@@ -89,6 +95,7 @@ private:
 
     // Puts the entries of the two halves side by side and returns where the second one begins.
     std::size_t divide(std::size_t first, std::size_t end, std::size_t depth) {
+        if (end - first > kPolledSize) poll();
         std::array<float, 3> low = entries_[first].centre;
         std::array<float, 3> high = low;
         for (std::size_t i = first + 1; i < end; ++i) {

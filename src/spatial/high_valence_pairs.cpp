@@ -9,6 +9,7 @@
 #include <cmath>
 #include <utility>
 
+#include "base/poll.h"
 #include "base/predicates.h"
 #include "spatial/triangle_intersection.h"
 
@@ -148,7 +149,9 @@ Array<Box3f> boxes_in_space(const TriMesh& mesh, const FaceTree& tree) {
 HighValencePairs::HighValencePairs(const TriMesh& mesh, std::span<const std::uint32_t> faces)
     : mesh_(mesh) {
     Array<std::uint32_t> valence(mesh.vertices.size(), 0);
+    Poller poller;
     for (const std::uint32_t face : faces) {
+        poller();
         for (const std::int32_t v : mesh.faces[face].vertex) ++valence[static_cast<std::size_t>(v)];
     }
     if (valence.empty() || *std::max_element(valence.begin(), valence.end()) < kHighValence) return;
@@ -158,6 +161,7 @@ HighValencePairs::HighValencePairs(const TriMesh& mesh, std::span<const std::uin
     Array<std::uint32_t> group_of_vertex(mesh.vertices.size(), kNone);
     std::vector<std::vector<std::uint32_t>> faces_of_fan;
     for (const std::uint32_t face : faces) {
+        poller();
         const auto& corners = mesh.faces[face].vertex;
         const std::int32_t vertex =
             *std::max_element(corners.begin(), corners.end(), [&](std::int32_t a, std::int32_t b) {
@@ -218,10 +222,12 @@ void HighValencePairs::build_trees(const std::vector<std::vector<std::uint32_t>>
     Array<Box3f> boxes;
     Array<Box3f> boxes_of_fans;
     std::vector<std::vector<std::uint32_t>> faces_of_book(books_.size());
+    Poller poller;
     for (std::size_t fan = 0; fan < fans_.size(); ++fan) {
         Fan& around = fans_[fan];
         boxes.clear();
         for (const std::uint32_t face : faces_of_fan[fan]) {
+            poller();
             boxes.push_back(direction_box(face, around.vertex));
             if (book_[face] != kNone) faces_of_book[book_[face]].push_back(face);
         }
@@ -235,11 +241,13 @@ void HighValencePairs::build_trees(const std::vector<std::vector<std::uint32_t>>
     for (std::size_t book = 0; book < books_.size(); ++book) {
         boxes.clear();
         for (const std::uint32_t face : faces_of_book[book]) {
+            poller();
             boxes.push_back(normal_box(face, books_[book]));
         }
         books_[book].tree = FaceTree(boxes, faces_of_book[book]);
         boxes.clear();
         for (const std::uint32_t face : faces_of_book[book]) {
+            poller();
             boxes.push_back(direction_box(face, books_[book].b));
         }
         books_[book].tree_at_b = FaceTree(boxes, faces_of_book[book]);

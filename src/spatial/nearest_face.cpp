@@ -9,6 +9,7 @@
 #include <span>
 
 #include "base/parallel.h"
+#include "base/poll.h"
 
 namespace povmesh {
 namespace {
@@ -128,7 +129,7 @@ NearestFace::NearestFace(const TriMesh& mesh) {
         boxes[f] = face.deleted == 0 ? face_box(mesh, face) : Box3f{};
     });
     tree_ = FaceTree(boxes);
-    triangles_.resize(tree_.numbers().size());
+    polled_resize(triangles_, tree_.numbers().size());
     parallel_for(triangles_.size(), [&](std::size_t i) {
         const Face& face = mesh.faces[tree_.numbers()[i]];
         for (std::size_t c = 0; c < 3; ++c) triangles_[i][c] = mesh.corner_position(face, c);
@@ -180,9 +181,11 @@ NearestFace::Capsule NearestFace::joined(const Capsule& first, const Capsule& se
 // From the leaves up: children stand behind their parents.
 void NearestFace::find_capsules() {
     const std::span<const FaceTree::Node> nodes = tree_.nodes();
-    Array<Capsule> all(nodes.size());
+    Array<Capsule> all;
+    polled_resize(all, nodes.size());
     capsule_of_.assign(nodes.size(), NearestPoint::kNoFace);
     for (std::size_t i = nodes.size(); i-- > 0;) {
+        poll_at(i);
         const FaceTree::Node& node = nodes[i];
         if (node.is_leaf()) {
             all[i] = capsule_of_entry(node.place);
@@ -247,6 +250,7 @@ NearestPoint NearestFace::find_facing(Vec3d p, Vec3d direction, double least_cos
 template <typename Accepts, typename GivesUp>
 NearestPoint NearestFace::search(Vec3d p, double limit, Accepts&& accepts,
                                  GivesUp&& gives_up) const {
+    poll();  // callers ask thousands of times in a block
     NearestPoint best;
     if (is_empty() || !is_finite(p)) return best;
     best.squared_distance = limit;

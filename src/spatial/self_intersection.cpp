@@ -6,6 +6,7 @@
 #include <span>
 
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "spatial/face_tree.h"
 #include "spatial/high_valence_pairs.h"
 #include "spatial/triangle_intersection.h"
@@ -24,6 +25,7 @@ Array<std::uint32_t> sound_faces(const TriMesh& mesh) {
                  [&](std::size_t f) { sound[f] = is_sound(mesh, mesh.faces[f]) ? 1 : 0; });
     Array<std::uint32_t> faces;
     for (std::uint32_t f = 0; f < sound.size(); ++f) {
+        poll_at(f);
         if (sound[f] != 0) faces.push_back(f);
     }
     return faces;
@@ -36,10 +38,13 @@ public:
     SelfIntersector(const TriMesh& mesh, std::span<const std::uint32_t> faces)
         : mesh_(mesh), high_valence_(mesh, faces) {
         Array<std::uint32_t> plain;
+        Poller poller;
         for (const std::uint32_t face : faces) {
+            poller();
             (high_valence_.fan(face) == HighValencePairs::kNone ? plain : order_).push_back(face);
         }
-        Array<Box3f> boxes(plain.size());
+        Array<Box3f> boxes;
+        polled_resize(boxes, plain.size());
         parallel_for(plain.size(),
                      [&](std::size_t i) { boxes[i] = face_box(mesh, mesh.faces[plain[i]]); });
         tree_ = FaceTree(boxes, plain);
@@ -89,6 +94,7 @@ Array<std::uint32_t> faces_near(const TriMesh& mesh, std::span<const std::uint32
     const FaceTree tree(boxes, faces);
     Array<std::uint32_t> near;
     for (std::uint32_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         if (mesh.faces[f].deleted == 0 &&
             tree.visit_overlapping(face_box(mesh, mesh.faces[f]),
                                    [](std::uint32_t) { return true; }) &&
@@ -113,15 +119,17 @@ SelfIntersections find_self_intersections(const TriMesh& mesh, std::size_t limit
     });
 
     SelfIntersections result;
-    std::vector<std::size_t> places;
+    Array<std::size_t> places;
     for (std::size_t place = 0; place < count; ++place) {
+        poll_at(place);
         result.count += met[place];
         if (met[place] != 0) places.push_back(place);
     }
     // The few faces that the list needs are looked up once more.
-    std::sort(places.begin(), places.end(),
-              [&](std::size_t a, std::size_t b) { return faces[a] < faces[b]; });
+    polled_sort(places.begin(), places.end(),
+                [&](std::size_t a, std::size_t b) { return faces[a] < faces[b]; });
     for (const std::size_t place : places) {
+        poll();
         if (result.pairs.size() >= limit) break;
         const std::size_t first = result.pairs.size();
         intersector.visit_higher(faces[place], [&](std::uint32_t other) {
@@ -138,6 +146,7 @@ std::vector<FacePair> find_meetings(const TriMesh& mesh, std::span<const std::ui
     const SelfIntersector intersector(mesh, faces_near(mesh, faces));
     std::vector<FacePair> pairs;
     for (const std::uint32_t face : faces) {
+        poll();
         if (!is_sound(mesh, mesh.faces[face])) continue;
         intersector.visit_met(
             face, [face](std::uint32_t other) { return other != face; },
@@ -145,7 +154,7 @@ std::vector<FacePair> find_meetings(const TriMesh& mesh, std::span<const std::ui
                 pairs.push_back({face, other});
             });
     }
-    std::sort(pairs.begin(), pairs.end(), [](const FacePair& a, const FacePair& b) {
+    polled_sort(pairs.begin(), pairs.end(), [](const FacePair& a, const FacePair& b) {
         return a.first != b.first ? a.first < b.first : a.second < b.second;
     });
     return pairs;

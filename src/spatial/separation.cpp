@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/poll.h"
 #include "base/union_find.h"
 #include "mesh/shells.h"
 #include "mesh/vertex_welder.h"
@@ -56,6 +57,7 @@ Box3f shell_box(const TriMesh& mesh, std::size_t shell, Sampling sampling) {
     Box3f box{{kBoxStart, kBoxStart, kBoxStart}, {-kBoxStart, -kBoxStart, -kBoxStart}};
     const ShellSample sample = sample_shell(mesh, shell, sampling);
     for (std::size_t i = 0; i < sample.count; ++i) {
+        poll_at(i);
         const Face& face = mesh.faces[sample[i]];
         for (std::size_t corner = 0; corner < 3; ++corner) {
             box.widen(mesh.corner_position(face, corner));
@@ -84,6 +86,7 @@ public:
 
     /// Returns how many pairs of faces were tested.
     std::uint64_t run() {
+        unite_small_neighbours();
         tree_.visit_own_pairs(
             [this](std::uint32_t a, std::uint32_t b) {
                 ++steps_;
@@ -103,7 +106,29 @@ private:
     static constexpr std::uint64_t kPairsPerFace = 2;
     static constexpr std::uint64_t kPairsOfFewFaces = 4096;
 
+    static constexpr std::size_t kFewFaces = 4;  // of a shell that needs no tree
+    static constexpr std::size_t kNeighbours = 4;
+
+    // Most loose triangles of a heap meet one that stands next to them in the tree. What is known to
+    // be together before the search spares it most of its steps.
+    void unite_small_neighbours() {
+        const auto shells = tree_.numbers();
+        for (std::size_t i = 0; i < shells.size(); ++i) {
+            const std::size_t end = std::min(i + 1 + kNeighbours, shells.size());
+            for (std::size_t k = i + 1; k < end; ++k) {
+                if (is_small(shells[i]) && is_small(shells[k])) {
+                    unite_if_they_meet(shells[i], shells[k]);
+                }
+            }
+        }
+        steps_ = set_of_node_.size();
+        renew_sets_of_nodes();
+    }
+
+    bool is_small(std::uint32_t shell) const { return mesh_.shells[shell].size() <= kFewFaces; }
+
     void unite_if_they_meet(std::uint32_t a, std::uint32_t b) {
+        poller_();
         if (!overlap_strictly(boxes_[a], boxes_[b]) || sets_.find(a) == sets_.find(b)) return;
         if (++shell_pairs_ == kPairsPerFace * mesh_.shells.faces.size() + kPairsOfFewFaces) {
             make_oriented_boxes();
@@ -112,18 +137,37 @@ private:
             return triangles_intersect(triangle_of(mesh_, mesh_.faces[face_a]),
                                        triangle_of(mesh_, mesh_.faces[face_b]));
         };
-        const FaceTree& tree_a = trees_[a];
-        if (!find_pair(mesh_, tree_a, trees_[b], faces_meet, &face_pairs_)) return;
+        if (!do_meet(a, b, faces_meet)) return;
         sets_.unite(a, b);
         has_united_ = true;
+    }
+
+    // Of a few loose triangles, trees would cost more than the tests.
+    template <typename FacesMeet>
+    bool do_meet(std::uint32_t a, std::uint32_t b, const FacesMeet& faces_meet) {
+        if (!is_small(a) || !is_small(b)) {
+            const FaceTree& tree_a = trees_[a];
+            return find_pair(mesh_, tree_a, trees_[b], faces_meet, &face_pairs_);
+        }
+        for (const std::uint32_t face_a : mesh_.shells[a]) {
+            const Box3f box_a = face_box(mesh_, mesh_.faces[face_a]);
+            if (box_a.is_empty() || !overlap(box_a, boxes_[b])) continue;
+            for (const std::uint32_t face_b : mesh_.shells[b]) {
+                const Box3f box_b = face_box(mesh_, mesh_.faces[face_b]);
+                if (box_b.is_empty() || !overlap(box_a, box_b)) continue;
+                ++face_pairs_;
+                if (faces_meet(face_a, face_b)) return true;
+            }
+        }
+        return false;
     }
 
     // A hundred thousand loose triangles in a heap make billions of pairs. Once most of them are
     // known to be together, whole branches of the tree need not be looked at: where all shells
     // below a node are in one set, the node has it. The sets of the nodes are renewed from time to
-    // time, after so many steps that this costs little beside them.
+    // time, after so many steps that this costs about as much as they do.
     void renew_sets_of_nodes() {
-        if (!has_united_ || steps_ < 4 * set_of_node_.size()) return;
+        if (!has_united_ || 2 * steps_ < set_of_node_.size()) return;
         steps_ = 0;
         has_united_ = false;
         const auto nodes = tree_.nodes();
@@ -177,7 +221,8 @@ private:
     std::optional<OrientedBoxes> oriented_;  // of its nodes, where many pairs come up
     std::uint64_t shell_pairs_ = 0;
     std::uint64_t face_pairs_ = 0;
-    std::vector<std::uint32_t> set_of_node_;
+    Poller poller_;
+    Array<std::uint32_t> set_of_node_;
     std::size_t steps_ = 0;
     bool has_united_ = false;
 };
@@ -196,6 +241,7 @@ public:
         std::size_t count = 0;
         for (const std::uint32_t shell : shells) {
             for (const std::uint32_t f : mesh_.shells[shell]) {
+                poll_at(count);
                 Face& face = part.faces[count++] = mesh_.faces[f];
                 for (std::int32_t& v : face.vertex) v = number(v);
             }
@@ -228,6 +274,7 @@ private:
         welded_.resize(used_.size());
         WeldBox box;
         for (std::size_t i = 0; i < used_.size(); ++i) {
+            poll_at(i);
             const auto vertex = static_cast<std::size_t>(used_[i]);
             positions_[i] = mesh_.vertices[vertex].position();
             widen(box, positions_[i]);
@@ -248,6 +295,7 @@ private:
     void finish_faces(TriMesh& part) const {
         std::size_t count = 0;
         for (std::size_t f = 0; f < part.faces.size(); ++f) {
+            poll_at(f);
             Face face = part.faces[f];
             for (std::int32_t& v : face.vertex) v = welded_[static_cast<std::size_t>(v)];
             const auto& [a, b, c] = face.vertex;

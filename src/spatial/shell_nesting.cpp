@@ -8,6 +8,7 @@
 #include <cmath>
 #include <span>
 
+#include "base/poll.h"
 #include "spatial/inside_test.h"
 #include "spatial/shell_trees.h"
 #include "spatial/triangle_intersection.h"
@@ -19,7 +20,9 @@ namespace {
 // not finite get an empty one.
 Box3f box_of_shell(const TriMesh& mesh, std::span<const std::uint32_t> faces) {
     Box3f box;
+    Poller poller;
     for (const std::uint32_t face : faces) {
+        poller();
         const Box3f of_face = face_box(mesh, mesh.faces[face]);
         if (of_face.is_empty()) return {};
         box.widen(of_face.low);
@@ -38,7 +41,9 @@ bool lies_within(const Box3f& inner, const Box3f& outer) {
 double volume_about(const TriMesh& mesh, std::span<const std::uint32_t> faces,
                     std::span<const std::uint8_t> turned, Vec3d origin) {
     double sum = 0;
+    Poller poller;
     for (const std::uint32_t face : faces) {
+        poller();
         const Triangle t = triangle_of(mesh, mesh.faces[face]);
         const double term = dot(t[0] - origin, cross(t[1] - origin, t[2] - origin));
         sum += !turned.empty() && turned[face] != 0 ? -term : term;
@@ -80,7 +85,9 @@ private:
         ShellNesting& nesting = result_[shell];
         nesting.is_closed = true;
         nesting.is_oriented = true;
+        Poller poller;
         for (const std::uint32_t face : faces) {
+            poller();
             for (std::size_t edge = 0; edge < 3; ++edge) examine_edge(face, edge, nesting);
         }
         nesting.is_oriented = nesting.is_oriented && nesting.is_closed;
@@ -120,6 +127,7 @@ private:
         }
         const FaceTree tree(closed_boxes);
         for (std::uint32_t inner = 0; inner < boxes_.size(); ++inner) {
+            poll_at(inner);
             tree.visit_overlapping(boxes_[inner], [&](std::uint32_t outer) {
                 if (outer != inner && lies_in(inner, outer)) pairs_.push_back({inner, outer});
                 return false;

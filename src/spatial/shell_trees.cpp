@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "spatial/triangle_intersection.h"
 
 namespace povmesh {
@@ -33,12 +34,14 @@ bool find_pair(const TriMesh& mesh, const FaceTree& a, const FaceTree& b,
     const std::uint64_t enough =
         kPairsPerFace * (a.numbers().size() + b.numbers().size()) + kPairsOfSmallTrees;
     std::uint64_t pairs = 0;
+    Poller poller;
     std::optional<OrientedBoxes> boxes_a;
     std::optional<OrientedBoxes> boxes_b;
     const bool found = a.visit_pairs(
         b,
         [&](std::uint32_t face_a, std::uint32_t face_b) {
             ++pairs;
+            poller();
             return meets(face_a, face_b);
         },
         [&](std::uint32_t node_a, std::uint32_t node_b) {
@@ -69,6 +72,7 @@ const FaceTree& ShellTrees::operator[](std::size_t shell) {
         boxes_.resize(sample.count);
         faces_.resize(sample.count);
         for (std::size_t i = 0; i < sample.count; ++i) {
+            poll_at(i);
             faces_[i] = sample[i];
             boxes_[i] = face_box(mesh_, mesh_.faces[faces_[i]]);
         }

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "spatial/nearest_face.h"
 
 namespace povmesh {
@@ -45,12 +46,14 @@ Array<Vec3d> spread_points(const TriMesh& mesh, std::size_t count) {
     points.reserve(count);
     double end = 0;  // of the areas up to here
     for (std::size_t f = 0; f < areas.size(); ++f) {
+        poll_at(f);
         if (!(areas[f] > 0)) continue;
         end += areas[f];
         const Triangle3d t = corners(mesh, mesh.faces[f]);
         while (points.size() < count &&
                (static_cast<double>(points.size()) + 0.5) / static_cast<double>(count) * total <
                    end) {
+            poll_at(points.size());
             const auto k = static_cast<double>(points.size());
             double u = fraction(k * kStepU);
             double v = fraction(k * kStepV);
@@ -67,7 +70,9 @@ Array<Vec3d> spread_points(const TriMesh& mesh, std::size_t count) {
 // The vertices of faces that have points, each once.
 Array<Vec3d> used_vertices(const TriMesh& mesh) {
     Array<std::uint8_t> is_used(mesh.vertices.size(), 0);
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         if (face.deleted != 0 || face_box(mesh, face).is_empty()) continue;
         for (const std::int32_t v : face.vertex) is_used[static_cast<std::size_t>(v)] = 1;
     }

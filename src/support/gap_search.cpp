@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "base/convert.h"
+#include "base/poll.h"
 
 namespace povmesh {
 namespace {
@@ -74,6 +75,7 @@ public:
     Array<FoundGap> run() {
         const std::int32_t low = grid_.box().low.z;
         for (std::int32_t z = grid_.box().high.z; z >= low && z > last_layer_; --z) {
+            poll();
             const std::size_t first = (grid_.cell_of({grid_.box().low.x, grid_.box().low.y, z}) /
                                        64 / grid_.words_per_layer()) *
                                       grid_.words_per_layer();

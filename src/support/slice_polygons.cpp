@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "slice/slices.h"
 #include "spatial/face_tree.h"
 
@@ -126,6 +127,7 @@ public:
 
     void run(const TakeLayer& take) {
         for (std::size_t layer = 0; layer < heights_.size(); ++layer) {
+            poll();
             active_.clear();
             by_layer_.for_each(layer, [&](std::uint32_t column) { active_.push_back(column); });
             if (active_.empty()) continue;

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "base/timer.h"
 #include "mesh/bounds.h"
 #include "mesh/volume.h"
@@ -264,6 +265,7 @@ private:
         const auto highest_w = static_cast<double>(high_[w]);
         Cell3 k{};
         for (k[u] = low_[u]; k[u] <= high_[u]; ++k[u]) {
+            poller_();
             const double pu = static_cast<double>(k[u]) * edge_[u];
             double v_low = static_cast<double>(low_[v]);
             double v_high = static_cast<double>(high_[v]);
@@ -318,6 +320,7 @@ private:
         };
         Cell3 k{};
         for (k[w] = low_[w]; k[w] <= high_[w]; ++k[w]) {
+            poller_();
             const double t = (static_cast<double>(k[w]) * edge_[w] - from[w]) / along[w];
             std::int64_t first_u = 0;
             std::int64_t last_u = 0;
@@ -345,6 +348,7 @@ private:
     bool with_colours_;
     bool with_angles_;
     std::array<std::int64_t, 3> strides_{};
+    Poller poller_;
     std::int64_t zero_cell_ = 0;
 
     VoxelColour colour_ = kWhite;

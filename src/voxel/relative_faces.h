@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstddef>
 
+#include "base/poll.h"
+
 #include "mesh/tri_mesh.h"
 
 namespace povmesh {
@@ -23,7 +25,9 @@ public:
     /// Calls `visit(face, corners)` with the corners as doubles, in face order.
     template <typename Visit>
     void for_each(Visit&& visit) const {
+        Poller poller;
         for (const Face& face : mesh_.faces) {
+            poller();
             if (face.deleted != 0) continue;
             std::array<Vec3d, 3> corners;
             bool is_finite = true;

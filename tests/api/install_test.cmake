@@ -1,4 +1,4 @@
-# Installs the build into a folder of its own and builds and runs a program outside against it: once
+# Installs the build into a folder of its own and builds and runs programs outside against it: once
 # through the CMake package, once through pkg-config.
 # Takes -D BUILD, WORK (emptied first), SOURCE, LIBDIR, BINDIR, PKG_CONFIG (empty: that part is left out),
 # TOOL (ON when the tool is part of the build), GENERATOR (of the build: another may have no program here).
@@ -13,7 +13,9 @@ function(try_consumer how)
     run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${SOURCE} -B ${WORK}/${how} -DCMAKE_BUILD_TYPE=Release
         ${ARGN})
     run(${CMAKE_COMMAND} --build ${WORK}/${how})
-    run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/${LIBDIR} ${WORK}/${how}/consumer)
+    foreach(program main_c job_c jobs_cpp)
+        run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/${LIBDIR} ${WORK}/${how}/consumer_${program})
+    endforeach()
 endfunction()
 
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})

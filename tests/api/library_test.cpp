@@ -14,6 +14,7 @@
 #include "calls.h"
 #include "helpers/shapes.h"
 #include "mesh/volume.h"
+#include "povmesh/context.h"
 
 namespace povmesh {
 namespace {
@@ -108,6 +109,44 @@ TEST(Library, LeavesNothingBehindWhenLoadedUsedAndUnloaded) {
     volatile float tiny = 1e-40F;
     tiny = tiny * 0.5F;
     EXPECT_GT(tiny, 0);
+}
+
+// The second interface starts threads of its own, which end with the call.
+TEST(Library, CanBeUnloadedAndLoadedAgainBetweenJobs) {
+    const ProcessState before;
+    const shapes::SoupVector soup = shapes::sphere(10, 5);  // of more blocks than a thread takes
+    for (int time = 0; time < 3; ++time) {
+        void* const handle = dlopen(POVMESH_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(handle, nullptr) << dlerror();
+#define POVMESH_GET(name)                                                        \
+    const auto name = reinterpret_cast<decltype(&::name)>(dlsym(handle, #name)); \
+    ASSERT_NE(name, nullptr) << dlerror()
+        POVMESH_GET(povmesh_context_create);
+        POVMESH_GET(povmesh_context_destroy);
+        POVMESH_GET(povmesh_mesh_create);
+        POVMESH_GET(povmesh_mesh_release);
+        POVMESH_GET(povmesh_subdivide);
+#undef POVMESH_GET
+        povmesh_context_options options{};
+        options.size = sizeof options;
+        options.threads = 4;
+        povmesh_context* context = nullptr;
+        ASSERT_EQ(povmesh_context_create(&options, &context), POVMESH_OK);
+        povmesh_mesh_data data{};
+        data.size = sizeof data;
+        data.positions = {soup.data(), soup.size() / 9, 0, POVMESH_F32, 9};
+        povmesh_mesh* mesh = nullptr;
+        povmesh_mesh* finer = nullptr;
+        ASSERT_EQ(povmesh_mesh_create(context, &data, &mesh), POVMESH_OK);
+        EXPECT_EQ(povmesh_subdivide(context, mesh, nullptr, &finer), POVMESH_OK);
+        EXPECT_EQ(ProcessState(), before) << "a job";
+        povmesh_mesh_release(finer);
+        povmesh_mesh_release(mesh);
+        povmesh_context_destroy(context);
+        dlclose(handle);
+        EXPECT_EQ(dlopen(POVMESH_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr) << "still loaded";
+    }
+    EXPECT_EQ(ProcessState(), before);
 }
 
 // A host polls the cell from another thread; what it sees are milestones in their order.

@@ -1,6 +1,8 @@
 #include "tool_runner.h"
 
+#if !defined(_WIN32)
 #include <sys/wait.h>
+#endif
 
 #include <bit>
 #include <cstdint>
@@ -14,11 +16,41 @@
 namespace povmesh {
 namespace {
 
+#if defined(_WIN32)
+// As the runtime of the tool takes it apart: a backslash is one unless a quotation mark follows.
+std::string quoted(const std::string& word) {
+    std::string text = "\"";
+    std::size_t backslashes = 0;
+    for (const char c : word + "\"") {
+        if (c == '"') text.append(backslashes, '\\');
+        backslashes = c == '\\' ? backslashes + 1 : 0;
+        if (c == '"') text += '\\';
+        text += c;
+    }
+    text.erase(text.size() - 2, 1);  // the mark at the end stands for itself
+    return text;
+}
+
+// The shell takes off the outermost quotation marks, and knows devices by other names.
+int run_command(const std::string& folder, std::string command) {
+    for (std::size_t at = 0; (at = command.find("/dev/null")) != std::string::npos;) {
+        command.replace(at, std::size("/dev/null") - 1, "NUL");
+    }
+    return std::system(("\"cd /d " + quoted(folder) + " && " + command + "\"").c_str());
+}
+#else
 std::string quoted(const std::string& word) {
     std::string text = "'";
     for (const char c : word) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
     return text + "'";
 }
+
+int run_command(const std::string& folder, const std::string& command) {
+    // NOLINTNEXTLINE(cert-env33-c): our own words
+    const int status = std::system(("cd " + quoted(folder) + " && " + command).c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+#endif
 
 void append_number(std::string& bytes, std::uint32_t number) {
     for (int shift = 0; shift < 32; shift += 8) bytes += static_cast<char>(number >> shift & 255U);
@@ -38,12 +70,11 @@ void ToolTest::TearDown() {
 
 ToolResult ToolTest::run(const std::vector<std::string>& arguments, const std::string& output,
                          const std::string& input) const {
-    std::string command = "cd " + quoted(folder_) + " && " + quoted(POVMESH_TOOL);
+    std::string command = quoted(POVMESH_TOOL);
     for (const std::string& argument : arguments) command += " " + quoted(argument);
     command += " >" + (output.empty() ? "out" : quoted(output)) + " 2>err <" + quoted(input);
-    const int status = std::system(command.c_str());  // NOLINT(cert-env33-c): our own words
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output.empty() ? read("out") : "",
-            read("err")};
+    const int status = run_command(folder_, command);
+    return {status, output.empty() ? read("out") : "", read("err")};
 }
 
 void ToolTest::write(std::string_view name, std::string_view content) const {

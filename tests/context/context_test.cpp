@@ -1,7 +1,10 @@
 // The second interface as a program uses it: statuses, the tool's bits, any number of jobs.
 #include <gtest/gtest.h>
+
+#if !defined(_WIN32)
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 #include <chrono>
 #include <cmath>
@@ -334,6 +337,7 @@ TEST_F(Context, IsBusyInItsOwnCallbackAndACancelStaysUntilItIsTakenBack) {
     povmesh_mesh_release(made);
 }
 
+#if !defined(_WIN32)
 // No thread is left between calls, so the child of a fork goes on.
 TEST_F(Context, GoesOnInTheChildOfAFork) {
     povmesh_mesh* ball = make_mesh(context_, shapes::sphere(10, 5));
@@ -356,6 +360,7 @@ TEST_F(Context, GoesOnInTheChildOfAFork) {
     povmesh_mesh_release(made);
     povmesh_mesh_release(ball);
 }
+#endif
 
 TEST_F(Context, WhatIsNotThereIsSaidSo) {
     for (const TestedOperation& operation : tested_operations()) {

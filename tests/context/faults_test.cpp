@@ -1,9 +1,12 @@
 // What fails on purpose: every allocation, every poll, a limit at every height.
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <new>
 
 #include "helpers/thorough.h"
@@ -169,6 +172,59 @@ TEST_F(Faults, ALimitOfThePeakIsEnoughAndEveryLowerOneIsAStatus) {
             povmesh_context_destroy(limited);
         }
     }
+}
+
+// Processor time of this thread since its last poll, and the most of it.
+double time_of_last_poll = 0;
+double longest_gap = 0;
+
+void note_poll() {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    const double now = static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+    longest_gap = std::max(longest_gap, now - time_of_last_poll);
+    time_of_last_poll = now;
+}
+
+// A loop that does not poll and takes 30 ms here takes 120 ms on a million triangles, which is
+// longer than a cancelled call may. A neighbour's noise only adds, so the best of three counts.
+TEST_F(Faults, NoWorkIsLongWithoutAPoll) {
+    constexpr double kMost = kIsSanitized ? 0.3 : 0.03;
+    povmesh_mesh* const large = make_mesh(context_, shapes::sphere(20, 7));
+    for (const TestedOperation& operation : tested_operations()) {
+        const std::string name = operation.name;
+        if (name != "check" && name != "split" && name != "cut" && name != "revise") continue;
+        double best = HUGE_VAL;
+        for (int i = 0; i < 3 && best > kMost; ++i) {
+            FaultPlan plan;
+            plan.on_poll = note_poll;
+            note_poll();
+            longest_gap = 0;
+            context_->faults = &plan;
+            EXPECT_EQ(operation.call(context_, large).status, POVMESH_OK);
+            context_->faults = nullptr;
+            best = std::min(best, longest_gap);
+        }
+        EXPECT_LT(best, kMost) << name;
+    }
+    povmesh_mesh_release(large);
+}
+
+// What a service does all day. The C library's count sees the blocks that nobody replaced, too.
+TEST_F(Faults, AThousandCallsLeaveNothingBehind) {
+    constexpr std::size_t kCached = 16384;  // blocks that the C library keeps for its next ones
+    povmesh_mesh* const small = make_mesh(context_, flawed_model(0));
+    for (const TestedOperation& operation : tested_operations()) {
+        if (!operation.is_quick) continue;
+        (void)operation.call(context_, small);
+        const std::int64_t blocks = live_blocks;
+        const std::size_t bytes = mallinfo2().uordblks;
+        const int calls = trials(operation.name == std::string("repair") ? 1000 : 25);
+        for (int i = 0; i < calls; ++i) (void)operation.call(context_, small);
+        EXPECT_EQ(live_blocks, blocks) << operation.name;
+        EXPECT_LE(mallinfo2().uordblks, bytes + kCached) << operation.name;
+    }
+    povmesh_mesh_release(small);
 }
 
 }  // namespace

@@ -106,17 +106,45 @@ CallOutcome voxelize(povmesh_context* c, const povmesh_mesh* m) {
     o.edge = 0.7;
     return to_mesh([&](povmesh_mesh** r) { return povmesh_voxelize(c, m, &o, r, nullptr); });
 }
-// A model with holes cannot be hollowed: repaired first.
-CallOutcome hollow(povmesh_context* c, const povmesh_mesh* m) {
-    povmesh_hollow_options o = povmesh_hollow_defaults();
-    o.thickness = 1;
+// What a model with holes does not do: it is repaired first.
+template <typename Call>
+CallOutcome on_sound(povmesh_context* c, const povmesh_mesh* m, const Call& call) {
     povmesh_mesh* sound = nullptr;
     CallOutcome outcome;
     outcome.status = povmesh_repair(c, m, nullptr, &sound, nullptr);
     if (outcome.status != POVMESH_OK) return outcome;
-    outcome = to_mesh([&](povmesh_mesh** r) { return povmesh_hollow(c, sound, &o, r, nullptr); });
+    outcome = call(sound);
     povmesh_mesh_release(sound);
     return outcome;
+}
+CallOutcome hollow(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_hollow_options o = povmesh_hollow_defaults();
+    o.thickness = 1;
+    return on_sound(c, m, [&](const povmesh_mesh* sound) {
+        return to_mesh([&](povmesh_mesh** r) { return povmesh_hollow(c, sound, &o, r, nullptr); });
+    });
+}
+CallOutcome lampshade(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_lampshade_options o = povmesh_lampshade_defaults();
+    o.thickness = 1;
+    return on_sound(c, m, [&](const povmesh_mesh* sound) {
+        return to_result(
+            [&](povmesh_result** r) { return povmesh_lampshade(c, sound, &o, r, nullptr); });
+    });
+}
+CallOutcome decompose(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_decompose_options o = povmesh_decompose_defaults();
+    for (double& x : o.extent) x = 9;
+    o.uniform = 1;
+    o.pegs = 1;
+    o.peg_radius = 0.5;
+    return to_result([&](povmesh_result** r) { return povmesh_decompose(c, m, &o, r, nullptr); });
+}
+CallOutcome orient(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_orient_options o = povmesh_orient_defaults();
+    o.choose = 2;
+    o.up[0] = 1;
+    return to_result([&](povmesh_result** r) { return povmesh_orient(c, m, &o, r); });
 }
 CallOutcome offset(povmesh_context* c, const povmesh_mesh* m) {
     povmesh_offset_options o = povmesh_offset_defaults();
@@ -129,6 +157,17 @@ CallOutcome wrap(povmesh_context* c, const povmesh_mesh* m) {
     o.tolerance = 0.4;
     o.cell = 0.8;
     return to_mesh([&](povmesh_mesh** r) { return povmesh_wrap(c, m, &o, r, nullptr); });
+}
+CallOutcome remesh(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_remesh_options o = povmesh_remesh_defaults();
+    o.edge_length = 4;
+    return to_mesh([&](povmesh_mesh** r) { return povmesh_remesh(c, m, &o, r, nullptr); });
+}
+CallOutcome thickness(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_thickness_options o = povmesh_thickness_defaults();
+    o.wall = 2;
+    o.gap = 1;
+    return to_result([&](povmesh_result** r) { return povmesh_thickness(c, m, &o, r, nullptr); });
 }
 CallOutcome distance(povmesh_context* c, const povmesh_mesh* m) {
     povmesh_distance_options o = povmesh_distance_defaults();
@@ -175,13 +214,16 @@ CallOutcome files(povmesh_context* c, const povmesh_mesh* m) {
 
 const std::vector<TestedOperation>& tested_operations() {
     static const std::vector<TestedOperation> all = {
-        {"check", check, true},         {"repair", repair, true},
-        {"split", split, true},         {"cut", cut, true},
-        {"reduce", reduce, true},       {"revise", revise, true},
-        {"subdivide", subdivide, true}, {"voxelize", voxelize, true},
-        {"distance", distance, true},   {"files", files, true},
-        {"infill", infill, false},      {"hollow", hollow, false},
-        {"offset", offset, false},      {"wrap", wrap, false}};
+        {"check", check, true},          {"repair", repair, true},
+        {"split", split, true},          {"cut", cut, true},
+        {"reduce", reduce, true},        {"revise", revise, true},
+        {"subdivide", subdivide, true},  {"voxelize", voxelize, true},
+        {"distance", distance, true},    {"files", files, true},
+        {"infill", infill, false},       {"hollow", hollow, false},
+        {"offset", offset, false},       {"wrap", wrap, false},
+        {"remesh", remesh, false},       {"thickness", thickness, false},
+        {"lampshade", lampshade, false}, {"decompose", decompose, false},
+        {"orient", orient, false}};
     return all;
 }
 

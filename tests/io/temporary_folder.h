@@ -2,19 +2,20 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 
+#include "io/file.h"
+
 namespace povmesh {
 
 class TemporaryFolder {
 public:
-    TemporaryFolder() : path_(testing::TempDir() + "povmesh_io_XXXXXX") {
-        if (mkdtemp(path_.data()) == nullptr) ADD_FAILURE() << "no folder " << path_;
+    TemporaryFolder() : path_(make_temporary_folder()) {
+        if (path_.empty()) ADD_FAILURE() << "no temporary folder";
     }
     ~TemporaryFolder() {
         std::error_code ignored;

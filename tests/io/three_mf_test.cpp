@@ -269,7 +269,7 @@ TEST(ThreeMf, WhatIsDamagedOrABombIsAnErrorWithItsPlace) {
     EXPECT_THAT(read(sink.bytes).status.text(), HasSubstr("holds 10001 files"));
 }
 
-// Large contents are packed in parts of a megabyte that go to several threads.
+// Models are packed in parts that go to several threads.
 TEST(ThreeMf, LargeModelsComeBackAndAreTheSameBytesOnAnyNumberOfThreads) {
     shapes::Random random(8);
     shapes::SoupVector soup;

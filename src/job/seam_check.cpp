@@ -1,15 +1,15 @@
-#include "cli/decompose_check.h"
+#include "job/seam_check.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "cli/findings_report.h"
+#include "job/findings.h"
 #include "job/numbers.h"
 #include "mesh/bounds.h"
 #include "repair/degenerate.h"
 #include "spatial/self_intersection.h"
 
-namespace povmesh::cli {
+namespace povmesh {
 namespace {
 
 // Pairs that are looked at; a model with more crosses itself all over.
@@ -113,4 +113,4 @@ std::string SeamCheck::needles() const {
            "; 'povmesh revise' mends them";
 }
 
-}  // namespace povmesh::cli
+}  // namespace povmesh

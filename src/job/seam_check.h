@@ -9,7 +9,7 @@
 #include "decompose/decompose.h"
 #include "mesh/tri_mesh.h"
 
-namespace povmesh::cli {
+namespace povmesh {
 
 /// Compares the faces of parts along the cuts with those of the model that was there.
 class SeamCheck {
@@ -39,4 +39,4 @@ private:
     Vec3f needle_;
 };
 
-}  // namespace povmesh::cli
+}  // namespace povmesh

@@ -1,0 +1,145 @@
+// The operations that tell about a model, and colour it or stand it up.
+#include <algorithm>
+#include <array>
+#include <limits>
+
+#include "context/defaults.h"
+#include "context/operation_steps.h"
+#include "job/orient.h"
+#include "job/thickness.h"
+#include "mesh/volume.h"
+
+namespace povmesh::context {
+namespace {
+
+constexpr Phase kOrient[] = {{50, "looking for directions"}, {75, "standing it up"}, {0, nullptr}};
+constexpr Phase kThickness[] = {
+    {50, "looking for flaws"}, {60, "measuring walls"}, {75, "colouring"}, {0, nullptr}};
+
+job::OrientJob job_of(Call& call, const povmesh_orient_options& o) {
+    call.in_range(o.rows, 1, 64, "rows");
+    call.in_range(o.choose, 0, 64, "choose");
+    call.require(o.reserved == 0, "reserved", "must be 0");
+    const Vec3d up{o.up[0], o.up[1], o.up[2]};
+    call.require(is_finite(up), "up", "must have finite numbers");
+    job::OrientJob job;
+    job.choose = o.choose;
+    if (!(up == Vec3d{})) job.up = up;
+    return job;
+}
+
+// As the model stands, then the best, then the direction asked for.
+void add_orientations(povmesh_result& result, const OrientationReport& report, std::size_t most,
+                      bool has_asked) {
+    Array<double> rows;
+    const auto add = [&](const Orientation& row) {
+        for (const double x : {row.up.x, row.up.y, row.up.z, row.score(), row.support_volume,
+                               row.scar_area, row.contact_area, row.tilt, row.height}) {
+            rows.push_back(x);
+        }
+    };
+    add(report.as_is);
+    for (std::size_t i = 0; i < std::min(most, report.best.size()); ++i) add(report.best[i]);
+    if (has_asked) add(report.asked);
+    add_rows<double>(result, POVMESH_ORIENTATIONS, POVMESH_F64, 9, rows);
+}
+
+// Mesh 0, standing as a row has it; what there is to tell about that.
+Remarks add_standing(Call& call, TriMesh& mesh, const povmesh_mesh& source, const Orientation& row,
+                     povmesh_result& result) {
+    const bool was_finite = has_finite_corners(mesh);
+    const double area = surface_area(mesh);
+    Remarks remarks = job::stand_up(mesh, row);
+    expect_fit(call, mesh, was_finite);
+    remarks.doubts = job::check_pose(mesh, area, row).doubts;
+    add_mesh(result, hand_on(std::move(mesh), source.origin));
+    return remarks;
+}
+
+// The largest ones: thinnest point, area, thickness there, longest side of the box.
+void add_places(povmesh_result& result, std::int32_t array, const ThinPlaces& found,
+                std::uint32_t most) {
+    Array<double> rows;
+    std::size_t count = found.places.size();
+    if (most != 0) count = std::min<std::size_t>(count, most);
+    for (std::size_t i = 0; i < count; ++i) {
+        const ThinPlace& place = found.places[i];
+        const Vec3d size = place.box.extent();
+        for (const double x : {shortest_of(place.point.x), shortest_of(place.point.y),
+                               shortest_of(place.point.z), place.area, shortest_of(place.smallest),
+                               shortest_of(std::max({size.x, size.y, size.z}))}) {
+            rows.push_back(x);
+        }
+    }
+    add_rows<double>(result, array, POVMESH_F64, 6, rows);
+}
+
+povmesh_thickness_report report_of(const job::ThicknessDone& done) {
+    povmesh_thickness_report r{};
+    r.was_wrapped = done.wrapped ? 1 : 0;
+    r.thin_places = done.report.walls.count;
+    r.gap_places = done.report.gaps.count;
+    r.smallest_wall = shortest_of(done.report.walls.smallest);
+    r.thin_area = done.report.walls.area;
+    r.thin_share = done.report.walls.share;
+    r.smallest_gap = shortest_of(done.report.gaps.smallest);
+    r.gap_area = done.report.gaps.area;
+    return r;
+}
+
+}  // namespace
+}  // namespace povmesh::context
+
+using namespace povmesh;
+using namespace povmesh::context;
+
+povmesh_status povmesh_orient(povmesh_context* context, const povmesh_mesh* mesh,
+                              const povmesh_orient_options* options,
+                              povmesh_result** orientations) {
+    return run(context, [&](Call& call) {
+        const povmesh_mesh& source = call.given(mesh, "mesh");
+        call.given(orientations, "orientations");
+        const auto o = call.options(options, defaults_of<povmesh_orient_options>());
+        const job::OrientJob job = job_of(call, o);
+        const Progress progress = call.progress(50, 80, kOrient);
+        TriMesh copy = plain_copy(source.mesh);
+        job::OrientDone done;
+        call.expect(job::orient(copy, job, progress, done));
+        auto result = std::make_unique<povmesh_result>();
+        add_orientations(*result, done.report, std::max(o.rows, o.choose), job.up.has_value());
+        if (job.choose != 0) {
+            add(add_standing(call, copy, source, done.report.best[job.choose - 1], *result), done);
+        }
+        result->text = text_of(done);
+        call.log(done);
+        *orientations = result.release();
+    });
+}
+
+povmesh_status povmesh_thickness(povmesh_context* context, const povmesh_mesh* mesh,
+                                 const povmesh_thickness_options* options, povmesh_result** places,
+                                 povmesh_thickness_report* report) {
+    return run(context, [&](Call& call) {
+        const povmesh_mesh& source = call.given(mesh, "mesh");
+        call.given(places, "places");
+        call.check_report(report);
+        const auto o = call.options(options, defaults_of<povmesh_thickness_options>());
+        call.above_zero(o.wall, "wall");
+        call.require(std::isfinite(o.gap) && o.gap >= 0, "gap", "must be 0 or above");
+        const Progress progress = call.progress(50, 80, kThickness);
+        job::ThicknessJob job;
+        job.options.wall = o.wall;
+        job.options.gap = o.gap;
+        TriMesh copy = plain_copy(source.mesh);
+        job::ThicknessDone done;
+        call.expect(job::thickness(copy, job, progress, done));
+        auto result = std::make_unique<povmesh_result>();
+        add_mesh(*result, hand_on(std::move(done.painted), std::make_shared<Origin>()));
+        add_places(*result, POVMESH_THIN_PLACES, done.report.walls, o.places);
+        add_places(*result, POVMESH_GAP_PLACES, done.report.gaps, o.places);
+        result->text = text_of(done);
+        call.log(done);
+        write_report(report, report_of(done));
+        *places = result.release();
+    });
+}

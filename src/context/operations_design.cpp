@@ -1,0 +1,184 @@
+// The operations that make parts, shades, and what holds a model up.
+#include <algorithm>
+#include <array>
+#include <limits>
+
+#include "context/defaults.h"
+#include "context/operation_steps.h"
+#include "job/decompose.h"
+#include "job/lampshade.h"
+#include "job/numbers.h"
+
+namespace povmesh::context {
+namespace {
+
+constexpr Phase kDecompose[] = {{50, "dividing"}, {65, "looking at the cuts"}, {0, nullptr}};
+constexpr Phase kLampshade[] = {{50, "hollowing"}, {73, "looking at the walls"}, {0, nullptr}};
+
+job::DecomposeJob job_of(Call& call, const povmesh_decompose_options& o) {
+    call.flag(o.uniform, "uniform");
+    call.flag(o.preview, "preview");
+    call.flag(o.turn, "turn");
+    call.require(o.pegs <= 256, "pegs", "must be at most 256");
+    call.require(o.reserved == 0, "reserved", "must be 0");
+    call.require(std::isfinite(o.margin) && o.margin >= 0, "margin", "must be 0 or above");
+    call.require(std::isfinite(o.peg_radius) && o.peg_radius >= 0, "peg_radius",
+                 "must be 0 or above");
+    const job::DecomposeJob job{.size = {o.extent[0], o.extent[1], o.extent[2]},
+                                .margin = o.margin,
+                                .uniform = o.uniform != 0,
+                                .may_turn = o.turn != 0,
+                                .pegs = o.pegs,
+                                .peg_radius = o.peg_radius};
+    for (const double x : o.extent) {
+        call.require(std::isfinite(x) && x >= 0, "extent", "must have three numbers of 0 or above");
+        if (x == 0) continue;
+        call.require(x > o.margin, "margin", "leaves nothing of the extent");
+        call.require(x - o.margin > job.peg_length(), "peg_radius",
+                     "makes pegs, twice as long, that leave nothing of the extent");
+    }
+    call.require(!(job.size == Vec3d{}), "extent", "must limit one axis at least");
+    return job;
+}
+
+void add_planes(povmesh_result& result, const std::vector<DividingPlane>& planes) {
+    Array<double> rows;
+    for (const DividingPlane& plane : planes) {
+        for (std::size_t axis = 0; axis < 3; ++axis) rows.push_back(axis == plane.axis ? 1 : 0);
+        rows.push_back(shortest_double(plane.offset));
+    }
+    add_rows<double>(result, POVMESH_PLANES, POVMESH_F64, 4, rows);
+}
+
+void add_pieces(povmesh_result& result, const std::vector<job::PieceMeasures>& pieces) {
+    Array<float> boxes;
+    Array<double> volumes;
+    for (const job::PieceMeasures& piece : pieces) {
+        for (const Vec3f p : {piece.box.low, piece.box.high}) {
+            for (const float x : {p.x, p.y, p.z}) boxes.push_back(x);
+        }
+        volumes.push_back(piece.volume);
+    }
+    add_rows<float>(result, POVMESH_BOXES, POVMESH_F32, 6, boxes);
+    add_rows<double>(result, POVMESH_VOLUMES, POVMESH_F64, 1, volumes);
+}
+
+povmesh_decompose_report report_of(const job::DecomposeDone& done) {
+    povmesh_decompose_report r{};
+    r.fits = done.report.too_large == 0 ? 1 : 0;
+    r.parts = done.pieces.size();
+    r.cuts = done.report.cuts;
+    r.least_parts = done.report.least_parts;
+    r.uniform_parts = done.report.uniform_parts;
+    r.pegs = done.report.pegs;
+    r.cut_area = done.report.cut_area;
+    return r;
+}
+
+job::LampshadeJob job_of(Call& call, const povmesh_lampshade_options& o) {
+    call.flag(o.preview, "preview");
+    call.in_range(o.top, POVMESH_TOP_AUTOMATIC, POVMESH_TOP_LEVEL, "top");
+    call.require(o.reserved == 0, "reserved", "must be 0");
+    call.above_zero(o.thickness, "thickness");
+    job::LampshadeJob job;
+    job.thickness = o.thickness;
+    job.preview = o.preview != 0;
+    job.fills_contours = true;
+    if (!std::isnan(o.bottom)) {
+        call.finite(o.bottom, "bottom");
+        job.options.bottom = o.bottom;
+    }
+    if (o.top == POVMESH_TOP_LEVEL) {
+        call.finite(o.top_level, "top_level");
+        call.require(!job.options.bottom || *job.options.bottom < o.top_level, "top_level",
+                     "must be higher than bottom");
+        job.options.top_level = o.top_level;
+    } else {
+        call.require(std::isnan(o.top_level), "top_level", "counts with POVMESH_TOP_LEVEL only");
+        constexpr std::array kTops = {LampshadeTop::Auto, LampshadeTop::Open, LampshadeTop::Closed};
+        job.options.top = kTops[static_cast<std::size_t>(o.top)];
+    }
+    return job;
+}
+
+// Of all shades: the areas summed up, the circle that is narrowest.
+povmesh_lampshade_report report_of(const job::LampshadeDone& done, bool is_preview) {
+    povmesh_lampshade_report r{};
+    const LampshadeReport& made = done.report;
+    double radius = std::numeric_limits<double>::infinity();
+    for (const LampshadeShade& shade : made.shades) {
+        r.opening_area += shade.bottom.area;
+        radius = std::min(radius, shade.bottom.radius);
+        if (shade.top) r.top_area += shade.top->area;
+    }
+    r.opening_circle = 2 * radius;
+    r.cut_off = done.cut_below + done.cut_above;
+    r.smallest_wall = is_preview ? kUnset : made.smallest_wall;
+    r.mean_wall = is_preview ? kUnset : made.mean_wall;
+    r.flat_ceiling_area = is_preview ? kUnset : made.ceiling_area;
+    return r;
+}
+
+}  // namespace
+}  // namespace povmesh::context
+
+using namespace povmesh;
+using namespace povmesh::context;
+
+povmesh_status povmesh_decompose(povmesh_context* context, const povmesh_mesh* mesh,
+                                 const povmesh_decompose_options* options, povmesh_result** parts,
+                                 povmesh_decompose_report* report) {
+    return run(context, [&](Call& call) {
+        const povmesh_mesh& source = call.given(mesh, "mesh");
+        call.given(parts, "parts");
+        call.check_report(report);
+        const auto o = call.options(options, defaults_of<povmesh_decompose_options>());
+        const job::DecomposeJob job = job_of(call, o);
+        const Progress progress = call.progress(50, 70, kDecompose);
+        TriMesh copy = plain_copy(source.mesh);
+        const bool was_finite = has_finite_corners(copy);
+        job::DecomposeDone done;
+        call.expect(job::decompose(copy, job, progress, done));
+        auto result = std::make_unique<povmesh_result>();
+        add_planes(*result, done.report.planes);
+        add_pieces(*result, done.pieces);
+        if (o.preview == 0) {
+            add_parts(
+                call, copy.parts, was_finite, source, [](std::size_t) { return false; }, *result);
+        }
+        result->text = text_of(done);
+        call.log(done);
+        write_report(report, report_of(done));
+        *parts = result.release();
+    });
+}
+
+povmesh_status povmesh_lampshade(povmesh_context* context, const povmesh_mesh* mesh,
+                                 const povmesh_lampshade_options* options,
+                                 povmesh_result** lampshade, povmesh_lampshade_report* report) {
+    return run(context, [&](Call& call) {
+        const povmesh_mesh& source = call.given(mesh, "mesh");
+        call.given(lampshade, "lampshade");
+        call.check_report(report);
+        const job::LampshadeJob job =
+            job_of(call, call.options(options, defaults_of<povmesh_lampshade_options>()));
+        const Progress progress = call.progress(50, 80, kLampshade);
+        TriMesh copy = plain_copy(source.mesh);
+        const bool was_finite = has_finite_corners(copy);
+        job::LampshadeDone done;
+        call.expect(job::lampshade(copy, job, progress, done));
+        auto result = std::make_unique<povmesh_result>();
+        if (!job.preview) {
+            expect_fit(call, copy, was_finite);
+            add_mesh(*result, hand_on(std::move(copy), source.origin));
+        }
+        const LampshadeContours& contours = done.contours;
+        add_points(*result, POVMESH_POLYGON_POINTS, contours.points);
+        add_rows<std::uint32_t>(*result, POVMESH_POLYGON_SIZES, POVMESH_U32, 1, contours.sizes);
+        add_rows<float>(*result, POVMESH_POLYGON_LEVELS, POVMESH_F32, 1, contours.levels);
+        result->text = text_of(done);
+        call.log(done);
+        write_report(report, report_of(done, job.preview));
+        *lampshade = result.release();
+    });
+}
