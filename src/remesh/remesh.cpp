@@ -125,6 +125,7 @@ public:
     /// Nothing where all that was tried spoils something.
     std::optional<TriMesh> run(RemeshReport& report) {
         run_first();
+        restore_originals();
         std::size_t fewest = spoiled_.size();
         int without_gain = 0;
         for (int i = 0; i < kRefinements && without_gain < kMostWithoutGain && refine(i, report);
@@ -177,6 +178,8 @@ private:
     }
 
     void begin() {
+        restored_.clear();
+        is_replaced_.clear();
         HalfEdgeMesh surface = start_;
         for (std::uint32_t t = 0; t < surface.triangles.size(); ++t) {
             if (is_kept(surface.triangles[t])) keep(surface, t);

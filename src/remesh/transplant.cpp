@@ -11,6 +11,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 #include "spatial/face_tree.h"
 #include "spatial/nearest_face.h"
@@ -94,6 +95,7 @@ private:
     template <typename Visit>
     void visit_half_edges(Visit&& visit) const {
         for (std::uint32_t t = 0; t < takes_.size(); ++t) {
+            poll_at(t);
             if (!has(t)) continue;
             for (std::uint32_t h = 3 * t; h < 3 * t + 3; ++h) visit(h);
         }
@@ -111,6 +113,7 @@ private:
         std::vector<std::uint32_t> waiting;
         count = 0;
         for (std::uint32_t t = 0; t < labels.size(); ++t) {
+            poll_at(t);
             if (mesh_.is_gone(t) || labels[t] != 0 || !within(t)) continue;
             labels[t] = ++count;
             waiting.push_back(t);
