@@ -130,12 +130,17 @@ private:
     Work start(Model model) {
         Work work{std::move(model.mesh), model.shells > kMostShells, size_, {}, {}, {}};
         const Box3d box = box_of(work.model);
-        report_.least_parts +=
-            size_.fits(box) ? 1 : least_parts(work.model, size_, least_parts_effort_);
         if (wants_pegs()) work.size = size_beside_pegs(box);
+        const bool has_few = has_few_cells(box, work.size);
+        // What is not going to be divided needs no close bound.
+        std::size_t no_effort = 0;
+        report_.least_parts +=
+            size_.fits(box)
+                ? 1
+                : least_parts(work.model, size_, has_few ? least_parts_effort_ : no_effort);
         if (!is_finite_mesh(work.model)) {
             run_.log.failure("decomposition", "a coordinate is not finite");
-        } else if (!has_few_cells(box, work.size)) {
+        } else if (!has_few) {
             run_.log.failure("decomposition", "too many parts");
         } else if (!size_.fits(box)) {
             work.planes = even_planes(box, work.size);
