@@ -111,10 +111,14 @@ struct MemoryLimit {
     double bytes_per_triangle;
 };
 constexpr std::array kMemoryLimits = {
-    MemoryLimit{"flaws_detect_memory", 160},
-    MemoryLimit{"flaws_detect_memory_ascii", 160},
-    MemoryLimit{"reduce_memory", 260},
-    MemoryLimit{"parallel_reduce_memory", 120},
+    MemoryLimit{"flaws_detect_memory", 160}, MemoryLimit{"flaws_detect_memory_ascii", 160},
+    MemoryLimit{"reduce_memory", 260},       MemoryLimit{"parallel_reduce_memory", 120},
+    MemoryLimit{"read_ply_memory", 132},  // three times the mesh, which has 44
+    MemoryLimit{"write_ply_memory", 88},  // it and twice as much
+    MemoryLimit{"read_3mf_memory", 132},     MemoryLimit{"write_3mf_memory", 88},
+    MemoryLimit{"read_stl_gz_memory", 132},  MemoryLimit{"write_stl_gz_memory", 88},
+    MemoryLimit{"read_ply_gz_memory", 132},  MemoryLimit{"write_ply_gz_memory", 88},
+    MemoryLimit{"read_obj_gz_memory", 132},  MemoryLimit{"write_obj_gz_memory", 88},
 };
 
 // A reduction as preprocessing hosts get it, of 1.3 million triangles.

@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
-"""What the Python package costs beside the library, and beside what a user of other packages would write.
+"""What the Python package costs beside the library, and beside what a user of other packages would
+write.
 
-Floor: a mesh of f faces and v vertices is made of 12 v + 12 f bytes and takes 16 v + 36 f; a view copies nothing.
-Processor time, one thread, the fastest of five, in the same run: other programs on the machine count less so.
+Floor: a mesh of f faces and v vertices is made of 12 v + 12 f bytes and takes 16 v + 36 f; a view
+copies nothing. Processor time, one thread, the fastest of five, in the same run: other programs on
+the machine count less so.
 
 usage: bench/python_bench.py [--peers] [--batch FOLDER]
-  --peers         beside meshio with numpy, VTK and admesh
-  --batch FOLDER  200 made models there, five of which go wrong; then one and two workers on some of them
+  --peers         beside meshio with numpy, VTK and admesh --batch FOLDER  200 made models there,
+  five of which go wrong; then one and two workers on some of them
 """
 
 import argparse
@@ -35,20 +37,33 @@ def ball(faces, seed=0):
     rows = max(4, int((faces / 4) ** 0.5))
     columns = 2 * rows
     phases = numpy.random.default_rng(seed).uniform(0, 6, 6)
-    polar, around = numpy.meshgrid(numpy.pi * numpy.arange(1, rows) / rows,
-                                   2 * numpy.pi * numpy.arange(columns) / columns, indexing="ij")  # fmt: skip
-    bumps = sum(numpy.sin((i + 2) * polar + phases[i]) * numpy.sin((i + 1) * around + phases[-i]) for i in range(4))
+    polar, around = numpy.meshgrid(
+        numpy.pi * numpy.arange(1, rows) / rows,
+        2 * numpy.pi * numpy.arange(columns) / columns,
+        indexing="ij",
+    )
+    bumps = sum(
+        numpy.sin((i + 2) * polar + phases[i]) * numpy.sin((i + 1) * around + phases[-i])
+        for i in range(4)
+    )
     radius = 20 + bumps * numpy.sin(polar)
     points = radius[..., None] * numpy.stack(
-        [numpy.sin(polar) * numpy.cos(around), numpy.sin(polar) * numpy.sin(around), numpy.cos(polar)], -1
+        [
+            numpy.sin(polar) * numpy.cos(around),
+            numpy.sin(polar) * numpy.sin(around),
+            numpy.cos(polar),
+        ],
+        -1,
     )
     vertices = numpy.vstack([points.reshape(-1, 3), [[0, 0, 20]], [[0, 0, -20]]]).astype("f4")
     index = numpy.arange((rows - 1) * columns).reshape(rows - 1, columns)
     right = numpy.roll(index, -1, 1)
     a, b, c, d = index[:-1].ravel(), right[:-1].ravel(), index[1:].ravel(), right[1:].ravel()
     top, low = len(vertices) - 2, len(vertices) - 1
-    caps = [numpy.column_stack([numpy.full(columns, top), index[0], right[0]]),
-            numpy.column_stack([numpy.full(columns, low), right[-1], index[-1]])]  # fmt: skip
+    caps = [
+        numpy.column_stack([numpy.full(columns, top), index[0], right[0]]),
+        numpy.column_stack([numpy.full(columns, low), right[-1], index[-1]]),
+    ]
     sides = [numpy.column_stack([a, c, b]), numpy.column_stack([b, c, d])]
     return vertices, numpy.vstack([*sides, *caps]).astype("i4")
 
@@ -63,7 +78,10 @@ def processor_seconds(work, runs=5):
     """The least processor time of this process and the children it waits for."""
 
     def now():
-        return sum(sum(resource.getrusage(who)[:2]) for who in (resource.RUSAGE_SELF, resource.RUSAGE_CHILDREN))
+        return sum(
+            sum(resource.getrusage(who)[:2])
+            for who in (resource.RUSAGE_SELF, resource.RUSAGE_CHILDREN)
+        )
 
     best = float("inf")
     for _ in range(runs):
@@ -76,7 +94,9 @@ def processor_seconds(work, runs=5):
 def measure_package():
     # Twice, so that byte code is there; then what importing takes beyond starting Python.
     def started(code):
-        return processor_seconds(lambda: subprocess.run([sys.executable, "-c", code], check=True), 10)
+        return processor_seconds(
+            lambda: subprocess.run([sys.executable, "-c", code], check=True), 10
+        )
 
     base = started("pass")
     print(f"import povmesh                {1000 * (started('import povmesh') - base):8.1f} ms")
@@ -94,14 +114,20 @@ def measure_package():
 
     plain = processor_seconds(call)
     packed = processor_seconds(lambda: povmesh.Mesh(vertices, faces, context=context))
-    print(f"Mesh(v, f), {len(faces):,} faces  {1000 * packed:8.1f} ms, the C call {1000 * plain:.1f} ms,"
-          f" ratio {packed / plain:.2f}")  # fmt: skip
+    print(
+        f"Mesh(v, f), {len(faces):,} faces  {1000 * packed:8.1f} ms,"
+        f" the C call {1000 * plain:.1f} ms,"
+        f" ratio {packed / plain:.2f}"
+    )
 
     mesh = povmesh.Mesh(vertices, faces, context=context)
     view = _abi.povmesh_view()
     lib.povmesh_mesh_view(mesh._owner.handle, _abi.POVMESH_POSITIONS, view)
     is_same = mesh.vertices.ctypes.data == view.data and not mesh.vertices.flags.owndata
-    print(f"mesh.vertices                 {'0 bytes copied' if is_same else 'A COPY'}, same address: {is_same}")
+    print(
+        f"mesh.vertices                 {'0 bytes copied' if is_same else 'A COPY'},"
+        f" same address: {is_same}"
+    )
 
 
 def by_vtk(source, target):
@@ -136,13 +162,17 @@ def by_meshio(source, target):
     with open(os.devnull, "w") as quiet:
         old, sys.stdout = sys.stdout, quiet
         try:
-            meshio.write(target, meshio.Mesh(points, [("triangle", faces)]), file_format="stl", binary=True)
+            meshio.write(
+                target, meshio.Mesh(points, [("triangle", faces)]), file_format="stl", binary=True
+            )
         finally:
             sys.stdout = old
 
 
 def by_admesh(source, target):
-    subprocess.run(["admesh", f"--write-binary-stl={target}", source], check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(
+        ["admesh", f"--write-binary-stl={target}", source], check=True, stdout=subprocess.DEVNULL
+    )
 
 
 def measure_peers(folder):
@@ -174,8 +204,11 @@ def measure_peers(folder):
         left = povmesh.load(target).check(self_intersections=False, advice=False)
         mine = processor_seconds(lambda: ours(steps), 3)
         fixed = povmesh.load(target).check(self_intersections=False, advice=False)
-        print(f"{name}: {other:.2f} ({left.open_edges} open edges left), povmesh {'+'.join(steps)}: {mine:.2f}"
-              f" ({fixed.open_edges} left), ratio {mine / other:.2f}")  # fmt: skip
+        print(
+            f"{name}: {other:.2f} ({left.open_edges} open edges left),"
+            f" povmesh {'+'.join(steps)}: {mine:.2f}"
+            f" ({fixed.open_edges} left), ratio {mine / other:.2f}"
+        )
 
 
 class Saboteur(threading.Thread):
@@ -189,11 +222,17 @@ class Saboteur(threading.Thread):
         while self.signals:
             for entry in Path("/proc").iterdir():
                 try:
-                    words = (entry / "cmdline").read_bytes().split(b"\0") if entry.name.isdigit() else []
+                    words = (
+                        (entry / "cmdline").read_bytes().split(b"\0")
+                        if entry.name.isdigit()
+                        else []
+                    )
                 except OSError:
                     continue
                 for name in list(self.signals):
-                    if b"run" in words and any(word.endswith(f"/{name}".encode()) for word in words):
+                    if b"run" in words and any(
+                        word.endswith(f"/{name}".encode()) for word in words
+                    ):
                         os.kill(int(entry.name), self.signals.pop(name))
                         self.sent.append(name)
             time.sleep(0.002)
@@ -206,17 +245,33 @@ def measure_batch(folder):
     numpy.random.default_rng(3).shuffle(sizes)
     for number, size in enumerate(sizes):
         vertices, faces = ball(int(size) if number % 8 == 0 else 10_000, number)
-        povmesh.Mesh(vertices, with_holes(faces, 20, number)).save(models / f"{number:03}.stl", flush=False)
-    for name, size in (("killed_a", 100_000), ("killed_b", 100_000), ("hangs", 100_000), ("too_large", 4_000_000)):
+        povmesh.Mesh(vertices, with_holes(faces, 20, number)).save(
+            models / f"{number:03}.stl", flush=False
+        )
+    for name, size in (
+        ("killed_a", 100_000),
+        ("killed_b", 100_000),
+        ("hangs", 100_000),
+        ("too_large", 4_000_000),
+    ):
         povmesh.Mesh(*ball(size)).save(models / f"{name}.stl", flush=False)
     (models / "195.stl").write_bytes((models / "000.stl").read_bytes()[:5000])
-    saboteur = Saboteur({"killed_a.stl": signal.SIGKILL, "killed_b.stl": signal.SIGSEGV, "hangs.stl": signal.SIGSTOP})
+    saboteur = Saboteur(
+        {
+            "killed_a.stl": signal.SIGKILL,
+            "killed_b.stl": signal.SIGSEGV,
+            "hangs.stl": signal.SIGSTOP,
+        }
+    )
     saboteur.start()
     files = sorted(models.iterdir())
     recipe = [{"operation": "repair"}, {"operation": "reduce", "keep": 0.5}]
     start = time.monotonic()
     rows = povmesh.batch.run(files, recipe, out, workers=2, time_limit=60, memory_limit=400 << 20)
-    print(f"\n{len(rows)} models, 2 workers: {time.monotonic() - start:.0f} s; signals sent to {saboteur.sent}")
+    print(
+        f"\n{len(rows)} models, 2 workers: {time.monotonic() - start:.0f} s;"
+        f" signals sent to {saboteur.sent}"
+    )
     print(f"  ok: {sum(row.status == 'ok' for row in rows)}")
     for row in rows:
         if row.status != "ok":
@@ -227,9 +282,15 @@ def measure_batch(folder):
         start = time.monotonic()
         povmesh.batch.run(few, recipe, folder / f"by_{workers}", workers=workers, reports=())
         taken[workers] = time.monotonic() - start
-    print(f"  {len(few)} models: 1 worker {taken[1]:.1f} s, 2 workers {taken[2]:.1f} s, {taken[1] / taken[2]:.2f} x")
-    same = all((folder / "by_1" / f.name).read_bytes() == (folder / "by_2" / f.name).read_bytes() for f in few
-               if (folder / "by_1" / f.name).exists())  # fmt: skip
+    print(
+        f"  {len(few)} models: 1 worker {taken[1]:.1f} s, 2 workers {taken[2]:.1f} s,"
+        f" {taken[1] / taken[2]:.2f} x"
+    )
+    same = all(
+        (folder / "by_1" / f.name).read_bytes() == (folder / "by_2" / f.name).read_bytes()
+        for f in few
+        if (folder / "by_1" / f.name).exists()
+    )
     print(f"  same bytes: {same}")
 
 

@@ -1,14 +1,11 @@
 // povmesh balance: carves a model from the inside so that it stands.
-#include "design/balance.h"
+#include "job/balance.h"
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "base/timer.h"
 #include "cli/balance_picture.h"
 #include "cli/change.h"
 #include "cli/commands.h"
@@ -18,28 +15,13 @@
 #include "cli/picture_file.h"
 #include "cli/pieces.h"
 #include "cli/shared_options.h"
-#include "job/cavity.h"
-#include "job/new_faults.h"
 #include "job/numbers.h"
-#include "mesh/compact.h"
-#include "mesh/shells.h"
-#include "spatial/separation.h"
 
 namespace povmesh::cli {
 namespace {
 
-// No walls are thinner.
-constexpr double kLeastThickness = 0.5;
-
-// Shares of the thickness with which a model that falls is tried again.
-constexpr double kThinner[] = {0.7, 0.4};
-
 std::string rounded(double number, double step) {
     return human_number(std::round(number / step) * step + 0.0);
-}
-
-std::string degrees_text(double degrees) {
-    return rounded(degrees, 0.01) + " degrees";
 }
 
 std::string centre_text(Vec3d p) {
@@ -50,87 +32,18 @@ Json place_json(Vec3d p) {
     return {p.x, p.y, p.z};
 }
 
-// A length to two significant digits.
-std::string length_text(double length) {
-    if (!(length > 0)) return "0";
-    return rounded(length, std::pow(10.0, std::floor(std::log10(length)) - 1));
-}
+using job::degrees_text;
+using job::length_text;
 
-std::string towards(const Standing& standing) {
-    const Vec3d to = fall_direction(standing);
-    return "towards x " + rounded(to.x, 0.01) + ", y " + rounded(to.y, 0.01);
-}
-
-BalanceOptions options_of(const Arguments& arguments) {
-    return {.firm = arguments.number("--angle"),
-            .infill = arguments.number("--infill") / 100,
-            .measures_wall = true};
-}
-
-// What is to be known about a model before it is trusted to stand on its own.
-std::vector<std::string> warnings_of(TriMesh& mesh) {
-    std::vector<std::string> warnings;
-    label_shells(mesh);
-    const std::size_t bodies = group_shells(mesh, {.keep_cavities = true}).size();
-    if (bodies > 1) {
-        warnings.push_back("its " + std::to_string(bodies) +
-                           " bodies do not touch one another; they are balanced as if they were "
-                           "joined");
-    }
-    if (!is_closed(mesh)) {
-        warnings.emplace_back(
-            "the model is open, so that its centre of mass is a guess; repair it "
-            "for a better answer");
-    }
-    return warnings;
-}
-
-// What carving with a thinner wall would do about a model that falls; empty when it helps little.
-std::string thinner_text(const TriMesh& mesh, double thickness, const BalanceReport& fallen,
-                         const BalanceOptions& options) {
-    std::string text;
-    RunLog log;
-    RunContext run{{}, log};
-    for (const double share : kThinner) {
-        const double thinner = std::max(std::round(thickness * share * 10) / 10, kLeastThickness);
-        if (thinner >= thickness) break;
-        const BalanceReport report =
-            preview_balance(mesh, static_cast<float>(thinner), run, options);
-        if (report.status == BalanceStatus::Carved) {
-            return human_number(thinner) + " withstands " + degrees_text(report.after.tilt);
-        }
-        if (report.after.margin < 0 && report.after.margin > fallen.after.margin) {
-            text = human_number(thinner) + " leaves " + length_text(-report.after.margin);
-        }
-    }
-    return text;
-}
-
-std::string falls_text(TriMesh& mesh, double thickness, const BalanceReport& report,
-                       const BalanceOptions& options) {
-    const Standing& best = report.after;
-    std::string text = best.margin <= 0 ? "its centre of mass stays " + length_text(-best.margin) +
-                                              " outside its base " + towards(best)
-                                        : "it withstands no more than " + degrees_text(best.tilt) +
-                                              ", and falls " + towards(best);
-    const std::string thinner = thinner_text(mesh, thickness, report, options);
-    text += "; take ";
-    if (report.core_voxels == 0 && thinner.empty()) {
-        text = "a wall of " + human_number(thickness) + " leaves nothing to carve: " + text;
-    }
-    if (!thinner.empty()) text += "a thinner wall (" + thinner + "), ";
-    return text + "a wider base, or 'povmesh orient'";
-}
-
-std::string failure_of(TriMesh& mesh, double thickness, const BalanceReport& report,
-                       const BalanceOptions& options) {
-    if (report.status == BalanceStatus::NoModel) {
-        return "the model encloses no volume, or is inside out; repair it first";
-    }
-    if (report.status == BalanceStatus::Falls) {
-        return falls_text(mesh, thickness, report, options);
-    }
-    return {};
+job::BalanceJob job_of(const Arguments& arguments) {
+    job::BalanceJob job;
+    if (arguments.has("--thickness")) job.thickness = arguments.number("--thickness");
+    job.firm = arguments.number("--angle");
+    job.infill = arguments.number("--infill") / 100;
+    job.only_measures = arguments.has("--check");
+    job.drains = drains_of(arguments);
+    job.drain_name = [&](std::size_t drain) { return arguments.all("--drain")[drain]; };
+    return job;
 }
 
 std::string verdict_of(const Standing& standing, double firm) {
@@ -138,7 +51,7 @@ std::string verdict_of(const Standing& standing, double firm) {
     if (standing.tilt >= firm) return "stands firmly" + tilt;
     if (standing.tilt >= kStands) return "stands, if shakily" + tilt;
     const std::string falls = standing.margin > 0 ? "falls at a touch " : "falls ";
-    return falls + towards(standing) + tilt;
+    return falls + job::towards(standing) + tilt;
 }
 
 void add_standing(const Standing& standing, std::vector<Row>& rows, Json& json) {
@@ -149,48 +62,19 @@ void add_standing(const Standing& standing, std::vector<Row>& rows, Json& json) 
     json["tilt"] = standing.tilt;
 }
 
-// How a finished model stands, by its faces. With an infill they do not tell what it weighs.
-Stand finished_stand(const TriMesh& mesh, const BalanceReport& report,
-                     const BalanceOptions& options) {
-    Stand stand{&mesh, base_of(mesh), report.after};
-    if (options.infill == 1) {
-        const Vec3d middle = stand.base.middle;
-        stand.standing = stand_on(stand.base, middle + mass_of(mesh, middle).centre());
-    }
-    return stand;
-}
-
-void add_carving(const BalanceReport& balanced, ChangeReport& report) {
-    const double saved = balanced.cavity_volume / balanced.model_volume * 100;
+void add_carving(const job::BalanceDone& done, ChangeReport& report) {
+    const BalanceReport& balanced = done.report;
     report.rows.insert(report.rows.end(),
                        {{"voxel size", human_number(balanced.voxel_size)},
                         {"layers", std::to_string(balanced.layers)},
                         {"cavity volume", human_number(balanced.cavity_volume)},
-                        {"material saved", rounded(saved, 0.01) + " %"},
+                        {"material saved", rounded(done.saved_percent, 0.01) + " %"},
                         {"smallest wall", human_number(balanced.smallest_wall)}});
     report.json.update({{"voxel_size", balanced.voxel_size},
                         {"layers", balanced.layers},
                         {"cavity_volume", balanced.cavity_volume},
-                        {"saved_percent", saved},
+                        {"saved_percent", done.saved_percent},
                         {"smallest_wall", balanced.smallest_wall}});
-}
-
-// What a model that was carved has to keep.
-void check_promises(const TriMesh& before, TriMesh& mesh, const BalanceReport& balanced,
-                    const Standing& after, double thickness, ChangeReport& report) {
-    TriMesh model = before;
-    NewFaults faults = find_new_faults(model, mesh);
-    // Cavities have triangles a little less flat than degenerate ones: none is that.
-    faults.slivers = {};
-    add_faults(faults, 0, 0, 0, report);
-    if (after.tilt < kStands || after.tilt <= balanced.before.tilt) {
-        report.doubts.push_back("with its drain holes it withstands " + degrees_text(after.tilt) +
-                                " only");
-    }
-    const double least = std::max(thickness, kLeastThickness) - 2 * balanced.voxel_size;
-    if (balanced.smallest_wall < least) {
-        report.doubts.push_back("its smallest wall is " + human_number(balanced.smallest_wall));
-    }
 }
 
 // The pictures; why they cannot be written, or nothing.
@@ -203,63 +87,50 @@ std::string draw(const Arguments& arguments, const Stand& before, const Stand* a
 
 ChangeReport balance_model(const Arguments& arguments, TriMesh& mesh, Progress progress,
                            std::string& picture_failure) {
-    const double thickness = arguments.number("--thickness");
-    const BalanceOptions options = options_of(arguments);
-    const Timer timer;
-    RunLog log;
-    // The values of the operation itself go from 30 to 85.
-    ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent / 4); };
-    RunContext run{Progress(nullptr, &scaled), log};
+    const job::BalanceJob job = job_of(arguments);
+    TriMesh before;
+    if (arguments.has("--preview")) before = mesh;
+    job::BalanceDone done;
     ChangeReport report;
-    report.warnings = warnings_of(mesh);
-    const TriMesh before = mesh;
-    const BalanceReport balanced = balance(mesh, static_cast<float>(thickness), run, options);
-    report.seconds = timer.seconds();
+    report.failure = job::balance(mesh, job, progress, done).text();
+    report.seconds = done.seconds;
+    if (!report.failure.empty()) return report;
+    const BalanceReport& balanced = done.report;
     const Stand stand{&before, balanced.base, balanced.before};
-    report.failure = failure_of(mesh, thickness, balanced, options);
-    if (!report.failure.empty()) {
-        if (balanced.status == BalanceStatus::Falls) {
-            picture_failure = draw(arguments, stand, nullptr);
-        }
+    if (balanced.status == BalanceStatus::Falls) {
+        report.failure = done.falls;
+        picture_failure = draw(arguments, stand, nullptr);
         return report;
     }
+    static_cast<Remarks&>(report) = done;
     report.rows.emplace_back("base area", human_number(area_of(balanced.base)));
     report.json["base_area"] = area_of(balanced.base);
     const bool is_carved = balanced.status == BalanceStatus::Carved;
     if (is_carved) {
-        compact(mesh);
-        add_carving(balanced, report);
-        cut_drains(arguments, mesh, before.faces.size(), thickness, report);
-        if (!report.failure.empty()) return report;
-        if (!arguments.has("--drain")) {
-            const SealedCavities sealed = sealed_cavities(mesh);
-            report.warnings.push_back(sealed_text(sealed, sealed.count));
+        add_carving(done, report);
+        if (!job.drains.empty()) {
+            add_drain_rows(done.drains.holes, done.drains.closed_cavities, done.drains.cavities,
+                           report);
         }
-    } else if (arguments.has("--drain")) {
-        report.warnings.emplace_back("nothing is carved, so that no drain hole is cut");
     }
-    const Stand after = finished_stand(mesh, balanced, options);
     add_standing(balanced.before, report.before, report.json_before);
-    add_standing(after.standing, report.after, report.json_after);
-    std::string verdict = verdict_of(after.standing, options.firm);
+    add_standing(done.after, report.after, report.json_after);
+    std::string verdict = verdict_of(done.after, job.firm);
     if (!is_carved) {
-        verdict = balanced.before.tilt >= options.firm
+        verdict = balanced.before.tilt >= job.firm
                       ? "it stands firmly already (" + degrees_text(balanced.before.tilt) + ")"
                       : verdict + "; carving gains nothing";
     }
     report.rows.emplace_back("verdict", verdict);
     report.json["carved"] = is_carved;
-    report.json["firm"] = after.standing.tilt >= options.firm;
-    if (is_carved) {
-        check_promises(before, mesh, balanced, after.standing, thickness, report);
-    }
+    report.json["firm"] = done.after.tilt >= job.firm;
+    const Stand after{&mesh, done.base_after, done.after};
     picture_failure = draw(arguments, stand, is_carved ? &after : nullptr);
     return report;
 }
 
 struct CheckOutcome : Outcome {
-    BalanceReport report;
-    double seconds = 0;
+    job::BalanceDone done;
 };
 
 // Measures without carving; with a thickness, what carving would reach, too.
@@ -270,24 +141,15 @@ void check(const Arguments& arguments, Progress progress, CheckOutcome& outcome)
     if (!failure.empty()) return outcome.fail(CannotRead, failure);
     outcome.warnings = load_warnings(model);
     try {
-        const Timer timer;
-        RunLog log;
-        RunContext run{{}, log};
-        for (std::string& warning : warnings_of(model.mesh)) {
-            outcome.warnings.push_back(std::move(warning));
-        }
-        const double thickness = arguments.has("--thickness") ? arguments.number("--thickness") : 0;
-        const BalanceOptions options = options_of(arguments);
-        outcome.report = preview_balance(model.mesh, static_cast<float>(thickness), run, options);
-        outcome.seconds = timer.seconds();
-        if (outcome.report.status == BalanceStatus::NoModel) {
-            return outcome.fail(
-                Flawed, source + ": " + failure_of(model.mesh, thickness, outcome.report, options));
-        }
-        const Standing& before = outcome.report.before;
-        if (before.tilt < options.firm) outcome.status = Flawed;
+        const job::BalanceJob job = job_of(arguments);
+        const Status status = job::balance(model.mesh, job, progress, outcome.done);
+        const std::vector<std::string>& warnings = outcome.done.warnings;
+        outcome.warnings.insert(outcome.warnings.end(), warnings.begin(), warnings.end());
+        if (!status.ok()) return outcome.fail(Flawed, source + ": " + status.text());
+        const Standing& before = outcome.done.report.before;
+        if (before.tilt < job.firm) outcome.status = Flawed;
         const std::string picture =
-            draw(arguments, {&model.mesh, outcome.report.base, before}, nullptr);
+            draw(arguments, {&model.mesh, outcome.done.report.base, before}, nullptr);
         if (!picture.empty()) outcome.fail(CannotWrite, picture);
     } catch (...) {
         outcome.fail(CannotRead, failure_text(source));
@@ -307,7 +169,7 @@ std::string carved_text(const BalanceReport& report) {
 }
 
 std::string check_table(const Arguments& arguments, const CheckOutcome& outcome) {
-    const BalanceReport& report = outcome.report;
+    const BalanceReport& report = outcome.done.report;
     const double firm = arguments.number("--angle");
     std::vector<Row> rows = {{"base area", human_number(area_of(report.base))},
                              {"centre of mass", centre_text(report.before.centre)},
@@ -315,7 +177,7 @@ std::string check_table(const Arguments& arguments, const CheckOutcome& outcome)
     if (arguments.has("--thickness") && report.before.tilt < firm) {
         rows.emplace_back("carving", carved_text(report));
     }
-    rows.emplace_back("time", seconds_text(outcome.seconds));
+    rows.emplace_back("time", seconds_text(outcome.done.seconds));
     return on_one_line(arguments.text("IN")) + "\n" + table_text(rows);
 }
 
@@ -325,7 +187,7 @@ Json check_json(const Arguments& arguments, const CheckOutcome& outcome) {
         json["error"] = outcome.failure;
         return json;
     }
-    const BalanceReport& report = outcome.report;
+    const BalanceReport& report = outcome.done.report;
     std::vector<Row> unused;
     json["base_area"] = area_of(report.base);
     add_standing(report.before, unused, json);
@@ -334,7 +196,7 @@ Json check_json(const Arguments& arguments, const CheckOutcome& outcome) {
         json["carving_helps"] = report.status == BalanceStatus::Carved;
         json["tilt_carved"] = report.after.tilt;
     }
-    json["seconds"] = outcome.seconds;
+    json["seconds"] = outcome.done.seconds;
     json["warnings"] = warnings_json(outcome);
     return json;
 }

@@ -9,7 +9,8 @@
 
 #include "base/rotation.h"
 #include "cli/picture_file.h"
-#include "cli/section.h"
+#include "job/balance.h"
+#include "job/section.h"
 #include "mesh/bounds.h"
 #include "mesh/build_f.h"
 
@@ -129,15 +130,8 @@ private:
 
 }  // namespace
 
-Vec3d fall_direction(const Standing& standing) {
-    Vec3d to = (standing.nearest - standing.centre) * (standing.margin > 0 ? 1.0 : -1.0);
-    to.z = 0;
-    const double size = length(to);
-    return size > 0 ? to / size : Vec3d{1, 0, 0};
-}
-
 picture::Image draw_stands(const Stand& before, const Stand* after) {
-    const Vec3d to = fall_direction(before.standing);
+    const Vec3d to = job::fall_direction(before.standing);
     const Rotation turn({0, 0, 1}, -std::atan2(to.y, to.x) * 180 / std::numbers::pi);
     std::vector<Side> sides;
     sides.emplace_back(before, turn, before.base.middle);

@@ -14,9 +14,6 @@ struct Stand {
     Standing standing;
 };
 
-/// The horizontal direction, of unit length, in which a model falls first.
-Vec3d fall_direction(const Standing& standing);
-
 /// The model cut open along the direction in which it falls first, which points to the right, seen
 /// from the side: its base on the plate in green, and a plumb line from the centre of mass down to
 /// the plate, red where it meets the plate outside the base. With `after`, two pictures side by

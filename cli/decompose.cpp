@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "cli/apart.h"
 #include "cli/commands.h"
 #include "cli/findings_report.h"
 #include "cli/model.h"
 #include "cli/picture_file.h"
 #include "cli/pieces.h"
 #include "cli/shared_options.h"
+#include "job/apart.h"
 #include "job/numbers.h"
 
 namespace povmesh::cli {

@@ -36,15 +36,4 @@ void add_drain_rows(std::size_t holes, std::size_t closed, std::size_t cavities,
     report.json["closed_cavities"] = closed;
 }
 
-void cut_drains(const Arguments& arguments, TriMesh& mesh, std::size_t model_faces,
-                double thickness, ChangeReport& report) {
-    const std::vector<Drain> drains = drains_of(arguments);
-    if (drains.empty()) return;
-    job::DrainsDone done;
-    const auto name = [&](std::size_t drain) { return arguments.all("--drain")[drain]; };
-    report.failure = job::cut_drains(mesh, model_faces, thickness, drains, name, done).text();
-    add_drain_rows(done.holes, done.closed_cavities, done.cavities, report);
-    report.warnings.insert(report.warnings.end(), done.warnings.begin(), done.warnings.end());
-}
-
 }  // namespace povmesh::cli

@@ -98,23 +98,4 @@ picture::Image with_legend(const picture::Image& image, const Legend& legend) {
     return wide;
 }
 
-picture::Image beside(const picture::Image& left, const picture::Image& right,
-                      std::uint32_t line_width) {
-    picture::Image both;
-    both.width = left.width + line_width + right.width;
-    both.height = left.height;
-    both.rgb.assign(std::size_t{both.width} * both.height * 3, kLineGrey);
-    for (std::size_t row = 0; row < both.height; ++row) {
-        const auto copy = [&](const picture::Image& from, std::size_t column) {
-            const std::size_t bytes = std::size_t{from.width} * 3;
-            std::copy_n(
-                from.rgb.begin() + static_cast<std::ptrdiff_t>(row * bytes), bytes,
-                both.rgb.begin() + static_cast<std::ptrdiff_t>((row * both.width + column) * 3));
-        };
-        copy(left, 0);
-        copy(right, both.width - right.width);
-    }
-    return both;
-}
-
 }  // namespace povmesh::cli

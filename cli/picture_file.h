@@ -25,11 +25,7 @@ struct Legend {
 /// stays empty.
 picture::Image with_legend(const picture::Image& image, const Legend& legend);
 
-/// Pixels of the line between two pictures.
-constexpr std::uint32_t kLineWidth = 2;
-
-/// Two pictures of the same height with a line between them.
-picture::Image beside(const picture::Image& left, const picture::Image& right,
-                      std::uint32_t line_width = kLineWidth);
+using picture::beside;
+using picture::kLineWidth;
 
 }  // namespace povmesh::cli

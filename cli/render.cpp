@@ -1,23 +1,16 @@
 // povmesh render: a picture of models, with their flaws in colour or pulled apart when asked.
-#include <algorithm>
 #include <array>
-#include <cmath>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "cli/apart.h"
 #include "cli/commands.h"
 #include "cli/model.h"
 #include "cli/picture_file.h"
 #include "cli/section.h"
 #include "cli/shared_options.h"
-#include "job/findings.h"
-#include "job/numbers.h"
-#include "job/picture/picture.h"
-#include "spatial/separation.h"
+#include "job/render.h"
 
 namespace povmesh::cli {
 namespace {
@@ -37,125 +30,32 @@ picture::View view_named(std::string_view name) {
     return picture::View::Iso;  // the option admits no other name
 }
 
-// What the colours of the picture mean, for the flaws that there are. The words follow the palette.
-std::string legend_of(const Findings& findings, const FlawFaces& faces) {
-    std::string text;
-    const auto add = [&](std::string_view colour, std::uint64_t count, std::string_view what) {
-        if (count != 0) text += "  " + std::string(colour) + counted(count, what) + "\n";
-    };
-    add("red faces:     ", faces.inverted.size(), "inverted face");
-    add("orange lines:  ", findings[Flaw::OpenEdges].count, "open edge");
-    add("purple lines:  ", findings[Flaw::NonManifoldEdges].count, "non-manifold edge");
-    add("teal dots:     ", findings.detected.degenerate, "degenerate face");
-    if (findings[Flaw::OpenEdges].count != 0)
-        text += "  blue faces:    the inside, seen through an opening\n";
-    return text.empty() ? "  no flaws to show\n" : text;
-}
-
-// A model of the picture and what is to be said about it.
-struct Subject {
-    LoadedModel loaded;
-    TriMesh opened;  // what a section leaves of it
-    TriMesh caps;
-    std::string legend;
-    bool is_secondary = false;
-
-    picture::Model model(bool with_flaws) {
-        picture::Model model;
-        model.mesh = &loaded.mesh;
-        if (is_secondary) model.colour = picture::palette::kSecondary;
-        model.use_face_colours = has_colours(loaded.mesh);
-        if (with_flaws) {
-            FlawFaces faces;
-            const Findings findings =
-                examine(loaded.mesh, {}, SelfIntersectionSearch::Never, &faces);
-            model.overlay = picture::flaw_overlay(loaded.mesh, faces);
-            legend = legend_of(findings, faces);
-        }
-        return model;
-    }
-};
-
-void widen(Box3d& box, const Box3d& by) {
-    if (by.is_empty()) return;
-    box.widen(by.low);
-    box.widen(by.high);
-}
-
-// The bodies of all models, moved apart, in two colours by turns.
-picture::Image draw_exploded(std::vector<Subject>& subjects,
-                             const picture::RenderOptions& options) {
-    Box3d scene_box;
-    std::vector<TriMesh> bodies;
-    for (Subject& subject : subjects) {
-        TriMesh& mesh = subject.loaded.mesh;
-        widen(scene_box, scene_box_of(mesh));
-        separate_bodies(mesh, {.keep_cavities = true, .all_faces = true});
-        std::move(mesh.parts.begin(), mesh.parts.end(), std::back_inserter(bodies));
-    }
-    return draw_apart(bodies, scene_box, options);
-}
-
-// The models with what is nearer to the viewer taken away, the cut itself in the second colour.
-picture::Image draw_section(std::vector<Subject>& subjects, const Section& section,
-                            const picture::RenderOptions& options) {
-    Box3d scene_box;
-    for (const Subject& subject : subjects) widen(scene_box, scene_box_of(subject.loaded.mesh));
-    picture::Scene scene;
-    for (Subject& subject : subjects) {
-        subject.opened = subject.loaded.mesh;
-        cut_open(subject.opened, section, options.view, scene_box, subject.caps);
-        scene.push_back(subject.model(false));
-        scene.back().mesh = &subject.opened;
-        picture::Model& caps = scene.emplace_back();
-        caps.mesh = &subject.caps;
-        caps.colour = picture::palette::kSecondary;
-        caps.inside = picture::palette::kSecondary;
-    }
-    return picture::render(scene, options);
-}
-
-picture::RenderOptions options_of(const Arguments& arguments) {
+job::RenderJob job_of(const Arguments& arguments) {
     const PixelSize size = parse_pixel_size(arguments.text("--size"));
-    picture::RenderOptions options;
-    options.width = static_cast<std::uint32_t>(size.width);
-    options.height = static_cast<std::uint32_t>(size.height);
-    options.view = view_named(arguments.text("--view"));
-    return options;
-}
-
-// All models fill the picture together; with one to compare, two stand side by side, seen by the
-// same camera.
-picture::Image draw(std::vector<Subject>& subjects, const Arguments& arguments) {
-    const bool with_flaws = arguments.has("--flaws");
-    picture::RenderOptions options = options_of(arguments);
-    if (arguments.has("--explode")) return draw_exploded(subjects, options);
-    if (arguments.has("--section")) {
-        return draw_section(subjects, *parse_section(arguments.text("--section")), options);
-    }
-    if (!arguments.has("--compare")) {
-        picture::Scene scene;
-        for (Subject& subject : subjects) scene.push_back(subject.model(with_flaws));
-        return picture::render(scene, options);
-    }
-    for (const Subject& subject : subjects) widen(options.frame, scene_box_of(subject.loaded.mesh));
-    const std::uint32_t width = options.width;
-    options.width = (width - kLineWidth) / 2;
-    const picture::Image left = picture::render({subjects[0].model(with_flaws)}, options);
-    return beside(left, picture::render({subjects[1].model(with_flaws)}, options),
-                  width - 2 * options.width);
+    job::RenderJob job;
+    job.width = static_cast<std::uint32_t>(size.width);
+    job.height = static_cast<std::uint32_t>(size.height);
+    job.view = view_named(arguments.text("--view"));
+    job.flaws = arguments.has("--flaws");
+    job.explode = arguments.has("--explode");
+    if (arguments.has("--section")) job.section = parse_section(arguments.text("--section"));
+    job.compare = arguments.has("--compare");
+    job.has_supports = arguments.has("--supports");
+    return job;
 }
 
 // Reads the models and draws them; one line for the user when that fails, else empty.
 std::string make_png(const std::vector<std::string>& paths, const Arguments& arguments,
-                     Progress progress, std::vector<Subject>& subjects, Array<char>& png) {
+                     Progress progress, std::vector<LoadedModel>& models, job::RenderDone& done,
+                     Array<char>& png) {
     for (const std::string& path : paths) {
-        std::string failure = load_model(path, progress, subjects.emplace_back().loaded);
+        std::string failure = load_model(path, progress, models.emplace_back());
         if (!failure.empty()) return failure;
     }
-    subjects.back().is_secondary = arguments.has("--supports");
     try {
-        png = picture::encode_png(draw(subjects, arguments));
+        std::vector<TriMesh*> meshes;
+        for (LoadedModel& model : models) meshes.push_back(&model.mesh);
+        png = picture::encode_png(job::render(meshes, job_of(arguments), done));
     } catch (...) {
         return failure_text(paths.front());
     }
@@ -199,15 +99,16 @@ int run_render(const Arguments& arguments, Console& console) {
         return Usage;
     }
     ProgressLine line(console, paths.front());
-    std::vector<Subject> subjects;
+    std::vector<LoadedModel> models;
+    job::RenderDone done;
     Array<char> png;
-    const std::string failure = make_png(paths, arguments, line.progress(), subjects, png);
+    const std::string failure = make_png(paths, arguments, line.progress(), models, done, png);
     line.stop();
     if (!failure.empty()) {
         console.error(failure);
         return CannotRead;
     }
-    for (const Subject& subject : subjects) warn_of(subject.loaded, console);
+    for (const LoadedModel& model : models) warn_of(model, console);
     if (const Status status = write_file(target, png); !status.ok()) {
         console.error(status.text());
         return CannotWrite;
@@ -216,11 +117,11 @@ int run_render(const Arguments& arguments, Console& console) {
         console.print(on_one_line(target) + ": " + arguments.text("--size") + " pixels, " +
                       arguments.text("--view") + " view\n");
     }
-    for (const Subject& subject : subjects) {
-        if (subjects.size() > 1 && !subject.legend.empty()) {
-            console.print(on_one_line(subject.loaded.path) + "\n");
+    for (std::size_t i = 0; i < models.size(); ++i) {
+        if (models.size() > 1 && !done.legends[i].empty()) {
+            console.print(on_one_line(models[i].path) + "\n");
         }
-        console.print(subject.legend);
+        console.print(done.legends[i]);
     }
     return Clean;
 }

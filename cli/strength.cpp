@@ -1,5 +1,5 @@
 // povmesh strength: colours that tell where a model is weak.
-#include "analysis/strength.h"
+#include "job/strength.h"
 
 #include <algorithm>
 #include <array>
@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "base/timer.h"
 #include "cli/change.h"
 #include "cli/commands.h"
 #include "cli/model.h"
@@ -21,81 +20,12 @@
 namespace povmesh::cli {
 namespace {
 
-constexpr std::size_t kMostPlaces = 5;
-constexpr float kLeastShare = 0.3F;  // of the highest value, that a weak place has
-constexpr double kPlaceRadius =
-    0.15;  // of the mean extent, within which a higher value hides others
-
 constexpr std::uint32_t kPictureWidth = 1088;  // without the legend
 constexpr std::uint32_t kPictureHeight = 900;
 
-struct WeakPlace {
-    Vec3f place;
-    double share;  // of the highest value
-};
-
-// Vertices whose value no neighbour surpasses, the highest first.
-std::vector<std::uint32_t> peaks_of(TriMesh& mesh, const StrengthReport& report) {
-    ensure_uses(mesh);
-    std::vector<std::uint32_t> peaks;
-    for (std::uint32_t v = 0; v < report.values.size(); ++v) {
-        const float value = report.values[v];
-        if (!(value >= kLeastShare * report.highest) || !(value > report.lowest)) continue;
-        const auto row = mesh.uses(v);
-        if (std::none_of(row.begin(), row.end(), [&](const Use& use) {
-                return report.values[static_cast<std::size_t>(use.next)] > value;
-            })) {
-            peaks.push_back(v);
-        }
-    }
-    std::stable_sort(peaks.begin(), peaks.end(), [&](std::uint32_t a, std::uint32_t b) {
-        return report.values[a] > report.values[b];
-    });
-    return peaks;
-}
-
-std::vector<WeakPlace> weak_places(TriMesh& mesh, const StrengthReport& report) {
-    const double radius = kPlaceRadius * 100 / report.scale;
-    std::vector<WeakPlace> places;
-    for (const std::uint32_t v : peaks_of(mesh, report)) {
-        const Vec3f p = mesh.vertices[v].position();
-        if (std::any_of(places.begin(), places.end(), [&](const WeakPlace& other) {
-                return length(to_double(p) - to_double(other.place)) < radius;
-            })) {
-            continue;
-        }
-        places.push_back({p, static_cast<double>(report.values[v] / report.highest)});
-        if (places.size() == kMostPlaces) break;
-    }
-    return places;
-}
-
-struct NamedLoad {
-    const char* name;
-    fem::LoadCase load;
-    const char* text;
-};
-
-// In the order of the choices of --load.
-constexpr std::array<NamedLoad, 13> kLoads = {{
-    {"top", fem::LoadCase::PressureZ, "pressure on the top faces"},
-    {"all", fem::LoadCase::Pressure, "pressure on all faces"},
-    {"centre", fem::LoadCase::CentreTop, "a force on the centre of the top"},
-    {"gravity", fem::LoadCase::Gravity, "the model's own weight"},
-    {"bottom", fem::LoadCase::PressureNegZ, "pressure on the faces below"},
-    {"right", fem::LoadCase::PressureX, "pressure on the faces towards +x"},
-    {"left", fem::LoadCase::PressureNegX, "pressure on the faces towards -x"},
-    {"back", fem::LoadCase::PressureY, "pressure on the faces towards +y"},
-    {"front", fem::LoadCase::PressureNegY, "pressure on the faces towards -y"},
-    {"ends-x", fem::LoadCase::SidesOfYTop, "forces on both ends of the top along x"},
-    {"ends-y", fem::LoadCase::SidesOfXTop, "forces on both ends of the top along y"},
-    {"spots", fem::LoadCase::PressureLight, "pressure on every tenth element"},
-    {"points", fem::LoadCase::RandomPoints, "forces on points of the surface"},
-}};
-
-const NamedLoad& load_named(const std::string& name) {
-    return *std::find_if(kLoads.begin(), kLoads.end() - 1,
-                         [&](const NamedLoad& load) { return name == load.name; });
+const job::NamedLoad& load_named(const std::string& name) {
+    return *std::find_if(job::kStrengthLoads.begin(), job::kStrengthLoads.end() - 1,
+                         [&](const job::NamedLoad& load) { return name == load.name; });
 }
 
 double rounded(double value, double unit) {
@@ -125,10 +55,10 @@ void tell_scale(const StrengthReport& strength, ChangeReport& report) {
                                           percent(red) + " of the highest energy");
 }
 
-void tell_places(const std::vector<WeakPlace>& places, ChangeReport& report) {
+void tell_places(const std::vector<job::WeakPlace>& places, ChangeReport& report) {
     std::string label = "weakest";
     report.json["weakest"] = Json::array();
-    for (const WeakPlace& weak : places) {
+    for (const job::WeakPlace& weak : places) {
         const auto [x, y, z] = to_double(weak.place);
         report.rows.emplace_back(
             label, human_number(rounded(x, 1e-3)) + ", " + human_number(rounded(y, 1e-3)) + ", " +
@@ -165,23 +95,6 @@ ChangeReport report_of(const StrengthReport& strength, const std::string& load, 
     return report;
 }
 
-std::vector<std::string> doubts_of(const StrengthReport& strength) {
-    std::vector<std::string> doubts;
-    if (!strength.is_converged) {
-        doubts.push_back("the displacements do not balance the load, a residual of " +
-                         percent(strength.residual) +
-                         " is left: something turns freely, as where parts meet in an edge or a "
-                         "point only, or is too slender; do not trust the colours");
-    }
-    if (strength.loose_bodies != 0) {
-        doubts.push_back(counted(strength.loose_bodies, "body", "bodies") + ", " +
-                         percent(strength.loose_share) +
-                         " of the elements, not held by the lowest layer, and grey: put the model "
-                         "on one plane, or join its bodies");
-    }
-    return doubts;
-}
-
 picture::Image picture_of(const TriMesh& mesh) {
     picture::Model model;
     model.mesh = &mesh;
@@ -215,30 +128,18 @@ int run_strength(const Arguments& arguments, Console& console) {
     const std::string& load = arguments.text("--load");
     std::optional<picture::Image> image;
     const int status = run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
-        const Timer timer;
-        RunLog log;
-        RunContext run{{}, log};
-        StrengthOptions options;
-        options.method = is_fem ? StrengthMethod::FiniteElements : StrengthMethod::Sections;
-        options.load = load_named(load).load;
-        options.rules = StrengthRules::Person;
-        const StrengthReport strength = colour_strength(mesh, options, run);
-        progress.set(75);
-        const double seconds = timer.seconds();
-        ChangeReport report = report_of(strength, load, is_fem);
-        report.seconds = seconds;
-        if (!strength.is_analysed) {
-            report.failure = "there is nothing to analyse: the model makes no voxel";
-            return report;
-        }
-        if (!strength.is_loaded) {
-            report.failure = std::string("nothing carries the load, ") + load_named(load).text +
-                             ": it finds no place, or acts on what is not held";
-            return report;
-        }
-        report.doubts = doubts_of(strength);
-        tell_scale(strength, report);
-        tell_places(weak_places(mesh, strength), report);
+        job::StrengthJob job;
+        job.method = is_fem ? StrengthMethod::FiniteElements : StrengthMethod::Sections;
+        job.load = load_named(load);
+        job::StrengthDone done;
+        const Status analysed = job::strength(mesh, job, progress, done);
+        ChangeReport report = report_of(done.report, load, is_fem);
+        report.seconds = done.seconds;
+        report.failure = analysed.text();
+        if (!analysed.ok()) return report;
+        static_cast<Remarks&>(report) = done;
+        tell_scale(done.report, report);
+        tell_places(done.places, report);
         if (arguments.has("--render")) image = picture_of(mesh);
         return report;
     });

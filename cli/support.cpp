@@ -16,10 +16,9 @@
 #include "cli/shared_options.h"
 #include "io/file.h"
 #include "job/numbers.h"
+#include "job/support.h"
 #include "mesh/append_mesh.h"
 #include "mesh/bounds.h"
-#include "orient/orientation.h"
-#include "support/column_supports.h"
 #include "support/slice_polygons.h"
 
 namespace povmesh::cli {
@@ -161,20 +160,20 @@ constexpr double kBytesOfSquare = 100;
 constexpr double kMostBytes = 1e9;
 
 struct Supports {
-    ColumnOptions options;
+    job::SupportJob job;
     double layer_height = 0;
-    TriMesh tubes;
+    job::SupportDone done;
     LayerFile layer_file;
     std::string layer_failure;  // why not all layers are written
 };
 
 // Slices the columns, writing each layer as it is made. Returns why there are no layers at all;
 // what fails in writing goes to the supports.
-std::string slice(const TriMesh& mesh, const Array<Column>& columns, const Arguments& arguments,
-                  Supports& supports, ChangeReport& report) {
+std::string slice(const TriMesh& mesh, const Arguments& arguments, Supports& supports,
+                  ChangeReport& report) {
     const Timer timer;
-    const SliceOptions options{supports.options.spacing, supports.layer_height,
-                               supports.options.plate};
+    const Array<Column>& columns = supports.done.columns;
+    const SliceOptions options{supports.job.spacing, supports.layer_height, supports.done.plate};
     const bool has_file = arguments.has("--layers");
     const double bytes = slice_work(columns, options).squares * kBytesOfSquare;
     if (has_file && bytes > kMostBytes) {
@@ -188,7 +187,7 @@ std::string slice(const TriMesh& mesh, const Array<Column>& columns, const Argum
     if (arguments.has("--svg") && failure.empty()) {
         failure =
             pictures.open(arguments.text("--svg"), fs::path(arguments.text("IN")).stem().string(),
-                          mesh, supports.tubes);
+                          mesh, supports.done.tubes);
     }
     std::size_t layers = 0;
     std::size_t polygons = 0;
@@ -210,55 +209,32 @@ std::string slice(const TriMesh& mesh, const Array<Column>& columns, const Argum
     return status.text();
 }
 
-std::string failure_of(const ColumnOptions& options) {
-    return "nothing hangs over that leans out from upright by more than " +
-           human_number(options.angle) + " degrees, is 5 units above what is below and about " +
-           human_number(options.spacing) + " wide; take a smaller --angle or --spacing";
-}
-
-ChangeReport add_supports(TriMesh& mesh, const Arguments& arguments, Supports& supports) {
-    ColumnOptions& options = supports.options;
-    const Box3f box = finite_bounds(mesh);
-    options.plate = box.is_empty() ? 0.0 : double{box.low.z};
-    if (arguments.has("--plate")) options.plate = arguments.number("--plate");
-    const Timer timer;
-    const double solid = measure_support_volume(mesh, {0, 0, 1});
-    RunLog log;
-    RunContext run{{}, log};
-    Array<Column> columns;
-    const Status found = find_columns(mesh, options, run, columns);
-    add_tubes(supports.tubes, columns, column_radius(options.spacing));
+ChangeReport add_supports(TriMesh& mesh, const Arguments& arguments, Progress progress,
+                          Supports& supports) {
+    job::SupportDone& done = supports.done;
     ChangeReport report;
-    report.seconds = timer.seconds();
-    if (!found.ok() || columns.empty()) {
-        report.failure = found.ok() ? failure_of(options) : found.text();
-        return report;
-    }
-    double longest = 0;
-    std::size_t on_plate = 0;
-    for (const Column& column : columns) {
-        longest = std::max(longest, double{column.top.z} - double{column.bottom.z});
-        on_plate += column.bottom.z == static_cast<float>(options.plate) ? 1 : 0;
-    }
-    report.rows = {{"solid support", human_number(solid)},
-                   {"columns", with_separators(columns.size())},
-                   {"on the plate", with_separators(on_plate)},
-                   {"on the model", with_separators(columns.size() - on_plate)},
-                   {"longest", human_number(longest)},
-                   {"plate at z", human_number(options.plate)}};
-    report.json = {{"solid_support_volume", volume_json(solid)},
-                   {"columns", columns.size()},
-                   {"columns_on_plate", on_plate},
-                   {"longest", longest},
-                   {"plate", options.plate}};
+    report.failure = job::support(mesh, supports.job, progress, done).text();
+    report.seconds = done.seconds;
+    if (!report.failure.empty()) return report;
+    report.rows = {{"solid support", human_number(done.solid)},
+                   {"columns", with_separators(done.columns.size())},
+                   {"on the plate", with_separators(done.on_plate)},
+                   {"on the model", with_separators(done.columns.size() - done.on_plate)},
+                   {"longest", human_number(done.longest)},
+                   {"plate at z", human_number(done.plate)}};
+    report.json = {{"solid_support_volume", volume_json(done.solid)},
+                   {"columns", done.columns.size()},
+                   {"columns_on_plate", done.on_plate},
+                   {"longest", done.longest},
+                   {"plate", done.plate}};
     if (arguments.has("--svg") || arguments.has("--layers")) {
-        report.failure = slice(mesh, columns, arguments, supports, report);
+        report.failure = slice(mesh, arguments, supports, report);
         if (!report.failure.empty()) return report;
     }
     if (arguments.has("--with-model")) {
-        append_mesh(mesh, supports.tubes);
+        append_mesh(mesh, done.tubes);
     } else {
-        mesh = supports.tubes;
+        mesh = done.tubes;
     }
     return report;
 }
@@ -284,11 +260,13 @@ int run_support(const Arguments& arguments, Console& console) {
         return Usage;
     }
     Supports supports;
-    supports.options.spacing = arguments.number("--spacing");
-    supports.options.angle = arguments.number("--angle");
+    supports.job.spacing = arguments.number("--spacing");
+    supports.job.angle = arguments.number("--angle");
+    supports.job.measures_solid = true;
+    if (arguments.has("--plate")) supports.job.plate = arguments.number("--plate");
     supports.layer_height = arguments.number("--layer-height");
-    const int status = run_change(arguments, console, [&](TriMesh& mesh, Progress /*progress*/) {
-        return add_supports(mesh, arguments, supports);
+    const int status = run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
+        return add_supports(mesh, arguments, progress, supports);
     });
     if (status != Clean) return status;
     if (arguments.has("--layers") && supports.layer_failure.empty()) {

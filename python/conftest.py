@@ -19,7 +19,9 @@ def in_folder_with_models(tmp_path, monkeypatch, doctest_namespace):
 
 
 def pytest_addoption(parser):
-    parser.addoption("--dask", action="store_true", help="run the tests that need python3-distributed, too")
+    parser.addoption(
+        "--dask", action="store_true", help="run the tests that need python3-distributed, too"
+    )
 
 
 def pytest_collection_modifyitems(config, items):

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Makes povmesh/_abi.py and povmesh/_report_classes.py of include/povmesh/context.h.
 
-usage: python/make_abi.py [--check]      --check: only tell, by the exit status, whether they are up to date
+usage: python/make_abi.py [--check]      --check: only tell, by the exit status, whether they are up
+to date
 """
 import re
 import sys
@@ -9,8 +10,14 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 HEADER = HERE.parent / "include" / "povmesh" / "context.h"
-NUMBERS = {"int32_t": "c_int32", "uint32_t": "c_uint32", "uint64_t": "c_uint64", "double": "c_double",
-           "size_t": "c_size_t", "povmesh_status": "c_int32"}  # fmt: skip
+NUMBERS = {
+    "int32_t": "c_int32",
+    "uint32_t": "c_uint32",
+    "uint64_t": "c_uint64",
+    "double": "c_double",
+    "size_t": "c_size_t",
+    "povmesh_status": "c_int32",
+}
 # Fields of reports that stand for themselves as yes or no.
 ASKING = re.compile(r"^(is|has|was|were|fits|lost)(_|$)")
 # Numbers that are not counted for every model; NaN in C, None in Python.
@@ -38,7 +45,9 @@ def structs_of(code):
     for body, name in re.findall(r"typedef struct \w+ \{(.*?)\} (\w+);", code, re.S):
         fields = []
         for declaration in filter(None, (part.strip() for part in body.split(";"))):
-            c_type, names = re.match(r"((?:const )?\w+(?:\s*\*)?)\s+(.*)", declaration, re.S).groups()
+            c_type, names = re.match(
+                r"((?:const )?\w+(?:\s*\*)?)\s+(.*)", declaration, re.S
+            ).groups()
             for field in names.split(","):
                 field, _, length = field.strip().partition("[")
                 fields.append((c_type, field, int(length.rstrip("]")) if length else None))
@@ -81,10 +90,14 @@ def abi_text(code):
             types.append(type_of(starred.group(1) if starred else " ".join(argument.split()[:-1])))
         return types
 
-    lines = ['"""What povmesh/context.h declares. Made by make_abi.py; do not edit."""', "",
-             "from ctypes import CFUNCTYPE, POINTER, Structure", 
-             "from ctypes import c_char_p, c_double, c_int32, c_size_t, c_uint32, c_uint64, c_void_p",
-             "from typing import Any, Dict, List, Tuple", ""]  # fmt: skip
+    lines = [
+        '"""What povmesh/context.h declares. Made by make_abi.py; do not edit."""',
+        "",
+        "from ctypes import CFUNCTYPE, POINTER, Structure",
+        "from ctypes import c_char_p, c_double, c_int32, c_size_t, c_uint32, c_uint64, c_void_p",
+        "from typing import Any, Dict, List, Tuple",
+        "",
+    ]
     version = re.search(r"#define POVMESH_VERSION (\d+)", HEADER.read_text()).group(1)
     parts = int(version) // 1000000, int(version) // 1000 % 1000, int(version) % 1000
     lines += [f"HEADER_VERSION = {version}", f'VERSION = "{".".join(map(str, parts))}"', ""]
@@ -100,8 +113,11 @@ def abi_text(code):
         lines += ["    ]"]
     lines += ["", "", "STRUCTS: Dict[str, Any] = {"]
     lines += [f'    "{name}": {name},' for name in structs] + ["}"]
-    lines += ["", "# Of each function what it returns and what it takes.",
-              "FUNCTIONS: Dict[str, Tuple[Any, List[Any]]] = {"]  # fmt: skip
+    lines += [
+        "",
+        "# Of each function what it returns and what it takes.",
+        "FUNCTIONS: Dict[str, Tuple[Any, List[Any]]] = {",
+    ]
     functions = re.findall(r"POVMESH_API\s+([\w ]+?\*?)\s*(povmesh_\w+)\((.*?)\);", code, re.S)
     for returned, name, arguments in functions:
         result = "None" if returned == "void" else type_of(returned)
@@ -112,8 +128,13 @@ def abi_text(code):
 
 
 def report_text(code):
-    lines = ['"""The reports of operations, with the names of povmesh/context.h. Made by make_abi.py; do not edit."""',
-             "", "from typing import Optional, Tuple", "", "from ._reports import Report"]  # fmt: skip
+    lines = [
+        '"""The reports of operations, as povmesh/context.h names them. Made by make_abi.py."""',
+        "",
+        "from typing import Optional, Tuple",
+        "",
+        "from ._reports import Report",
+    ]
     classes = {}
     for name, fields in structs_of(code):
         if not name.endswith("_report"):
@@ -121,8 +142,13 @@ def report_text(code):
         operation = name[len("povmesh_") : -len("_report")]
         class_name = operation.capitalize() + "Report"
         classes[operation] = class_name
-        lines += ["", "", f"class {class_name}(Report):",
-                  f'    """What `{operation}` found and did; lengths and volumes in units of the file."""', ""]  # fmt: skip
+        lines += [
+            "",
+            "",
+            f"class {class_name}(Report):",
+            f'    """What `{operation}` found and did, in units of the file."""',
+            "",
+        ]
         for c_type, field, length in fields[1:]:
             if f"{operation}.{field}" in NAMED or c_type.startswith("const char"):
                 kind = "str"
@@ -133,7 +159,11 @@ def report_text(code):
             elif c_type == "double":
                 kind = "Optional[float]" if SOMETIMES.match(field) else "float"
             else:
-                kind = "Optional[int]" if f"{operation}.{field}" == "check.self_intersections" else "int"
+                kind = (
+                    "Optional[int]"
+                    if f"{operation}.{field}" == "check.self_intersections"
+                    else "int"
+                )
             lines += [f"    {field}: {kind}"]
     lines += ["", "", "CLASSES = {"]
     lines += [f'    "{operation}": {name},' for operation, name in classes.items()]
@@ -143,8 +173,10 @@ def report_text(code):
 def main():
     code = code_of(HEADER.read_text())
     is_current = True
-    for path, text in ((HERE / "povmesh" / "_abi.py", abi_text(code)),
-                       (HERE / "povmesh" / "_report_classes.py", report_text(code))):  # fmt: skip
+    for path, text in (
+        (HERE / "povmesh" / "_abi.py", abi_text(code)),
+        (HERE / "povmesh" / "_report_classes.py", report_text(code)),
+    ):
         if path.exists() and path.read_text() == text:
             continue
         is_current = False

@@ -1,4 +1,5 @@
-"""One wheel for all Pythons of a platform: the library is called by ctypes, nothing is compiled for one Python."""
+"""One wheel for all Pythons of a platform: the library is called by ctypes, nothing is compiled for
+one Python."""
 
 import platform
 
@@ -14,7 +15,9 @@ class WithLibrary(Distribution):
 class ForAllPythons(bdist_wheel):
     def get_tag(self):
         name, version = platform.libc_ver()
-        if name == "glibc":  # that of the machine that built the library, the oldest on which it runs
+        if (
+            name == "glibc"
+        ):  # that of the machine that built the library, the oldest on which it runs
             return "py3", "none", f"manylinux_{version.replace('.', '_')}_{platform.machine()}"
         return ("py3", "none", super().get_tag()[2])
 

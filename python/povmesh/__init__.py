@@ -5,8 +5,8 @@
 >>> shell.save("shell.3mf").bytes > 1000
 True
 
-Lengths are in the unit of the file (3MF: millimetres). Nothing here changes a mesh; operations return
-new ones. `docs/python.md` tells more.
+Lengths are in the unit of the file (3MF: millimetres). Nothing here changes a mesh; operations
+return new ones. `docs/python.md` tells more.
 """
 
 from typing import TYPE_CHECKING, Any, Tuple
@@ -68,7 +68,11 @@ def formats() -> Tuple[str, ...]:
     >>> povmesh.formats()
     ('stl', 'obj', 'ply', '3mf')
     """
-    return tuple(name for name in ("stl", "obj", "ply", "3mf") if has(f"read:{name}") and has(f"write:{name}"))
+    return tuple(
+        name
+        for name in ("stl", "obj", "ply", "3mf")
+        if has(f"read:{name}") and has(f"write:{name}")
+    )
 
 
 def __getattr__(name: str) -> Any:
@@ -80,8 +84,38 @@ def __getattr__(name: str) -> Any:
 
 
 __all__ = [
-    "BadFile", "Balance", "Busy", "Cancelled", "CannotRead", "CannotWrite", "CheckReport", "Context", "Error",
-    "InternalError", "InvalidArgument", "Lampshade", "Log", "Mesh", "ModelWarning", "NoResult", "Orientations",
-    "OutOfMemory", "Parts", "Progress", "Report", "Strength", "Supports", "Thickness", "TooLarge", "Unsupported",
-    "as_mesh", "batch", "formats", "has", "library_version", "load", "render", "tool_path",
-]  # fmt: skip
+    "BadFile",
+    "Balance",
+    "Busy",
+    "Cancelled",
+    "CannotRead",
+    "CannotWrite",
+    "CheckReport",
+    "Context",
+    "Error",
+    "InternalError",
+    "InvalidArgument",
+    "Lampshade",
+    "Log",
+    "Mesh",
+    "ModelWarning",
+    "NoResult",
+    "Orientations",
+    "OutOfMemory",
+    "Parts",
+    "Progress",
+    "Report",
+    "Strength",
+    "Supports",
+    "Thickness",
+    "TooLarge",
+    "Unsupported",
+    "as_mesh",
+    "batch",
+    "formats",
+    "has",
+    "library_version",
+    "load",
+    "render",
+    "tool_path",
+]

@@ -21,19 +21,31 @@ def tool() -> NoReturn:
 def _parser() -> argparse.ArgumentParser:
     parser = argparse.ArgumentParser(
         prog="python3 -m povmesh batch",
-        description="Does the steps of a recipe on many models. One that fails does not stop the others; what is"
-        " done is not done again by the next run.",
-        epilog="Exit status: 0 all are fine, 1 flaws are left or a model has no result, 2 the command line or the"
-        " recipe is wrong, 3 a model failed, 130 interrupted.",
+        description="Does the steps of a recipe on many models. One that fails does not stop the"
+        " others; what is done is not done again by the next run.",
+        epilog="Exit status: 0 all are fine, 1 flaws are left or a model has no result, 2 the"
+        " command line or the recipe is wrong, 3 a model failed, 130 interrupted.",
     )
-    parser.add_argument("recipe", metavar="RECIPE", help="JSON file with the steps, as povmesh run takes it")
+    parser.add_argument(
+        "recipe", metavar="RECIPE", help="JSON file with the steps, as povmesh run takes it"
+    )
     parser.add_argument("files", metavar="FILE", nargs="+", help="STL, OBJ, PLY or 3MF files")
-    parser.add_argument("--out", required=True, metavar="DIR", help="folder for results and reports")
+    parser.add_argument(
+        "--out", required=True, metavar="DIR", help="folder for results and reports"
+    )
     parser.add_argument("--format", choices=("stl", "obj", "ply", "3mf"), help="of the results")
-    parser.add_argument("--workers", type=int, metavar="N", help="models at a time (default: processors)")
-    parser.add_argument("--threads", type=int, default=1, metavar="N", help="for each model (default 1)")
-    parser.add_argument("--scheduler", metavar="ADDRESS", help="of a Dask scheduler, such as tcp://host:8786")
-    parser.add_argument("--ship", action="store_true", help="send the models to workers that do not see them")
+    parser.add_argument(
+        "--workers", type=int, metavar="N", help="models at a time (default: processors)"
+    )
+    parser.add_argument(
+        "--threads", type=int, default=1, metavar="N", help="for each model (default 1)"
+    )
+    parser.add_argument(
+        "--scheduler", metavar="ADDRESS", help="of a Dask scheduler, such as tcp://host:8786"
+    )
+    parser.add_argument(
+        "--ship", action="store_true", help="send the models to workers that do not see them"
+    )
     parser.add_argument("--time", type=float, metavar="SECONDS", help="most for a model")
     parser.add_argument("--memory", type=int, metavar="BYTES", help="most for a model")
     parser.add_argument("--no-resume", action="store_true", help="do all, also what is done")
@@ -74,8 +86,12 @@ def batch(arguments: List[str]) -> int:
     except (ValueError, OSError, RuntimeError, ImportError) as error:
         print(f"povmesh batch: {error}", file=sys.stderr)
         return _USAGE
-    counts = {status: sum(row.status == status for row in rows) for status in {row.status for row in rows}}
-    print(f"{len(rows)} models: " + ", ".join(f"{n} {status}" for status, n in sorted(counts.items())))
+    counts = {
+        status: sum(row.status == status for row in rows) for status in {row.status for row in rows}
+    }
+    print(
+        f"{len(rows)} models: " + ", ".join(f"{n} {status}" for status, n in sorted(counts.items()))
+    )
     if set(counts) <= {"ok"}:
         return _GOOD
     return _FLAWED if set(counts) <= {"ok", "flaws", "no result"} else _FAILED

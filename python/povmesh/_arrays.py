@@ -1,4 +1,5 @@
-"""Rows of numbers, both ways: arrays of the library looked at where they lie, arrays of the caller described to it."""
+"""Rows of numbers, both ways: arrays of the library looked at where they lie, arrays of the caller
+described to it."""
 
 import ctypes
 import sys
@@ -91,12 +92,16 @@ def result_array(owner: Owner, array: int, code: str, *shape: int) -> "numpy.nda
 
 
 def numbers_of(
-    values: Any, name: str, codes: Sequence[str], other: Dict[str, str], shapes: Sequence[Tuple[int, ...]]
+    values: Any,
+    name: str,
+    codes: Sequence[str],
+    other: Dict[str, str],
+    shapes: Sequence[Tuple[int, ...]],
 ) -> "numpy.ndarray[Any, Any]":
     """Values as an array that the library can read, with no copy where it can do without.
 
-    codes: of the numbers that it takes as they are. other: what the rest is turned into, by its kind.
-    shapes: what a row may be; the array has one dimension more.
+    codes: of the numbers that it takes as they are. other: what the rest is turned into, by its
+    kind. shapes: what a row may be; the array has one dimension more.
     """
     import numpy
 
@@ -108,7 +113,9 @@ def numbers_of(
             raise TypeError(f"{name}: {array.dtype} is no type of number for them")
         array = array.astype(other[array.dtype.kind])
     if array.ndim == 0 or array.shape[1:] not in shapes:
-        wanted = " or ".join("(n, " + ", ".join(map(str, shape)) + ")" if shape else "(n,)" for shape in shapes)
+        wanted = " or ".join(
+            "(n, " + ", ".join(map(str, shape)) + ")" if shape else "(n,)" for shape in shapes
+        )
         raise InvalidArgument(f"{name} must have the shape {wanted}, not {array.shape}")
     inner = array.dtype.itemsize
     is_plain = True

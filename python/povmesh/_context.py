@@ -77,7 +77,10 @@ class Context:
         progress: Optional[Progress] = None,
         log: Optional[Log] = None,
     ) -> None:
-        for name, value, most in (("threads", threads, 1024), ("memory_limit", memory_limit, 2**64 - 1)):
+        for name, value, most in (
+            ("threads", threads, 1024),
+            ("memory_limit", memory_limit, 2**64 - 1),
+        ):
             if not isinstance(value, int):
                 raise TypeError(f"{name}: an int, not {type(value).__name__}")
             if not 0 <= value <= most:
@@ -91,7 +94,9 @@ class Context:
         # The library calls these; they must not keep the context alive in a circle.
         me = weakref.ref(self)
         self._callbacks = (
-            _abi.povmesh_progress_function(lambda _, percent, phase: _on_progress(me(), percent, phase)),
+            _abi.povmesh_progress_function(
+                lambda _, percent, phase: _on_progress(me(), percent, phase)
+            ),
             _abi.povmesh_log_function(lambda _, level, text: _on_log(me(), level, text)),
         )
         options = _abi.povmesh_context_options(
@@ -143,7 +148,9 @@ class Context:
     ) -> None:
         """Nothing to close: memory goes with the last reference."""
 
-    def _call(self, function: Any, *arguments: Any, progress: Optional[Progress] = None) -> List[str]:
+    def _call(
+        self, function: Any, *arguments: Any, progress: Optional[Progress] = None
+    ) -> List[str]:
         """Calls a function of the library; the exception when it fails, else what it warned of."""
         if not self._in_call.acquire(blocking=False):
             status = _abi.POVMESH_BUSY
@@ -158,7 +165,9 @@ class Context:
             if raised is not None:
                 raise raised
             if status != _abi.POVMESH_OK:
-                message = lib.povmesh_context_message(self._handle) or lib.povmesh_status_text(status)
+                message = lib.povmesh_context_message(self._handle) or lib.povmesh_status_text(
+                    status
+                )
                 raise error_of(status, message.decode("utf-8", "replace"))
             return self._lines
         finally:

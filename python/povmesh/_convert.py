@@ -9,9 +9,9 @@ from ._mesh import Mesh
 def as_mesh(other: Any) -> Mesh:
     """A mesh of anything that holds triangles; a `Mesh` is itself.
 
-    Taken are objects of trimesh (`vertices`, `faces`), meshio (`points`, `cells`), open3d (`vertices`,
-    `triangles`) and pyvista (`points`, `faces`, `n_cells`), pairs (vertices, faces), and arrays (n, 3, 3)
-    or (n, 9) of triangles.
+    Taken are objects of trimesh (`vertices`, `faces`), meshio (`points`, `cells`), open3d
+    (`vertices`, `triangles`) and pyvista (`points`, `faces`, `n_cells`), pairs (vertices, faces),
+    and arrays (n, 3, 3) or (n, 9) of triangles.
 
     >>> povmesh.as_mesh(([[0, 0, 0], [1, 0, 0], [0, 1, 0]], [[0, 1, 2]]))
     <povmesh.Mesh: 1 faces, 3 vertices, 1 x 1 x 0>
@@ -28,10 +28,15 @@ def as_mesh(other: Any) -> Mesh:
         return _of_open3d(other)
     if isinstance(other, (tuple, list)) and len(other) == 2:
         return Mesh(other[0], other[1])
-    if isinstance(other, (tuple, list)) or hasattr(other, "__array__") or hasattr(other, "__array_interface__"):
+    if (
+        isinstance(other, (tuple, list))
+        or hasattr(other, "__array__")
+        or hasattr(other, "__array_interface__")
+    ):
         return Mesh(other)
     raise TypeError(
-        f"{type(other).__name__} is no mesh that povmesh knows; give (vertices, faces), or povmesh.load(path)"
+        f"{type(other).__name__} is no mesh that povmesh knows;"
+        " give (vertices, faces), or povmesh.load(path)"
     )
 
 

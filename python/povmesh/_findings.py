@@ -124,7 +124,10 @@ class CheckReport(_CheckReport):
             ("inverted faces", f"{self.inverted_faces:,}"),
             ("open edges", f"{self.open_edges:,}"),
             ("holes", self._holes_text()),
-            ("non-manifold faces", with_other(self.non_manifold_faces, self.non_manifold_edges, "edge", "edges")),
+            (
+                "non-manifold faces",
+                with_other(self.non_manifold_faces, self.non_manifold_edges, "edge", "edges"),
+            ),
             ("degenerate faces", f"{self.degenerate_faces:,}"),
             ("duplicate faces", f"{self.duplicate_faces:,}"),
             ("self-intersections", crossings),
@@ -157,7 +160,9 @@ class CheckReport(_CheckReport):
         return plain
 
 
-def check_report(values: Dict[str, Any], holes: Any, places: Any, faces: Any, text: str) -> CheckReport:
+def check_report(
+    values: Dict[str, Any], holes: Any, places: Any, faces: Any, text: str
+) -> CheckReport:
     """A report of the struct's values and the arrays of the findings."""
     if not values["has_self_intersection_count"]:
         values["self_intersections"] = None

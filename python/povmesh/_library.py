@@ -48,7 +48,10 @@ lib, path = _load()
 _declare(lib, path)
 # A library of another major version has other structs; a newer one of this version knows ours.
 if lib.povmesh_version() // 1000000 != _abi.HEADER_VERSION // 1000000:
-    raise ImportError(f"povmesh: {path} is version {lib.povmesh_version_text().decode()}, which this package does not know")
+    raise ImportError(
+        f"povmesh: {path} is version {lib.povmesh_version_text().decode()},"
+        " which this package does not know"
+    )
 
 
 def tool_path() -> str:
@@ -61,7 +64,11 @@ def tool_path() -> str:
     import shutil
 
     packed = _FOLDER / "bin" / "povmesh"
-    found = os.environ.get("POVMESH_TOOL") or (str(packed) if packed.exists() else shutil.which("povmesh"))
+    found = os.environ.get("POVMESH_TOOL") or (
+        str(packed) if packed.exists() else shutil.which("povmesh")
+    )
     if not found:
-        raise FileNotFoundError("povmesh: the tool is not installed; install the wheel, or set POVMESH_TOOL to its path")
+        raise FileNotFoundError(
+            "povmesh: the tool is not installed; install the wheel, or set POVMESH_TOOL to its path"
+        )
     return found

@@ -54,12 +54,12 @@ _WHOLE = {"i": "i8", "u": "u8"}
 class Mesh:
     """A mesh of triangles. It cannot be changed: operations return new ones.
 
-    vertices: (v, 3) numbers. faces: (f, 3) indices of vertices, counter-clockwise seen from outside;
-    without them `vertices` is (f, 3, 3) or (f, 9), the corners of triangles, which are welded.
-    colours: (f, 3, 3) or (f, 9) for corners, (f, 3) for faces, (v, 3) for vertices; uint8, or floats
-    from 0 to 1; a fourth number in rows of one colour, opacity, is left out. uv: (f, 3, 2) or (v, 2).
-    labels: (f,) groups or materials, -1: none; without labels, faces with uv get 0. weld: vertices of
-    the same coordinates become one.
+    vertices: (v, 3) numbers. faces: (f, 3) indices of vertices, counter-clockwise seen from
+    outside; without them `vertices` is (f, 3, 3) or (f, 9), the corners of triangles, which are
+    welded. colours: (f, 3, 3) or (f, 9) for corners, (f, 3) for faces, (v, 3) for vertices; uint8,
+    or floats from 0 to 1; a fourth number in rows of one colour, opacity, is left out. uv: (f, 3,
+    2) or (v, 2). labels: (f,) groups or materials, -1: none; without labels, faces with uv get 0.
+    weld: vertices of the same coordinates become one.
 
     Numbers are copied, float64 rounded to float32. Faces with two equal vertices are left out. An
     index out of range is an `InvalidArgument`.
@@ -90,7 +90,9 @@ class Mesh:
         weld: bool = False,
         context: Optional[Context] = None,
     ) -> None:
-        data = _abi.povmesh_mesh_data(size=ctypes.sizeof(_abi.povmesh_mesh_data), weld=1 if weld else 0)
+        data = _abi.povmesh_mesh_data(
+            size=ctypes.sizeof(_abi.povmesh_mesh_data), weld=1 if weld else 0
+        )
         shapes: Sequence[Tuple[int, ...]] = [(3, 3), (9,)] if faces is None else [(3,)]
         points = numbers_of(vertices, "vertices", ("f4", "f8"), _REAL, shapes)
         kept = [points]
@@ -102,7 +104,9 @@ class Mesh:
             data.faces = describe(indices)
         face_count = len(points if indices is None else indices)
         if colours is not None:
-            kept.append(_colour_rows(colours, face_count, len(points) if indices is not None else None))
+            kept.append(
+                _colour_rows(colours, face_count, len(points) if indices is not None else None)
+            )
             data.colours = describe(kept[-1])
         if uv is not None:
             kept.append(_uv_rows(uv, indices, len(points)))
@@ -157,7 +161,11 @@ class Mesh:
     @property
     def colours(self) -> "Optional[Array]":
         """(f, 3, 3) uint8: red, green, blue of each corner. A view; None: the mesh has none."""
-        return self._array("colours", _abi.POVMESH_COLOURS, 3, 3) if self._measures.has_colours else None
+        return (
+            self._array("colours", _abi.POVMESH_COLOURS, 3, 3)
+            if self._measures.has_colours
+            else None
+        )
 
     @property
     def labels(self) -> "Optional[Array]":
@@ -188,7 +196,8 @@ class Mesh:
 
     @property
     def bounds(self) -> "Array":
-        """(2, 3) float64: low and high corner of the box of the vertices in use; NaN: there is none.
+        """(2, 3) float64: low and high corner of the box of the vertices in use; NaN: there is
+        none.
 
         >>> povmesh.load("cat.stl").bounds.round(2).tolist()
         [[-24.44, -0.12, -10.71], [25.08, 55.33, 7.77]]
@@ -241,7 +250,11 @@ class Mesh:
     def __repr__(self) -> str:
         measures = self._measures
         extent = [high - low for low, high in zip(measures.low, measures.high)]
-        size = " x ".join(number_text(float(f"{x:.4g}")) for x in extent) if min(extent) >= 0 else "no size"
+        size = (
+            " x ".join(number_text(float(f"{x:.4g}")) for x in extent)
+            if min(extent) >= 0
+            else "no size"
+        )
         return f"<povmesh.Mesh: {measures.faces:,} faces, {measures.vertices:,} vertices, {size}>"
 
     def _repr_png_(self) -> Optional[bytes]:
@@ -276,8 +289,8 @@ class Mesh:
     ) -> WriteReport:
         """Writes a file: STL, OBJ, PLY or 3MF, by `format` or the end of the path.
 
-        What was there is replaced only by a complete file. flush: wait for the disk. What the format
-        does not keep is a `ModelWarning`. Raises `CannotWrite`, `Unsupported`.
+        What was there is replaced only by a complete file. flush: wait for the disk. What the
+        format does not keep is a `ModelWarning`. Raises `CannotWrite`, `Unsupported`.
 
         >>> povmesh.load("cat.stl").save("cat.obj").bytes > 400_000
         True
@@ -332,9 +345,9 @@ class Mesh:
         """A picture as PNG bytes, also written to `path` when there is one.
 
         width, height: pixels, 16 to 8192. view: iso, front, back, left, right, top, bottom. flaws:
-        draw them in colour. explode: pull bodies apart. section: "x", or ("x", 3.5): cut open across
-        that axis, through the middle or there. compare: a mesh seen the same way on the right.
-        supports: a mesh with it, in green.
+        draw them in colour. explode: pull bodies apart. section: "x", or ("x", 3.5): cut open
+        across that axis, through the middle or there. compare: a mesh seen the same way on the
+        right. supports: a mesh with it, in green.
 
         >>> povmesh.load("cat.stl").render("cat.png", width=320, height=240)[:4]
         b'\\x89PNG'
@@ -417,8 +430,8 @@ class Mesh:
     ) -> CheckReport:
         """Tells what is wrong with the mesh; flaws are no failure.
 
-        self_intersections: count faces that cut through each other; None: in meshes of up to 2,000,000
-        faces. advice: try what `repair` would do.
+        self_intersections: count faces that cut through each other; None: in meshes of up to
+        2,000,000 faces. advice: try what `repair` would do.
 
         >>> print(povmesh.load("featuretype_open.stl").check().verdict)
         flaws: 576 open edges, 6 degenerate faces, 1,216 pairs of intersecting faces
@@ -445,8 +458,8 @@ class Mesh:
     ) -> "Mesh":
         """Removes duplicate faces, closes holes, turns faces outward.
 
-        outward: turn cavities outward, too. drop_tiny: shells smaller than a cube of this volume, in
-        volume and in area, go.
+        outward: turn cavities outward, too. drop_tiny: shells smaller than a cube of this volume,
+        in volume and in area, go.
 
         >>> fixed = povmesh.load("featuretype_open.stl").repair()
         >>> fixed.report.closed_holes, fixed.report.added_faces
@@ -465,8 +478,8 @@ class Mesh:
     ) -> "Mesh":
         """Makes a model of fewer triangles, where the surface changes least. One of the three:
 
-        keep: share of the faces of each shell, 0 to 1. faces: how many shall stay. automatic: shells
-        of more than 100,000 faces to these and 30 % of the rest.
+        keep: share of the faces of each shell, 0 to 1. faces: how many shall stay. automatic:
+        shells of more than 100,000 faces to these and 30 % of the rest.
 
         >>> povmesh.load("cat.stl").reduce(faces=5000)
         <povmesh.Mesh: 5,000 faces, 2,502 vertices, 49.51 x 55.43 x 18.47>
@@ -544,8 +557,8 @@ class Mesh:
     ) -> "Mesh":
         """Makes a shell of a solid model.
 
-        thickness: of the wall. drains: holes (x, y, z, radius) through it. wall: "exact", "voxel", or
-        "default", that of the tool. cavity_only: the cavity alone, its outside out.
+        thickness: of the wall. drains: holes (x, y, z, radius) through it. wall: "exact", "voxel",
+        or "default", that of the tool. cavity_only: the cavity alone, its outside out.
 
         >>> shell = povmesh.load("cat.stl").hollow(thickness=1.5, drains=[(0, 0, 0, 1)])
         >>> shell.report.saved_percent > 40
@@ -606,8 +619,8 @@ class Mesh:
     ) -> "Mesh":
         """Grows a model by a distance, or shrinks it when the distance is below 0.
 
-        corners: "round" or "sharp". cell: side of the cells of the surface. all_triangles: leave flat
-        places undivided no further, as they come out of the cells.
+        corners: "round" or "sharp". cell: side of the cells of the surface. all_triangles: leave
+        flat places undivided no further, as they come out of the cells.
 
         >>> grown = povmesh.load("cat.stl").offset(distance=0.5, cell=0.5)
         >>> bool((grown.bounds[1] > povmesh.load("cat.stl").bounds[1]).all())
@@ -636,8 +649,8 @@ class Mesh:
     ) -> "Mesh":
         """Makes a closed solid of any triangles, following the faces with their edges.
 
-        tolerance: how far the result may be from the model. gap: widest opening that is closed. cell:
-        side of the cells. drop_thin: sheets go. None: as fits the model.
+        tolerance: how far the result may be from the model. gap: widest opening that is closed.
+        cell: side of the cells. drop_thin: sheets go. None: as fits the model.
 
         >>> povmesh.load("featuretype_open.stl").wrap(cell=0.1).is_closed
         True
@@ -682,9 +695,9 @@ class Mesh:
     ) -> "Parts[CutReport]":
         """Divides a model with the plane through `point`, else through the middle of its box.
 
-        normal: of any length. caps: close the openings. mirror: keep the side of the normal and add its
-        mirror image. pegs: for each model, with sockets, up to 256. Raises `NoResult` where the plane
-        misses the model.
+        normal: of any length. caps: close the openings. mirror: keep the side of the normal and add
+        its mirror image. pegs: for each model, with sockets, up to 256. Raises `NoResult` where the
+        plane misses the model.
 
         >>> lower, upper = povmesh.load("cat.stl").cut(normal=(0, 1, 0))
         >>> lower.is_closed and upper.is_closed
@@ -754,16 +767,18 @@ class Mesh:
     ) -> "Supports":
         """Puts columns below what hangs over.
 
-        spacing: between them. angle: of what needs none, in degrees from upright. plate: its height;
-        None: the lowest point. layer_height: of the polygons of layers; 0: none. columns: (n, 6) upper
-        and lower ends, instead of a search. with_model: the mesh holds the model, too.
+        spacing: between them. angle: of what needs none, in degrees from upright. plate: its
+        height; None: the lowest point. layer_height: of the polygons of layers; 0: none. columns:
+        (n, 6) upper and lower ends, instead of a search. with_model: the mesh holds the model, too.
 
         >>> povmesh.load("cat.stl").support().report.columns > 0
         True
         """
         given = None
         if columns is not None:
-            kept = numbers_of(columns, "columns", ("f4",), {"f": "f4", "i": "f4", "u": "f4"}, [(6,), (2, 3)])
+            kept = numbers_of(
+                columns, "columns", ("f4",), {"f": "f4", "i": "f4", "u": "f4"}, [(6,), (2, 3)]
+            )
             given = describe(kept)
         owner, meshes, report = self._result(
             "support",
@@ -795,7 +810,9 @@ class Mesh:
         >>> result.mesh.colours is not None
         True
         """
-        owner, meshes, report = self._result("strength", progress, context, method=method, load=load)
+        owner, meshes, report = self._result(
+            "strength", progress, context, method=method, load=load
+        )
         return Strength(
             _first(meshes),
             result_array(owner, _abi.POVMESH_VALUES, "f4"),
@@ -829,7 +846,8 @@ class Mesh:
         progress: Optional[Progress] = None,
         context: Optional[Context] = None,
     ) -> "Thickness":
-        """Tells where walls are thinner than `wall` and gaps narrower than `gap`, and paints the model.
+        """Tells where walls are thinner than `wall` and gaps narrower than `gap`, and paints the
+        model.
 
         gap: 0: do not look. places: how many to tell at most; 0: all.
 
@@ -864,7 +882,9 @@ class Mesh:
         >>> best.rows.shape[1], best.mesh is not None
         (9, True)
         """
-        owner, meshes, _ = self._result("orient", progress, context, rows=rows, choose=choose, up=up)
+        owner, meshes, _ = self._result(
+            "orient", progress, context, rows=rows, choose=choose, up=up
+        )
         table = result_array(owner, _abi.POVMESH_ORIENTATIONS, "f8", 9)
         return Orientations(meshes[0] if meshes else None, table)
 
@@ -881,8 +901,8 @@ class Mesh:
     ) -> "Lampshade":
         """Makes an even, open shell of a model, a shade for a lamp.
 
-        thickness: of the wall. bottom: height to cut at. top: "automatic", "open", "closed" or "level",
-        which is at `top_level`. preview: only the outlines, no mesh.
+        thickness: of the wall. bottom: height to cut at. top: "automatic", "open", "closed" or
+        "level", which is at `top_level`. preview: only the outlines, no mesh.
 
         >>> povmesh.load("cat.stl").lampshade(thickness=1.2).mesh is not None
         True
@@ -913,8 +933,8 @@ class Mesh:
     ) -> "Balance":
         """Carves a model from the inside so that it stands.
 
-        thickness: of the wall. angle: degrees that a firm model withstands. infill_percent: of the core
-        that stays. drains: holes (x, y, z, radius). check: measure only, no mesh.
+        thickness: of the wall. angle: degrees that a firm model withstands. infill_percent: of the
+        core that stays. drains: holes (x, y, z, radius). check: measure only, no mesh.
 
         >>> povmesh.load("cat.stl").balance(thickness=1.5, check=True).mesh is None
         True
@@ -988,7 +1008,8 @@ class Parts(Tuple[Mesh, ...], Generic[_R]):
 
 
 class Supports(NamedTuple):
-    """columns: (n, 2, 3) float32, upper and lower end of each axis. polygons: (p, 3) float32 each."""
+    """columns: (n, 2, 3) float32, upper and lower end of each axis. polygons: (p, 3) float32
+    each."""
 
     mesh: Mesh
     columns: "Array"
@@ -997,7 +1018,8 @@ class Supports(NamedTuple):
 
 
 class Strength(NamedTuple):
-    """values: (v,) float32, the higher, the weaker. weak_places: (n, 4) place, share of the greatest."""
+    """values: (v,) float32, the higher, the weaker. weak_places: (n, 4) place, share of the
+    greatest."""
 
     mesh: Mesh
     values: "Array"
@@ -1058,6 +1080,7 @@ def _first(meshes: List[Mesh]) -> Mesh:
 
 
 # ---- meshes of arrays
+
 
 def _colour_rows(colours: Any, faces: int, vertices: Optional[int]) -> "Array":
     """Colours as rows of 9 a face or 3 a vertex."""
@@ -1150,6 +1173,7 @@ def _tell_lost(report: WriteReport, lines: List[str], context: Optional[Context]
 
 # ---- functions
 
+
 def load(
     source: Any,
     *,
@@ -1159,8 +1183,8 @@ def load(
 ) -> Mesh:
     """Reads a model: STL, OBJ, PLY or 3MF, packed with gzip or not.
 
-    source: a path; bytes, a bytearray or a memoryview; or an open binary file. format: "stl" and so on,
-    where the name or the bytes do not tell. Raises `CannotRead`, `BadFile`, `TooLarge`.
+    source: a path; bytes, a bytearray or a memoryview; or an open binary file. format: "stl" and so
+    on, where the name or the bytes do not tell. Raises `CannotRead`, `BadFile`, `TooLarge`.
 
     >>> povmesh.load("cat.stl")
     <povmesh.Mesh: 15,894 faces, 7,949 vertices, 49.52 x 55.45 x 18.48>
@@ -1190,7 +1214,13 @@ def load(
     options = options_of("read", values)
     try:
         lines = run(
-            function, *arguments, options, ctypes.byref(made), report, context=context, progress=progress
+            function,
+            *arguments,
+            options,
+            ctypes.byref(made),
+            report,
+            context=context,
+            progress=progress,
         )
     except BaseException:
         lib.povmesh_mesh_release(made)

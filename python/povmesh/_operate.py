@@ -52,7 +52,9 @@ def _whole(name: str, value: Any, kind: Any) -> int:
     except TypeError:
         raise TypeError(f"{name}: an int, not {type(value).__name__}") from None
     if kind(number).value != number:
-        raise InvalidArgument(f"{name} must be a whole number of {8 * ctypes.sizeof(kind)} bits from 0 on")
+        raise InvalidArgument(
+            f"{name} must be a whole number of {8 * ctypes.sizeof(kind)} bits from 0 on"
+        )
     return number
 
 

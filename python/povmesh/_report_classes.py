@@ -1,4 +1,4 @@
-"""The reports of operations, with the names of povmesh/context.h. Made by make_abi.py; do not edit."""
+"""The reports of operations, as povmesh/context.h names them. Made by make_abi.py."""
 
 from typing import Optional, Tuple
 
@@ -6,7 +6,7 @@ from ._reports import Report
 
 
 class ReadReport(Report):
-    """What `read` found and did; lengths and volumes in units of the file."""
+    """What `read` found and did, in units of the file."""
 
     has_texture_lines: bool
     format: str
@@ -16,7 +16,7 @@ class ReadReport(Report):
 
 
 class WriteReport(Report):
-    """What `write` found and did; lengths and volumes in units of the file."""
+    """What `write` found and did, in units of the file."""
 
     lost_colours: bool
     lost_labels: bool
@@ -25,7 +25,7 @@ class WriteReport(Report):
 
 
 class CheckReport(Report):
-    """What `check` found and did; lengths and volumes in units of the file."""
+    """What `check` found and did, in units of the file."""
 
     is_clean: bool
     is_closed: bool
@@ -54,7 +54,7 @@ class CheckReport(Report):
 
 
 class RepairReport(Report):
-    """What `repair` found and did; lengths and volumes in units of the file."""
+    """What `repair` found and did, in units of the file."""
 
     were_holes_tried: bool
     dropped_shells: int
@@ -72,14 +72,14 @@ class RepairReport(Report):
 
 
 class SplitReport(Report):
-    """What `split` found and did; lengths and volumes in units of the file."""
+    """What `split` found and did, in units of the file."""
 
     models: int
     left_out: int
 
 
 class CutReport(Report):
-    """What `cut` found and did; lengths and volumes in units of the file."""
+    """What `cut` found and did, in units of the file."""
 
     models: int
     divided: int
@@ -87,7 +87,7 @@ class CutReport(Report):
 
 
 class ReduceReport(Report):
-    """What `reduce` found and did; lengths and volumes in units of the file."""
+    """What `reduce` found and did, in units of the file."""
 
     ended_by: str
     faces_before: int
@@ -101,13 +101,13 @@ class ReduceReport(Report):
 
 
 class RemeshReport(Report):
-    """What `remesh` found and did; lengths and volumes in units of the file."""
+    """What `remesh` found and did, in units of the file."""
 
     raised: float
 
 
 class ReviseReport(Report):
-    """What `revise` found and did; lengths and volumes in units of the file."""
+    """What `revise` found and did, in units of the file."""
 
     needles_before: int
     caps_before: int
@@ -120,7 +120,7 @@ class ReviseReport(Report):
 
 
 class HollowReport(Report):
-    """What `hollow` found and did; lengths and volumes in units of the file."""
+    """What `hollow` found and did, in units of the file."""
 
     layers: int
     voxel_size: float
@@ -131,7 +131,7 @@ class HollowReport(Report):
 
 
 class InfillReport(Report):
-    """What `infill` found and did; lengths and volumes in units of the file."""
+    """What `infill` found and did, in units of the file."""
 
     cells: int
     cells_made: int
@@ -143,14 +143,14 @@ class InfillReport(Report):
 
 
 class VoxelizeReport(Report):
-    """What `voxelize` found and did; lengths and volumes in units of the file."""
+    """What `voxelize` found and did, in units of the file."""
 
     voxels: int
     edge: float
 
 
 class SupportReport(Report):
-    """What `support` found and did; lengths and volumes in units of the file."""
+    """What `support` found and did, in units of the file."""
 
     columns: int
     columns_on_plate: int
@@ -161,7 +161,7 @@ class SupportReport(Report):
 
 
 class StrengthReport(Report):
-    """What `strength` found and did; lengths and volumes in units of the file."""
+    """What `strength` found and did, in units of the file."""
 
     sections: int
     elements: int
@@ -174,7 +174,7 @@ class StrengthReport(Report):
 
 
 class DistanceReport(Report):
-    """What `distance` found and did; lengths and volumes in units of the file."""
+    """What `distance` found and did, in units of the file."""
 
     rms: float
     greatest: float
@@ -185,7 +185,7 @@ class DistanceReport(Report):
 
 
 class DecomposeReport(Report):
-    """What `decompose` found and did; lengths and volumes in units of the file."""
+    """What `decompose` found and did, in units of the file."""
 
     fits: bool
     parts: int
@@ -197,7 +197,7 @@ class DecomposeReport(Report):
 
 
 class LampshadeReport(Report):
-    """What `lampshade` found and did; lengths and volumes in units of the file."""
+    """What `lampshade` found and did, in units of the file."""
 
     opening_area: float
     opening_circle: float
@@ -209,7 +209,7 @@ class LampshadeReport(Report):
 
 
 class BalanceReport(Report):
-    """What `balance` found and did; lengths and volumes in units of the file."""
+    """What `balance` found and did, in units of the file."""
 
     outcome: str
     base_area: float
@@ -224,13 +224,13 @@ class BalanceReport(Report):
 
 
 class OffsetReport(Report):
-    """What `offset` found and did; lengths and volumes in units of the file."""
+    """What `offset` found and did, in units of the file."""
 
     cell: float
 
 
 class WrapReport(Report):
-    """What `wrap` found and did; lengths and volumes in units of the file."""
+    """What `wrap` found and did, in units of the file."""
 
     bridges: int
     cavities: int
@@ -246,7 +246,7 @@ class WrapReport(Report):
 
 
 class ThicknessReport(Report):
-    """What `thickness` found and did; lengths and volumes in units of the file."""
+    """What `thickness` found and did, in units of the file."""
 
     was_wrapped: bool
     thin_places: int

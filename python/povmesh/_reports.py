@@ -10,7 +10,9 @@ def names_of(prefix: str) -> Dict[int, str]:
     """The enumerators POVMESH_PREFIX_... with their names in lower case."""
     start = f"POVMESH_{prefix}_"
     return {
-        value: name[len(start) :].lower() for name, value in vars(_abi).items() if name.startswith(start)
+        value: name[len(start) :].lower()
+        for name, value in vars(_abi).items()
+        if name.startswith(start)
     }
 
 
@@ -36,7 +38,8 @@ class Report:
         return hash(repr(self))
 
     def __repr__(self) -> str:
-        return f"{type(self).__name__}({', '.join(f'{name}={value!r}' for name, value in self._fields())})"
+        values = ", ".join(f"{name}={value!r}" for name, value in self._fields())
+        return f"{type(self).__name__}({values})"
 
     def to_dict(self) -> Dict[str, Any]:
         """Plain data, fit for JSON.
@@ -45,7 +48,8 @@ class Report:
         7946
         """
         return {
-            name: list(value) if isinstance(value, tuple) else value for name, value in self._fields()
+            name: list(value) if isinstance(value, tuple) else value
+            for name, value in self._fields()
         }
 
 

@@ -3,6 +3,7 @@
 import copy
 import ctypes
 import gc
+import json
 import os
 import pickle
 import shutil
@@ -58,7 +59,9 @@ def test_abi_is_that_of_the_compiler(tmp_path):
     source = ROOT / "python/tests/abi_layout.c"
     options = ["-I", ROOT / "include", "-I", tmp_path, "-o", tmp_path / "layout"]
     # Inline functions of the header call the library, which is not linked.
-    subprocess.run([compiler, "-O1", source, *options, "-Wl,--unresolved-symbols=ignore-all"], check=True)
+    subprocess.run(
+        [compiler, "-O1", source, *options, "-Wl,--unresolved-symbols=ignore-all"], check=True
+    )
     printed = subprocess.run([tmp_path / "layout"], capture_output=True, text=True, check=True)
     assert printed.stdout.split("\n")[:-1] == expected
     # A field or function that the script overlooks would be missing on both sides.
@@ -107,23 +110,44 @@ def test_arrays_of_any_type_and_stride_make_the_same_mesh():
     wide = numpy.zeros((4, 7), "f8")
     wide[:, 2:5] = TETRAHEDRON
     swapped = TETRAHEDRON.astype(">f4")
-    for vertices in (TETRAHEDRON.tolist(), TETRAHEDRON.astype("i8"), TETRAHEDRON.astype("f2"), wide[:, 2:5], swapped,
-                     numpy.asfortranarray(TETRAHEDRON), TETRAHEDRON[::-1].copy()[::-1]):  # fmt: skip
-        for faces in (SIDES.tolist(), SIDES.astype("u8"), SIDES.astype("i2"), numpy.asfortranarray(SIDES),
-                      SIDES[::-1].copy()[::-1]):  # fmt: skip
+    for vertices in (
+        TETRAHEDRON.tolist(),
+        TETRAHEDRON.astype("i8"),
+        TETRAHEDRON.astype("f2"),
+        wide[:, 2:5],
+        swapped,
+        numpy.asfortranarray(TETRAHEDRON),
+        TETRAHEDRON[::-1].copy()[::-1],
+    ):
+        for faces in (
+            SIDES.tolist(),
+            SIDES.astype("u8"),
+            SIDES.astype("i2"),
+            numpy.asfortranarray(SIDES),
+            SIDES[::-1].copy()[::-1],
+        ):
             assert povmesh.Mesh(vertices, faces).to_bytes("obj") == expected
     same = numpy.broadcast_to(numpy.float32([1, 2, 3]), (4, 3))  # a stride of 0
     assert (povmesh.Mesh(same, SIDES).vertices == same).all()
     soup = povmesh.Mesh(TETRAHEDRON[SIDES])
     assert soup.vertices.shape == (4, 3) and soup.is_clean
-    assert len(povmesh.Mesh(numpy.empty((0, 3)), numpy.empty((0, 3), int))) == 0 == len(povmesh.Mesh([]))
+    assert (
+        len(povmesh.Mesh(numpy.empty((0, 3)), numpy.empty((0, 3), int)))
+        == 0
+        == len(povmesh.Mesh([]))
+    )
 
 
 def test_colours_labels_and_uv_arrive_where_they_belong():
     of_vertices = numpy.uint8([[1, 2, 3], [4, 5, 6], [7, 8, 9], [10, 11, 12], [0, 0, 0]])
     more = numpy.vstack([TETRAHEDRON, [[9, 9, 9]]])  # as many vertices as faces would leave a doubt
     by_vertex = povmesh.Mesh(more, SIDES, colours=of_vertices, labels=[3, -1, 0, 7])
-    assert (by_vertex.colours == of_vertices[SIDES]).all() and by_vertex.labels.tolist() == [3, -1, 0, 7]
+    assert (by_vertex.colours == of_vertices[SIDES]).all() and by_vertex.labels.tolist() == [
+        3,
+        -1,
+        0,
+        7,
+    ]
     by_face = povmesh.Mesh(more, SIDES, colours=of_vertices[:4].astype(int).tolist())
     assert (by_face.colours == of_vertices[:4, None]).all()
     opaque = numpy.column_stack([of_vertices / 255.0, numpy.ones(5)])
@@ -145,7 +169,11 @@ def test_colours_labels_and_uv_arrive_where_they_belong():
         (lambda: povmesh.Mesh(TETRAHEDRON, [[0, 1, 4]]), povmesh.InvalidArgument, "vertex"),
         (lambda: povmesh.Mesh(TETRAHEDRON, [[0, 1, -1]]), povmesh.InvalidArgument, "vertex"),
         (lambda: povmesh.Mesh(TETRAHEDRON, [[0, 1, 2**40]]), povmesh.InvalidArgument, "vertex"),
-        (lambda: povmesh.Mesh(TETRAHEDRON, [[0, 1, -1]], uv=[[0, 0]] * 4), povmesh.InvalidArgument, "vertex"),
+        (
+            lambda: povmesh.Mesh(TETRAHEDRON, [[0, 1, -1]], uv=[[0, 0]] * 4),
+            povmesh.InvalidArgument,
+            "vertex",
+        ),
         (lambda: povmesh.Mesh(TETRAHEDRON, [[0.0, 1.0, 2.0]]), TypeError, "faces"),
         (lambda: povmesh.Mesh(TETRAHEDRON, [["a", "b", "c"]]), TypeError, "faces"),
         (lambda: povmesh.Mesh(TETRAHEDRON[:, :2], SIDES), povmesh.InvalidArgument, "vertices"),
@@ -158,7 +186,11 @@ def test_colours_labels_and_uv_arrive_where_they_belong():
         (lambda: tetrahedron().reduce(faces=2.5), TypeError, "faces"),
         (lambda: tetrahedron().reduce(keep="half"), TypeError, "keep"),
         (lambda: tetrahedron().subdivide(levels=2**32 + 1), povmesh.InvalidArgument, "levels"),
-        (lambda: tetrahedron().subdivide(mode="best"), povmesh.InvalidArgument, "uniform, adaptive, smooth"),
+        (
+            lambda: tetrahedron().subdivide(mode="best"),
+            povmesh.InvalidArgument,
+            "uniform, adaptive, smooth",
+        ),
         (lambda: tetrahedron().cut(normal=(0, 1)), TypeError, "normal"),
         (lambda: tetrahedron().hollow(thickness=1, drains=[(0, 0, 0)]), TypeError, "drains"),
         (lambda: tetrahedron().cut(point=(0, 0, 9)), povmesh.NoResult, ""),
@@ -172,9 +204,13 @@ def test_colours_labels_and_uv_arrive_where_they_belong():
         (lambda: povmesh.load(5), TypeError, ""),
         (lambda: povmesh.Context(threads=-1), povmesh.InvalidArgument, "threads"),
         (lambda: tetrahedron().repair(context=5), TypeError, "context"),
-        (lambda: large().repair(context=povmesh.Context(memory_limit=10**6)), MemoryError, "memory"),
+        (
+            lambda: large().repair(context=povmesh.Context(memory_limit=10**6)),
+            MemoryError,
+            "memory",
+        ),
     ],
-)  # fmt: skip
+)
 def test_bad_input_is_an_exception_that_says_why(call, error, part):
     with pytest.raises(error, match=".*" + part):
         call()
@@ -189,16 +225,25 @@ def test_what_a_file_cannot_hold_is_a_warning_at_the_callers_line():
     assert report.lost_colours or report.lost_labels
     assert caught and all(one.filename == __file__ for one in caught)
     lines = []
-    mesh.save("grey.stl", context=povmesh.Context(log=lambda level, text: lines.append((level, text))))
+    mesh.save(
+        "grey.stl", context=povmesh.Context(log=lambda level, text: lines.append((level, text)))
+    )
     assert lines and lines[0][0] == "warning"
 
 
 def test_tables_and_bytes_are_those_of_the_tool():
     tool = povmesh.tool_path()
-    for name in ("featuretype_open.stl", "sphere_in_cube_cavity_ascii.stl", "max_export_24_shells.stl", "cat.stl"):
+    for name in (
+        "featuretype_open.stl",
+        "sphere_in_cube_cavity_ascii.stl",
+        "max_export_24_shells.stl",
+        "cat.stl",
+    ):
         printed = subprocess.run([tool, "check", "-q", name], capture_output=True, text=True).stdout
         ours = str(povmesh.load(name).check())
-        assert [line.split() for line in printed.splitlines()[3:]] == [line.split() for line in ours.splitlines()[1:]]
+        assert [line.split() for line in printed.splitlines()[3:]] == [
+            line.split() for line in ours.splitlines()[1:]
+        ]
     subprocess.run([tool, "reduce", "-q", "--keep", "0.3", "cat.stl", "-o", "tool.obj"], check=True)
     povmesh.load("cat.stl").reduce(keep=0.3).save("ours.obj")
     assert Path("ours.obj").read_bytes() == Path("tool.obj").read_bytes()
@@ -261,7 +306,9 @@ def test_ctrl_c_in_a_call_is_a_keyboard_interrupt():
     with pytest.raises(KeyboardInterrupt):
         while True:
             mesh.reduce(keep=0.1)
-    assert time.monotonic() - sent[0] < 1.5  # 0.1 s by contract; other programs want the processor, too
+    assert (
+        time.monotonic() - sent[0] < 1.5
+    )  # 0.1 s by contract; other programs want the processor, too
     thread.join()
     assert signal.getsignal(signal.SIGINT) is before
     assert len(povmesh.load("cat.stl").reduce(faces=1000)) == 1000
@@ -293,7 +340,9 @@ def test_objects_of_other_libraries_are_taken_by_what_they_have():
     colours = numpy.uint8([[1, 2, 3, 255]] * 4)
     visual = space(defined=True, kind="face", face_colors=colours, vertex_colors=colours * 0)
     padded = numpy.column_stack([numpy.full(4, 3), SIDES]).ravel()
-    quad = space(points=numpy.eye(4)[:, :3], cells=[("quad", [[0, 1, 2, 3]]), ("triangle", [[0, 2, 1]])])
+    quad = space(
+        points=numpy.eye(4)[:, :3], cells=[("quad", [[0, 1, 2, 3]]), ("triangle", [[0, 2, 1]])]
+    )
     foreign = [
         space(vertices=TETRAHEDRON, faces=SIDES, visual=visual),
         space(points=TETRAHEDRON, cells=[space(type="triangle", data=SIDES)]),
@@ -320,22 +369,43 @@ def test_objects_of_other_libraries_are_taken_by_what_they_have():
 
 def test_operations_that_are_not_there_say_so():
     mesh = tetrahedron()
-    calls = {"remesh": {"edge_length": 1.0}, "support": {}, "weakness": {}, "orient": {}, "thickness": {"wall": 1.0}}
+    calls = {
+        "remesh": {"edge_length": 1.0},
+        "support": {},
+        "weakness": {},
+        "orient": {},
+        "thickness": {"wall": 1.0},
+    }
     for name, options in calls.items():
         if not povmesh.has(f"operation:{name}"):
             with pytest.raises(povmesh.Unsupported, match=name):
                 getattr(mesh, name)(**options)
 
 
+def test_the_notebook_runs_cell_by_cell():
+    book = json.loads((ROOT / "examples/notebook.ipynb").read_text())
+    names = {"display": print}
+    for cell in book["cells"]:
+        if cell["cell_type"] == "code":
+            exec("".join(cell["source"]), names)
+    assert names["solid"].is_closed and names["shell"].report.saved_percent > 40
+    assert [row.status for row in names["rows"]] == ["ok", "ok", "unreadable"]
+
+
 def test_types_are_strict():
     if shutil.which("mypy") is None:
         pytest.skip("no mypy")
     folder = ROOT / "python"
-    result = subprocess.run(["mypy", "--cache-dir", os.devnull], cwd=folder, capture_output=True, text=True)
+    result = subprocess.run(
+        ["mypy", "--cache-dir", os.devnull], cwd=folder, capture_output=True, text=True
+    )
     assert result.returncode == 0, result.stdout
 
 
 def test_import_loads_the_library_and_nothing_heavy():
-    code = "import sys, povmesh; print([m for m in ('numpy', 'dataclasses', 'asyncio', 'json') if m in sys.modules])"
-    printed = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True)
+    heavy = ("numpy", "dataclasses", "asyncio", "json")
+    code = f"import sys, povmesh; print([name for name in {heavy} if name in sys.modules])"
+    printed = subprocess.run(
+        [sys.executable, "-c", code], capture_output=True, text=True, check=True
+    )
     assert printed.stdout == "[]\n" and printed.stderr == ""

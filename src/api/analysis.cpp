@@ -31,21 +31,6 @@ ResultArray<T> result_of(const Array<Item>& items) {
     return result;
 }
 
-// Both centres of mass, the points of the base that are nearest to them, the corners of the base.
-Array<Vec3f> points_of(const BalanceReport& report) {
-    Array<Vec3f> points;
-    const auto add = [&](Vec3d p) {
-        points.push_back({narrow_to_float(p.x), narrow_to_float(p.y), narrow_to_float(p.z)});
-    };
-    if (report.status == BalanceStatus::NoModel) return points;
-    add(report.before.centre);
-    add(report.after.centre);
-    add(report.before.nearest);
-    add(report.after.nearest);
-    for (const Point2d corner : report.base.corners) add({corner.x, corner.y, report.base.plate});
-    return points;
-}
-
 Array<Column> columns_of(const float* columns, std::int32_t count) {
     Array<Column> result;
     if (columns == nullptr || count <= 0) return result;

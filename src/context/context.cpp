@@ -33,10 +33,11 @@ void configure(Call& call, povmesh_context& context, const povmesh_context_optio
     context.options = options;
 }
 
-constexpr std::array<std::string_view, 20> kOperations = {
-    "check",  "cut",       "decompose", "distance", "hollow", "infill", "lampshade",
-    "offset", "orient",    "read",      "reduce",   "remesh", "repair", "revise",
-    "split",  "subdivide", "thickness", "voxelize", "wrap",   "write"};
+constexpr std::array<std::string_view, 25> kOperations = {
+    "balance",   "check",    "cut",    "decompose", "distance",  "hollow",  "infill",
+    "lampshade", "offset",   "orient", "read",      "reduce",    "remesh",  "render",
+    "repair",    "revise",   "split",  "strength",  "subdivide", "support", "thickness",
+    "voxelize",  "weakness", "wrap",   "write"};
 constexpr std::array<std::string_view, 4> kFormats = {"stl", "obj", "ply", "3mf"};
 
 template <typename Names>

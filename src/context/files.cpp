@@ -7,7 +7,7 @@
 
 #include "base/poll.h"
 #include "context/defaults.h"
-#include "context/frame.h"
+#include "context/operation_steps.h"
 #include "io/byte_sink.h"
 #include "io/byte_source.h"
 #include "io/file.h"

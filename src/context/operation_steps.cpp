@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 
 #include "job/numbers.h"
 
@@ -39,6 +42,17 @@ void add_points(povmesh_result& result, std::int32_t array, std::span<const Vec3
     static_assert(sizeof(Vec3f) == 3 * sizeof(float));
     const float* const numbers = points.empty() ? nullptr : &points[0].x;
     add_rows<float>(result, array, POVMESH_F32, 3, {numbers, 3 * points.size()});
+}
+
+void* host_copy(Call& call, std::span<const char> bytes) {
+    call.job().charge(bytes.size());
+    void* const block = std::malloc(std::max<std::size_t>(bytes.size(), 1));
+    if (block == nullptr) {
+        call.job().release(bytes.size());
+        throw std::bad_alloc();
+    }
+    if (!bytes.empty()) std::memcpy(block, bytes.data(), bytes.size());
+    return block;
 }
 
 void copy_vector(Vec3d from, double* to) {

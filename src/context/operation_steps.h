@@ -54,6 +54,9 @@ void add_parts(Call& call, std::vector<TriMesh>& parts, bool was_finite, const p
 /// 3 F32 a point.
 void add_points(povmesh_result& result, std::int32_t array, std::span<const Vec3f> points);
 
+/// A copy that the caller gives back by povmesh_free.
+void* host_copy(Call& call, std::span<const char> bytes);
+
 void copy_vector(Vec3d from, double* to);
 void copy_box(const Box3f& box, double* low, double* high);
 

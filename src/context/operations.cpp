@@ -239,11 +239,6 @@ Array<float> lengths_of(Call& call, const povmesh_remesh_options& o, std::size_t
     return lengths;
 }
 
-void unsupported(Call& call, const char* name) {
-    call.stop(POVMESH_UNSUPPORTED,
-              std::string("this library does not have the operation ") + name + " here yet");
-}
-
 }  // namespace
 }  // namespace povmesh::context
 
@@ -607,37 +602,4 @@ povmesh_status povmesh_wrap(povmesh_context* context, const povmesh_mesh* mesh,
         write_report(report, full);
         *wrapped = made.release();
     });
-}
-
-// What this interface will have: said, not crashed.
-
-povmesh_status povmesh_support(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                               const povmesh_support_options* /*options*/,
-                               povmesh_result** /*supports*/, povmesh_support_report* /*report*/) {
-    return run(context, [](Call& call) { unsupported(call, "support"); });
-}
-
-povmesh_status povmesh_strength(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                                const povmesh_strength_options* /*options*/,
-                                povmesh_result** /*coloured*/,
-                                povmesh_strength_report* /*report*/) {
-    return run(context, [](Call& call) { unsupported(call, "strength"); });
-}
-
-povmesh_status povmesh_weakness(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                                const povmesh_weakness_options* /*options*/,
-                                povmesh_result** /*sections*/) {
-    return run(context, [](Call& call) { unsupported(call, "weakness"); });
-}
-
-povmesh_status povmesh_render(povmesh_context* context, const povmesh_mesh* const* /*meshes*/,
-                              size_t /*count*/, const povmesh_render_options* /*options*/,
-                              void** /*png*/, size_t* /*bytes*/) {
-    return run(context, [](Call& call) { unsupported(call, "render"); });
-}
-
-povmesh_status povmesh_balance(povmesh_context* context, const povmesh_mesh* /*mesh*/,
-                               const povmesh_balance_options* /*options*/,
-                               povmesh_result** /*balanced*/, povmesh_balance_report* /*report*/) {
-    return run(context, [](Call& call) { unsupported(call, "balance"); });
 }

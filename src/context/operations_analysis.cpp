@@ -6,13 +6,17 @@
 #include "context/defaults.h"
 #include "context/operation_steps.h"
 #include "job/orient.h"
+#include "job/strength.h"
 #include "job/thickness.h"
+#include "job/weakness.h"
 #include "mesh/volume.h"
 
 namespace povmesh::context {
 namespace {
 
 constexpr Phase kOrient[] = {{50, "looking for directions"}, {75, "standing it up"}, {0, nullptr}};
+constexpr Phase kStrength[] = {{50, "analysing"}, {75, "finding weak places"}, {0, nullptr}};
+constexpr Phase kWeakness[] = {{50, "reducing"}, {60, "looking at sections"}, {0, nullptr}};
 constexpr Phase kThickness[] = {
     {50, "looking for flaws"}, {60, "measuring walls"}, {75, "colouring"}, {0, nullptr}};
 
@@ -87,6 +91,40 @@ povmesh_thickness_report report_of(const job::ThicknessDone& done) {
     return r;
 }
 
+void add_weak_places(povmesh_result& result, const std::vector<job::WeakPlace>& places) {
+    Array<double> rows;
+    for (const job::WeakPlace& weak : places) {
+        const Vec3d p = to_double(weak.place);
+        for (const double x : {p.x, p.y, p.z, weak.share}) rows.push_back(x);
+    }
+    add_rows<double>(result, POVMESH_WEAK_PLACES, POVMESH_F64, 4, rows);
+}
+
+povmesh_strength_report report_of(const StrengthReport& strength) {
+    povmesh_strength_report r{};
+    r.sections = strength.sections;
+    r.elements = strength.elements;
+    r.nodes = strength.nodes;
+    r.steps = strength.steps;
+    r.voxel_size = strength.voxel_size;
+    r.residual = strength.residual;
+    r.lowest = double{strength.lowest};
+    r.highest = double{strength.highest};
+    return r;
+}
+
+void add_sections(povmesh_result& result, const std::vector<WeakSection>& sections) {
+    Array<double> rows;
+    for (const WeakSection& section : sections) {
+        const Vec3d c = section.centre;
+        const Vec3d n = section.normal;
+        for (const double x : {c.x, c.y, c.z, n.x, n.y, n.z, double{section.score}, section.area}) {
+            rows.push_back(x);
+        }
+    }
+    add_rows<double>(result, POVMESH_SECTIONS, POVMESH_F64, 8, rows);
+}
+
 }  // namespace
 }  // namespace povmesh::context
 
@@ -141,5 +179,55 @@ povmesh_status povmesh_thickness(povmesh_context* context, const povmesh_mesh* m
         call.log(done);
         write_report(report, report_of(done));
         *places = result.release();
+    });
+}
+
+povmesh_status povmesh_strength(povmesh_context* context, const povmesh_mesh* mesh,
+                                const povmesh_strength_options* options, povmesh_result** coloured,
+                                povmesh_strength_report* report) {
+    return run(context, [&](Call& call) {
+        const povmesh_mesh& source = call.given(mesh, "mesh");
+        call.given(coloured, "coloured");
+        call.check_report(report);
+        const auto o = call.options(options, defaults_of<povmesh_strength_options>());
+        call.in_range(o.method, POVMESH_STRENGTH_FEM, POVMESH_STRENGTH_SECTIONS, "method");
+        call.in_range(o.load, POVMESH_LOAD_TOP, POVMESH_LOAD_CENTRE, "load");
+        job::StrengthJob job;
+        if (o.method == POVMESH_STRENGTH_SECTIONS) job.method = StrengthMethod::Sections;
+        job.load = job::kStrengthLoads[static_cast<std::size_t>(o.load)];
+        const Progress progress = call.progress(50, 80, kStrength);
+        TriMesh copy = plain_copy(source.mesh);
+        const bool was_finite = has_finite_corners(copy);
+        job::StrengthDone done;
+        call.expect(job::strength(copy, job, progress, done));
+        expect_fit(call, copy, was_finite);
+        auto result = std::make_unique<povmesh_result>();
+        add_mesh(*result, hand_on(std::move(copy), source.origin));
+        add_rows<float>(*result, POVMESH_VALUES, POVMESH_F32, 1, done.report.values);
+        add_weak_places(*result, done.places);
+        result->text = text_of(done);
+        call.log(done);
+        write_report(report, report_of(done.report));
+        *coloured = result.release();
+    });
+}
+
+povmesh_status povmesh_weakness(povmesh_context* context, const povmesh_mesh* mesh,
+                                const povmesh_weakness_options* options,
+                                povmesh_result** sections) {
+    return run(context, [&](Call& call) {
+        const povmesh_mesh& source = call.given(mesh, "mesh");
+        call.given(sections, "sections");
+        const auto o = call.options(options, defaults_of<povmesh_weakness_options>());
+        call.flag(o.all, "all");
+        const Progress progress = call.progress(50, 80, kWeakness);
+        TriMesh copy = plain_copy(source.mesh);
+        job::WeaknessDone done;
+        call.expect(job::weakness(copy, {.all = o.all != 0}, progress, done));
+        auto result = std::make_unique<povmesh_result>();
+        add_sections(*result, done.sections);
+        result->text = text_of(done);
+        call.log(done);
+        *sections = result.release();
     });
 }

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/convert.h"
 #include "base/parallel.h"
 #include "base/timer.h"
 #include "design/carve_plane.h"
@@ -256,6 +257,20 @@ BalanceReport preview_balance(const TriMesh& mesh, float thickness, RunContext& 
     balancer.decide();
     balancer.log_result();
     return balancer.report;
+}
+
+Array<Vec3f> points_of(const BalanceReport& report) {
+    Array<Vec3f> points;
+    const auto add = [&](Vec3d p) {
+        points.push_back({narrow_to_float(p.x), narrow_to_float(p.y), narrow_to_float(p.z)});
+    };
+    if (report.status == BalanceStatus::NoModel) return points;
+    add(report.before.centre);
+    add(report.after.centre);
+    add(report.before.nearest);
+    add(report.after.nearest);
+    for (const Point2d corner : report.base.corners) add({corner.x, corner.y, report.base.plate});
+    return points;
 }
 
 }  // namespace povmesh

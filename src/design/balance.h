@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/array.h"
 #include "design/standing.h"
 #include "mesh/tri_mesh.h"
 #include "run/run_context.h"
@@ -64,5 +65,9 @@ BalanceReport balance(TriMesh& mesh, float thickness, RunContext& run,
 /// degree.
 BalanceReport preview_balance(const TriMesh& mesh, float thickness, RunContext& run,
                               const BalanceOptions& options = {});
+
+/// Both centres of mass, the points of the base that are nearest to them, the corners of the base;
+/// nothing for NoModel.
+Array<Vec3f> points_of(const BalanceReport& report);
 
 }  // namespace povmesh

@@ -84,6 +84,7 @@ TriMesh draw_out(const TriMesh& mesh, const EdgeMates& mates, const FlatEnds& en
     TriMesh drawn;
     drawn.vertices = mesh.vertices;
     drawn.texture_coordinates = mesh.texture_coordinates;
+    drawn.faces.reserve(mesh.faces.size());
     std::vector<std::uint32_t> removed;
     for (std::uint32_t f = 0; f < mesh.faces.size(); ++f) {
         if (ends.is_drawn(f)) {

@@ -89,6 +89,29 @@ std::vector<TriMesh> divided(TriMesh&& mesh, const std::vector<std::uint32_t>& n
     return meshes;
 }
 
+// How often bodies wind around places. Trees are built when places are many.
+class BodyWindings {
+public:
+    explicit BodyWindings(const std::vector<LampshadeBody>& bodies) : bodies_(bodies) {}
+
+    void go_to_next_place() {
+        if (++places_ != kFewPlaces) return;
+        trees_.reserve(bodies_.size());
+        for (const LampshadeBody& body : bodies_) trees_.emplace_back(body.drawn);
+    }
+    double at(std::uint32_t body, Vec3d place) const {
+        return trees_.empty() ? winding_number(bodies_[body].drawn, place) : trees_[body].at(place);
+    }
+
+private:
+    // A tree takes as long as these.
+    static constexpr int kFewPlaces = 5;
+
+    const std::vector<LampshadeBody>& bodies_;
+    std::vector<WindingNumbers> trees_;
+    int places_ = 0;
+};
+
 // The inside of a model with some of its ends drawn out.
 class Finder {
 public:
@@ -113,8 +136,7 @@ public:
         if (is_roof_free) ends_.leave(true);
         for (int attempt = 1;; ++attempt) {
             if (!make_surface()) return std::move(inside_);
-            find_openings();
-            if (!leave_shut_ends()) break;
+            if (!surface_.faces.empty() && !leaves_ends(surface_)) break;
             if (attempt == kMostTries) {
                 ends_.leave(false);
                 ends_.leave(true);
@@ -140,24 +162,38 @@ private:
         return level && *level > ends_.low && *level < ends_.high;
     }
 
+    // Finds the openings, and leaves ends that do not open. Returns false when there are none.
+    bool leaves_ends(const TriMesh& surface) {
+        find_openings(surface);
+        return leave_shut_ends(surface);
+    }
+
+    // Returns false when there is none. None comes out either where not all ends open: what will
+    // not be used need not be mended.
     bool make_surface() {
+        bool has_left = false;
+        const auto is_wanted = [&](const TriMesh& surface) {
+            has_left = leaves_ends(surface);
+            return !has_left;
+        };
         drawn_ = draw_out(model_, mates_, ends_, thickness_ + kDrawnCells * cell_);
         const WallReport wall =
             inner_wall(drawn_, thickness_,
                        {.cell = cell_,
                         .all_triangles = true,
                         .least_share = kLeastLampshadeWall + kThinOutShare + kRounding,
-                        .measures = false},
+                        .measures = false,
+                        .is_wanted = is_wanted},
                        surface_);
         inside_.status = wall.status;
         inside_.cell = wall.cell;
-        return wall.status.ok() && !surface_.faces.empty();
+        return wall.status.ok() && (has_left || !surface_.faces.empty());
     }
 
-    void find_openings() {
+    void find_openings(const TriMesh& surface) {
         const double height = ends_.high - ends_.low;
         const double step = height / static_cast<double>(kLevels);
-        const std::vector<double> areas = section_areas(surface_, ends_.low, step, kLevels + 1);
+        const std::vector<double> areas = section_areas(surface, ends_.low, step, kLevels + 1);
         const double wide = *std::max_element(areas.begin(), areas.end()) * kWideEnough;
         // The level at which the sections become wide enough, from the one at place k on.
         const auto level_of = [&](std::size_t k, std::size_t before) {
@@ -192,25 +228,25 @@ private:
     }
 
     // Ends that do not open count as surface. Returns false when none was taken for an opening.
-    bool leave_shut_ends() {
+    bool leave_shut_ends(const TriMesh& surface) {
         bool has_left = false;
         // Far below a cut an end does not matter.
         const double reach = thickness_ + 2 * cell_;
         if (inside_.is_cut_below) {
             if (inside_.bottom < ends_.low + reach) has_left = ends_.leave(false);
         } else {
-            has_left = leave_parts_without_section(false);
+            has_left = leave_parts_without_section(surface, false);
         }
         if (inside_.is_cut_above) {
             const bool is_far = inside_.top && *inside_.top > ends_.high - reach;
             if (!inside_.top || is_far) has_left = ends_.leave(true) || has_left;
         } else {
-            has_left = leave_parts_without_section(true) || has_left;
+            has_left = leave_parts_without_section(surface, true) || has_left;
         }
         return has_left;
     }
 
-    bool leave_parts_without_section(bool is_top) {
+    bool leave_parts_without_section(const TriMesh& surface, bool is_top) {
         TriMesh faces;
         std::vector<std::uint32_t> part_of;
         faces.vertices = model_.vertices;
@@ -222,7 +258,7 @@ private:
         const NearestFace nearest(faces);
         const double level = is_top ? ends_.high : ends_.low;
         std::vector<std::uint8_t> is_open(ends_.parts.size(), 0);
-        for (const SectionSegment& segment : section_at(surface_, level)) {
+        for (const SectionSegment& segment : section_at(surface, level)) {
             const NearestPoint found = nearest.find({segment[0].x, segment[0].y, level});
             if (found.is_found()) is_open[part_of[found.face]] = 1;
         }
@@ -277,9 +313,7 @@ private:
         // Walls around a cavity of the model are wound inward, and in the air when their piece is
         // open.
         const auto is_wall = [&](std::size_t s) { return count > 1 && nesting[s].is_cavity(); };
-        std::vector<WindingNumbers> windings;
-        windings.reserve(inside_.bodies.size());
-        for (const LampshadeBody& body : inside_.bodies) windings.emplace_back(body.drawn);
+        BodyWindings windings(inside_.bodies);
         std::vector<Piece> pieces(count);
         for (std::size_t s = 0; s < count; ++s) {
             if (is_wall(s)) continue;
@@ -332,10 +366,11 @@ private:
     }
 
     // Where bodies overlap, taking the inside out of one of them would leave that of the other.
-    bool find_body(Vec3d place, const std::vector<WindingNumbers>& windings, std::uint32_t& body) {
+    bool find_body(Vec3d place, BodyWindings& windings, std::uint32_t& body) {
         double sum = 0;
-        for (std::uint32_t b = 0; b < windings.size(); ++b) {
-            const double here = windings[b].at(place);
+        windings.go_to_next_place();
+        for (std::uint32_t b = 0; b < inside_.bodies.size(); ++b) {
+            const double here = windings.at(b, place);
             sum += std::abs(here);
             if (std::abs(here - 1) < kOneAround) body = b;
         }

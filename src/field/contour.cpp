@@ -32,6 +32,10 @@ constexpr double kSame = 1e-5;
 // Normals within 25 degrees: a smooth place, where vertices go onto the level itself.
 constexpr double kSmoothCosine = 0.9063;
 
+// The points on the edges of a smooth cell need not be searched for: the vertex is moved onto the
+// level. Normals without a search are some degrees off.
+constexpr double kSurelySmoothCosine = 0.951;  // 18 degrees
+
 // Nodes that were added stick out. So much of their edges belongs to them, in cells, that results
 // stay within their tolerance.
 constexpr float kBesideChanged = 0.03F;
@@ -60,27 +64,34 @@ double margin_of(const FieldGrid& grid) {
 class Contouring {
 public:
     Contouring(const DistanceField& field, const LevelNodes& nodes, double level,
-               const SharpDistance* sharp)
+               const SharpDistance* sharp, Array<VertexDistance>* distances)
         : field_(field),
           nodes_(nodes),
           set_(nodes.within),
           level_(level),
           sharp_(sharp),
+          distances_(distances),
           dual_(field.grid(), set_.layout()),
           margin_(margin_of(field.grid())) {}
 
     ContourReport run(TriMesh& surface) {
         find_cells();
         points_.resize(dual_.edge_count());
-        for_each_block(dual_.blocks.size(), [&](std::size_t b) { place_points(b); });
+        const bool can_be_rough = level_ != 0 && sharp_ == nullptr;
+        for_each_block(dual_.blocks.size(), [&](std::size_t b) { place_points(b, can_be_rough); });
         dual_.places.resize(dual_.vertex_count());
         dual_.steps.assign(dual_.vertex_count(), 0);
-        dual_.cells.resize(dual_.vertex_count());
+        number_cells();
+        if (can_be_rough) refine_points();
+        if (distances_ != nullptr) distances_->assign(dual_.vertex_count(), {});
         for_each_block(dual_.blocks.size(), [&](std::size_t b) { place_vertices(b); });
         dual_.quads.resize(dual_.edge_count());
         for_each_block(dual_.blocks.size(), [&](std::size_t b) { make_quads(b); });
         const ContourReport report = untangle(
             dual_, [&](std::uint32_t vertex) { return mean_of_points(dual_.cells[vertex]); });
+        for (std::size_t v = 0; distances_ != nullptr && v < distances_->size(); ++v) {
+            if (dual_.steps[v] != 0) (*distances_)[v] = {};
+        }
         build(surface);
         return report;
     }
@@ -130,7 +141,7 @@ private:
 
     // ------------------------------------------------------------------------ points on the edges
 
-    void place_points(std::size_t b) {
+    void place_points(std::size_t b, bool is_rough) {
         const DualSurface::Block& block = dual_.blocks[b];
         std::size_t index = block.first_edge;
         for (std::size_t axis = 0; axis < 3; ++axis) {
@@ -140,9 +151,48 @@ private:
                 points_[index++] = level_ == 0 ? point_on_faces(node, axis, crossings)
                                    : sharp_ != nullptr
                                        ? point_on_sharp_level(node, axis)
-                                       : point_on_level(node, axis, std::abs(level_));
+                                       : point_on_level(node, axis, std::abs(level_), is_rough);
             });
         }
+    }
+
+    void number_cells() {
+        dual_.cells.resize(dual_.vertex_count());
+        for_each_block(dual_.blocks.size(), [&](std::size_t b) {
+            const DualSurface::Block& block = dual_.blocks[b];
+            std::size_t vertex = block.first_vertex;
+            block.cells.visit([&](std::uint32_t local) {
+                dual_.cells[vertex++] = block.number * kBlockNodes + local;
+            });
+        });
+    }
+
+    // Places the points exactly that are on an edge of a cell which is not smooth for sure.
+    void refine_points() {
+        Array<std::uint8_t> is_rough(dual_.vertex_count());
+        parallel_for(is_rough.size(), [&](std::size_t v) {
+            is_rough[v] = is_smooth(points_of(dual_.cells[v]).span(), kSurelySmoothCosine) ? 0 : 1;
+        });
+        for_each_block(dual_.blocks.size(), [&](std::size_t b) {
+            const DualSurface::Block& block = dual_.blocks[b];
+            std::size_t index = block.first_edge;
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                block.edges[axis].visit([&](std::uint32_t local) {
+                    DualSurface::Quad around;
+                    around.node = block.number * kBlockNodes + local;
+                    around.axis = static_cast<std::uint8_t>(axis);
+                    around.is_low_solid = 1;
+                    dual_.find_corners(around);
+                    const bool is_any =
+                        std::any_of(around.corners.begin(), around.corners.end(),
+                                    [&](std::uint32_t vertex) { return is_rough[vertex] != 0; });
+                    if (is_any) {
+                        points_[index] = point_on_level(around.node, axis, std::abs(level_), false);
+                    }
+                    ++index;
+                });
+            }
+        });
     }
 
     // Takes the crossings up to the node from the front of the list.
@@ -159,7 +209,7 @@ private:
         const std::uint32_t solid = is_low_solid ? node : set_.layout().number(up);
         if (field_.thickened().at(solid)) {
             // Also where the edge passes through the sheet and ends hardly beyond it.
-            const EdgePoint point = point_on_level(node, axis, field_.sheet_reach());
+            const EdgePoint point = point_on_level(node, axis, field_.sheet_reach(), false);
             if (own.empty() || dot(point.normal, point.normal) > 0) return point;
         }
         if (own.empty()) {
@@ -215,15 +265,34 @@ private:
         return {static_cast<double>(nearest.place), -level};
     }
 
+    // The distance of an edge's end that was not measured from the face that is nearest to the other
+    // end: of another one it may be nearer.
+    NodeDistances::Sample led_sample(NodeIndex n, std::uint32_t face) const {
+        if (face == NearestPoint::kNoFace) return {};
+        const Vec3d p = field_.grid().node(n.i, n.j, n.k);
+        return {static_cast<float>(std::sqrt(nearest_of(p, {&face, 1}).squared_distance)), face};
+    }
+
     // Where the distance to the surface is the level, along an edge. The faces nearest to its ends
-    // lead there; the search at the end tells whether another one is nearer.
-    EdgePoint point_on_level(std::uint32_t node, std::size_t axis, double level) const {
+    // lead there; the search at the end, which a rough point does without, tells whether another
+    // one is nearer.
+    EdgePoint point_on_level(std::uint32_t node, std::size_t axis, double level,
+                             bool is_rough) const {
         const FieldGrid& grid = field_.grid();
         const NodeIndex low = set_.layout().node(node);
         const NodeIndex high = low.stepped(axis, 1);
-        const NodeDistances::Sample a = sample_of(low, level, known_sample(high));
-        const NodeDistances::Sample b = sample_of(high, level, a);
-        if (a.face == NearestPoint::kNoFace || b.face == NearestPoint::kNoFace) return {0.5F, {}};
+        NodeDistances::Sample a = known_sample(low);
+        NodeDistances::Sample b = known_sample(high);
+        if (is_rough) {
+            if (a.face == NearestPoint::kNoFace) a = led_sample(low, b.face);
+            if (b.face == NearestPoint::kNoFace) b = led_sample(high, a.face);
+        } else {
+            a = sample_of(low, level, b);
+            b = sample_of(high, level, a);
+        }
+        if (a.face == NearestPoint::kNoFace || b.face == NearestPoint::kNoFace) {
+            return is_rough ? point_on_level(node, axis, level, false) : EdgePoint{0.5F, {}};
+        }
         const Vec3d from = grid.node(low.i, low.j, low.k);
         const Vec3d step = grid.node(high.i, high.j, high.k) - from;
         std::array<std::uint32_t, 2 + kSearches> faces{a.face, b.face};
@@ -232,13 +301,15 @@ private:
         const std::array<End, 2> ends = {end_of(low, 0, a, level, crossings),
                                          end_of(high, 1, b, level, crossings)};
         // A node added or taken away has no level on its edges.
-        if ((ends[0].value < 0) == (ends[1].value < 0)) return beside(is_nearer(ends));
+        if ((ends[0].value < 0) == (ends[1].value < 0)) {
+            return is_rough ? point_on_level(node, axis, level, false) : beside(is_nearer(ends));
+        }
         NearestPoint nearest;
         double t = 0.5;
         for (int search = 0;; ++search) {
             t = root_between(ends, level, from, step, {faces.data(), face_count}, nearest);
             const double known = std::sqrt(nearest.squared_distance) - kSame * grid.cell;
-            if (!(known > 0) || search == kSearches) break;
+            if (is_rough || !(known > 0) || search == kSearches) break;
             const NearestPoint nearer = surface().find(from + step * t, known * known);
             if (!nearer.is_found()) break;
             nearest = nearer;
@@ -315,12 +386,18 @@ private:
 
     void place_vertices(std::size_t b) {
         const DualSurface::Block& block = dual_.blocks[b];
-        std::size_t vertex = block.first_vertex;
-        block.cells.visit([&](std::uint32_t local) {
-            const std::uint32_t cell = block.number * kBlockNodes + local;
-            dual_.cells[vertex] = cell;
-            dual_.places[vertex++] = dual_.to_world(cell, place_vertex(cell));
-        });
+        const std::size_t end = block.first_vertex + block.cells.count();
+        for (std::size_t v = block.first_vertex; v < end; ++v) {
+            NearestPoint nearest;
+            Vec3d from;
+            const std::uint32_t cell = dual_.cells[v];
+            dual_.places[v] = dual_.to_world(cell, place_vertex(cell, from, nearest));
+            if (distances_ == nullptr || !nearest.is_found()) continue;
+            // A distance changes by no more than the way.
+            const double least =
+                std::sqrt(nearest.squared_distance) - length(to_double(dual_.places[v]) - from);
+            (*distances_)[v] = {std::nextafter(static_cast<float>(least), 0.0F), nearest.face};
+        }
     }
 
     struct CellPoints {
@@ -347,7 +424,8 @@ private:
         return clamped_to_cell(mean_of(all.span()), margin_);
     }
 
-    Vec3d place_vertex(std::uint32_t cell) const {
+    // Where a search was made, `nearest` is what it found from a point beside the vertex.
+    Vec3d place_vertex(std::uint32_t cell, Vec3d& from, NearestPoint& nearest) const {
         const CellPoints all = points_of(cell);
         if (level_ == 0) {
             const Vec3d place = clamped_to_cell(dual_vertex(all.span()), margin_);
@@ -363,12 +441,12 @@ private:
         const FieldGrid& grid = field_.grid();
         const double level = std::abs(level_);
         const double reach = level + grid.cell;
-        const Vec3d p = dual_.to_exact_world(cell, place);
+        const Vec3d p = from = dual_.to_exact_world(cell, place);
         // Where planes moved as they are, the mean is on them.
         if (sharp_ != nullptr && sharp_->at(p, 2 * reach).is_at_plane) {
             return clamped_to_cell(dual_vertex(all.span()), margin_);
         }
-        NearestPoint nearest = surface().find(p, limit_by_points(p, cell, all.span(), reach));
+        nearest = surface().find(p, limit_by_points(p, cell, all.span(), reach));
         if (!nearest.is_found()) nearest = surface().find(p, reach * reach);
         const double distance = std::sqrt(nearest.squared_distance);
         if (nearest.is_found() && distance > 0) {
@@ -456,6 +534,7 @@ private:
     const NodeSet& set_;
     double level_;
     const SharpDistance* sharp_;
+    Array<VertexDistance>* distances_;
     DualSurface dual_;
     double margin_;
     Array<EdgePoint> points_;
@@ -464,8 +543,9 @@ private:
 }  // namespace
 
 ContourReport contour(const DistanceField& field, const LevelNodes& nodes, double level,
-                      TriMesh& surface, const SharpDistance* sharp) {
-    return Contouring(field, nodes, level, sharp).run(surface);
+                      TriMesh& surface, const SharpDistance* sharp,
+                      Array<VertexDistance>* distances) {
+    return Contouring(field, nodes, level, sharp, distances).run(surface);
 }
 
 }  // namespace povmesh

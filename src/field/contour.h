@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/array.h"
 #include "field/distance_field.h"
 #include "field/distances.h"
 #include "mesh/tri_mesh.h"
@@ -16,6 +17,12 @@ struct ContourReport {
     std::size_t rounds = 0;
 };
 
+/// How far a vertex is from the faces at least, and one of the faces that is hardly farther.
+struct VertexDistance {
+    float at_least = 0;                          // model units
+    std::uint32_t face = NearestPoint::kNoFace;  // where something is known
+};
+
 /// Makes the surface between the nodes of a well-composed set and the others (see
 /// make_well_composed), with a vertex in each cell that it passes and two triangles for each edge
 /// between nodes.
@@ -25,6 +32,7 @@ struct ContourReport {
 ///               else where the distance to them is |level|
 /// @param surface  replaced
 /// @param sharp  null, or the distance that the level is one of
+/// @param distances  null, or replaced by what is known of the vertices
 ///
 /// Vertices stand where the planes of the faces meet, or of the level, so that edges and corners
 /// stay sharp (T. Ju, F. Losasso, S. Schaefer, J. Warren, Dual contouring of hermite data, ACM
@@ -39,6 +47,7 @@ struct ContourReport {
 ///
 /// The same bits for any number of threads. Time: linear in the cells of the surface.
 ContourReport contour(const DistanceField& field, const LevelNodes& nodes, double level,
-                      TriMesh& surface, const SharpDistance* sharp = nullptr);
+                      TriMesh& surface, const SharpDistance* sharp = nullptr,
+                      Array<VertexDistance>* distances = nullptr);
 
 }  // namespace povmesh

@@ -1,6 +1,7 @@
 #include "field/distance_field.h"
 
 #include <cmath>
+#include <utility>
 
 #include "base/poll.h"
 #include "mesh/bounds.h"
@@ -31,8 +32,11 @@ TriMesh usable_faces(const TriMesh& mesh) {
 }
 
 DistanceField::DistanceField(const TriMesh& mesh, const FieldGrid& grid)
+    : DistanceField(usable_faces(mesh), grid) {}
+
+DistanceField::DistanceField(TriMesh&& usable, const FieldGrid& grid)
     : grid_(grid),
-      mesh_(usable_faces(mesh)),
+      mesh_(std::move(usable)),
       crossings_(mesh_, grid_),
       solid_(grid_),
       thickened_(grid_) {}

@@ -53,6 +53,8 @@ public:
     /// Keeps copies of the live faces that are finite (see usable_faces), and crosses the grid with
     /// them. The grid must reach around them.
     DistanceField(const TriMesh& mesh, const FieldGrid& grid);
+    /// The same of a mesh that usable_faces made.
+    DistanceField(TriMesh&& usable, const FieldGrid& grid);
 
     /// Tells solid from air. Outside is what is reached from beyond the grid through uncrossed
     /// edges; what is not reached is solid, whatever the winding of its faces, but for cavities:

@@ -48,6 +48,10 @@ constexpr double kMended = 0.985;
 constexpr double kOvershoot = 1.2;
 constexpr int kMostRounds = 8;
 
+// Vertices that are known to be that far need no search: with less, their triangles would have to be
+// looked at more closely.
+constexpr double kKnown = 0.995;
+
 // Cells around a bad face whose nodes leave the cavity, pass by pass. Passages hardly wider than a
 // cell fill from their ends, which takes a row of nodes a pass with the nearest ones alone.
 constexpr std::array<std::int32_t, 7> kReaches = {0, 0, 1, 2, 4, 8, 16};
@@ -80,31 +84,43 @@ double least_between(double corners, double radius) {
     return least > 0 ? corners - radius * radius / (2 * least) : 0;
 }
 
-// Of the least circle around a triangle, at most.
+// Of the least circle around a triangle: that of its longest edge, or the one through its corners.
 double circle_radius(const Triangle& t) {
-    double squared = 0;
+    std::array<double, 3> squares{};
     for (std::size_t c = 0; c < 3; ++c) {
         const Vec3d edge = t[next_corner(c)] - t[c];
-        squared = std::max(squared, dot(edge, edge));
+        squares[c] = dot(edge, edge);
     }
-    return std::sqrt(squared / 3);
+    std::sort(squares.begin(), squares.end());
+    const auto [a, b, c] = squares;
+    if (a + b <= c) return std::sqrt(c) / 2;
+    // 16 times the squared area: of an acute triangle at least a quarter of its greatest product.
+    const double area = 2 * (a * b + b * c + c * a) - (a * a + b * b + c * c);
+    return std::sqrt(a * b * c / area);
 }
 
 // The surface of a cavity, moved off the model.
 class Mending {
 public:
-    Mending(const NearestFace& model, const FieldGrid& grid, double thickness, double least_share,
-            TriMesh& surface)
+    /// @param model_mesh  what `model` searches in
+    Mending(const NearestFace& model, const TriMesh& model_mesh, const FieldGrid& grid,
+            double thickness, double least_share, TriMesh& surface)
         : model_(model),
+          model_mesh_(model_mesh),
           grid_(grid),
           thickness_(thickness),
           least_wall_(least_share * thickness),
           surface_(surface) {}
 
-    /// Returns the faces that are too near after all, or cross others.
+    /// @param known    of the vertices, or empty
+    /// @param is_told  the smallest wall will be asked for: what is known must be near to the truth
+    void measure(const Array<VertexDistance>& known, bool is_told) {
+        measure_vertices(known, is_told ? kToldWithin / 5 * thickness_ : thickness_);
+        bounds_.assign(surface_.faces.size(), 0);
+    }
+
+    /// Moves what was measured. Returns the faces that are too near after all, or cross others.
     std::vector<std::uint32_t> run() {
-        measure_vertices();
-        bounds_.resize(surface_.faces.size());
         Array<std::uint32_t> active = all_faces();
         is_moved_.assign(surface_.vertices.size(), 0);
         for (int round = 0;; ++round) {
@@ -123,13 +139,7 @@ public:
     /// For when there is no other way: the places of the contour, which cross nowhere.
     void undo(const Array<Vertex>& before) {
         surface_.vertices = before;
-        measure();
-    }
-
-    /// Looks at all of the surface, and moves nothing.
-    void measure() {
-        measure_vertices();
-        bounds_.assign(surface_.faces.size(), 0);
+        measure({}, true);
     }
 
     /// No point is nearer to the model, and the nearest is hardly farther.
@@ -184,14 +194,27 @@ private:
         return to_double(surface_.vertices[vertex].position());
     }
 
-    void measure_vertices() {
+    void measure_vertices(const Array<VertexDistance>& known, double within) {
         distances_.resize(surface_.vertices.size());
         for_pieces(distances_.size(), [&](std::size_t v) {
+            if (!known.empty() && is_known(v, known[v], within)) return;
             // The vertex before is mostly a neighbour, but may belong to another thread.
             const bool has_before = v % kAtOnce != 0;
             distances_[v] = has_before ? distance_of(place(v), {&distances_[v - 1]})
                                        : distance_of(place(v), {});
         });
+    }
+
+    // Takes what is known of a vertex for its distance where it is near enough to the truth, and
+    // enough of a wall.
+    bool is_known(std::size_t v, const VertexDistance& known, double within) {
+        const double least = static_cast<double>(known.at_least);
+        if (known.face == NearestPoint::kNoFace || !(least >= kKnown * thickness_)) return false;
+        const Triangle t = triangle_of(model_mesh_, model_mesh_.faces[known.face]);
+        const NearestPoint nearest = nearest_on_triangle(place(v), t);
+        if (!(std::sqrt(nearest.squared_distance) <= least + within)) return false;
+        distances_[v] = {least, nearest.point, true};
+        return true;
     }
 
     template <typename Body>
@@ -368,6 +391,7 @@ private:
     }
 
     const NearestFace& model_;
+    const TriMesh& model_mesh_;
     const FieldGrid& grid_;
     double thickness_;
     double least_wall_;
@@ -432,13 +456,13 @@ std::uint64_t take_nodes(const FieldGrid& grid, const TriMesh& surface,
 }
 
 // Fewer triangles, if the wall stays as thick as promised with them; false if not.
-bool thin_out_cavity(const NearestFace& model, const FieldGrid& grid, double thickness,
-                     double least_share, TriMesh& cavity, WallReport& report) {
+bool thin_out_cavity(const DistanceField& field, double thickness, double least_share,
+                     TriMesh& cavity, WallReport& report) {
     TriMesh thinned = cavity;
     const ThinOutReport done = thin_out(thinned, kThinOutShare * thickness);
     if (done.removed == 0) return false;
-    Mending gauge(model, grid, thickness, least_share, thinned);
-    gauge.measure();
+    Mending gauge(field.surface(), field.faces(), field.grid(), thickness, least_share, thinned);
+    gauge.measure({}, true);
     const double smallest = gauge.smallest_wall();
     if (smallest < least_share * thickness) return false;
     report.thinned = done;
@@ -447,14 +471,14 @@ bool thin_out_cavity(const NearestFace& model, const FieldGrid& grid, double thi
     return true;
 }
 
-bool is_leaking(const DistanceField& field, const TriMesh& faces) {
+bool is_leaking(const DistanceField& field) {
     const NodeSet& solid = field.solid();
     std::uint64_t count = 0;
     for (std::uint32_t b = 0; b < solid.block_count(); ++b) {
         if (!solid.is_empty(b)) count += solid.bits(b).count();
     }
     const double cell = field.grid().cell;
-    return static_cast<double>(count) * cell * cell * cell < kLeastFilled * volume(faces);
+    return static_cast<double>(count) * cell * cell * cell < kLeastFilled * volume(field.faces());
 }
 
 double mean_wall_of(const NearestFace& model, const TriMesh& surface, double cell) {
@@ -542,32 +566,39 @@ WallReport inner_wall(const TriMesh& mesh, double thickness, const InnerWallOpti
     report.status = plan(faces, thickness, options, grid);
     if (!report.status.ok()) return report;
     report.cell = grid.cell;
-    DistanceField field(faces, grid);
+    DistanceField field(std::move(faces), grid);
     progress.set(15);
     report.label = field.label({.leaves_out_buried = false});
-    if (report.label.is_open && is_leaking(field, faces)) {
+    if (report.label.is_open && is_leaking(field)) {
         report.status = {StatusCode::BadFile, "the model has holes; repair it first"};
         return report;
     }
     progress.set(30);
     LevelNodes nodes = offset_nodes(field, -thickness);
+    Array<VertexDistance> known;
     progress.set(50);
     while (true) {
         make_well_composed(nodes.within, Composing::Take);
         report.dropped += drop_small_pieces(field, nodes.within);
-        report.contour = contour(field, nodes, -thickness, cavity);
+        report.contour = contour(field, nodes, -thickness, cavity, nullptr, &known);
         ++report.passes;
         if (cavity.faces.empty()) break;
+        if (report.passes == 1 && options.is_wanted && !options.is_wanted(cavity)) {
+            cavity = {};
+            break;
+        }
         const Array<Vertex> before = cavity.vertices;
-        Mending mending(field.surface(), grid, thickness, options.least_share, cavity);
+        Mending mending(field.surface(), field.faces(), grid, thickness, options.least_share,
+                        cavity);
+        mending.measure(known, options.measures);
         const std::vector<std::uint32_t> bad = mending.run();
         report.mended = mending.moved_count();
         const bool is_last = bad.empty() || report.passes == kMostPasses;
         if (is_last && !bad.empty()) mending.undo(before);
         if (is_last) {
             const bool is_thinned =
-                !options.all_triangles && thin_out_cavity(field.surface(), grid, thickness,
-                                                          options.least_share, cavity, report);
+                !options.all_triangles &&
+                thin_out_cavity(field, thickness, options.least_share, cavity, report);
             report.is_kept = is_thinned || bad.empty();
             if (!is_thinned && options.measures) {
                 report.smallest_wall = mending.smallest_wall();

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 #include "base/status.h"
 #include "field/contour.h"
@@ -24,6 +25,9 @@ struct InnerWallOptions {
     // Share of the thickness, below 0.985, that is proven: less takes fewer searches.
     double least_share = kLeastWallShare;
     bool measures = true;  // fills the smallest and the mean wall, a fifth of the time
+    // Looks at the cavity before it is mended, with walls that are off by a few percent. When it
+    // returns false nothing more is done, and the cavity stays empty.
+    std::function<bool(const TriMesh&)> is_wanted{};
 };
 
 struct WallReport {

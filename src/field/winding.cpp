@@ -102,4 +102,12 @@ double WindingNumbers::at(Vec3d p) const {
     return sum / (4 * std::numbers::pi);
 }
 
+double winding_number(const TriMesh& mesh, Vec3d p) {
+    const double sum = blocked_sum(mesh.faces.size(), [&](std::size_t f) {
+        const Face& face = mesh.faces[f];
+        return face.deleted == 0 ? solid_angle(p, triangle_of(mesh, face)) : 0.0;
+    });
+    return sum / (4 * std::numbers::pi);
+}
+
 }  // namespace povmesh

@@ -37,4 +37,7 @@ private:
     Array<Dipole> dipoles_;  // by node of the tree
 };
 
+/// The same exactly, of all faces: for so few points that a tree would take longer.
+double winding_number(const TriMesh& mesh, Vec3d p);
+
 }  // namespace povmesh

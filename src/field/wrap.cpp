@@ -71,7 +71,7 @@ Status wrap(TriMesh& mesh, const WrapOptions& options, RunContext& run, WrapRepo
     if (!fitted.ok()) return fitted;
     report.cell = grid.cell;
 
-    DistanceField field(faces, grid);
+    DistanceField field(std::move(faces), grid);
     run.progress.set(30);
     LabelOptions labels;
     // A mesh without open edges has no gaps to close unless that is asked for.

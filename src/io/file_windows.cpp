@@ -308,6 +308,10 @@ Status ReplacementFile::open(const std::string& path, bool flush_to_disk) {
         return failure_ = {StatusCode::CannotWrite,
                            one_line(path) + ": is a folder; name a file in it"};
     }
+    constexpr DWORD kLocked = FILE_ATTRIBUTE_READONLY;
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & kLocked) != 0) {
+        return fail("write the file", ERROR_ACCESS_DENIED);  // an administrator is let through
+    }
     // The handle proves that the target may be written, tells the file behind links, and serves to
     // write it in place.
     Handle old(open_existing(name, GENERIC_WRITE));

@@ -4,7 +4,6 @@
 #include <cmath>
 
 #include "base/convert.h"
-#include "base/job_state.h"
 #include "field/wrap.h"
 #include "job/numbers.h"
 #include "spatial/triangle_intersection.h"

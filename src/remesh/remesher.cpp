@@ -107,8 +107,9 @@ Remesher::Remesher(const HalfEdgeMesh& original, const NearestFace& tree, const 
     }
 }
 
-void Remesher::run(int rounds) {
-    if (should_collapse_first()) collapse_short_edges();
+void Remesher::run_rounds(int rounds) {
+    if (!is_begun_ && should_collapse_first()) collapse_short_edges();
+    is_begun_ = true;
     for (int round = 0; round < rounds; ++round) {
         split_long_edges();
         order_in_space();
@@ -117,6 +118,9 @@ void Remesher::run(int rounds) {
         relax();
         relax();
     }
+}
+
+void Remesher::finish() {
     mend_small_angles();
     fit_to_volume();
 }
@@ -142,8 +146,7 @@ void Remesher::refine() {
         relax();
         relax();
     }
-    mend_small_angles();
-    fit_to_volume();
+    finish();
 }
 
 Array<std::uint8_t> Remesher::changed_faces() const {
@@ -175,7 +178,8 @@ TriMesh Remesher::result() const {
     return surface_.plain_mesh([](std::size_t) { return true; });
 }
 
-Remesher::Evenness Remesher::evenness(const SizingField& asked) const {
+Remesher::Evenness Remesher::evenness(const SizingField& asked,
+                                      std::span<const std::uint8_t> is_left_out) const {
     Array<double> lengths(surface_.positions.size(), 0);
     parallel_for(lengths.size(), [&](std::size_t v) {
         if (surface_.starts[v] == HalfEdgeMesh::kNone) return;
@@ -185,20 +189,23 @@ Remesher::Evenness Remesher::evenness(const SizingField& asked) const {
         lengths[v] = asked.at(there);
     });
     Evenness found;
-    double count = 0;
-    const auto is_even = [](double share) { return share >= kLeastEven && share <= kMostEven; };
     for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
         poll_at(h);
-        if (surface_.is_gone(h / 3)) continue;
-        const double l = kAim * std::sqrt(surface_.squared_length(h));
+        if (surface_.is_gone(h / 3) || (!is_left_out.empty() && is_left_out[h / 3] != 0)) continue;
         const double of_asked =
             0.5 * (lengths[index(surface_.origin(h))] + lengths[index(surface_.target(h))]);
-        found.of_asked += is_even(l / of_asked) ? 1 : 0;
-        found.of_wanted += is_even(l / length_at(h)) ? 1 : 0;
-        count += 1;
+        found.add(std::sqrt(surface_.squared_length(h)), of_asked, length_at(h));
     }
-    if (!(count > 0)) return found;
-    return {found.of_asked / count, found.of_wanted / count};
+    return found;
+}
+
+void Remesher::Evenness::add(double length, double asked, double wanted) {
+    const auto is_even = [&](double of) {
+        return kAim * length >= kLeastEven * of && kAim * length <= kMostEven * of;
+    };
+    of_asked += is_even(asked) ? 1 : 0;
+    of_wanted += is_even(wanted) ? 1 : 0;
+    count += 1;
 }
 
 double Remesher::length_at(std::uint32_t h) const {

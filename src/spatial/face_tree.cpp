@@ -10,8 +10,6 @@
 namespace povmesh {
 namespace {
 
-constexpr std::size_t kLeafSize = 4;
-
 // Down to this depth nodes are divided in space, which makes for small boxes but can leave all but
 // one entry on one side; from there on by count, which adds at most 32 levels.
 constexpr std::size_t kSpatialDepth = 46;
@@ -72,7 +70,7 @@ private:
         const std::size_t index = tree_.nodes_.size();
         tree_.nodes_.emplace_back();
         Box3f box;
-        if (end - first <= kLeafSize) {
+        if (end - first <= FaceTree::kLeafSize) {
             const std::size_t place = tree_.boxes_.size();
             for (std::size_t i = first; i < end; ++i) {
                 const std::uint32_t source = entries_[i].source;

@@ -77,8 +77,9 @@ public:
     std::span<const Box3f> boxes() const { return boxes_; }
     std::span<const std::uint32_t> numbers() const { return numbers_; }
 
-    /// No node lies deeper.
+    /// No node lies deeper, and no leaf has more entries.
     static constexpr std::size_t kMaxDepth = 80;
+    static constexpr std::size_t kLeafSize = 4;
 
 private:
     friend class FaceTreeBuilder;

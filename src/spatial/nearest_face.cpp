@@ -1,6 +1,6 @@
-// Depth-first search of a bounding-volume tree, the nearer child first, with capsules beside the
-// boxes where faces are long and thin. Nearest point of a triangle by its Voronoi regions: C.
-// Ericson, Real-time collision detection, 2005, section 5.1.5.
+// Depth-first search of a bounding-volume tree of four children a node, the nearest first, with
+// capsules beside the boxes where faces are long and thin. Nearest point of a triangle by its
+// Voronoi regions: C. Ericson, Real-time collision detection, 2005, section 5.1.5.
 #include "spatial/nearest_face.h"
 
 #include <algorithm>
@@ -45,60 +45,47 @@ double middle_extent(const Box3f& box) {
     return std::max(std::min(e.x, e.y), std::min(std::max(e.x, e.y), e.z));
 }
 
-// Two comparisons in registers an axis: half of a search is this.
-inline double squared_distance(Vec3d p, const Box3f& box) {
-    const auto beyond = [](double at, float low, float high) {
-        const double out = std::max(static_cast<double>(low) - at, at - static_cast<double>(high));
-        return std::max(out, 0.0);
-    };
-    const double x = beyond(p.x, box.low.x, box.high.x);
-    const double y = beyond(p.y, box.low.y, box.high.y);
-    const double z = beyond(p.z, box.low.z, box.high.z);
-    return x * x + y * y + z * z;
+using Weights = std::array<double, 3>;
+
+inline Vec3d point_at(const Triangle3d& t, const Weights& weights) {
+    return t[0] + (t[1] - t[0]) * weights[1] + (t[2] - t[0]) * weights[2];
 }
 
-NearestPoint point_of(Vec3d p, const Triangle3d& t, const std::array<double, 3>& weights) {
-    NearestPoint result;
-    result.weights = weights;
-    result.point = t[0] + (t[1] - t[0]) * weights[1] + (t[2] - t[0]) * weights[2];
-    const Vec3d away = p - result.point;
-    result.squared_distance = dot(away, away);
-    return result;
-}
-
-NearestPoint nearest_on_edges(Vec3d p, const Triangle3d& t) {
-    NearestPoint best;
+Weights nearest_on_edges(Vec3d p, const Triangle3d& t) {
+    Weights best{};
+    double least = std::numeric_limits<double>::infinity();
     for (std::size_t i = 0; i < 3; ++i) {
         const std::size_t next = (i + 1) % 3;
         const Vec3d edge = t[next] - t[i];
         const double square = dot(edge, edge);
         const double s = square > 0 ? std::clamp(dot(p - t[i], edge) / square, 0.0, 1.0) : 0.0;
-        std::array<double, 3> weights{};
+        Weights weights{};
         weights[i] = 1 - s;
         weights[next] = s;
-        const NearestPoint here = point_of(p, t, weights);
-        if (!(here.squared_distance >= best.squared_distance)) best = here;
+        const Vec3d away = p - point_at(t, weights);
+        if (!(dot(away, away) < least)) continue;
+        best = weights;
+        least = dot(away, away);
     }
     return best;
 }
 
-}  // namespace
-
-NearestPoint nearest_on_triangle(Vec3d p, const Triangle3d& t) {
+// Of the corners at the nearest point.
+inline Weights nearest_weights(Vec3d p, const Triangle3d& t) {
     const Vec3d ab = t[1] - t[0];
     const Vec3d ac = t[2] - t[0];
     const Vec3d ap = p - t[0];
     const double d1 = dot(ab, ap);
     const double d2 = dot(ac, ap);
-    if (d1 <= 0 && d2 <= 0) return point_of(p, t, {1, 0, 0});
+    if (d1 <= 0 && d2 <= 0) return {1, 0, 0};
     const Vec3d bp = p - t[1];
     const double d3 = dot(ab, bp);
     const double d4 = dot(ac, bp);
-    if (d3 >= 0 && d4 <= d3) return point_of(p, t, {0, 1, 0});
+    if (d3 >= 0 && d4 <= d3) return {0, 1, 0};
     const Vec3d cp = p - t[2];
     const double d5 = dot(ab, cp);
     const double d6 = dot(ac, cp);
-    if (d6 >= 0 && d5 <= d6) return point_of(p, t, {0, 0, 1});
+    if (d6 >= 0 && d5 <= d6) return {0, 0, 1};
 
     const Vec3d normal = cross(ab, ac);
     const double square = dot(normal, normal);
@@ -106,20 +93,31 @@ NearestPoint nearest_on_triangle(Vec3d p, const Triangle3d& t) {
     const double vc = d1 * d4 - d3 * d2;
     if (vc <= 0 && d1 >= 0 && d3 <= 0) {
         const double s = d1 / (d1 - d3);
-        return point_of(p, t, {1 - s, s, 0});
+        return {1 - s, s, 0};
     }
     const double vb = d5 * d2 - d1 * d6;
     if (vb <= 0 && d2 >= 0 && d6 <= 0) {
         const double s = d2 / (d2 - d6);
-        return point_of(p, t, {1 - s, 0, s});
+        return {1 - s, 0, s};
     }
     const double va = d3 * d6 - d5 * d4;
     if (va <= 0 && d4 >= d3 && d5 >= d6) {
         const double s = (d4 - d3) / ((d4 - d3) + (d5 - d6));
-        return point_of(p, t, {0, 1 - s, s});
+        return {0, 1 - s, s};
     }
     const double sum = va + vb + vc;
-    return point_of(p, t, {va / sum, vb / sum, vc / sum});
+    return {va / sum, vb / sum, vc / sum};
+}
+
+}  // namespace
+
+NearestPoint nearest_on_triangle(Vec3d p, const Triangle3d& t) {
+    NearestPoint result;
+    result.weights = nearest_weights(p, t);
+    result.point = point_at(t, result.weights);
+    const Vec3d away = p - result.point;
+    result.squared_distance = dot(away, away);
+    return result;
 }
 
 NearestFace::NearestFace(const TriMesh& mesh) {
@@ -134,6 +132,7 @@ NearestFace::NearestFace(const TriMesh& mesh) {
         const Face& face = mesh.faces[tree_.numbers()[i]];
         for (std::size_t c = 0; c < 3; ++c) triangles_[i][c] = mesh.corner_position(face, c);
     });
+    quads_ = BoxQuads(tree_);
     find_capsules();
 }
 
@@ -183,7 +182,11 @@ void NearestFace::find_capsules() {
     const std::span<const FaceTree::Node> nodes = tree_.nodes();
     Array<Capsule> all;
     polled_resize(all, nodes.size());
-    capsule_of_.assign(nodes.size(), NearestPoint::kNoFace);
+    std::size_t count = 0;
+    const auto is_thin = [&](std::size_t n) {
+        const double size = std::min(length(all[n].b - all[n].a), middle_extent(nodes[n].box));
+        return size > kThin * all[n].radius;
+    };
     for (std::size_t i = nodes.size(); i-- > 0;) {
         poll_at(i);
         const FaceTree::Node& node = nodes[i];
@@ -195,25 +198,25 @@ void NearestFace::find_capsules() {
         } else {
             all[i] = joined(all[i + 1], all[node.place]);
         }
-        const double size = std::min(length(all[i].b - all[i].a), middle_extent(node.box));
-        if (!(size > kThin * all[i].radius)) continue;
-        capsule_of_[i] = static_cast<std::uint32_t>(capsules_.size());
-        capsules_.push_back(all[i]);
+        count += is_thin(i) ? 1 : 0;
     }
-    if (static_cast<double>(capsules_.size()) <
-        kLeastThinShare * static_cast<double>(nodes.size())) {
-        Array<Capsule>().swap(capsules_);
-        Array<std::uint32_t>().swap(capsule_of_);
+    if (static_cast<double>(count) < kLeastThinShare * static_cast<double>(nodes.size())) return;
+    const Array<std::uint32_t> lane_nodes = BoxQuads::nodes_of_children(tree_);
+    capsule_of_.assign(lane_nodes.size(), NearestPoint::kNoFace);
+    for (std::size_t lane = 0; lane < lane_nodes.size(); ++lane) {
+        poll_at(lane);
+        const std::uint32_t node = lane_nodes[lane];
+        if (node == BoxQuads::kNone || !is_thin(node)) continue;
+        capsule_of_[lane] = static_cast<std::uint32_t>(capsules_.size());
+        capsules_.push_back(all[node]);
     }
 }
 
-// No point of the node is nearer, squared.
-double NearestFace::lower_bound(Vec3d p, std::uint32_t node) const {
-    const double to_box = squared_distance(p, tree_.nodes()[node].box);
-    if (capsule_of_.empty() || capsule_of_[node] == NearestPoint::kNoFace) return to_box;
-    const Capsule& capsule = capsules_[capsule_of_[node]];
+bool NearestFace::is_beyond_capsule(Vec3d p, std::size_t lane, double squared) const {
+    if (capsule_of_.empty() || capsule_of_[lane] == NearestPoint::kNoFace) return false;
+    const Capsule& capsule = capsules_[capsule_of_[lane]];
     const double distance = std::sqrt(squared_distance(p, capsule.a, capsule.b)) - capsule.radius;
-    return distance > 0 ? std::max(to_box, distance * distance) : to_box;
+    return distance > 0 && !(distance * distance < squared);
 }
 
 NearestPoint NearestFace::find(Vec3d p, double limit) const {
@@ -255,35 +258,44 @@ NearestPoint NearestFace::search(Vec3d p, double limit, Accepts&& accepts,
     if (is_empty() || !is_finite(p)) return best;
     best.squared_distance = limit;
 
+    const BoxQuads::Probe probe = quads_.probe(p);
+    float most = probe.limit(best.squared_distance);
     struct Waiting {
-        std::uint32_t node;
-        double squared_distance;
+        std::uint32_t quad;
+        float bound;
     };
-    const std::span<const FaceTree::Node> nodes = tree_.nodes();
-    std::array<Waiting, FaceTree::kMaxDepth + 2> stack;
+    std::array<Waiting, BoxQuads::kMostWaiting> stack;
     std::size_t size = 0;
-    stack[size++] = {0, lower_bound(p, 0)};
+    stack[size++] = {0, 0};
     while (size != 0 && !gives_up()) {
         const Waiting top = stack[--size];
-        if (!(top.squared_distance < best.squared_distance)) continue;
-        const FaceTree::Node& node = nodes[top.node];
-        if (!node.is_leaf()) {
-            // The nearer child is looked at first.
-            Waiting far{node.place, lower_bound(p, node.place)};
-            Waiting near{top.node + 1, lower_bound(p, top.node + 1)};
-            if (far.squared_distance < near.squared_distance) std::swap(near, far);
-            if (far.squared_distance < best.squared_distance) stack[size++] = far;
-            if (near.squared_distance < best.squared_distance) stack[size++] = near;
-            continue;
-        }
-        for (std::uint32_t i = node.place; i < node.place + node.count; ++i) {
-            if (!(squared_distance(p, tree_.boxes()[i]) < best.squared_distance)) continue;
-            const std::array<Vec3f, 3>& t = triangles_[i];
+        if (!(top.bound <= most)) continue;
+        const BoxQuads::Quad& quad = quads_[top.quad];
+        const std::array<float, 4> bounds = probe.bounds(quad);
+        const std::size_t first = size;
+        for (std::size_t lane = 0; lane < 4 && quad.child[lane] != BoxQuads::kNone; ++lane) {
+            if (!(bounds[lane] <= most)) continue;
+            if ((quad.child[lane] & BoxQuads::kEntry) == 0) {
+                if (is_beyond_capsule(p, 4 * std::size_t{top.quad} + lane, best.squared_distance)) {
+                    continue;
+                }
+                // The nearest child is looked at first.
+                std::size_t at = size++;
+                for (; at > first && stack[at - 1].bound < bounds[lane]; --at) {
+                    stack[at] = stack[at - 1];
+                }
+                stack[at] = {quad.child[lane], bounds[lane]};
+                continue;
+            }
+            const std::uint32_t entry = quad.child[lane] & ~BoxQuads::kEntry;
+            const std::array<Vec3f, 3>& t = triangles_[entry];
             const Triangle3d corners = {to_double(t[0]), to_double(t[1]), to_double(t[2])};
-            const NearestPoint here = nearest_on_triangle(p, corners);
-            if (!(here.squared_distance < best.squared_distance) || !accepts(corners)) continue;
-            best = here;
-            best.face = tree_.numbers()[i];
+            const Weights weights = nearest_weights(p, corners);
+            const Vec3d point = point_at(corners, weights);
+            const double squared = dot(p - point, p - point);
+            if (!(squared < best.squared_distance) || !accepts(corners)) continue;
+            best = {tree_.numbers()[entry], weights, point, squared};
+            most = probe.limit(best.squared_distance);
         }
     }
     if (!best.is_found()) best.squared_distance = std::numeric_limits<double>::infinity();

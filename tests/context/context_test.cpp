@@ -95,6 +95,46 @@ TEST_F(Context, BadInputNamesItsFieldAndWritesNothing) {
     cut = povmesh_cut_defaults();
     cut.point[0] = cut.point[1] = cut.point[2] = 1e6;
     expect(povmesh_cut(context_, box_, &cut, &pieces, nullptr), POVMESH_NOTHING, "misses");
+    const float one_length[] = {2};
+    povmesh_remesh_options remesh = povmesh_remesh_defaults();
+    remesh.lengths = {one_length, 1, 0, POVMESH_F32, 1};
+    expect(povmesh_remesh(context_, box_, &remesh, &out, nullptr), POVMESH_INVALID_ARGUMENT,
+           "lengths");
+    povmesh_lampshade_options shade = povmesh_lampshade_defaults();
+    shade.thickness = 1;
+    shade.top = POVMESH_TOP_LEVEL;
+    expect(povmesh_lampshade(context_, box_, &shade, &pieces, nullptr), POVMESH_INVALID_ARGUMENT,
+           "top_level");
+    shade.top_level = 99;
+    expect(povmesh_lampshade(context_, box_, &shade, &pieces, nullptr), POVMESH_NOTHING,
+           "within the model");
+    povmesh_decompose_options parts = povmesh_decompose_defaults();
+    expect(povmesh_decompose(context_, box_, &parts, &pieces, nullptr), POVMESH_INVALID_ARGUMENT,
+           "extent");
+    povmesh_balance_options balance = povmesh_balance_defaults();
+    balance.thickness = 1;
+    balance.drain_count = 1;
+    expect(povmesh_balance(context_, box_, &balance, &pieces, nullptr), POVMESH_INVALID_ARGUMENT,
+           "drains");
+    povmesh_orient_options orient = povmesh_orient_defaults();
+    orient.rows = 65;
+    expect(povmesh_orient(context_, box_, &orient, &pieces), POVMESH_INVALID_ARGUMENT, "rows");
+    povmesh_support_options support = povmesh_support_defaults();
+    const float nan_column[6] = {std::numeric_limits<float>::quiet_NaN()};
+    support.columns = {nan_column, 1, 0, POVMESH_F32, 6};
+    expect(povmesh_support(context_, box_, &support, &pieces, nullptr), POVMESH_INVALID_ARGUMENT,
+           "columns");
+    povmesh_render_options render = povmesh_render_defaults();
+    const povmesh_mesh* const both[] = {box_, nullptr};
+    void* png = nullptr;
+    std::size_t bytes = 0;
+    expect(povmesh_render(context_, both, 2, &render, &png, &bytes), POVMESH_INVALID_ARGUMENT,
+           "meshes");
+    render.compare = box_;
+    render.explode = 1;
+    expect(povmesh_render(context_, both, 1, &render, &png, &bytes), POVMESH_INVALID_ARGUMENT,
+           "explode");
+    EXPECT_EQ(png, nullptr);
     expect(povmesh_read_file(context_, "/nowhere/x.stl", nullptr, &out, nullptr),
            POVMESH_CANNOT_READ, "/nowhere/x.stl");
     expect(povmesh_read_memory(context_, "solid\n", 6, nullptr, &out, nullptr), POVMESH_BAD_FILE,
@@ -184,50 +224,102 @@ std::string content(const std::string& path) {
     return text.str();
 }
 
-// Read, worked on and written, a mesh is the file of the tool.
-TEST_F(Context, WritesTheBytesOfTheTool) {
-    const std::filesystem::path folder =
+// A folder for a model and for what the tool and the library make of it.
+class BytesOfTheTool : public Context {
+protected:
+    BytesOfTheTool() { std::filesystem::create_directory(folder_); }
+    ~BytesOfTheTool() override {
+        povmesh_mesh_release(mesh_);
+        std::filesystem::remove_all(folder_);
+    }
+
+    // The model as it comes from a file.
+    void use(const shapes::SoupVector& soup) {
+        povmesh_mesh* made = make_mesh(context_, soup);
+        ASSERT_EQ(povmesh_write_file(context_, made, in_.c_str(), nullptr, nullptr), POVMESH_OK);
+        povmesh_mesh_release(made);
+        povmesh_mesh_release(mesh_);
+        mesh_ = nullptr;
+        ASSERT_EQ(povmesh_read_file(context_, in_.c_str(), nullptr, &mesh_, nullptr), POVMESH_OK);
+    }
+    // What the tool writes to `target`, which it gets as --output when it is a file.
+    std::string tool(const std::string& arguments, const std::string& target) const {
+        (void)!std::system(
+            (POVMESH_TOOL_BUILT " " + arguments + " " + in_ + " >/dev/null 2>&1").c_str());
+        return content(target);
+    }
+    template <typename Call>
+    void compare(const std::string& arguments, const Call& call) {
+        povmesh_mesh* made = nullptr;
+        ASSERT_EQ(call(&made), POVMESH_OK) << arguments << ": " << message();
+        compare_mesh(arguments + " -o " + out_, made, out_);
+        povmesh_mesh_release(made);
+    }
+    // Of a result the first mesh.
+    template <typename Call>
+    void compare_first(const std::string& arguments, const Call& call) {
+        povmesh_result* made = nullptr;
+        ASSERT_EQ(call(&made), POVMESH_OK) << arguments << ": " << message();
+        compare_mesh(arguments + " -o " + out_, povmesh_result_mesh(made, 0), out_);
+        povmesh_result_release(made);
+    }
+    void compare_mesh(const std::string& arguments, const povmesh_mesh* made,
+                      const std::string& target) {
+        ASSERT_NE(made, nullptr) << arguments;
+        ASSERT_EQ(povmesh_write_file(context_, made, out_.c_str(), nullptr, nullptr), POVMESH_OK);
+        const std::string mine = content(out_);
+        std::filesystem::remove(out_);
+        EXPECT_TRUE(tool(arguments, target) == mine) << arguments;
+        EXPECT_GT(mine.size(), 1000U);
+    }
+
+    const std::filesystem::path folder_ =
         std::filesystem::temp_directory_path() / ("povmesh-context-" + std::to_string(getpid()));
-    std::filesystem::create_directory(folder);
-    const std::string in = folder / "in.stl";
-    const std::string out = folder / "out.obj";
-    povmesh_mesh* flawed = make_mesh(context_, flawed_model(3));
-    ASSERT_EQ(povmesh_write_file(context_, flawed, in.c_str(), nullptr, nullptr), POVMESH_OK);
-    povmesh_mesh_release(flawed);
-    povmesh_mesh* mesh = nullptr;
-    ASSERT_EQ(povmesh_read_file(context_, in.c_str(), nullptr, &mesh, nullptr), POVMESH_OK);
+    const std::string in_ = (folder_ / "in.stl").string();
+    const std::string out_ = (folder_ / "out.obj").string();
+    povmesh_mesh* mesh_ = nullptr;
+};
+
+TEST_F(BytesOfTheTool, OfAFlawedModel) {
+    use(flawed_model(3));
     povmesh_reduce_options reduce = povmesh_reduce_defaults();
     reduce.keep = 0.4;
     povmesh_subdivide_options smooth = povmesh_subdivide_defaults();
     smooth.mode = POVMESH_SUBDIVIDE_SMOOTH;
     povmesh_voxelize_options cubes = povmesh_voxelize_defaults();
     cubes.edge = 0.7;
-    const auto compare = [&](const std::string& arguments, const auto& call) {
-        povmesh_mesh* made = nullptr;
-        ASSERT_EQ(call(&made), POVMESH_OK) << message();
-        ASSERT_EQ(povmesh_write_file(context_, made, out.c_str(), nullptr, nullptr), POVMESH_OK);
-        povmesh_mesh_release(made);
-        const std::string mine = content(out);
-        (void)!std::system(
-            (POVMESH_TOOL_BUILT " " + arguments + " " + in + " -o " + out + " >/dev/null 2>&1")
-                .c_str());
-        EXPECT_EQ(content(out), mine) << arguments;
-        EXPECT_GT(mine.size(), 1000U);
-    };
+    povmesh_remesh_options even = povmesh_remesh_defaults();
+    even.edge_length = 2;
+    povmesh_support_options support = povmesh_support_defaults();
+    support.with_model = 1;
+    povmesh_render_options picture = povmesh_render_defaults();
+    picture.flaws = 1;
+    picture.supports = mesh_;
     compare("repair",
-            [&](povmesh_mesh** m) { return povmesh_repair(context_, mesh, nullptr, m, nullptr); });
+            [&](povmesh_mesh** m) { return povmesh_repair(context_, mesh_, nullptr, m, nullptr); });
     compare("reduce --keep 0.4",
-            [&](povmesh_mesh** m) { return povmesh_reduce(context_, mesh, &reduce, m, nullptr); });
+            [&](povmesh_mesh** m) { return povmesh_reduce(context_, mesh_, &reduce, m, nullptr); });
     compare("subdivide --mode smooth",
-            [&](povmesh_mesh** m) { return povmesh_subdivide(context_, mesh, &smooth, m); });
-    compare("voxelize --size 0.7",
-            [&](povmesh_mesh** m) { return povmesh_voxelize(context_, mesh, &cubes, m, nullptr); });
-    // A sound model: hollowed with a drain, grown and wrapped.
-    povmesh_mesh* ball = make_mesh(context_, shapes::sphere(12, 3));
-    ASSERT_EQ(povmesh_write_file(context_, ball, in.c_str(), nullptr, nullptr), POVMESH_OK);
-    povmesh_mesh_release(ball);
-    povmesh_mesh_release(mesh);
-    ASSERT_EQ(povmesh_read_file(context_, in.c_str(), nullptr, &mesh, nullptr), POVMESH_OK);
+            [&](povmesh_mesh** m) { return povmesh_subdivide(context_, mesh_, &smooth, m); });
+    compare("voxelize --size 0.7", [&](povmesh_mesh** m) {
+        return povmesh_voxelize(context_, mesh_, &cubes, m, nullptr);
+    });
+    compare("remesh --edge 2",
+            [&](povmesh_mesh** m) { return povmesh_remesh(context_, mesh_, &even, m, nullptr); });
+    compare_first("support --with-model", [&](povmesh_result** r) {
+        return povmesh_support(context_, mesh_, &support, r, nullptr);
+    });
+    void* png = nullptr;
+    std::size_t bytes = 0;
+    ASSERT_EQ(povmesh_render(context_, &mesh_, 1, &picture, &png, &bytes), POVMESH_OK);
+    const std::string target = folder_ / "out.png";
+    EXPECT_TRUE(tool("render --flaws --supports " + in_ + " -o " + target, target) ==
+                std::string(static_cast<const char*>(png), bytes));
+    povmesh_free(png);
+}
+
+TEST_F(BytesOfTheTool, OfASoundModel) {
+    use(shapes::sphere(12, 3));
     const povmesh_drain drain = {{0, 0, -12}, 2};
     povmesh_hollow_options hollow = povmesh_hollow_defaults();
     hollow.thickness = 2;
@@ -237,16 +329,133 @@ TEST_F(Context, WritesTheBytesOfTheTool) {
     offset.distance = -1;
     povmesh_wrap_options wrap = povmesh_wrap_defaults();
     wrap.tolerance = 0.5;
+    povmesh_thickness_options thick = povmesh_thickness_defaults();
+    thick.wall = 4;
+    povmesh_orient_options orient = povmesh_orient_defaults();
+    orient.choose = 3;
+    povmesh_lampshade_options shade = povmesh_lampshade_defaults();
+    shade.thickness = 2;
+    povmesh_decompose_options parts = povmesh_decompose_defaults();
+    for (double& x : parts.extent) x = 15;
+    parts.pegs = 1;
     compare("hollow --thickness 2 --drain 0,0,-12,2",
-            [&](povmesh_mesh** m) { return povmesh_hollow(context_, mesh, &hollow, m, nullptr); });
+            [&](povmesh_mesh** m) { return povmesh_hollow(context_, mesh_, &hollow, m, nullptr); });
     compare("offset --distance -1",
-            [&](povmesh_mesh** m) { return povmesh_offset(context_, mesh, &offset, m, nullptr); });
+            [&](povmesh_mesh** m) { return povmesh_offset(context_, mesh_, &offset, m, nullptr); });
     compare("wrap --tolerance 0.5",
-            [&](povmesh_mesh** m) { return povmesh_wrap(context_, mesh, &wrap, m, nullptr); });
-    povmesh_mesh_release(mesh);
-    std::filesystem::remove_all(folder);
+            [&](povmesh_mesh** m) { return povmesh_wrap(context_, mesh_, &wrap, m, nullptr); });
+    compare_first("thickness --wall 4", [&](povmesh_result** r) {
+        return povmesh_thickness(context_, mesh_, &thick, r, nullptr);
+    });
+    compare_first("orient --choose 3",
+                  [&](povmesh_result** r) { return povmesh_orient(context_, mesh_, &orient, r); });
+    compare_first("lampshade --thickness 2", [&](povmesh_result** r) {
+        return povmesh_lampshade(context_, mesh_, &shade, r, nullptr);
+    });
+    povmesh_result* made = nullptr;
+    ASSERT_EQ(povmesh_decompose(context_, mesh_, &parts, &made, nullptr), POVMESH_OK);
+    const std::string last = std::to_string(povmesh_result_mesh_count(made));
+    compare_mesh("decompose --size 15 --pegs 1 --format obj -o " + folder_.string(),
+                 povmesh_result_mesh(made, povmesh_result_mesh_count(made) - 1),
+                 folder_ / ("in_" + std::string(3 - last.size(), '0') + last + ".obj"));
+    povmesh_result_release(made);
+}
+
+TEST_F(BytesOfTheTool, OfARod) {
+    use(rod());
+    for (const std::int32_t method : {POVMESH_STRENGTH_FEM, POVMESH_STRENGTH_SECTIONS}) {
+        povmesh_strength_options options = povmesh_strength_defaults();
+        options.method = method;
+        options.load = POVMESH_LOAD_ALL;
+        const std::string name = method == POVMESH_STRENGTH_FEM ? "fem" : "sections";
+        compare_first("strength --load all --method " + name, [&](povmesh_result** r) {
+            return povmesh_strength(context_, mesh_, &options, r, nullptr);
+        });
+    }
+}
+
+TEST_F(BytesOfTheTool, OfAModelThatFalls) {
+    shapes::SoupVector leaning = shapes::box({0, 0, 0}, {20, 20, 50});
+    for (std::size_t i = 0; i < leaning.size(); i += 3) leaning[i] += 0.45F * leaning[i + 2];
+    use(leaning);
+    povmesh_balance_options options = povmesh_balance_defaults();
+    options.thickness = 1;
+    povmesh_balance_report report{};
+    report.size = sizeof report;
+    compare_first("balance --thickness 1", [&](povmesh_result** r) {
+        return povmesh_balance(context_, mesh_, &options, r, &report);
+    });
+    EXPECT_EQ(report.outcome, POVMESH_BALANCE_CARVED);
+    EXPECT_LT(report.tilt_before, 0);
+    EXPECT_GT(report.tilt_after, 10);
+    // A thick wall leaves too little to carve: no failure, but no mesh either.
+    options.thickness = 9;
+    povmesh_result* falls = nullptr;
+    ASSERT_EQ(povmesh_balance(context_, mesh_, &options, &falls, &report), POVMESH_OK);
+    EXPECT_EQ(report.outcome, POVMESH_BALANCE_FALLS);
+    EXPECT_EQ(povmesh_result_mesh_count(falls), 0U);
+    EXPECT_NE(std::string(povmesh_result_text(falls)).find("thinner wall"), std::string::npos);
+    povmesh_result_release(falls);
 }
 #endif
+
+// The arrays of a result speak of its meshes, and their rows are as many as the report tells.
+TEST_F(Context, ArraysOfResultsFitTheirMeshesAndReports) {
+    povmesh_mesh* ball = make_mesh(context_, shapes::sphere(10, 3));
+    povmesh_result* made = nullptr;
+    const auto rows = [&](std::int32_t array) {
+        povmesh_view view{};
+        EXPECT_EQ(povmesh_result_view(made, array, &view), POVMESH_OK) << array;
+        return view.count;
+    };
+    povmesh_decompose_options parts = povmesh_decompose_defaults();
+    for (double& x : parts.extent) x = 15;
+    povmesh_decompose_report division{};
+    division.size = sizeof division;
+    for (const std::int32_t preview : {0, 1}) {
+        parts.preview = preview;
+        ASSERT_EQ(povmesh_decompose(context_, ball, &parts, &made, &division), POVMESH_OK);
+        EXPECT_EQ(povmesh_result_mesh_count(made), preview == 0 ? division.parts : 0);
+        EXPECT_EQ(rows(POVMESH_BOXES), division.parts);
+        EXPECT_EQ(rows(POVMESH_VOLUMES), division.parts);
+        EXPECT_GE(division.parts, 2U);
+        povmesh_result_release(made);
+    }
+    povmesh_lampshade_options shade = povmesh_lampshade_defaults();
+    shade.thickness = 2;
+    shade.preview = 1;
+    ASSERT_EQ(povmesh_lampshade(context_, ball, &shade, &made, nullptr), POVMESH_OK);
+    EXPECT_EQ(povmesh_result_mesh_count(made), 0U);
+    EXPECT_EQ(rows(POVMESH_POLYGON_SIZES), rows(POVMESH_POLYGON_LEVELS));
+    EXPECT_GT(rows(POVMESH_POLYGON_POINTS), 3 * rows(POVMESH_POLYGON_SIZES));
+    povmesh_result_release(made);
+    povmesh_orient_options pose = povmesh_orient_defaults();
+    pose.rows = 2;
+    pose.up[1] = -3;
+    ASSERT_EQ(povmesh_orient(context_, ball, &pose, &made), POVMESH_OK);
+    EXPECT_EQ(rows(POVMESH_ORIENTATIONS), 1U + 2U + 1U);
+    povmesh_result_release(made);
+    // Columns that are given stand where they are, and are sliced.
+    const float columns[] = {20, 0, 5, 20, 0, -10, 30, 0, 0, 30, 0, -5};
+    povmesh_support_options support = povmesh_support_defaults();
+    support.columns = {columns, 2, 0, POVMESH_F32, 6};
+    support.layer_height = 1;
+    povmesh_support_report report{};
+    report.size = sizeof report;
+    ASSERT_EQ(povmesh_support(context_, ball, &support, &made, &report), POVMESH_OK) << message();
+    EXPECT_EQ(report.columns_on_plate, 1U);
+    EXPECT_EQ(report.longest, 15);
+    EXPECT_EQ(report.polygons, 15U + 5U);
+    EXPECT_EQ(rows(POVMESH_POLYGON_SIZES), report.polygons);
+    EXPECT_EQ(povmesh_result_mesh(made, 0)->mesh.faces.size(), 32U);
+    povmesh_result_release(made);
+    povmesh_mesh* bar = make_mesh(context_, rod());
+    ASSERT_EQ(povmesh_strength(context_, bar, nullptr, &made, nullptr), POVMESH_OK);
+    EXPECT_EQ(rows(POVMESH_VALUES), povmesh_result_mesh(made, 0)->mesh.vertices.size());
+    povmesh_result_release(made);
+    povmesh_mesh_release(bar);
+    povmesh_mesh_release(ball);
+}
 
 // Any number of contexts at a time, a shared mesh, and one that is cancelled all the while.
 TEST_F(Context, EightThreadsMakeTheSameBitsBesideOneThatIsCancelled) {
@@ -367,9 +576,6 @@ TEST_F(Context, WhatIsNotThereIsSaidSo) {
         if (std::string(operation.name) == "files") continue;
         EXPECT_EQ(povmesh_has(("operation:" + std::string(operation.name)).c_str()), 1);
     }
-    povmesh_mesh* made = nullptr;
-    const povmesh_status status = povmesh_remesh(context_, box_, nullptr, &made, nullptr);
-    EXPECT_EQ(status == POVMESH_UNSUPPORTED, povmesh_has("operation:remesh") == 0);
     for (const char* none : {"operation:fly", "read:dwg", "stl", ""}) {
         EXPECT_EQ(povmesh_has(none), 0) << none;
     }

@@ -146,6 +146,57 @@ CallOutcome orient(povmesh_context* c, const povmesh_mesh* m) {
     o.up[0] = 1;
     return to_result([&](povmesh_result** r) { return povmesh_orient(c, m, &o, r); });
 }
+// The ball stands on a point.
+CallOutcome balance(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_balance_options o = povmesh_balance_defaults();
+    o.thickness = 1;
+    return on_sound(c, m, [&](const povmesh_mesh* sound) {
+        return to_result(
+            [&](povmesh_result** r) { return povmesh_balance(c, sound, &o, r, nullptr); });
+    });
+}
+CallOutcome support(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_support_options o = povmesh_support_defaults();
+    o.with_model = 1;
+    return to_result([&](povmesh_result** r) { return povmesh_support(c, m, &o, r, nullptr); });
+}
+// Clear of the model: the library that clips polygons loses blocks when an allocation fails.
+CallOutcome slice(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_support_options o = povmesh_support_defaults();
+    const float columns[] = {40, 40, 9, 40, 40, 0, 44, 40, 9, 44, 40, 5};
+    o.columns = {columns, 2, 0, POVMESH_F32, 6};
+    o.layer_height = 1;
+    return to_result([&](povmesh_result** r) { return povmesh_support(c, m, &o, r, nullptr); });
+}
+// In triangles of a hundredth of its extent a rod is small.
+CallOutcome strength(povmesh_context* c, const povmesh_mesh* /*m*/) {
+    CallOutcome outcome;
+    povmesh_mesh* const bar = make_mesh(c, rod(), &outcome.status);
+    if (bar == nullptr) return outcome;
+    outcome = to_result(
+        [&](povmesh_result** r) { return povmesh_strength(c, bar, nullptr, r, nullptr); });
+    povmesh_mesh_release(bar);
+    return outcome;
+}
+CallOutcome weakness(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_weakness_options o = povmesh_weakness_defaults();
+    o.all = 1;
+    return to_result([&](povmesh_result** r) { return povmesh_weakness(c, m, &o, r); });
+}
+CallOutcome render(povmesh_context* c, const povmesh_mesh* m) {
+    povmesh_render_options o = povmesh_render_defaults();
+    o.width = o.height = 64;
+    o.section_axis = 1;
+    o.supports = m;
+    void* png = nullptr;
+    std::size_t bytes = 0;
+    CallOutcome outcome;
+    outcome.status = povmesh_render(c, &m, 1, &o, &png, &bytes);
+    outcome.is_untouched = png == nullptr;
+    outcome.bytes.assign(static_cast<const char*>(png), bytes);
+    povmesh_free(png);
+    return outcome;
+}
 CallOutcome offset(povmesh_context* c, const povmesh_mesh* m) {
     povmesh_offset_options o = povmesh_offset_defaults();
     o.distance = 0.5;
@@ -223,16 +274,26 @@ const std::vector<TestedOperation>& tested_operations() {
         {"offset", offset, false},       {"wrap", wrap, false},
         {"remesh", remesh, false},       {"thickness", thickness, false},
         {"lampshade", lampshade, false}, {"decompose", decompose, false},
-        {"orient", orient, false}};
+        {"orient", orient, false},       {"balance", balance, false},
+        {"support", support, true},      {"support", slice, true},
+        {"strength", strength, false},   {"weakness", weakness, false},
+        {"render", render, true}};
     return all;
 }
 
-povmesh_mesh* make_mesh(povmesh_context* context, const shapes::SoupVector& soup) {
+povmesh_mesh* make_mesh(povmesh_context* context, const shapes::SoupVector& soup,
+                        povmesh_status* status) {
     povmesh_mesh_data data{};
     data.size = sizeof data;
     data.positions = {soup.data(), soup.size() / 9, 0, POVMESH_F32, 9};
     povmesh_mesh* mesh = nullptr;
-    return povmesh_mesh_create(context, &data, &mesh) == POVMESH_OK ? mesh : nullptr;
+    const povmesh_status made = povmesh_mesh_create(context, &data, &mesh);
+    if (status != nullptr) *status = made;
+    return mesh;
+}
+
+shapes::SoupVector rod() {
+    return shapes::box({0, 0, 0}, {1, 1, 60});
 }
 
 shapes::SoupVector flawed_model(int levels) {

@@ -35,7 +35,12 @@ inline povmesh_context* make_context(std::uint32_t threads, std::uint64_t limit 
     return povmesh_context_create(&options, &context) == POVMESH_OK ? context : nullptr;
 }
 
-povmesh_mesh* make_mesh(povmesh_context* context, const shapes::SoupVector& soup);
+/// Null where that fails, and its status.
+povmesh_mesh* make_mesh(povmesh_context* context, const shapes::SoupVector& soup,
+                        povmesh_status* status = nullptr);
+
+/// 60 times as high as it is wide.
+shapes::SoupVector rod();
 
 /// Two boxes that cross, the first one without a face and with one twice, and a ball.
 shapes::SoupVector flawed_model(int levels);

@@ -68,6 +68,39 @@ TEST(NearestFace, FindsThePointThatASearchOfAllFacesFinds) {
     EXPECT_FALSE(NearestFace(TriMesh{}).find({0, 0, 0}).is_found());
 }
 
+// Bounds are floats: those of any size must leave nothing out, from near and from far.
+TEST(NearestFace, LosesFacesToRounding) {
+    Random random(82);
+    for (const float size : {1.0F, 1e-37F, 1e-42F, 1e37F}) {
+        shapes::SoupVector soup;
+        for (int t = 0; t < 200; ++t) {
+            const float at[] = {static_cast<float>(random.unit()),
+                                static_cast<float>(random.unit()),
+                                static_cast<float>(random.unit())};
+            for (int i = 0; i < 9; ++i) {
+                soup.push_back(size * (8 + at[i % 3] + static_cast<float>(random.unit()) / 16));
+            }
+        }
+        const TriMesh mesh = shapes::mesh_of(soup);
+        const NearestFace surface(mesh);
+        for (int query = 0; query < 60; ++query) {
+            const double reach = query < 40 ? 2 : query < 50 ? 1e4 : 1e9;
+            const auto place = [&] { return double{size} * (8 + (random.unit() - 0.5) * reach); };
+            const Vec3d p{place(), place(), place()};
+            double best = std::numeric_limits<double>::infinity();
+            for (const Face& face : mesh.faces) {
+                Triangle3d t;
+                for (std::size_t c = 0; c < 3; ++c) {
+                    t[c] = to_double(mesh.corner_position(face, c));
+                }
+                best = std::min(best, nearest_on_triangle(p, t).squared_distance);
+            }
+            EXPECT_EQ(surface.find(p).squared_distance, best) << size << ' ' << reach;
+            EXPECT_TRUE(surface.find(p, best * 1.0001).is_found()) << size << ' ' << reach;
+        }
+    }
+}
+
 TEST(SurfaceDistance, AgreesWithWhatIsKnownOfBoxesAndSpheres) {
     const auto box = [](float x, float size) {
         return shapes::mesh_of(shapes::box({x, 0, 0}, {x + size, size, size}));

@@ -38,6 +38,7 @@ foreach(job ${jobs})
         endif()
         execute_process(COMMAND ${command} ${words} WORKING_DIRECTORY ${WORK}/${place}
             RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE errors)
+        string(REGEX REPLACE "\n *time +[^\n]*" "" output "${output}")
         # Where a folder is named, the last separator is that of the system.
         string(REPLACE "\\" "/" said_${place} "status ${status}\n${output}${errors}")
     endforeach()

@@ -1,7 +1,8 @@
 """Many models by one recipe: on all processors of a machine, or on a cluster.
 
-Each model is done by the tool in a process of its own, so that a model that crashes, hangs or takes all
-memory is a row that says so, and the rest goes on. What is done is not done again by the next run.
+Each model is done by the tool in a process of its own, so that a model that crashes, hangs or takes
+all memory is a row that says so, and the rest goes on. What is done is not done again by the next
+run.
 """
 
 import hashlib
@@ -32,10 +33,11 @@ _FORMATS = ("stl", "obj", "ply", "3mf")
 class Row:
     """What became of a model.
 
-    status: "ok"; "flaws" (written, but a check finds some); "no result" (a gate did not let it through,
-    or nothing would be left); "unreadable"; "out of memory"; "timeout"; "crashed"; "lost" (with its
-    worker); "failed". message: why, when nothing is written. before, after: what the tool's check tells.
-    steps: operation, status, seconds and report of each. outputs: path and bytes.
+    status: "ok"; "flaws" (written, but a check finds some); "no result" (a gate did not let it
+    through, or nothing would be left); "unreadable"; "out of memory"; "timeout"; "crashed"; "lost"
+    (with its worker); "failed". message: why, when nothing is written. before, after: what the
+    tool's check tells. steps: operation, status, seconds and report of each. outputs: path and
+    bytes.
     """
 
     file: str
@@ -78,7 +80,9 @@ def _steps_of(recipe: Recipe, tool: str) -> List[Dict[str, Any]]:
     with tempfile.NamedTemporaryFile("w", suffix=".json", encoding="utf-8") as file:
         file.write(text)
         file.flush()
-        checked = subprocess.run([tool, "run", file.name, "--explain"], capture_output=True, text=True)
+        checked = subprocess.run(
+            [tool, "run", file.name, "--explain"], capture_output=True, text=True
+        )
         if checked.returncode != 0:
             line = checked.stderr.strip().removeprefix("povmesh: ").replace(file.name, name)
             raise ValueError(line or f"{name}: no recipe")
@@ -155,17 +159,17 @@ def run(
 ) -> List[Row]:
     """Does the steps of a recipe on each file, and gives a row for each, in their order.
 
-    recipe: a list of steps, or the path of a JSON file with one, as `povmesh run` takes it. out: folder
-    for results, which keeps the folders below the files' common one, and for the reports. format: of the
-    results; None: that of each file. workers: models at a time; None: processors / threads. threads: for
-    each. scheduler: address of a Dask scheduler, or a `distributed.Client`, instead of this machine;
-    ship: send the models' bytes, for workers that do not see the files. time_limit: seconds,
-    memory_limit: bytes, for each model. resume: leave out what an earlier run has done. progress: called
-    with how many are done, how many there are, and the row.
+    recipe: a list of steps, or the path of a JSON file with one, as `povmesh run` takes it. out:
+    folder for results, which keeps the folders below the files' common one, and for the reports.
+    format: of the results; None: that of each file. workers: models at a time; None: processors /
+    threads. threads: for each. scheduler: address of a Dask scheduler, or a `distributed.Client`,
+    instead of this machine; ship: send the models' bytes, for workers that do not see the files.
+    time_limit: seconds, memory_limit: bytes, for each model. resume: leave out what an earlier run
+    has done. progress: called with how many are done, how many there are, and the row.
 
-    A step's own files ("output" of render, "preview", ...) are written beside the model's result, its
-    name before theirs. A recipe that is wrong, or two files that would become one, are a `ValueError`
-    before anything starts. Ctrl-C ends what runs; the next run goes on.
+    A step's own files ("output" of render, "preview", ...) are written beside the model's result,
+    its name before theirs. A recipe that is wrong, or two files that would become one, are a
+    `ValueError` before anything starts. Ctrl-C ends what runs; the next run goes on.
 
     >>> recipe = [{"operation": "repair"}, {"operation": "reduce", "keep": 0.5}]
     >>> rows = povmesh.batch.run(["cat.stl", "gearwheel.stl"], recipe, "done")
@@ -180,10 +184,14 @@ def run(
         raise ValueError(f"reports must be some of {', '.join(_REPORTS)}")
     if workers is not None and workers < 1 or not 1 <= threads <= 1024:
         raise ValueError("workers and threads must be 1 or more")
+    if (time_limit or 0) < 0 or (memory_limit or 0) < 0:
+        raise ValueError("time_limit and memory_limit must be 0, for none, or above")
     tool = tool_path()
     steps = _steps_of(recipe, tool)
     if ship and any(isinstance(step.get(key), str) for step in steps for key in (*READ, *WRITTEN)):
-        raise ValueError("a step that reads or writes files of its own cannot go to workers that do not see them")
+        raise ValueError(
+            "a step that reads or writes files of its own cannot go to workers that do not see them"
+        )
     paths = [os.path.abspath(os.fspath(file)) for file in files]
     folder = os.path.abspath(os.fspath(out))
     outputs = _outputs_of(paths, folder, format)
@@ -213,13 +221,16 @@ def run(
         was_done = [row is not None for row in rows]
 
         def report() -> None:
-            write_reports(folder, reports, [row for row in rows if row is not None], steps, len(rows))
+            write_reports(
+                folder, reports, [row for row in rows if row is not None], steps, len(rows)
+            )
 
+        late: List[Tuple[int, Dict[str, Any]]] = []
         if scheduler is not None:
             results = _engines.cluster(jobs, scheduler, _shipped if ship else lambda job: job)
         else:
             available = len(os.sched_getaffinity(0)) // threads
-            results = _engines.local(jobs, workers or max(1, available))
+            results = _engines.local(jobs, workers or max(1, available), late)
         reported = time.monotonic()
         try:
             for index, row in results:
@@ -235,6 +246,9 @@ def run(
         finally:
             if hasattr(results, "close"):
                 results.close()
+            for index, row in late:
+                journal.add(row)
+                rows[index] = row
             report()
         return [_row_of(row, was) for row, was in zip(rows, was_done) if row is not None]
     finally:

@@ -13,13 +13,18 @@ Results = Iterator[Tuple[int, Dict[str, Any]]]
 _AHEAD = 4
 
 
-def local(jobs: List[Tuple[int, Job]], workers: int) -> Results:
-    """A thread for each worker, which waits for one process at a time."""
+def local(
+    jobs: List[Tuple[int, Job]], workers: int, late: List[Tuple[int, Dict[str, Any]]]
+) -> Results:
+    """A thread for each worker, which waits for one process at a time.
+
+    late: gets the rows that were done, and not given out, when the batch is stopped.
+    """
     allow_children()
     waiting = iter(jobs)
+    under_way: Dict["concurrent.futures.Future[Dict[str, Any]]", int] = {}
     pool = concurrent.futures.ThreadPoolExecutor(workers, thread_name_prefix="povmesh-batch")
     try:
-        under_way: Dict["concurrent.futures.Future[Dict[str, Any]]", int] = {}
         while True:
             for index, job in waiting:
                 under_way[pool.submit(run_one, job)] = index
@@ -29,10 +34,16 @@ def local(jobs: List[Tuple[int, Job]], workers: int) -> Results:
                 return
             done, _ = concurrent.futures.wait(under_way, return_when="FIRST_COMPLETED")
             for future in done:
-                index = under_way.pop(future)
-                yield index, future.result()
+                index = under_way[future]
+                row = future.result()
+                del under_way[future]
+                yield index, row
     except BaseException:
         stop_children()
+        pool.shutdown(wait=True, cancel_futures=True)
+        for future, index in under_way.items():
+            if not future.cancelled() and future.exception() is None:
+                late.append((index, future.result()))
         raise
     finally:
         pool.shutdown(wait=True, cancel_futures=True)
@@ -46,7 +57,9 @@ def cluster(jobs: List[Tuple[int, Job]], scheduler: Any, load: Callable[[Job], J
     try:
         distributed: Any = importlib.import_module("distributed")
     except ImportError:
-        raise ImportError("povmesh.batch: a scheduler needs distributed; pip install distributed") from None
+        raise ImportError(
+            "povmesh.batch: a scheduler needs distributed; pip install distributed"
+        ) from None
     is_own = isinstance(scheduler, str)
     client = distributed.Client(scheduler, set_as_default=False) if is_own else scheduler
     try:

@@ -56,7 +56,9 @@ class Journal:
         try:
             if any(os.path.getsize(output["path"]) != output["bytes"] for output in outputs):
                 return None
-            if row["status"] != "no result" and [output["path"] for output in outputs] != [job["output"]]:
+            if row["status"] != "no result" and [output["path"] for output in outputs] != [
+                job["output"]
+            ]:
                 return None
             state = os.stat(job["file"])
             if (state.st_size, state.st_mtime_ns) == (row.get("size"), row.get("mtime_ns")):

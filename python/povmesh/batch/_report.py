@@ -9,9 +9,24 @@ from typing import Any, Dict, Iterable, List, Optional
 
 from .._files import replace_file
 
-COLUMNS = ("file", "status", "message", "seconds", "peak_bytes", "triangles_before", "triangles_after",
-           "volume_before", "volume_after", "flaws_before", "flaws_after", "output", "bytes", "sha256", "library",
-           "host")  # fmt: skip
+COLUMNS = (
+    "file",
+    "status",
+    "message",
+    "seconds",
+    "peak_bytes",
+    "triangles_before",
+    "triangles_after",
+    "volume_before",
+    "volume_after",
+    "flaws_before",
+    "flaws_after",
+    "output",
+    "bytes",
+    "sha256",
+    "library",
+    "host",
+)
 _TONES = {"ok": "good", "flaws": "fair", "no result": "fair"}
 
 
@@ -21,7 +36,8 @@ def _flaws(check: Optional[Dict[str, Any]]) -> str:
     # Corners and faces of what is counted as edges already.
     doubled = ("open_edge_corners", "non_manifold_faces")
     found = [(key, n) for key, n in check["flaws"].items() if n and key not in doubled]
-    return ", ".join(f"{n:,} {key.replace('_', ' ')}" for key, n in found)
+    text = ", ".join(f"{n:,} {key.replace('_', ' ')}" for key, n in found)
+    return text.replace("non manifold", "non-manifold")
 
 
 def _cells(row: Dict[str, Any]) -> Dict[str, Any]:
@@ -61,6 +77,7 @@ def json_text(rows: Iterable[Dict[str, Any]], recipe: List[Dict[str, Any]]) -> s
     return json.dumps({"recipe": recipe, "rows": plain}, indent=1) + "\n"
 
 
+_POLICY = "default-src 'none'; img-src data:; style-src 'unsafe-inline'; script-src 'unsafe-inline'"
 _STYLE = """
 body{font:14px/1.4 system-ui,sans-serif;margin:2em;color:#222;background:#fff}
 h1{font-size:1.4em}pre{background:#f4f4f4;padding:.6em;overflow:auto}
@@ -136,23 +153,37 @@ def html_text(rows: List[Dict[str, Any]], recipe: List[Dict[str, Any]], total: i
     for row in rows:
         counts[str(row.get("status"))] = counts.get(str(row.get("status")), 0) + 1
     totals = "".join(
-        f'<span><span class="status {_TONES.get(status, "bad")}">{html.escape(status)}</span> {count:,}</span>'
+        f'<span><span class="status {_TONES.get(status, "bad")}">{html.escape(status)}</span>'
+        f" {count:,}</span>"
         for status, count in sorted(counts.items(), key=lambda item: -item[1])
     )
     options = "".join(f"<option>{html.escape(status)}</option>" for status in sorted(counts))
-    heads = ["#", "", "", "file", "status", "message", "wrong before", "wrong after", "steps", "triangles",
-             "seconds", "MB"]  # fmt: skip
+    heads = [
+        "#",
+        "",
+        "",
+        "file",
+        "status",
+        "message",
+        "wrong before",
+        "wrong after",
+        "steps",
+        "triangles",
+        "seconds",
+        "MB",
+    ]
     head = "".join(f'<th data-key="{name}">{name}</th>' if name else "<th></th>" for name in heads)
     common = os.path.commonpath([os.path.dirname(row["file"]) for row in rows]) if rows else "."
     table = "\n".join(_html_row(index, row, common) for index, row in enumerate(rows))
     waiting = f"<p>{total - len(rows):,} more are not done yet.</p>" if total > len(rows) else ""
     return f"""<!doctype html>
 <html lang="en"><head><meta charset="utf-8"><title>povmesh batch: {len(rows):,} models</title>
-<meta http-equiv="Content-Security-Policy" content="default-src 'none'; img-src data:; style-src 'unsafe-inline'; script-src 'unsafe-inline'">
+<meta http-equiv="Content-Security-Policy" content="{_POLICY}">
 <style>{_STYLE}</style></head><body>
 <h1>{len(rows):,} models</h1><p class="totals">{totals}</p>{waiting}
 <details><summary>Recipe</summary><pre>{html.escape(json.dumps(recipe, indent=1))}</pre></details>
-<p><input id="find" type="search" placeholder="find"><select id="pick"><option value="">all</option>{options}</select>
+<p><input id="find" type="search" placeholder="find">
+<select id="pick"><option value="">all</option>{options}</select>
 <small id="shown"></small></p>
 <table><thead><tr>{head}</tr></thead><tbody>
 {table}
@@ -161,7 +192,11 @@ def html_text(rows: List[Dict[str, Any]], recipe: List[Dict[str, Any]], total: i
 
 
 def write_reports(
-    folder: str, names: Iterable[str], rows: List[Dict[str, Any]], recipe: List[Dict[str, Any]], total: int
+    folder: str,
+    names: Iterable[str],
+    rows: List[Dict[str, Any]],
+    recipe: List[Dict[str, Any]],
+    total: int,
 ) -> None:
     """Replaces the reports named, each whole."""
     for name in names:

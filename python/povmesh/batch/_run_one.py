@@ -1,7 +1,7 @@
 """One model: the tool in a process of its own, and the row that tells what became of it.
 
-Plain data in and out, so that it can run in another process or on another machine. A crash, a hang or
-a leak ends with the model's process.
+Plain data in and out, so that it can run in another process or on another machine. A crash, a hang
+or a leak ends with the model's process.
 """
 
 import base64
@@ -63,14 +63,21 @@ class _Ended(Exception):
 class _Child:
     """What a process printed, how it ended and the most memory that it held."""
 
-    def __init__(self, command: List[str], folder: str, seconds: Optional[float], memory: int, threads: int) -> None:
+    def __init__(
+        self, command: List[str], folder: str, seconds: Optional[float], memory: int, threads: int
+    ) -> None:
         self.is_over_time = False
+        self.peak_bytes = 0
         out, err = os.path.join(folder, "stdout"), os.path.join(folder, "stderr")
         with open(out, "wb") as stdout, open(err, "wb") as stderr, _children_lock:
             if _is_stopping.is_set():
                 raise _Ended
             process = subprocess.Popen(
-                command, stdin=subprocess.DEVNULL, stdout=stdout, stderr=stderr, start_new_session=True
+                command,
+                stdin=subprocess.DEVNULL,
+                stdout=stdout,
+                stderr=stderr,
+                start_new_session=True,
             )
             _children.add(process.pid)
         try:
@@ -80,7 +87,9 @@ class _Child:
         finally:
             with _children_lock:
                 _children.discard(process.pid)
-            _kill(process.pid, signal.SIGKILL)  # whatever it may have started
+                # Whatever it may have started; its number is its own until it is waited for.
+                _kill(process.pid, signal.SIGKILL)
+            process.wait()
         self.status: int = process.returncode
         self.stdout = Path(out).read_bytes()
         self.stderr = Path(err).read_bytes()
@@ -91,10 +100,8 @@ class _Child:
         if seconds:
             steps.append((seconds + _GRACE_SECONDS + _KILL_SECONDS, signal.SIGKILL))
         while True:
-            ended, status, usage = os.wait4(process.pid, os.WNOHANG)
-            if ended:
-                process.returncode = os.waitstatus_to_exitcode(status)
-                self.peak_bytes = usage.ru_maxrss * 1024
+            self.peak_bytes = max(self.peak_bytes, _peak_bytes(process.pid))
+            if os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT) is not None:
                 return
             if steps and time.monotonic() - start > steps[0][0]:
                 self.is_over_time = True
@@ -110,6 +117,18 @@ def _limit_memory(pid: int, size: int) -> None:
         resource.prlimit(pid, resource.RLIMIT_DATA, (size, size))
     except (ImportError, AttributeError, OSError):
         pass  # the tool's own limit holds all the same
+
+
+def _peak_bytes(pid: int) -> int:
+    """The most memory that a running process held.
+
+    What `wait4` tells begins with the memory of the process that started it.
+    """
+    try:
+        found = re.search(rb"VmHWM:\s*(\d+) kB", Path(f"/proc/{pid}/status").read_bytes())
+    except OSError:
+        return 0
+    return int(found[1]) * 1024 if found else 0
 
 
 def digest(path: str) -> Tuple[str, int, int]:
@@ -135,7 +154,8 @@ def _is_looking(step: Dict[str, Any]) -> bool:
 
 
 def _recipe_of(job: Dict[str, Any]) -> List[Dict[str, Any]]:
-    """The steps, a check before and behind them, with files of their own below the model's output."""
+    """The steps, a check before and behind them, with files of their own below the model's
+    output."""
     steps = []
     stem = os.path.splitext(job["output"])[0]
     for step in job["recipe"]:
@@ -183,10 +203,14 @@ def _status_of(told: Dict[str, Any]) -> str:
     if outcome in ("ok", "flaws"):
         steps = told["steps"]
         last = len(steps) - 1
-        while last > 0 and _is_looking({"operation": steps[last]["operation"], **steps[last]["options"]}):
+        while last > 0 and _is_looking(
+            {"operation": steps[last]["operation"], **steps[last]["options"]}
+        ):
             last -= 1
         return "flaws" if any(step["status"] for step in steps[last + 1 :]) else "ok"
-    return outcome if outcome in ("no result", "unreadable", "timeout", "out of memory") else "failed"
+    return (
+        outcome if outcome in ("no result", "unreadable", "timeout", "out of memory") else "failed"
+    )
 
 
 def _picture(job: Dict[str, Any], model: str, folder: str) -> Optional[str]:
@@ -215,7 +239,14 @@ def _work(job: Dict[str, Any], row: Dict[str, Any], folder: str) -> None:
     recipe = os.path.join(folder, "recipe.json")
     steps = _recipe_of({**job, "output": output})
     Path(recipe).write_text(json.dumps(steps), encoding="utf-8")
-    command = [job["tool"] or tool_path(), "run", "--json", "--quiet", "--threads", str(job["threads"])]
+    command = [
+        job["tool"] or tool_path(),
+        "run",
+        "--json",
+        "--quiet",
+        "--threads",
+        str(job["threads"]),
+    ]
     if job["time_limit"]:
         command += ["--time", repr(float(job["time_limit"]))]
     if job["memory_limit"]:
@@ -230,7 +261,9 @@ def _work(job: Dict[str, Any], row: Dict[str, Any], folder: str) -> None:
     except ValueError:
         pass
     if child.is_over_time:
-        row.update(status="timeout", message=f"not done after {job['time_limit']:g} seconds, and ended")
+        row.update(
+            status="timeout", message=f"not done after {job['time_limit']:g} seconds, and ended"
+        )
         return
     if child.status < 0:
         row.update(status="crashed", message=f"ended by {_signal_name(-child.status)}")
@@ -246,7 +279,9 @@ def _work(job: Dict[str, Any], row: Dict[str, Any], folder: str) -> None:
     if len(found) == len(steps):
         row["after"] = found[-1].get("report")
     kept = ("operation", "status", "seconds", "report", "unmet")
-    row["steps"] = [{key: step[key] for key in kept if key in step} for step in found[1 : len(steps) - 1]]
+    row["steps"] = [
+        {key: step[key] for key in kept if key in step} for step in found[1 : len(steps) - 1]
+    ]
     if row["status"] not in ("ok", "flaws"):
         return
     row["outputs"] = [{"path": job["output"], "bytes": os.path.getsize(output)}]

@@ -115,6 +115,12 @@ Image render(const Scene& scene, const RenderOptions& options);
 /// edges, and a dot on every degenerate face. Builds the uses of the mesh if they are not there.
 Overlay flaw_overlay(TriMesh& mesh, const FlawFaces& flaws);
 
+/// Pixels of the line between two pictures.
+constexpr std::uint32_t kLineWidth = 2;
+
+/// Two pictures of the same height with a line between them.
+Image beside(const Image& left, const Image& right, std::uint32_t line_width = kLineWidth);
+
 /// The image as a PNG file: 8 bits a channel, sRGB, no alpha. Favours speed over size. Throws
 /// std::runtime_error for an image without pixels.
 Array<char> encode_png(const Image& image);

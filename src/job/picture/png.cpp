@@ -1,8 +1,10 @@
 // PNG through libpng's interface for whole images, which needs no long jumps.
 #include <png.h>
 
+#include <new>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "job/picture/picture.h"
 
@@ -26,6 +28,9 @@ Array<char> encode_png(const Image& image) {
     bytes.resize(size);
     if (png_image_write_to_memory(&png, bytes.data(), &size, 0, image.rgb.data(), 0, nullptr) ==
         0) {
+        if (std::string_view(png.message).find("memory") != std::string_view::npos) {
+            throw std::bad_alloc();
+        }
         throw std::runtime_error(std::string("cannot encode the image: ") + png.message);
     }
     bytes.resize(size);

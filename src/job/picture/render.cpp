@@ -15,6 +15,7 @@
 #include <optional>
 #include <span>
 
+#include "base/poll.h"
 #include "base/memory.h"
 #include "job/picture/camera.h"
 #include "job/picture/picture.h"
@@ -256,7 +257,9 @@ template <typename Wanted, typename Put>
 void fill_faces(const Drawing& drawing, Strip& strip, const Wanted& wanted, const Put& put) {
     const auto& faces = drawing.model->mesh->faces;
     std::array<Triangle, kGroup> group;
+    Poller poller;
     for (std::size_t next = 0; next < faces.size();) {
+        poller();
         std::size_t count = 0;
         for (; next < faces.size() && count < kGroup; ++next) {
             if (next + kVerticesAhead < faces.size()) {
@@ -569,6 +572,7 @@ Image render(const Scene& scene, const RenderOptions& options) {
     for (std::uint32_t top = 0; top < options.height; top += strip_height) {
         const std::uint32_t bottom = std::min(options.height, top + strip_height);
         // One more row of samples on either side: outlines look at their neighbours.
+        poll();
         strip.start({0, columns, std::max(0, static_cast<std::int32_t>(top) * kSamples - 1),
                      std::min(rows, static_cast<std::int32_t>(bottom) * kSamples + 1)});
         for (const Drawing& drawing : drawings) draw_surface(drawing, strip);

@@ -1,14 +1,14 @@
-#include "cli/apart.h"
+#include "job/apart.h"
 
 #include <utility>
 #include <vector>
 
 #include "base/array.h"
 #include "base/convert.h"
-#include "cli/model.h"
+#include "job/model_file.h"
 #include "mesh/bounds.h"
 
-namespace povmesh::cli {
+namespace povmesh {
 namespace {
 
 // How far bodies move, in distances of their own middles from that of the scene.
@@ -48,4 +48,4 @@ picture::Image draw_apart(std::span<TriMesh> bodies, const Box3d& whole,
     return image;
 }
 
-}  // namespace povmesh::cli
+}  // namespace povmesh
