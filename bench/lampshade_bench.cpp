@@ -1,10 +1,10 @@
 // Lampshades and their preview. One thread (scripts/bench sets OMP_NUM_THREADS=1).
 //
 // Floor: rock_328k with walls of four cells of a hundredth of its extent has 41 thousand cells of
-// the inner wall. Three searches a cell tell its nodes, its vertex and the rough ones of its points,
-// 124 thousand of 3.5 us that deep inside, where 50 triangles are no farther by their boxes; tree,
-// crossings and labels of the model take 0.2 s, and outside and inner wall are gone over a few
-// times, 0.2 s: 0.8 s.
+// the inner wall. Three searches a cell tell its nodes, its vertex and the rough ones of its
+// points, 124 thousand of 3.5 us that deep inside, where 50 triangles are no farther by their
+// boxes; tree, crossings and labels of the model take 0.2 s, and outside and inner wall are gone
+// over a few times, 0.2 s: 0.8 s.
 #include <algorithm>
 #include <string>
 

@@ -11,7 +11,8 @@ void prepare_process(int& argument_count, char**& arguments);
 
 bool is_terminal(std::FILE* stream);
 
-/// Bytes of memory that this process holds; where the system only knows the most it ever held, that.
+/// Bytes of memory that this process holds; where the system only knows the most it ever held,
+/// that.
 double held_bytes();
 
 }  // namespace povmesh::cli

@@ -77,8 +77,8 @@ struct DecomposeReport {
 /// A piece that no plane divides stays as it is, with a caution.
 ///
 /// The search takes about a second at most, all models together; those that it does not come to
-/// are divided evenly, and so is a model of more than 20,000 shells, a heap of loose triangles. Up to
-/// six of its plans are tried on the mesh.
+/// are divided evenly, and so is a model of more than 20,000 shells, a heap of loose triangles. Up
+/// to six of its plans are tried on the mesh.
 ///
 /// With pegs the planes are those of parts that are smaller by their length across the axes that
 /// have to be divided, so that the parts fit with them; volumes then differ by `peg_volume`.

@@ -12,7 +12,8 @@ namespace povmesh {
 /// which no two fit into one part, as many as a greedy search from seven directions finds. At least
 /// 1; vertices that are not finite are passed over.
 ///
-/// @param effort  what all searches may take, lessened by this one; 2 is the answer when none is left
+/// @param effort  what all searches may take, lessened by this one; 2 is the answer when none is
+/// left
 ///
 /// Time: linear in the faces; a tenth of a second at most for the search, which looks at some ten
 /// thousand points.

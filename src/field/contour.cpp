@@ -265,8 +265,8 @@ private:
         return {static_cast<double>(nearest.place), -level};
     }
 
-    // The distance of an edge's end that was not measured from the face that is nearest to the other
-    // end: of another one it may be nearer.
+    // The distance of an edge's end that was not measured from the face that is nearest to the
+    // other end: of another one it may be nearer.
     NodeDistances::Sample led_sample(NodeIndex n, std::uint32_t face) const {
         if (face == NearestPoint::kNoFace) return {};
         const Vec3d p = field_.grid().node(n.i, n.j, n.k);

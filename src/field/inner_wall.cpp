@@ -48,8 +48,8 @@ constexpr double kMended = 0.985;
 constexpr double kOvershoot = 1.2;
 constexpr int kMostRounds = 8;
 
-// Vertices that are known to be that far need no search: with less, their triangles would have to be
-// looked at more closely.
+// Vertices that are known to be that far need no search: with less, their triangles would have to
+// be looked at more closely.
 constexpr double kKnown = 0.995;
 
 // Cells around a bad face whose nodes leave the cavity, pass by pass. Passages hardly wider than a

@@ -13,8 +13,8 @@
 
 namespace povmesh {
 
-// Paths are UTF-8 on every system. On Windows one that is none is taken as text of the system's code
-// page, and paths of any length are served.
+// Paths are UTF-8 on every system. On Windows one that is none is taken as text of the system's
+// code page, and paths of any length are served.
 
 /// The text with "?" in the place of control characters: for names in messages of one line.
 std::string one_line(std::string_view text);

@@ -23,8 +23,8 @@ using TextOfPart = std::function<void(std::size_t part, Array<char>& text)>;
 
 /// Packs the text that the parts make together.
 ///
-/// Each part is packed for itself, in pieces of 64 KB, and ends on a whole byte, so that they can be
-/// joined. The bytes are the same for any number of threads.
+/// Each part is packed for itself, in pieces of 64 KB, and ends on a whole byte, so that they can
+/// be joined. The bytes are the same for any number of threads.
 ///
 /// Memory: a part and its packed bytes for each thread, and what comes out.
 DeflatedParts deflate_parts(std::size_t count, const TextOfPart& text_of_part);

@@ -109,8 +109,8 @@ private:
     static constexpr std::size_t kFewFaces = 4;  // of a shell that needs no tree
     static constexpr std::size_t kNeighbours = 4;
 
-    // Most loose triangles of a heap meet one that stands next to them in the tree. What is known to
-    // be together before the search spares it most of its steps.
+    // Most loose triangles of a heap meet one that stands next to them in the tree. What is known
+    // to be together before the search spares it most of its steps.
     void unite_small_neighbours() {
         const auto shells = tree_.numbers();
         for (std::size_t i = 0; i < shells.size(); ++i) {

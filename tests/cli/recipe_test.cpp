@@ -203,8 +203,8 @@ TEST_F(Recipes, TheSchemaOfTheProjectIsThatOfTheTool) {
         << "options have changed: povmesh run --schema > docs/recipe.schema.json";
 }
 
-// With POVMESH_MODELS naming a folder of models, every second of the smaller ones. A model takes six
-// processes, each a tenth of a second to start in a build with sanitizers: there every 8th.
+// With POVMESH_MODELS naming a folder of models, every second of the smaller ones. A model takes
+// six processes, each a tenth of a second to start in a build with sanitizers: there every 8th.
 TEST_F(Recipes, MakesTheBytesOfItsStepsOnRealModels) {
     const char* const folder = std::getenv("POVMESH_MODELS");
     if (folder == nullptr) GTEST_SKIP() << "POVMESH_MODELS names no folder of models";

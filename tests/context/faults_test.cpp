@@ -18,8 +18,8 @@ std::atomic<std::int64_t> live_blocks = 0;
 
 }  // namespace
 
-// clang's ThreadSanitizer brings an allocator that cannot be replaced: there only what is charged is
-// counted and fails.
+// clang's ThreadSanitizer brings an allocator that cannot be replaced: there only what is charged
+// is counted and fails.
 #if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
 #define POVMESH_TEST_KEEPS_ALLOCATOR

@@ -15,11 +15,17 @@ static void check(int is_right, const char* what) {
 }
 
 /* Functions of the loaded library, with the types that the headers give them. */
-#define EACH_FUNCTION(DO)                                                                    \
-    DO(povmesh_context_create)                                                               \
-    DO(povmesh_context_destroy)                                                              \
-    DO(povmesh_read_file) DO(povmesh_repair) DO(povmesh_write_file) DO(povmesh_mesh_release) \
-        DO(importFile) DO(meshReduceFromData) DO(modelRepair64) DO(freeAllArray)
+#define EACH_FUNCTION(DO)       \
+    DO(povmesh_context_create)  \
+    DO(povmesh_context_destroy) \
+    DO(povmesh_read_file)       \
+    DO(povmesh_repair)          \
+    DO(povmesh_write_file)      \
+    DO(povmesh_mesh_release)    \
+    DO(importFile)              \
+    DO(meshReduceFromData)      \
+    DO(modelRepair64)           \
+    DO(freeAllArray)
 #define DECLARE(name) static __typeof__(&name) name##_;
 #define FIND(name) name##_ = (__typeof__(&name))(void*)GetProcAddress(library, #name);
 
