@@ -167,7 +167,10 @@ private:
             const NearestPoint seen = nearest_.find(p);
             const Vec3d out = p - seen.point;
             const bool is_outside = dot(out, unit_normal(whole_, seen.face)) > 0;
-            if (is_outside && dot(out, own) >= 0) sum = sum + out / length(out);
+            if (!is_outside) continue;
+            const Vec3d direction = out / length(out);
+            // Along a face around the edge they are at right angles but for rounding.
+            if (dot(direction, own) >= -1e-6) sum = sum + direction;
         }
         const double size = length(sum);
         return size > 0 ? sum / size : own;
