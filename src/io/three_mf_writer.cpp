@@ -96,6 +96,7 @@ public:
     }
 
     void put(std::string_view text) {
+        if (text.empty()) return;  // with no bytes behind it, either
         std::memcpy(bytes_.data() + used_, text.data(), text.size());
         used_ += text.size();
     }
