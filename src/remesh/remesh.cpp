@@ -107,8 +107,7 @@ Array<float> lengths_of_parts(const Array<std::uint32_t>& owners, std::span<cons
 
 class Driver {
 public:
-    Driver(const TriMesh& mesh, BaseSurface base, const RemeshOptions& options,
-           std::span<const float> face_lengths)
+    Driver(BaseSurface base, const RemeshOptions& options, std::span<const float> face_lengths)
         : options_(options),
           start_(std::move(base.surface)),
           base_(start_.plain_mesh([](std::size_t) { return true; })),
@@ -116,7 +115,7 @@ public:
           tree_(base_),
           asked_(base_, face_lengths_),
           field_(asked_),
-          review_(mesh, base_, tree_, field_),
+          review_(base_, tree_, field_),
           expected_(expected_triangles(base_, face_lengths_)),
           is_kept_(base_.vertices.size(), 0) {
         field_.lower(line_lengths(start_, field_));
@@ -398,7 +397,7 @@ RemeshReport remesh(TriMesh& mesh, const RemeshOptions& options, RunContext& run
     }
     BaseSurface base = make_base_surface(mesh, options.feature_angle, lengths);
     const Array<std::uint32_t> turned = std::move(base.turned);
-    std::optional<TriMesh> found = Driver(mesh, std::move(base), options, lengths).run(report);
+    std::optional<TriMesh> found = Driver(std::move(base), options, lengths).run(report);
     report.is_done = found.has_value();
     if (!found) {
         for (const std::uint32_t f : turned) reverse_winding(mesh.faces[f]);

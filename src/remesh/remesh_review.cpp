@@ -91,13 +91,9 @@ std::vector<SpoiledPlace> slivers_of(const TriMesh& mesh, std::span<const std::u
 
 }  // namespace
 
-RemeshReview::RemeshReview(const TriMesh& model, const TriMesh& original, const NearestFace& tree,
+RemeshReview::RemeshReview(const TriMesh& original, const NearestFace& tree,
                            const SizingField& field)
-    : model_(model),
-      original_(original),
-      tree_(tree),
-      field_(field),
-      normals_(original.vertices.size()) {
+    : original_(original), tree_(tree), field_(field), normals_(original.vertices.size()) {
     asked_.resize(normals_.size());
     for (std::size_t v = 0; v < asked_.size(); ++v) asked_[v] = field.at_vertex(v);
     Poller poller;
@@ -121,7 +117,7 @@ std::vector<SpoiledPlace> RemeshReview::spoiled_places(const TriMesh& made,
                                                        std::span<const std::uint8_t> changed,
                                                        std::span<const SpoiledPlace> before) const {
     std::vector<SpoiledPlace> places;
-    for (const CrossingPlace& place : new_crossing_places(model_, made, changed)) {
+    for (const CrossingPlace& place : new_crossing_places(original_, made, changed)) {
         places.push_back(spoiled_at(place));
     }
     for (const SpoiledPlace& place : new_slivers(made, changed)) places.push_back(place);
@@ -142,7 +138,7 @@ std::vector<SpoiledPlace> RemeshReview::new_slivers(const TriMesh& made,
                                                     std::span<const std::uint8_t> changed) const {
     std::vector<SpoiledPlace> places = slivers_of(made, changed);
     if (places.empty()) return places;
-    std::vector<SpoiledPlace> known = slivers_of(model_, {});
+    std::vector<SpoiledPlace> known = slivers_of(original_, {});
     for (SpoiledPlace& place : known) {
         const NearestPoint found = tree_.find(place.point);
         if (found.is_found()) place.reach += field_.at(found);

@@ -23,13 +23,11 @@ struct SpoiledPlace {
 
 class RemeshReview {
 public:
-    /// Of what is made from `original`, the divided surface of a model, with a tree over it and the
-    /// lengths that are wanted, now as they were asked for; all four must outlive this.
-    RemeshReview(const TriMesh& model, const TriMesh& original, const NearestFace& tree,
-                 const SizingField& field);
+    /// Of what is made from `original`, with a tree over it and the lengths that are wanted, now as
+    /// they were asked for; all three must outlive this.
+    RemeshReview(const TriMesh& original, const NearestFace& tree, const SizingField& field);
 
-    /// Crossings, and faces without a direction, that the model has not near there. The original
-    /// may have some: large faces that nearly touch may cross when they are divided.
+    /// Crossings, and faces without a direction, that the original has not near there.
     ///
     /// @param changed  by face of `made`: not 0 where it is not as it was when `before` was found,
     ///                 which is what there was then; empty: all is new
@@ -51,7 +49,6 @@ private:
     std::vector<SpoiledPlace> new_slivers(const TriMesh& made,
                                           std::span<const std::uint8_t> changed) const;
 
-    const TriMesh& model_;
     const TriMesh& original_;
     const NearestFace& tree_;
     const SizingField& field_;
