@@ -49,19 +49,15 @@ void PlaceMask::add(const Box3d& box) {
 
 // Running sums along each axis in turn.
 void PlaceMask::sum_up() {
-    for (std::size_t i = 0; i < sums_.size(); i += kSide + 1) {
-        for (std::size_t x = 1; x <= kSide; ++x) sums_[i + x] += sums_[i + x - 1];
-    }
-    for (const std::size_t step : {kSide + 1, (kSide + 1) * (kSide + 1)}) {
-        const std::size_t layer = step * (kSide + 1);
-        for (std::size_t first = 0; first < sums_.size(); first += layer) {
-            for (std::size_t i = first + step; i < first + layer; ++i) sums_[i] += sums_[i - step];
+    constexpr std::array<std::size_t, 3> kSteps = {1, kSide + 1, (kSide + 1) * (kSide + 1)};
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        for (std::size_t i = 0; i < sums_.size(); ++i) {
+            if (i / kSteps[axis] % (kSide + 1) != 0) sums_[i] += sums_[i - kSteps[axis]];
         }
     }
 }
 
 void PlaceMask::finish() {
-    if (count_ == 0) return;
     sum_up();
     // The marks move up by a cell along each axis: an entry is then the sum of the cells below it.
     for (std::size_t z = kSide + 1; z-- > 0;) {
@@ -76,7 +72,6 @@ void PlaceMask::finish() {
 }
 
 bool PlaceMask::meets(const Box3d& box) const {
-    if (count_ == 0) return false;
     std::int32_t marked = 0;
     visit_corners(cell_of(box.low), cell_of(box.high),
                   [&](std::size_t place, std::int32_t sign) { marked -= sign * sums_[place]; });

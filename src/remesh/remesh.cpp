@@ -19,7 +19,6 @@
 #include "remesh/remesh_review.h"
 #include "remesh/remesher.h"
 #include "remesh/sizing_field.h"
-#include "remesh/transplant.h"
 #include "spatial/nearest_face.h"
 
 namespace povmesh {
@@ -34,15 +33,6 @@ constexpr double kMostOfExpected = 4;
 constexpr int kRefinements = 6;
 constexpr int kKeeps = 6;
 constexpr int kMends = 2;
-
-// Rounds after which it shows what crosses, and the share as above of what is kept then.
-constexpr int kFirstRounds = 2;
-constexpr double kFewSpoiled = 0.02;
-
-// Trials of putting the original back, and how far around it the surface is cut, as a share of the
-// length.
-constexpr int kRestores = 3;
-constexpr double kMargin = 0.4;
 
 // Runs in a row that may come out without a tenth less spoiled than the best.
 constexpr int kMostWithoutGain = 2;
@@ -123,8 +113,7 @@ public:
 
     /// Nothing where all that was tried spoils something.
     std::optional<TriMesh> run(RemeshReport& report) {
-        run_first();
-        restore_originals();
+        run_once();
         std::size_t fewest = spoiled_.size();
         int without_gain = 0;
         for (int i = 0; i < kRefinements && without_gain < kMostWithoutGain && refine(i, report);
@@ -133,10 +122,10 @@ public:
             without_gain = 10 * spoiled_.size() < 9 * fewest ? 0 : without_gain + 1;
             fewest = std::min(fewest, spoiled_.size());
         }
-        restore_originals();
         double factor = 1;
         for (int i = 0; i < kKeeps && !spoiled_.empty(); ++i, factor *= kNextKeep) {
-            keep_near_spoiled(factor);
+            const Array<std::uint8_t> near = review_.vertices_near(spoiled_, factor);
+            for (std::size_t v = 0; v < near.size(); ++v) is_kept_[v] |= near[v];
             run_once();
             mend(report);
         }
@@ -146,39 +135,14 @@ public:
             return std::nullopt;
         }
         count_kept(report);
-        tell_evenness(report);
+        const Remesher::Evenness evenness = remesher_->evenness(asked_);
+        report.even_share = evenness.of_asked;
+        report.even_share_of_local = evenness.of_wanted;
         return std::move(made_);
     }
 
 private:
     void run_once() {
-        begin();
-        remesher_->run_rounds(options_.rounds);
-        finish();
-    }
-
-    // What crosses at the end mostly does so after two rounds. On a large model, where it is but
-    // little, the faces there are kept then, and only those rounds are run again.
-    void run_first() {
-        begin();
-        const int rounds = std::min(kFirstRounds, options_.rounds);
-        remesher_->run_rounds(rounds);
-        if (is_large()) {
-            made_ = remesher_->result();
-            spoiled_ = review_.spoiled_places(made_);
-            if (!spoiled_.empty() && is_little(review_.vertices_near(spoiled_, 1), kFewSpoiled)) {
-                keep_near_spoiled(1);
-                begin();
-                remesher_->run_rounds(rounds);
-            }
-        }
-        remesher_->run_rounds(options_.rounds - rounds);
-        finish();
-    }
-
-    void begin() {
-        restored_.clear();
-        is_replaced_.clear();
         HalfEdgeMesh surface = start_;
         for (std::uint32_t t = 0; t < surface.triangles.size(); ++t) {
             if (is_kept(surface.triangles[t])) keep(surface, t);
@@ -187,17 +151,9 @@ private:
             kMostOfExpected * (expected_ + static_cast<double>(surface.triangles.size()));
         remesher_.emplace(start_, tree_, field_, std::move(surface),
                           saturate_to<std::size_t>(most));
-    }
-
-    void finish() {
-        remesher_->finish();
+        remesher_->run(options_.rounds);
         made_ = remesher_->result();
         spoiled_ = review_.spoiled_places(made_);
-    }
-
-    void keep_near_spoiled(double factor) {
-        const Array<std::uint8_t> near = review_.vertices_near(spoiled_, factor);
-        for (std::size_t v = 0; v < near.size(); ++v) is_kept_[v] |= near[v];
     }
 
     // Makes edges shorter around what is spoiled, and leaves all else as it is: for a twentieth of
@@ -223,33 +179,6 @@ private:
             report.shortened += shortened;
         else
             field_.restore(before);
-    }
-
-    // Puts the original back around what is spoiled, where that is but little; else runs that keep
-    // it from the beginning leave a better surface around it.
-    void restore_originals() {
-        double factor = 1;
-        for (int i = 0; i < kRestores && !spoiled_.empty(); ++i, factor *= kNextKeep) {
-            const Array<std::uint8_t> near = review_.vertices_near(spoiled_, factor);
-            if (!is_little(near)) return;
-            Array<std::uint8_t> takes(start_.triangles.size());
-            double greatest = 0;
-            for (std::size_t t = 0; t < takes.size(); ++t) {
-                const std::array<std::int32_t, 3>& v = start_.triangles[t];
-                takes[t] = near[index(v[0])] | near[index(v[1])] | near[index(v[2])];
-            }
-            for (std::size_t v = 0; v < near.size(); ++v) {
-                if (near[v] != 0) greatest = std::max(greatest, field_.at_vertex(v));
-            }
-            std::optional<Transplant> done = transplant(start_, tree_, remesher_->surface(),
-                                                        std::move(takes), kMargin * greatest);
-            if (!done) continue;
-            if (!review_.spoiled_places(done->mesh, done->is_changed, spoiled_).empty()) continue;
-            made_ = std::move(done->mesh);
-            restored_ = std::move(done->kept);
-            is_replaced_ = std::move(done->is_removed);
-            spoiled_.clear();
-        }
     }
 
     bool is_kept(const std::array<std::int32_t, 3>& vertices) const {
@@ -293,11 +222,10 @@ private:
         return true;
     }
 
-    bool is_large() const { return base_.faces.size() > kLarge; }
-
-    bool is_little(const Array<std::uint8_t>& near, double most = kLeastSpoiled) const {
+    bool is_little(const Array<std::uint8_t>& near) const {
         const auto count = static_cast<double>(std::count(near.begin(), near.end(), 1));
-        return is_large() && count < most * static_cast<double>(made_.faces.size());
+        return base_.faces.size() > kLarge &&
+               count < kLeastSpoiled * static_cast<double>(made_.faces.size());
     }
 
     // Around what is spoiled, and all along a wall or a gap there that is thinner than an edge.
@@ -337,28 +265,10 @@ private:
     static std::size_t index(std::int32_t v) { return static_cast<std::size_t>(v); }
 
     void count_kept(RemeshReport& report) const {
-        Array<std::uint8_t> is_restored(start_.triangles.size(), 0);
-        for (const std::uint32_t t : restored_) is_restored[t] = 1;
         for (std::size_t t = 0; t < start_.triangles.size(); ++t) {
-            if (is_restored[t] == 0 && !is_kept(start_.triangles[t])) continue;
+            if (!is_kept(start_.triangles[t])) continue;
             if (report.kept_faces++ == 0) report.kept_at = start_.position(start_.triangles[t][0]);
         }
-    }
-
-    void tell_evenness(RemeshReport& report) const {
-        Remesher::Evenness evenness = remesher_->evenness(asked_, is_replaced_);
-        for (const std::uint32_t t : restored_) {
-            for (std::uint32_t h = 3 * t; h < 3 * t + 3; ++h) {
-                const std::size_t a = index(start_.origin(h));
-                const std::size_t b = index(start_.target(h));
-                evenness.add(std::sqrt(start_.squared_length(h)),
-                             0.5 * (asked_.at_vertex(a) + asked_.at_vertex(b)),
-                             0.5 * (field_.at_vertex(a) + field_.at_vertex(b)));
-            }
-        }
-        if (!(evenness.count > 0)) return;
-        report.even_share = evenness.of_asked / evenness.count;
-        report.even_share_of_local = evenness.of_wanted / evenness.count;
     }
 
     const RemeshOptions& options_;
@@ -376,8 +286,6 @@ private:
     std::vector<SpoiledPlace> spoiled_;
     std::optional<WallLengths> walls_;  // when needed
     Array<std::uint8_t> is_kept_;       // by vertex
-    Array<std::uint32_t> restored_;     // triangles put back at the end
-    Array<std::uint8_t> is_replaced_;   // by triangle of the surface, where they are
 };
 
 }  // namespace

@@ -107,9 +107,8 @@ Remesher::Remesher(const HalfEdgeMesh& original, const NearestFace& tree, const 
     }
 }
 
-void Remesher::run_rounds(int rounds) {
-    if (!is_begun_ && should_collapse_first()) collapse_short_edges();
-    is_begun_ = true;
+void Remesher::run(int rounds) {
+    if (should_collapse_first()) collapse_short_edges();
     for (int round = 0; round < rounds; ++round) {
         split_long_edges();
         order_in_space();
@@ -118,9 +117,6 @@ void Remesher::run_rounds(int rounds) {
         relax();
         relax();
     }
-}
-
-void Remesher::finish() {
     mend_small_angles();
     fit_to_volume();
 }
@@ -146,7 +142,8 @@ void Remesher::refine() {
         relax();
         relax();
     }
-    finish();
+    mend_small_angles();
+    fit_to_volume();
 }
 
 Array<std::uint8_t> Remesher::changed_faces() const {
@@ -178,8 +175,7 @@ TriMesh Remesher::result() const {
     return surface_.plain_mesh([](std::size_t) { return true; });
 }
 
-Remesher::Evenness Remesher::evenness(const SizingField& asked,
-                                      std::span<const std::uint8_t> is_left_out) const {
+Remesher::Evenness Remesher::evenness(const SizingField& asked) const {
     Array<double> lengths(surface_.positions.size(), 0);
     parallel_for(lengths.size(), [&](std::size_t v) {
         if (surface_.starts[v] == HalfEdgeMesh::kNone) return;
@@ -189,23 +185,20 @@ Remesher::Evenness Remesher::evenness(const SizingField& asked,
         lengths[v] = asked.at(there);
     });
     Evenness found;
+    double count = 0;
+    const auto is_even = [](double share) { return share >= kLeastEven && share <= kMostEven; };
     for (std::uint32_t h = 0; h < surface_.opposites.size(); ++h) {
         poll_at(h);
-        if (surface_.is_gone(h / 3) || (!is_left_out.empty() && is_left_out[h / 3] != 0)) continue;
+        if (surface_.is_gone(h / 3)) continue;
+        const double l = kAim * std::sqrt(surface_.squared_length(h));
         const double of_asked =
             0.5 * (lengths[index(surface_.origin(h))] + lengths[index(surface_.target(h))]);
-        found.add(std::sqrt(surface_.squared_length(h)), of_asked, length_at(h));
+        found.of_asked += is_even(l / of_asked) ? 1 : 0;
+        found.of_wanted += is_even(l / length_at(h)) ? 1 : 0;
+        count += 1;
     }
-    return found;
-}
-
-void Remesher::Evenness::add(double length, double asked, double wanted) {
-    const auto is_even = [&](double of) {
-        return kAim * length >= kLeastEven * of && kAim * length <= kMostEven * of;
-    };
-    of_asked += is_even(asked) ? 1 : 0;
-    of_wanted += is_even(wanted) ? 1 : 0;
-    count += 1;
+    if (!(count > 0)) return found;
+    return {found.of_asked / count, found.of_wanted / count};
 }
 
 double Remesher::length_at(std::uint32_t h) const {

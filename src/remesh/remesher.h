@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
 #include <utility>
 #include <vector>
 
@@ -29,29 +28,19 @@ public:
     Remesher(const HalfEdgeMesh& original, const NearestFace& tree, const SizingField& field,
              HalfEdgeMesh surface, std::size_t most_triangles);
 
-    /// Some rounds of all steps; more may follow.
-    void run_rounds(int rounds);
-
-    /// What comes once after the last round.
-    void finish();
+    void run(int rounds);
 
     /// Where lengths in the field were lowered since, makes the edges as short as that, and leaves
     /// everything else as it is.
     void refine();
 
-    const HalfEdgeMesh& surface() const { return surface_; }
-
-    /// How many of the edges are within 0.6 to 1.6 of a length; those of two faces count twice.
+    /// How many of the edges are within 0.6 to 1.6 of a length, as shares; those of two faces count
+    /// twice.
     struct Evenness {
-        double count = 0;      // of all
         double of_asked = 0;   // of the length in `asked`
         double of_wanted = 0;  // of what was wanted where they are
-
-        void add(double length, double asked, double wanted);
     };
-
-    /// @param is_left_out  not 0 for triangles of the surface that are not looked at; empty: none
-    Evenness evenness(const SizingField& asked, std::span<const std::uint8_t> is_left_out) const;
+    Evenness evenness(const SizingField& asked) const;
 
     /// White and without labels; its faces are the live triangles in their order.
     TriMesh result() const;
@@ -128,7 +117,6 @@ private:
     Array<double> lengths_;          // wanted at each vertex
     Array<std::uint32_t> sources_;   // a face of the original near each vertex
     Array<std::uint8_t> is_active_;  // by vertex: it may change; empty: all may
-    bool is_begun_ = false;          // a round has been run
     Array<Vec3d> old_positions_;     // before the step at hand
     Array<double> old_places_;
     Array<double> new_places_;
