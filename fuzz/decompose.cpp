@@ -2,6 +2,7 @@
 // hollow, with raw triangles of any bits among them. Parts must fit or be told as too large; those
 // of whole models must be closed and add up, and the planes of a search must give them again.
 #include "decompose/decompose.h"
+#include "bytes.h"
 
 #include <algorithm>
 #include <array>
@@ -22,29 +23,6 @@ namespace {
 
 using namespace povmesh;
 
-class Bytes {
-public:
-    Bytes(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
-    std::size_t left() const { return size_; }
-    std::uint8_t next() {
-        if (size_ == 0) return 0;
-        --size_;
-        return *data_++;
-    }
-    float step() { return static_cast<float>(next() % 16); }
-    float any() {
-        std::uint32_t bits = 0;
-        for (int i = 0; i < 4; ++i) bits = bits << 8 | next();
-        float number = 0;
-        std::memcpy(&number, &bits, sizeof(number));
-        return number;
-    }
-
-private:
-    const std::uint8_t* data_;
-    std::size_t size_;
-};
-
 struct Model {
     TriMesh mesh;
     bool is_whole = true;  // boxes alone
@@ -56,9 +34,9 @@ Model model_of(Bytes& bytes) {
     for (int part = 0; part < 8 && bytes.left() != 0; ++part) {
         const std::uint8_t kind = bytes.next();
         if (kind < 220) {
-            Vec3f low{bytes.step(), bytes.step(), bytes.step()};
-            const Vec3f high{low.x + 1 + bytes.step(), low.y + 1 + bytes.step(),
-                             low.z + 1 + bytes.step()};
+            Vec3f low{bytes.step(1, 16), bytes.step(1, 16), bytes.step(1, 16)};
+            const Vec3f high{low.x + 1 + bytes.step(1, 16), low.y + 1 + bytes.step(1, 16),
+                             low.z + 1 + bytes.step(1, 16)};
             const shapes::SoupVector box = shapes::box(low, high);
             shapes::append(soup, box);
             if (kind % 4 != 0) continue;
@@ -67,7 +45,8 @@ Model model_of(Bytes& bytes) {
             shapes::append(soup, shapes::turned(shapes::box(low + inset, high - inset)));
         } else {
             model.is_whole = false;
-            for (int i = 0; i < 9; ++i) soup.push_back(kind < 250 ? bytes.step() : bytes.any());
+            for (int i = 0; i < 9; ++i)
+                soup.push_back(kind < 250 ? bytes.step(1, 16) : bytes.any());
         }
     }
     model.mesh = shapes::mesh_of(soup);
@@ -106,7 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Bytes bytes(data, size);
     const std::uint8_t setting = bytes.next();
     const auto length = [&] {
-        return static_cast<double>(setting % 16 == 15 ? bytes.any() : 1 + bytes.step());
+        return static_cast<double>(setting % 16 == 15 ? bytes.any() : 1 + bytes.step(1, 16));
     };
     DecomposeOptions options;
     options.size.x = length();

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <vector>
 
+#include "bytes.h"
 #include "design/lampshade.h"
 #include "mesh/build_f.h"
 #include "mesh/compact.h"
@@ -20,29 +21,6 @@
 namespace {
 
 using namespace povmesh;
-
-class Bytes {
-public:
-    Bytes(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
-    std::size_t left() const { return size_; }
-    std::uint8_t next() {
-        if (size_ == 0) return 0;
-        --size_;
-        return *data_++;
-    }
-    float step(float size) { return size * static_cast<float>(next() % 32); }
-    float any() {
-        std::uint32_t bits = 0;
-        for (int i = 0; i < 4; ++i) bits = bits << 8 | next();
-        float number = 0;
-        std::memcpy(&number, &bits, sizeof(number));
-        return number;
-    }
-
-private:
-    const std::uint8_t* data_;
-    std::size_t size_;
-};
 
 // Twelve triangles, wound outward unless a size is 0, sheared along x and tapered.
 void add_box(Bytes& bytes, std::vector<float>& soup) {

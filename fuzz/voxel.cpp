@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "bytes.h"
 #include "design/hollow.h"
 #include "helpers/reference.h"
 #include "mesh/build_f.h"
@@ -19,21 +20,6 @@
 namespace {
 
 using namespace povmesh;
-
-class Bytes {
-public:
-    Bytes(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
-    bool is_empty() const { return size_ == 0; }
-    std::uint8_t next() {
-        if (size_ == 0) return 0;
-        --size_;
-        return *data_++;
-    }
-
-private:
-    const std::uint8_t* data_;
-    std::size_t size_;
-};
 
 struct Job {
     RunLog log;
@@ -67,7 +53,7 @@ TriMesh mesh_of(Bytes& bytes, bool has_both_sides) {
     const float unit = bytes.next() % 2 == 0 ? 0.5F : 1.3F;
     std::vector<float> soup;
     constexpr std::size_t kMostTriangles = 20;
-    while (!bytes.is_empty() && soup.size() < kMostTriangles * 9) {
+    while (bytes.left() != 0 && soup.size() < kMostTriangles * 9) {
         soup.push_back(unit * static_cast<float>(bytes.next() % side));
     }
     soup.resize(soup.size() / 9 * 9);
