@@ -37,6 +37,17 @@ inline OptionSpec piece_format() {
             .help = "Format to write, by default that of IN, and that of IN when it is -"};
 }
 
+inline OptionSpec peg_radius() {
+    return {.name = "--peg-radius",
+            .type = ValueType::Number,
+            .placeholder = "RADIUS",
+            .unit = "units of the file",
+            .default_value = "2",
+            .low = 0,
+            .high = kNoLimit,
+            .help = "Radius of the pegs, which are up to twice as long"};
+}
+
 inline OptionSpec json_object() {
     return {.name = "--json", .help = "Print one JSON object"};
 }
