@@ -15,6 +15,7 @@
 #include <sstream>
 #include <thread>
 
+#include "context/frame.h"
 #include "operations.h"
 
 extern "C" int count_padded_structs(void);
@@ -35,6 +36,20 @@ protected:
     povmesh_context* context_ = make_context(2);
     povmesh_mesh* box_ = make_mesh(context_, shapes::box({0, 0, 0}, {20, 10, 5}));
 };
+
+// clang cannot clear the holes between members.
+#if defined(__GNUC__) && !defined(__clang__)
+TEST(Reports, HoldNothingOfTheStack) {
+    povmesh_distance_report full;
+    std::memset(static_cast<void*>(&full), 0xFF, sizeof full);
+    povmesh_distance_report report{};
+    report.size = sizeof report;
+    context::write_report(&report, full);
+    std::uint32_t hole = 1;
+    std::memcpy(&hole, reinterpret_cast<const char*>(&report) + sizeof report.size, sizeof hole);
+    EXPECT_EQ(hole, 0U);
+}
+#endif
 
 TEST_F(Context, StructsCanGrowAndOldCompilersTakeTheHeader) {
     EXPECT_EQ(count_padded_structs(), 0);
