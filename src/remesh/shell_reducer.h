@@ -328,7 +328,8 @@ private:
     }
 
     std::uint64_t key_of(std::uint32_t h) const {
-        return std::uint64_t{std::bit_cast<std::uint32_t>(field_.costs[h])} << 32 | shuffled(h);
+        const std::uint32_t cost = std::bit_cast<std::uint32_t>(field_.costs[h]);
+        return std::uint64_t{cost & kCostSteps} << 32 | shuffled(h);
     }
 
     void set_keys(float threshold) {
