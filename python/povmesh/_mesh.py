@@ -481,8 +481,9 @@ class Mesh:
         keep: share of the faces of each shell, 0 to 1. faces: how many shall stay. automatic:
         shells of more than 100,000 faces to these and 30 % of the rest.
 
-        >>> povmesh.load("cat.stl").reduce(faces=5000)
-        <povmesh.Mesh: 5,000 faces, 2,502 vertices, 49.51 x 55.43 x 18.47>
+        >>> smaller = povmesh.load("cat.stl").reduce(faces=5000)
+        >>> len(smaller), smaller.report.ended_by
+        (5000, 'target')
         """
         return self._change(
             "reduce", progress, context, keep=keep, faces=faces, automatic=bool(automatic)
