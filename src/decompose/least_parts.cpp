@@ -78,12 +78,12 @@ public:
     // A face may be far larger than a cell; its inner places are those of the model, too.
     void add_face(const std::array<Vec3d, 3>& p) {
         double longest = 0;
-        for (std::size_t i = 0; i < 3; ++i) {
-            if (!is_finite(p[i])) return;
-            const Vec3d side = difference(p[i], p[(i + 1) % 3]);
-            longest = std::max({longest, side.x, side.y, side.z});
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            const auto [low, high] =
+                std::minmax({along(p[0], axis), along(p[1], axis), along(p[2], axis)});
+            longest = std::max(longest, high - low);
         }
-        if (!(longest > step_)) return;
+        if (!(longest > step_) || !std::all_of(p.begin(), p.end(), is_finite)) return;
         const std::int32_t steps =
             std::min(saturate_to<std::int32_t>(longest / step_) + 1, kMostSteps);
         for (std::int32_t i = 0; i <= steps; ++i) {
@@ -130,11 +130,14 @@ std::size_t least_parts(const TriMesh& model, const PartSize& size, std::size_t&
     }
     if (cells <= 2 || effort == 0) return 2;  // it does not fit
     PointGrid grid(box);
+    std::vector<std::uint8_t> is_added(model.vertices.size(), 0);
     for (const Face& face : model.faces) {
         std::array<Vec3d, 3> corners;
         for (std::size_t i = 0; i < 3; ++i) {
             corners[i] = to_double(model.corner_position(face, i));
-            if (is_finite(corners[i])) grid.add(corners[i]);
+            std::uint8_t& is_known = is_added[static_cast<std::size_t>(face.vertex[i])];
+            if (is_known == 0 && is_finite(corners[i])) grid.add(corners[i]);
+            is_known = 1;
         }
         grid.add_face(corners);
     }
@@ -144,6 +147,8 @@ std::size_t least_parts(const TriMesh& model, const PartSize& size, std::size_t&
     const double slack = 1 - 1e-12;
     std::size_t tests = 0;
     for (const Vec3d& direction : kDirections) {
+        // Points of one slab cell are near each other: there are no more.
+        if (static_cast<double>(most) >= cells) break;
         std::vector<std::pair<double, std::uint32_t>> order;
         for (std::uint32_t i = 0; i < points.size(); ++i) {
             order.emplace_back(dot(points[i], direction), i);
