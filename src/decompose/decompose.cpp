@@ -10,6 +10,7 @@
 #include <tuple>
 #include <utility>
 
+#include "base/heap.h"
 #include "base/timer.h"
 #include "decompose/division_search.h"
 #include "decompose/least_parts.h"
@@ -199,6 +200,7 @@ private:
         const double share = kAllCells / static_cast<double>(models_to_divide_);
         SolidModel solid =
             make_solid(work.model, std::min(options_.search_cells, std::max(share, kFewestCells)));
+        if (work.model.faces.size() > kLargePiece) give_back_freed_memory();
         effort_ -= std::min(effort_, cell_count(solid) / 4);
         DivisionSearch search(std::move(solid), work.size, effort_);
         for (std::size_t i = 0; i < kMostPlans && (i == 0 || faces_to_try_ != 0); ++i) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "base/convert.h"
+#include "base/heap.h"
 #include "mesh/bounds.h"
 #include "mesh/volume.h"
 
@@ -31,6 +32,13 @@ constexpr std::size_t kFacesAShell = 20;
 // highest that there may be.
 constexpr std::array<double, 4> kNextTo = {-0.4, 0.4, -1, 1};
 constexpr double kLeastMove = 1e-3;  // of the largest extent of the piece
+
+// Pieces of a smaller share of the model leave no gaps worth the time.
+constexpr std::size_t kLargeShare = 4;
+
+std::size_t least_large_piece(const TriMesh& model) {
+    return std::max(kLargePiece, model.faces.size() / kLargeShare);
+}
 
 double largest(const Box3d& box) {
     const Vec3d extent = box.extent();
@@ -138,7 +146,9 @@ protected:
 
     // What is divided, or measured, need not be there while others are.
     void let_go(TriMesh& piece) const {
+        const bool is_large = piece.faces.size() >= large_;
         if (&piece != &model_ || order_.keeps_meshes) piece = {};
+        if (is_large && !order_.keeps_meshes) give_back_freed_memory();
     }
 
     void leave(std::uint32_t number) {
@@ -168,6 +178,7 @@ private:
     }
 
     std::optional<EdgeMates> mates_;  // of the model, for the first cut
+    std::size_t large_ = least_large_piece(model_);
 };
 
 class EvenWalk : public Walk {
@@ -423,6 +434,7 @@ public:
     std::vector<TriMesh> parts;
 
     void run(TriMesh model) {
+        const std::size_t large = least_large_piece(model);
         std::vector<std::pair<TriMesh, std::uint32_t>> waiting;
         waiting.emplace_back(std::move(model), 0);
         while (!waiting.empty()) {
@@ -442,6 +454,9 @@ public:
                 next = division_.pieces[next].end;
             }
             std::reverse(waiting.begin() + static_cast<std::ptrdiff_t>(first), waiting.end());
+            if (piece.faces.size() < large) continue;
+            piece = {};
+            give_back_freed_memory();
         }
     }
 

@@ -42,6 +42,9 @@ struct DivisionOrder {
     std::size_t* effort = nullptr;
 };
 
+/// Arrays of so many faces leave gaps in memory that are worth the time to give them back.
+constexpr std::size_t kLargePiece = 60'000;
+
 Box3d box_of(const TriMesh& mesh);
 
 /// The planes between equal slabs of a box, across z from below, then y, then x.
