@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "context/frame.h"
+#include "io/three_mf.h"
 #include "operations.h"
 
 extern "C" int count_padded_structs(void);
@@ -50,6 +51,40 @@ TEST(Reports, HoldNothingOfTheStack) {
     EXPECT_EQ(hole, 0U);
 }
 #endif
+
+TEST_F(Context, CavitiesBelongToTheObjectsOfA3mfFileThatTheyLieIn) {
+    shapes::SoupVector pair = shapes::box({0, 0, 0}, {20, 20, 20});
+    shapes::append(pair, shapes::box({40, 0, 0}, {60, 20, 20}));
+    TriMesh mesh = shapes::mesh_of(pair);
+    for (std::size_t f = 0; f < mesh.faces.size(); ++f) mesh.faces[f].label = f < 12 ? 0 : 1;
+    ThreeMfContent content;
+    content.bodies = {"left", "right"};
+    content.labels = {{0, -1}, {1, -1}};
+    struct Sink final : ByteSink {
+        Status write(std::span<const char> piece) override {
+            bytes.append(piece.data(), piece.size());
+            return {};
+        }
+        Status commit() override { return {}; }
+        std::string bytes;
+    } sink;
+    ASSERT_TRUE(write_three_mf(mesh, content, {}, "pair.3mf", sink).ok());
+    povmesh_mesh* read = nullptr;
+    ASSERT_EQ(povmesh_read_memory(context_, sink.bytes.data(), sink.bytes.size(), nullptr, &read,
+                                  nullptr),
+              POVMESH_OK);
+    povmesh_hollow_options options = povmesh_hollow_defaults();
+    options.thickness = 2;
+    povmesh_mesh* hollowed = nullptr;
+    ASSERT_EQ(povmesh_hollow(context_, read, &options, &hollowed, nullptr), POVMESH_OK);
+    EXPECT_TRUE(keeps_bodies(hollowed->mesh, content));
+    for (const Face& face : hollowed->mesh.faces) {
+        const float x = hollowed->mesh.corner_position(face, 0).x;
+        EXPECT_EQ(face.label, x < 30 ? 0 : 1);
+    }
+    povmesh_mesh_release(read);
+    povmesh_mesh_release(hollowed);
+}
 
 TEST_F(Context, StructsCanGrowAndOldCompilersTakeTheHeader) {
     EXPECT_EQ(count_padded_structs(), 0);
