@@ -368,6 +368,40 @@ TEST_F(BytesOfTheTool, OfAFlawedModel) {
     povmesh_free(png);
 }
 
+// The face at the slit would bend by its width, into a body that lies closer beneath it; so the slit
+// gets a face of its own. The tool counts crossings before and after, the library looks only where
+// something is new.
+TEST_F(BytesOfTheTool, OfASlitThatWouldBendAFaceIntoAnotherBody) {
+    const Vec3f a{0, 0, 0}, b{100, 0, 0}, c{50, 100, 0}, d{50, 30, -100}, on_edge{50, 0, -0.006F};
+    const Vec3f p{49, 4, -0.001F}, q{51, 4, -0.001F}, r{50, 6, -0.001F}, s{50, 5, -3};
+    shapes::SoupVector soup = shapes::sphere(12, 3);
+    shapes::move(soup, {500, 0, 0});
+    for (const auto& face : std::vector<std::array<Vec3f, 3>>{{a, b, c},
+                                                              {a, d, on_edge},
+                                                              {on_edge, d, b},
+                                                              {b, d, c},
+                                                              {c, d, a},
+                                                              {p, q, r},
+                                                              {p, s, q},
+                                                              {q, s, r},
+                                                              {r, s, p}}) {
+        for (const Vec3f& corner : face) soup.insert(soup.end(), {corner.x, corner.y, corner.z});
+    }
+    for (const bool is_alone : {false, true}) {
+        if (is_alone) soup.resize(soup.size() - 4 * 9);
+        use(soup);
+        povmesh_mesh* made = nullptr;
+        ASSERT_EQ(povmesh_repair(context_, mesh_, nullptr, &made, nullptr), POVMESH_OK);
+        povmesh_check_report found{};
+        found.size = sizeof found;
+        ASSERT_EQ(povmesh_check(context_, made, nullptr, nullptr, &found), POVMESH_OK);
+        EXPECT_EQ(found.degenerate_faces, is_alone ? 0U : 1U);
+        EXPECT_EQ(found.self_intersections, 0U);
+        compare_mesh("repair -o " + out_, made, out_);
+        povmesh_mesh_release(made);
+    }
+}
+
 TEST_F(BytesOfTheTool, OfASoundModel) {
     use(shapes::sphere(12, 3));
     const povmesh_drain drain = {{0, 0, -12}, 2};
