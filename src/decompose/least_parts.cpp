@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 
 namespace povmesh {
@@ -130,7 +131,9 @@ std::size_t least_parts(const TriMesh& model, const PartSize& size, std::size_t&
     }
     if (cells <= 2 || effort == 0) return 2;  // it does not fit
     PointGrid grid(box);
+    Poller poller;
     for (const Face& face : model.faces) {
+        poller();
         std::array<Vec3d, 3> corners;
         for (std::size_t i = 0; i < 3; ++i) {
             corners[i] = to_double(model.corner_position(face, i));
