@@ -9,6 +9,7 @@
 
 #include "base/convert.h"
 #include "base/heap.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 #include "mesh/volume.h"
 
@@ -50,7 +51,9 @@ double area_on(const TriMesh& mesh, const DividingPlane& plane, double on_level)
     const auto offset = static_cast<double>(plane.offset);
     const double reach = on_level + 1e-6 * std::abs(offset);
     double twice = 0;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         std::array<Vec3d, 3> p;
         std::size_t on = 0;
         while (on < 3) {
