@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "job/numbers.h"
 #include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
@@ -59,11 +60,14 @@ void measure(const TriMesh& mesh, Findings& findings) {
 }
 
 void count_misplaced(const TriMesh& mesh, FlawFinding& misplaced) {
+    Poller poller;
     for (const Vertex& vertex : mesh.vertices) {
+        poller();
         if (!is_finite(vertex.position())) ++misplaced.count;
     }
     if (misplaced.count == 0) return;
     for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) {
+        poll_at(face);
         for (std::size_t c = 0; c < 3; ++c) {
             const Vec3f position = mesh.corner_position(mesh.faces[face], c);
             if (!is_finite(position)) list_face(misplaced, face);
@@ -84,6 +88,7 @@ void count_edges(const TriMesh& mesh, const EdgeMates& mates, Findings& findings
                   (corner(mesh, face, edge) + corner(mesh, face, next_corner(edge))) / 2.0);
     };
     for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) {
+        poll_at(face);
         bool is_open = false;
         bool is_non_manifold = false;
         for (std::size_t edge = 0; edge < 3; ++edge) {
@@ -164,6 +169,7 @@ void judge_windings(const TriMesh& mesh, const EdgeMates& mates, Findings& findi
     findings.detected.inverted = static_cast<std::uint32_t>(orientation.turned_count);
     faces.inverted.clear();
     for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) {
+        poll_at(face);
         if (orientation.turned[face] != 0) faces.inverted.push_back(face);
     }
     FlawFinding& inside_out = findings[Flaw::InsideOutShells];

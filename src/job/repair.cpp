@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "base/poll.h"
 #include "io/file.h"
 #include "job/numbers.h"
 #include "mesh/append_mesh.h"
@@ -90,7 +91,9 @@ std::vector<TriMesh> labelled_bodies(const LoadedModel& model) {
     const Array<std::uint32_t> order = three_mf_order(model.mesh, model.extras.package);
     std::size_t next = 0;
     for (TriMesh& body : bodies) {
+        Poller poller;
         for (Face& face : body.faces) {
+            poller();
             const Face& from = model.mesh.faces[order[next++]];
             face.label = from.label;
             for (std::size_t c = 0; c < 3; ++c) {

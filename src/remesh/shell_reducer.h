@@ -53,14 +53,18 @@ public:
         if (!field.strayed.empty()) diagonal_ = find_diagonal();
     }
 
-    /// Collapses edges until `to_delete` faces are gone, or none may go any more.
-    ShellTally run(std::size_t to_delete) {
+    /// Collapses edges until `to_delete` faces are gone, or none may go any more. Calls `tell` with
+    /// as many as went in each round.
+    template <typename Tell>
+    ShellTally run(std::size_t to_delete, const Tell& tell) {
         std::size_t live_at_start = live_;  // of the sweep: until nothing is left to collapse
         evaluate_all();
         while (tally_.deleted < to_delete) {
             const std::size_t wanted = (to_delete - tally_.deleted + 1) / 2;
+            const std::size_t before = tally_.deleted;
             const bool has_picked = round(wanted);
             ++tally_.rounds;
+            tell(tally_.deleted - before);
             if (live_ * 4 < (end_ - begin_) * 3) pack();
             // Edges that were picked and turned down are out of the way of others.
             if (has_picked) continue;

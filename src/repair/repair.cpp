@@ -169,6 +169,7 @@ private:
         label_again();
         const TurnedFaces orientation = find_orientation(mesh_, *mates_, options_.keep_cavities);
         for (std::size_t face = 0; face < mesh_.faces.size(); ++face) {
+            poll_at(face);
             if (orientation.turned[face] != 0) reverse_winding(mesh_.faces[face]);
         }
         for (std::size_t shell = 0; shell < mesh_.shells.size(); ++shell) {

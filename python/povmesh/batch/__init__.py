@@ -87,6 +87,12 @@ def _steps_of(recipe: Recipe, tool: str) -> List[Dict[str, Any]]:
             line = checked.stderr.strip().removeprefix("povmesh: ").replace(file.name, name)
             raise ValueError(line or f"{name}: no recipe")
     steps: List[Dict[str, Any]] = json.loads(text)
+    operation = steps[-1]["operation"]
+    if operation in ("cut", "decompose", "split") and not steps[-1].get("preview"):
+        raise ValueError(
+            f"{name}: step {len(steps)} ({operation}): makes several models; a batch makes one of"
+            " each file"
+        )
     for step in steps:
         for key in READ:
             if isinstance(step.get(key), str):
