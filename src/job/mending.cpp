@@ -152,7 +152,7 @@ Mending mend(TriMesh& mesh, RepairOptions options, const Findings& before,
         // Turning makes nothing worse.
         if (!has_new_faces && report.removed_duplicates == 0) return {};
         Findings& after = mending.after.emplace(examine(mended, {}, SelfIntersectionSearch::Never));
-        if (has_new_faces && meets_at_new_faces(mesh, mended, report.sources)) {
+        if (meets_at_new_faces(mesh, mended, report.sources)) {
             count_self_intersections(mended, SelfIntersectionSearch::Always, after);
             if (!known.has_self_intersection_count) {
                 count_self_intersections(mesh, SelfIntersectionSearch::Always, known);
