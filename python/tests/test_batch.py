@@ -196,10 +196,10 @@ def test_ctrl_c_ends_the_models_and_keeps_the_rows(faulty_tool):
         (["cat.stl"], [{"operation": "repair", "sharp": 1}], {}, "sharp"),
         (["cat.stl"], [{"operation": "reduce", "keep": "half"}], {}, "keep"),
         (["cat.stl"], [], {}, "recipe"),
-        (["cat.stl"], [{"operation": "split"}], {}, "several models"),
         (["in/a.stl", "in/a.obj"], RECIPE, {"format": "stl"}, "both become"),
         (["in/a.stl", "in/a.stl"], RECIPE, {}, "twice"),
         (["in/a.stl"], RECIPE, {"out": "in"}, "replace"),
+        (["in/a.stl", "in/a/a_001.stl"], [{"operation": "split"}], {"out": "in"}, "replace"),
         (["cat.stl"], RECIPE, {"format": "docx"}, "docx"),
         (["cat.stl"], RECIPE, {"time_limit": -1}, "time_limit"),
     ],
@@ -208,6 +208,32 @@ def test_mistakes_are_told_before_anything_starts(files, recipe, options, part):
     with pytest.raises(ValueError, match=part):
         batch.run(files, recipe, options.pop("out", "out"), **options)
     assert not Path("out").exists()
+
+
+def test_a_model_that_is_divided_is_a_folder_of_models():
+    files = ["multibody_ascii.stl", "cat.stl"]
+    recipe = [{"operation": "repair"}, {"operation": "split"}]
+    split, whole = batch.run(files, recipe, "out")
+    names = [Path(output["path"]).name for output in split.outputs]
+    assert len(names) > 1 and names == [
+        f"multibody_ascii_{n + 1:03}.stl" for n in range(len(names))
+    ]
+    assert all(Path(output["path"]).stat().st_size == output["bytes"] for output in split.outputs)
+    assert split.status == whole.status == "ok" and split.steps[1]["operation"] == "split"
+    assert [path.name for path in Path("out/cat").iterdir()] == ["cat_001.stl"]
+    assert all(row.was_done for row in batch.run(files, recipe, "out"))
+    # What is gone is made again, and nothing of the run before stays.
+    Path(split.outputs[0]["path"]).unlink()
+    Path("out/multibody_ascii/multibody_ascii_099.stl").write_text("of a run before")
+    Path("out/multibody_ascii/notes").write_text("of somebody else")
+    again = batch.run(files, recipe, "out", format="obj")
+    assert not again[0].was_done and len(again[0].outputs) == len(names)
+    found = sorted(path.suffix for path in Path("out/multibody_ascii").iterdir())
+    assert found == ["", *[".obj"] * len(names)] and not list(Path("out").glob("*.unfinished"))
+    one = batch.run(["cat.stl"], [{"operation": "cut", "normal": [0, 1, 0]}], "cut")[0]
+    assert len(one.outputs) == 2 and one.status in ("ok", "flaws"), one.message
+    bad = batch.run(["cat.stl"], [{"operation": "split", "min_volume": 1e9}], "none")[0]
+    assert bad.status == "no result" and not bad.outputs and not Path("none/cat").exists()
 
 
 class _Page(html.parser.HTMLParser):

@@ -19,7 +19,7 @@ from .._library import tool_path
 from . import _engines
 from ._journal import Journal
 from ._report import write_reports
-from ._run_one import READ, WRITTEN
+from ._run_one import READ, WRITTEN, makes_several
 
 Path = Union[str, "os.PathLike[str]"]
 Recipe = Union[Path, Sequence[Dict[str, Any]]]
@@ -87,12 +87,6 @@ def _steps_of(recipe: Recipe, tool: str) -> List[Dict[str, Any]]:
             line = checked.stderr.strip().removeprefix("povmesh: ").replace(file.name, name)
             raise ValueError(line or f"{name}: no recipe")
     steps: List[Dict[str, Any]] = json.loads(text)
-    operation = steps[-1]["operation"]
-    if operation in ("cut", "decompose", "split") and not steps[-1].get("preview"):
-        raise ValueError(
-            f"{name}: step {len(steps)} ({operation}): makes several models; a batch makes one of"
-            " each file"
-        )
     for step in steps:
         for key in READ:
             if isinstance(step.get(key), str):
@@ -108,15 +102,21 @@ def _name_without_ends(path: str) -> Tuple[str, str]:
     return stem, end[1:].lower()
 
 
-def _outputs_of(files: List[str], out: str, format: Optional[str]) -> List[str]:
-    """Where each model goes: the folders below the common one are kept."""
+def _outputs_of(files: List[str], out: str, format: Optional[str], is_several: bool) -> List[str]:
+    """Where each model goes, or the folder of several: those below the common one are kept."""
     common = os.path.commonpath([os.path.dirname(file) for file in files]) if files else ""
     taken = {os.path.realpath(file): file for file in files}
+    folders = {os.path.dirname(os.path.realpath(file)): file for file in files}
     outputs = []
     for file in files:
         stem, own = _name_without_ends(os.path.relpath(file, common))
         end = format or (own if own in _FORMATS else "stl")
-        output = os.path.join(out, f"{stem}.{end}")
+        output = os.path.join(out, stem if is_several else f"{stem}.{end}")
+        if is_several and os.path.realpath(output) in folders:
+            there = folders[os.path.realpath(output)]
+            raise ValueError(
+                f"models made of {file} could replace {there}; choose another folder for the results"
+            )
         other = taken.setdefault(os.path.realpath(output), file)
         if os.path.realpath(output) == os.path.realpath(other):
             raise ValueError(f"{file} would replace {other}; choose another folder for the results")
@@ -182,7 +182,8 @@ def run(
     time_limit: seconds, memory_limit: bytes, for each model. resume: leave out what an earlier run
     has done. progress: called with how many are done, how many there are, and the row.
 
-    A step's own files ("output" of render, "preview", ...) are written beside the model's result,
+    A recipe that ends with `split`, `cut` or `decompose` makes a folder of each file, with
+    NAME_001 and so on. A step's own files ("output" of render, "preview", ...) are written beside the model's result,
     its name before theirs. A recipe that is wrong, or two files that would become one, are a
     `ValueError` before anything starts. Ctrl-C ends what runs; the next run goes on.
 
@@ -203,13 +204,18 @@ def run(
         raise ValueError("time_limit and memory_limit must be 0, for none, or above")
     tool = tool_path()
     steps = _steps_of(recipe, tool)
+    is_several = makes_several(steps)
+    if is_several and format is not None:
+        steps[-1]["format"] = format
+    if ship and is_several:
+        raise ValueError("several models of one cannot come from workers that do not see the files")
     if ship and any(isinstance(step.get(key), str) for step in steps for key in (*READ, *WRITTEN)):
         raise ValueError(
             "a step that reads or writes files of its own cannot go to workers that do not see them"
         )
     paths = [os.path.abspath(os.fspath(file)) for file in files]
     folder = os.path.abspath(os.fspath(out))
-    outputs = _outputs_of(paths, folder, format)
+    outputs = _outputs_of(paths, folder, format, is_several)
     os.makedirs(folder, exist_ok=True)
     key = hashlib.sha256(json.dumps(steps, sort_keys=True).encode()).hexdigest()[:16]
     journal = Journal(folder, resume)

@@ -42,7 +42,11 @@ def _flaws(check: Optional[Dict[str, Any]]) -> str:
 
 def _cells(row: Dict[str, Any]) -> Dict[str, Any]:
     before, after = row.get("before") or {}, row.get("after") or {}
-    output = (row.get("outputs") or [{}])[0]
+    outputs = row.get("outputs") or [{}]
+    output = outputs[0]
+    if len(outputs) > 1:  # their folder
+        size = sum(one["bytes"] for one in outputs)
+        output = {"path": os.path.dirname(output["path"]), "bytes": size}
     return {
         **{key: row.get(key) for key in COLUMNS},
         "triangles_before": before.get("triangles"),

@@ -10,6 +10,7 @@ import json
 import os
 import re
 import select
+import shutil
 import signal
 import socket
 import subprocess
@@ -167,18 +168,26 @@ def digest(path: str) -> Tuple[str, int, int]:
 
 
 # Options of steps that name files to write, which each model needs for itself, and files to read.
-WRITTEN = ("output", "preview", "render", "svg", "layers")
+WRITTEN = ("output", "preview", "picture", "render", "svg", "layers")
 READ = ("compare", "supports")
 _LOOKING = ("check", "render", "strength", "thickness")
+_DIVIDING = ("cut", "decompose", "split")
+# Behind the name of a folder until all of its models are there.
+_UNFINISHED = ".unfinished"
 
 
 def _is_looking(step: Dict[str, Any]) -> bool:
     return step["operation"] in _LOOKING or step.get("check") is True
 
 
+def makes_several(steps: List[Dict[str, Any]]) -> bool:
+    """Whether a recipe ends with several models, in a folder."""
+    return steps[-1]["operation"] in _DIVIDING and not steps[-1].get("preview")
+
+
 def _recipe_of(job: Dict[str, Any]) -> List[Dict[str, Any]]:
     """The steps, a check before and behind them, with files of their own below the model's
-    output."""
+    output. Behind several models comes nothing."""
     steps = []
     stem = os.path.splitext(job["output"])[0]
     for step in job["recipe"]:
@@ -190,15 +199,19 @@ def _recipe_of(job: Dict[str, Any]) -> List[Dict[str, Any]]:
             if isinstance(own.get(key), str):
                 own[key] = os.path.join(job["folder"], own[key])
         steps.append(own)
-    return [{"operation": "check"}, *steps, {"operation": "check"}]
+    check = {"operation": "check"}
+    return [check, *steps] if makes_several(steps) else [check, *steps, check]
 
 
 def _in_words_of(text: str, recipe: str, count: int) -> str:
-    """The tool's text with the steps of the caller's recipe, not of the one with the two checks."""
+    """The tool's text with the steps of the caller's recipe, not of the one with the checks.
+
+    count: of the caller's steps.
+    """
 
     def place(found: "re.Match[str]") -> str:
         number = int(found[2])
-        is_ours = number == 1 or number == count
+        is_ours = number == 1 or number == count + 2
         if is_ours and found[1] and found[4]:
             return ""
         return f"step {number - 1} ({found[3]}){found[4]}"
@@ -225,6 +238,8 @@ def _status_of(told: Dict[str, Any]) -> str:
         return "out of memory"
     if outcome in ("ok", "flaws"):
         steps = told["steps"]
+        if makes_several(steps):
+            return "flaws" if steps[-1]["status"] else "ok"
         last = len(steps) - 1
         while last > 0 and _is_looking(
             {"operation": steps[last]["operation"], **steps[last]["options"]}
@@ -236,13 +251,28 @@ def _status_of(told: Dict[str, Any]) -> str:
     )
 
 
-def _picture(job: Dict[str, Any], model: str, folder: str) -> Optional[str]:
+def _picture(job: Dict[str, Any], models: List[str], folder: str) -> Optional[str]:
     """A small PNG as base64; None: it cannot be drawn."""
     target = os.path.join(folder, "picture.png")
     command = [job["tool"] or tool_path(), "render", "--quiet", "--threads", str(job["threads"])]
-    command += ["--size", _PICTURE_SIZE, "-o", target, "--", model]
+    command += ["--size", _PICTURE_SIZE, "-o", target, "--", *models]
     child = _Child(command, folder, _PICTURE_SECONDS, job["memory_limit"], job["threads"])
     return base64.b64encode(Path(target).read_bytes()).decode() if child.status == 0 else None
+
+
+def _move_models(made: str, target: str) -> List[str]:
+    """Moves the models of a folder into the one where they belong; those of an earlier run go,
+    and nothing else there."""
+    name = os.path.basename(target)
+    of_model = re.compile(re.escape(name) + r"_\d{3,}\.(stl|obj|ply|3mf)(\.gz)?")
+    names = sorted(os.listdir(made))
+    os.makedirs(target, exist_ok=True)
+    for old in os.listdir(target):
+        if of_model.fullmatch(old) and old not in names:
+            os.unlink(os.path.join(target, old))
+    for new in names:
+        os.replace(os.path.join(made, new), os.path.join(target, new))
+    return [os.path.join(target, new) for new in names]
 
 
 def _work(job: Dict[str, Any], row: Dict[str, Any], folder: str) -> None:
@@ -252,6 +282,9 @@ def _work(job: Dict[str, Any], row: Dict[str, Any], folder: str) -> None:
         output = os.path.join(folder, "out", os.path.basename(job["output"]))
         os.mkdir(os.path.dirname(source))
         Path(source).write_bytes(job["data"])
+    if makes_several(job["recipe"]):
+        output += _UNFINISHED
+        shutil.rmtree(output, ignore_errors=True)
     try:
         row["sha256"], row["size"], time_ns = digest(source)
         row["mtime_ns"] = job.get("mtime_ns", time_ns)
@@ -277,7 +310,7 @@ def _work(job: Dict[str, Any], row: Dict[str, Any], folder: str) -> None:
     command += ["-o", output, "--", recipe, source]
     child = _Child(command, folder, job["time_limit"], job["memory_limit"], job["threads"])
     row["peak_bytes"] = child.peak_bytes
-    text = _in_words_of(child.stdout.decode("utf-8", "replace"), recipe, len(steps))
+    text = _in_words_of(child.stdout.decode("utf-8", "replace"), recipe, len(job["recipe"]))
     told: Dict[str, Any] = {}
     try:
         told = json.loads(text)
@@ -299,20 +332,28 @@ def _work(job: Dict[str, Any], row: Dict[str, Any], folder: str) -> None:
     found = told["steps"]
     if found:
         row["before"] = found[0].get("report")
-    if len(found) == len(steps):
+    is_several = makes_several(job["recipe"])
+    if len(found) == len(steps) and not is_several:
         row["after"] = found[-1].get("report")
     kept = ("operation", "status", "seconds", "report", "unmet")
     row["steps"] = [
-        {key: step[key] for key in kept if key in step} for step in found[1 : len(steps) - 1]
+        {key: step[key] for key in kept if key in step}
+        for step in found[1 : 1 + len(job["recipe"])]
     ]
     if row["status"] not in ("ok", "flaws"):
         return
-    row["outputs"] = [{"path": job["output"], "bytes": os.path.getsize(output)}]
-    row["output_sha256"] = digest(output)[0]
+    models = [output]
+    if is_several:
+        models = _move_models(output, job["output"])
+    row["outputs"] = [
+        {"path": path if is_several else job["output"], "bytes": os.path.getsize(path)}
+        for path in models
+    ]
+    row["output_sha256"] = digest(models[0])[0]
     if job.get("data") is not None:
         row["data"] = Path(output).read_bytes()
     if job["pictures"]:
-        row["pictures"] = [_picture(job, source, folder), _picture(job, output, folder)]
+        row["pictures"] = [_picture(job, [source], folder), _picture(job, models, folder)]
 
 
 def run_one(job: Dict[str, Any]) -> Dict[str, Any]:
@@ -340,6 +381,8 @@ def run_one(job: Dict[str, Any]) -> Dict[str, Any]:
         raise
     except Exception as error:  # one model must not stop the others
         row.update(status="failed", message=f"{type(error).__name__}: {error}")
+    if makes_several(job["recipe"]):
+        shutil.rmtree(job["output"] + _UNFINISHED, ignore_errors=True)
     if _is_stopping.is_set():
         raise _Ended  # the process was ended, not the model's fault
     row["seconds"] = time.monotonic() - start
