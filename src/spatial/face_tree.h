@@ -71,9 +71,9 @@ public:
     bool visit_own_pairs(Visit&& visit, Skip&& skip) const;
 
     /// Calls `visit(entry, other_entry)` for every pair of an entry of a leaf and one that stands
-    /// behind it in the tree, in the same leaf or a later one, whose boxes overlap; entries by their
-    /// places in `boxes()`. All leaves together visit each pair once. One descent serves all entries
-    /// of a leaf.
+    /// behind it in the tree, in the same leaf or a later one, whose boxes overlap; entries by
+    /// their places in `boxes()`. All leaves together visit each pair once. One descent serves all
+    /// entries of a leaf.
     template <typename Visit>
     void visit_later_pairs(std::uint32_t leaf, Visit&& visit) const;
 

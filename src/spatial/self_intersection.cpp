@@ -52,7 +52,8 @@ public:
         tree_ = FaceTree(boxes, plain);
     }
 
-    /// Calls `visit(face, other)` from all threads at the same time, once for every pair that meets.
+    /// Calls `visit(face, other)` from all threads at the same time, once for every pair that
+    /// meets.
     template <typename Visit>
     void visit_all(const Visit& visit) const {
         const std::span<const FaceTree::Node> nodes = tree_.nodes();

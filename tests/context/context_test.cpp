@@ -371,9 +371,9 @@ TEST_F(BytesOfTheTool, OfAFlawedModel) {
     povmesh_free(png);
 }
 
-// The face at the slit would bend by its width, into a body that lies closer beneath it; so the slit
-// gets a face of its own. The tool counts crossings before and after, the library looks only where
-// something is new.
+// The face at the slit would bend by its width, into a body that lies closer beneath it; so the
+// slit gets a face of its own. The tool counts crossings before and after, the library looks only
+// where something is new.
 TEST_F(BytesOfTheTool, OfASlitThatWouldBendAFaceIntoAnotherBody) {
     const Vec3f a{0, 0, 0}, b{100, 0, 0}, c{50, 100, 0}, d{50, 30, -100}, on_edge{50, 0, -0.006F};
     const Vec3f p{49, 4, -0.001F}, q{51, 4, -0.001F}, r{50, 6, -0.001F}, s{50, 5, -3};

@@ -183,9 +183,10 @@ def run(
     has done. progress: called with how many are done, how many there are, and the row.
 
     A recipe that ends with `split`, `cut` or `decompose` makes a folder of each file, with
-    NAME_001 and so on. A step's own files ("output" of render, "preview", ...) are written beside the model's result,
-    its name before theirs. A recipe that is wrong, or two files that would become one, are a
-    `ValueError` before anything starts. Ctrl-C ends what runs; the next run goes on.
+    NAME_001 and so on. A step's own files ("output" of render, "preview", ...) are written beside
+    the model's result, its name before theirs. A recipe that is wrong, or two files that would
+    become one, are a `ValueError` before anything starts. Ctrl-C ends what runs; the next run goes
+    on.
 
     >>> recipe = [{"operation": "repair"}, {"operation": "reduce", "keep": 0.5}]
     >>> rows = povmesh.batch.run(["cat.stl", "gearwheel.stl"], recipe, "done")
