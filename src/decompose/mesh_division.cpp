@@ -49,6 +49,10 @@ double largest(const Box3d& box) {
 double area_on(const TriMesh& mesh, const DividingPlane& plane, double on_level) {
     const auto offset = static_cast<double>(plane.offset);
     const double reach = on_level + 1e-6 * std::abs(offset);
+    const auto is_near = [&](const Vertex& v) {
+        return std::abs(along(to_double(v.position()), plane.axis) - offset) <= reach;
+    };
+    if (std::count_if(mesh.vertices.begin(), mesh.vertices.end(), is_near) < 3) return 0;
     double twice = 0;
     for (const Face& face : mesh.faces) {
         std::array<Vec3d, 3> p;
