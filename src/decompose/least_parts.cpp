@@ -12,6 +12,7 @@
 
 #include "base/convert.h"
 #include "base/float4.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 
 namespace povmesh {
@@ -148,7 +149,9 @@ std::size_t least_parts(const TriMesh& model, const PartSize& size, std::size_t&
     if (cells <= 2 || effort == 0) return 2;  // it does not fit
     PointGrid grid(box);
     std::vector<std::uint8_t> is_added(model.vertices.size(), 0);
+    Poller poller;
     for (const Face& face : model.faces) {
+        poller();
         std::array<const Vertex*, 3> corners{};
         for (std::size_t i = 0; i < 3; ++i) {
             const auto v = static_cast<std::size_t>(face.vertex[i]);

@@ -9,6 +9,7 @@
 
 #include "base/convert.h"
 #include "base/heap.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 #include "mesh/volume.h"
 
@@ -54,7 +55,9 @@ double area_on(const TriMesh& mesh, const DividingPlane& plane, double on_level)
     };
     if (std::count_if(mesh.vertices.begin(), mesh.vertices.end(), is_near) < 3) return 0;
     double twice = 0;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         std::array<Vec3d, 3> p;
         std::size_t on = 0;
         while (on < 3) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "design/lampshade_ends.h"
 #include "design/lampshade_section.h"
 #include "field/inner_wall.h"
@@ -395,7 +396,9 @@ private:
         const EdgeMates mates(surface);
         std::vector<Vec3d> normals;
         normals.reserve(surface.faces.size());
+        Poller poller;
         for (const Face& face : surface.faces) {
+            poller();
             const Vec3d a = to_double(surface.corner_position(face, 0));
             const Vec3d normal = cross(to_double(surface.corner_position(face, 1)) - a,
                                        to_double(surface.corner_position(face, 2)) - a);
