@@ -194,6 +194,7 @@ private:
                            std::to_string(recipe_.steps.size()) + ": " +
                            std::string(step.operation->name) + "\n");
         }
+        console_.set_phases(job::phases_of(step.operation->name));
         Console collecting = console_;
         std::string text;
         if (is_collected) {
@@ -268,6 +269,7 @@ private:
         Arguments arguments;
         arguments.add("IN", model_);
         arguments.add("OUT", target_);
+        console_.set_phases({});
         Console collecting = console_;
         std::string text;
         collecting.collect_results(text);

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/poll.h"
 #include "mesh/append_mesh.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
@@ -17,7 +18,9 @@ namespace povmesh {
 namespace {
 
 bool is_solid(TriMesh& body) {
+    Poller poller;
     for (const Face& face : body.faces) {
+        poller();
         const Triangle t = triangle_of(body, face);
         if (!is_finite(t) || !has_area(t)) return false;
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "base/poll.h"
 #include "io/file.h"
 #include "io/obj.h"
 #include "io/ply.h"
@@ -354,6 +355,7 @@ std::vector<TriMesh> bodies_of(const TriMesh& whole, const ThreeMfContent& packa
             mesh.faces.push_back(face);
         }
         for (std::size_t v = 0; v < mesh.vertices.size(); ++v) {
+            poll_at(v);
             mesh.vertices[v].index = static_cast<std::int32_t>(v);
         }
     }

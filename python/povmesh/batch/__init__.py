@@ -128,6 +128,13 @@ def _outputs_of(files: List[str], out: str, format: Optional[str]) -> List[str]:
     return outputs
 
 
+def _size_of(path: str) -> int:
+    try:
+        return os.stat(path).st_size
+    except OSError:
+        return 0  # a row will tell
+
+
 def _shipped(job: Dict[str, Any]) -> Dict[str, Any]:
     """The job with the bytes of its model, for workers that do not see the file."""
     try:
@@ -164,6 +171,8 @@ def run(
     progress: Optional[Callable[[int, int, Row], object]] = None,
 ) -> List[Row]:
     """Does the steps of a recipe on each file, and gives a row for each, in their order.
+
+    Large files are begun first, so that all workers have something to do to the end.
 
     recipe: a list of steps, or the path of a JSON file with one, as `povmesh run` takes it. out:
     folder for results, which keeps the folders below the files' common one, and for the reports.
@@ -225,6 +234,8 @@ def run(
             if rows[index] is None:
                 jobs.append((index, job))
         was_done = [row is not None for row in rows]
+        # A large one that came last would keep one worker busy while the others have nothing to do.
+        jobs.sort(key=lambda job: -_size_of(job[1]["file"]))
 
         def report() -> None:
             write_reports(
