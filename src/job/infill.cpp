@@ -6,6 +6,7 @@
 #include "design/cell_pieces.h"
 #include "job/cavity.h"
 #include "job/numbers.h"
+#include "mesh/copy_mesh.h"
 #include "mesh/volume.h"
 
 namespace povmesh::job {
@@ -38,7 +39,7 @@ Status infill(TriMesh& mesh, const InfillJob& options, Progress progress, Infill
     // The values of the operation itself go from 30 to 70.
     ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(40 + percent / 2); };
     RunContext run{Progress(nullptr, &scaled), log};
-    TriMesh cells = mesh;
+    TriMesh cells = copy_mesh(mesh);
     done.report = infill_to_density(cells, {.skin = options.skin, .density = options.density}, run);
     done.seconds = timer.seconds();
     const std::string failure = failure_of(done.report, options.skin, mesh);
