@@ -268,8 +268,9 @@ povmesh_status povmesh_repair(povmesh_context* context, const povmesh_mesh* mesh
         const Progress progress = call.progress(50, 80, job::phases_of("repair"));
         job::RepairDone done;
         auto made = change(call, source, [&](TriMesh& m) {
-            return job::repair(m, {.outward = o.outward != 0, .drop_tiny = o.drop_tiny}, progress,
-                               done);
+            return job::repair(
+                m, {.outward = o.outward != 0, .drop_tiny = o.drop_tiny, .counts_crossings = false},
+                progress, done);
         });
         call.log(done);
         write_report(report, report_of(done.mending.report));

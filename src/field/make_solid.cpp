@@ -9,6 +9,7 @@
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
 #include "mesh/volume.h"
+#include "remesh/carry_attributes.h"
 #include "spatial/self_intersection.h"
 #include "spatial/separation.h"
 #include "spatial/triangle_intersection.h"
@@ -48,8 +49,10 @@ Status make_solid(TriMesh& mesh, const WrapOptions& options, RunContext& run, So
         report.wrapped += is_fine ? 0 : 1;
     }
     if (report.wrapped == 0) return {};
+    const TriMesh model = flawed;
     const Status wrapped = wrap(flawed, options, run, report.wrap);
     if (!wrapped.ok()) return wrapped;
+    carry_colours(model, flawed);
     append_mesh(solid, flawed);
     compact(solid);
     if (report.wrapped < report.bodies && find_self_intersections(solid, 0).count != 0) {
@@ -58,6 +61,7 @@ Status make_solid(TriMesh& mesh, const WrapOptions& options, RunContext& run, So
         const Status all = wrap(solid, options, run, report.wrap);
         if (!all.ok()) return all;
         compact(solid);
+        carry_colours(mesh, solid);
     }
     mesh = std::move(solid);
     return {};

@@ -40,6 +40,13 @@ bool is_space(char c) {
     return class_of(c) == kSpace;
 }
 
+// Goes to the end of a word; the classes of all of its bytes.
+unsigned classes_of_word(const char*& p) {
+    unsigned seen = 0;
+    for (unsigned c = 0; (c = class_of(*p)) != kSpace; ++p) seen |= c;
+    return seen;
+}
+
 // Key words that a word contains.
 constexpr unsigned kFacet = 1;
 constexpr unsigned kEndFacet = 2;
@@ -162,8 +169,10 @@ unsigned AsciiStlParser<kAnyCase>::rest_of_long_word(const char*& p, unsigned fo
             break;
         }
         p = piece;
-        while (!is_space(*p)) ++p;
-        found |= key_words<kAnyCase>({piece, static_cast<std::size_t>(p - piece)});
+        const bool has_key_letter = (classes_of_word(p) & kKeyLetter) != 0;
+        if (has_key_letter) {
+            found |= key_words<kAnyCase>({piece, static_cast<std::size_t>(p - piece)});
+        }
     }
     return found;
 }
@@ -245,8 +254,7 @@ AsciiStlResult AsciiStlParser<kAnyCase>::run() {
     Reading reading = Reading::Done;
     while (find_word(p)) {
         const char* word = p;
-        unsigned seen = 0;
-        for (unsigned c = 0; (c = class_of(*p)) != kSpace; ++p) seen |= c;
+        const unsigned seen = classes_of_word(p);
         if (p == end_) {
             const bool goes_on = refill(word);
             p = goes_on ? word : end_;

@@ -142,6 +142,8 @@ Vec3d common_middle(const TriMesh& mesh, const FacePair& pair) {
             between(a.low.z, b.low.z, a.high.z, b.high.z)};
 }
 
+}  // namespace
+
 void count_self_intersections(const TriMesh& mesh, SelfIntersectionSearch search,
                               Findings& findings) {
     findings.has_self_intersection_count =
@@ -157,6 +159,8 @@ void count_self_intersections(const TriMesh& mesh, SelfIntersectionSearch search
         set_place(finding, common_middle(mesh, pair));
     }
 }
+
+namespace {
 
 // The faces that repair would turn, and which shells are cavities.
 void judge_windings(const TriMesh& mesh, const EdgeMates& mates, Findings& findings,
@@ -244,10 +248,10 @@ Findings examine(TriMesh& mesh, Progress progress, SelfIntersectionSearch search
     measure(mesh, findings);
     count_misplaced(mesh, findings[Flaw::MisplacedVertices]);
     progress.set(52);
-    findings.detected = detect(mesh, &faces);
+    const EdgeMates mates(mesh);
+    findings.detected = detect(mesh, mates, &faces);
     findings.shells = mesh.shells.size();
     progress.set(65);
-    const EdgeMates mates(mesh);
     count_edges(mesh, mates, findings, faces);
     measure_holes(mesh, mates, findings);
     progress.set(72);

@@ -18,6 +18,7 @@
 
 #include "context/frame.h"
 #include "helpers/thorough.h"
+#include "io/three_mf.h"
 #include "job/phases.h"
 #include "operations.h"
 
@@ -53,6 +54,40 @@ TEST(Reports, HoldNothingOfTheStack) {
     EXPECT_EQ(hole, 0U);
 }
 #endif
+
+TEST_F(Context, CavitiesBelongToTheObjectsOfA3mfFileThatTheyLieIn) {
+    shapes::SoupVector pair = shapes::box({0, 0, 0}, {20, 20, 20});
+    shapes::append(pair, shapes::box({40, 0, 0}, {60, 20, 20}));
+    TriMesh mesh = shapes::mesh_of(pair);
+    for (std::size_t f = 0; f < mesh.faces.size(); ++f) mesh.faces[f].label = f < 12 ? 0 : 1;
+    ThreeMfContent content;
+    content.bodies = {"left", "right"};
+    content.labels = {{0, -1}, {1, -1}};
+    struct Sink final : ByteSink {
+        Status write(std::span<const char> piece) override {
+            bytes.append(piece.data(), piece.size());
+            return {};
+        }
+        Status commit() override { return {}; }
+        std::string bytes;
+    } sink;
+    ASSERT_TRUE(write_three_mf(mesh, content, {}, "pair.3mf", sink).ok());
+    povmesh_mesh* read = nullptr;
+    ASSERT_EQ(povmesh_read_memory(context_, sink.bytes.data(), sink.bytes.size(), nullptr, &read,
+                                  nullptr),
+              POVMESH_OK);
+    povmesh_hollow_options options = povmesh_hollow_defaults();
+    options.thickness = 2;
+    povmesh_mesh* hollowed = nullptr;
+    ASSERT_EQ(povmesh_hollow(context_, read, &options, &hollowed, nullptr), POVMESH_OK);
+    EXPECT_TRUE(keeps_bodies(hollowed->mesh, content));
+    for (const Face& face : hollowed->mesh.faces) {
+        const float x = hollowed->mesh.corner_position(face, 0).x;
+        EXPECT_EQ(face.label, x < 30 ? 0 : 1);
+    }
+    povmesh_mesh_release(read);
+    povmesh_mesh_release(hollowed);
+}
 
 TEST_F(Context, StructsCanGrowAndOldCompilersTakeTheHeader) {
     EXPECT_EQ(count_padded_structs(), 0);
@@ -334,6 +369,40 @@ TEST_F(BytesOfTheTool, OfAFlawedModel) {
     EXPECT_TRUE(tool("render --flaws --supports " + in_ + " -o " + target, target) ==
                 std::string(static_cast<const char*>(png), bytes));
     povmesh_free(png);
+}
+
+// The face at the slit would bend by its width, into a body that lies closer beneath it; so the slit
+// gets a face of its own. The tool counts crossings before and after, the library looks only where
+// something is new.
+TEST_F(BytesOfTheTool, OfASlitThatWouldBendAFaceIntoAnotherBody) {
+    const Vec3f a{0, 0, 0}, b{100, 0, 0}, c{50, 100, 0}, d{50, 30, -100}, on_edge{50, 0, -0.006F};
+    const Vec3f p{49, 4, -0.001F}, q{51, 4, -0.001F}, r{50, 6, -0.001F}, s{50, 5, -3};
+    shapes::SoupVector soup = shapes::sphere(12, 3);
+    shapes::move(soup, {500, 0, 0});
+    for (const auto& face : std::vector<std::array<Vec3f, 3>>{{a, b, c},
+                                                              {a, d, on_edge},
+                                                              {on_edge, d, b},
+                                                              {b, d, c},
+                                                              {c, d, a},
+                                                              {p, q, r},
+                                                              {p, s, q},
+                                                              {q, s, r},
+                                                              {r, s, p}}) {
+        for (const Vec3f& corner : face) soup.insert(soup.end(), {corner.x, corner.y, corner.z});
+    }
+    for (const bool is_alone : {false, true}) {
+        if (is_alone) soup.resize(soup.size() - 4 * 9);
+        use(soup);
+        povmesh_mesh* made = nullptr;
+        ASSERT_EQ(povmesh_repair(context_, mesh_, nullptr, &made, nullptr), POVMESH_OK);
+        povmesh_check_report found{};
+        found.size = sizeof found;
+        ASSERT_EQ(povmesh_check(context_, made, nullptr, nullptr, &found), POVMESH_OK);
+        EXPECT_EQ(found.degenerate_faces, is_alone ? 0U : 1U);
+        EXPECT_EQ(found.self_intersections, 0U);
+        compare_mesh("repair -o " + out_, made, out_);
+        povmesh_mesh_release(made);
+    }
 }
 
 TEST_F(BytesOfTheTool, OfASoundModel) {
