@@ -12,8 +12,9 @@ inline void copy_mesh(const TriMesh& from, TriMesh& to) {
     polled_copy(from.faces, to.faces);
     polled_copy(from.vertices, to.vertices);
     polled_copy(from.texture_coordinates, to.texture_coordinates);
+    polled_copy(from.use_table.offsets, to.use_table.offsets);
+    polled_copy(from.use_table.uses, to.use_table.uses);
     to.shells = from.shells;
-    to.use_table = from.use_table;
     to.parts = from.parts;
 }
 
