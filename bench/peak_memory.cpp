@@ -158,7 +158,9 @@ void orient(benchmark::State& state, const std::string& input) {
     measure_memory(state, "orient", input, binary_stl(input));
 }
 
-// Floor: the parts are the mesh once more while the last faces of it are still there.
+// Floor: the parts are the mesh once more while the last faces of it are still there. While a
+// search cuts the first half of a model again, the other half and the model are there, too: one and
+// a half times the mesh beside it.
 void decompose_uniform(benchmark::State& state, const std::string& input) {
     measure_memory(state, "uniform", input, binary_stl(input));
 }

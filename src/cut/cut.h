@@ -93,7 +93,7 @@ bool cut_model(TriMesh& model, const CutOptions& options, std::vector<TriMesh>& 
 /// The same, but the model keeps its faces: its uses and shells are not there afterwards. Adds to
 /// the counts.
 ///
-/// Memory: at the peak the pieces and a tenth of the model, beside the model itself.
+/// Memory: at the peak the pieces and a quarter of the model, beside the model itself.
 ///
 /// @param mates  of the model, if they are at hand
 bool cut_from_model(TriMesh& model, const CutOptions& options, std::vector<TriMesh>& pieces,

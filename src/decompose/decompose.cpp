@@ -220,8 +220,8 @@ private:
         tell_planes(work);
         PegCounts counts;
         if (division.meshes.empty()) {
-            division.meshes =
-                repeat_division(std::move(work.model), division, size_, options_.pegs, counts);
+            division.meshes = repeat_division(std::move(work.model), division, work.size, size_,
+                                              options_.pegs, counts);
         }
         report_.pegs += counts.pegs;
         report_.cuts_without_pegs += counts.cuts_without;

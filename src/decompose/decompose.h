@@ -77,13 +77,13 @@ struct DecomposeReport {
 /// A piece that no plane divides stays as it is, with a caution.
 ///
 /// The search takes about a second at most, all models together; those that it does not come to
-/// are divided evenly, and so is a model of more than 20,000 shells, a heap of loose triangles. Up
-/// to six of its plans are tried on the mesh.
+/// are divided evenly, and so is a heap: a model of more than 20,000 shells, or of more than 2,000
+/// whose even division looks at millions of faces. Up to six of its plans are tried on the mesh.
 ///
 /// With pegs the planes are those of parts that are smaller by their length across the axes that
 /// have to be divided, so that the parts fit with them; volumes then differ by `peg_volume`.
 ///
-/// Memory at the peak: about four times that of the faces and vertices of the mesh.
+/// Memory at the peak beside the mesh: 1.7 times that of its faces and vertices, Uniform 1.3 times.
 ///
 /// Log: a summary, once. No progress. The same bits for any number of threads.
 DecomposeReport decompose(TriMesh& mesh, const DecomposeOptions& options, RunContext& run);

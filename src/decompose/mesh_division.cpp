@@ -50,6 +50,10 @@ double largest(const Box3d& box) {
 double area_on(const TriMesh& mesh, const DividingPlane& plane, double on_level) {
     const auto offset = static_cast<double>(plane.offset);
     const double reach = on_level + 1e-6 * std::abs(offset);
+    const auto is_near = [&](const Vertex& v) {
+        return std::abs(along(to_double(v.position()), plane.axis) - offset) <= reach;
+    };
+    if (std::count_if(mesh.vertices.begin(), mesh.vertices.end(), is_near) < 3) return 0;
     double twice = 0;
     Poller poller;
     for (const Face& face : mesh.faces) {
@@ -428,15 +432,17 @@ private:
 // Cuts as it was done before, with pegs.
 class Repeater {
 public:
-    Repeater(const Division& division, const PartSize& size, const ConnectorOptions& pegs,
-             PegCounts& counts)
-        : division_(division), size_(size), pegs_(pegs), counts_(counts) {
+    Repeater(const Division& division, const PartSize& divided_by, const PartSize& size,
+             const ConnectorOptions& pegs, PegCounts& counts)
+        : division_(division), divided_by_(divided_by), size_(size), pegs_(pegs), counts_(counts) {
         for (const DividedPiece& piece : division.pieces) extents_.push_back(piece.box.extent());
     }
 
     std::vector<TriMesh> parts;
 
-    void run(TriMesh model) {
+    // Returns false when a cut makes other pieces than it did: pegs of the cuts before may be in its
+    // way. There are no parts then.
+    bool run(TriMesh model) {
         const std::size_t large = least_large_piece(model);
         std::vector<std::pair<TriMesh, std::uint32_t>> waiting;
         waiting.emplace_back(std::move(model), 0);
@@ -449,7 +455,10 @@ public:
                 continue;
             }
             std::vector<TriMesh> pieces = cut(piece, number);
-            assert(pieces.size() == children_of(number));
+            if (pieces.size() != children_of(number)) {
+                parts.clear();
+                return false;
+            }
             const std::size_t first = waiting.size();
             std::uint32_t next = number + 1;
             for (TriMesh& part : pieces) {
@@ -461,6 +470,7 @@ public:
             piece = {};
             give_back_freed_memory();
         }
+        return true;
     }
 
 private:
@@ -473,7 +483,7 @@ private:
 
     std::vector<TriMesh> cut(TriMesh& piece, std::uint32_t number) {
         const DividedPiece& record = division_.pieces[number];
-        CutOptions options = options_for(record.plane, size_);
+        CutOptions options = options_for(record.plane, divided_by_);
         std::vector<TriMesh> pieces;
         if (pegs_.count != 0 && pegs_.radius > 0) {
             std::vector<LaterPlane> later;
@@ -540,7 +550,8 @@ private:
     }
 
     const Division& division_;
-    const PartSize& size_;
+    const PartSize& divided_by_;  // its cuts must be the same again
+    const PartSize& size_;        // that parts fit with their pegs
     const ConnectorOptions& pegs_;
     PegCounts& counts_;
     std::vector<Vec3d> extents_;  // by piece, with the pegs that stand on it
@@ -598,10 +609,22 @@ std::size_t crumb_count(const Division& division) {
         [&](const DividedPiece& p) { return !p.is_divided && std::abs(p.volume) < crumb; }));
 }
 
-std::vector<TriMesh> repeat_division(TriMesh model, const Division& division, const PartSize& size,
+std::vector<TriMesh> repeat_division(TriMesh model, const Division& division,
+                                     const PartSize& divided_by, const PartSize& size,
                                      const ConnectorOptions& pegs, PegCounts& counts) {
-    Repeater repeater(division, size, pegs, counts);
-    repeater.run(std::move(model));
+    if (pegs.count != 0 && pegs.radius > 0) {
+        Repeater repeater(division, divided_by, size, pegs, counts);
+        if (repeater.run(model)) return std::move(repeater.parts);
+        counts = {};
+        for (const DividedPiece& piece : division.pieces) {
+            counts.cuts_without += piece.is_divided ? 1 : 0;
+        }
+    }
+    const ConnectorOptions none;
+    Repeater repeater(division, divided_by, size, none, counts);
+    const bool is_same = repeater.run(std::move(model));
+    assert(is_same);
+    (void)is_same;
     return std::move(repeater.parts);
 }
 

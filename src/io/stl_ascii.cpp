@@ -186,12 +186,9 @@ typename AsciiStlParser<kAnyCase>::Reading AsciiStlParser<kAnyCase>::read_number
     const char* after = parse_decimal(word, end_, number);
     p = after != nullptr ? after : word;
     while (!is_space(*p)) ++p;
-    while (p == end_) {
-        if (!refill(word)) {
-            p = end_;
-            break;
-        }
-        after = parse_decimal(word, end_, number);  // the word may have gone on
+    for (bool goes_on = true; goes_on && p == end_;) {
+        goes_on = refill(word);
+        after = parse_decimal(word, end_, number);  // it has moved, and may have gone on
         p = word;
         while (!is_space(*p)) ++p;
     }

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "base/timer.h"
+#include "job/findings.h"
 #include "job/measures.h"
 #include "job/numbers.h"
 #include "job/seam_check.h"
@@ -62,6 +63,19 @@ void check_volumes(const TriMesh& model, DecomposeDone& done) {
     }
 }
 
+// A body that was wound inward is so in its parts.
+void warn_of_turned(DecomposeDone& done) {
+    std::size_t turned = 0;
+    Vec3d place;
+    for (const PieceMeasures& piece : done.pieces) {
+        if (!piece.is_closed || !(piece.volume < 0)) continue;
+        if (turned++ == 0) place = (to_double(piece.box.low) + to_double(piece.box.high)) * 0.5;
+    }
+    if (turned == 0) return;
+    done.warnings.push_back(counted(turned, "part") + " turned inside out, the first " +
+                            place_text(place) + "; 'povmesh repair' turns the model's bodies");
+}
+
 void check_seams(const TriMesh& model, const std::vector<TriMesh>& parts, double reach,
                  DecomposeDone& done) {
     SeamCheck seams(model, done.report.planes, reach);
@@ -104,6 +118,7 @@ Status decompose(TriMesh& mesh, const DecomposeJob& job, Progress progress, Deco
         // Of triangles that enclose nothing millions may cross anyway.
         if (report.cuts != 0) check_seams(model, mesh.parts, 2 * job.peg_length(), done);
     }
+    warn_of_turned(done);
     if (report.cuts_without_pegs != 0) {
         done.warnings.push_back(with_separators(report.cuts_without_pegs) + " of " +
                                 counted(report.cuts, "cut") +

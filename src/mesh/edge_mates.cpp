@@ -36,11 +36,11 @@ public:
         parallel_for(mates_.codes_.size(),
                      [&](std::size_t i) { mates_.codes_[i] = EdgeMates::kOpen; });
         mates_.group_offsets_.assign(1, 0);
-        has_deleted_ = std::any_of(mesh.faces.begin(), mesh.faces.end(),
-                                   [](const Face& face) { return face.deleted != 0; });
     }
 
     void run_with_uses() {
+        has_deleted_ = std::any_of(mesh_.faces.begin(), mesh_.faces.end(),
+                                   [](const Face& face) { return face.deleted != 0; });
         for (std::size_t v = 0; v < mesh_.vertices.size(); ++v) {
             poll_at(v);
             gather(v);

@@ -152,6 +152,10 @@ TEST_F(Cut, DecomposeWritesPartsThatFitOrSaysWhichDoNot) {
     // 30 long, it fits upright.
     EXPECT_THAT(run({"decompose", "set.stl", "--preview", "--size", "10,10,30", "--turn"}).out,
                 testing::StartsWith("set.stl: 2 parts, 0 cuts (2 at least; an even"));
+    shapes::append(set, shapes::turned(shapes::box({80, 0, 0}, {90, 10, 10})));
+    write_stl_file("turned.stl", set);
+    EXPECT_THAT(run({"decompose", "turned.stl", "--preview", "--size", "21"}).err,
+                HasSubstr("1 part turned inside out, the first near (85, 5, 5)"));
     const ToolResult many = run({"decompose", "set.stl", "-o", "parts", "--size", "0.1"});
     EXPECT_EQ(many.status, 1);
     EXPECT_THAT(many.err, HasSubstr("more than 32,768 parts"));

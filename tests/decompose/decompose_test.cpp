@@ -12,7 +12,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/job_state.h"
 #include "cut/cut.h"
+#include "decompose/least_parts.h"
+#include "decompose/part_size.h"
 #include "helpers/reference.h"
 #include "helpers/shapes.h"
 #include "helpers/thorough.h"
@@ -219,6 +222,55 @@ TEST(Decompose, ThePlanesAloneTellThePartsOfTheSearch) {
             EXPECT_EQ(finite_bounds(parts[i]).high, finite_bounds(divided.parts[i]).high) << i;
             EXPECT_EQ(volume(parts[i]), volume(divided.parts[i])) << i;
         }
+    }
+}
+
+// A bound that is too high would be a lie, and one that is far too low of no use.
+TEST(Decompose, KnowsHowManyPartsThereMustBe) {
+    SoupVector corner = shapes::box({0, 0, 0}, {190, 10, 10});
+    shapes::append(corner, shapes::box({0, 0, 0}, {10, 190, 10}));
+    const SoupVector plate = shapes::box({0, 0, 0}, {300, 300, 10});
+    const SoupVector cube = shapes::box({0, 0, 0}, {200, 200, 200});
+    struct Case {
+        const SoupVector& soup;
+        Vec3d size;
+        bool may_turn;
+        std::size_t least;
+    };
+    const std::vector<Case> cases = {
+        {cube, {100, 100, 100}, false, 8},  // a corner each
+        {cube, {100, 100, 0}, false, 4},   {cube, {200, 200, 200}, false, 1},
+        {cube, {201, 199, 199}, false, 4}, {plate, {100, 100, 100}, false, 9},
+        {plate, {10, 300, 100}, true, 3},  {corner, {100, 100, 100}, false, 3}};
+    for (const Case& c : cases) {
+        std::size_t effort = kLeastPartsEffort;
+        EXPECT_EQ(least_parts(mesh_of(c.soup), PartSize(c.size, c.may_turn), effort), c.least);
+        std::size_t none = 0;
+        EXPECT_LE(least_parts(mesh_of(c.soup), PartSize(c.size, c.may_turn), none), 2U);
+    }
+}
+
+// Beside the model: both halves, and those of one of them. A second pair of halves, or the tables
+// that a cut is made with, would be seen.
+TEST(Decompose, HoldsLittleBesideTheModel) {
+    const TriMesh rock = mesh_of(shapes::rock(50, 6));
+    const auto bytes = static_cast<double>(rock.faces.size() * sizeof(Face) +
+                                           rock.vertices.size() * sizeof(Vertex));
+    const Vec3d half = to_double(finite_bounds(rock).extent()) * 0.5;
+    for (const auto& [method, most] :
+         {std::pair{DivisionMethod::Uniform, 1.4}, std::pair{DivisionMethod::Automatic, 1.8}}) {
+        JobSettings settings;
+        settings.has_own_workers = false;
+        JobState job(settings);
+        TriMesh mesh = rock;
+        {
+            const JobScope scope(&job);
+            RunLog log;
+            RunContext run{{}, log};
+            decompose(mesh, {.size = half, .method = method, .search_cells = kCells}, run);
+        }
+        EXPECT_EQ(mesh.parts.size(), 8U);
+        EXPECT_LT(static_cast<double>(job.peak_bytes()), most * bytes);
     }
 }
 

@@ -88,7 +88,7 @@ TEST_F(LargeFiles, FacesAndFaultsOfAnObjFileAreFoundBehindFourGigabytes) {
     EXPECT_EQ(mesh.corner_position(mesh.faces[0], 2).y, 7);
     const Repeated damaged(points, comment_lines(), end + "f 1 2 4\n");
     EXPECT_THAT(read_obj(damaged.source(), "large.obj", {true}, mesh, info).text(),
-                HasSubstr("names no vertex"));
+                HasSubstr("line 899605: \"4\" names no vertex"));
 }
 
 TEST_F(LargeFiles, FacetsOfAnAsciiStlFileAreFoundBehindFourGigabytes) {
