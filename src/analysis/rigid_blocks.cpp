@@ -8,6 +8,7 @@
 #include <numeric>
 
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "base/union_find.h"
 
 namespace povmesh::fem {
@@ -53,7 +54,9 @@ void RigidBlocks::gather_blocks(const Model& model) {
     places_.resize(count);
     Place low{INT32_MAX, INT32_MAX, INT32_MAX};
     Place high{INT32_MIN, INT32_MIN, INT32_MIN};
+    Poller poller;
     for_each_element(model, [&](const Element& e) {
+        poller();
         for (std::size_t c = 0; c < kCorners; ++c) {
             const std::array<int, 3>& sign = kCornerSigns[c];
             places_[e.nodes[c]] = {e.x + sign[0], e.y + sign[1], e.z + sign[2]};
@@ -83,6 +86,7 @@ void RigidBlocks::gather_blocks(const Model& model) {
     };
     UnionFind groups(count);
     for_each_element(model, [&](const Element& e) {
+        poller();
         for (std::size_t a = 0; a < kCorners; ++a) {
             for (std::size_t b = 0; b < a; ++b) {
                 if (std::min(e.nodes[a], e.nodes[b]) < model.fixed_nodes) continue;
@@ -94,6 +98,7 @@ void RigidBlocks::gather_blocks(const Model& model) {
     // Nodes of a block side by side, and the blocks in the order of their cells.
     std::vector<std::pair<Place, std::uint32_t>> roots;
     for (auto node = static_cast<std::uint32_t>(model.fixed_nodes); node < count; ++node) {
+        poller();
         if (groups.find(node) == node) roots.emplace_back(cell_of(node), node);
     }
     std::sort(roots.begin(), roots.end());
@@ -104,6 +109,7 @@ void RigidBlocks::gather_blocks(const Model& model) {
     centres_.assign(roots.size(), {});
     node_offsets_.assign(roots.size() + 2, 0);
     for (std::uint32_t node = 0; node < count; ++node) {
+        poller();
         block_of_[node] = number[groups.find(node)];
         if (block_of_[node] == kNone) continue;
         ++node_offsets_[block_of_[node] + 2];
@@ -127,9 +133,11 @@ void RigidBlocks::assemble(const Model& model) {
             return block_of_[node] != block_of_[e.nodes[0]];
         });
     };
+    Poller poller;
     std::vector<std::uint32_t> first_block(centres_.size());
     std::iota(first_block.begin(), first_block.end(), 0U);
     for_each_element(model, [&](const Element& e) {
+        poller();
         if (!is_between(e)) return;
         std::uint32_t least = kNone;
         for (const std::uint32_t node : e.nodes) least = std::min(least, block_of_[node]);
@@ -148,6 +156,7 @@ void RigidBlocks::assemble(const Model& model) {
     }
     entries_.assign(offsets_.back(), 0);
     for_each_element(model, [&](const Element& e) {
+        poller();
         if (!is_between(e)) return;
         std::array<Modes, kCorners> modes;
         for (std::size_t c = 0; c < kCorners; ++c) {
@@ -185,6 +194,7 @@ void RigidBlocks::factorise() {
     const std::size_t size = first_.size();
     inverse_pivots_.assign(size, 0);
     for (std::size_t i = 0; i < size; ++i) {
+        poll();
         double* a = row(i);
         for (std::size_t j = first_[i]; j < i; ++j) {
             const std::size_t begin = std::max(first_[i], first_[j]);

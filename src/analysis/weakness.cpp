@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "mesh/bounds.h"
+#include "mesh/copy_mesh.h"
 #include "spatial/shell_nesting.h"
 #include "spatial/surface_distance.h"
 
@@ -64,7 +65,7 @@ bool reduce_for_weakness(TriMesh& mesh, const std::function<void(TriMesh&)>& red
     if (mesh.faces.size() < kReducedFaces) return false;
     const Box3f box = finite_bounds(mesh);
     if (box.is_empty()) return false;
-    TriMesh reduced = mesh;
+    TriMesh reduced = copy_mesh(mesh);
     reduction(reduced);
     const double most = kReductionReach * length(to_double(box.high) - to_double(box.low));
     // Vertices are measured besides: samples need only be dense enough for faces.

@@ -21,12 +21,24 @@ constexpr std::size_t kPolledBlock = std::size_t{64} << 10;
 // Below two large pages the rounding would waste more than it saves.
 constexpr std::size_t kLargeBlock = 2 * kLargePage;
 
+bool is_large([[maybe_unused]] std::size_t bytes) {
+#if defined(__linux__)
+    return bytes >= kLargeBlock && bytes <= static_cast<std::size_t>(-1) - kLargePage;
+#else
+    return false;
+#endif
+}
+
+// What a block of so many bytes takes: whole pages, when it is large.
+std::size_t taken_by(std::size_t bytes) {
+    return is_large(bytes) ? (bytes + kLargePage - 1) / kLargePage * kLargePage : bytes;
+}
+
 // Null when the system has no memory.
 void* take_from_system(std::size_t bytes) noexcept {
 #if defined(__linux__)
-    if (bytes >= kLargeBlock && bytes <= static_cast<std::size_t>(-1) - kLargePage) {
-        const std::size_t rounded = (bytes + kLargePage - 1) / kLargePage * kLargePage;
-        void* const block = std::aligned_alloc(kLargePage, rounded);
+    if (is_large(bytes)) {
+        void* const block = std::aligned_alloc(kLargePage, taken_by(bytes));
         if (block != nullptr) advise_large_pages(block, bytes);
         return block;
     }
@@ -40,11 +52,11 @@ void* allocate_block(std::size_t bytes) {
     JobState* const job = current_job();
     if (job != nullptr) {
         if (bytes >= kPolledBlock) job->poll();
-        job->charge(bytes);
+        job->charge(taken_by(bytes));
     }
     void* const block = take_from_system(bytes);
     if (block == nullptr) {
-        if (job != nullptr) job->release(bytes);
+        if (job != nullptr) job->release(taken_by(bytes));
         throw std::bad_alloc();
     }
     return block;
@@ -52,7 +64,7 @@ void* allocate_block(std::size_t bytes) {
 
 void free_block(void* block, std::size_t bytes) noexcept {
     if (block == nullptr) return;
-    if (JobState* const job = current_job()) job->release(bytes);
+    if (JobState* const job = current_job()) job->release(taken_by(bytes));
     std::free(block);
 }
 

@@ -11,6 +11,7 @@
 #include "design/cavity_core.h"
 #include "design/cavity_surface.h"
 #include "design/smooth.h"
+#include "mesh/copy_mesh.h"
 #include "mesh/volume.h"
 #include "voxel/surface.h"
 
@@ -55,7 +56,7 @@ private:
     bool finish(TriMesh& mesh) {
         bool is_clear = wall_ == nullptr;
         if (options_.is_reduced) {
-            const TriMesh whole = mesh;
+            const TriMesh whole = copy_mesh(mesh);
             const Verdict verdict = reduce_boundary(whole, core_, mesh, [&](const TriMesh& made) {
                 if (stands(made)) return Verdict::Take;
                 // It may be the fault of the voxels.

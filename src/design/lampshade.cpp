@@ -21,6 +21,7 @@
 #include "field/sub_triangles.h"
 #include "mesh/append_mesh.h"
 #include "mesh/bounds.h"
+#include "mesh/copy_mesh.h"
 #include "mesh/volume.h"
 #include "slice/slices.h"
 #include "spatial/nearest_face.h"
@@ -162,7 +163,7 @@ private:
     }
 
     void separate() {
-        TriMesh mesh = mesh_;
+        TriMesh mesh = copy_mesh(mesh_);
         separate_bodies(mesh, {.keep_cavities = true, .all_faces = true});
         models_ = std::move(mesh.parts);
         for (const TriMesh& model : models_) box_volume_ += box_volume(finite_bounds(model));

@@ -9,6 +9,7 @@
 #include "job/new_faults.h"
 #include "job/numbers.h"
 #include "mesh/compact.h"
+#include "mesh/copy_mesh.h"
 #include "mesh/shells.h"
 #include "remesh/carry_attributes.h"
 #include "spatial/separation.h"
@@ -141,7 +142,7 @@ Status balance(TriMesh& mesh, const BalanceJob& job, Progress progress, BalanceD
     if (job.only_measures) {
         done.report = preview_balance(mesh, thickness, run, options);
     } else {
-        before = mesh;
+        before = copy_mesh(mesh);
         done.report = povmesh::balance(mesh, thickness, run, options);
     }
     done.seconds = timer.seconds();

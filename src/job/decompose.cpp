@@ -9,6 +9,7 @@
 #include "job/measures.h"
 #include "job/numbers.h"
 #include "job/seam_check.h"
+#include "mesh/copy_mesh.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
 
@@ -92,7 +93,7 @@ void check_seams(const TriMesh& model, const std::vector<TriMesh>& parts, double
 Status decompose(TriMesh& mesh, const DecomposeJob& job, Progress progress, DecomposeDone& done) {
     const bool was_closed = is_closed(mesh);
     mesh.use_table.release();
-    const TriMesh model = mesh;
+    const TriMesh model = copy_mesh(mesh);
     const Timer timer;
     std::string failures;
     RunLog log([&](std::string_view text) {

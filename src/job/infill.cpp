@@ -7,6 +7,7 @@
 #include "job/cavity.h"
 #include "job/numbers.h"
 #include "job/solid_surface.h"
+#include "mesh/copy_mesh.h"
 #include "mesh/volume.h"
 #include "remesh/carry_attributes.h"
 
@@ -40,7 +41,7 @@ Status infill(TriMesh& mesh, const InfillJob& options, Progress progress, Infill
     // The values of the operation itself go from 30 to 70.
     ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(40 + percent / 2); };
     RunContext run{Progress(nullptr, &scaled), log};
-    TriMesh cells = mesh;
+    TriMesh cells = copy_mesh(mesh);
     done.report = infill_to_density(cells, {.skin = options.skin, .density = options.density}, run);
     done.seconds = timer.seconds();
     const std::string failure = failure_of(done.report, options.skin, mesh);

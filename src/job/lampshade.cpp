@@ -11,6 +11,7 @@
 #include "job/numbers.h"
 #include "mesh/bounds.h"
 #include "mesh/compact.h"
+#include "mesh/copy_mesh.h"
 
 namespace povmesh::job {
 namespace {
@@ -135,7 +136,7 @@ Status lampshade(TriMesh& mesh, const LampshadeJob& job, Progress progress, Lamp
     if (job.preview) {
         done.report = preview_lampshade(mesh, thickness, run, done.contours, options);
     } else {
-        before = mesh;
+        before = copy_mesh(mesh);
         done.report = povmesh::lampshade(mesh, thickness, run, options,
                                          job.fills_contours ? &done.contours : nullptr);
     }

@@ -11,6 +11,7 @@
 #include "job/measures.h"
 #include "job/numbers.h"
 #include "mesh/bounds.h"
+#include "mesh/copy_mesh.h"
 #include "mesh/volume.h"
 #include "orient/pose.h"
 #include "spatial/self_intersection.h"
@@ -91,7 +92,7 @@ Status orient(TriMesh& mesh, const OrientJob& job, Progress progress, OrientDone
 }
 
 Remarks stand_up(TriMesh& mesh, const Orientation& row) {
-    const TriMesh before = mesh;
+    const TriMesh before = copy_mesh(mesh);
     turn_up(mesh, row.up);
     // Rounding moves every corner by a little: what touched may cross, what was tiny may be gone.
     Remarks remarks;

@@ -8,6 +8,7 @@
 #include "job/findings.h"
 #include "job/new_faults.h"
 #include "job/numbers.h"
+#include "mesh/copy_mesh.h"
 #include "mesh/volume.h"
 #include "remesh/reduce.h"
 
@@ -69,7 +70,7 @@ std::pair<std::string, std::string> end_of(const CheckedReduceReport& checked, b
 
 CheckedReduceReport reduce_mesh(TriMesh& mesh, const ReduceJob& options, Progress progress) {
     if (options.automatic) {
-        TriMesh source = mesh;
+        TriMesh source = copy_mesh(mesh);
         CheckedReduceReport report;
         const ProgressObserver share = [&](std::uint32_t percent) {
             progress.set(percent * kReducedPercent / 100);

@@ -4,6 +4,7 @@
 #include "job/findings.h"
 #include "job/new_faults.h"
 #include "job/numbers.h"
+#include "mesh/copy_mesh.h"
 #include "mesh/edge_mates.h"
 #include "remesh/agreeing_windings.h"
 
@@ -33,7 +34,7 @@ void tell_changes(const RemeshReport& report, Remarks& remarks) {
 }  // namespace
 
 Status remesh(TriMesh& mesh, const RemeshJob& job, Progress progress, RemeshDone& done) {
-    done.source = mesh;
+    done.source = copy_mesh(mesh);
     RunLog log;
     RunContext run{{}, log};
     RemeshOptions options;

@@ -2,6 +2,7 @@
 
 #include "base/timer.h"
 #include "job/new_faults.h"
+#include "mesh/copy_mesh.h"
 
 namespace povmesh::job {
 namespace {
@@ -12,7 +13,7 @@ constexpr double kNotableVolume = 0.01;
 }  // namespace
 
 Status revise(TriMesh& mesh, const ReviseJob& options, Progress progress, ReviseDone& done) {
-    TriMesh source = mesh;
+    TriMesh source = copy_mesh(mesh);
     const Timer timer;
     done.report = revise_triangles(mesh, options.options);
     done.seconds = timer.seconds();

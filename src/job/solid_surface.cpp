@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "job/numbers.h"
+#include "mesh/copy_mesh.h"
 #include "mesh/edge_mates.h"
 #include "spatial/self_intersection.h"
 
@@ -12,7 +13,7 @@ namespace povmesh {
 namespace {
 
 std::size_t irregular_edges(const TriMesh& mesh) {
-    TriMesh copy = mesh;
+    TriMesh copy = copy_mesh(mesh);
     const EdgeMates mates(copy);
     std::size_t count = 0;
     for (std::size_t f = 0; f < copy.faces.size(); ++f) {

@@ -5,6 +5,7 @@
 
 #include "base/timer.h"
 #include "job/new_faults.h"
+#include "mesh/copy_mesh.h"
 
 namespace povmesh::job {
 namespace {
@@ -16,7 +17,7 @@ constexpr std::size_t kMostSearched = 2'000'000;
 
 Status subdivide(TriMesh& mesh, const SubdivideJob& options, Progress progress,
                  SubdivideDone& done) {
-    TriMesh source = mesh;
+    TriMesh source = copy_mesh(mesh);
     const Timer timer;
     for (std::uint32_t level = 0; level < options.levels; ++level) {
         povmesh::subdivide(mesh, options.mode);

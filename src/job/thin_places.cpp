@@ -7,6 +7,7 @@
 #include "base/poll.h"
 #include "field/wrap.h"
 #include "job/numbers.h"
+#include "mesh/copy_mesh.h"
 #include "spatial/triangle_intersection.h"
 
 namespace povmesh {
@@ -56,7 +57,7 @@ std::unique_ptr<TriMesh> wrapped(const TriMesh& mesh, double wall, double& cell)
     WrapOptions options;
     options.tolerance = std::max(wall / kWrapsOfWall, 2 * affordable);
     if (!(options.tolerance <= wall / 2)) return nullptr;
-    auto result = std::make_unique<TriMesh>(mesh);
+    auto result = std::make_unique<TriMesh>(copy_mesh(mesh));
     RunLog log;
     RunContext run{{}, log};
     WrapReport report;

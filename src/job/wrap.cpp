@@ -5,6 +5,7 @@
 #include "job/numbers.h"
 #include "job/solid_surface.h"
 #include "mesh/compact.h"
+#include "mesh/copy_mesh.h"
 #include "remesh/carry_attributes.h"
 #include "spatial/nearest_face.h"
 
@@ -48,7 +49,7 @@ void warn_of_distance(const TriMesh& model, const TriMesh& result, WrapDone& don
 
 Status wrap(TriMesh& mesh, const WrapJob& job, Progress progress, WrapDone& done) {
     warn_of_lost_textures(mesh, done);
-    TriMesh source = mesh;
+    TriMesh source = copy_mesh(mesh);
     RunLog log;
     ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent / 4); };
     RunContext run{Progress(nullptr, &scaled), log};

@@ -12,6 +12,7 @@
 #include "base/poll.h"
 #include "mesh/bounds.h"
 #include "mesh/compact.h"
+#include "mesh/copy_mesh.h"
 #include "mesh/edge_mates.h"
 #include "remesh/parallel_reduce.h"
 #include "remesh/place_mask.h"
@@ -150,7 +151,7 @@ void add_shape_and_edge_faults(TriMesh& before, TriMesh& after, NewFaults& fault
 class CheckedReduction {
 public:
     CheckedReduction(TriMesh& mesh, double keep, RunContext& run)
-        : mesh_(mesh), source_(mesh), keep_(keep), run_(run) {}
+        : mesh_(mesh), source_(copy_mesh(mesh)), keep_(keep), run_(run) {}
 
     CheckedReduceReport reduce() {
         release();
@@ -178,7 +179,7 @@ private:
     double half_of_the_rest() const { return percent_ + (kLookedAtPercent - percent_) / 2; }
 
     void reduce_once() {
-        if (report_.passes != 0) mesh_ = source_;
+        if (report_.passes != 0) copy_mesh(source_, mesh_);
         ++report_.passes;
         ++passes_of_target_;
         std::vector<float> movement(held_.size());
@@ -270,7 +271,7 @@ private:
     }
 
     void take_back() {
-        mesh_ = source_;
+        copy_mesh(source_, mesh_);
         compact(mesh_);
         build_uses(mesh_);
         report_.faults.crossings = {};

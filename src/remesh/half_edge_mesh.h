@@ -19,6 +19,7 @@
 
 #include "base/array.h"
 #include "base/convert.h"
+#include "base/poll.h"
 #include "base/vec.h"
 #include "mesh/edge_mates.h"
 #include "mesh/tri_mesh.h"
@@ -172,11 +173,16 @@ TriMesh HalfEdgeMesh::plain_mesh(Takes&& takes) const {
     TriMesh mesh;
     mesh.vertices.reserve(positions.size());
     for (std::size_t v = 0; v < positions.size(); ++v) {
+        poll_at(v);
         const Vec3d p = positions[v];
         mesh.vertices.push_back({narrow_to_float(p.x), narrow_to_float(p.y), narrow_to_float(p.z),
                                  static_cast<std::int32_t>(v)});
     }
+    std::size_t count = 0;
+    for (std::size_t t = 0; t < triangles.size(); ++t) count += !is_gone(t) && takes(t) ? 1 : 0;
+    mesh.faces.reserve(count);
     for (std::size_t t = 0; t < triangles.size(); ++t) {
+        poll_at(t);
         if (is_gone(t) || !takes(t)) continue;
         Face face{{}, 0, -1, triangles[t], {-1, -1, -1}};
         face.colour.fill(255);

@@ -9,6 +9,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 #include "remesh/collapse_mesh.h"
 #include "remesh/corner_attributes.h"
@@ -69,7 +70,7 @@ struct ReductionField {
     ReductionField(TriMesh& of, OpenBorders borders)
         : mesh(of), frame(of), corners(make_collapse_mesh(of, borders)) {
         if constexpr (Quadric::kHasAttributes) wedges = make_wedges(mesh, corners, kAttributeScale);
-        quadrics.resize(mesh.vertices.size());
+        polled_resize(quadrics, mesh.vertices.size());
         parallel_for(mesh.vertices.size(), [&](std::size_t v) {
             quadrics[v] = vertex_quadric(v);  // writes only its own record
         });

@@ -12,6 +12,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "mesh/compact.h"
 #include "remesh/base_surface.h"
 #include "remesh/carry_attributes.h"
@@ -73,8 +74,10 @@ constexpr double kLastRunPercent = 90;
 // Values not positive or not finite become the mean edge of their face, or 1 where that is not
 // either.
 Array<float> usable_lengths(const TriMesh& mesh, const RemeshOptions& options) {
+    poll();
     Array<float> lengths(mesh.faces.size());
     for (std::size_t f = 0; f < lengths.size(); ++f) {
+        poll_at(f);
         float l = options.face_lengths.empty() ? narrow_to_float(options.edge_length)
                                                : options.face_lengths[f];
         if (!(l > 0) || !std::isfinite(l)) {
@@ -98,7 +101,10 @@ bool has_finite_vertices(const TriMesh& mesh) {
 
 Array<float> lengths_of_parts(const Array<std::uint32_t>& owners, std::span<const float> lengths) {
     Array<float> all(owners.size());
-    for (std::size_t t = 0; t < all.size(); ++t) all[t] = lengths[owners[t]];
+    for (std::size_t t = 0; t < all.size(); ++t) {
+        poll_at(t);
+        all[t] = lengths[owners[t]];
+    }
     return all;
 }
 
@@ -153,6 +159,7 @@ private:
     void run_once() {
         HalfEdgeMesh surface = start_;
         for (std::uint32_t t = 0; t < surface.triangles.size(); ++t) {
+            poll_at(t);
             if (is_kept(surface.triangles[t])) keep(surface, t);
         }
         const double from = percent_;
@@ -256,6 +263,7 @@ private:
         if (!walls_) walls_.emplace(start_, tree_, asked_);
         std::vector<std::int32_t> waiting;
         for (std::size_t v = 0; v < near.size(); ++v) {
+            poll_at(v);
             if (near[v] == 0) continue;
             waiting.push_back(static_cast<std::int32_t>(v));
             const double now = field_.at_vertex(v);
@@ -286,6 +294,7 @@ private:
 
     void count_kept(RemeshReport& report) const {
         for (std::size_t t = 0; t < start_.triangles.size(); ++t) {
+            poll_at(t);
             if (!is_kept(start_.triangles[t])) continue;
             if (report.kept_faces++ == 0) report.kept_at = start_.position(start_.triangles[t][0]);
         }

@@ -7,6 +7,8 @@
 #include <cmath>
 #include <limits>
 
+#include "base/poll.h"
+
 namespace povmesh {
 namespace {
 
@@ -101,6 +103,7 @@ void OverhangMeter::turn(const MeasuredTriangles& on, std::size_t columns) {
     seen_.resize(on.points.size());
     float lowest = std::numeric_limits<float>::infinity();
     for (std::size_t i = 0; i < seen_.size(); ++i) {
+        poll_at(i);
         const Vec3f p = on.points[i];
         const float height = dot(p, up);
         seen_[i] = {place(dot(p, right) + x0), place(dot(p, back) + y0), height};
@@ -116,7 +119,9 @@ bool OverhangMeter::find_hits(const MeasuredTriangles& on, double slack, double&
     double doubled = 0;  // area of the contact
     std::size_t count = 0;
     offsets_.assign(columns_ * columns_ + 2, 0);
+    Poller poller;
     for (const auto& [ia, ib, ic] : on.triangles) {
+        poller();
         const SeenPoint a = seen_[ia];
         const SeenPoint b = seen_[ib];
         const SeenPoint c = seen_[ic];
@@ -251,6 +256,7 @@ Overhang OverhangMeter::measure(const MeasuredTriangles& on, Vec3d up, double sl
     }
     sort_hits();
     for (std::size_t i = 0; i < columns_ * columns_; ++i) {
+        poll_at(i);
         const std::span<Hit> column(hits_.data() + offsets_[i], offsets_[i + 1] - offsets_[i]);
         if (column.empty()) continue;
         // What is entered goes before what is left at the same height: where solids touch there is

@@ -342,7 +342,7 @@ TEST_F(BytesOfTheTool, OfAFlawedModel) {
     povmesh_voxelize_options cubes = povmesh_voxelize_defaults();
     cubes.edge = 0.7;
     povmesh_remesh_options even = povmesh_remesh_defaults();
-    even.edge_length = 2;
+    even.edge_length = 4;
     povmesh_support_options support = povmesh_support_defaults();
     support.with_model = 1;
     povmesh_render_options picture = povmesh_render_defaults();
@@ -357,7 +357,7 @@ TEST_F(BytesOfTheTool, OfAFlawedModel) {
     compare("voxelize --size 0.7", [&](povmesh_mesh** m) {
         return povmesh_voxelize(context_, mesh_, &cubes, m, nullptr);
     });
-    compare("remesh --edge 2",
+    compare("remesh --edge 4",
             [&](povmesh_mesh** m) { return povmesh_remesh(context_, mesh_, &even, m, nullptr); });
     compare_first("support --with-model", [&](povmesh_result** r) {
         return povmesh_support(context_, mesh_, &support, r, nullptr);
@@ -409,13 +409,15 @@ TEST_F(BytesOfTheTool, OfASoundModel) {
     use(shapes::sphere(12, 3));
     const povmesh_drain drain = {{0, 0, -12}, 2};
     povmesh_hollow_options hollow = povmesh_hollow_defaults();
-    hollow.thickness = 2;
+    hollow.thickness = 4;
     hollow.drains = &drain;
     hollow.drain_count = 1;
     povmesh_offset_options offset = povmesh_offset_defaults();
     offset.distance = -1;
+    offset.cell = 1.5;
     povmesh_wrap_options wrap = povmesh_wrap_defaults();
-    wrap.tolerance = 0.5;
+    wrap.tolerance = 1;
+    wrap.cell = 2;
     povmesh_thickness_options thick = povmesh_thickness_defaults();
     thick.wall = 4;
     povmesh_orient_options orient = povmesh_orient_defaults();
@@ -425,11 +427,11 @@ TEST_F(BytesOfTheTool, OfASoundModel) {
     povmesh_decompose_options parts = povmesh_decompose_defaults();
     for (double& x : parts.extent) x = 15;
     parts.pegs = 1;
-    compare("hollow --thickness 2 --drain 0,0,-12,2",
+    compare("hollow --thickness 4 --drain 0,0,-12,2",
             [&](povmesh_mesh** m) { return povmesh_hollow(context_, mesh_, &hollow, m, nullptr); });
-    compare("offset --distance -1",
+    compare("offset --distance -1 --cell 1.5",
             [&](povmesh_mesh** m) { return povmesh_offset(context_, mesh_, &offset, m, nullptr); });
-    compare("wrap --tolerance 0.5",
+    compare("wrap --tolerance 1 --cell 2",
             [&](povmesh_mesh** m) { return povmesh_wrap(context_, mesh_, &wrap, m, nullptr); });
     compare_first("thickness --wall 4", [&](povmesh_result** r) {
         return povmesh_thickness(context_, mesh_, &thick, r, nullptr);
