@@ -3,12 +3,17 @@
 //
 // Floors: of a small call that of its operation; of charging and polling nothing; of making a mesh
 // a copy of the same bytes; of a cancel the longest stretch of work without a poll.
+//
+// "context_bench --where OPERATION INPUT" tells the longest of these, and where they begin and end:
+// addresses of this program, for addr2line.
+#include <execinfo.h>
 #include <malloc.h>
 #include <pthread.h>
-#include <sys/resource.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -26,6 +31,7 @@
 
 #include "base/job_state.h"
 #include "base/parallel.h"
+#include "context/handles.h"
 #include "context_calls.h"
 #include "inputs.h"
 #include "mesh/build_f.h"
@@ -43,6 +49,7 @@ using Clock = std::chrono::steady_clock;
 constexpr int kMoments = 50;
 constexpr int kPairs = 9;
 const std::string kRock = "rock_1311k";
+const std::string kSmallerRock = "rock_328k";  // for calls that take minutes on the other
 
 Context make_context() {
     povmesh_context_options options{};
@@ -88,8 +95,26 @@ void cube(benchmark::State& state, const std::string& name) {
     for (auto _ : state) benchmark::DoNotOptimize(call.run(context.get(), mesh.get()));
 }
 
-// The arrays of a mesh lie in records of 16 and 36 bytes; beside it a copy of as many bytes, into
-// memory that is as new.
+// Memory as the system gives it: its pages are there when they are first written.
+class NewPages {
+public:
+    explicit NewPages(std::size_t bytes)
+        : bytes_(bytes),
+          data_(mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
+        if (data_ == MAP_FAILED) throw std::bad_alloc();
+    }
+    ~NewPages() { munmap(data_, bytes_); }
+    NewPages(const NewPages&) = delete;
+    NewPages& operator=(const NewPages&) = delete;
+    char* data() const { return static_cast<char*>(data_); }
+
+private:
+    std::size_t bytes_;
+    void* data_;
+};
+
+// Beside copies: of what is given, 24 bytes a face, into memory that is there and into such that is
+// new, as a mesh's is; and of as many bytes as the mesh has, 44 a face, in records of 16 and 36.
 void create(benchmark::State& state, const std::string& input) {
     const Context context = make_context();
     const TriMesh& source = bench::mesh(input);
@@ -105,32 +130,43 @@ void create(benchmark::State& state, const std::string& input) {
     data.size = sizeof data;
     data.positions = {positions.data(), positions.size() / 3, 0, POVMESH_F32, 3};
     data.faces = {faces.data(), faces.size() / 3, 0, POVMESH_U32, 3};
-    std::vector<double> copies;
-    std::vector<double> larger_copies;
-    std::vector<double> made;
     const auto timed = [](const auto& work) {
         const double begin = cpu_milliseconds(CLOCK_THREAD_CPUTIME_ID);
         work();
         return cpu_milliseconds(CLOCK_THREAD_CPUTIME_ID) - begin;
     };
-    const auto copy = [&](std::size_t bytes_of_positions, std::size_t bytes_of_faces) {
+    // The source again and again where it is the shorter one.
+    const auto copy = [](const auto& from, char* to, std::size_t bytes) {
+        const std::size_t from_bytes = from.size() * sizeof from[0];
+        for (std::size_t at = 0; at < bytes; at += from_bytes) {
+            std::memcpy(to + at, from.data(), std::min(from_bytes, bytes - at));
+        }
+        benchmark::DoNotOptimize(to);
+        benchmark::ClobberMemory();
+    };
+    const std::size_t in_positions = positions.size() * sizeof(float);
+    const std::size_t in_faces = faces.size() * sizeof(std::uint32_t);
+    const auto copy_to_new = [&](std::size_t position_bytes, std::size_t face_bytes) {
         return timed([&] {
-            const auto to = [](const void* from, std::size_t from_bytes, std::size_t bytes) {
-                const std::unique_ptr<char[]> block(new char[bytes]);
-                for (std::size_t at = 0; at < bytes; at += from_bytes) {
-                    std::memcpy(block.get() + at, from, std::min(from_bytes, bytes - at));
-                }
-                benchmark::DoNotOptimize(block.get());
-                benchmark::ClobberMemory();
-            };
-            to(positions.data(), positions.size() * sizeof(float), bytes_of_positions);
-            to(faces.data(), faces.size() * sizeof(std::uint32_t), bytes_of_faces);
+            const NewPages a(position_bytes);
+            const NewPages b(face_bytes);
+            copy(positions, a.data(), position_bytes);
+            copy(faces, b.data(), face_bytes);
         });
     };
+    std::vector<char> there(in_positions + in_faces);
+    std::vector<double> in_there;
+    std::vector<double> in_new;
+    std::vector<double> out_new;
+    std::vector<double> made;
     for (auto _ : state) {
-        copies.push_back(copy(positions.size() * 4, faces.size() * 4));
-        larger_copies.push_back(
-            copy(source.vertices.size() * sizeof(Vertex), source.faces.size() * sizeof(Face)));
+        in_there.push_back(timed([&] {
+            copy(positions, there.data(), in_positions);
+            copy(faces, there.data() + in_positions, in_faces);
+        }));
+        in_new.push_back(copy_to_new(in_positions, in_faces));
+        out_new.push_back(copy_to_new(source.vertices.size() * sizeof(Vertex),
+                                      source.faces.size() * sizeof(Face)));
         made.push_back(timed([&] {
             povmesh_mesh* mesh = nullptr;
             if (povmesh_mesh_create(context.get(), &data, &mesh) != POVMESH_OK) std::abort();
@@ -138,27 +174,29 @@ void create(benchmark::State& state, const std::string& input) {
         }));
     }
     state.counters["cpu_ms"] = median(made);
-    state.counters["memcpy_in_ms"] = median(copies);
-    state.counters["memcpy_out_ms"] = median(larger_copies);
-    state.counters["times_memcpy_in"] = median(made) / median(copies);
-    state.counters["times_memcpy_out"] = median(made) / median(larger_copies);
+    state.counters["in_there_ms"] = median(in_there);
+    state.counters["in_new_ms"] = median(in_new);
+    state.counters["out_new_ms"] = median(out_new);
+    state.counters["times_in_there"] = median(made) / median(in_there);
+    state.counters["times_in_new"] = median(made) / median(in_new);
+    state.counters["times_out_new"] = median(made) / median(out_new);
 }
 
-using Step = void (*)(TriMesh& mesh);
+using Step = void (*)(TriMesh& mesh, const std::string& input);
 
-void step_build(TriMesh& mesh) {
-    ByteSoup soup{.triangle_count = triangle_count(kRock)};
-    soup.coordinates = bench::soup(kRock).data();
+void step_build(TriMesh& mesh, const std::string& input) {
+    ByteSoup soup{.triangle_count = triangle_count(input)};
+    soup.coordinates = bench::soup(input).data();
     mesh = TriMesh();
     build_f(mesh, soup);
 }
-void step_detect(TriMesh& mesh) {
+void step_detect(TriMesh& mesh, const std::string& /*input*/) {
     benchmark::DoNotOptimize(povmesh::detect(mesh));
 }
-void step_reduce(TriMesh& mesh) {
+void step_reduce(TriMesh& mesh, const std::string& /*input*/) {
     povmesh::reduce(mesh, {.keep = 0.5});
 }
-void step_remesh(TriMesh& mesh) {
+void step_remesh(TriMesh& mesh, const std::string& /*input*/) {
     RunLog log;
     RunContext run{{}, log};
     RemeshOptions options;
@@ -166,8 +204,9 @@ void step_remesh(TriMesh& mesh) {
     (void)povmesh::remesh(mesh, options, run);
 }
 
-// Turn by turn without and with a job, so that what else the machine does falls on both.
-void cost(benchmark::State& state, const std::string& name) {
+// Turn by turn without and with a job, so that what else the machine does falls on both. The job
+// has all that a call can have: a limit, a wish to look at, and somebody who is told how far it is.
+void cost(benchmark::State& state, const std::string& name, const std::string& input) {
     Step step = step_build;
     if (name == "detect") step = step_detect;
     if (name == "reduce") step = step_reduce;
@@ -175,15 +214,16 @@ void cost(benchmark::State& state, const std::string& name) {
     std::atomic<std::uint32_t> wish = 0;
     const OneThread alone;
     const auto turn = [&](bool has_job) {
-        TriMesh copy = bench::mesh(kRock);
+        TriMesh copy = bench::mesh(input);
         JobSettings settings;
         settings.wish = &wish;
         settings.memory_limit = std::uint64_t{1} << 40;
+        settings.report = [](void*, double, const char*) { return false; };
         JobState job(settings);
         const double begin = cpu_milliseconds(CLOCK_THREAD_CPUTIME_ID);
         {
             const JobScope scope(has_job ? &job : nullptr);
-            step(copy);
+            step(copy, input);
         }
         return cpu_milliseconds(CLOCK_THREAD_CPUTIME_ID) - begin;
     };
@@ -205,12 +245,111 @@ void cost(benchmark::State& state, const std::string& name) {
     state.counters["without_ms"] = median(without);
     state.counters["with_ms"] = median(with);
     state.counters["more_percent"] = 100 * (median(shares) - 1);
+    // Half of the pairs lie between these.
+    std::sort(shares.begin(), shares.end());
+    state.counters["from_percent"] = 100 * (shares[shares.size() / 4] - 1);
+    state.counters["to_percent"] = 100 * (shares[shares.size() * 3 / 4] - 1);
+}
+
+// The longest stretches of a call without a poll, and the stacks at both ends.
+class Stretches {
+public:
+    // Of a call on this thread; keeping stacks costs microseconds a poll.
+    povmesh_status run(povmesh_context* context, const povmesh_mesh* mesh, const ContextCall& call,
+                       bool keeps_stacks) {
+        current_ = this;
+        keeps_stacks_ = keeps_stacks;
+        FaultPlan plan;
+        plan.on_poll = [] { current_->look(); };
+        context->faults = &plan;
+        last_ = cpu_milliseconds(CLOCK_THREAD_CPUTIME_ID);
+        const povmesh_status status = call.run(context, mesh);
+        look();
+        context->faults = nullptr;
+        std::sort(all_.begin(), all_.end(), [](const Stretch& a, const Stretch& b) {
+            return a.milliseconds > b.milliseconds;
+        });
+        return status;
+    }
+
+    double longest() const { return all_.empty() ? 0 : all_.front().milliseconds; }
+    std::uint64_t polls() const { return polls_; }
+
+    void print() const {
+        constexpr std::size_t kMost = 16;
+        for (std::size_t i = 0; i < std::min(all_.size(), kMost); ++i) {
+            std::printf("%.1f ms, from\n", all_[i].milliseconds);
+            print(all_[i].begin);
+            std::printf("to\n");
+            print(all_[i].end);
+        }
+    }
+
+private:
+    using Stack = std::array<void*, 24>;
+    struct Stretch {
+        double milliseconds;
+        Stack begin, end;
+    };
+    static constexpr double kTold = 5;  // milliseconds
+
+    static void print(const Stack& stack) {
+        std::fflush(stdout);
+        const auto size = std::find(stack.begin(), stack.end(), nullptr) - stack.begin();
+        backtrace_symbols_fd(stack.data(), static_cast<int>(size), STDOUT_FILENO);
+    }
+
+    void look() {
+        ++polls_;
+        const double now = cpu_milliseconds(CLOCK_THREAD_CPUTIME_ID);
+        Stack here{};
+        if (keeps_stacks_) (void)backtrace(here.data(), static_cast<int>(here.size()));
+        if (now - last_ >= kTold) all_.push_back({now - last_, stack_, here});
+        stack_ = here;
+        last_ = cpu_milliseconds(CLOCK_THREAD_CPUTIME_ID);
+    }
+
+    static inline Stretches* current_ = nullptr;  // of the only call that is looked at
+    std::vector<Stretch> all_;
+    Stack stack_{};
+    double last_ = 0;
+    std::uint64_t polls_ = 0;
+    bool keeps_stacks_ = false;
+};
+
+// What a cancel waits for at most, whenever it comes: the longest stretch of a whole call.
+void stretch(benchmark::State& state, const std::string& name, const std::string& input) {
+    const Context context = make_context();
+    const Mesh mesh = make_mesh(context, bench::soup(input));
+    Stretches stretches;
+    for (auto _ : state) {
+        const povmesh_status status =
+            stretches.run(context.get(), mesh.get(), context_call(name), false);
+        if (status != POVMESH_OK && status != POVMESH_NOTHING) {
+            state.SkipWithError(povmesh_context_message(context.get()));
+            return;
+        }
+    }
+    state.counters["polls"] = static_cast<double>(stretches.polls());
+    state.counters["longest_ms"] = stretches.longest();
+}
+
+int tell_stretches(const std::string& name, const std::string& input) {
+    const Context context = make_context();
+    const Mesh mesh = make_mesh(context, bench::soup(input));
+    Stretches stretches;
+    const povmesh_status status =
+        stretches.run(context.get(), mesh.get(), context_call(name), true);
+    std::printf("%s on %s: %s, %llu polls\n", name.c_str(), input.c_str(),
+                povmesh_status_text(status), static_cast<unsigned long long>(stretches.polls()));
+    stretches.print();
+    return 0;
 }
 
 // From the wish to the return, at random moments of the call.
-void cancel(benchmark::State& state, const std::string& name) {
+void cancel(benchmark::State& state, const std::string& name, const std::string& input) {
     const Context context = make_context();
-    const Mesh mesh = make_mesh(context, bench::soup(kRock));
+    const Mesh mesh = make_mesh(context, bench::soup(input));
     const ContextCall call = context_call(name);
     clockid_t own_clock{};
     pthread_getcpuclockid(pthread_self(), &own_clock);
@@ -251,6 +390,7 @@ void cancel(benchmark::State& state, const std::string& name) {
     state.counters["moments"] = static_cast<double>(waits.size());
     state.counters["median_ms"] = median(waits);
     state.counters["worst_ms"] = *std::max_element(waits.begin(), waits.end());
+    state.counters["median_cpu_ms"] = median(cpu_waits);
     state.counters["worst_cpu_ms"] = *std::max_element(cpu_waits.begin(), cpu_waits.end());
 }
 
@@ -266,6 +406,15 @@ double status_bytes(const std::string& key) {
 int tell_peak(const std::string& name, const std::string& input) {
     const Context context = make_context();
     const Mesh mesh = make_mesh(context, bench::soup(input));
+    povmesh_write_options format = povmesh_write_defaults();
+    void* data = nullptr;
+    std::size_t bytes = 0;
+    const auto write = [&] {
+        return povmesh_write_memory(context.get(), mesh.get(), &format, &data, &bytes, nullptr);
+    };
+    const std::string kind = name.substr(name.find('_') + 1);
+    if (kind != name) format.format = kind.c_str();
+    if (name.starts_with("read_") && write() != POVMESH_OK) return 1;
     // What is given back leaves the process at once: the growth is what was taken, not what the C
     // library keeps for later.
     mallopt(M_MMAP_THRESHOLD, 64 << 10);
@@ -273,19 +422,29 @@ int tell_peak(const std::string& name, const std::string& input) {
     malloc_trim(0);
     std::ofstream("/proc/self/clear_refs") << "5";  // the peak begins anew
     const double before = status_bytes("VmRSS");
-    const povmesh_status status = context_call(name).run(context.get(), mesh.get());
+    povmesh_status status = POVMESH_OK;
+    povmesh_mesh* read = nullptr;
+    if (name.starts_with("read_")) {
+        status = povmesh_read_memory(context.get(), data, bytes, nullptr, &read, nullptr);
+    } else if (name.starts_with("write_")) {
+        status = write();
+    } else {
+        status = context_call(name).run(context.get(), mesh.get());
+    }
     const double after = status_bytes("VmHWM");
     if (status != POVMESH_OK) return 1;
+    povmesh_mesh_release(read);
+    povmesh_free(data);
     std::cout << after - before << ' ' << povmesh_context_peak_bytes(context.get()) << '\n';
     return 0;
 }
 
 std::string this_program;
 
-void peak(benchmark::State& state, const std::string& name) {
+void peak(benchmark::State& state, const std::string& name, const std::string& input) {
     const std::string result = scratch_file("peak.txt");
     const std::string command =
-        "'" + this_program + "' --peak " + name + " " + kRock + " > '" + result + "'";
+        "'" + this_program + "' --peak " + name + " " + input + " > '" + result + "'";
     double grown = 0;
     double told = 0;
     for (auto _ : state) {
@@ -299,11 +458,13 @@ void peak(benchmark::State& state, const std::string& name) {
     state.counters["told_percent"] = 100 * told / grown;
 }
 
+using OnInput = void (*)(benchmark::State& state, const std::string& name,
+                         const std::string& input);
 void add_once(const std::string& operation, const std::vector<std::string>& names,
-              Function function) {
+              const std::string& input, OnInput function) {
     for (const std::string& name : names) {
-        const auto run = [function, name](benchmark::State& state) { function(state, name); };
-        benchmark::RegisterBenchmark((operation + "/" + name).c_str(), run)
+        const auto run = [=](benchmark::State& state) { function(state, name, input); };
+        benchmark::RegisterBenchmark((operation + "/" + input + "/" + name).c_str(), run)
             ->Unit(benchmark::kMillisecond)
             ->Iterations(1)
             ->Repetitions(1)
@@ -317,13 +478,27 @@ void add_once(const std::string& operation, const std::vector<std::string>& name
 int main(int argc, char** argv) {
     using namespace povmesh::bench;  // NOLINT(google-build-using-namespace)
     if (argc == 4 && std::string(argv[1]) == "--peak") return tell_peak(argv[2], argv[3]);
+    if (argc == 4 && std::string(argv[1]) == "--where") return tell_stretches(argv[2], argv[3]);
     this_program = argv[0];
     std::vector<std::string> names;
     for (const ContextCall& call : context_calls()) names.emplace_back(call.name);
     add_named("cube", {"repair", "check", "stl"}, cube);
     add("create", {"rock_82k", "rock_1311k"}, create);
-    add_once("cost", {"build_f", "detect", "reduce", "remesh"}, cost);
-    add_once("cancel", names, cancel);
-    add_once("peak", names, peak);
+    // There and back is two calls, and the second one alone is told.
+    std::vector<std::string> single_calls;
+    for (const std::string& name : names) {
+        if (povmesh_has(("write:" + name).c_str()) == 0) {
+            single_calls.push_back(name);
+        } else {
+            single_calls.push_back("read_" + name);
+            single_calls.push_back("write_" + name);
+        }
+    }
+    for (const std::string& rock : {kRock, kSmallerRock}) {
+        add_once("cost", {"build_f", "detect", "reduce", "remesh"}, rock, cost);
+        add_once("stretch", names, rock, stretch);
+        add_once("cancel", names, rock, cancel);
+        add_once("peak", single_calls, rock, peak);
+    }
     return run(argc, argv);
 }

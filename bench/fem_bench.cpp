@@ -167,9 +167,9 @@ void solve_eigen(benchmark::State& state, const std::string& name) {
         std::vector<Eigen::Triplet<float>> triplets;
         triplets.reserve(576 * model.element_count());
         for_each_element(model, [&](const fem::Element& e) {
-            for (std::size_t i = 0; i < kElementDofs; ++i) {
+            for (std::size_t i = 0; i < fem::kElementDofs; ++i) {
                 if (e.nodes[i / 3] < model.fixed_nodes) continue;
-                for (std::size_t j = 0; j < kElementDofs; ++j) {
+                for (std::size_t j = 0; j < fem::kElementDofs; ++j) {
                     if (e.nodes[j / 3] < model.fixed_nodes) continue;
                     triplets.emplace_back(free(e.nodes[i / 3], i % 3), free(e.nodes[j / 3], j % 3),
                                           element[i][j]);

@@ -8,9 +8,13 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include <omp.h>
+
 #include "inputs.h"
 #include "io/file.h"
 #include "io/ply.h"
+#include "io/stl.h"
+#include "io/stream.h"
 #include "io/three_mf.h"
 
 #ifdef POVMESH_BENCH_PEERS
@@ -98,6 +102,36 @@ void write_three_mf(benchmark::State& state, const std::string& input) {
     set_bytes(state, path);
 }
 
+// The time that passes; parts of the text are packed at once.
+void write_three_mf_2_threads(benchmark::State& state, const std::string& input) {
+    const int before = omp_get_max_threads();
+    omp_set_num_threads(2);
+    write_three_mf(state, input);
+    omp_set_num_threads(before);
+}
+
+// As the tool does: unpacked into a file without a name, then read.
+void read_packed_stl(benchmark::State& state, const std::string& input) {
+    const std::string path = scratch_file(input + ".stl.gz");
+    if (!std::filesystem::exists(path)) {
+        ReplacementFile file;
+        require_ok(file.open(path, false));
+        GzipSink packed(file);
+        require_ok(write_stl(mesh(input), packed));
+    }
+    measure(state, [&] {
+        InputFile file;
+        require_ok(unpack_gzip(path, file));
+        RunLog log;
+        RunContext run{{}, log};
+        TriMesh mesh;
+        StlInfo info;
+        require_ok(read_stl(bytes_of(file), path, {.strict = true}, run, mesh, info));
+        return mesh;
+    });
+    set_bytes(state, path);
+}
+
 #ifdef POVMESH_BENCH_PEERS
 // No post-processing: three vertices of its own for each face of a PLY file, shared ones of 3MF.
 template <std::string (*file)(const std::string&)>
@@ -181,6 +215,8 @@ int main(int argc, char** argv) {
     add("write_ply", inputs, write_ply);
     add("read_3mf", inputs, read_three_mf);
     add("write_3mf", inputs, write_three_mf);
+    add("write_3mf_2_threads", inputs, write_three_mf_2_threads);
+    add("read_stl_gz", inputs, read_packed_stl);
 #ifdef POVMESH_BENCH_PEERS
     add("read_ply_assimp", inputs, read_assimp<ply_file>);
     add("read_3mf_assimp", inputs, read_assimp<three_mf_file>);

@@ -7,8 +7,8 @@ copies nothing. Processor time, one thread, the fastest of five, in the same run
 the machine count less so.
 
 usage: bench/python_bench.py [--peers] [--batch FOLDER]
-  --peers         beside meshio with numpy, VTK and admesh --batch FOLDER  200 made models there,
-  five of which go wrong; then one and two workers on some of them
+  --peers         beside meshio with numpy, VTK and admesh
+  --batch FOLDER  200 made models there, five of which go wrong; then one and two workers on some
 """
 
 import argparse
@@ -201,14 +201,17 @@ def measure_peers(folder):
             print(f"{name}: {error}")
             continue
         # Of what povmesh reads; admesh may write what it does not close.
-        left = povmesh.load(target).check(self_intersections=False, advice=False)
+        theirs = povmesh.load(target).check(advice=False)
         mine = processor_seconds(lambda: ours(steps), 3)
-        fixed = povmesh.load(target).check(self_intersections=False, advice=False)
+        own = povmesh.load(target).check(advice=False)
         print(
-            f"{name}: {other:.2f} ({left.open_edges} open edges left),"
-            f" povmesh {'+'.join(steps)}: {mine:.2f}"
-            f" ({fixed.open_edges} left), ratio {mine / other:.2f}"
+            f"{name}: {other:.2f}, povmesh {'+'.join(steps)}: {mine:.2f}, ratio {mine / other:.2f}"
         )
+        for who, left in (("theirs", theirs), ("ours", own)):
+            print(
+                f"  {who}: {left.faces:,} triangles, {left.open_edges} open edges,"
+                f" {left.non_manifold_edges} non-manifold, {left.self_intersections} crossings"
+            )
 
 
 class Saboteur(threading.Thread):

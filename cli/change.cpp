@@ -6,6 +6,7 @@
 #include "cli/model.h"
 #include "cli/pieces.h"
 #include "cli/read_back.h"
+#include "job/bodies.h"
 #include "job/numbers.h"
 #include "job/refusal.h"
 
@@ -63,10 +64,16 @@ void rewrite_model(const Arguments& arguments, Progress progress, const RewriteS
     try {
         const bool was_finite = has_finite_corners(model.mesh);
         const std::size_t closed_before = closed_body_count(model);
+        const std::size_t bodies_before = model.extras.package.bodies.size();
+        const ThreeMfContent& package = model.extras.package;
+        const bool has_bodies = kind_of(target) == FileKind::ThreeMf && !package.labels.empty();
+        const TriMesh before = has_bodies ? model.mesh : TriMesh{};
         std::string reason = steps.change(model);
         if (reason.empty()) reason = refusal(model.mesh, was_finite);
         if (!reason.empty()) return outcome.fail(Flawed, source + ": " + reason);
-        if (loses_bodies(model, kind_of(target))) outcome.lost.emplace_back(kLostBodies);
+        if (has_bodies && !give_to_bodies(model.mesh, before, package)) {
+            outcome.lost.emplace_back(kLostBodies);
+        }
         progress.set(80);
         OutputFile file(target);
         std::string failure = save_model(model, file.path());
@@ -77,7 +84,8 @@ void rewrite_model(const Arguments& arguments, Progress progress, const RewriteS
         if (!failure.empty()) return outcome.fail(CannotWrite, failure);
         if (steps.inspect) steps.inspect(back);
         const std::size_t closed_after = closed_body_count(model);
-        if (closed_after < closed_before && keeps_bodies(model.mesh, model.extras.package)) {
+        const bool are_the_same = package.bodies.size() >= bodies_before;
+        if (are_the_same && closed_after < closed_before && keeps_bodies(model.mesh, package)) {
             outcome.lost.push_back(
                 counted(closed_before - closed_after, "object is", "objects are") +
                 " no longer closed: objects that touch are changed as one; split the "
@@ -102,6 +110,10 @@ int run_change(const Arguments& arguments, Console& console, const Change& chang
         const std::string& failure = outcome.report.failure;
         if (!failure.empty()) return failure + "; nothing is written";
         outcome.after = measures_of(model.mesh);
+        if (!outcome.report.new_body.empty() && kind_of(target) == FileKind::ThreeMf) {
+            add_body(model.mesh, outcome.report.new_body_from, outcome.report.new_body,
+                     model.extras.package);
+        }
         const std::vector<std::string>& warnings = outcome.report.warnings;
         outcome.lost.insert(outcome.lost.end(), warnings.begin(), warnings.end());
         return {};

@@ -23,6 +23,8 @@ struct ChangeReport : Remarks {
     std::string failure;  // why there is no result, without the file; nothing is written then
     ExitStatus failed_with = Flawed;  // then: Usage where another argument would do
     double seconds = 0;               // that it took, without reading and writing
+    std::string new_body;             // of a 3MF file: the name of an object that the faces from
+    std::size_t new_body_from = 0;    // this one on make; empty: they go to those of the model
     std::vector<Row> before, after;   // of the same labels, to stand beside each other
     std::vector<Row> rows;
     Json json_before = Json::object(), json_after = Json::object();

@@ -103,13 +103,17 @@ bool Console::flush() {
     return false;
 }
 
-std::string progress_text(const std::string& name, std::uint32_t percent, double seconds) {
+std::string progress_text(const std::string& name, std::uint32_t percent, double seconds,
+                          std::span<const job::Phase> phases) {
     percent = std::min<std::uint32_t>(percent, 100);
     const std::uint32_t filled = percent * kBarLength / 100;
     std::string text = name + ": [" + std::string(filled, '#') +
                        std::string(kBarLength - filled, '.') + "] " + std::to_string(percent) +
                        " %, ";
-    text += percent < kIsRead ? "reading" : percent < kIsDone ? "working" : "writing";
+    text += percent < kIsRead   ? "reading"
+            : !phases.empty()   ? job::phase_at(phases, percent)
+            : percent < kIsDone ? "working"
+                                : "writing";
     if (percent < kTellingPercent || percent >= 100 || seconds < kTellingSeconds) return text;
     const double left = seconds * (100.0 - percent) / percent;
     if (left < 90) return text + ", about " + std::to_string(std::lround(left)) + " s left";
@@ -117,7 +121,7 @@ std::string progress_text(const std::string& name, std::uint32_t percent, double
 }
 
 ProgressLine::ProgressLine(const Console& console, const std::string& path)
-    : name_(short_name(path)) {
+    : name_(short_name(path)), phases_(console.phases()) {
     if (console.is_quiet() || !is_terminal(stderr)) return;
     try {
         watcher_ = std::thread([this] { watch(); });
@@ -149,7 +153,8 @@ void ProgressLine::watch() {
         const std::uint32_t percent =
             std::atomic_ref<std::uint32_t>(percent_).load(std::memory_order_acquire);
         const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-        write_to_error(std::string(kEraseLine) + progress_text(name_, percent, taken.count()));
+        write_to_error(std::string(kEraseLine) +
+                       progress_text(name_, percent, taken.count(), phases_));
     } while (!stopped_.wait_for(lock, kRefresh, is_over));
     write_to_error(std::string(kEraseLine));
 }

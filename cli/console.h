@@ -5,10 +5,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
+#include <span>
 #include <string>
 #include <string_view>
 #include <thread>
 
+#include "job/phases.h"
 #include "run/progress.h"
 
 namespace povmesh::cli {
@@ -22,6 +24,10 @@ class Console {
 public:
     void set_quiet(bool is_quiet) { is_quiet_ = is_quiet; }
     bool is_quiet() const { return is_quiet_; }
+
+    /// What the progress lines of the operation call what it is at.
+    void set_phases(std::span<const job::Phase> phases) { phases_ = phases; }
+    std::span<const job::Phase> phases() const { return phases_; }
 
     /// Lets results go to standard error: standard output is for a model.
     void send_results_to_error() { results_ = stderr; }
@@ -44,14 +50,17 @@ public:
 
 private:
     bool is_quiet_ = false;
+    std::span<const job::Phase> phases_;
     std::FILE* results_ = stdout;
     std::string* collected_ = nullptr;
     int output_error_ = 0;
 };
 
-/// What the progress line says: "NAME: [#####.....] 48 %, reading, about 12 s left"; the time left,
-/// as the time taken so far tells it, from where that tells anything on.
-std::string progress_text(const std::string& name, std::uint32_t percent, double seconds);
+/// What the progress line says: "NAME: [#####.....] 48 %, closing holes, about 12 s left"; what the
+/// operation is at, or "working" where it has no phases; and the time left, as the time taken so
+/// far tells it, from where that tells anything on.
+std::string progress_text(const std::string& name, std::uint32_t percent, double seconds,
+                          std::span<const job::Phase> phases);
 
 /// The progress of one job. From the second second on a terminal shows its line, which is erased at
 /// the end; anything but a terminal, and a quiet console, shows nothing. The line is written by a
@@ -72,6 +81,7 @@ private:
     void watch();
 
     std::string name_;
+    std::span<const job::Phase> phases_;
     std::uint32_t percent_ = 0;
     bool is_stopped_ = false;
     std::mutex mutex_;

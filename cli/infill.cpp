@@ -21,6 +21,7 @@ std::string density_text(const InfillReport& report, double wanted) {
 ChangeReport report_of(const job::InfillDone& done, double wanted) {
     const InfillReport& filled = done.report;
     ChangeReport report;
+    static_cast<Remarks&>(report) = done;
     report.rows = {
         {"voxel size", human_number(filled.voxel_size)},
         {"cells", with_separators(filled.taken) + " of " + with_separators(filled.cells)},

@@ -1,6 +1,7 @@
 #include "cli/kept_models.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <span>
 #include <utility>
@@ -14,6 +15,17 @@ namespace {
 std::map<std::string, KeptModel>& places() {
     static std::map<std::string, KeptModel> all;
     return all;
+}
+
+// The folder that is kept; empty when none is.
+std::string& folder_of_places() {
+    static std::string folder;
+    return folder;
+}
+
+// With or without a separator at its end.
+std::string plain_name(const std::string& folder) {
+    return (std::filesystem::path(folder) / "x").parent_path().string();
 }
 
 class KeptSink final : public ByteSink {
@@ -55,6 +67,33 @@ KeptModel* kept_model(const std::string& name) {
 
 void forget_model(const std::string& name) {
     places().erase(name);
+}
+
+void keep_folder(const std::string& folder) {
+    folder_of_places() = plain_name(folder);
+}
+
+bool is_kept_folder(const std::string& folder) {
+    return !folder.empty() && plain_name(folder) == folder_of_places();
+}
+
+KeptModel* place_for(const std::string& path) {
+    const std::string folder = std::filesystem::path(path).parent_path().string();
+    if (KeptModel* const known = kept_model(path); known != nullptr) return known;
+    if (!is_kept_folder(folder)) return nullptr;
+    KeptModel& place = keep_model(path, kind_of(path));
+    place.is_for_people = true;
+    return &place;
+}
+
+std::vector<std::string> kept_in_folder() {
+    std::vector<std::string> names;
+    for (const auto& [name, place] : places()) {
+        if (is_kept_folder(std::filesystem::path(name).parent_path().string())) {
+            names.push_back(name);
+        }
+    }
+    return names;
 }
 
 std::unique_ptr<ByteSink> sink_of(KeptModel& model) {

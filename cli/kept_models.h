@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "base/array.h"
 #include "cli/model.h"
@@ -16,6 +17,7 @@ namespace povmesh::cli {
 /// read of the file.
 struct KeptModel {
     FileKind kind = FileKind::Unknown;
+    std::string stem{};          // of names of what is made of it; empty: that of its own name
     bool is_for_people = false;  // will be a file: its package gets a picture
     Array<char> bytes;           // none until a model has been written
 };
@@ -27,6 +29,16 @@ KeptModel& keep_model(const std::string& name, FileKind kind);
 KeptModel* kept_model(const std::string& name);
 
 void forget_model(const std::string& name);
+
+/// From now on, what is written into this folder is kept, too; nothing is read out of it.
+void keep_folder(const std::string& folder);
+bool is_kept_folder(const std::string& folder);
+
+/// A place for a file that is about to be written, or null when it is not to be kept.
+KeptModel* place_for(const std::string& path);
+
+/// What is in the kept folder, by the names of the files.
+std::vector<std::string> kept_in_folder();
 
 /// Writes into a place, which changes only when all is there.
 std::unique_ptr<ByteSink> sink_of(KeptModel& model);

@@ -13,6 +13,7 @@
 #include "cli/model.h"
 #include "cli/platform.h"
 #include "cli/recipe.h"
+#include "job/phases.h"
 
 namespace povmesh::cli {
 namespace {
@@ -37,6 +38,7 @@ int run(int argument_count, char** arguments, Console& console) {
     int status = Clean;
     if (line.operation != nullptr) {
         console.set_quiet(line.arguments.has("--quiet"));
+        console.set_phases(job::phases_of(line.operation->name));
         if (line.arguments.has("--format")) {
             set_pipe_kind(kind_of("model." + line.arguments.text("--format")));
         }

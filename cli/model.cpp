@@ -65,6 +65,9 @@ bool is_model_name(const std::string& path, Console& console) {
 }
 
 std::string stem_of(const std::string& path) {
+    if (const KeptModel* const kept = kept_model(path); kept != nullptr && !kept->stem.empty()) {
+        return kept->stem;
+    }
     if (is_pipe(path)) return "model";
     const std::filesystem::path stem = std::filesystem::path(path).stem();
     return (is_packed(path) ? stem.stem() : stem).string();
@@ -83,7 +86,7 @@ std::string save_model(TriMesh& mesh, const std::string& path, const ModelExtras
         if (const std::string obstacle = coordinate_obstacle(mesh); !obstacle.empty()) {
             return path + ": " + obstacle;
         }
-        if (KeptModel* const kept = kept_model(path)) {
+        if (KeptModel* const kept = place_for(path)) {
             return write_model(mesh, kept->kind, extras, path, *sink_of(*kept),
                                kept->is_for_people ? Thumbnail::Drawn : Thumbnail::None)
                 .text();

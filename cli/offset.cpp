@@ -55,8 +55,8 @@ OperationSpec offset_operation() {
         .description =
             "Writes the surface at a distance from that of the model: around it, or within it "
             "when the distance is below 0. The result is closed and does not cross itself; a "
-            "flawed model is taken for the solid that wrap would make. Colours, groups and texture "
-            "coordinates are not kept.",
+            "flawed model is taken for the solid that wrap would make. Texture coordinates are not "
+            "kept.",
         .positionals = {kModelFile},
         .options = {model_output(),
                     {.name = "--distance",

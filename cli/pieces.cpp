@@ -7,7 +7,9 @@
 #include <system_error>
 #include <utility>
 
+#include "cli/kept_models.h"
 #include "cli/model.h"
+#include "job/bodies.h"
 #include "job/numbers.h"
 #include "job/refusal.h"
 
@@ -100,6 +102,30 @@ std::string refusal_of(std::vector<Piece>& pieces, const std::vector<TriMesh>& p
     return is_anything_left ? "" : "no triangle would be left; nothing is written";
 }
 
+std::size_t open_body_count(const TriMesh& part, const ThreeMfContent& package) {
+    std::vector<TriMesh> bodies = bodies_of(part, package);
+    return static_cast<std::size_t>(std::count_if(bodies.begin(), bodies.end(), [](TriMesh& body) {
+        return !body.faces.empty() && !is_closed(body);
+    }));
+}
+
+// Gives faces that are new to the objects that they close, for a 3MF file of each piece.
+void keep_bodies(std::vector<TriMesh>& parts, const std::vector<Piece>& pieces,
+                 const ThreeMfContent& package, bool were_closed, PiecesOutcome& outcome) {
+    bool are_lost = false;
+    std::size_t open = 0;
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        are_lost |= !give_to_bodies(parts[i], {}, package);
+        if (were_closed && pieces[i].is_closed) open += open_body_count(parts[i], package);
+    }
+    if (are_lost) outcome.warnings.emplace_back(kLostBodies);
+    if (open == 0) return;
+    outcome.warnings.push_back(counted(open, "object is", "objects are") +
+                               " open in their piece: objects that touch are divided as one; split "
+                               "the model and divide each by itself");
+    if (outcome.status == Clean) outcome.status = Flawed;
+}
+
 // Writes the pieces of one model; `pieces` and `parts` go side by side.
 void write_pieces(std::vector<Piece> pieces, std::vector<TriMesh>& parts, const ModelExtras& extras,
                   const Arguments& arguments, Progress progress, std::string_view noun,
@@ -147,6 +173,9 @@ PiecesOutcome divide_model(const Arguments& arguments, Progress progress, std::s
         const std::string any_name = "x" + extension_for(arguments, source);
         const std::vector<std::string> lost = loss_warnings(model, kind_of(any_name));
         const bool was_finite = has_finite_corners(model.mesh);
+        const ThreeMfContent& package = model.extras.package;
+        const bool has_bodies = kind_of(any_name) == FileKind::ThreeMf && !package.labels.empty();
+        const bool were_closed = has_bodies && open_body_count(model.mesh, package) == 0;
         std::vector<Piece> pieces = divide(model.mesh, progress, outcome);
         if (!outcome.failure.empty()) return outcome;
         const std::string reason = refusal_of(pieces, model.mesh.parts, was_finite);
@@ -154,9 +183,11 @@ PiecesOutcome divide_model(const Arguments& arguments, Progress progress, std::s
             outcome.fail(Flawed, source + ": " + reason);
             return outcome;
         }
+        if (has_bodies) keep_bodies(model.mesh.parts, pieces, package, were_closed, outcome);
         progress.set(70);
         if (arguments.has("--output")) {
-            const std::string failure = make_folder(arguments.text("--output"));
+            const std::string& folder = arguments.text("--output");
+            const std::string failure = is_kept_folder(folder) ? "" : make_folder(folder);
             if (!failure.empty()) {
                 outcome.fail(CannotWrite, failure);
                 return outcome;

@@ -27,7 +27,7 @@ StepRole role_of(const OperationSpec& operation) {
     for (const OptionSpec& option : operation.options) {
         if (option.name != "--output") continue;
         if (option.help == model_output().help) return StepRole::Change;
-        if (option.placeholder == "DIR") return StepRole::None;
+        if (option.placeholder == "DIR") return StepRole::Several;
     }
     return StepRole::Look;
 }
@@ -39,7 +39,15 @@ bool is_check(const OperationSpec& operation) {
 // Whether a recipe says it: what the model is read from and written to is not for the steps.
 bool is_for_steps(const OperationSpec& operation, const OptionSpec& option) {
     if (option.name == "--json") return false;
-    return option.name != "--output" || role_of(operation) != StepRole::Change;
+    return option.name != "--output" || role_of(operation) == StepRole::Look;
+}
+
+// That of an operation which is asked to look only.
+StepRole role_with(const OperationSpec& operation, const Arguments& arguments) {
+    const StepRole role = role_of(operation);
+    const bool only_looks = (role == StepRole::Change && arguments.has("--check")) ||
+                            (role == StepRole::Several && arguments.has("--preview"));
+    return only_looks ? StepRole::Look : role;
 }
 
 // "--drop-tiny" as a key: "drop_tiny".
@@ -228,7 +236,7 @@ std::string take_keys(const Json& json, RecipeStep& step) {
 }
 
 // Returns what is wrong, with the number of the step and, when it has one, its operation.
-std::string take_step(const Json& json, std::size_t number, RecipeStep& step) {
+std::string take_step(const Json& json, std::size_t number, bool is_last, RecipeStep& step) {
     const std::string place = "step " + std::to_string(number);
     if (!json.is_object()) {
         return place + ": is " + shown(json) +
@@ -245,14 +253,18 @@ std::string take_step(const Json& json, std::size_t number, RecipeStep& step) {
         return place + ": there is no operation \"" + name + "\"; it is one of " +
                operations_text();
     }
-    step.role = role_of(*step.operation);
-    if (step.role == StepRole::None) {
+    if (role_of(*step.operation) == StepRole::None) {
         return place + " (" + name +
                "): makes no model that could go on, so it cannot stand in a " +
                "recipe; it is one of " + operations_text();
     }
     const std::string error = take_keys(json, step);
     if (!error.empty()) return place + " (" + name + "): " + error;
+    step.role = role_with(*step.operation, step.arguments);
+    if (step.role == StepRole::Several && !is_last) {
+        return place + " (" + name +
+               "): makes several models, so it can only be the last step of a recipe";
+    }
     fill_in_defaults(*step.operation, step.arguments);
     return {};
 }
@@ -310,7 +322,7 @@ std::string read_recipe(const std::string& path, Recipe& recipe) {
                " steps: [{\"operation\": \"repair\"}, ...]";
     }
     for (std::size_t i = 0; i < json.size() && error.empty(); ++i) {
-        error = take_step(json[i], i + 1, recipe.steps.emplace_back());
+        error = take_step(json[i], i + 1, i + 1 == json.size(), recipe.steps.emplace_back());
     }
     return error.empty() ? "" : path + ": " + error;
 }

@@ -15,16 +15,17 @@ namespace povmesh::cli {
 
 /// What an operation does with the model in a recipe.
 enum class StepRole : std::uint8_t {
-    None,    // it cannot stand in one
-    Change,  // it hands on another model
-    Look     // the model goes on as it is
+    None,     // it cannot stand in one
+    Change,   // it hands on another model
+    Several,  // it makes several: only at the end of a recipe
+    Look      // the model goes on as it is
 };
 
 struct RecipeStep {
     const OperationSpec* operation = nullptr;
-    StepRole role = StepRole::Look;
-    Json options = Json::object();  // as they stand in the recipe
-    Arguments arguments;            // the same with defaults, without models to read and write
+    StepRole role = StepRole::Look;  // with these options
+    Json options = Json::object();   // as they stand in the recipe
+    Arguments arguments;             // the same with defaults, without models to read and write
     std::vector<Requirement> requirements;  // of a check; none when it is no gate
 };
 

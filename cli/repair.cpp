@@ -33,7 +33,7 @@ std::string solidify(TriMesh& mesh, RepairOutcome& outcome) {
     RunContext run{{}, log};
     SolidReport report;
     ChangeReport lost;
-    warn_of_lost_attributes(mesh, lost);
+    warn_of_lost_textures(mesh, lost);
     const Status status = make_solid(mesh, {}, run, report);
     if (!status.ok()) return status.text() + "; nothing is written";
     if (report.wrapped != 0) {

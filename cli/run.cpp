@@ -18,6 +18,7 @@
 #include "cli/job_limits.h"
 #include "cli/kept_models.h"
 #include "cli/model.h"
+#include "cli/pieces.h"
 #include "cli/recipe.h"
 #include "cli/shared_options.h"
 #include "job/numbers.h"
@@ -79,8 +80,9 @@ public:
         if (is_json_) {
             console_.print(json_text(to_json()));
         } else if (report_.failure.empty() && !console_.is_quiet()) {
-            console_.print(on_one_line(target_) + ": written after " +
-                           counted(report_.steps.size(), "step") + "\n");
+            console_.print(on_one_line(target_) + ": " +
+                           (files_ > 0 ? counted(files_, "file") + " " : std::string()) +
+                           "written after " + counted(report_.steps.size(), "step") + "\n");
         }
         return report_.status;
     }
@@ -103,6 +105,7 @@ private:
     bool take_source() {
         if (is_pipe(source_)) {
             KeptModel& kept = keep_model(std::string(kStandardInput), kind_of(source_));
+            kept.stem = stem_of(source_);
             const std::string failure = keep_standard_input(kept);
             model_ = kStandardInput;
             return failure.empty() || fail_aloud(CannotRead, outcome_of(CannotRead), failure);
@@ -120,13 +123,9 @@ private:
         return kind_of(source_) == FileKind::ThreeMf ? FileKind::ThreeMf : FileKind::Obj;
     }
 
-    bool makes_model(const RecipeStep& step) const {
-        return step.role == StepRole::Change && !step.arguments.has("--check");
-    }
-
     bool run_steps() {
         std::size_t last = recipe_.steps.size();
-        while (last > 0 && !makes_model(recipe_.steps[last - 1])) --last;
+        while (last > 0 && recipe_.steps[last - 1].role == StepRole::Look) --last;
         for (step_ = 0; step_ < recipe_.steps.size(); ++step_) {
             const FileKind kind = step_ + 1 == last ? kind_of(target_) : kind_between();
             if (!run_step(kind, step_ + 1 == last)) return false;
@@ -139,9 +138,17 @@ private:
         Arguments arguments = step.arguments;
         arguments.add(step.operation->positionals.front().name, model_);
         std::string result;
-        if (makes_model(step)) {
+        if (step.role == StepRole::Several) {
+            if (!arguments.has("--format")) {
+                arguments.add("--format", std::string(extension_of(kind_of(source_)).substr(1)));
+            }
+            arguments.add("--output", target_);
+            keep_folder(target_);
+        } else if (step.role == StepRole::Change) {
             result = "model after " + step_name(recipe_, step_);
-            keep_model(result, kind).is_for_people = is_last;
+            KeptModel& place = keep_model(result, kind);
+            place.is_for_people = is_last;
+            place.stem = stem_of(source_);
             arguments.add("--output", result);
         }
         const StepReport told = start(step, arguments);
@@ -154,6 +161,9 @@ private:
             return fail_aloud(Flawed, "no result", place() + told.gate + "; nothing is written");
         }
         if (told.status > Flawed) return fail(told.status, outcome_of(told.status), error_of(told));
+        if (step.role == StepRole::Several && kept_in_folder().empty()) {
+            return fail(std::max<int>(told.status, Flawed), "no result", error_of(told));
+        }
         if (result.empty()) return true;
         if (kept_model(result)->bytes.empty()) {
             return fail(std::max<int>(told.status, Flawed), "no result", error_of(told));
@@ -184,6 +194,7 @@ private:
                            std::to_string(recipe_.steps.size()) + ": " +
                            std::string(step.operation->name) + "\n");
         }
+        console_.set_phases(job::phases_of(step.operation->name));
         Console collecting = console_;
         std::string text;
         if (is_collected) {
@@ -225,13 +236,28 @@ private:
     }
 
     void deliver() {
-        if (const KeptModel* const kept = kept_model(model_); kept != nullptr && is_made(*kept)) {
+        if (recipe_.steps.back().role == StepRole::Several) {
+            deliver_folder();
+        } else if (const KeptModel* const kept = kept_model(model_);
+                   kept != nullptr && is_made(*kept)) {
             const std::string failure = deliver_kept(*kept, target_);
             if (!failure.empty()) fail_aloud(CannotWrite, outcome_of(CannotWrite), failure);
         } else {
             convert();
         }
         if (report_.failure.empty()) report_.outcome = outcome_of(report_.status);
+    }
+
+    void deliver_folder() {
+        std::string failure = make_folder(target_);
+        for (const std::string& path : kept_in_folder()) {
+            if (!failure.empty()) break;
+            failure = deliver_kept(*kept_model(path), path);
+            if (failure.empty()) ++files_;
+        }
+        if (failure.empty()) return;
+        if (files_ > 0) failure += "; written before: " + counted(files_, "file");
+        fail_aloud(CannotWrite, outcome_of(CannotWrite), failure);
     }
 
     bool is_made(const KeptModel& kept) const {
@@ -243,6 +269,7 @@ private:
         Arguments arguments;
         arguments.add("IN", model_);
         arguments.add("OUT", target_);
+        console_.set_phases({});
         Console collecting = console_;
         std::string text;
         collecting.collect_results(text);
@@ -300,7 +327,8 @@ private:
     std::string model_;                  // that the next step reads
     std::atomic<std::size_t> step_ = 0;  // the watcher tells it
     double seconds_ = 0;
-    std::mutex mutex_;  // over the report
+    std::size_t files_ = 0;  // written into the folder of a last step that makes several models
+    std::mutex mutex_;       // over the report
     RunReport report_;
 };
 
@@ -327,7 +355,12 @@ int run_recipe(const Arguments& arguments, Console& console) {
     if (!arguments.has("IN") || !arguments.has("--output")) {
         return refuse("run: IN and --output are needed; see 'povmesh run --help'", console);
     }
-    if (!is_model_name(arguments.text("--output"), console)) return Usage;
+    const std::string& target = arguments.text("--output");
+    if (recipe.steps.back().role != StepRole::Several) {
+        if (!is_model_name(target, console)) return Usage;
+    } else if (is_pipe(target)) {
+        return refuse("run: the last step makes several models; name a folder", console);
+    }
     LimitValues limits;
     if (arguments.has("--time")) limits.seconds = arguments.number("--time");
     if (arguments.has("--memory")) limits.bytes = arguments.bytes("--memory");
@@ -337,6 +370,9 @@ int run_recipe(const Arguments& arguments, Console& console) {
 OptionSpec result_output() {
     OptionSpec option = model_output();
     option.is_required = false;
+    option.help =
+        "File to write; its name ends in .stl, .obj, .ply or .3mf; or the folder for the models "
+        "that cut, decompose or split as a last step makes";
     return option;
 }
 

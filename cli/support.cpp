@@ -231,7 +231,9 @@ ChangeReport add_supports(TriMesh& mesh, const Arguments& arguments, Progress pr
         report.failure = slice(mesh, arguments, supports, report);
         if (!report.failure.empty()) return report;
     }
+    report.new_body = "supports";
     if (arguments.has("--with-model")) {
+        report.new_body_from = mesh.faces.size();
         append_mesh(mesh, done.tubes);
     } else {
         mesh = done.tubes;

@@ -63,8 +63,8 @@ OperationSpec wrap_operation() {
         .description =
             "Makes a closed surface without crossings around a model of any kind: open, crossing, "
             "doubled, turned inside out. It follows the faces themselves, with their edges, and is "
-            "new only where faces are missing or not thick. Colours, groups and texture "
-            "coordinates are not kept. Prints how far the two surfaces are apart.",
+            "new only where faces are missing or not thick. Texture coordinates are not "
+            "kept. Prints how far the two surfaces are apart.",
         .positionals = {kModelFile},
         .options = {model_output(),
                     {.name = "--tolerance",

@@ -66,7 +66,8 @@ shapes::SoupVector solids_of(Bytes& bytes, bool is_grid) {
         for (const std::size_t k : {0U, 2U, 1U, 0U, 1U, 3U, 1U, 2U, 3U, 2U, 0U, 3U}) {
             tetrahedron.insert(tetrahedron.end(), {p[k].x, p[k].y, p[k].z});
         }
-        shapes::append(soup, volume > 0 ? tetrahedron : shapes::turned(tetrahedron));
+        if (volume < 0) tetrahedron = shapes::turned(tetrahedron);
+        shapes::append(soup, tetrahedron);
     }
     return soup;
 }

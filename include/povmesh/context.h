@@ -596,7 +596,8 @@ enum { POVMESH_BALANCE_CARVED = 0, POVMESH_BALANCE_FIRM = 2, POVMESH_BALANCE_FAL
 typedef struct povmesh_balance_options {
     uint32_t size;
     int32_t check; /* [0] 1: measure only, no mesh */
-    /* [must]; [10] degrees that a firm model withstands; [0] of the core that stays */
+    /* [must]; [10] degrees that a firm model withstands; [0] of the core that stays, from 1 on;
+     * 0: solid, as 100 */
     double thickness, angle, infill_percent;
     const povmesh_drain* drains; /* [null, 0] */
     uint64_t drain_count;

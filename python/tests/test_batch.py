@@ -196,6 +196,7 @@ def test_ctrl_c_ends_the_models_and_keeps_the_rows(faulty_tool):
         (["cat.stl"], [{"operation": "repair", "sharp": 1}], {}, "sharp"),
         (["cat.stl"], [{"operation": "reduce", "keep": "half"}], {}, "keep"),
         (["cat.stl"], [], {}, "recipe"),
+        (["cat.stl"], [{"operation": "split"}], {}, "several models"),
         (["in/a.stl", "in/a.obj"], RECIPE, {"format": "stl"}, "both become"),
         (["in/a.stl", "in/a.stl"], RECIPE, {}, "twice"),
         (["in/a.stl"], RECIPE, {"out": "in"}, "replace"),

@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 #include "slice/slices.h"
 
@@ -19,7 +20,9 @@ constexpr std::size_t kAcross = 2;  // the axis of the slicer
 Array<Box3f> boxes_of(const TriMesh& mesh) {
     Array<Box3f> boxes;
     boxes.reserve(mesh.faces.size());
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         boxes.push_back(face.deleted != 0 ? Box3f{} : face_box(mesh, face));
     }
     return boxes;

@@ -14,6 +14,7 @@
 #include "analysis/strength_values.h"
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "base/timer.h"
 #include "mesh/bounds.h"
 #include "mesh/compact.h"
@@ -80,11 +81,14 @@ public:
                 spacing_ = std::max(spacing_, (double{farthest} - next) * scale_);
             }
         }
+        Poller poller;
         for (Vertex& v : mesh.vertices) {
+            poller();
             set(v, (to_double(v.position()) - low_) * scale_);
         }
         places_.reserve(mesh.vertices.size());
         for (std::uint32_t i = 0; i < mesh.vertices.size(); ++i) {
+            poll_at(i);
             places_.push_back({bits_of(mesh.vertices[i]), i});
         }
         std::sort(places_.begin(), places_.end());
@@ -284,6 +288,7 @@ void leave_out_collapsed(TriMesh& mesh, Array<float>& values) {
     if (std::none_of(mesh.faces.begin(), mesh.faces.end(), is_collapsed)) return;
     std::vector<std::pair<Bits, float>> values_at;
     for (std::size_t v = 0; v < mesh.vertices.size(); ++v) {
+        poll_at(v);
         values_at.emplace_back(bits_of(mesh.vertices[v]), values[v]);
     }
     const auto is_before = [](const auto& a, const auto& b) { return a.first < b.first; };

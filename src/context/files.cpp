@@ -16,8 +16,8 @@
 namespace povmesh::context {
 namespace {
 
-constexpr Phase kRead[] = {{0, "reading"}, {0, nullptr}};
-constexpr Phase kWrite[] = {{0, "writing"}, {0, nullptr}};
+constexpr job::Phase kRead[] = {{0, "reading"}};
+constexpr job::Phase kWrite[] = {{0, "writing"}};
 
 FileKind kind_named(Call& call, const char* format) {
     const FileKind kind = kind_of_name(std::string("model.") + format);

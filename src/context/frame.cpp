@@ -122,12 +122,12 @@ void Call::copy_options(const void* from, void* to, std::size_t known) {
     }
 }
 
-Progress Call::progress(std::uint32_t low, std::uint32_t high, const Phase* phases) {
+Progress Call::progress(std::uint32_t low, std::uint32_t high, std::span<const job::Phase> phases) {
     observer_ = [this, low, high, phases](std::uint32_t value) {
-        const Phase* phase = phases;
-        while (phase[1].name != nullptr && phase[1].value <= value) ++phase;
         const std::uint32_t inside = std::clamp(value, low, high) - low;
-        job_.set_progress(100.0 * inside / (high - low), phase->name);
+        // What is at the end itself is not part of the call.
+        const char* const phase = job::phase_at(phases, std::min(value, high - 1));
+        job_.set_progress(100.0 * inside / (high - low), phase);
     };
     observer_(low);
     return Progress(nullptr, &observer_);

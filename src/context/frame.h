@@ -13,6 +13,7 @@
 
 #include "base/status.h"
 #include "context/handles.h"
+#include "job/phases.h"
 #include "job/remarks.h"
 #include "run/progress.h"
 
@@ -22,12 +23,6 @@ namespace povmesh::context {
 /// as nothing below the frame is to catch it.
 struct Stop {
     povmesh_status status;
-};
-
-/// A value from which on a phase runs, of those that the operation sets.
-struct Phase {
-    std::uint32_t value;
-    const char* name;
 };
 
 /// A call while it runs: what the steps of an operation need of it.
@@ -75,9 +70,8 @@ public:
                 "must be the size of the struct of the report");
     }
 
-    /// Values from `low` to `high`, as an operation sets them, become percent and phases. Null at
-    /// the end of the phases.
-    Progress progress(std::uint32_t low, std::uint32_t high, const Phase* phases);
+    /// Values from `low` to `high`, as an operation sets them, become percent and phases.
+    Progress progress(std::uint32_t low, std::uint32_t high, std::span<const job::Phase> phases);
 
     /// Tells the log of warnings; a line each.
     void log(const std::vector<std::string>& lines);

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "context/rows.h"
 #include "job/measures.h"
 #include "mesh/build_f.h"
@@ -12,7 +13,7 @@
 namespace povmesh::context {
 namespace {
 
-constexpr Phase kCreate[] = {{0, "taking over arrays"}, {0, nullptr}};
+constexpr job::Phase kCreate[] = {{0, "taking over arrays"}};
 
 struct Inputs {
     Rows positions, faces, colours, textures, labels;
@@ -81,16 +82,33 @@ void for_each_face(const Inputs& in, const Visit& visit) {
     }
 }
 
-// The first face with a vertex that is not there.
+// A mark for each block of a loop: whether something was met in it.
+class BlockMarks {
+public:
+    explicit BlockMarks(std::size_t items)
+        : marks_((items + kParallelBlock - 1) / kParallelBlock, 0) {}
+    void set(std::size_t item) { marks_[item / kParallelBlock] = 1; }
+    bool any() const { return std::find(marks_.begin(), marks_.end(), 1) != marks_.end(); }
+
+private:
+    Array<std::uint8_t> marks_;
+};
+
+bool is_beyond(const std::array<std::size_t, 3>& v, std::size_t vertices) {
+    return std::max({v[0], v[1], v[2]}) >= vertices;
+}
+
+void expect_known(Call& call, const BlockMarks& unknown) {
+    call.require(!unknown.any(), "faces", "name a vertex that is not there");
+}
+
 void expect_vertices(Call& call, const Inputs& in) {
     if (!in.has_faces) return;
-    const std::size_t vertices = in.positions.count();
-    Array<std::uint8_t> is_wrong((in.face_count + kParallelBlock - 1) / kParallelBlock, 0);
+    BlockMarks marks(in.face_count);
     for_each_face(in, [&](std::size_t face, const std::array<std::size_t, 3>& v) {
-        if (std::max({v[0], v[1], v[2]}) >= vertices) is_wrong[face / kParallelBlock] = 1;
+        if (is_beyond(v, in.positions.count())) marks.set(face);
     });
-    call.require(std::find(is_wrong.begin(), is_wrong.end(), 1) == is_wrong.end(), "faces",
-                 "name a vertex that is not there");
+    expect_known(call, marks);
 }
 
 std::uint8_t colour_byte(const Inputs& in, std::size_t row, std::size_t component) {
@@ -100,15 +118,14 @@ std::uint8_t colour_byte(const Inputs& in, std::size_t row, std::size_t componen
 
 void expect_colours(Call& call, const Inputs& in) {
     if (!in.has_colours || in.colours.has(POVMESH_U8)) return;
-    Array<std::uint8_t> is_wrong((in.colours.count() + kParallelBlock - 1) / kParallelBlock, 0);
+    BlockMarks marks(in.colours.count());
     parallel_for(in.colours.count(), [&](std::size_t row) {
         for (std::size_t i = 0; i < in.colours.components(); ++i) {
             const double value = in.colours.real(row, i);
-            if (!(value >= 0 && value <= 1)) is_wrong[row / kParallelBlock] = 1;
+            if (!(value >= 0 && value <= 1)) marks.set(row);
         }
     });
-    call.require(std::find(is_wrong.begin(), is_wrong.end(), 1) == is_wrong.end(), "colours",
-                 "must be from 0 to 1");
+    call.require(!marks.any(), "colours", "must be from 0 to 1");
 }
 
 std::array<std::uint8_t, 9> colours_of(const Inputs& in, std::size_t face) {
@@ -124,7 +141,8 @@ std::array<std::uint8_t, 9> colours_of(const Inputs& in, std::size_t face) {
 }
 
 // As a soup: corners of the same bits become one vertex, and all else follows.
-TriMesh weld(const Inputs& in) {
+TriMesh weld(Call& call, const Inputs& in) {
+    expect_vertices(call, in);
     ByteSoup soup{.triangle_count = in.face_count};
     Array<float> coordinates(9 * in.face_count);
     parallel_for(in.face_count, [&](std::size_t face) {
@@ -167,8 +185,53 @@ TriMesh weld(const Inputs& in) {
     return mesh;
 }
 
+bool has_equal(const std::array<std::size_t, 3>& v) {
+    return v[0] == v[1] || v[1] == v[2] || v[2] == v[0];
+}
+
+Face bare_face() {
+    Face face;
+    face.colour.fill(255);
+    face.deleted = 0;
+    face.label = -1;
+    face.uv.fill(-1);
+    return face;
+}
+
+void set_vertices(Face& face, const std::array<std::size_t, 3>& v) {
+    face.deleted = has_equal(v) ? 1 : 0;
+    face.vertex = {static_cast<std::int32_t>(v[0]), static_cast<std::int32_t>(v[1]),
+                   static_cast<std::int32_t>(v[2])};
+}
+
+// Faces of which nothing but the vertices is given, looked at as they are made and not in a pass of
+// its own. Marks those with two equal vertices.
+void take_bare_faces(Call& call, const Inputs& in, TriMesh& mesh, BlockMarks& leaves_out) {
+    BlockMarks marks(in.face_count);
+    const Face bare = bare_face();
+    for_each_face(in, [&](std::size_t f, const std::array<std::size_t, 3>& v) {
+        Face face = bare;
+        set_vertices(face, v);
+        mesh.faces[f] = face;
+        if (face.deleted != 0) leaves_out.set(f);
+        if (is_beyond(v, in.positions.count())) marks.set(f);
+    });
+    expect_known(call, marks);
+}
+
+void take_faces(const Inputs& in, TriMesh& mesh, BlockMarks& leaves_out) {
+    for_each_face(in, [&](std::size_t f, const std::array<std::size_t, 3>& v) {
+        Face face = bare_face();
+        face.colour = colours_of(in, f);
+        if (in.has_labels) face.label = static_cast<std::int16_t>(in.labels.whole(f, 0));
+        set_vertices(face, v);
+        mesh.faces[f] = face;
+        if (face.deleted != 0) leaves_out.set(f);
+    });
+}
+
 // Vertices and faces as they are, but for faces with two equal vertices.
-TriMesh take_over(const Inputs& in) {
+TriMesh take_over(Call& call, const Inputs& in) {
     TriMesh mesh;
     mesh.vertices.resize(in.positions.count());
     if (in.positions.has(POVMESH_F32)) {
@@ -183,21 +246,16 @@ TriMesh take_over(const Inputs& in) {
         });
     }
     mesh.faces.resize(in.face_count);
-    Array<std::uint8_t> leaves_out((in.face_count + kParallelBlock - 1) / kParallelBlock, 0);
-    for_each_face(in, [&](std::size_t f, const std::array<std::size_t, 3>& v) {
-        const bool is_none = v[0] == v[1] || v[1] == v[2] || v[2] == v[0];
-        Face face;
-        face.colour = colours_of(in, f);
-        face.deleted = is_none ? 1 : 0;
-        face.label = in.has_labels ? static_cast<std::int16_t>(in.labels.whole(f, 0)) : -1;
-        face.vertex = {static_cast<std::int32_t>(v[0]), static_cast<std::int32_t>(v[1]),
-                       static_cast<std::int32_t>(v[2])};
-        face.uv.fill(-1);
-        mesh.faces[f] = face;
-        if (is_none) leaves_out[f / kParallelBlock] = 1;
-    });
+    BlockMarks leaves_out(in.face_count);
+    if (in.has_colours || in.has_labels) {
+        expect_vertices(call, in);
+        take_faces(in, mesh, leaves_out);
+    } else {
+        take_bare_faces(call, in, mesh, leaves_out);
+    }
     if (in.has_textures) {
         for (std::size_t f = 0; f < in.face_count; ++f) {
+            poll_at(f);
             Face& face = mesh.faces[f];
             if (face.deleted != 0 || face.label < 0) continue;
             for (std::size_t corner = 0; corner < 3; ++corner) {
@@ -208,8 +266,12 @@ TriMesh take_over(const Inputs& in) {
             }
         }
     }
-    if (std::find(leaves_out.begin(), leaves_out.end(), 1) != leaves_out.end()) {
-        std::erase_if(mesh.faces, [](const Face& face) { return face.deleted != 0; });
+    if (leaves_out.any()) {
+        Poller poller;
+        std::erase_if(mesh.faces, [&](const Face& face) {
+            poller();
+            return face.deleted != 0;
+        });
     }
     return mesh;
 }
@@ -232,9 +294,9 @@ povmesh_status povmesh_mesh_create(povmesh_context* context, const povmesh_mesh_
         call.given(data, "data");
         const Inputs in = inputs_of(call, call.options(data, povmesh_mesh_data{}));
         (void)call.progress(0, 1, kCreate);
-        expect_vertices(call, in);
         expect_colours(call, in);
-        auto made = hand_on(in.weld ? weld(in) : take_over(in), std::make_shared<Origin>());
+        auto made =
+            hand_on(in.weld ? weld(call, in) : take_over(call, in), std::make_shared<Origin>());
         *mesh = made.release();
     });
 }

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <new>
 
+#include "job/bodies.h"
+#include "job/model_file.h"
 #include "job/numbers.h"
 
 namespace povmesh::context {
@@ -13,6 +15,20 @@ namespace povmesh::context {
 void expect_fit(Call& call, const TriMesh& mesh, bool was_finite) {
     const std::string reason = refusal(mesh, was_finite);
     if (!reason.empty()) call.stop(POVMESH_NOTHING, reason);
+}
+
+void keep_groups(Call& call, const povmesh_mesh& source, TriMesh& made) {
+    const ThreeMfContent& package = source.origin->extras.package;
+    if (!give_to_bodies(made, source.mesh, package)) call.log({std::string(kLostBodies)});
+    const auto has_group = [](const TriMesh& mesh) {
+        return std::any_of(mesh.faces.begin(), mesh.faces.end(),
+                           [](const Face& face) { return face.label >= 0; });
+    };
+    // Materials of textures go with these, which the operation has told.
+    if (package.labels.empty() && source.mesh.texture_coordinates.empty() &&
+        has_group(source.mesh) && !has_group(made)) {
+        call.log({"groups are not kept"});
+    }
 }
 
 std::string lines_of(const std::vector<std::string>& lines) {

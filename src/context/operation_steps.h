@@ -16,6 +16,9 @@ namespace povmesh::context {
 /// What the tool does not write is no result.
 void expect_fit(Call& call, const TriMesh& mesh, bool was_finite);
 
+/// Gives new faces to the objects of the 3MF file that the source was, and logs what is lost.
+void keep_groups(Call& call, const povmesh_mesh& source, TriMesh& made);
+
 /// The steps of the operations that make another mesh of a mesh.
 /// @param work  takes the copy; returns a status
 template <typename Work>
@@ -24,6 +27,7 @@ std::unique_ptr<povmesh_mesh> change(Call& call, const povmesh_mesh& source, con
     const bool was_finite = has_finite_corners(copy);
     call.expect(work(copy));
     expect_fit(call, copy, was_finite);
+    keep_groups(call, source, copy);
     return hand_on(std::move(copy), source.origin);
 }
 
@@ -44,6 +48,7 @@ void add_parts(Call& call, std::vector<TriMesh>& parts, bool was_finite, const p
     for (std::size_t i = 0; i < parts.size(); ++i) {
         if (parts[i].faces.empty() || is_left_out(i)) continue;
         expect_fit(call, parts[i], was_finite);
+        keep_groups(call, source, parts[i]);
         add_mesh(result, hand_on(std::move(parts[i]), source.origin));
     }
     if (result.meshes.empty()) {

@@ -27,22 +27,7 @@
 namespace povmesh::context {
 namespace {
 
-constexpr Phase kCheck[] = {{48, "looking for flaws"},     {65, "following edges"},
-                            {72, "judging windings"},      {78, "looking for duplicates"},
-                            {80, "looking for crossings"}, {0, nullptr}};
-constexpr Phase kRepair[] = {{50, "looking for flaws"}, {60, "mending"}, {0, nullptr}};
-constexpr Phase kSplit[] = {{50, "finding bodies"}, {60, "separating"}, {0, nullptr}};
-constexpr Phase kCut[] = {{50, "cutting"}, {0, nullptr}};
-constexpr Phase kReduce[] = {{50, "collapsing edges"}, {0, nullptr}};
-constexpr Phase kRemesh[] = {{50, "making even triangles"}, {0, nullptr}};
-constexpr Phase kRevise[] = {{50, "mending triangles"}, {0, nullptr}};
-constexpr Phase kSubdivide[] = {{50, "subdividing"}, {0, nullptr}};
-constexpr Phase kInfill[] = {{50, "making cells"}, {0, nullptr}};
-constexpr Phase kHollow[] = {{50, "finding the cavity"}, {0, nullptr}};
-constexpr Phase kOffset[] = {{50, "measuring distances"}, {0, nullptr}};
-constexpr Phase kWrap[] = {{50, "wrapping"}, {0, nullptr}};
-constexpr Phase kVoxelize[] = {{50, "filling cubes"}, {65, "making a surface"}, {0, nullptr}};
-constexpr Phase kDistance[] = {{0, "measuring distances"}, {0, nullptr}};
+constexpr job::Phase kDistance[] = {{0, "measuring distances"}};
 
 povmesh_check_report report_of(const Findings& f, std::size_t faces) {
     povmesh_check_report r{};
@@ -259,7 +244,8 @@ povmesh_status povmesh_check(povmesh_context* context, const povmesh_mesh* mesh,
             : o.self_intersections > 0 ? SelfIntersectionSearch::Always
                                        : SelfIntersectionSearch::Never;
         TriMesh copy = plain_copy(source.mesh);
-        const Findings found = examine(copy, call.progress(48, 100, kCheck), search);
+        const Findings found =
+            examine(copy, call.progress(48, 100, job::phases_of("check")), search);
         std::vector<std::string> advice;
         if (o.advice != 0 && findings != nullptr) advice = suggestions(copy, found);
         auto result = findings_of(found, advice);
@@ -279,11 +265,12 @@ povmesh_status povmesh_repair(povmesh_context* context, const povmesh_mesh* mesh
         call.flag(o.outward, "outward");
         call.require(std::isfinite(o.drop_tiny) && o.drop_tiny >= 0, "drop_tiny",
                      "must be 0 or above");
-        const Progress progress = call.progress(50, 80, kRepair);
+        const Progress progress = call.progress(50, 80, job::phases_of("repair"));
         job::RepairDone done;
         auto made = change(call, source, [&](TriMesh& m) {
-            return job::repair(m, {.outward = o.outward != 0, .drop_tiny = o.drop_tiny}, progress,
-                               done);
+            return job::repair(
+                m, {.outward = o.outward != 0, .drop_tiny = o.drop_tiny, .counts_crossings = false},
+                progress, done);
         });
         call.log(done);
         write_report(report, report_of(done.mending.report));
@@ -301,7 +288,7 @@ povmesh_status povmesh_split(povmesh_context* context, const povmesh_mesh* mesh,
         const auto o = call.options(options, defaults_of<povmesh_split_options>());
         call.require(std::isfinite(o.min_volume) && o.min_volume >= 0, "min_volume",
                      "must be 0 or above");
-        const Progress progress = call.progress(50, 70, kSplit);
+        const Progress progress = call.progress(50, 70, job::phases_of("split"));
         TriMesh copy = plain_copy(source.mesh);
         const bool was_finite = has_finite_corners(copy);
         job::SplitDone done;
@@ -325,7 +312,7 @@ povmesh_status povmesh_cut(povmesh_context* context, const povmesh_mesh* mesh,
         call.check_report(report);
         const job::CutJob job =
             job_of(call, call.options(options, defaults_of<povmesh_cut_options>()));
-        const Progress progress = call.progress(50, 70, kCut);
+        const Progress progress = call.progress(50, 70, job::phases_of("cut"));
         TriMesh copy = plain_copy(source.mesh);
         const bool was_finite = has_finite_corners(copy);
         job::CutDone done;
@@ -362,7 +349,7 @@ povmesh_status povmesh_reduce(povmesh_context* context, const povmesh_mesh* mesh
         call.check_report(report);
         const job::ReduceJob job =
             job_of(call, call.options(options, defaults_of<povmesh_reduce_options>()));
-        const Progress progress = call.progress(50, 80, kReduce);
+        const Progress progress = call.progress(50, 80, job::phases_of("reduce"));
         job::ReduceDone done;
         auto made =
             change(call, source, [&](TriMesh& m) { return job::reduce(m, job, progress, done); });
@@ -381,7 +368,7 @@ povmesh_status povmesh_remesh(povmesh_context* context, const povmesh_mesh* mesh
         call.check_report(report);
         const auto o = call.options(options, defaults_of<povmesh_remesh_options>());
         const Array<float> lengths = lengths_of(call, o, source.mesh.faces.size());
-        const Progress progress = call.progress(50, 80, kRemesh);
+        const Progress progress = call.progress(50, 80, job::phases_of("remesh"));
         job::RemeshDone done;
         auto made = change(call, source, [&](TriMesh& m) {
             return job::remesh(m, {o.edge_length, lengths}, progress, done);
@@ -401,7 +388,7 @@ povmesh_status povmesh_revise(povmesh_context* context, const povmesh_mesh* mesh
         call.check_report(report);
         const auto o = call.options(options, defaults_of<povmesh_revise_options>());
         call.in_range(o.most_movement, 0, 1, "most_movement");
-        const Progress progress = call.progress(50, 80, kRevise);
+        const Progress progress = call.progress(50, 80, job::phases_of("revise"));
         const ShapeCounts before = count_shapes(source.mesh);
         job::ReviseJob job;
         job.options.most_movement = o.most_movement;
@@ -433,7 +420,7 @@ povmesh_status povmesh_subdivide(povmesh_context* context, const povmesh_mesh* m
         constexpr std::array kModes = {SubdivideMode::Uniform, SubdivideMode::Adaptive,
                                        SubdivideMode::Smooth};
         call.in_range(o.mode, 0, kModes.size() - 1, "mode");
-        const Progress progress = call.progress(50, 80, kSubdivide);
+        const Progress progress = call.progress(50, 80, job::phases_of("subdivide"));
         job::SubdivideDone done;
         auto made = change(call, source, [&](TriMesh& m) {
             return job::subdivide(m, {o.levels, kModes[static_cast<std::size_t>(o.mode)]}, progress,
@@ -455,7 +442,7 @@ povmesh_status povmesh_infill(povmesh_context* context, const povmesh_mesh* mesh
         call.flag(o.cells_only, "cells_only");
         call.require(std::isfinite(o.skin) && o.skin >= 0, "skin", "must be 0 or above");
         call.in_range(o.density, 0, 1, "density");
-        const Progress progress = call.progress(50, 80, kInfill);
+        const Progress progress = call.progress(50, 80, job::phases_of("infill"));
         job::InfillDone done;
         auto made = change(call, source, [&](TriMesh& m) {
             return job::infill(m, {o.skin, o.density, o.cells_only != 0}, progress, done);
@@ -482,7 +469,7 @@ povmesh_status povmesh_voxelize(povmesh_context* context, const povmesh_mesh* me
         call.check_report(report);
         const auto o = call.options(options, defaults_of<povmesh_voxelize_options>());
         call.above_zero(o.edge, "edge");
-        const Progress progress = call.progress(50, 80, kVoxelize);
+        const Progress progress = call.progress(50, 80, job::phases_of("voxelize"));
         job::VoxelizeDone done;
         auto made = change(call, source, [&](TriMesh& m) {
             return job::voxelize(m, {.edge = narrow_to_float(o.edge)}, progress, done);
@@ -525,7 +512,7 @@ povmesh_status povmesh_hollow(povmesh_context* context, const povmesh_mesh* mesh
         call.check_report(report);
         const job::HollowJob job =
             job_of(call, call.options(options, defaults_of<povmesh_hollow_options>()));
-        const Progress progress = call.progress(50, 80, kHollow);
+        const Progress progress = call.progress(50, 80, job::phases_of("hollow"));
         job::HollowDone done;
         auto made =
             change(call, source, [&](TriMesh& m) { return job::hollow(m, job, progress, done); });
@@ -561,7 +548,7 @@ povmesh_status povmesh_offset(povmesh_context* context, const povmesh_mesh* mesh
         }
         job.options.all_triangles = o.all_triangles != 0;
         if (o.corners == POVMESH_CORNERS_SHARP) job.options.corners = OffsetCorners::Sharp;
-        const Progress progress = call.progress(50, 80, kOffset);
+        const Progress progress = call.progress(50, 80, job::phases_of("offset"));
         job::OffsetDone done;
         auto made =
             change(call, source, [&](TriMesh& m) { return job::offset(m, job, progress, done); });
@@ -580,7 +567,7 @@ povmesh_status povmesh_wrap(povmesh_context* context, const povmesh_mesh* mesh,
         call.check_report(report);
         const job::WrapJob job =
             job_of(call, call.options(options, defaults_of<povmesh_wrap_options>()));
-        const Progress progress = call.progress(50, 80, kWrap);
+        const Progress progress = call.progress(50, 80, job::phases_of("wrap"));
         job::WrapDone done;
         auto made =
             change(call, source, [&](TriMesh& m) { return job::wrap(m, job, progress, done); });

@@ -14,11 +14,7 @@
 namespace povmesh::context {
 namespace {
 
-constexpr Phase kOrient[] = {{50, "looking for directions"}, {75, "standing it up"}, {0, nullptr}};
-constexpr Phase kStrength[] = {{50, "analysing"}, {75, "finding weak places"}, {0, nullptr}};
-constexpr Phase kWeakness[] = {{50, "reducing"}, {60, "looking at sections"}, {0, nullptr}};
-constexpr Phase kThickness[] = {
-    {50, "looking for flaws"}, {60, "measuring walls"}, {75, "colouring"}, {0, nullptr}};
+constexpr job::Phase kWeakness[] = {{50, "reducing"}, {60, "looking at sections"}};
 
 job::OrientJob job_of(Call& call, const povmesh_orient_options& o) {
     call.in_range(o.rows, 1, 64, "rows");
@@ -139,7 +135,7 @@ povmesh_status povmesh_orient(povmesh_context* context, const povmesh_mesh* mesh
         call.given(orientations, "orientations");
         const auto o = call.options(options, defaults_of<povmesh_orient_options>());
         const job::OrientJob job = job_of(call, o);
-        const Progress progress = call.progress(50, 80, kOrient);
+        const Progress progress = call.progress(50, 80, job::phases_of("orient"));
         TriMesh copy = plain_copy(source.mesh);
         job::OrientDone done;
         call.expect(job::orient(copy, job, progress, done));
@@ -164,7 +160,7 @@ povmesh_status povmesh_thickness(povmesh_context* context, const povmesh_mesh* m
         const auto o = call.options(options, defaults_of<povmesh_thickness_options>());
         call.above_zero(o.wall, "wall");
         call.require(std::isfinite(o.gap) && o.gap >= 0, "gap", "must be 0 or above");
-        const Progress progress = call.progress(50, 80, kThickness);
+        const Progress progress = call.progress(50, 80, job::phases_of("thickness"));
         job::ThicknessJob job;
         job.options.wall = o.wall;
         job.options.gap = o.gap;
@@ -195,7 +191,7 @@ povmesh_status povmesh_strength(povmesh_context* context, const povmesh_mesh* me
         job::StrengthJob job;
         if (o.method == POVMESH_STRENGTH_SECTIONS) job.method = StrengthMethod::Sections;
         job.load = job::kStrengthLoads[static_cast<std::size_t>(o.load)];
-        const Progress progress = call.progress(50, 80, kStrength);
+        const Progress progress = call.progress(50, 80, job::phases_of("strength"));
         TriMesh copy = plain_copy(source.mesh);
         const bool was_finite = has_finite_corners(copy);
         job::StrengthDone done;

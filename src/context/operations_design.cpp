@@ -21,12 +21,6 @@ namespace {
 // Of the mesh.
 constexpr std::size_t kFacesOfColumn = 16;
 
-constexpr Phase kBalance[] = {
-    {50, "finding how it stands"}, {57, "carving"}, {72, "looking at the walls"}, {0, nullptr}};
-constexpr Phase kSupport[] = {{50, "finding columns"}, {70, "slicing"}, {0, nullptr}};
-constexpr Phase kDecompose[] = {{50, "dividing"}, {65, "looking at the cuts"}, {0, nullptr}};
-constexpr Phase kLampshade[] = {{50, "hollowing"}, {73, "looking at the walls"}, {0, nullptr}};
-
 job::DecomposeJob job_of(Call& call, const povmesh_decompose_options& o) {
     call.flag(o.uniform, "uniform");
     call.flag(o.preview, "preview");
@@ -262,7 +256,7 @@ povmesh_status povmesh_decompose(povmesh_context* context, const povmesh_mesh* m
         call.check_report(report);
         const auto o = call.options(options, defaults_of<povmesh_decompose_options>());
         const job::DecomposeJob job = job_of(call, o);
-        const Progress progress = call.progress(50, 70, kDecompose);
+        const Progress progress = call.progress(50, 70, job::phases_of("decompose"));
         TriMesh copy = plain_copy(source.mesh);
         const bool was_finite = has_finite_corners(copy);
         job::DecomposeDone done;
@@ -290,7 +284,7 @@ povmesh_status povmesh_lampshade(povmesh_context* context, const povmesh_mesh* m
         call.check_report(report);
         const job::LampshadeJob job =
             job_of(call, call.options(options, defaults_of<povmesh_lampshade_options>()));
-        const Progress progress = call.progress(50, 80, kLampshade);
+        const Progress progress = call.progress(50, 80, job::phases_of("lampshade"));
         TriMesh copy = plain_copy(source.mesh);
         const bool was_finite = has_finite_corners(copy);
         job::LampshadeDone done;
@@ -320,7 +314,7 @@ povmesh_status povmesh_balance(povmesh_context* context, const povmesh_mesh* mes
         call.check_report(report);
         const job::BalanceJob job =
             job_of(call, call.options(options, defaults_of<povmesh_balance_options>()));
-        const Progress progress = call.progress(50, 80, kBalance);
+        const Progress progress = call.progress(50, 80, job::phases_of("balance"));
         TriMesh copy = plain_copy(source.mesh);
         const bool was_finite = has_finite_corners(copy);
         job::BalanceDone done;
@@ -350,7 +344,7 @@ povmesh_status povmesh_support(povmesh_context* context, const povmesh_mesh* mes
         call.check_report(report);
         const auto o = call.options(options, defaults_of<povmesh_support_options>());
         const job::SupportJob job = job_of(call, o);
-        const Progress progress = call.progress(50, 80, kSupport);
+        const Progress progress = call.progress(50, 80, job::phases_of("support"));
         job::SupportDone done;
         call.expect(job::support(source.mesh, job, progress, done));
         auto result = std::make_unique<povmesh_result>();

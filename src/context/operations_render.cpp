@@ -9,7 +9,7 @@
 namespace povmesh::context {
 namespace {
 
-constexpr Phase kRender[] = {{0, "drawing"}, {1, "packing"}, {0, nullptr}};
+constexpr job::Phase kRender[] = {{0, "drawing"}, {1, "packing"}};
 
 job::RenderJob job_of(Call& call, const povmesh_render_options& o, std::size_t count) {
     call.in_range(o.width, 16, 8192, "width");

@@ -32,11 +32,11 @@ using Parts = std::vector<TriMesh>;
 
 // Which shells' rims are filled together: a cavity with the body around it, any other shell by
 // itself. Shells that cross each other then each stay closed.
-std::vector<std::uint32_t> fill_group_of_face(TriMesh& model) {
-    label_shells(model);
+std::vector<std::uint32_t> fill_group_of_face(TriMesh& model, const EdgeMates& mates) {
+    label_shells(model, mates);
     std::vector<std::uint32_t> group(model.faces.size(), 0);
     if (model.shells.size() < 2) return group;
-    const std::vector<ShellNesting> nesting = classify_shells(model);
+    const std::vector<ShellNesting> nesting = classify_shells(model, mates);
     for (std::uint32_t shell = 0; shell < nesting.size(); ++shell) {
         const ShellNesting& own = nesting[shell];
         const bool is_hole =
@@ -50,9 +50,16 @@ std::vector<std::uint32_t> fill_group_of_face(TriMesh& model) {
 
 class ModelCutter {
 public:
+    /// @param mates         of the model, or nothing; given up as soon as they are not needed
+    /// @param is_one_shell  the model is known to be one
     ModelCutter(TriMesh& model, const PlaneFrame& frame, const CutOptions& options,
-                CutCounts& counts, const EdgeMates* mates)
-        : model_(model), frame_(frame), options_(options), counts_(counts), mates_(mates) {}
+                CutCounts& counts, std::optional<EdgeMates>& mates, bool is_one_shell)
+        : model_(model),
+          frame_(frame),
+          options_(options),
+          counts_(counts),
+          mates_(mates),
+          is_one_shell_(is_one_shell) {}
 
     // Returns false when there is nothing to do.
     bool run(Parts& parts) {
@@ -65,21 +72,23 @@ public:
             default:
                 break;
         }
+        find_shells(split);
         if (!split.divides()) return false;
         if (options_.operation == CutOperation::CutAndCap) fill(split);
+        mates_.reset();
         std::array<TriMesh, 2> halves;
-        for (const PlaneSide side : {PlaneSide::Back, PlaneSide::Front}) {
+        for (const PlaneSide side : kSides) {
             const auto i = static_cast<std::size_t>(side);
             halves[i] = split.side_mesh(side, caps_[i]).mesh;
             // Needles along the plane leave nothing once their points are rounded.
             if (halves[i].faces.empty()) return false;
         }
-        for (const PlaneSide side : {PlaneSide::Back, PlaneSide::Front}) {
+        for (const PlaneSide side : kSides) {
             TriMesh& half = halves[static_cast<std::size_t>(side)];
-            if (mates_ != nullptr && split.is_connected(side, *mates_)) {
+            if (is_whole_[static_cast<std::size_t>(side)]) {
                 parts.push_back(std::move(half));
             } else {
-                divide(half, parts);
+                divide(std::move(half), parts);
             }
         }
         ++counts_.divided;
@@ -87,6 +96,26 @@ public:
     }
 
 private:
+    static constexpr std::array<PlaneSide, 2> kSides = {PlaneSide::Back, PlaneSide::Front};
+
+    // What hangs together on both sides of the plane, and across it, is one shell: most models need
+    // not be labelled to know that.
+    void find_shells(const PlaneSplit& split) {
+        if (!mates_) return;
+        for (std::size_t i = 0; i < 2 && split.divides(); ++i) {
+            is_whole_[i] = split.is_connected(static_cast<PlaneSide>(i), *mates_);
+        }
+        std::size_t shells = 1;
+        if (!is_one_shell_ && !(is_whole_[0] && is_whole_[1] && split.split_count() != 0)) {
+            label_shells(model_, *mates_);
+            shells = model_.shells.size();
+            model_.shells.clear();
+        }
+        is_one_shell_ = shells == 1;
+        if (!is_one_shell_) is_whole_ = {};
+        counts_.shells += shells;
+    }
+
     bool mirror(const PlaneSplit& split, PlaneSide side, Parts& parts) {
         if (split.face_count(side) == 0 || !(split.divides() || split.touches())) return false;
         TriMesh whole = mirrored(split, frame_, side);
@@ -98,7 +127,11 @@ private:
 
     void fill(PlaneSplit& split) {
         std::vector<std::uint32_t> group;
-        if (mates_ == nullptr) group = fill_group_of_face(model_);
+        if (!is_one_shell_) {
+            if (!mates_) mates_ = EdgeMates::without_uses(model_);
+            group = fill_group_of_face(model_, *mates_);
+            model_.shells.clear();
+        }
         const Array<RimEdge> rim = split.trace_rim(group);
         Array<RimEdge> closed;
         for (std::size_t i = 0; i < rim.size();) {
@@ -156,15 +189,16 @@ private:
     }
 
     // A side of one shell is a piece as it stands; the faces of others are gathered shell by shell.
-    void divide(TriMesh& half, Parts& parts) const {
-        label_shells(half);
+    void divide(TriMesh half, Parts& parts) const {
+        label_shells(half, EdgeMates::without_uses(half));
         if (half.shells.size() == 1) {
             half.shells.clear();
-            half.use_table.clear();
             parts.push_back(std::move(half));
             return;
         }
-        build_parts(half, group_shells(half, grouping(options_.keep_cavities)));
+        const ShellGroups groups = group_shells(half, grouping(options_.keep_cavities));
+        half.use_table.release();
+        build_parts(half, groups);
         std::move(half.parts.begin(), half.parts.end(), std::back_inserter(parts));
     }
 
@@ -172,13 +206,15 @@ private:
     const PlaneFrame& frame_;
     const CutOptions& options_;
     CutCounts& counts_;
-    const EdgeMates* mates_;                          // of a model of one shell, else null
+    std::optional<EdgeMates>& mates_;
+    bool is_one_shell_;                               // as far as is known
+    std::array<bool, 2> is_whole_{};                  // by side: one piece for sure
     std::array<Array<PlaneSplit::CapFace>, 2> caps_;  // by side
 };
 
 // The models of a mesh. A mesh of one shell is its model as it stands; its edges are then kept.
 Parts separate(TriMesh& mesh, bool keep_cavities, std::optional<EdgeMates>& mates) {
-    mates.emplace(mesh);
+    mates = EdgeMates::without_uses(mesh);
     label_shells(mesh, *mates);
     Parts models;
     if (mesh.shells.size() == 1 && mesh.shells.faces.size() == mesh.faces.size()) {
@@ -205,17 +241,12 @@ bool cut_model(TriMesh& model, const CutOptions& options, std::vector<TriMesh>& 
 }
 
 bool cut_from_model(TriMesh& model, const CutOptions& options, std::vector<TriMesh>& pieces,
-                    CutCounts& counts) {
+                    CutCounts& counts, std::optional<EdgeMates> mates) {
     const std::optional<PlaneFrame> frame = PlaneFrame::make(options.plane);
     if (!frame || options.operation == CutOperation::None) return false;
-    const EdgeMates mates(model);
-    label_shells(model, mates);
-    counts.shells += model.shells.size();
-    const bool is_one_shell = model.shells.size() == 1;
-    model.shells.clear();
     model.use_table.release();  // nearly as large as the model
-    const EdgeMates* const edges = is_one_shell ? &mates : nullptr;
-    const bool is_cut = ModelCutter(model, *frame, options, counts, edges).run(pieces);
+    if (!mates) mates = EdgeMates::without_uses(model);
+    const bool is_cut = ModelCutter(model, *frame, options, counts, mates, false).run(pieces);
     model.shells.clear();
     model.use_table.release();
     return is_cut;
@@ -233,8 +264,9 @@ CutCounts cut_models(TriMesh& mesh, const CutOptions& options, RunContext& run) 
     for (TriMesh& model : models) {
         const Timer timer;
         if (options.operation != CutOperation::None) {
-            if (frame && ModelCutter(model, *frame, options, counts, mates ? &*mates : nullptr)
-                             .run(mesh.parts)) {
+            const bool is_one_shell = mates.has_value();
+            if (frame &&
+                ModelCutter(model, *frame, options, counts, mates, is_one_shell).run(mesh.parts)) {
                 model = {};
             } else {
                 mesh.parts.push_back(std::move(model));

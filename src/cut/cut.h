@@ -4,10 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <span>
 #include <vector>
 
 #include "cut/plane_frame.h"
+#include "mesh/edge_mates.h"
 #include "mesh/tri_mesh.h"
 #include "run/run_context.h"
 
@@ -90,7 +92,11 @@ bool cut_model(TriMesh& model, const CutOptions& options, std::vector<TriMesh>& 
 
 /// The same, but the model keeps its faces: its uses and shells are not there afterwards. Adds to
 /// the counts.
+///
+/// Memory: at the peak the pieces and a tenth of the model, beside the model itself.
+///
+/// @param mates  of the model, if they are at hand
 bool cut_from_model(TriMesh& model, const CutOptions& options, std::vector<TriMesh>& pieces,
-                    CutCounts& counts);
+                    CutCounts& counts, std::optional<EdgeMates> mates = {});
 
 }  // namespace povmesh

@@ -11,6 +11,7 @@
 
 #include "base/parallel.h"
 #include "base/poll.h"
+#include "base/union_find.h"
 #include "mesh/bounds.h"
 
 namespace povmesh {
@@ -39,9 +40,11 @@ double snap_distance(const TriMesh& model, double on_level) {
 // Numbers vertices and texture coordinates of a side as they come up.
 class SideBuilder {
 public:
-    SideBuilder(const CutPoints& points, std::size_t face_count)
+    SideBuilder(const CutPoints& points, std::size_t face_count, std::size_t point_count)
         : points_(points), number_(points.size(), -1) {
         mesh_.faces.reserve(face_count);
+        mesh_.vertices.reserve(point_count);
+        used_.reserve(point_count);
     }
 
     void add(Face face, const std::array<std::array<double, 2>, 3>* texture = nullptr) {
@@ -372,39 +375,45 @@ bool PlaneSplit::is_connected(PlaneSide side, const EdgeMates& mates) const {
     const auto is_here = [&](std::size_t face) {
         return kinds_[face] == whole || kinds_[face] == Kind::Split;
     };
-    // 1 for faces of the other side too.
-    Array<std::uint8_t> is_reached(kinds_.size());
-    Array<std::uint32_t> reached;
-    reached.reserve(face_count(side));
-    for (std::size_t f = 0; f < kinds_.size(); ++f) {
+    // An edge on the plane joins faces that are both here; any other must reach to this side, which
+    // those of a face that is not split do.
+    const bool has_nowhere = std::find(signs_.begin(), signs_.end(), kNowhere) != signs_.end();
+    const auto reaches = [&](std::size_t f, std::size_t edge) {
+        if (kinds_[f] == whole && !has_nowhere) return true;
+        const int from = sign(model_.faces[f].vertex[edge]);
+        const int to = sign(model_.faces[f].vertex[next_corner(edge)]);
+        return from == own_sign || to == own_sign || (from == 0 && to == 0);
+    };
+    // In the order of the faces: a search from face to face would go all over the memory.
+    UnionFind sets(kinds_.size());
+    std::size_t apart = face_count(side);
+    for (std::uint32_t f = 0; f < kinds_.size(); ++f) {
         poll_at(f);
-        is_reached[f] = is_here(f) ? 0 : 1;
-        if (!reached.empty() || is_reached[f] != 0) continue;
-        reached.push_back(static_cast<std::uint32_t>(f));
-        is_reached[f] = 1;
-    }
-    for (std::size_t next = 0; next < reached.size(); ++next) {
-        poll_at(next);
-        const std::uint32_t f = reached[next];
-        const Face& face = model_.faces[f];
-        for (std::size_t i = 0; i < 3; ++i) {
-            if (mates.kind(f, i) != EdgeMates::Kind::Manifold) continue;
-            const std::uint32_t mate = mates.mate(f, i);
-            if (is_reached[mate] != 0) continue;
-            // An edge on the plane joins faces that are both here; any other must reach to this
-            // side.
-            const int from = sign(face.vertex[i]);
-            const int to = sign(face.vertex[next_corner(i)]);
-            if (from != own_sign && to != own_sign && (from != 0 || to != 0)) continue;
-            is_reached[mate] = 1;
-            reached.push_back(mate);
+        if (!is_here(f)) continue;
+        for (std::size_t edge = 0; edge < 3; ++edge) {
+            if (mates.kind(f, edge) != EdgeMates::Kind::Manifold) continue;
+            const std::uint32_t mate = mates.mate(f, edge);
+            if (mate >= f || !is_here(mate) || !reaches(f, edge)) continue;
+            const std::uint32_t a = sets.find(f);
+            const std::uint32_t b = sets.find(mate);
+            if (a == b) continue;
+            sets.unite(a, b);
+            --apart;
         }
     }
-    return reached.size() == face_count(side);
+    return apart <= 1;
+}
+
+// Points that the faces of a side and its cap may have.
+std::size_t PlaneSplit::most_points(PlaneSide side) const {
+    const std::int8_t other = side == PlaneSide::Front ? -1 : 1;
+    const auto beyond = std::count(signs_.begin(), signs_.end(), other);
+    return points_.size() - static_cast<std::size_t>(beyond);
 }
 
 PlaneSplit::SideMesh PlaneSplit::side_mesh(PlaneSide side, const Array<CapFace>& caps) const {
-    SideBuilder builder(points_, face_count(side) + splits_.size() + caps.size());
+    SideBuilder builder(points_, face_count(side) + splits_.size() + caps.size(),
+                        most_points(side));
     const Kind whole = side == PlaneSide::Back ? Kind::Back : Kind::Front;
     std::size_t next_split = 0;
     std::array<std::array<double, 2>, 3> texture{};

@@ -59,6 +59,8 @@ public:
     std::size_t face_count(PlaneSide side) const {
         return face_count_[static_cast<std::size_t>(side)];
     }
+    /// Of the faces that are split.
+    std::size_t split_count() const { return splits_.size(); }
     /// True when an edge or vertex of the model lies on the plane.
     bool touches() const { return touches_; }
 
@@ -143,6 +145,7 @@ private:
     void merge_points();
     Array<WallEdge> wall_edges(std::span<const std::uint32_t> group_of_face) const;
     void count_walls(Array<WallEdge>& edges);
+    std::size_t most_points(PlaneSide side) const;
     int sign(std::int32_t vertex) const { return signs_[static_cast<std::size_t>(vertex)]; }
     Pieces pieces_of(const SplitFace& split) const;
     std::int32_t point_of(const SplitFace& split, PieceCorner corner) const;

@@ -5,16 +5,19 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <utility>
 
+#include "base/heap.h"
 #include "base/timer.h"
 #include "decompose/division_search.h"
 #include "decompose/least_parts.h"
 #include "decompose/mesh_division.h"
 #include "decompose/part_size.h"
 #include "decompose/solid_cells.h"
+#include "mesh/edge_mates.h"
 #include "mesh/shells.h"
 #include "spatial/separation.h"
 
@@ -35,6 +38,11 @@ constexpr std::size_t kFacesToTry = 2'000'000;
 // enclose nothing: a search would only repeat what takes long and gains nothing.
 constexpr std::size_t kMostShells = 20'000;
 constexpr std::size_t kMostShellsCut = 300'000;
+
+// So is one of many shells whose even division has to look at so many faces: about two seconds,
+// since each cut tells the shells of what is left apart.
+constexpr std::size_t kManyShells = 2'000;
+constexpr std::size_t kMostFacesCut = 2'500'000;
 
 // Cells of the solid models of all models together, and those that each has in any case. Of 20,000
 // the legs of an animal grow together.
@@ -95,11 +103,13 @@ private:
     struct Model {
         TriMesh mesh;
         std::size_t shells;
+        std::optional<EdgeMates> mates{};  // of a model of one shell
     };
 
     // A model on its way.
     struct Work {
         TriMesh model;
+        std::optional<EdgeMates> mates;
         bool is_heap;
         PartSize size;                      // for its parts without pegs
         std::vector<DividingPlane> planes;  // to be tried
@@ -109,16 +119,19 @@ private:
 
     // A mesh of one shell is its model as it stands.
     static std::vector<Model> separate(TriMesh& mesh) {
-        label_shells(mesh);
         std::vector<Model> models;
+        std::optional<EdgeMates> mates = EdgeMates::without_uses(mesh);
+        label_shells(mesh, *mates);
         if (mesh.shells.size() == 1 && mesh.shells.faces.size() == mesh.faces.size()) {
             mesh.shells.clear();
             mesh.use_table.release();
             mesh.parts.clear();
-            models.push_back({std::exchange(mesh, {}), 1});
+            models.push_back({std::exchange(mesh, {}), 1, std::move(mates)});
             return models;
         }
+        mates.reset();
         const ShellGroups groups = group_shells(mesh, {.keep_cavities = true, .all_faces = true});
+        mesh.use_table.release();
         build_parts(mesh, groups);
         for (std::size_t i = 0; i < mesh.parts.size(); ++i) {
             models.push_back({std::move(mesh.parts[i]), groups[i].size()});
@@ -128,7 +141,7 @@ private:
     }
 
     Work start(Model model) {
-        Work work{std::move(model.mesh), model.shells > kMostShells, size_, {}, {}, {}};
+        Work work{std::move(model.mesh), std::move(model.mates), false, size_, {}, {}, {}};
         const Box3d box = box_of(work.model);
         if (wants_pegs()) work.size = size_beside_pegs(box);
         const bool has_few = has_few_cells(box, work.size);
@@ -144,9 +157,16 @@ private:
             run_.log.failure("decomposition", "too many parts");
         } else if (!size_.fits(box)) {
             work.planes = even_planes(box, work.size);
+            work.is_heap = is_heap(model.shells, work);
             models_to_divide_ += 1;
         }
         return work;
+    }
+
+    // Slabs are cut off one after the other: a plane meets half of the faces.
+    static bool is_heap(std::size_t shells, const Work& work) {
+        const std::size_t faces_cut = work.model.faces.size() * work.planes.size() / 2;
+        return shells > kMostShells || (shells > kManyShells && faces_cut > kMostFacesCut);
     }
 
     bool wants_pegs() const { return options_.pegs.count != 0 && options_.pegs.radius > 0; }
@@ -169,7 +189,8 @@ private:
         const bool is_searched = options_.method == DivisionMethod::Automatic && !work.is_heap;
         const bool is_last = !is_searched && !wants_pegs();
         const DivisionOrder order{work.size, is_last};
-        work.division = povmesh::divide_evenly(work.model, work.planes, order, &work.used);
+        work.division = povmesh::divide_evenly(work.model, work.planes, order,
+                                               std::exchange(work.mates, std::nullopt), &work.used);
         report_.uniform_parts += work.division.parts;
     }
 
@@ -179,6 +200,7 @@ private:
         const double share = kAllCells / static_cast<double>(models_to_divide_);
         SolidModel solid =
             make_solid(work.model, std::min(options_.search_cells, std::max(share, kFewestCells)));
+        if (work.model.faces.size() > kLargePiece) give_back_freed_memory();
         effort_ -= std::min(effort_, cell_count(solid) / 4);
         DivisionSearch search(std::move(solid), work.size, effort_);
         for (std::size_t i = 0; i < kMostPlans && (i == 0 || faces_to_try_ != 0); ++i) {
@@ -208,7 +230,7 @@ private:
             if (!size_.fits(box_of(part))) ++report_.too_large;
             parts.push_back(std::move(part));
         }
-        work = {{}, false, size_, {}, {}, {}};
+        work = {{}, {}, false, size_, {}, {}, {}};
     }
 
     void tell_planes(const Work& work) {

@@ -7,9 +7,12 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "base/convert.h"
+#include "base/float4.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 
 namespace povmesh {
@@ -19,6 +22,7 @@ namespace {
 // places on large faces between them.
 constexpr double kCellsAlong = 24;
 constexpr std::int32_t kMostSteps = 48;        // along a side of a face
+constexpr double kSurely = 1 - 1e-6;           // room for the rounding of floats
 constexpr std::size_t kMostTests = 4'000'000;  // of pairs of points; what is found by then counts
 
 // To sort a point along all directions takes as long as so many tests.
@@ -63,6 +67,7 @@ public:
                 step_ > 0 ? saturate_to<std::size_t>(along(extent, axis) / step_) + 1 : 1;
         }
         cells_.resize(count_[0] * count_[1] * count_[2]);
+        sure_step_ = static_cast<float>(step_ * kSurely);
     }
 
     void add(const Vec3d& p) {
@@ -75,15 +80,24 @@ public:
         cells_[(at[2] * count_[1] + at[1]) * count_[0] + at[0]].add(p);
     }
 
+    // Faces that are not surely smaller than a cell. Quick: of a fine mesh all are.
+    bool may_be_large(const Vertex& a, const Vertex& b, const Vertex& c) const {
+        const Float4 x = as_floats(a);
+        const Float4 y = as_floats(b);
+        const Float4 z = as_floats(c);
+        const auto size = store4(larger(x, larger(y, z)) - smaller(x, smaller(y, z)));
+        return std::max({size[0], size[1], size[2]}) > sure_step_;
+    }
+
     // A face may be far larger than a cell; its inner places are those of the model, too.
     void add_face(const std::array<Vec3d, 3>& p) {
         double longest = 0;
-        for (std::size_t i = 0; i < 3; ++i) {
-            if (!is_finite(p[i])) return;
-            const Vec3d side = difference(p[i], p[(i + 1) % 3]);
-            longest = std::max({longest, side.x, side.y, side.z});
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            const auto [low, high] =
+                std::minmax({along(p[0], axis), along(p[1], axis), along(p[2], axis)});
+            longest = std::max(longest, high - low);
         }
-        if (!(longest > step_)) return;
+        if (!(longest > step_) || !std::all_of(p.begin(), p.end(), is_finite)) return;
         const std::int32_t steps =
             std::min(saturate_to<std::int32_t>(longest / step_) + 1, kMostSteps);
         for (std::int32_t i = 0; i <= steps; ++i) {
@@ -110,8 +124,11 @@ public:
     }
 
 private:
+    static Float4 as_floats(const Vertex& vertex) { return load4({vertex.x, vertex.y, vertex.z}); }
+
     Box3d box_;
     double step_ = 0;
+    float sure_step_ = 0;
     std::array<std::size_t, 3> count_{};
     std::vector<CellPoints> cells_;
 };
@@ -130,13 +147,21 @@ std::size_t least_parts(const TriMesh& model, const PartSize& size, std::size_t&
     }
     if (cells <= 2 || effort == 0) return 2;  // it does not fit
     PointGrid grid(box);
+    std::vector<std::uint8_t> is_added(model.vertices.size(), 0);
+    Poller poller;
     for (const Face& face : model.faces) {
-        std::array<Vec3d, 3> corners;
+        poller();
+        std::array<const Vertex*, 3> corners{};
         for (std::size_t i = 0; i < 3; ++i) {
-            corners[i] = to_double(model.corner_position(face, i));
-            if (is_finite(corners[i])) grid.add(corners[i]);
+            const auto v = static_cast<std::size_t>(face.vertex[i]);
+            corners[i] = &model.vertices[v];
+            if (std::exchange(is_added[v], 1) != 0) continue;
+            const Vec3d p = to_double(corners[i]->position());
+            if (is_finite(p)) grid.add(p);
         }
-        grid.add_face(corners);
+        if (!grid.may_be_large(*corners[0], *corners[1], *corners[2])) continue;
+        grid.add_face({to_double(corners[0]->position()), to_double(corners[1]->position()),
+                       to_double(corners[2]->position())});
     }
     const std::vector<Vec3d> points = grid.points();
     std::size_t most = 2;
@@ -144,6 +169,8 @@ std::size_t least_parts(const TriMesh& model, const PartSize& size, std::size_t&
     const double slack = 1 - 1e-12;
     std::size_t tests = 0;
     for (const Vec3d& direction : kDirections) {
+        // Points of one slab cell are near each other: there are no more.
+        if (static_cast<double>(most) >= cells) break;
         std::vector<std::pair<double, std::uint32_t>> order;
         for (std::uint32_t i = 0; i < points.size(); ++i) {
             order.emplace_back(dot(points[i], direction), i);

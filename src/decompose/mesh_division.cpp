@@ -4,9 +4,12 @@
 #include <array>
 #include <cassert>
 #include <cmath>
+#include <optional>
 #include <utility>
 
 #include "base/convert.h"
+#include "base/heap.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 #include "mesh/volume.h"
 
@@ -31,6 +34,13 @@ constexpr std::size_t kFacesAShell = 20;
 constexpr std::array<double, 4> kNextTo = {-0.4, 0.4, -1, 1};
 constexpr double kLeastMove = 1e-3;  // of the largest extent of the piece
 
+// Pieces of a smaller share of the model leave no gaps worth the time.
+constexpr std::size_t kLargeShare = 4;
+
+std::size_t least_large_piece(const TriMesh& model) {
+    return std::max(kLargePiece, model.faces.size() / kLargeShare);
+}
+
 double largest(const Box3d& box) {
     const Vec3d extent = box.extent();
     return std::max({extent.x, extent.y, extent.z});
@@ -41,7 +51,9 @@ double area_on(const TriMesh& mesh, const DividingPlane& plane, double on_level)
     const auto offset = static_cast<double>(plane.offset);
     const double reach = on_level + 1e-6 * std::abs(offset);
     double twice = 0;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         std::array<Vec3d, 3> p;
         std::size_t on = 0;
         while (on < 3) {
@@ -81,8 +93,8 @@ double common_volume(const Box3d& a, const Box3d& b) {
 // list of planes alone tells the parts.
 class Walk {
 public:
-    Walk(TriMesh& model, const DivisionOrder& order)
-        : model_(model), order_(order), size_(order.size) {}
+    Walk(TriMesh& model, const DivisionOrder& order, std::optional<EdgeMates> mates)
+        : model_(model), order_(order), size_(order.size), mates_(std::move(mates)) {}
 
     Division take() { return std::move(division_); }
 
@@ -93,22 +105,22 @@ protected:
     };
 
     // Returns false when the plane does not divide the piece, which stays as it is.
-    bool cut(TriMesh& piece, const DividingPlane& plane, CutPieces& made) {
-        const CutOptions options = options_for(plane, size_);
-        const double on_level = std::min(options.on_level, kOnLevel * largest(box_of(piece)));
+    bool cut(TriMesh& piece, const Box3d& box, const DividingPlane& plane, CutPieces& made) {
         CutCounts counts;
-        made = {};
-        const std::size_t faces = piece.faces.size();
-        const bool is_cut = cut_from_model(piece, options, made.meshes, counts);
+        const bool is_cut = make_cut(piece, box, plane, made, counts);
         const std::size_t shells = counts.shells - std::min<std::size_t>(counts.shells, 1);
         division_.shells_cut += shells;
         if (order_.effort != nullptr) {
-            *order_.effort -= std::min(*order_.effort, faces + kFacesAShell * shells);
+            const std::size_t effort = piece.faces.size() + kFacesAShell * shells;
+            *order_.effort -= std::min(*order_.effort, effort);
         }
-        if (!is_cut) return false;
-        for (const TriMesh& mesh : made.meshes) made.area += area_on(mesh, plane, on_level);
-        made.area = std::max(made.area - area_on(piece, plane, on_level), 0.0);
-        return true;
+        return is_cut;
+    }
+
+    // A cut that was made before and counted then.
+    void cut_again(TriMesh& piece, const Box3d& box, const DividingPlane& plane, CutPieces& made) {
+        CutCounts counts;
+        make_cut(piece, box, plane, made, counts);
     }
 
     // Enters a piece; its number.
@@ -119,7 +131,11 @@ protected:
 
     void keep_part(TriMesh& piece, std::uint32_t number) {
         division_.pieces[number].volume = signed_volume(piece);
-        if (order_.keeps_meshes) division_.meshes.push_back(std::move(piece));
+        if (order_.keeps_meshes) {
+            division_.meshes.push_back(std::move(piece));
+        } else {
+            let_go(piece);
+        }
         leave(number);
         if (++division_.parts > order_.most_parts) division_.is_whole = false;
     }
@@ -128,7 +144,14 @@ protected:
         division_.pieces[number].is_divided = true;
         division_.pieces[number].plane = plane;
         division_.cut_area += area;
+        let_go(piece);
+    }
+
+    // What is divided, or measured, need not be there while others are.
+    void let_go(TriMesh& piece) const {
+        const bool is_large = piece.faces.size() >= large_;
         if (&piece != &model_ || order_.keeps_meshes) piece = {};
+        if (is_large && !order_.keeps_meshes) give_back_freed_memory();
     }
 
     void leave(std::uint32_t number) {
@@ -141,18 +164,36 @@ protected:
     const DivisionOrder& order_;
     const PartSize& size_;
     Division division_;
+
+private:
+    bool make_cut(TriMesh& piece, const Box3d& box, const DividingPlane& plane, CutPieces& made,
+                  CutCounts& counts) {
+        const CutOptions options = options_for(plane, size_);
+        made = {};
+        if (!cut_from_model(piece, options, made.meshes, counts,
+                            std::exchange(mates_, std::nullopt))) {
+            return false;
+        }
+        const double on_level = std::min(options.on_level, kOnLevel * largest(box));
+        for (const TriMesh& mesh : made.meshes) made.area += area_on(mesh, plane, on_level);
+        made.area = std::max(made.area - area_on(piece, plane, on_level), 0.0);
+        return true;
+    }
+
+    std::optional<EdgeMates> mates_;  // of the model, for the first cut
+    std::size_t large_ = least_large_piece(model_);
 };
 
 class EvenWalk : public Walk {
 public:
     EvenWalk(TriMesh& model, const std::vector<DividingPlane>& planes, const DivisionOrder& order,
-             std::vector<bool>* used)
-        : Walk(model, order), planes_(planes), used_(used) {}
+             std::optional<EdgeMates> mates, std::vector<bool>* used)
+        : Walk(model, order, std::move(mates)), planes_(planes), used_(used) {}
 
     // Not by recursion: thousands of slabs are divided off one after the other.
     void run() {
         std::vector<Task> waiting;
-        waiting.push_back({{}, across_axis(0), kNew});
+        waiting.push_back({{}, box_of(model_), across_axis(0), kNew});
         while (!waiting.empty() && !is_given_up()) {
             Task task = std::move(waiting.back());
             waiting.pop_back();
@@ -161,7 +202,7 @@ public:
                 continue;
             }
             const bool is_model = division_.pieces.empty();
-            divide(is_model ? model_ : task.piece, task.planes, waiting);
+            divide(is_model ? model_ : task.piece, task.box, task.planes, waiting);
         }
     }
 
@@ -177,6 +218,7 @@ private:
     // or one all of whose parts are made.
     struct Task {
         TriMesh piece;
+        Box3d box;
         Range planes;
         std::uint32_t number;
     };
@@ -187,8 +229,7 @@ private:
         return {first, end, end};
     }
 
-    void divide(TriMesh& piece, Range range, std::vector<Task>& waiting) {
-        const Box3d box = box_of(piece);
+    void divide(TriMesh& piece, const Box3d& box, Range range, std::vector<Task>& waiting) {
         const std::uint32_t number = enter(box);
         while (!size_.fits(box)) {
             const Range within = range_within(box, range);
@@ -196,7 +237,7 @@ private:
             std::size_t next = within.first + (count > kManySlabs ? count / 2 : 0);
             for (; next < within.last; ++next) {
                 CutPieces made;
-                if (!cut(piece, planes_[next], made)) continue;
+                if (!cut(piece, box, planes_[next], made)) continue;
                 note_cut(piece, number, planes_[next], made.area);
                 if (used_ != nullptr) (*used_)[next] = true;
                 add_pieces(made, {within.first, next, range.next},
@@ -212,12 +253,12 @@ private:
     void add_pieces(CutPieces& made, Range below, Range above, std::uint32_t number,
                     std::vector<Task>& waiting) const {
         const DividingPlane& plane = planes_[below.last];
-        waiting.push_back({{}, {}, number});
+        waiting.push_back({{}, {}, {}, number});
         for (std::size_t k = made.meshes.size(); k-- > 0;) {
             const Box3d box = box_of(made.meshes[k]);
             const double middle = (along(box.low, plane.axis) + along(box.high, plane.axis)) / 2;
             const bool is_below = middle < static_cast<double>(plane.offset);
-            waiting.push_back({std::move(made.meshes[k]), is_below ? below : above, kNew});
+            waiting.push_back({std::move(made.meshes[k]), box, is_below ? below : above, kNew});
         }
     }
 
@@ -241,7 +282,7 @@ class PlanWalk : public Walk {
 public:
     PlanWalk(TriMesh& model, const DivisionPlan& plan, DivisionSearch& search,
              const DivisionOrder& order)
-        : Walk(model, order),
+        : Walk(model, order, {}),
           plan_(plan),
           search_(search),
           crumb_(kCrumb * std::abs(signed_volume(model)) /
@@ -314,8 +355,8 @@ private:
         if (number != kUnplanned) {
             const CutPlace& place = plan_.pieces[number].place;
             plane = {static_cast<std::uint8_t>(place.axis), narrow_to_float(place.offset)};
-            if (cut(piece, plane, made)) {
-                avoid_crumbs(piece, plan_.pieces[number], plane, made);
+            if (cut(piece, box, plane, made)) {
+                avoid_crumbs(piece, box, plan_.pieces[number], plane, made);
                 return true;
             }
         }
@@ -331,7 +372,7 @@ private:
             const double share = static_cast<double>(slabs / 2) / static_cast<double>(slabs);
             plane = {static_cast<std::uint8_t>(axis),
                      narrow_to_float(along(box.low, axis) + along(extent, axis) * share)};
-            if (cut(piece, plane, made)) return true;
+            if (cut(piece, box, plane, made)) return true;
         }
         return false;
     }
@@ -351,29 +392,32 @@ private:
         return kUnplanned;
     }
 
-    void avoid_crumbs(TriMesh& piece, const PlannedPiece& planned, DividingPlane& plane,
-                      CutPieces& made) {
+    void avoid_crumbs(TriMesh& piece, const Box3d& box, const PlannedPiece& planned,
+                      DividingPlane& plane, CutPieces& made) {
         const auto faults = [&](const CutPieces& of) {
             const std::size_t wanted = std::max(planned.children.size(), std::size_t{2});
             const std::size_t more = of.meshes.size() - std::min(of.meshes.size(), wanted);
             return more + crumbs_among(of.meshes);
         };
         std::size_t fewest = faults(made);
+        bool is_made = true;  // what is in `made` is what the plane makes
         for (const double share : kNextTo) {
-            if (fewest == 0 || order_.effort == nullptr || *order_.effort == 0) return;
+            if (fewest == 0 || order_.effort == nullptr || *order_.effort == 0) break;
             const double place = planned.place.offset;
             const double end = share < 0 ? planned.low : planned.high;
             const DividingPlane other = {plane.axis,
                                          narrow_to_float(place + (end - place) * std::abs(share))};
-            CutPieces attempt;
-            if (std::abs(end - place) < kLeastMove * largest(box_of(piece))) continue;
-            if (!cut(piece, other, attempt)) continue;
-            const std::size_t count = faults(attempt);
+            if (std::abs(end - place) < kLeastMove * largest(box)) continue;
+            is_made = false;
+            if (!cut(piece, box, other, made)) continue;
+            const std::size_t count = faults(made);
             if (count >= fewest) continue;
             fewest = count;
             plane = other;
-            made = std::move(attempt);
+            is_made = true;
         }
+        // Again, as a copy kept for it would have taken as much memory as the piece.
+        if (!is_made) cut_again(piece, box, plane, made);
     }
 
     const DivisionPlan& plan_;
@@ -393,6 +437,7 @@ public:
     std::vector<TriMesh> parts;
 
     void run(TriMesh model) {
+        const std::size_t large = least_large_piece(model);
         std::vector<std::pair<TriMesh, std::uint32_t>> waiting;
         waiting.emplace_back(std::move(model), 0);
         while (!waiting.empty()) {
@@ -412,6 +457,9 @@ public:
                 next = division_.pieces[next].end;
             }
             std::reverse(waiting.begin() + static_cast<std::ptrdiff_t>(first), waiting.end());
+            if (piece.faces.size() < large) continue;
+            piece = {};
+            give_back_freed_memory();
         }
     }
 
@@ -523,9 +571,10 @@ std::vector<DividingPlane> even_planes(const Box3d& box, const PartSize& size) {
 }
 
 Division divide_evenly(TriMesh& model, const std::vector<DividingPlane>& planes,
-                       const DivisionOrder& order, std::vector<bool>* used) {
+                       const DivisionOrder& order, std::optional<EdgeMates> mates,
+                       std::vector<bool>* used) {
     if (used != nullptr) used->assign(planes.size(), false);
-    EvenWalk walk(model, planes, order, used);
+    EvenWalk walk(model, planes, order, std::move(mates), used);
     walk.run();
     return walk.take();
 }

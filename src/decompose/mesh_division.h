@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <vector>
 
 #include "cut/cut.h"
@@ -41,6 +42,9 @@ struct DivisionOrder {
     std::size_t* effort = nullptr;
 };
 
+/// Arrays of so many faces leave gaps in memory that are worth the time to give them back.
+constexpr std::size_t kLargePiece = 60'000;
+
 Box3d box_of(const TriMesh& mesh);
 
 /// The planes between equal slabs of a box, across z from below, then y, then x.
@@ -49,9 +53,11 @@ std::vector<DividingPlane> even_planes(const Box3d& box, const PartSize& size);
 /// Each piece that does not fit is divided by the first of the planes that divides it, and what
 /// comes of it by those that follow; of more than 64 across one axis, by the middle one, and so on.
 ///
-/// @param used  by plane, whether it divided anything; may be null
+/// @param mates  of the model, if they are at hand
+/// @param used   by plane, whether it divided anything; may be null
 Division divide_evenly(TriMesh& model, const std::vector<DividingPlane>& planes,
-                       const DivisionOrder& order, std::vector<bool>* used = nullptr);
+                       const DivisionOrder& order, std::optional<EdgeMates> mates,
+                       std::vector<bool>* used = nullptr);
 
 /// Divides as planned. Where a cut makes more pieces than planned, or crumbs of less than 1 % of
 /// the mean part, others next to it are tried; what they still make is told the search. Pieces that

@@ -7,6 +7,7 @@
 #include <cmath>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "design/mend_slivers.h"
 #include "design/smooth.h"
 #include "remesh/reduce.h"
@@ -65,7 +66,9 @@ int layers_off(const VoxelGrid& core, Vec3d point) {
 bool follows(const TriMesh& mesh, const VoxelGrid& core) {
     double area = 0;
     double strayed = 0;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         std::array<Vec3d, 7> points;
         for (std::size_t i = 0; i < 3; ++i) points[i] = to_double(mesh.corner_position(face, i));
         for (std::size_t i = 0; i < 3; ++i)

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "cut/bore.h"
 #include "mesh/edge_mates.h"
 #include "mesh/shells.h"
@@ -64,6 +65,7 @@ Tangles tangles_in(TriMesh& mesh) {
     found.crossings = find_self_intersections(mesh, 0).count;
     const EdgeMates mates(mesh);
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         found.slivers += is_degenerate(mesh, mesh.faces[f]) ? 1 : 0;
         for (std::size_t edge = 0; edge < 3; ++edge) {
             found.edges += mates.kind(f, edge) == EdgeMates::Kind::NonManifold ? 1 : 0;

@@ -280,7 +280,9 @@ public:
                 report_.thinnest = sample.place;
             }
         }
+        Poller poller;
         for (const Face& face : inner.faces) {
+            poller();
             const Triangle t = triangle_of(inner, face);
             const Vec3d normal = cross(t[1] - t[0], t[2] - t[0]);
             const double size = length(normal);
@@ -347,7 +349,9 @@ TriMesh inner_wall_of(const LampshadeParts& parts) {
 void add_contours(const LampshadeInside& inside, LampshadeContours& contours) {
     const TriMesh surface = inside.whole_inside();
     double high = -std::numeric_limits<double>::infinity();
+    Poller poller;
     for (const Face& face : surface.faces) {
+        poller();
         for (std::size_t c = 0; c < 3; ++c) {
             high = std::max(high, static_cast<double>(surface.corner_position(face, c).z));
         }

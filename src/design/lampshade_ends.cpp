@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "base/vec.h"
 
 namespace povmesh {
@@ -38,7 +39,9 @@ FlatEnds find_flat_ends(const TriMesh& mesh, const EdgeMates& mates, double leas
     FlatEnds ends;
     ends.low = std::numeric_limits<double>::infinity();
     ends.high = -ends.low;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         for (std::size_t c = 0; face.deleted == 0 && c < 3; ++c) {
             const auto z = static_cast<double>(mesh.corner_position(face, c).z);
             ends.low = std::min(ends.low, z);
@@ -57,6 +60,7 @@ FlatEnds find_flat_ends(const TriMesh& mesh, const EdgeMates& mates, double leas
     ends.part_of.assign(mesh.faces.size(), FlatEnds::kNone);
     std::vector<std::uint32_t> reached;
     for (std::uint32_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         const bool is_top = lies_in(f, true);
         if (ends.part_of[f] != FlatEnds::kNone || !(is_top || lies_in(f, false))) continue;
         EndPart part{is_top, true, 0};
@@ -87,6 +91,7 @@ TriMesh draw_out(const TriMesh& mesh, const EdgeMates& mates, const FlatEnds& en
     drawn.faces.reserve(mesh.faces.size());
     std::vector<std::uint32_t> removed;
     for (std::uint32_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         if (ends.is_drawn(f)) {
             removed.push_back(f);
         } else if (mesh.faces[f].deleted == 0) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "design/lampshade_ends.h"
 #include "design/lampshade_section.h"
 #include "field/inner_wall.h"
@@ -118,7 +119,7 @@ public:
     Finder(TriMesh& model, double thickness, double cell, bool is_rough,
            const LampshadeOptions& options)
         : model_(model),
-          mates_(model),
+          mates_(EdgeMates::without_uses(model)),
           thickness_(thickness),
           cell_(cell),
           is_rough_(is_rough),
@@ -273,7 +274,12 @@ private:
     }
 
     void find_bodies() {
-        label_shells(drawn_);
+        // Where nothing was drawn out the edges are still those of the model.
+        if (drawn_.vertices.size() == model_.vertices.size()) {
+            label_shells(drawn_, mates_);
+        } else {
+            label_shells(drawn_, EdgeMates::without_uses(drawn_));
+        }
         std::vector<std::uint32_t> body_of_shell(drawn_.shells.size(), 0);
         std::uint32_t count = 1;
         if (drawn_.shells.size() > 1) {
@@ -390,7 +396,9 @@ private:
         const EdgeMates mates(surface);
         std::vector<Vec3d> normals;
         normals.reserve(surface.faces.size());
+        Poller poller;
         for (const Face& face : surface.faces) {
+            poller();
             const Vec3d a = to_double(surface.corner_position(face, 0));
             const Vec3d normal = cross(to_double(surface.corner_position(face, 1)) - a,
                                        to_double(surface.corner_position(face, 2)) - a);

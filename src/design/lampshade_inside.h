@@ -42,7 +42,7 @@ struct LampshadeInside {
     TriMesh whole_inside() const;
 };
 
-/// @param model  one model, compact, finite, of a volume above 0; its uses are built
+/// @param model  one model, compact, finite, of a volume above 0
 /// @param cell   model units
 /// @param is_rough  flat places keep all their triangles
 LampshadeInside find_lampshade_inside(TriMesh& model, double thickness, double cell, bool is_rough,

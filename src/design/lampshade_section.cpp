@@ -5,6 +5,7 @@
 #include <limits>
 #include <queue>
 
+#include "base/poll.h"
 #include "base/vec.h"
 
 namespace povmesh {
@@ -68,7 +69,9 @@ double depth_at(Point2d p, std::span<const SectionSegment> segments) {
 
 std::vector<SectionSegment> section_at(const TriMesh& mesh, double level) {
     std::vector<SectionSegment> segments;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         visit_segment(corners_of(mesh, face), level, [&](Point2d from, Point2d to) {
             segments.push_back({from, to});
         });
@@ -87,7 +90,9 @@ std::vector<double> section_areas(const TriMesh& mesh, double low, double step, 
     if (mesh.faces.empty()) return areas;
     const Vec3d first = to_double(mesh.corner_position(mesh.faces[0], 0));
     const auto last = static_cast<double>(count - 1);
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         const std::array<Vec3d, 3> corners = corners_of(mesh, face);
         const auto [lowest, highest] = std::minmax({corners[0].z, corners[1].z, corners[2].z});
         const auto from =

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/poll.h"
 #include "cut/cap.h"
 #include "cut/plane_split.h"
 #include "mesh/append_mesh.h"
@@ -24,7 +25,9 @@ public:
     explicit KindLabels(const std::vector<LampshadeBody>& bodies) {
         std::vector<std::uint8_t> is_used(1U << 16, 0);
         for (const LampshadeBody& body : bodies) {
+            Poller poller;
             for (const Face& face : body.drawn.faces) {
+                poller();
                 is_used[static_cast<std::uint16_t>(face.label)] = 1;
             }
         }
@@ -143,7 +146,9 @@ LampshadeParts make_lampshade_parts(const LampshadeInside& inside) {
     }
     const std::array<std::uint8_t, 3> mean = colour.value();
     parts.kinds.reserve(parts.mesh.faces.size());
+    Poller poller;
     for (Face& face : parts.mesh.faces) {
+        poller();
         parts.kinds.push_back(labels.kind_of(face));
         if (parts.kinds.back() == Kind::Outside) continue;
         face.label = -1;

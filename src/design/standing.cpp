@@ -9,6 +9,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "spatial/convex_hull.h"
 
 namespace povmesh {
@@ -88,7 +89,9 @@ SolidMass mass_of(const TriMesh& mesh, Vec3d about) {
 
 Base base_of(const TriMesh& mesh) {
     Box3d box;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         if (!takes_part(mesh, face)) continue;
         for (const Vec3d& corner : triangle_of(mesh, face)) box.widen(corner);
     }
@@ -100,6 +103,7 @@ Base base_of(const TriMesh& mesh) {
     const double top = base.plate + kFootHeight * base.diagonal;
     Array<Vec3f> feet;
     for (const Face& face : mesh.faces) {
+        poller();
         if (!takes_part(mesh, face)) continue;
         const Triangle t = triangle_of(mesh, face);
         if (std::min({t[0].z, t[1].z, t[2].z}) <= top) add_feet(t, top, base.plate, feet);

@@ -152,7 +152,9 @@ double WallGauge::least_distance(const TriMesh& surface, double limit) const {
     // From the corners first: with the nearest of these known, few faces are left to look at.
     distances.assign(surface.vertices.size(), limit);
     Array<std::uint8_t> is_used(surface.vertices.size(), 0);
+    Poller poller;
     for (const Face& face : surface.faces) {
+        poller();
         for (const std::int32_t v : face.vertex) is_used[static_cast<std::size_t>(v)] = 1;
     }
     parallel_for(distances.size(), [&](std::size_t v) {

@@ -45,10 +45,13 @@ public:
     void scan(const Triangle& t, std::uint32_t face, std::vector<Crossing>& found) {
         triangle_ = &t;
         for (std::size_t c = 0; c < 3; ++c) p_[c] = {along(t[c], u_), along(t[c], v_)};
+        const auto [left, right] = std::minmax({p_[0].x, p_[1].x, p_[2].x});
+        const auto [low, high] = std::minmax({p_[0].y, p_[1].y, p_[2].y});
+        // Most faces are smaller than a cell and lie between the lines.
+        if (is_between_lines(left, right, u_) || is_between_lines(low, high, v_)) return;
         turn_ = orient2d(p_[0], p_[1], p_[2]);
         if (turn_ == 0) return;
         is_tie_known_ = false;
-        const auto [low, high] = std::minmax({p_[0].y, p_[1].y, p_[2].y});
         const std::int32_t first = std::max(index_below(low, v_), 0);
         const std::int32_t last = std::min(index_below(high, v_) + 1, grid_.nodes[v_] - 1);
         for (std::int32_t row = first; row <= last; ++row) scan_row(row, face, found);
@@ -61,6 +64,12 @@ private:
     std::int32_t index_below(double value, std::size_t axis) const {
         return saturate_to<std::int32_t>(
             std::floor((value - along(grid_.origin, axis)) / grid_.cell));
+    }
+
+    // No line within twice the room for rounding.
+    bool is_between_lines(double low, double high, std::size_t axis) const {
+        const double slack = 2 * kWiden * grid_.cell;
+        return index_below(low - slack, axis) == index_below(high + slack, axis);
     }
 
     // The lines of a row that may pass through the face.

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "spatial/triangle_intersection.h"
 
 namespace povmesh {
@@ -93,7 +94,9 @@ std::vector<std::uint32_t> blocks_near(const TriMesh& mesh, const FieldGrid& gri
     std::fill(is_near.begin(), is_near.end(), std::uint8_t{0});
     const double side = grid.cell * kBlockSide;
     const double half_diagonal = grid.cell * 3.5 * std::sqrt(3.0);
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         if (face.deleted != 0) continue;
         const Triangle t = triangle_of(mesh, face);
         const Box3f box = face_box(mesh, face);

@@ -4,10 +4,12 @@
 #include <utility>
 #include <vector>
 
+#include "base/poll.h"
 #include "mesh/append_mesh.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
 #include "mesh/volume.h"
+#include "remesh/carry_attributes.h"
 #include "spatial/self_intersection.h"
 #include "spatial/separation.h"
 #include "spatial/triangle_intersection.h"
@@ -16,7 +18,9 @@ namespace povmesh {
 namespace {
 
 bool is_solid(TriMesh& body) {
+    Poller poller;
     for (const Face& face : body.faces) {
+        poller();
         const Triangle t = triangle_of(body, face);
         if (!is_finite(t) || !has_area(t)) return false;
     }
@@ -45,8 +49,10 @@ Status make_solid(TriMesh& mesh, const WrapOptions& options, RunContext& run, So
         report.wrapped += is_fine ? 0 : 1;
     }
     if (report.wrapped == 0) return {};
+    const TriMesh model = flawed;
     const Status wrapped = wrap(flawed, options, run, report.wrap);
     if (!wrapped.ok()) return wrapped;
+    carry_colours(model, flawed);
     append_mesh(solid, flawed);
     compact(solid);
     if (report.wrapped < report.bodies && find_self_intersections(solid, 0).count != 0) {
@@ -55,6 +61,7 @@ Status make_solid(TriMesh& mesh, const WrapOptions& options, RunContext& run, So
         const Status all = wrap(solid, options, run, report.wrap);
         if (!all.ok()) return all;
         compact(solid);
+        carry_colours(mesh, solid);
     }
     mesh = std::move(solid);
     return {};

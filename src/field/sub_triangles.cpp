@@ -11,6 +11,7 @@
 #include <limits>
 
 #include "base/parallel.h"
+#include "base/poll.h"
 
 namespace povmesh {
 namespace {
@@ -80,6 +81,7 @@ std::size_t SubTriangles::record(const Triangle& t, std::size_t& inner_node) {
 SubTriangles::SubTriangles(const TriMesh& mesh, std::span<const std::uint32_t> faces, double wanted,
                            std::size_t most)
     : mesh_(&mesh), limit_(affordable_limit(mesh, faces, wanted, static_cast<double>(most))) {
+    poll();
     firsts_.assign(mesh.faces.size(), 0);
     counts_.assign(mesh.faces.size(), 0);
     const std::size_t allowed = std::max(most, faces.size());
@@ -90,7 +92,9 @@ SubTriangles::SubTriangles(const TriMesh& mesh, std::span<const std::uint32_t> f
             counts_[faces[i]] = static_cast<std::uint32_t>(count_pieces(t, allowed));
         });
         total = 0;
+        Poller poller;
         for (const std::uint32_t face : faces) {
+            poller();
             firsts_[face] = static_cast<std::uint32_t>(total);
             total += counts_[face];
         }

@@ -14,6 +14,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "spatial/nearest_face.h"
 #include "spatial/triangle_intersection.h"
 
@@ -194,7 +195,7 @@ TangentBalls::TangentBalls(const TriMesh& mesh) {
         if (reliable_normal(triangle_of(mesh, face)) == Vec3d{}) boxes[f] = {};
     });
     tree_ = FaceTree(boxes);
-    facets_.resize(tree_.numbers().size());
+    polled_resize(facets_, tree_.numbers().size());
     parallel_for(facets_.size(), [&](std::size_t i) {
         const Face& face = mesh.faces[tree_.numbers()[i]];
         Facet& facet = facets_[i];
@@ -208,7 +209,10 @@ TangentBalls::TangentBalls(const TriMesh& mesh) {
 
 TangentBalls::Cone TangentBalls::cone_of(std::uint32_t first, std::uint32_t end) const {
     Vec3d sum;
-    for (std::uint32_t i = first; i < end; ++i) sum = sum + normal(i);
+    for (std::uint32_t i = first; i < end; ++i) {
+        poll_at(i);
+        sum = sum + normal(i);
+    }
     const double size = length(sum);
     if (!(size > 0)) return {kAnyAxis, kAnyDirection};
     const Vec3d axis = sum / size;
@@ -231,8 +235,9 @@ void TangentBalls::find_cones() {
         std::uint32_t first, end;
     };
     Array<Range> ranges(nodes.size());
-    nodes_.resize(nodes.size());
+    polled_resize(nodes_, nodes.size());
     for (std::size_t i = nodes.size(); i-- > 0;) {
+        poll_at(i);
         const FaceTree::Node& node = nodes[i];
         nodes_[i] = {node, {kAnyAxis, kAnyDirection}};
         if (node.is_leaf()) {

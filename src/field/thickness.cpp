@@ -12,6 +12,7 @@
 
 #include "base/convert.h"
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "base/union_find.h"
 #include "field/tangent_balls.h"
 #include "mesh/bounds.h"
@@ -54,7 +55,7 @@ public:
         const Box3f box = finite_bounds(mesh);
         if (!box.is_empty()) diagonal_ = length(to_double(box.high) - to_double(box.low));
         const std::span<const std::uint32_t> faces = balls_.tree().numbers();
-        samples_.resize(pieces_.size());
+        polled_resize(samples_, pieces_.size());
         areas_.resize(pieces_.size());
         parallel_for(faces.size(), [&](std::size_t entry) {
             pieces_.visit(faces[entry], [&](std::size_t piece, const Triangle& t) {
@@ -74,6 +75,7 @@ public:
         }
         Array<std::uint32_t> thin;
         for (std::uint32_t piece = 0; piece < opposite.size(); ++piece) {
+            poll_at(piece);
             if (opposite[piece] != kNoPiece) thin.push_back(piece);
         }
         if (!thin.empty()) gather(thin, opposite, found);
@@ -122,13 +124,15 @@ private:
                 sides.push_back({edge_key((t[c] + t[next_corner(c)]) * 0.5), place});
             }
         });
-        std::sort(sides.begin(), sides.end(), [](const Side& a, const Side& b) {
+        polled_sort(sides.begin(), sides.end(), [](const Side& a, const Side& b) {
             return a.edge != b.edge ? a.edge < b.edge : a.place < b.place;
         });
         for (std::size_t i = 1; i < sides.size(); ++i) {
+            poll_at(i);
             if (sides[i].edge == sides[i - 1].edge) sets.unite(sides[i].place, sides[i - 1].place);
         }
         for (std::uint32_t place = 0; place < thin.size(); ++place) {
+            poll_at(place);
             const auto across = std::lower_bound(thin.begin(), thin.end(), opposite[thin[place]]);
             if (across != thin.end() && *across == opposite[thin[place]]) {
                 sets.unite(place, static_cast<std::uint32_t>(across - thin.begin()));
@@ -151,7 +155,9 @@ private:
     template <typename Visit>
     void visit_thin(const Array<std::uint32_t>& thin, const Visit& visit) const {
         const std::span<const std::uint32_t> faces = balls_.tree().numbers();
+        Poller poller;
         for (std::uint32_t next = 0; next < thin.size();) {
+            poller();
             // The thin pieces of one face, of which all pieces are made again.
             pieces_.visit(faces[samples_[thin[next]].entry],
                           [&](std::size_t piece, const Triangle& t) {

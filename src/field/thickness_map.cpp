@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <functional>
 
 #include "base/array.h"
 #include "base/convert.h"
+#include "base/poll.h"
 #include "mesh/build_f.h"
 
 namespace povmesh {
@@ -41,10 +43,11 @@ public:
     Painter(const TriMesh& mesh, const ThinPlaces& places, Rgb (*colour)(double))
         : mesh_(mesh), pieces_(places.pieces), places_(places), colour_(colour) {
         for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) {
+            poll_at(face);
             if (!is_divided(face)) continue;
             for (std::size_t c = 0; c < 3; ++c) divided_edges_.push_back(edge_key(face, c));
         }
-        std::sort(divided_edges_.begin(), divided_edges_.end());
+        polled_sort(divided_edges_.begin(), divided_edges_.end(), std::less<>());
     }
 
     void paint(std::uint32_t face) {
@@ -134,7 +137,10 @@ Rgb gap_colour(double level) {
 
 TriMesh thickness_map(const TriMesh& mesh, const ThinPlaces& places, Rgb (*colour)(double level)) {
     Painter painter(mesh, places, colour);
-    for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) painter.paint(face);
+    for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) {
+        poll_at(face);
+        painter.paint(face);
+    }
     return painter.take();
 }
 

@@ -110,6 +110,7 @@ private:
                 read_line(line, reader);
             }
         }
+        if (failure_.ok() && lines.is_too_long()) fail_for_length();
     }
 
     void read_line(std::string_view line, LineReader reader) {
@@ -129,6 +130,7 @@ private:
         std::size_t joints = 0;
         bool goes_on = true;
         do {
+            if (joined.size() > Lines::kLongestLine) return fail_for_length();
             goes_on = is_joined(lines, line);
             joined.append(line);
             if (goes_on) joined[joined.rfind('\\')] = ' ';
@@ -349,6 +351,12 @@ private:
         failure_ = {StatusCode::BadFile, one_line(name_) + ": line " +
                                              std::to_string(line_number_) + ": \"" +
                                              one_line(word.substr(0, kEnough)) + "\" " + what};
+    }
+
+    void fail_for_length() {
+        failure_ = {StatusCode::BadFile, one_line(name_) + ": line " +
+                                             std::to_string(line_number_) + ": " +
+                                             std::string(Lines::kTooLong)};
     }
 
     void fail_in_coordinate(const Words& words) {

@@ -100,6 +100,7 @@ public:
             }
             if (Status status = read_line(line); !status.ok()) return status;
         }
+        if (lines_.is_too_long()) return bad("header with a line " + std::string(Lines::kTooLong));
         return bad("truncated PLY: ends within its header, after line " +
                    std::to_string(header_.lines));
     }

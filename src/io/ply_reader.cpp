@@ -140,6 +140,13 @@ private:
 
     bool skip_rows(const PlyElement& element) {
         if (element.properties.empty()) return true;
+        std::uint64_t row_bytes = 0;
+        bool has_lists = false;
+        for (const PlyProperty& property : element.properties) {
+            row_bytes += size_of(property.type);
+            has_lists |= property.is_list;
+        }
+        if (!has_lists && rows_.skip_rows(row_bytes, element.count)) return true;
         for (row_ = 0; row_ < element.count; ++row_) {
             if (!read_row(element, [](const PlyProperty& /*none*/) { return true; })) return false;
         }

@@ -136,6 +136,12 @@ public:
         return true;
     }
 
+    /// The same for rows that have all the same size; false, and nothing happens, when they have
+    /// none or are not all there.
+    bool skip_rows(std::uint64_t row_bytes, std::uint64_t count) {
+        return count <= rest() / row_bytes && skip(PlyType::UInt8, row_bytes * count);
+    }
+
     /// Bytes that are left.
     std::uint64_t rest() const { return source_.size - std::min(source_.size, offset()); }
 
@@ -194,7 +200,9 @@ public:
         std::string_view line;
         do {
             if (!lines_.next(line)) {
-                trouble_ = "truncated PLY: ends after line " + std::to_string(line_number_);
+                trouble_ = lines_.is_too_long()
+                               ? place_text(line_number_ + 1) + ": " + std::string(Lines::kTooLong)
+                               : "truncated PLY: ends after " + place_text(line_number_);
                 return false;
             }
             ++line_number_;
@@ -240,6 +248,8 @@ public:
         }
         return true;
     }
+
+    static bool skip_rows(std::uint64_t /*row_bytes*/, std::uint64_t /*count*/) { return false; }
 
     /// Lines with words in them that are left, as bytes.
     std::uint64_t rest() {

@@ -17,6 +17,11 @@ struct StlReadOptions {
     // Take the words "facet", "endfacet" and "vertex" in any case, as some exporters write them.
     // Off, only lower case counts, which is what hosts of the exported functions get.
     bool any_case = false;
+
+    // A file with a byte of 0 in its first kilobyte, and no "facet" there, is binary without a look
+    // for words in all of it, and of a binary file that size and header show to be BadFile nothing
+    // is read and delivered. Off, hosts get what there is, however long that takes.
+    bool strict = false;
 };
 
 /// What a file turned out to be.
@@ -42,7 +47,7 @@ struct StlInfo {
 /// @return  CannotRead when the file cannot be opened (nothing is touched, no progress is written);
 ///          BadFile when it is truncated, holds no triangle, has a facet whose corners are not a
 ///          multiple of three or a number with text behind it ("2,75" is read as 2), or is no STL
-///          file: what could be read is delivered all the same;
+///          file: what could be read is delivered all the same, see `strict`;
 ///          TooLarge beyond kMaxFaceCount triangles.
 /// Progress: 5 when the file is open, 48 at the end.
 /// Memory above the result: a buffer of 256 KB; no allocation follows the count of the file.

@@ -40,6 +40,13 @@ bool is_space(char c) {
     return class_of(c) == kSpace;
 }
 
+// Goes to the end of a word; the classes of all of its bytes.
+unsigned classes_of_word(const char*& p) {
+    unsigned seen = 0;
+    for (unsigned c = 0; (c = class_of(*p)) != kSpace; ++p) seen |= c;
+    return seen;
+}
+
 // Key words that a word contains.
 constexpr unsigned kFacet = 1;
 constexpr unsigned kEndFacet = 2;
@@ -162,8 +169,10 @@ unsigned AsciiStlParser<kAnyCase>::rest_of_long_word(const char*& p, unsigned fo
             break;
         }
         p = piece;
-        while (!is_space(*p)) ++p;
-        found |= key_words<kAnyCase>({piece, static_cast<std::size_t>(p - piece)});
+        const bool has_key_letter = (classes_of_word(p) & kKeyLetter) != 0;
+        if (has_key_letter) {
+            found |= key_words<kAnyCase>({piece, static_cast<std::size_t>(p - piece)});
+        }
     }
     return found;
 }
@@ -177,12 +186,9 @@ typename AsciiStlParser<kAnyCase>::Reading AsciiStlParser<kAnyCase>::read_number
     const char* after = parse_decimal(word, end_, number);
     p = after != nullptr ? after : word;
     while (!is_space(*p)) ++p;
-    while (p == end_) {
-        if (!refill(word)) {
-            p = end_;
-            break;
-        }
-        after = parse_decimal(word, end_, number);  // the word may have gone on
+    for (bool goes_on = true; goes_on && p == end_;) {
+        goes_on = refill(word);
+        after = parse_decimal(word, end_, number);  // it has moved, and may have gone on
         p = word;
         while (!is_space(*p)) ++p;
     }
@@ -245,8 +251,7 @@ AsciiStlResult AsciiStlParser<kAnyCase>::run() {
     Reading reading = Reading::Done;
     while (find_word(p)) {
         const char* word = p;
-        unsigned seen = 0;
-        for (unsigned c = 0; (c = class_of(*p)) != kSpace; ++p) seen |= c;
+        const unsigned seen = classes_of_word(p);
         if (p == end_) {
             const bool goes_on = refill(word);
             p = goes_on ? word : end_;

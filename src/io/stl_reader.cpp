@@ -29,11 +29,23 @@ struct Layout {
     bool is_exact = false;       // the size is just what the count asks for
     bool is_text = false;        // the beginning has no control characters
     bool has_zero = false;       // it has a byte of 0, which no text has
+    bool has_facet = false;      // it has the word, which begins what a text holds
     bool begins_with_solid = false;
 
     std::uint64_t promised_bytes() const { return kStlPrologueBytes + promised * kStlRecordBytes; }
     std::uint64_t available() const { return std::min(promised, held); }
+    bool is_surely_binary() const { return is_exact || (has_zero && !has_facet); }
 };
+
+bool is_letter(char lower_case, char c) {
+    return (c | 0x20) == lower_case;
+}
+
+bool contains_facet(std::string_view text) {
+    constexpr std::string_view kFacet = "facet";
+    return std::search(text.begin(), text.end(), kFacet.begin(), kFacet.end(),
+                       [](char c, char key) { return is_letter(key, c); }) != text.end();
+}
 
 bool is_text(std::string_view bytes) {
     return std::all_of(bytes.begin(), bytes.end(), [](char c) {
@@ -47,8 +59,7 @@ bool begins_with_solid(std::string_view text) {
     if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
     text.remove_prefix(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
     return text.size() >= kSolid.size() &&
-           std::equal(kSolid.begin(), kSolid.end(), text.begin(),
-                      [](char lower_case, char c) { return (c | 0x20) == lower_case; });
+           std::equal(kSolid.begin(), kSolid.end(), text.begin(), is_letter);
 }
 
 Layout layout_of(const ByteSource& source) {
@@ -58,6 +69,7 @@ Layout layout_of(const ByteSource& source) {
     layout.size = source.size;
     layout.is_text = is_text(head);
     layout.has_zero = head.find('\0') != std::string_view::npos;
+    layout.has_facet = contains_facet(head);
     layout.begins_with_solid = begins_with_solid(head);
     if (head.size() < kStlPrologueBytes) return layout;
     std::uint32_t count = 0;
@@ -163,7 +175,8 @@ bool has_face(const Array<float>& coordinates) {
 }
 
 // Reads a file in the form that it has. `make_faces` is given the coordinates, may take them, and
-// tells whether they make any face; a text that makes none is read once more as binary.
+// tells whether they make any face; a text that makes none is read once more as binary. A strict
+// reader need not come that far: what is wrong with it as binary shows in its layout.
 template <typename MakeFaces>
 Status read_either_form(const ByteSource& source, const std::string& name,
                         const StlReadOptions& options, StlInfo& info, MakeFaces&& make_faces) {
@@ -172,7 +185,12 @@ Status read_either_form(const ByteSource& source, const std::string& name,
     info.promised_triangles = layout.promised;
     Array<float> coordinates;
     AsciiStlResult text;
-    if (!layout.is_exact) {
+    const auto deliver_nothing = [&] {
+        coordinates.clear();
+        info.triangles = 0;
+        make_faces(coordinates);
+    };
+    if (!layout.is_exact && !(options.strict && layout.is_surely_binary())) {
         text = parse_ascii_stl(source, options.any_case, coordinates);
         info.triangles = coordinates.size() / 9;
         if (make_faces(coordinates)) {
@@ -181,9 +199,17 @@ Status read_either_form(const ByteSource& source, const std::string& name,
             return judge_ascii(name, source, text, info.triangles);
         }
     }
+    // A text whose facets came to nothing is what the person has, whatever its bytes give as
+    // records.
+    const bool was_text = layout.is_text && !layout.is_exact && text.has_facet;
+    if (options.strict && !was_text) {
+        if (Status status = judge_binary(name, layout, layout.available()); !status.ok()) {
+            deliver_nothing();
+            return status;
+        }
+    }
     if (layout.available() > kMaxFaceCount) {
-        coordinates.clear();
-        make_faces(coordinates);
+        deliver_nothing();
         return too_large(name);
     }
     parse_binary_stl(source, static_cast<std::size_t>(layout.available()), coordinates);
@@ -194,9 +220,6 @@ Status read_either_form(const ByteSource& source, const std::string& name,
         info.records_left_out = stl_records_in(info.trailing_bytes);
     }
     const bool any = make_faces(coordinates);
-    // A text whose facets came to nothing is what the person has, whatever its bytes gave as
-    // records.
-    const bool was_text = layout.is_text && !layout.is_exact && text.has_facet;
     Status status = was_text ? judge_ascii(name, source, text, text_triangles)
                              : judge_binary(name, layout, info.triangles);
     if (status.ok() && (was_text || !any)) {

@@ -60,57 +60,143 @@ Status cannot_read(const std::string& name, const std::string& what) {
     return {StatusCode::CannotRead, one_line(name) + ": " + what};
 }
 
-// Unpacks what a descriptor gives, which is closed.
-Status unpack(int descriptor, const std::string& name, InputFile& content) {
-    const gzFile file = gzdopen(descriptor, "rb");
-    if (file == nullptr) {
-        ::close(descriptor);
-        throw std::bad_alloc();
-    }
-    struct Closer {
-        gzFile file;
-        ~Closer() { (void)gzclose_r(file); }
-    } const closer{file};
-    (void)gzbuffer(file, kPieceBytes);
+/// The bytes of a descriptor, which is closed at the end.
+class Incoming {
+public:
+    explicit Incoming(int descriptor) : descriptor_(descriptor), bytes_(kPieceBytes) {}
+    ~Incoming() { ::close(descriptor_); }
+    Incoming(const Incoming&) = delete;
+    Incoming& operator=(const Incoming&) = delete;
 
-    Spool spool;
-    if (!spool.open()) return cannot_read(name, "cannot be unpacked: " + reason(errno));
-    Array<char> piece(kPieceBytes);
-    std::uint64_t size = 0;
-    for (;;) {
-        errno = 0;
-        const int count = gzread(file, piece.data(), static_cast<unsigned>(piece.size()));
-        int code = Z_OK;
-        const char* const message = gzerror(file, &code);
-        // At the end of a file that was cut the last bytes come without an error of their own.
-        if (count < 0 || code != Z_OK) {
-            if (code == Z_ERRNO) return cannot_read(name, "cannot be read: " + reason(errno));
+    /// Reads on behind what is left; nothing is left at the end. False, with errno, on failure.
+    bool refill() {
+        std::copy(rest_.begin(), rest_.end(), bytes_.begin());
+        std::size_t filled = rest_.size();
+        while (filled < bytes_.size()) {
+            const auto room = static_cast<unsigned>(bytes_.size() - filled);
+            const std::ptrdiff_t count = ::read(descriptor_, bytes_.data() + filled, room);
+            if (count < 0 && errno == EINTR) continue;
+            if (count < 0) return false;
+            if (count == 0) break;
+            filled += static_cast<std::size_t>(count);
+            read_ += static_cast<std::uint64_t>(count);
+        }
+        rest_ = {bytes_.data(), filled};
+        return true;
+    }
+
+    std::span<char> rest() const { return rest_; }
+    void take(std::size_t count) { rest_ = rest_.subspan(count); }
+
+    /// Whether what is left begins as gzip does. After a refill it has two bytes if there are two.
+    bool is_gzip() const { return rest_.size() >= 2 && rest_[0] == '\x1F' && rest_[1] == '\x8B'; }
+
+    /// Bytes that have been taken. Counted here: a pipe has no offset to ask for.
+    std::uint64_t taken() const { return read_ - rest_.size(); }
+
+private:
+    int descriptor_;
+    Array<char> bytes_;
+    std::span<char> rest_;
+    std::uint64_t read_ = 0;
+};
+
+/// Brings what a descriptor gives into a file, unpacked if it is packed.
+class Unpacker {
+public:
+    Unpacker(int descriptor, const std::string& name) : in_(descriptor), name_(name) {
+        constexpr int kGzipWindow = 15 + 16;  // bits, and the mark of a gzip header
+        if (inflateInit2(&zlib_, kGzipWindow) != Z_OK) throw std::bad_alloc();
+    }
+    ~Unpacker() { (void)inflateEnd(&zlib_); }
+    Unpacker(const Unpacker&) = delete;
+    Unpacker& operator=(const Unpacker&) = delete;
+
+    Status run(InputFile& content) {
+        if (!spool_.open()) return cannot_read(name_, "cannot be unpacked: " + reason(errno));
+        if (!in_.refill()) return unreadable();
+        Status status = in_.is_gzip() ? unpack_members() : copy();
+        if (status.ok()) content.adopt(spool_.release());
+        return status;
+    }
+
+private:
+    Status unreadable() const { return cannot_read(name_, "cannot be read: " + reason(errno)); }
+
+    Status bad(const std::string& what, const std::string& why) const {
+        return {StatusCode::BadFile, one_line(name_) + ": " + what + " after " +
+                                         std::to_string(size_) + " unpacked bytes" + why +
+                                         "; fetch it again"};
+    }
+
+    Status keep(std::span<const char> bytes) {
+        if (spool_.write(bytes.data(), bytes.size())) return {};
+        return cannot_read(name_, "cannot be unpacked into the temporary folder: " + reason(errno) +
+                                      "; set TMPDIR to a folder with room");
+    }
+
+    Status copy() {
+        while (!in_.rest().empty()) {
+            if (Status status = keep(in_.rest()); !status.ok()) return status;
+            in_.take(in_.rest().size());
+            if (!in_.refill()) return unreadable();
+        }
+        return {};
+    }
+
+    // A gzip file may be several, one behind the other; anything else behind one is no part of it.
+    Status unpack_members() {
+        do {
+            if (Status status = unpack_member(); !status.ok()) return status;
+            if (in_.rest().size() < 2 && !in_.refill()) return unreadable();
+        } while (in_.is_gzip());
+        return {};
+    }
+
+    Status unpack_member() {
+        (void)inflateReset(&zlib_);
+        for (bool has_more = false;;) {  // within zlib
+            if (!has_more && in_.rest().empty()) {
+                if (!in_.refill()) return unreadable();
+                if (in_.rest().empty()) return bad("truncated gzip file: ends", "");
+            }
+            const int code = inflate_piece();
             if (code == Z_MEM_ERROR) throw std::bad_alloc();
-            const bool is_cut = code == Z_BUF_ERROR;
-            return {StatusCode::BadFile,
-                    one_line(name) + ": " +
-                        (is_cut ? "truncated gzip file: ends" : "damaged gzip file: goes wrong") +
-                        " after " +
-                        std::to_string(size + static_cast<std::uint64_t>(std::max(count, 0))) +
-                        " unpacked bytes" + (is_cut ? "" : " (" + one_line(message) + ")") +
-                        "; fetch it again"};
-        }
-        if (count == 0) break;
-        size += static_cast<std::uint64_t>(count);
-        const auto packed = static_cast<std::uint64_t>(std::max<z_off_t>(gzoffset(file), 1));
-        if (gzdirect(file) == 0 && size > kHarmlessBytes && size / kHighestRatio > packed) {
-            return cannot_read(name, "grows to more than " + std::to_string(kHighestRatio) +
-                                         " times its size, which no model does; unpack it yourself "
-                                         "if it is one");
-        }
-        if (!spool.write(piece.data(), static_cast<std::size_t>(count))) {
-            return cannot_read(name, "cannot be unpacked into the temporary folder: " +
-                                         reason(errno) + "; set TMPDIR to a folder with room");
+            const std::size_t count = piece_.size() - zlib_.avail_out;
+            size_ += count;
+            if (code != Z_OK && code != Z_BUF_ERROR && code != Z_STREAM_END) {
+                const char* const why = zlib_.msg == nullptr ? "unknown form" : zlib_.msg;
+                return bad("damaged gzip file: goes wrong", " (" + one_line(why) + ")");
+            }
+            if (size_ > kHarmlessBytes && size_ / kHighestRatio > in_.taken()) {
+                return cannot_read(name_, "grows to more than " + std::to_string(kHighestRatio) +
+                                              " times its size, which no model does; unpack it "
+                                              "yourself if it is one");
+            }
+            if (Status status = keep({piece_.data(), count}); !status.ok()) return status;
+            if (code == Z_STREAM_END) return {};
+            has_more = zlib_.avail_out == 0;
         }
     }
-    content.adopt(spool.release());
-    return {};
-}
+
+    int inflate_piece() {
+        const std::span<char> rest = in_.rest();
+        zlib_.next_in = reinterpret_cast<Bytef*>(rest.data());
+        zlib_.avail_in = static_cast<uInt>(rest.size());
+        zlib_.next_out = reinterpret_cast<Bytef*>(piece_.data());
+        zlib_.avail_out = static_cast<uInt>(piece_.size());
+        const int code = inflate(&zlib_, Z_NO_FLUSH);
+        in_.take(rest.size() - zlib_.avail_in);
+        return code;
+    }
+
+    Incoming in_;
+    const std::string& name_;
+    Spool spool_;
+    z_stream zlib_{};
+    Array<char> piece_ = Array<char>(kPieceBytes);
+    std::uint64_t size_ = 0;  // of what has been unpacked
+};
 
 }  // namespace
 
@@ -122,13 +208,13 @@ Status unpack_gzip(const std::string& path, InputFile& content) {
     }
     const int descriptor = open_descriptor(path);
     if (descriptor < 0) return cannot_read(path, "cannot be read: " + reason(errno));
-    return unpack(descriptor, path, content);
+    return Unpacker(descriptor, path).run(content);
 }
 
 Status read_standard_input(const std::string& name, InputFile& content) {
     const int descriptor = dup(STDIN_FILENO);
     if (descriptor < 0) return cannot_read(name, "cannot be read: " + reason(errno));
-    return unpack(descriptor, name, content);
+    return Unpacker(descriptor, name).run(content);
 }
 
 struct GzipSink::Stream {

@@ -21,13 +21,19 @@ inline bool is_blank(char c) {
 /// from memory again, and fresh memory for a whole text takes as long as parsing half of it.
 class Lines {
 public:
+    /// No line of a model is longer: a polygon would need some 25 million corners. It would have to
+    /// be held in memory whole.
+    static constexpr std::size_t kLongestLine = std::size_t{1} << 28;
+    static constexpr std::string_view kTooLong = "longer than 256 MB, as no line of a model is";
+
     explicit Lines(const ByteSource& source)
         : source_(source),
           buffer_(static_cast<std::size_t>(std::min<std::uint64_t>(kBufferBytes, source.size + 1))),
           p_(buffer_.data()),
           end_(p_) {}
 
-    /// The next line without its end, valid until the next call; false when there is none.
+    /// The next line without its end, valid until the next call; false when there is none, or when
+    /// it is too long.
     bool next(std::string_view& line) {
         const char* end = find_end(p_);
         while (end == nullptr) {
@@ -36,7 +42,7 @@ public:
             end = find_end(p_ + searched);
         }
         is_ended_ = end != nullptr;
-        if (!is_ended_ && p_ == end_) return false;
+        if (is_too_long_ || (!is_ended_ && p_ == end_)) return false;
         if (!is_ended_) end = end_;
         line = {p_, static_cast<std::size_t>(end - p_)};
         p_ = is_ended_ ? end + 1 : end;
@@ -45,6 +51,8 @@ public:
 
     /// Whether the line ends with a line feed, and not with the text.
     bool is_ended() const { return is_ended_; }
+
+    bool is_too_long() const { return is_too_long_; }
 
     /// Where the line ends.
     std::uint64_t offset() const { return read_ - static_cast<std::uint64_t>(end_ - p_); }
@@ -59,6 +67,8 @@ private:
     // Moves the rest to the front of the buffer, which grows when a line fills it, and reads on.
     bool refill() {
         const auto kept = static_cast<std::size_t>(end_ - p_);
+        is_too_long_ = kept >= kLongestLine;
+        if (is_too_long_) return false;
         if (kept == buffer_.size()) {
             buffer_.resize(kept * 2);
         } else if (kept > 0) {
@@ -78,6 +88,7 @@ private:
     const char* end_;
     std::uint64_t read_ = 0;
     bool is_ended_ = false;
+    bool is_too_long_ = false;
 };
 
 /// The words of one line.

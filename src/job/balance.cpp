@@ -10,6 +10,7 @@
 #include "job/numbers.h"
 #include "mesh/compact.h"
 #include "mesh/shells.h"
+#include "remesh/carry_attributes.h"
 #include "spatial/separation.h"
 
 namespace povmesh::job {
@@ -108,6 +109,7 @@ void check_promises(TriMesh& before, TriMesh& mesh, double thickness, BalanceDon
 
 Status finish_carved(TriMesh& mesh, TriMesh& before, const BalanceJob& job, BalanceDone& done) {
     compact(mesh);
+    carry_colours(before, mesh, before.faces.size());
     done.saved_percent = done.report.cavity_volume / done.report.model_volume * 100;
     if (job.drains.empty()) {
         const SealedCavities sealed = sealed_cavities(mesh);

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 
+#include "base/poll.h"
 #include "job/findings.h"
 #include "job/measures.h"
 #include "job/numbers.h"
@@ -59,7 +60,9 @@ Blemishes blemishes_at(const TriMesh& mesh, const PlaneFrame& frame) {
                          1e-6 * std::max(length(to_double(box.low)), length(to_double(box.high)));
     TriMesh near;
     Blemishes found;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         double low = std::numeric_limits<double>::infinity();
         double high = -low;
         for (std::size_t i = 0; i < 3; ++i) {

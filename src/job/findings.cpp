@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "job/numbers.h"
 #include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
@@ -59,11 +60,14 @@ void measure(const TriMesh& mesh, Findings& findings) {
 }
 
 void count_misplaced(const TriMesh& mesh, FlawFinding& misplaced) {
+    Poller poller;
     for (const Vertex& vertex : mesh.vertices) {
+        poller();
         if (!is_finite(vertex.position())) ++misplaced.count;
     }
     if (misplaced.count == 0) return;
     for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) {
+        poll_at(face);
         for (std::size_t c = 0; c < 3; ++c) {
             const Vec3f position = mesh.corner_position(mesh.faces[face], c);
             if (!is_finite(position)) list_face(misplaced, face);
@@ -84,6 +88,7 @@ void count_edges(const TriMesh& mesh, const EdgeMates& mates, Findings& findings
                   (corner(mesh, face, edge) + corner(mesh, face, next_corner(edge))) / 2.0);
     };
     for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) {
+        poll_at(face);
         bool is_open = false;
         bool is_non_manifold = false;
         for (std::size_t edge = 0; edge < 3; ++edge) {
@@ -137,6 +142,8 @@ Vec3d common_middle(const TriMesh& mesh, const FacePair& pair) {
             between(a.low.z, b.low.z, a.high.z, b.high.z)};
 }
 
+}  // namespace
+
 void count_self_intersections(const TriMesh& mesh, SelfIntersectionSearch search,
                               Findings& findings) {
     findings.has_self_intersection_count =
@@ -153,6 +160,8 @@ void count_self_intersections(const TriMesh& mesh, SelfIntersectionSearch search
     }
 }
 
+namespace {
+
 // The faces that repair would turn, and which shells are cavities.
 void judge_windings(const TriMesh& mesh, const EdgeMates& mates, Findings& findings,
                     FlawFaces& faces) {
@@ -160,6 +169,7 @@ void judge_windings(const TriMesh& mesh, const EdgeMates& mates, Findings& findi
     findings.detected.inverted = static_cast<std::uint32_t>(orientation.turned_count);
     faces.inverted.clear();
     for (std::uint32_t face = 0; face < mesh.faces.size(); ++face) {
+        poll_at(face);
         if (orientation.turned[face] != 0) faces.inverted.push_back(face);
     }
     FlawFinding& inside_out = findings[Flaw::InsideOutShells];
@@ -238,10 +248,10 @@ Findings examine(TriMesh& mesh, Progress progress, SelfIntersectionSearch search
     measure(mesh, findings);
     count_misplaced(mesh, findings[Flaw::MisplacedVertices]);
     progress.set(52);
-    findings.detected = detect(mesh, &faces);
+    const EdgeMates mates(mesh);
+    findings.detected = detect(mesh, mates, &faces);
     findings.shells = mesh.shells.size();
     progress.set(65);
-    const EdgeMates mates(mesh);
     count_edges(mesh, mates, findings, faces);
     measure_holes(mesh, mates, findings);
     progress.set(72);

@@ -112,4 +112,8 @@ enum class SelfIntersectionSearch { Never, UpToQuickFaces, Always };
 Findings examine(TriMesh& mesh, Progress progress, SelfIntersectionSearch search,
                  FlawFaces* flaw_faces = nullptr);
 
+/// Adds what `examine` tells of crossings, when the search is to be made.
+void count_self_intersections(const TriMesh& mesh, SelfIntersectionSearch search,
+                              Findings& findings);
+
 }  // namespace povmesh

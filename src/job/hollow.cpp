@@ -8,9 +8,11 @@
 #include "field/inner_wall.h"
 #include "job/cavity.h"
 #include "job/numbers.h"
+#include "job/solid_surface.h"
 #include "mesh/compact.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
+#include "remesh/carry_attributes.h"
 #include "spatial/self_intersection.h"
 #include "spatial/shell_nesting.h"
 
@@ -188,7 +190,9 @@ Status hollow(TriMesh& mesh, const HollowJob& job, Progress progress, HollowDone
                               : make_voxel_cavity(mesh, job.thickness, progress, cavity, done);
     done.seconds = timer.seconds();
     if (!status.ok()) return status;
+    carry_colours(mesh, cavity);
     if (job.cavity_only) {
+        warn_of_lost_textures(mesh, done);
         mesh = std::move(cavity);
         return {};
     }

@@ -6,7 +6,9 @@
 #include "design/cell_pieces.h"
 #include "job/cavity.h"
 #include "job/numbers.h"
+#include "job/solid_surface.h"
 #include "mesh/volume.h"
+#include "remesh/carry_attributes.h"
 
 namespace povmesh::job {
 namespace {
@@ -45,7 +47,9 @@ Status infill(TriMesh& mesh, const InfillJob& options, Progress progress, Infill
     if (!failure.empty()) return {StatusCode::Nothing, failure};
     done.saved_percent = done.report.cells_volume / model_volume * 100;
     done.smallest_skin = smallest_wall(mesh, cells);
+    carry_colours(mesh, cells);
     if (options.cells_only) {
+        warn_of_lost_textures(mesh, done);
         mesh = std::move(cells);
     } else {
         add_cavities(mesh, cells);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/poll.h"
 #include "mesh/edge_mates.h"
 #include "mesh/volume.h"
 
@@ -16,12 +17,15 @@ double Measures::diagonal() const {
 Measures measures_of(const TriMesh& mesh) {
     Measures measures;
     std::vector<bool> is_used(mesh.vertices.size());
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         if (face.deleted != 0) continue;
         ++measures.triangles;
         for (const std::int32_t v : face.vertex) is_used[static_cast<std::size_t>(v)] = true;
     }
     for (std::size_t v = 0; v < is_used.size(); ++v) {
+        poll_at(v);
         if (!is_used[v]) continue;
         ++measures.vertices;
         const Vec3f p = mesh.vertices[v].position();
@@ -35,6 +39,7 @@ Measures measures_of(const TriMesh& mesh) {
 bool is_closed(TriMesh& mesh) {
     const EdgeMates mates(mesh);
     for (std::size_t face = 0; face < mesh.faces.size(); ++face) {
+        poll_at(face);
         for (std::size_t edge = 0; edge < 3; ++edge) {
             if (mates.kind(face, edge) == EdgeMates::Kind::Open) return false;
         }

@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <limits>
 #include <map>
+#include <span>
 #include <utility>
 
+#include "base/poll.h"
 #include "job/numbers.h"
+#include "spatial/self_intersection.h"
 
 namespace povmesh {
 namespace {
@@ -59,7 +62,9 @@ constexpr std::array<Flaw, 5> kCompared = {Flaw::OpenEdges, Flaw::InvertedFaces,
 std::string what_is_worse(const Findings& before, const Findings& after,
                           const RepairReport& report) {
     for (const Flaw flaw : kCompared) {
-        if (flaw == Flaw::SelfIntersections && !after.has_self_intersection_count) continue;
+        const bool is_counted =
+            before.has_self_intersection_count && after.has_self_intersection_count;
+        if (flaw == Flaw::SelfIntersections && !is_counted) continue;
         // Taking out what has no place opens the surface around it.
         if (flaw == Flaw::OpenEdges && report.dropped_misplaced != 0) continue;
         if (after[flaw].count <= before[flaw].count) continue;
@@ -70,6 +75,30 @@ std::string what_is_worse(const Findings& before, const Findings& after,
         return text;
     }
     return {};
+}
+
+bool has_same_corners(const TriMesh& a, const Face& in_a, const TriMesh& b, const Face& in_b) {
+    const auto is_same = [&](std::size_t in_place_of_0, std::size_t in_place_of_1) {
+        return a.corner_position(in_a, in_place_of_0) == b.corner_position(in_b, 0) &&
+               a.corner_position(in_a, in_place_of_1) == b.corner_position(in_b, 1) &&
+               a.corner_position(in_a, 2) == b.corner_position(in_b, 2);
+    };
+    return is_same(0, 1) || is_same(1, 0);  // as it was, or turned over
+}
+
+// Whether a face of the result meets another one, of those that the source does not have.
+bool meets_at_new_faces(const TriMesh& source, const TriMesh& result,
+                        std::span<const std::uint32_t> sources) {
+    if (sources.empty()) return true;  // not known
+    Array<std::uint32_t> faces;
+    for (std::uint32_t f = 0; f < result.faces.size(); ++f) {
+        poll_at(f);
+        if (sources[f] == kNewFace ||
+            !has_same_corners(source, source.faces[sources[f]], result, result.faces[f])) {
+            faces.push_back(f);
+        }
+    }
+    return !faces.empty() && !find_meetings(result, faces).empty();
 }
 
 }  // namespace
@@ -111,7 +140,9 @@ RepairOptions tool_repair_options() {
 Mending mend(TriMesh& mesh, RepairOptions options, const Findings& before,
              SelfIntersectionSearch search) {
     Mending mending;
+    Findings known = before;
     TriMesh mended;
+    options.tell_sources = true;
     const auto attempt = [&](const RepairOptions& chosen) -> std::string {
         mended = plain_copy(mesh);
         mending.report = repair(mended, chosen);
@@ -120,9 +151,18 @@ Mending mend(TriMesh& mesh, RepairOptions options, const Findings& before,
         const bool has_new_faces = report.holes.added_face_count + report.slits.added_faces != 0;
         // Turning makes nothing worse.
         if (!has_new_faces && report.removed_duplicates == 0) return {};
-        const bool may_cross = has_new_faces && before.has_self_intersection_count;
-        mending.after = examine(mended, {}, may_cross ? SelfIntersectionSearch::Always : search);
-        return what_is_worse(before, *mending.after, report);
+        Findings& after = mending.after.emplace(examine(mended, {}, SelfIntersectionSearch::Never));
+        if (has_new_faces && meets_at_new_faces(mesh, mended, report.sources)) {
+            count_self_intersections(mended, SelfIntersectionSearch::Always, after);
+            if (!known.has_self_intersection_count) {
+                count_self_intersections(mesh, SelfIntersectionSearch::Always, known);
+            }
+        } else if (known.has_self_intersection_count && known[Flaw::SelfIntersections].count == 0) {
+            after.has_self_intersection_count = true;  // none came, and there was none
+        } else {
+            count_self_intersections(mended, search, after);
+        }
+        return what_is_worse(known, after, report);
     };
     const std::string worse = attempt(options);
     // One step left out, in turn; at last all of them.

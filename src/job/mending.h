@@ -27,8 +27,11 @@ struct Mending {
 /// Repairs a mesh so that it has no more open edges, inverted faces, edges of several faces or of
 /// opposite windings and crossings than before: a step that would bring more is left out.
 ///
-/// @param search  for crossings in a result without new faces, which has none that are new
-/// @param before  what was found in the mesh; when it tells no crossings they are not compared
+/// Crossings are looked for at the faces that are new or moved, of which there are few: all others
+/// cross what they crossed before. Only when these meet anything are all of them counted.
+///
+/// @param before  what was found in the mesh; its crossings need not have been counted
+/// @param search  for the crossings in `after`, where they do not follow from what is known
 Mending mend(TriMesh& mesh, RepairOptions options, const Findings& before,
              SelfIntersectionSearch search);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "base/poll.h"
 #include "io/file.h"
 #include "io/obj.h"
 #include "io/ply.h"
@@ -27,7 +28,7 @@ Status read_stl_model(const ByteSource& source, Progress progress, LoadedModel& 
     RunLog log;
     RunContext run{progress, log};
     StlInfo info;
-    const StlReadOptions options{.any_case = true};
+    const StlReadOptions options{.any_case = true, .strict = true};
     Status status = read_stl(source, model.path, options, run, model.mesh, info);
     model.format = info.is_ascii ? "ASCII STL" : "binary STL";
     model.triangles = info.triangles;
@@ -316,12 +317,6 @@ std::vector<std::string> loss_warnings(const LoadedModel& model, FileKind target
     return warnings;
 }
 
-bool loses_bodies(const LoadedModel& model, FileKind target) {
-    const ThreeMfContent& package = model.extras.package;
-    return target == FileKind::ThreeMf && !package.labels.empty() &&
-           !keeps_bodies(model.mesh, package);
-}
-
 namespace {
 
 // The vertex of a body that stands for one of the whole; made when it is first asked for. Until
@@ -339,28 +334,28 @@ std::int32_t copied_vertex(const TriMesh& whole, std::int32_t v, Array<std::int3
 
 }  // namespace
 
-std::vector<TriMesh> bodies_of(const LoadedModel& model) {
-    const ThreeMfContent& package = model.extras.package;
+std::vector<TriMesh> bodies_of(const TriMesh& whole, const ThreeMfContent& package) {
     std::vector<TriMesh> bodies;
-    if (package.bodies.size() < 2 || !keeps_bodies(model.mesh, package)) return bodies;
+    if (package.bodies.size() < 2 || !keeps_bodies(whole, package)) return bodies;
     bodies.resize(package.bodies.size());
-    Array<std::int32_t> number(model.mesh.vertices.size(), 0);  // in the last body that has it
-    const Array<std::uint32_t> order = three_mf_order(model.mesh, package);
+    Array<std::int32_t> number(whole.vertices.size(), 0);  // in the last body that has it
+    const Array<std::uint32_t> order = three_mf_order(whole, package);
     for (std::size_t i = 0; i < order.size();) {
         const auto body_at = [&](std::size_t k) {
-            const auto label = static_cast<std::size_t>(model.mesh.faces[order[k]].label);
+            const auto label = static_cast<std::size_t>(whole.faces[order[k]].label);
             return package.labels[label].body;
         };
         const std::size_t body = body_at(i);
         TriMesh& mesh = bodies[body];
         for (; i < order.size() && body_at(i) == body; ++i) {
-            Face face = model.mesh.faces[order[i]];
+            Face face = whole.faces[order[i]];
             face.label = -1;
             face.uv.fill(-1);
-            for (std::int32_t& v : face.vertex) v = copied_vertex(model.mesh, v, number, mesh);
+            for (std::int32_t& v : face.vertex) v = copied_vertex(whole, v, number, mesh);
             mesh.faces.push_back(face);
         }
         for (std::size_t v = 0; v < mesh.vertices.size(); ++v) {
+            poll_at(v);
             mesh.vertices[v].index = static_cast<std::int32_t>(v);
         }
     }

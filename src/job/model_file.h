@@ -87,14 +87,15 @@ std::vector<std::string> load_warnings(const LoadedModel& model);
 /// What a file of that kind does not keep of the model as it is; a line each.
 std::vector<std::string> loss_warnings(const LoadedModel& model, FileKind target);
 
-/// True when an operation made faces that belong to no body of the 3MF file that was read, so that
-/// a 3MF file of the result has one object.
-bool loses_bodies(const LoadedModel& model, FileKind target);
+/// What a 3MF file does not keep when `give_to_bodies` found no body for all new faces.
 inline constexpr std::string_view kLostBodies =
-    "the new faces belong to no object of the source: all are written as one object";
+    "new faces lie between several objects of the source: all are written as one object";
 
 /// The bodies of a 3MF file as meshes of their own, in its order; none for one body.
-std::vector<TriMesh> bodies_of(const LoadedModel& model);
+std::vector<TriMesh> bodies_of(const TriMesh& mesh, const ThreeMfContent& package);
+inline std::vector<TriMesh> bodies_of(const LoadedModel& model) {
+    return bodies_of(model.mesh, model.extras.package);
+}
 
 /// How many of them have no open edge.
 std::size_t closed_body_count(const LoadedModel& model);

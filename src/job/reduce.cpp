@@ -67,30 +67,37 @@ std::pair<std::string, std::string> end_of(const CheckedReduceReport& checked, b
     return {text, std::string(rules(report, is_automatic).front().key)};
 }
 
-CheckedReduceReport reduce_mesh(TriMesh& mesh, const ReduceJob& options) {
+CheckedReduceReport reduce_mesh(TriMesh& mesh, const ReduceJob& options, Progress progress) {
     if (options.automatic) {
         TriMesh source = mesh;
         CheckedReduceReport report;
-        report.reduction = povmesh::reduce(mesh, kReduceScans);
+        const ProgressObserver share = [&](std::uint32_t percent) {
+            progress.set(percent * kReducedPercent / 100);
+        };
+        report.reduction = povmesh::reduce(mesh, kReduceScans, Progress(nullptr, &share));
         if (report.reduction.faces_after != report.reduction.faces_before) {
             report.faults = find_new_faults(source, mesh);
         }
+        progress.set(100);
         return report;
     }
     const double target =
         options.keep ? *options.keep : options.faces / static_cast<double>(live_face_count(mesh));
     RunLog log;
-    RunContext run{{}, log};
+    RunContext run{progress, log};
     return reduce_checked(mesh, target, run);
 }
 
 }  // namespace
 
-Status reduce(TriMesh& mesh, const ReduceJob& options, Progress /*progress*/, ReduceDone& done) {
+Status reduce(TriMesh& mesh, const ReduceJob& options, Progress progress, ReduceDone& done) {
     const auto count = static_cast<double>(live_face_count(mesh));
     const double volume_before = volume(mesh);
     const Timer timer;
-    done.checked = reduce_mesh(mesh, options);
+    const ProgressObserver scaled = [&](std::uint32_t percent) {
+        progress.set(50 + percent * 3 / 10);
+    };
+    done.checked = reduce_mesh(mesh, options, Progress(nullptr, &scaled));
     done.seconds = timer.seconds();
     add_faults(done.checked.faults, volume_before, volume(mesh), kNotableVolume, done);
     std::tie(done.end_text, done.end_key) = end_of(done.checked, options.automatic);

@@ -32,13 +32,15 @@ void tell_changes(const RemeshReport& report, Remarks& remarks) {
 
 }  // namespace
 
-Status remesh(TriMesh& mesh, const RemeshJob& job, Progress /*progress*/, RemeshDone& done) {
+Status remesh(TriMesh& mesh, const RemeshJob& job, Progress progress, RemeshDone& done) {
     done.source = mesh;
     RunLog log;
     RunContext run{{}, log};
     RemeshOptions options;
     options.edge_length = job.edge_length;
     options.face_lengths = job.lengths;
+    const ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent / 4); };
+    options.progress = Progress(nullptr, &scaled);
     const Timer timer;
     done.report = povmesh::remesh(mesh, options, run);
     done.seconds = timer.seconds();

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "base/poll.h"
 #include "io/file.h"
 #include "job/numbers.h"
 #include "mesh/append_mesh.h"
@@ -20,6 +21,11 @@ RepairOptions options_of(const RepairJob& job) {
     const double side = std::cbrt(job.drop_tiny);
     options.tiny_area = 6 * side * side;
     return options;
+}
+
+SelfIntersectionSearch search_of(const RepairJob& job) {
+    return job.counts_crossings ? SelfIntersectionSearch::UpToQuickFaces
+                                : SelfIntersectionSearch::Never;
 }
 
 void add(Findings& sum, const Findings& more) {
@@ -85,7 +91,9 @@ std::vector<TriMesh> labelled_bodies(const LoadedModel& model) {
     const Array<std::uint32_t> order = three_mf_order(model.mesh, model.extras.package);
     std::size_t next = 0;
     for (TriMesh& body : bodies) {
+        Poller poller;
         for (Face& face : body.faces) {
+            poller();
             const Face& from = model.mesh.faces[order[next++]];
             face.label = from.label;
             for (std::size_t c = 0; c < 3; ++c) {
@@ -135,10 +143,10 @@ Status nothing_left(const RepairReport& report, const RepairJob& options) {
 }  // namespace
 
 Status repair(TriMesh& mesh, const RepairJob& options, Progress progress, RepairDone& done) {
-    done.before = examine(mesh, {}, SelfIntersectionSearch::UpToQuickFaces);
+    const SelfIntersectionSearch search = search_of(options);
+    done.before = examine(mesh, {}, search);
     progress.set(60);
-    done.mending =
-        mend(mesh, options_of(options), done.before, SelfIntersectionSearch::UpToQuickFaces);
+    done.mending = mend(mesh, options_of(options), done.before, search);
     const std::string gone = wall_warning(done.mending.report);
     if (!gone.empty()) done.warnings.push_back(gone);
     if (live_face_count(mesh) != 0) return {};
@@ -159,9 +167,8 @@ Status repair(LoadedModel& model, const RepairJob& options, Progress progress, R
         const std::int16_t label = only_label(body, package);
         // Holes of faces with labels are not closed: it is not known which a new face should have.
         if (label >= 0) set_labels(body, -1);
-        const Findings before = examine(body, {}, SelfIntersectionSearch::UpToQuickFaces);
-        const Mending mending =
-            mend(body, options_of(options), before, SelfIntersectionSearch::UpToQuickFaces);
+        const Findings before = examine(body, {}, search_of(options));
+        const Mending mending = mend(body, options_of(options), before, search_of(options));
         if (label >= 0) set_labels(body, label);
         add(done.before, before);
         add(done.mending.report, mending.report);

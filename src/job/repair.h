@@ -10,6 +10,9 @@ namespace povmesh::job {
 struct RepairJob {
     bool outward = false;  // cavities are turned outward, too
     double drop_tiny = 0;  // shells smaller than a cube of this volume, in volume and area, go
+    // In `before` and `Mending::after`, for those who tell of them. That there are no more than
+    // before is looked after in any case.
+    bool counts_crossings = true;
 };
 
 struct RepairDone : Remarks {

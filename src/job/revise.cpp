@@ -11,11 +11,12 @@ constexpr double kNotableVolume = 0.01;
 
 }  // namespace
 
-Status revise(TriMesh& mesh, const ReviseJob& options, Progress /*progress*/, ReviseDone& done) {
+Status revise(TriMesh& mesh, const ReviseJob& options, Progress progress, ReviseDone& done) {
     TriMesh source = mesh;
     const Timer timer;
     done.report = revise_triangles(mesh, options.options);
     done.seconds = timer.seconds();
+    progress.set(75);
     if (done.report.collapses + done.report.flips + done.report.splits > 0) {
         add_faults(source, mesh, kNotableVolume, done);
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "base/poll.h"
 #include "job/findings.h"
 #include "job/numbers.h"
 #include "mesh/bounds.h"
@@ -32,7 +33,9 @@ bool overlap(const Box3f& a, const Box3f& b) {
 
 std::size_t count_needles(const TriMesh& mesh, Vec3f& place) {
     std::size_t count = 0;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         if (is_degenerate(mesh, face) && count++ == 0) place = mesh.corner_position(face, 0);
     }
     return count;
@@ -67,7 +70,9 @@ SeamCheck::SeamCheck(const TriMesh& model, const std::vector<DividingPlane>& pla
 TriMesh SeamCheck::near_seams(const TriMesh& mesh) const {
     TriMesh near;
     near.vertices = mesh.vertices;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         const Box3f box = box_of(mesh, face);
         bool is_near = false;
         for (std::size_t axis = 0; axis < 3 && !is_near; ++axis) {

@@ -39,14 +39,12 @@ void check_solid(const TriMesh& mesh, Remarks& remarks) {
     }
 }
 
-void warn_of_lost_attributes(const TriMesh& mesh, Remarks& remarks) {
+void warn_of_lost_textures(const TriMesh& mesh, Remarks& remarks) {
     const bool has_any = std::any_of(mesh.faces.begin(), mesh.faces.end(), [](const Face& face) {
-        return face.deleted == 0 && (face.label >= 0 || face.uv[0] >= 0 ||
-                                     std::any_of(face.colour.begin(), face.colour.end(),
-                                                 [](std::uint8_t c) { return c != 255; }));
+        return face.deleted == 0 && face.uv[0] >= 0;
     });
     if (has_any) {
-        remarks.warnings.emplace_back("colours, groups and texture coordinates are not kept");
+        remarks.warnings.emplace_back("texture coordinates and their materials are not kept");
     }
 }
 

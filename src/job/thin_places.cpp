@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "field/wrap.h"
 #include "job/numbers.h"
 #include "spatial/triangle_intersection.h"
@@ -39,7 +40,9 @@ bool crosses_a_little_only(const TriMesh& mesh, const Findings& findings) {
 
 double area_of(const TriMesh& mesh) {
     double area = 0;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         const Triangle t = triangle_of(mesh, face);
         if (is_finite(t)) area += length(cross(t[1] - t[0], t[2] - t[0])) / 2;
     }

@@ -5,6 +5,7 @@
 
 #include "base/timer.h"
 #include "job/cavity.h"
+#include "job/solid_surface.h"
 #include "voxel/passes.h"
 #include "voxel/surface.h"
 #include "voxel/voxelise.h"
@@ -21,6 +22,7 @@ std::size_t count(const VoxelGrid::Words& cells) {
 }  // namespace
 
 Status voxelize(TriMesh& mesh, const VoxelizeJob& options, Progress progress, VoxelizeDone& done) {
+    warn_of_lost_textures(mesh, done);
     const Timer timer;
     RunLog log;
     RunContext run{progress, log};

@@ -5,6 +5,7 @@
 #include "job/numbers.h"
 #include "job/solid_surface.h"
 #include "mesh/compact.h"
+#include "remesh/carry_attributes.h"
 #include "spatial/nearest_face.h"
 
 namespace povmesh::job {
@@ -46,7 +47,7 @@ void warn_of_distance(const TriMesh& model, const TriMesh& result, WrapDone& don
 }  // namespace
 
 Status wrap(TriMesh& mesh, const WrapJob& job, Progress progress, WrapDone& done) {
-    warn_of_lost_attributes(mesh, done);
+    warn_of_lost_textures(mesh, done);
     TriMesh source = mesh;
     RunLog log;
     ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent / 4); };
@@ -56,6 +57,7 @@ Status wrap(TriMesh& mesh, const WrapJob& job, Progress progress, WrapDone& done
     done.seconds = timer.seconds();
     if (!status.ok()) return status;
     compact(mesh);
+    carry_colours(source, mesh);
     done.distance = surface_distance(source, mesh);
     warn_of_distance(source, mesh, done);
     check_solid(mesh, done);

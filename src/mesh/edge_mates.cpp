@@ -1,5 +1,5 @@
-// Each undirected edge is settled once, at the lower-numbered of its two vertices, whose uses name
-// every face that holds it.
+// Each undirected edge is settled once, at the lower-numbered of its two vertices, where every face
+// that holds it is named.
 #include "mesh/edge_mates.h"
 
 #include <algorithm>
@@ -40,29 +40,74 @@ public:
                                    [](const Face& face) { return face.deleted != 0; });
     }
 
-    void run() {
+    void run_with_uses() {
         for (std::size_t v = 0; v < mesh_.vertices.size(); ++v) {
             poll_at(v);
             gather(v);
-            if (edges_.size() <= kPairwise) {
-                settle_pairwise();
-            } else {
-                settle_sorted();
-            }
+            edges_ = gathered_;
+            settle();
+        }
+    }
+
+    // The edges of all vertices are gathered first, in the order of the uses.
+    void run() {
+        Array<std::uint32_t> starts;
+        starts.assign(mesh_.vertices.size() + 2, 0);
+        visit_edges([&](std::int32_t v, const HalfEdge&) { ++starts[index_of(v) + 2]; });
+        for (std::size_t i = 2; i < starts.size(); ++i) starts[i] += starts[i - 1];
+        gathered_.resize(starts.back());
+        visit_edges([&](std::int32_t v, const HalfEdge& edge) {
+            gathered_[starts[index_of(v) + 1]++] = edge;
+        });
+        for (std::size_t v = 0; v < mesh_.vertices.size(); ++v) {
+            poll_at(v);
+            edges_ = {gathered_.data() + starts[v], gathered_.data() + starts[v + 1]};
+            settle();
         }
     }
 
 private:
+    static std::size_t index_of(std::int32_t vertex) { return static_cast<std::size_t>(vertex); }
+
+    // Calls visit(vertex, edge) for the edges from a vertex to higher ones.
+    template <typename Visit>
+    void visit_edges(Visit&& visit) const {
+        for (std::size_t f = 0; f < mesh_.faces.size(); ++f) {
+            poll_at(f);
+            const Face& face = mesh_.faces[f];
+            if (face.deleted != 0) continue;
+            const auto slot = static_cast<std::uint32_t>(f * 3);
+            for (std::uint32_t c = 0; c < 3; ++c) {
+                const std::size_t before = previous_corner(c);
+                const std::int32_t v = face.vertex[c];
+                const std::int32_t next = face.vertex[next_corner(c)];
+                const std::int32_t previous = face.vertex[before];
+                if (next > v) visit(v, {next, (slot + c) * 2 + 1});
+                if (previous > v) {
+                    visit(v, {previous, (slot + static_cast<std::uint32_t>(before)) * 2});
+                }
+            }
+        }
+    }
+
+    void settle() {
+        if (edges_.size() <= kPairwise) {
+            settle_pairwise();
+        } else {
+            settle_sorted();
+        }
+    }
+
     void gather(std::size_t vertex) {
-        edges_.clear();
+        gathered_.clear();
         const auto v = static_cast<std::int32_t>(vertex);
         for (const Use& use : mesh_.uses(vertex)) {
             if (has_deleted_ && mesh_.faces[use.face()].deleted != 0) continue;
             const std::uint32_t slot = use.face() * 3;
             const std::uint32_t corner = use.corner();
-            if (use.next > v) edges_.push_back({use.next, (slot + corner) * 2 + 1});
+            if (use.next > v) gathered_.push_back({use.next, (slot + corner) * 2 + 1});
             if (use.previous > v) {
-                edges_.push_back(
+                gathered_.push_back(
                     {use.previous,
                      (slot + static_cast<std::uint32_t>(previous_corner(corner))) * 2});
             }
@@ -149,13 +194,20 @@ private:
     const TriMesh& mesh_;
     EdgeMates& mates_;
     bool has_deleted_ = false;
-    Array<HalfEdge> edges_;  // at the vertex at hand
-    Array<HalfEdge> edge_;   // of one neighbour
+    Array<HalfEdge> gathered_;
+    std::span<HalfEdge> edges_;  // at the vertex at hand
+    Array<HalfEdge> edge_;       // of one neighbour
 };
 
 EdgeMates::EdgeMates(TriMesh& mesh) {
     ensure_uses(mesh);
-    EdgeMatesBuilder(mesh, *this).run();
+    EdgeMatesBuilder(mesh, *this).run_with_uses();
+}
+
+EdgeMates EdgeMates::without_uses(const TriMesh& mesh) {
+    EdgeMates mates;
+    EdgeMatesBuilder(mesh, mates).run();
+    return mates;
 }
 
 }  // namespace povmesh

@@ -20,6 +20,10 @@ public:
     /// the uses of the mesh first if they are not there. 12 bytes a face.
     explicit EdgeMates(TriMesh& mesh);
 
+    /// The same without the uses, for who has no other use for them: a third of the time less, and
+    /// 26 bytes a face on the way in place of 38.
+    static EdgeMates without_uses(const TriMesh& mesh);
+
     enum class Kind { Open, Manifold, NonManifold };
 
     /// Open: no other live face holds the edge; Manifold: exactly one does; NonManifold: several
@@ -55,6 +59,8 @@ public:
 
 private:
     friend class EdgeMatesBuilder;
+
+    EdgeMates() = default;
 
     // A code is mate * 2 + same direction, or kOpen, or kFirstGroup - group.
     static constexpr std::int32_t kOpen = -1;

@@ -1,6 +1,7 @@
 #include "mesh/volume.h"
 
 #include "base/parallel.h"
+#include "base/poll.h"
 
 namespace povmesh {
 namespace {
@@ -16,7 +17,9 @@ double signed_volume(const TriMesh& mesh) {
     }
     const Vec3d origin{0, 0, lowest};
     double sum = 0;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         if (face.deleted != 0) continue;
         const Vec3d a = to_double(mesh.corner_position(face, 0)) - origin;
         const Vec3d b = to_double(mesh.corner_position(face, 1)) - origin;

@@ -6,6 +6,7 @@
 #include <numeric>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "spatial/convex_hull.h"
 
 namespace povmesh {
@@ -51,7 +52,9 @@ Corners corners_of(const OrientModel& model, const std::array<std::uint32_t, 3>&
 // of 32-bit floats.
 Box3f box_of_areas(const TriMesh& mesh) {
     Box3f box;
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         if (!has_finite_corners(mesh, face)) continue;
         const Corners at = {to_double(mesh.corner_position(face, 0)),
                             to_double(mesh.corner_position(face, 1)),
@@ -75,7 +78,9 @@ void take_triangles(const TriMesh& mesh, OrientModel& model) {
     }
     model.points.reserve(points.size());
     model.triangles.reserve(mesh.faces.size());
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         if (!has_finite_corners(mesh, face)) continue;
         std::array<std::uint32_t, 3> t{};
         for (std::size_t c = 0; c < 3; ++c) t[c] = static_cast<std::uint32_t>(face.vertex[c]);
@@ -98,7 +103,9 @@ void take_triangles(const TriMesh& mesh, OrientModel& model) {
 void weigh(OrientModel& model) {
     Vec3d solid;
     Vec3d sheet;
+    Poller poller;
     for (const auto& t : model.triangles) {
+        poller();
         const Corners face = corners_of(model, t);
         const double six = dot(face.a, cross(face.b, face.c));
         model.volume += six / 6;
@@ -282,7 +289,9 @@ void fill_tables(OrientModel& model) {
 
 void group_normals(OrientModel& model) {
     std::vector<NormalGroup> cells(6 * kCubeCells * kCubeCells);
+    Poller poller;
     for (const auto& t : model.triangles) {
+        poller();
         const Corners face = corners_of(model, t);
         const Vec3d normal = face.normal();
         NormalGroup& cell = cells[cube_cell(normal)];

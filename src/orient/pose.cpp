@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 #include "mesh/compact.h"
 #include "orient/orient_model.h"
@@ -49,12 +50,15 @@ void turn_up(TriMesh& mesh, Vec3d up) {
         return Vec3d{dot(rows[0], p), dot(rows[1], p), dot(rows[2], p)};
     };
     Box3d reached;
+    Poller poller;
     for (const Vertex& vertex : mesh.vertices) {
+        poller();
         if (is_finite(vertex.position())) reached.widen(turned(vertex));
     }
     const Vec3d by = {middle.x - (reached.low.x + reached.high.x) / 2,
                       middle.y - (reached.low.y + reached.high.y) / 2, -reached.low.z};
     for (Vertex& vertex : mesh.vertices) {
+        poller();
         if (!is_finite(vertex.position())) continue;
         const Vec3d p = turned(vertex) + by;
         vertex.x = narrow_to_float(p.x);
@@ -71,6 +75,7 @@ PoseFaces faces_of_pose(const TriMesh& mesh, Vec3d up) {
     double lowest = std::numeric_limits<double>::infinity();
     for (const Vec3f p : model.hull_points) lowest = std::min(lowest, dot(to_double(p), up));
     for (std::uint32_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         if (!has_finite_corners(mesh, mesh.faces[f])) continue;
         std::array<Vec3d, 3> corners;
         for (std::size_t c = 0; c < 3; ++c) {

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <utility>
 
+#include "base/poll.h"
+
 namespace povmesh {
 namespace {
 
@@ -17,6 +19,7 @@ public:
 
     Array<std::uint32_t> run() {
         for (std::size_t f = 0; f < mesh_.faces.size(); ++f) {
+            poll_at(f);
             if (mesh_.faces[f].deleted != 0 || is_reached_[f] != 0) continue;
             walk_from(static_cast<std::uint32_t>(f));
             settle();
@@ -80,6 +83,7 @@ private:
 
 bool has_disagreement(const TriMesh& mesh, const EdgeMates& mates) {
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         if (mesh.faces[f].deleted != 0) continue;
         for (std::size_t edge = 0; edge < 3; ++edge) {
             if (mates.kind(f, edge) == EdgeMates::Kind::Manifold &&

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "remesh/agreeing_windings.h"
 #include "remesh/features.h"
 #include "remesh/patch_distance.h"
@@ -39,6 +40,7 @@ public:
               std::span<const float> face_lengths)
         : surface_(mesh, mates), face_lengths_(face_lengths) {
         for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+            poll_at(f);
             if (mesh.faces[f].deleted == 0) owners_.push_back(static_cast<std::uint32_t>(f));
         }
         Array<float> lengths(owners_.size());

@@ -98,4 +98,24 @@ void carry_attributes(const TriMesh& from, const NearestFace* tree, TriMesh& to)
     }
 }
 
+void carry_colours(const TriMesh& from, TriMesh& to, std::size_t first) {
+    const bool has_any = std::any_of(from.faces.begin(), from.faces.end(), [](const Face& face) {
+        return face.deleted == 0 &&
+               std::any_of(face.colour.begin(), face.colour.end(),
+                           [](std::uint8_t channel) { return channel != 255; });
+    });
+    if (!has_any || first >= to.faces.size()) return;
+    TriMesh coloured;
+    coloured.vertices = from.vertices;
+    coloured.faces = from.faces;
+    for (Face& face : coloured.faces) face.label = -1;
+    TriMesh surface;
+    surface.vertices = to.vertices;
+    surface.faces.assign(to.faces.begin() + static_cast<std::ptrdiff_t>(first), to.faces.end());
+    carry_attributes(coloured, nullptr, surface);
+    for (std::size_t i = 0; i < surface.faces.size(); ++i) {
+        to.faces[first + i].colour = surface.faces[i].colour;
+    }
+}
+
 }  // namespace povmesh

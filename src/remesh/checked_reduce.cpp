@@ -39,6 +39,9 @@ constexpr std::size_t kSmallSteps = 6;
 constexpr std::size_t kListedPairs = 50000;
 constexpr std::size_t kKnownPairs = 1000000;
 
+// Progress when the last pass has been looked at.
+constexpr double kLookedAtPercent = 95;
+
 // How far around a pair the first pass holds, as a share of the size of the two.
 constexpr double kFirstMargin = 0.125;
 
@@ -92,6 +95,7 @@ EdgeFaults edge_faults_of(TriMesh& mesh) {
     EdgeFaults found;
     const EdgeMates mates(mesh);
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         for (std::size_t c = 0; c < 3 && mesh.faces[f].deleted == 0; ++c) {
             const EdgeMates::Kind kind = mates.kind(f, c);
             if (kind == EdgeMates::Kind::Manifold) continue;
@@ -161,10 +165,18 @@ public:
         tell_target();
         // No crossing is left here.
         add_shape_and_edge_faults(source_, mesh_, report_.faults);
+        run_.progress.set(100);
         return report_;
     }
 
 private:
+    // One pass is what most models take; each further one gets half of what is left.
+    void advance_to(double percent) {
+        percent_ = percent;
+        run_.progress.set(static_cast<std::uint32_t>(percent));
+    }
+    double half_of_the_rest() const { return percent_ + (kLookedAtPercent - percent_) / 2; }
+
     void reduce_once() {
         if (report_.passes != 0) mesh_ = source_;
         ++report_.passes;
@@ -173,12 +185,18 @@ private:
         for (std::size_t v = 0; v < movement.size(); ++v) {
             movement[v] = held_[v] != 0 ? 0 : kMostMovement;
         }
+        const double from = percent_;
+        const double to = report_.passes == 1 ? kReducedPercent : half_of_the_rest();
+        const ProgressObserver observer = [&](std::uint32_t percent) {
+            advance_to(from + (to - from) * percent / 100);
+        };
         report_.reduction = reduce_parallel(mesh_,
                                             {.keep = keep_,
                                              .least_keep = 0,
                                              .thins_borders = true,
                                              .most_movement = movement,
-                                             .makes_no_slivers = true},
+                                             .makes_no_slivers = true,
+                                             .progress = Progress(nullptr, &observer)},
                                             run_);
         const ReduceReport& made = report_.reduction;
         if (report_.passes == 1) aimed_ = made.faces_aimed;
@@ -193,6 +211,7 @@ private:
         report_.faults.crossings = {};
         if (report_.reduction.faces_after == report_.reduction.faces_before) return false;
         const SelfIntersections found = find_self_intersections(mesh_, kListedPairs);
+        advance_to(half_of_the_rest());
         if (found.count == 0) return false;
         if (!known_) known_.emplace(crossings_of(source_));
         for (const FacePair& pair : found.pairs) {
@@ -271,6 +290,7 @@ private:
     std::size_t aimed_ = 0;           // faces, with the target asked for
     double share_without_holds_ = 0;  // of the faces, that the first pass of a target left
     std::size_t passes_of_target_ = 0;
+    double percent_ = 0;            // of the progress
     double margin_ = kFirstMargin;  // around the crossings, as a share of the size of their faces
     CheckedReduceReport report_;
 };

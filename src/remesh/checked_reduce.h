@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "mesh/tri_mesh.h"
 #include "remesh/reduce.h"
@@ -33,6 +34,9 @@ struct CheckedReduceReport {
     NewFaults faults;        // no crossings
 };
 
+/// Progress of a checked reduction when the first result is there, and is to be looked at.
+inline constexpr std::uint32_t kReducedPercent = 60;
+
 /// Reduces each shell to a share of its faces, or to where the next collapse would spoil it.
 ///
 /// In rounds, as `reduce_parallel`, and then more careful: open borders are thinned along
@@ -43,6 +47,7 @@ struct CheckedReduceReport {
 /// when twelve passes do not help, the model is handed back as it was.
 ///
 /// The mesh is compact afterwards, and its uses are built. Same bits for any number of threads.
+/// Progress goes from 0 to 100.
 /// Memory beside that of `reduce_parallel`: a copy of the mesh, and 17 MB.
 ///
 /// @param keep  share of each shell's faces, 0 to 1

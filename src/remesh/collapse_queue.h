@@ -87,6 +87,7 @@ private:
         last_ = std::max(last_, bucket);
     }
     std::uint32_t add_chunk(std::size_t bucket);
+    void make_room();
 
     template <typename IsStale>
     bool load_next_bucket(const IsStale& is_stale) {

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/array.h"
+#include "base/poll.h"
 #include "mesh/tri_mesh.h"
 
 namespace povmesh {
@@ -21,6 +22,7 @@ public:
         sizes_.resize(vertex_count);
         pool_.reserve(table.uses.size() + table.uses.size() / 4 + kSpare);
         for (std::size_t v = 0; v < vertex_count; ++v) {
+            poll_at(v);
             starts_[v] = pool_.size();
             for (const Use& use : table.row(v)) pool_.push_back(use.face());
             sizes_[v] = static_cast<std::uint32_t>(pool_.size() - starts_[v]);

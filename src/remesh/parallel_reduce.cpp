@@ -6,7 +6,9 @@
 #include "remesh/parallel_reduce.h"
 
 #include <algorithm>
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/parallel.h"
@@ -18,6 +20,32 @@
 namespace povmesh {
 namespace {
 
+// What is done, in percent, when the edges have their costs, and when none is left to collapse.
+constexpr std::size_t kPreparedPercent = 30;
+constexpr std::size_t kCollapsedPercent = 90;
+
+// Counts the faces that go, on any thread, and tells the share on that which it was made on.
+class FacesGone {
+public:
+    FacesGone(Progress progress, std::size_t aimed)
+        : progress_(progress), aimed_(std::max<std::size_t>(aimed, 1)) {
+        add(0);
+    }
+
+    void add(std::size_t faces) {
+        const std::size_t gone = gone_.fetch_add(faces, std::memory_order_relaxed) + faces;
+        if (std::this_thread::get_id() != thread_) return;
+        constexpr std::size_t kSpan = kCollapsedPercent - kPreparedPercent;
+        progress_.set(static_cast<std::uint32_t>(kPreparedPercent + kSpan * gone / aimed_));
+    }
+
+private:
+    Progress progress_;
+    std::size_t aimed_;
+    std::thread::id thread_ = std::this_thread::get_id();
+    std::atomic<std::size_t> gone_ = 0;
+};
+
 template <typename Quadric>
 std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
                           ReduceReport& report) {
@@ -28,13 +56,16 @@ std::size_t reduce_shells(TriMesh& mesh, const ParallelReduceOptions& options,
     const auto to_delete = [&](std::size_t shell) {
         return faces_to_delete(mesh.shells[shell].size(), options.keep, options.least_keep);
     };
+    std::size_t aimed = 0;
+    for (std::size_t shell = 0; shell < mesh.shells.size(); ++shell) aimed += to_delete(shell);
+    FacesGone gone(options.progress, aimed);
     const auto work = [&](std::size_t shell) {
         const std::size_t wanted = to_delete(shell);
         if (wanted == 0) return;
         const Array<std::uint32_t>& offsets = field.corners.offsets;
         ShellReducer<Quadric> reducer(field, offsets[shell], offsets[shell + 1],
                                       options.makes_no_slivers);
-        tallies[shell] = reducer.run(wanted);
+        tallies[shell] = reducer.run(wanted, [&](std::size_t faces) { gone.add(faces); });
     };
     for_blocks(mesh.shells.size(), [&](std::size_t shell) {
         if (mesh.shells[shell].size() > kSmallShell) return;
@@ -88,6 +119,7 @@ ReduceReport reduce_parallel(TriMesh& mesh, const ParallelReduceOptions& options
 
     compact(mesh);
     build_uses(mesh);
+    options.progress.set(100);
     return report;
 }
 

@@ -21,6 +21,8 @@ struct ParallelReduceOptions {
     std::span<const float> most_movement = {};
     /// No collapse that leaves more slivers than it finds.
     bool makes_no_slivers = false;
+    /// Set from 0 to 100; the progress of the run is left alone.
+    Progress progress = {};
 };
 
 /// Reduces each shell to its target. The mesh is compact afterwards, and its uses are built.

@@ -18,6 +18,7 @@
 #include <span>
 
 #include "base/parallel.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 #include "mesh/compact.h"
 #include "mesh/edge_mates.h"
@@ -35,6 +36,13 @@ namespace {
 // A collapse works through all faces at its two ends, and puts their edges into the queue again.
 // With this bound a vertex of high valence cannot make the whole quadratic.
 constexpr std::size_t kMaxValence = 1024;
+
+// Edges looked at between two tellings of how far it is: some milliseconds.
+constexpr std::size_t kTurnsToTell = 8192;
+
+// What is done, in percent, when the queue is to be filled, and when no edge is left to collapse.
+constexpr std::size_t kPreparedPercent = 25;
+constexpr std::size_t kCollapsedPercent = 95;
 
 Vec3f midpoint(Vec3f a, Vec3f b) {
     const auto half = [](float x, float y) {
@@ -68,10 +76,11 @@ public:
           report_(report),
           origin_(middle(mesh)),
           triangles_(mesh.faces.size()),
-          quadrics_(mesh.vertices.size()),
           rows_(mesh.use_table),
           vertices_(mesh.vertices.size(), VertexState{}) {
+        polled_resize(quadrics_, mesh.vertices.size());
         for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+            poll_at(f);
             const Face& face = mesh.faces[f];
             triangles_[f] = face.vertex;
             if (face.deleted != 0) {
@@ -90,15 +99,24 @@ public:
         });
     }
 
-    // Collapses edges of a shell until `to_delete` faces are gone; returns how many went.
+    // Collapses edges of a shell until `to_delete` faces are gone; returns how many went. Calls
+    // `tell` with as many as went so far.
+    template <typename Tell>
     std::size_t run(std::span<const std::uint32_t> shell, const EdgeMates& mates,
-                    std::size_t to_delete) {
+                    std::size_t to_delete, const Tell& tell) {
         queue_.clear(shell.size() * 3 / 2);
-        for (const std::uint32_t f : shell) push_edges_of(f, mates);
+        Poller poller;
+        for (const std::uint32_t f : shell) {
+            poller();
+            push_edges_of(f, mates);
+        }
         std::size_t deleted = 0;
+        std::size_t turns = 0;
         CollapseQueue::Entry entry;
         const auto stale = [this](const CollapseQueue::Entry& e) { return is_stale(e); };
         while (deleted < to_delete && queue_.pop(entry, stale)) {
+            poll_at(turns);
+            if (++turns % kTurnsToTell == 0) tell(deleted);
             if (is_stale(entry)) continue;
             if (try_collapse(entry.a, entry.b)) deleted += 2;
         }
@@ -107,6 +125,7 @@ public:
 
     void write_back() {
         for (std::size_t f = 0; f < triangles_.size(); ++f) {
+            poll_at(f);
             if (triangles_[f][0] == kGone) {
                 mesh_.faces[f].deleted = 1;
             } else {
@@ -395,16 +414,29 @@ private:
 
 template <typename Quadric>
 void collapse_shells(TriMesh& mesh, const EdgeMates& mates, const ReduceOptions& options,
-                     ReduceReport& report) {
+                     Progress progress, ReduceReport& report) {
     EdgeCollapser<Quadric> collapser(mesh, options.least_cosine, report);
     mesh.use_table.release();
+    std::size_t all = 0;
+    for (std::size_t s = 0; s < mesh.shells.size(); ++s) {
+        all += faces_to_delete(mesh.shells[s].size(), options.keep, options.least_keep);
+    }
+    std::size_t aimed = 0;  // of the shells before
+    const auto tell = [&](std::size_t deleted) {
+        constexpr std::size_t kSpan = kCollapsedPercent - kPreparedPercent;
+        const std::size_t percent =
+            kPreparedPercent + kSpan * (aimed + deleted) / std::max<std::size_t>(all, 1);
+        progress.set(static_cast<std::uint32_t>(percent));
+    };
     for (std::size_t s = 0; s < mesh.shells.size(); ++s) {
         const std::span<const std::uint32_t> shell = mesh.shells[s];
         const std::size_t to_delete =
             faces_to_delete(shell.size(), options.keep, options.least_keep);
         report.faces_aimed -= to_delete;
         if (to_delete == 0) continue;
-        const std::size_t deleted = collapser.run(shell, mates, to_delete);
+        tell(0);
+        const std::size_t deleted = collapser.run(shell, mates, to_delete, tell);
+        aimed += to_delete;
         report.faces_after -= deleted;
         if (deleted < to_delete) report.is_reached = false;
     }
@@ -420,25 +452,27 @@ bool keeps_all(const TriMesh& mesh, const ReduceOptions& options) {
     return true;
 }
 
-void collapse_edges(TriMesh& mesh, const ReduceOptions& options, ReduceReport& report) {
+void collapse_edges(TriMesh& mesh, const ReduceOptions& options, Progress progress,
+                    ReduceReport& report) {
     if (!(options.keep < kKeepsAll) || report.faces_before == 0) return;
     const EdgeMates mates(mesh);
     label_shells(mesh, mates);
     if (keeps_all(mesh, options)) return;
     if (has_varied_attributes(mesh)) {
-        collapse_shells<AttributeQuadric>(mesh, mates, options, report);
+        collapse_shells<AttributeQuadric>(mesh, mates, options, progress, report);
     } else {
-        collapse_shells<PositionQuadric>(mesh, mates, options, report);
+        collapse_shells<PositionQuadric>(mesh, mates, options, progress, report);
     }
 }
 
 }  // namespace
 
-ReduceReport reduce(TriMesh& mesh, const ReduceOptions& options) {
+ReduceReport reduce(TriMesh& mesh, const ReduceOptions& options, Progress progress) {
     ReduceReport report;
     report.faces_before = report.faces_aimed = report.faces_after = live_face_count(mesh);
-    collapse_edges(mesh, options, report);
+    collapse_edges(mesh, options, progress, report);
     compact(mesh);
+    progress.set(100);
     return report;
 }
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "mesh/tri_mesh.h"
+#include "run/progress.h"
 
 namespace povmesh {
 
@@ -63,10 +64,10 @@ struct ReduceReport {
 /// take part in the error and are averaged at the merged corners; where a seam ends at the edge,
 /// on each side of it for itself. The result is the same bits for any number of threads.
 ///
-/// Time O(n log n); at most 230 bytes a triangle beside the mesh.
+/// Time O(n log n); at most 230 bytes a triangle beside the mesh. Progress goes from 0 to 100.
 ///
 /// Source: H. Hoppe, New quadric metric for simplifying meshes with appearance attributes, IEEE
 /// Visualization 1999; link condition: T. Dey et al., Topology preserving edge contraction, 1999.
-ReduceReport reduce(TriMesh& mesh, const ReduceOptions& options);
+ReduceReport reduce(TriMesh& mesh, const ReduceOptions& options, Progress progress = {});
 
 }  // namespace povmesh

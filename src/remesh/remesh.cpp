@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -63,6 +64,12 @@ constexpr double kLeastLost = 0.01;
 constexpr double kLeastSpoiled = 0.005;
 constexpr std::size_t kLarge = 200'000;
 
+// What is done, in percent, before the first run, when that has made its triangles, and behind the
+// last run.
+constexpr double kPreparedPercent = 10;
+constexpr double kFirstRunPercent = 55;
+constexpr double kLastRunPercent = 90;
+
 // Values not positive or not finite become the mean edge of their face, or 1 where that is not
 // either.
 Array<float> usable_lengths(const TriMesh& mesh, const RemeshOptions& options) {
@@ -109,6 +116,7 @@ public:
           expected_(expected_triangles(base_, face_lengths_)),
           is_kept_(base_.vertices.size(), 0) {
         field_.lower(line_lengths(start_, field_));
+        advance_to(kPreparedPercent);
     }
 
     /// Nothing where all that was tried spoils something.
@@ -147,14 +155,26 @@ private:
         for (std::uint32_t t = 0; t < surface.triangles.size(); ++t) {
             if (is_kept(surface.triangles[t])) keep(surface, t);
         }
+        const double from = percent_;
+        const double to = remesher_ ? half_of_the_rest() : kFirstRunPercent;
         const double most =
             kMostOfExpected * (expected_ + static_cast<double>(surface.triangles.size()));
         remesher_.emplace(start_, tree_, field_, std::move(surface),
                           saturate_to<std::size_t>(most));
-        remesher_->run(options_.rounds);
+        remesher_->run(options_.rounds, [&](int done) {
+            advance_to(from + (to - from) * done / std::max(options_.rounds, 1));
+        });
         made_ = remesher_->result();
         spoiled_ = review_.spoiled_places(made_);
+        advance_to(half_of_the_rest());
     }
+
+    // A few runs are what most models take; each further one gets half of what is left.
+    void advance_to(double percent) {
+        percent_ = percent;
+        options_.progress.set(static_cast<std::uint32_t>(percent));
+    }
+    double half_of_the_rest() const { return percent_ + (kLastRunPercent - percent_) / 2; }
 
     // Makes edges shorter around what is spoiled, and leaves all else as it is: for a twentieth of
     // the time of a run. Where that does not help the lengths are again what they were.
@@ -280,8 +300,9 @@ private:
     SizingField field_;
     RemeshReview review_;
     double expected_;
-    bool loses_ = true;  // a good part of what is there, as far as is known
-    TriMesh made_;       // by the last run
+    double percent_ = 0;  // of the progress
+    bool loses_ = true;   // a good part of what is there, as far as is known
+    TriMesh made_;        // by the last run
     std::optional<Remesher> remesher_;
     std::vector<SpoiledPlace> spoiled_;
     std::optional<WallLengths> walls_;  // when needed
@@ -326,6 +347,7 @@ RemeshReport remesh(TriMesh& mesh, const RemeshOptions& options, RunContext& run
     mesh.use_table.clear();
     mesh.shells.clear();
     compact(mesh);
+    options.progress.set(100);
     return report;
 }
 

@@ -21,6 +21,7 @@ struct RemeshOptions {
     int rounds = 5;                // of splitting, collapsing, flipping and relaxing
     double feature_angle = 40;     // degrees; sharper edges are kept
     double most_triangles = 10e6;  // lengths that would make more are raised
+    Progress progress = {};        // set from 0 to 100; the progress of the run is left alone
 };
 
 struct RemeshReport {

@@ -107,7 +107,7 @@ Remesher::Remesher(const HalfEdgeMesh& original, const NearestFace& tree, const 
     }
 }
 
-void Remesher::run(int rounds) {
+void Remesher::run(int rounds, const std::function<void(int done)>& tell) {
     if (should_collapse_first()) collapse_short_edges();
     for (int round = 0; round < rounds; ++round) {
         split_long_edges();
@@ -116,6 +116,7 @@ void Remesher::run(int rounds) {
         flip_edges();
         relax();
         relax();
+        tell(round + 1);
     }
     mend_small_angles();
     fit_to_volume();

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -28,7 +29,8 @@ public:
     Remesher(const HalfEdgeMesh& original, const NearestFace& tree, const SizingField& field,
              HalfEdgeMesh surface, std::size_t most_triangles);
 
-    void run(int rounds);
+    /// Calls `tell` after each round.
+    void run(int rounds, const std::function<void(int done)>& tell);
 
     /// Where lengths in the field were lowered since, makes the edges as short as that, and leaves
     /// everything else as it is.

@@ -94,6 +94,7 @@ public:
     Reviser(TriMesh& mesh, double most, const FaceTree& held)
         : mesh_(mesh), surface_(mesh, EdgeMates(mesh)), held_(held), most_(most) {
         for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+            poll_at(f);
             if (mesh.faces[f].deleted == 0) faces_.push_back(static_cast<std::uint32_t>(f));
         }
         original_count_ = faces_.size();

@@ -53,14 +53,18 @@ public:
         if (!field.strayed.empty()) diagonal_ = find_diagonal();
     }
 
-    /// Collapses edges until `to_delete` faces are gone, or none may go any more.
-    ShellTally run(std::size_t to_delete) {
+    /// Collapses edges until `to_delete` faces are gone, or none may go any more. Calls `tell` with
+    /// as many as went in each round.
+    template <typename Tell>
+    ShellTally run(std::size_t to_delete, const Tell& tell) {
         std::size_t live_at_start = live_;  // of the sweep: until nothing is left to collapse
         evaluate_all();
         while (tally_.deleted < to_delete) {
             const std::size_t wanted = (to_delete - tally_.deleted + 1) / 2;
+            const std::size_t before = tally_.deleted;
             const bool has_picked = round(wanted);
             ++tally_.rounds;
+            tell(tally_.deleted - before);
             if (live_ * 4 < (end_ - begin_) * 3) pack();
             // Edges that were picked and turned down are out of the way of others.
             if (has_picked) continue;
@@ -328,7 +332,8 @@ private:
     }
 
     std::uint64_t key_of(std::uint32_t h) const {
-        return std::uint64_t{std::bit_cast<std::uint32_t>(field_.costs[h])} << 32 | shuffled(h);
+        const std::uint32_t cost = std::bit_cast<std::uint32_t>(field_.costs[h]);
+        return std::uint64_t{cost & kCostSteps} << 32 | shuffled(h);
     }
 
     void set_keys(float threshold) {
@@ -344,37 +349,37 @@ private:
             }
         }
         // Threads may lower a key at the same time: the lowest is left whatever their order.
-        parallel_for(3 * (end_ - begin_), [&](std::size_t i) {
-            const auto h = static_cast<std::uint32_t>(3 * begin_ + i);
-            if (!is_candidate(h, threshold)) return;
-            const std::uint64_t key = key_of(h);
-            atomic_min(field_.keys[index(origin(h))], key);
-            atomic_min(field_.keys[index(target(h))], key);
+        const std::size_t count = 3 * (end_ - begin_);
+        candidates_.resize((count + kParallelBlock - 1) / kParallelBlock);
+        for_blocks(candidates_.size(), [&](std::size_t block) {
+            std::vector<std::uint32_t>& candidates = candidates_[block];
+            candidates.clear();
+            const std::size_t last = std::min(count, (block + 1) * kParallelBlock);
+            for (std::size_t i = block * kParallelBlock; i < last; ++i) {
+                const auto h = static_cast<std::uint32_t>(3 * begin_ + i);
+                if (!is_candidate(h, threshold)) continue;
+                const std::uint64_t key = key_of(h);
+                candidates.push_back(h);
+                atomic_min(field_.keys[index(origin(h))], key);
+                atomic_min(field_.keys[index(target(h))], key);
+            }
         });
     }
 
     // Candidates with the lowest key of all those at their ends and at the neighbours of these.
     std::vector<Candidate> select(float threshold) {
         set_keys(threshold);
-        const std::size_t count = 3 * (end_ - begin_);
-        const std::size_t block_count = (count + kParallelBlock - 1) / kParallelBlock;
-        std::vector<std::vector<Candidate>> found(block_count);
-        for_blocks(block_count, [&](std::size_t block) {
-            const std::size_t last = std::min(count, (block + 1) * kParallelBlock);
-            for (std::size_t i = block * kParallelBlock; i < last; ++i) {
-                const auto h = static_cast<std::uint32_t>(3 * begin_ + i);
-                if (!(field_.costs[h] <= threshold)) continue;
-                // The key is unique: it stands at the ends only if the edge is a candidate.
+        for_blocks(candidates_.size(), [&](std::size_t block) {
+            std::erase_if(candidates_[block], [&](std::uint32_t h) {
                 const std::uint64_t key = key_of(h);
-                if (field_.keys[index(origin(h))] == key && field_.keys[index(target(h))] == key &&
-                    is_lowest_around(h, key) && is_lowest_around(mesh_.opposites[h], key)) {
-                    found[block].push_back({key, h});
-                }
-            }
+                return field_.keys[index(origin(h))] != key ||
+                       field_.keys[index(target(h))] != key || !is_lowest_around(h, key) ||
+                       !is_lowest_around(mesh_.opposites[h], key);
+            });
         });
         std::vector<Candidate> all;
-        for (const std::vector<Candidate>& some : found) {
-            all.insert(all.end(), some.begin(), some.end());
+        for (const std::vector<std::uint32_t>& some : candidates_) {
+            for (const std::uint32_t h : some) all.push_back({key_of(h), h});
         }
         return all;
     }
@@ -641,6 +646,7 @@ private:
     bool makes_no_slivers_;
     double diagonal_ = 1;  // of the shell's box, in the unit frame
     ShellTally tally_;
+    std::vector<std::vector<std::uint32_t>> candidates_;  // of the round, block by block
 };
 
 }  // namespace povmesh

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/convert.h"
+#include "base/poll.h"
 
 namespace povmesh {
 namespace {
@@ -53,6 +54,7 @@ double factor_for(double most, Made&& made) {
 double expected_triangles(const TriMesh& mesh, std::span<const float> face_lengths) {
     double sum = 0;
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         if (mesh.faces[f].deleted != 0) continue;
         sum += triangles_made(mesh, mesh.faces[f], static_cast<double>(face_lengths[f]));
     }
@@ -63,6 +65,7 @@ RaisedLengths raise_lengths(const TriMesh& mesh, std::span<float> face_lengths, 
     std::vector<double> sane;  // what the faces ask for that do not ask for too much
     std::vector<std::size_t> wild;
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         if (mesh.faces[f].deleted != 0) continue;
         const double count =
             triangles_made(mesh, mesh.faces[f], static_cast<double>(face_lengths[f]));
@@ -94,6 +97,7 @@ RaisedLengths raise_lengths(const TriMesh& mesh, std::span<float> face_lengths, 
     raised.factor = factor_for(most, [&](double factor) {
         double sum = 0;
         for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+            poll_at(f);
             if (mesh.faces[f].deleted != 0) continue;
             sum +=
                 triangles_made(mesh, mesh.faces[f], factor * static_cast<double>(face_lengths[f]));
@@ -112,6 +116,7 @@ SizingField::SizingField(const TriMesh& mesh, std::span<const float> face_length
     float least = std::numeric_limits<float>::max();
     float greatest = 0;
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         if (mesh.faces[f].deleted != 0) continue;
         least = std::min(least, face_lengths[f]);
         greatest = std::max(greatest, face_lengths[f]);
@@ -139,8 +144,10 @@ void SizingField::limit_growth() {
         float distance;
     };
     Array<std::uint32_t> offsets(lengths_.size() + 1, 0);
+    Poller poller;
     const auto for_edges = [&](auto&& visit) {
         for (const Face& face : mesh_.faces) {
+            poller();
             if (face.deleted != 0) continue;
             for (std::size_t c = 0; c < 3; ++c) {
                 const auto a = static_cast<std::uint32_t>(face.vertex[c]);
@@ -171,6 +178,7 @@ void SizingField::limit_growth() {
         return lengths_[v] + kGradient * static_cast<double>(n.distance);
     };
     for (std::uint32_t v = 0; v < lengths_.size(); ++v) {
+        poller();
         for (std::uint32_t i = offsets[v]; i < offsets[v + 1]; ++i) {
             if (!(grown(v, neighbours[i]) < lengths_[neighbours[i].vertex])) continue;
             waiting.push({lengths_[v], v});
@@ -178,6 +186,7 @@ void SizingField::limit_growth() {
         }
     }
     while (!waiting.empty()) {
+        poller();
         const Waiting top = waiting.top();
         waiting.pop();
         if (top.length > lengths_[top.vertex]) continue;

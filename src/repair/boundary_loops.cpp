@@ -6,6 +6,8 @@
 #include <array>
 #include <utility>
 
+#include "base/poll.h"
+
 namespace povmesh {
 namespace {
 
@@ -17,6 +19,7 @@ class LoopTracer {
 public:
     LoopTracer(const TriMesh& mesh, const EdgeMates& mates) : mesh_(mesh), mates_(mates) {
         for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+            poll_at(f);
             if (mesh.faces[f].deleted != 0) continue;
             for (std::size_t edge = 0; edge < 3; ++edge) {
                 if (mates.kind(f, edge) == EdgeMates::Kind::Open) {

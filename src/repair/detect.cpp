@@ -1,7 +1,6 @@
 // One walk a shell (shell_walk.h), whose counts are added up.
 #include "repair/detect.h"
 
-#include "mesh/edge_mates.h"
 #include "mesh/shells.h"
 #include "repair/shell_walk.h"
 
@@ -23,7 +22,10 @@ FlawFaces flaw_faces(const ShellWalk& walk, std::size_t face_count) {
 }  // namespace
 
 FlawCounts detect(TriMesh& mesh, FlawFaces* faces) {
-    const EdgeMates mates(mesh);
+    return detect(mesh, EdgeMates(mesh), faces);
+}
+
+FlawCounts detect(TriMesh& mesh, const EdgeMates& mates, FlawFaces* faces) {
     label_shells(mesh, mates);
     ShellWalk walk(mesh, mates, mesh.vertices, true);
     FlawCounts counts;

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "base/array.h"
+#include "mesh/edge_mates.h"
 #include "mesh/tri_mesh.h"
 
 namespace povmesh {
@@ -36,5 +37,7 @@ struct FlawFaces {
 ///
 /// Linear time; about 70 bytes a triangle above faces and vertices.
 FlawCounts detect(TriMesh& mesh, FlawFaces* faces = nullptr);
+/// The same with the edge table of the mesh at hand.
+FlawCounts detect(TriMesh& mesh, const EdgeMates& mates, FlawFaces* faces = nullptr);
 
 }  // namespace povmesh

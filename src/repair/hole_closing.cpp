@@ -13,6 +13,7 @@
 #include <memory>
 #include <span>
 
+#include "base/poll.h"
 #include "base/vec.h"
 #include "repair/boundary_loops.h"
 
@@ -380,7 +381,9 @@ private:
             rim_vertices += loops_[i].size();
         }
         EdgeSet edges(rim_vertices * 2);
+        Poller poller;
         for (const Face& face : mesh_.faces) {
+            poller();
             if (face.deleted != 0) continue;
             for (std::size_t c = 0; c < 3; ++c) {
                 const std::int32_t a = face.vertex[c];

@@ -75,7 +75,9 @@ public:
         } else {
             turn_from_the_top();
         }
+        if (options_.tell_sources) tell_sources();
         compact(mesh_);
+        if (report_.sources.size() != mesh_.faces.size()) report_.sources.clear();
         return std::move(report_);
     }
 
@@ -89,6 +91,14 @@ private:
     // Edge table and shells of the faces that are live now.
     void label_again() {
         if (is_changed_) label();
+    }
+
+    void tell_sources() {
+        for (std::uint32_t f = 0; f < mesh_.faces.size(); ++f) {
+            poll_at(f);
+            if (mesh_.faces[f].deleted != 0) continue;
+            report_.sources.push_back(f < face_count_ ? f : kNewFace);
+        }
     }
 
     void drop_misplaced() {
@@ -159,6 +169,7 @@ private:
         label_again();
         const TurnedFaces orientation = find_orientation(mesh_, *mates_, options_.keep_cavities);
         for (std::size_t face = 0; face < mesh_.faces.size(); ++face) {
+            poll_at(face);
             if (orientation.turned[face] != 0) reverse_winding(mesh_.faces[face]);
         }
         for (std::size_t shell = 0; shell < mesh_.shells.size(); ++shell) {
@@ -222,6 +233,7 @@ private:
 
     TriMesh& mesh_;
     const RepairOptions& options_;
+    const std::size_t face_count_ = mesh_.faces.size();  // before anything is added
     std::optional<EdgeMates> mates_;
     bool is_changed_ = false;  // since the last labelling
     RepairReport report_;

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
+#include "base/array.h"
 #include "base/vec.h"
 #include "mesh/tri_mesh.h"
 #include "repair/hole_closing.h"
@@ -35,6 +37,9 @@ struct RepairOptions {
     bool turn_fewest = false;
     // With turn_fewest: closed shells in the inside of others stay wound inward.
     bool keep_cavities = false;
+
+    // Tell RepairReport::sources.
+    bool tell_sources = false;
 };
 
 /// What was done.
@@ -53,7 +58,12 @@ struct RepairReport {
     std::size_t undecided_shells = 0;  // left as they were: a part of their faces wanted turning
     std::size_t one_sided_shells = 0;  // left as they were: no turning makes them consistent
     std::size_t kept_cavities = 0;
+    // Of each face of the result, when asked: the one of the mesh that it was, kNewFace for those
+    // that were added. Empty when vertices were welded together and a face went with them.
+    Array<std::uint32_t> sources;
 };
+
+inline constexpr std::uint32_t kNewFace = 0xFFFFFFFF;
 
 /// Repairs in this order: drops misplaced faces when asked; drops tiny shells; removes all but the
 /// first of faces with the same three vertices; closes slits when asked; closes holes of up to 50

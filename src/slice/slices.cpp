@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "slice/loops.h"
 
 namespace povmesh {
@@ -276,6 +277,7 @@ Array<std::uint32_t> levels_of(const TriMesh& mesh, std::size_t axis,
 Array<PlaceInterval> face_intervals(const TriMesh& mesh, const Array<std::uint32_t>& levels) {
     Array<PlaceInterval> intervals;
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         const Face& face = mesh.faces[f];
         const auto [low, high] = std::minmax(
             {levels[at(face.vertex[0])], levels[at(face.vertex[1])], levels[at(face.vertex[2])]});

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/poll.h"
+
 // Quickhull. The hull grows from a tetrahedron. Every point that is still outside hangs on one
 // facet that it is strictly above. The farthest one of a facet is the next vertex: the facets that
 // it is strictly above are a disc, which gives way to a fan of facets from the vertex to the rim of
@@ -68,7 +70,9 @@ public:
         const std::optional<std::uint32_t> fourth = off_plane(*third);
         if (!fourth) return outline(*third);
         start(*third, *fourth);
+        Poller poller;
         while (!waiting_.empty()) {
+            poller();
             const std::uint32_t facet = waiting_.back();
             waiting_.pop_back();
             if (facets_[facet].is_gone || facets_[facet].first == kNone) continue;
@@ -86,6 +90,7 @@ private:
     void find_box() {
         Box3f box;
         for (std::uint32_t i = 0; i < points_.size(); ++i) {
+            poll_at(i);
             if (!is_finite(points_[i])) continue;
             box.widen(points_[i]);
             if (low_ == kNone || is_lexicographically_less(points_[i], points_[low_])) low_ = i;
@@ -121,6 +126,7 @@ private:
         double most = -1;
         std::uint32_t best = kNone;
         for (std::uint32_t i = 0; i < points_.size(); ++i) {
+            poll_at(i);
             if (!is_finite(points_[i])) continue;
             const double here = size(at(i));
             if (here > most) {
@@ -156,6 +162,7 @@ private:
         std::vector<std::uint32_t> finite;
         std::vector<Point2d> places;
         for (std::uint32_t i = 0; i < points_.size(); ++i) {
+            poll_at(i);
             if (!is_finite(points_[i])) continue;
             finite.push_back(i);
             places.push_back(along_axis(at(i), axis));
@@ -178,6 +185,7 @@ private:
         next_.resize(points_.size());
         fan_ = {0, 1, 2, 3};
         for (std::uint32_t i = 0; i < points_.size(); ++i) {
+            poll_at(i);
             if (is_finite(points_[i])) hang(i);
         }
         for (const std::uint32_t facet : fan_) waiting_.push_back(facet);
@@ -243,7 +251,9 @@ private:
             facet.greatest > tolerance_ * length(facet.normal)) {
             return facet.farthest;
         }
+        Poller poller;
         for (std::uint32_t i = facet.first; i != kNone; i = next_[i]) {
+            poller();
             if (is_beyond_tolerance(from, i)) return i;
         }
         facet.first = kNone;
@@ -272,8 +282,10 @@ private:
     void grow(std::uint32_t from, std::uint32_t apex) {
         find_disc(from, apex);
         make_fan(apex);
+        Poller poller;
         for (const std::uint32_t gone : disc_) {
             for (std::uint32_t i = facets_[gone].first; i != kNone;) {
+                poller();
                 const std::uint32_t following = next_[i];
                 if (i != apex) hang(i);
                 i = following;

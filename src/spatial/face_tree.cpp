@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
+#include "base/float4.h"
 #include "base/poll.h"
 
 namespace povmesh {
@@ -21,6 +23,14 @@ struct Entry {
     std::array<float, 3> centre;
     std::uint32_t source;
 };
+
+// The centre; the fourth is of no use.
+Float4 as_floats(const Entry& entry) {
+    Float4 floats;
+    static_assert(sizeof(floats) == sizeof(entry));
+    std::memcpy(&floats, &entry, sizeof(floats));
+    return floats;
+}
 
 // The centres only order the entries; an infinite box may stand anywhere.
 float finite_or_0(float value) {
@@ -94,14 +104,15 @@ private:
     // Puts the entries of the two halves side by side and returns where the second one begins.
     std::size_t divide(std::size_t first, std::size_t end, std::size_t depth) {
         if (end - first > kPolledSize) poll();
-        std::array<float, 3> low = entries_[first].centre;
-        std::array<float, 3> high = low;
+        Float4 least = as_floats(entries_[first]);
+        Float4 most = least;
         for (std::size_t i = first + 1; i < end; ++i) {
-            for (std::size_t axis = 0; axis < 3; ++axis) {
-                low[axis] = std::min(low[axis], entries_[i].centre[axis]);
-                high[axis] = std::max(high[axis], entries_[i].centre[axis]);
-            }
+            const Float4 centre = as_floats(entries_[i]);
+            least = smaller(least, centre);
+            most = larger(most, centre);
         }
+        const std::array<float, 4> low = store4(least);
+        const std::array<float, 4> high = store4(most);
         std::size_t axis = 0;
         for (std::size_t other = 1; other < 3; ++other) {
             if (high[other] * 0.5F - low[other] * 0.5F > high[axis] * 0.5F - low[axis] * 0.5F) {

@@ -70,6 +70,13 @@ public:
     template <typename Visit, typename Skip>
     bool visit_own_pairs(Visit&& visit, Skip&& skip) const;
 
+    /// Calls `visit(entry, other_entry)` for every pair of an entry of a leaf and one that stands
+    /// behind it in the tree, in the same leaf or a later one, whose boxes overlap; entries by their
+    /// places in `boxes()`. All leaves together visit each pair once. One descent serves all entries
+    /// of a leaf.
+    template <typename Visit>
+    void visit_later_pairs(std::uint32_t leaf, Visit&& visit) const;
+
     /// The tree itself, for searches of another kind. Node 0 is the root, children stand behind
     /// their parents; there is no node when there is no entry. Entries of one leaf stand side by
     /// side.
@@ -208,6 +215,37 @@ bool FaceTree::visit_own_pairs(Visit&& visit, Skip&& skip) const {
         }
     }
     return false;
+}
+
+template <typename Visit>
+void FaceTree::visit_later_pairs(std::uint32_t leaf, Visit&& visit) const {
+    const Node& own = nodes_[leaf];
+    const std::uint32_t own_end = own.place + own.count;
+    for (std::uint32_t i = own.place; i < own_end; ++i) {
+        for (std::uint32_t j = i + 1; j < own_end; ++j) {
+            if (overlap(boxes_[i], boxes_[j])) visit(i, j);
+        }
+    }
+    std::array<std::uint32_t, kMaxDepth + 2> stack;
+    std::size_t size = 0;
+    stack[size++] = 0;
+    while (size != 0) {
+        const std::uint32_t index = stack[--size];
+        const Node& node = nodes_[index];
+        if (index == leaf || !overlap(node.box, own.box)) continue;
+        if (!node.is_leaf()) {
+            stack[size++] = node.place;
+            // What stands below the left child has numbers up to that of the right one.
+            if (node.place > leaf + 1) stack[size++] = index + 1;
+        } else if (index > leaf) {
+            for (std::uint32_t j = node.place; j < node.place + node.count; ++j) {
+                if (!overlap(boxes_[j], own.box)) continue;
+                for (std::uint32_t i = own.place; i < own_end; ++i) {
+                    if (overlap(boxes_[i], boxes_[j])) visit(i, j);
+                }
+            }
+        }
+    }
 }
 
 }  // namespace povmesh

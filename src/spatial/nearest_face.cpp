@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstddef>
 #include <span>
+#include <vector>
 
 #include "base/parallel.h"
 #include "base/poll.h"
@@ -22,8 +23,11 @@ constexpr double kNeedle = 1e-20;
 // extent.
 constexpr double kThin = 8;
 
-// Below this share of all nodes capsules are not worth the look whether there is one.
+// Below this share of all nodes capsules are not worth the look whether there is one. Most meshes
+// have no use for any, which is told by one in so many branches of the tree, of so many nodes.
 constexpr double kLeastThinShare = 0.02;
+constexpr std::size_t kBranch = 128;
+constexpr std::size_t kBranchStep = 8;
 
 // Faces that look elsewhere after which a search for one that looks a certain way gives up: around
 // a vertex of high valence all of them would be looked at.
@@ -31,6 +35,10 @@ constexpr int kMostTurnedDown = 200;
 
 // Room for rounding around a capsule, as a share of its length.
 constexpr double kSlack = 1e-12;
+
+// The same of discs, whose normals are of unit length within two parts in ten million.
+constexpr double kDiscSlack = 1e-5;
+constexpr double kHeightSlack = 1e-3;
 
 double squared_distance(Vec3d p, Vec3d a, Vec3d b) {
     const Vec3d along = b - a;
@@ -128,12 +136,59 @@ NearestFace::NearestFace(const TriMesh& mesh) {
     });
     tree_ = FaceTree(boxes);
     polled_resize(triangles_, tree_.numbers().size());
+    polled_resize(discs_, triangles_.size());
     parallel_for(triangles_.size(), [&](std::size_t i) {
         const Face& face = mesh.faces[tree_.numbers()[i]];
         for (std::size_t c = 0; c < 3; ++c) triangles_[i][c] = mesh.corner_position(face, c);
+        discs_[i] = disc_around(triangles_[i]);
     });
     quads_ = BoxQuads(tree_);
     find_capsules();
+}
+
+NearestFace::Disc NearestFace::disc_around(const std::array<Vec3f, 3>& triangle) {
+    const Triangle3d t = {to_double(triangle[0]), to_double(triangle[1]), to_double(triangle[2])};
+    const auto rounded = [](Vec3d v) {
+        return Vec3f{static_cast<float>(v.x), static_cast<float>(v.y), static_cast<float>(v.z)};
+    };
+    const auto rounded_up = [](double x) {
+        constexpr float kInfinity = std::numeric_limits<float>::infinity();
+        const bool is_float = x < double{std::numeric_limits<float>::max()};
+        return is_float ? std::nextafter(static_cast<float>(x), kInfinity) : kInfinity;
+    };
+    Disc disc{};
+    disc.centre = rounded(t[0] / 3.0 + t[1] / 3.0 + t[2] / 3.0);
+    const Vec3d normal = cross(t[1] - t[0], t[2] - t[0]);
+    const double size = length(normal);
+    if (size > 0) disc.normal = rounded(normal / size);
+    double radius = 0;
+    double height = 0;
+    for (const Vec3d& corner : t) {
+        const Vec3d from = corner - to_double(disc.centre);
+        radius = std::max(radius, length(from));
+        height = std::max(height, std::abs(dot(from, to_double(disc.normal))));
+    }
+    disc.radius = rounded_up(radius * (1 + kDiscSlack));
+    disc.height = rounded_up(height * (1 + kHeightSlack));
+    return disc;
+}
+
+// Whether no point of a disc is nearer, found without a root.
+bool NearestFace::is_beyond_disc(Vec3d p, const Disc& disc, double squared) {
+    const Vec3d away = p - to_double(disc.centre);
+    const double above = dot(away, to_double(disc.normal));
+    const double lift = std::max(std::abs(above) - static_cast<double>(disc.height), 0.0);
+    const auto radius = static_cast<double>(disc.radius);
+    const double aside = std::max(dot(away, away) - above * above, 0.0);  // squared
+    const double enough = squared * (1 + kDiscSlack) - lift * lift;
+    if (aside <= radius * radius) return enough < 0;
+    const double rest = aside + radius * radius - enough;
+    return rest > 0 && rest * rest > 4 * radius * radius * aside;
+}
+
+bool NearestFace::is_thin(const Capsule& capsule, const Box3f& box) {
+    const double size = std::min(length(capsule.b - capsule.a), middle_extent(box));
+    return size > kThin * capsule.radius;
 }
 
 NearestFace::Capsule NearestFace::capsule_of_entry(std::size_t entry) const {
@@ -177,36 +232,69 @@ NearestFace::Capsule NearestFace::joined(const Capsule& first, const Capsule& se
     return all;
 }
 
-// From the leaves up: children stand behind their parents.
+// Those of the nodes from one up to the end of a branch, from the leaves up: children stand behind
+// their parents. Returns how many nodes are thin.
+std::size_t NearestFace::find_branch(std::size_t first, std::size_t end,
+                                     Array<Capsule>& capsules) const {
+    const std::span<const FaceTree::Node> nodes = tree_.nodes();
+    std::size_t count = 0;
+    for (std::size_t i = end; i-- > first;) {
+        poll_at(i);
+        const FaceTree::Node& node = nodes[i];
+        Capsule& own = capsules[i - first];
+        if (node.is_leaf()) {
+            own = capsule_of_entry(node.place);
+            for (std::uint32_t k = 1; k < node.count; ++k) {
+                own = joined(own, capsule_of_entry(node.place + k));
+            }
+        } else {
+            own = joined(capsules[i + 1 - first], capsules[node.place - first]);
+        }
+        count += is_thin(own, node.box) ? 1 : 0;
+    }
+    return count;
+}
+
+// Half the share of thin nodes in a sample of branches will do.
+bool NearestFace::may_have_capsules() const {
+    struct Branch {
+        std::size_t first, end;
+    };
+    const std::span<const FaceTree::Node> nodes = tree_.nodes();
+    if (nodes.size() < kBranch * kBranchStep) return !nodes.empty();
+    std::vector<Branch> waiting = {{0, nodes.size()}};
+    Array<Capsule> capsules(kBranch);
+    std::size_t number = 0;
+    std::size_t seen = 0;
+    std::size_t thin = 0;
+    while (!waiting.empty()) {
+        const Branch branch = waiting.back();
+        waiting.pop_back();
+        if (branch.end - branch.first > kBranch) {
+            const std::size_t right = nodes[branch.first].place;
+            waiting.push_back({right, branch.end});
+            waiting.push_back({branch.first + 1, right});
+        } else if (number++ % kBranchStep == 0) {
+            thin += find_branch(branch.first, branch.end, capsules);
+            seen += branch.end - branch.first;
+        }
+    }
+    return static_cast<double>(thin) >= kLeastThinShare / 2 * static_cast<double>(seen);
+}
+
 void NearestFace::find_capsules() {
+    if (!may_have_capsules()) return;
     const std::span<const FaceTree::Node> nodes = tree_.nodes();
     Array<Capsule> all;
     polled_resize(all, nodes.size());
-    std::size_t count = 0;
-    const auto is_thin = [&](std::size_t n) {
-        const double size = std::min(length(all[n].b - all[n].a), middle_extent(nodes[n].box));
-        return size > kThin * all[n].radius;
-    };
-    for (std::size_t i = nodes.size(); i-- > 0;) {
-        poll_at(i);
-        const FaceTree::Node& node = nodes[i];
-        if (node.is_leaf()) {
-            all[i] = capsule_of_entry(node.place);
-            for (std::uint32_t k = 1; k < node.count; ++k) {
-                all[i] = joined(all[i], capsule_of_entry(node.place + k));
-            }
-        } else {
-            all[i] = joined(all[i + 1], all[node.place]);
-        }
-        count += is_thin(i) ? 1 : 0;
-    }
+    const std::size_t count = find_branch(0, nodes.size(), all);
     if (static_cast<double>(count) < kLeastThinShare * static_cast<double>(nodes.size())) return;
     const Array<std::uint32_t> lane_nodes = BoxQuads::nodes_of_children(tree_);
     capsule_of_.assign(lane_nodes.size(), NearestPoint::kNoFace);
     for (std::size_t lane = 0; lane < lane_nodes.size(); ++lane) {
         poll_at(lane);
         const std::uint32_t node = lane_nodes[lane];
-        if (node == BoxQuads::kNone || !is_thin(node)) continue;
+        if (node == BoxQuads::kNone || !is_thin(all[node], nodes[node].box)) continue;
         capsule_of_[lane] = static_cast<std::uint32_t>(capsules_.size());
         capsules_.push_back(all[node]);
     }
@@ -288,6 +376,7 @@ NearestPoint NearestFace::search(Vec3d p, double limit, Accepts&& accepts,
                 continue;
             }
             const std::uint32_t entry = quad.child[lane] & ~BoxQuads::kEntry;
+            if (is_beyond_disc(p, discs_[entry], best.squared_distance)) continue;
             const std::array<Vec3f, 3>& t = triangles_[entry];
             const Triangle3d corners = {to_double(t[0]), to_double(t[1]), to_double(t[2])};
             const Weights weights = nearest_weights(p, corners);

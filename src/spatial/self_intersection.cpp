@@ -3,6 +3,8 @@
 #include "spatial/self_intersection.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <span>
 
 #include "base/parallel.h"
@@ -41,47 +43,92 @@ public:
         Poller poller;
         for (const std::uint32_t face : faces) {
             poller();
-            (high_valence_.fan(face) == HighValencePairs::kNone ? plain : order_).push_back(face);
+            (high_valence_.fan(face) == HighValencePairs::kNone ? plain : of_fans_).push_back(face);
         }
         Array<Box3f> boxes;
         polled_resize(boxes, plain.size());
         parallel_for(plain.size(),
                      [&](std::size_t i) { boxes[i] = face_box(mesh, mesh.faces[plain[i]]); });
         tree_ = FaceTree(boxes, plain);
-        order_.insert(order_.end(), tree_.numbers().begin(), tree_.numbers().end());
     }
 
-    /// The faces, most in the order of the tree: neighbours stand near one another, so that queries
-    /// in this order find the tree in the cache.
-    std::span<const std::uint32_t> faces() const { return order_; }
+    /// Calls `visit(face, other)` from all threads at the same time, once for every pair that meets.
+    template <typename Visit>
+    void visit_all(const Visit& visit) const {
+        const std::span<const FaceTree::Node> nodes = tree_.nodes();
+        Array<std::uint32_t> leaves;
+        for (std::uint32_t n = 0; n < nodes.size(); ++n) {
+            poll_at(n);
+            if (nodes[n].is_leaf()) leaves.push_back(n);
+        }
+        parallel_for(leaves.size(), [&](std::size_t i) { visit_from_leaf(leaves[i], visit); });
+        if (of_fans_.empty()) return;
+        const auto visit_from = [&](std::uint32_t face) {
+            return [&visit, face](std::uint32_t other) { visit(face, other); };
+        };
+        const auto is_higher = [](std::uint32_t face) {
+            return [face](std::uint32_t other) { return other > face; };
+        };
+        parallel_for(of_fans_.size(), [&](std::size_t i) {
+            visit_met(of_fans_[i], is_higher(of_fans_[i]), visit_from(of_fans_[i]));
+        });
+        parallel_for(tree_.numbers().size(), [&](std::size_t i) {
+            const std::uint32_t face = tree_.numbers()[i];
+            visit_met_of_fans(face, is_higher(face), visit_from(face));
+        });
+    }
 
     /// Calls `visit(other)` for the faces that `face` meets, of those that `is_wanted` says.
     template <typename Wanted, typename Visit>
-    void visit_met(std::uint32_t face, Wanted&& is_wanted, Visit&& visit) const {
+    void visit_met(std::uint32_t face, const Wanted& is_wanted, const Visit& visit) const {
         const Triangle triangle = triangle_of(mesh_, mesh_.faces[face]);
-        const Box3f box = face_box(mesh_, mesh_.faces[face]);
-        const auto test = [&](std::uint32_t other) {
+        tree_.visit_overlapping(face_box(mesh_, mesh_.faces[face]), [&](std::uint32_t other) {
             if (is_wanted(other) &&
                 meet_beyond_shared(triangle, triangle_of(mesh_, mesh_.faces[other]))) {
                 visit(other);
             }
             return false;
-        };
-        tree_.visit_overlapping(box, test);
-        high_valence_.visit_near(face, box, test);
-    }
-
-    template <typename Visit>
-    void visit_higher(std::uint32_t face, Visit&& visit) const {
-        visit_met(
-            face, [face](std::uint32_t other) { return other > face; }, visit);
+        });
+        visit_met_of_fans(face, is_wanted, visit);
     }
 
 private:
+    template <typename Wanted, typename Visit>
+    void visit_met_of_fans(std::uint32_t face, const Wanted& is_wanted, const Visit& visit) const {
+        if (of_fans_.empty()) return;
+        const Triangle triangle = triangle_of(mesh_, mesh_.faces[face]);
+        const auto test = [&](std::uint32_t other) {
+            if (is_wanted(other) &&
+                meet_beyond_shared(triangle, triangle_of(mesh_, mesh_.faces[other]))) {
+                visit(other);
+            }
+        };
+        high_valence_.visit_near(face, face_box(mesh_, mesh_.faces[face]), test);
+    }
+
+    template <typename Visit>
+    void visit_from_leaf(std::uint32_t leaf, const Visit& visit) const {
+        const std::uint32_t first = tree_.nodes()[leaf].place;
+        std::array<Triangle, FaceTree::kLeafSize> own;
+        for (std::uint32_t i = 0; i < tree_.nodes()[leaf].count; ++i) own[i] = triangle(first + i);
+        Triangle other = own[0];
+        std::uint32_t at = first;  // the entry that this is
+        tree_.visit_later_pairs(leaf, [&](std::uint32_t i, std::uint32_t j) {
+            if (j != at) other = triangle(at = j);
+            if (meet_beyond_shared(own[i - first], other)) {
+                visit(tree_.numbers()[i], tree_.numbers()[j]);
+            }
+        });
+    }
+
+    Triangle triangle(std::uint32_t entry) const {
+        return triangle_of(mesh_, mesh_.faces[tree_.numbers()[entry]]);
+    }
+
     const TriMesh& mesh_;
     HighValencePairs high_valence_;
     FaceTree tree_;
-    Array<std::uint32_t> order_;
+    Array<std::uint32_t> of_fans_;
 };
 
 // Of the sound faces those with a box that overlaps one of `faces`.
@@ -109,32 +156,26 @@ Array<std::uint32_t> faces_near(const TriMesh& mesh, std::span<const std::uint32
 
 SelfIntersections find_self_intersections(const TriMesh& mesh, std::size_t limit) {
     const SelfIntersector intersector(mesh, sound_faces(mesh));
-    const std::span<const std::uint32_t> faces = intersector.faces();
-    const std::size_t count = faces.size();
-    Array<std::uint32_t> met(count);
-    parallel_for(count, [&](std::size_t place) {
-        std::uint32_t found = 0;
-        intersector.visit_higher(faces[place], [&](std::uint32_t /*other*/) { ++found; });
-        met[place] = found;
+    // By face: how many it meets that have higher numbers.
+    Array<std::uint32_t> met(mesh.faces.size(), 0);
+    intersector.visit_all([&](std::uint32_t face, std::uint32_t other) {
+        // Sums are the same in any order.
+        std::atomic_ref(met[std::min(face, other)]).fetch_add(1, std::memory_order_relaxed);
     });
 
     SelfIntersections result;
-    Array<std::size_t> places;
-    for (std::size_t place = 0; place < count; ++place) {
-        poll_at(place);
-        result.count += met[place];
-        if (met[place] != 0) places.push_back(place);
-    }
-    // The few faces that the list needs are looked up once more.
-    polled_sort(places.begin(), places.end(),
-                [&](std::size_t a, std::size_t b) { return faces[a] < faces[b]; });
-    for (const std::size_t place : places) {
+    for (std::uint32_t face = 0; face < met.size(); ++face) {
+        poll_at(face);
+        result.count += met[face];
+        if (met[face] == 0 || result.pairs.size() >= limit) continue;
+        // The few faces that the list needs are looked up once more.
         poll();
-        if (result.pairs.size() >= limit) break;
         const std::size_t first = result.pairs.size();
-        intersector.visit_higher(faces[place], [&](std::uint32_t other) {
-            result.pairs.push_back({faces[place], other});
-        });
+        intersector.visit_met(
+            face, [face](std::uint32_t other) { return other > face; },
+            [&](std::uint32_t other) {
+                result.pairs.push_back({face, other});
+            });
         std::sort(result.pairs.begin() + static_cast<std::ptrdiff_t>(first), result.pairs.end(),
                   [](const FacePair& a, const FacePair& b) { return a.second < b.second; });
     }

@@ -330,6 +330,14 @@ private:
     Array<Vertex> fresh_;
 };
 
+// Around the inner surface of a hollow body may be other bodies too: it still is no body itself.
+bool is_inner_surface(const std::vector<ShellNesting>& nesting, std::uint32_t shell) {
+    const ShellNesting& own = nesting[shell];
+    if (own.is_cavity()) return true;
+    return own.signed_volume < 0 && own.around != ShellNesting::kNone &&
+           nesting[own.around].signed_volume > 0;
+}
+
 }  // namespace
 
 ShellGroups group_intersecting_shells(const TriMesh& mesh) {
@@ -340,12 +348,13 @@ ShellGroups group_intersecting_shells(const TriMesh& mesh) {
 
 ShellGroups group_shells(TriMesh& mesh, const SeparationOptions& options) {
     UnionFind sets(mesh.shells.size());
+    if (sets.size() < 2) return groups_of(sets, 0);
     const auto sampling = options.all_faces ? Sampling::AllFaces : Sampling::AboutTenThousand;
     const std::uint64_t tested = ShellUniter(mesh, sampling, sets).run();
     if (options.keep_cavities) {
         const std::vector<ShellNesting> nesting = classify_shells(mesh);
         for (std::uint32_t shell = 0; shell < nesting.size(); ++shell) {
-            if (nesting[shell].is_cavity()) sets.unite(shell, nesting[shell].around);
+            if (is_inner_surface(nesting, shell)) sets.unite(shell, nesting[shell].around);
         }
     }
     return groups_of(sets, tested);
@@ -361,7 +370,7 @@ void build_parts(TriMesh& mesh, const ShellGroups& groups) {
 }
 
 void separate_bodies(TriMesh& mesh, const SeparationOptions& options) {
-    label_shells(mesh);
+    label_shells(mesh, EdgeMates::without_uses(mesh));
     build_parts(mesh, group_shells(mesh, options));
 }
 

@@ -25,7 +25,8 @@ struct ShellGroups {
 
 struct SeparationOptions {
     // A cavity, a closed shell inside an odd number of other closed shells, goes with the shell
-    // around it. Otherwise shells are apart unless their faces meet, however they are nested.
+    // around it, and so does one that is wound inward when the innermost around it is not, however
+    // many there are. Otherwise shells are apart unless their faces meet, however they are nested.
     bool keep_cavities = false;
 
     // Look at all faces of a shell, however many it has.

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "mesh/bounds.h"
 
 namespace povmesh {
@@ -120,6 +121,7 @@ private:
         Array<std::uint32_t> largest;
         largest.assign(is_met_.size(), kNone);
         for (std::uint32_t f = 0; f < mesh_.faces.size(); ++f) {
+            poll_at(f);
             const std::uint32_t region = overhangs_.region_of_face[f];
             if (region == kNoRegion || is_met_[region] != 0 || !is_worth(region)) continue;
             std::uint32_t& best = largest[region];
@@ -152,6 +154,7 @@ private:
         };
         Array<ActiveFace> faces;  // by first row
         for (std::uint32_t f = 0; f < mesh_.faces.size(); ++f) {
+            poll_at(f);
             const std::array<Vec3d, 3> p = corners(f);
             const bool is_sound = is_finite(p[0]) && is_finite(p[1]) && is_finite(p[2]);
             if (mesh_.faces[f].deleted != 0 || !is_sound) continue;

@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "support/upright_lines.h"
 
 namespace povmesh {
@@ -26,8 +27,9 @@ ColumnLines::ColumnLines(const TriMesh& mesh, Vec3f origin, const LineLattice& l
                          std::span<const std::uint8_t> is_ignored)
     : mesh_(mesh), lattice_(lattice), is_ignored_(is_ignored) {
     const Vec3d zero = to_double(origin);
-    points_.resize(mesh.vertices.size());
+    polled_resize(points_, mesh.vertices.size());
     for (std::size_t i = 0; i < points_.size(); ++i) {
+        poll_at(i);
         points_[i] = to_double(mesh.vertices[i].position()) - zero;
     }
     const auto rows = [&](const Face& face) -> RowRange {
@@ -49,7 +51,9 @@ ColumnLines::ColumnLines(const TriMesh& mesh, Vec3f origin, const LineLattice& l
     };
     Array<std::size_t> counts;
     counts.assign(lattice_.count_y + 1, 0);
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         const RowRange range = rows(face);
         for (std::size_t j = range.first; j < range.end; ++j) ++counts[j + 1];
     }
@@ -57,6 +61,7 @@ ColumnLines::ColumnLines(const TriMesh& mesh, Vec3f origin, const LineLattice& l
     row_offsets_ = counts;
     row_faces_.resize(counts.back());
     for (std::uint32_t i = 0; i < mesh.faces.size(); ++i) {
+        poll_at(i);
         const RowRange range = rows(mesh.faces[i]);
         for (std::size_t j = range.first; j < range.end; ++j) row_faces_[counts[j]++] = i;
     }

@@ -12,6 +12,7 @@
 #include <tuple>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "support/added_columns.h"
 #include "support/gap_search.h"
 #include "support/overhangs.h"
@@ -72,7 +73,9 @@ std::string too_much_work(const TriMesh& mesh, Vec3f wanted) {
     const double words = std::ceil((extent.x / size.x + 3) / 64) * rows * layers;
     double reached = 0;   // rows of columns
     double occupied = 0;  // words with voxels
+    Poller poller;
     for (const Face& face : mesh.faces) {
+        poller();
         Box3d box;
         for (std::size_t i = 0; face.deleted == 0 && i < 3; ++i) {
             box.widen(to_double(mesh.corner_position(face, i)));

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/poll.h"
 #include "base/union_find.h"
 
 namespace povmesh {
@@ -53,10 +54,13 @@ public:
             const float z = mesh.vertices[v].z;
             return std::pair(std::isfinite(z) ? z : 0.0F, v);
         };
-        std::sort(vertex_of_.begin(), vertex_of_.end(),
-                  [&](std::uint32_t a, std::uint32_t b) { return key(a) < key(b); });
+        polled_sort(vertex_of_.begin(), vertex_of_.end(),
+                    [&](std::uint32_t a, std::uint32_t b) { return key(a) < key(b); });
         rank_.resize(count);
-        for (std::uint32_t r = 0; r < count; ++r) rank_[vertex_of_[r]] = r;
+        for (std::uint32_t r = 0; r < count; ++r) {
+            poll_at(r);
+            rank_[vertex_of_[r]] = r;
+        }
         patches_ = UnionFind(count);
         find_lower_neighbours();
     }
@@ -91,7 +95,9 @@ private:
     void find_lower_neighbours() {
         offsets_.assign(vertex_of_.size() + 2, 0);
         const auto for_pairs = [this](auto&& visit) {
+            Poller poller;
             for (const Face& face : mesh_.faces) {
+                poller();
                 if (!is_sound(mesh_, face)) continue;
                 std::array<std::uint32_t, 3> ranks{};
                 for (std::size_t i = 0; i < 3; ++i) ranks[i] = rank_[at(face.vertex[i])];
@@ -118,6 +124,7 @@ private:
         UnionFind parts(vertex_of_.size());  // the lowest rank of each stands for it
         Array<std::uint32_t> found;
         for (std::uint32_t r = 0; r < vertex_of_.size(); ++r) {
+            poll_at(r);
             for (std::uint32_t i = offsets_[r]; i < offsets_[r + 1]; ++i) {
                 const std::uint32_t a = parts.find(lower_[i]);
                 const std::uint32_t b = parts.find(r);
@@ -129,6 +136,7 @@ private:
             }
         }
         for (std::uint32_t r = 0; r < vertex_of_.size(); ++r) {
+            poll_at(r);
             if (is_used_[r] != 0 && parts.find(r) == r) found.push_back(r);
         }
         std::sort(found.begin(), found.end());
@@ -165,6 +173,7 @@ private:
             if (patch.is_free && r % step == 0) patch.is_free = lines_.look_down(p).is_outside;
         });
         for (std::size_t f = 0; f < mesh_.faces.size(); ++f) {
+            poll_at(f);
             const Face& face = mesh_.faces[f];
             if (!is_sound(mesh_, face)) continue;
             const Vec3d normal = doubled_area(mesh_, face);
@@ -205,6 +214,7 @@ void find_regions(const TriMesh& mesh, double degrees, Overhangs& overhangs) {
     UnionFind vertices(mesh.vertices.size());
     Array<double> areas(mesh.faces.size());
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         const Face& face = mesh.faces[f];
         areas[f] = 0;
         if (!is_sound(mesh, face)) continue;
@@ -220,6 +230,7 @@ void find_regions(const TriMesh& mesh, double degrees, Overhangs& overhangs) {
     region_of_vertex.assign(mesh.vertices.size(), kNoRegion);
     overhangs.region_of_face.assign(mesh.faces.size(), kNoRegion);
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         if (!(areas[f] > 0)) continue;
         std::uint32_t& region =
             region_of_vertex[vertices.find(static_cast<std::uint32_t>(mesh.faces[f].vertex[0]))];
@@ -238,13 +249,16 @@ void drop_hidden_area(const TriMesh& mesh, const UprightLines& lines, double lea
                       Overhangs& overhangs) {
     const std::size_t count = overhangs.areas.size();
     Array<std::uint32_t> face_count(count, 0);
+    Poller poller;
     for (const std::uint32_t region : overhangs.region_of_face) {
+        poller();
         if (region != kNoRegion) ++face_count[region];
     }
     Array<std::uint32_t> passed(count, 0);
     Array<double> asked_area(count, 0.0);
     Array<double> hidden_area(count, 0.0);
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         const std::uint32_t region = overhangs.region_of_face[f];
         if (region == kNoRegion || overhangs.areas[region] < least_area ||
             overhangs.areas[region] > kSmallRegion * least_area ||

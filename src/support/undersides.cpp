@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/convert.h"
+#include "base/poll.h"
 #include "support/column_lines.h"
 #include "voxel/passes.h"
 
@@ -55,7 +56,10 @@ public:
     }
 
     Undersides run() {
-        for (std::int32_t y = grid_.box().low.y; y <= grid_.box().high.y; ++y) fit_row(y);
+        for (std::int32_t y = grid_.box().low.y; y <= grid_.box().high.y; ++y) {
+            poll();
+            fit_row(y);
+        }
         remove_cells();
         mark_exposed_sides(grid_);
         for (std::size_t i = 0; i < found_.all.size(); ++i) {
@@ -256,7 +260,9 @@ class SeedTable {
 public:
     SeedTable(const VoxelGrid& grid, const Undersides& undersides, std::int8_t threshold) {
         constexpr std::size_t kBottom = static_cast<std::size_t>(voxel::Side::Bottom);
+        Poller poller;
         for (const Underside& underside : undersides.all) {
+            poller();
             const VoxelIndex at = {underside.x, underside.y, underside.layer};
             if (!grid.contains(at)) continue;
             const Voxel voxel = grid.voxel_at(grid.cell_of(at));
@@ -314,7 +320,9 @@ void drop_rims(VoxelGrid& grid, const Undersides& undersides, std::int8_t thresh
     const Vec3d size = to_double(grid.settings().size);
     const auto reach = std::int64_t{saturate_to<std::int32_t>(size.x / size.z + 1)};
     const SeedTable seeds(grid, undersides, threshold);
+    Poller poller;
     for (const Underside& seed : seeds.all()) {
+        poller();
         if (seed.is_over_axis || seed.is_tip) continue;
         bool is_held_beside = false;
         seeds.for_each_beside(seed, reach, [&](const Underside& other) {

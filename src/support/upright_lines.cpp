@@ -10,6 +10,7 @@
 #include <cmath>
 #include <utility>
 
+#include "base/poll.h"
 #include "base/predicates.h"
 
 namespace povmesh {
@@ -59,8 +60,12 @@ double height_at(const std::array<Vec3d, 3>& p, Vec3d normal, double x, double y
 UprightLines::UprightLines(const TriMesh& mesh) {
     build(mesh, {});
     if (boxes_on_a_line() <= kMostBoxes) return;
-    Array<Box3f> boxes(mesh.faces.size());
-    for (std::size_t f = 0; f < boxes.size(); ++f) boxes[f] = face_box(mesh, mesh.faces[f]);
+    Array<Box3f> boxes;
+    polled_resize(boxes, mesh.faces.size());
+    for (std::size_t f = 0; f < boxes.size(); ++f) {
+        poll_at(f);
+        boxes[f] = face_box(mesh, mesh.faces[f]);
+    }
     build(mesh, piece_counts(boxes));
 }
 
@@ -70,6 +75,7 @@ void UprightLines::build(const TriMesh& mesh, std::span<const std::uint16_t> cou
     pieces.reserve(mesh.faces.size());
     boxes.reserve(mesh.faces.size());
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
+        poll_at(f);
         const Face& face = mesh.faces[f];
         if (face.deleted != 0 || face_box(mesh, face).is_empty()) continue;
         Piece piece{{mesh.corner_position(face, 0), mesh.corner_position(face, 1),
@@ -84,7 +90,10 @@ void UprightLines::build(const TriMesh& mesh, std::span<const std::uint16_t> cou
     tree_ = FaceTree(boxes);
     pieces_.clear();
     pieces_.reserve(pieces.size());
-    for (const std::uint32_t i : tree_.numbers()) pieces_.push_back(pieces[i]);
+    for (const std::uint32_t i : tree_.numbers()) {
+        poll_at(pieces_.size());
+        pieces_.push_back(pieces[i]);
+    }
 }
 
 // More for faces with larger boxes, which more lines meet.
@@ -99,6 +108,7 @@ Array<std::uint16_t> UprightLines::piece_counts(std::span<const Box3f> boxes) {
     const double more = sum > 0 ? kPieces * static_cast<double>(boxes.size()) / sum : 0;
     Array<std::uint16_t> counts(boxes.size());
     for (std::size_t f = 0; f < boxes.size(); ++f) {
+        poll_at(f);
         counts[f] = static_cast<std::uint16_t>(1 + std::min(size_of(boxes[f]) * more, kMostPieces));
     }
     return counts;

@@ -13,6 +13,7 @@
 
 #include "calls.h"
 #include "helpers/shapes.h"
+#include "helpers/thorough.h"
 #include "mesh/volume.h"
 #include "povmesh/context.h"
 
@@ -151,7 +152,7 @@ TEST(Library, CanBeUnloadedAndLoadedAgainBetweenJobs) {
 
 // A host polls the cell from another thread; what it sees are milestones in their order.
 TEST_F(Hosted, ProgressCanBeWatchedFromAnotherThread) {
-    const std::vector<float> sphere = shapes::sphere(10, 5);
+    const std::vector<float> sphere = shapes::sphere(10, test::kIsSanitized ? 3 : 5);
     const std::string sphere_file =
         file("sphere.stl", stl_bytes(sphere, static_cast<std::uint32_t>(sphere.size() / 9)));
     for (const Call& call : calls()) {

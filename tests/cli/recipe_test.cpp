@@ -81,13 +81,53 @@ TEST_F(Recipes, MakesTheBytesOfItsStepsWithFilesInBetween) {
     EXPECT_EQ(read("box.stl"), read("memory.stl"));
 }
 
+TEST_F(Recipes, TheLastStepMayMakeSeveralModels) {
+    shapes::SoupVector two = shapes::box({0, 0, 0}, {20, 20, 20});
+    shapes::append(two, shapes::box({30, 0, 0}, {40, 10, 10}));
+    write_stl_file("two.stl", two);
+    ASSERT_EQ(run({"subdivide", "two.stl", "-o", "fine.obj"}).status, 0);
+    const std::vector<std::pair<std::string, std::vector<std::string>>> divisions = {
+        {R"("split")", {"split", "--format", "stl"}},
+        {R"("split", "format": "3mf")", {"split", "--format", "3mf"}},
+        {R"("cut", "point": [0, 0, 4])", {"cut", "--point", "0,0,4", "--format", "stl"}},
+        {R"("decompose", "size": "12")", {"decompose", "--size", "12", "--format", "stl"}},
+    };
+    for (const auto& [step, words] : divisions) {
+        write("divide.json", R"([{"operation": "subdivide"}, {"operation": )" + step + "}]");
+        std::vector<std::string> command = {words[0], "fine.obj", "-o", "alone"};
+        command.insert(command.end(), words.begin() + 1, words.end());
+        ASSERT_EQ(run(command).status, 0);
+        const ToolResult result = run({"run", "divide.json", "two.stl", "-o", "together/"});
+        ASSERT_EQ(result.status, 0) << result.err;
+        std::size_t count = 0;
+        for (const auto& entry : fs::directory_iterator(path("alone"))) {
+            const std::string name = entry.path().filename().string();
+            EXPECT_EQ(read("together/two" + name.substr(4)), read("alone/" + name)) << name;
+            ++count;
+        }
+        EXPECT_GE(count, 2U);
+        EXPECT_THAT(result.out, HasSubstr(std::to_string(count) + " files written after 2 steps"));
+        fs::remove_all(path("alone"));
+        fs::remove_all(path("together"));
+    }
+    write("missed.json", R"([{"operation": "cut", "point": [0, 0, 99]}])");
+    EXPECT_EQ(run({"run", "missed.json", "two.stl", "-o", "none"}).status, 1);
+    EXPECT_FALSE(fs::exists(path("none")));
+    EXPECT_EQ(run({"run", "missed.json", "two.stl", "-o", "-", "--format", "stl"}).status, 2);
+    write("look.json", R"([{"operation": "decompose", "size": "12", "preview": true},
+                           {"operation": "repair"}])");
+    EXPECT_EQ(run({"run", "look.json", "two.stl", "-o", "out.stl"}).status, 0);
+}
+
 TEST_F(Recipes, MistakesAreToldWithStepAndKeyBeforeAnythingRuns) {
     const struct {
         const char* recipe;
         std::vector<const char*> told;
     } cases[] = {
         {R"([{"operation": "repair"}, {"operation": "hollo"}])", {"step 2", "\"hollo\"", "hollow"}},
-        {R"([{"operation": "split"}])", {"step 1 (split)", "no model"}},
+        {R"([{"operation": "split"}, {"operation": "repair"}])",
+         {"step 1 (split)", "only be the last step"}},
+        {R"([{"operation": "convert"}])", {"step 1 (convert)", "no model"}},
         {R"([{"operation": "hollow"}])", {"step 1 (hollow)", "\"thickness\" is missing"}},
         {R"([{"operation": "hollow", "thick": 1}])", {"\"thick\"", "it takes thickness"}},
         {R"([{"operation": "hollow", "thickness": "1"}])", {"\"1\"", "it takes a number"}},
@@ -191,7 +231,8 @@ TEST_F(Recipes, ACommandPrintsTheStepThatDoesTheSame) {
     write("one.json", json::array({step}).dump());
     ASSERT_EQ(run({"run", "one.json", "box.stl", "-o", "run.stl"}).status, 0);
     EXPECT_EQ(read("run.stl"), read("out.stl"));
-    EXPECT_EQ(run({"cut", "box.stl", "-o", "pieces", "--as-recipe"}).status, 2);
+    EXPECT_EQ(json::parse(run({"split", "box.stl", "-o", "pieces", "--as-recipe"}).out),
+              json::parse(R"({"operation": "split"})"));
     EXPECT_THAT(run({"run", "one.json", "--explain"}).out, HasSubstr("thickness 2"));
 }
 

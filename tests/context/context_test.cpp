@@ -12,10 +12,14 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <set>
 #include <sstream>
 #include <thread>
 
 #include "context/frame.h"
+#include "helpers/thorough.h"
+#include "io/three_mf.h"
+#include "job/phases.h"
 #include "operations.h"
 
 extern "C" int count_padded_structs(void);
@@ -50,6 +54,40 @@ TEST(Reports, HoldNothingOfTheStack) {
     EXPECT_EQ(hole, 0U);
 }
 #endif
+
+TEST_F(Context, CavitiesBelongToTheObjectsOfA3mfFileThatTheyLieIn) {
+    shapes::SoupVector pair = shapes::box({0, 0, 0}, {20, 20, 20});
+    shapes::append(pair, shapes::box({40, 0, 0}, {60, 20, 20}));
+    TriMesh mesh = shapes::mesh_of(pair);
+    for (std::size_t f = 0; f < mesh.faces.size(); ++f) mesh.faces[f].label = f < 12 ? 0 : 1;
+    ThreeMfContent content;
+    content.bodies = {"left", "right"};
+    content.labels = {{0, -1}, {1, -1}};
+    struct Sink final : ByteSink {
+        Status write(std::span<const char> piece) override {
+            bytes.append(piece.data(), piece.size());
+            return {};
+        }
+        Status commit() override { return {}; }
+        std::string bytes;
+    } sink;
+    ASSERT_TRUE(write_three_mf(mesh, content, {}, "pair.3mf", sink).ok());
+    povmesh_mesh* read = nullptr;
+    ASSERT_EQ(povmesh_read_memory(context_, sink.bytes.data(), sink.bytes.size(), nullptr, &read,
+                                  nullptr),
+              POVMESH_OK);
+    povmesh_hollow_options options = povmesh_hollow_defaults();
+    options.thickness = 2;
+    povmesh_mesh* hollowed = nullptr;
+    ASSERT_EQ(povmesh_hollow(context_, read, &options, &hollowed, nullptr), POVMESH_OK);
+    EXPECT_TRUE(keeps_bodies(hollowed->mesh, content));
+    for (const Face& face : hollowed->mesh.faces) {
+        const float x = hollowed->mesh.corner_position(face, 0).x;
+        EXPECT_EQ(face.label, x < 30 ? 0 : 1);
+    }
+    povmesh_mesh_release(read);
+    povmesh_mesh_release(hollowed);
+}
 
 TEST_F(Context, StructsCanGrowAndOldCompilersTakeTheHeader) {
     EXPECT_EQ(count_padded_structs(), 0);
@@ -333,6 +371,40 @@ TEST_F(BytesOfTheTool, OfAFlawedModel) {
     povmesh_free(png);
 }
 
+// The face at the slit would bend by its width, into a body that lies closer beneath it; so the slit
+// gets a face of its own. The tool counts crossings before and after, the library looks only where
+// something is new.
+TEST_F(BytesOfTheTool, OfASlitThatWouldBendAFaceIntoAnotherBody) {
+    const Vec3f a{0, 0, 0}, b{100, 0, 0}, c{50, 100, 0}, d{50, 30, -100}, on_edge{50, 0, -0.006F};
+    const Vec3f p{49, 4, -0.001F}, q{51, 4, -0.001F}, r{50, 6, -0.001F}, s{50, 5, -3};
+    shapes::SoupVector soup = shapes::sphere(12, 3);
+    shapes::move(soup, {500, 0, 0});
+    for (const auto& face : std::vector<std::array<Vec3f, 3>>{{a, b, c},
+                                                              {a, d, on_edge},
+                                                              {on_edge, d, b},
+                                                              {b, d, c},
+                                                              {c, d, a},
+                                                              {p, q, r},
+                                                              {p, s, q},
+                                                              {q, s, r},
+                                                              {r, s, p}}) {
+        for (const Vec3f& corner : face) soup.insert(soup.end(), {corner.x, corner.y, corner.z});
+    }
+    for (const bool is_alone : {false, true}) {
+        if (is_alone) soup.resize(soup.size() - 4 * 9);
+        use(soup);
+        povmesh_mesh* made = nullptr;
+        ASSERT_EQ(povmesh_repair(context_, mesh_, nullptr, &made, nullptr), POVMESH_OK);
+        povmesh_check_report found{};
+        found.size = sizeof found;
+        ASSERT_EQ(povmesh_check(context_, made, nullptr, nullptr, &found), POVMESH_OK);
+        EXPECT_EQ(found.degenerate_faces, is_alone ? 0U : 1U);
+        EXPECT_EQ(found.self_intersections, 0U);
+        compare_mesh("repair -o " + out_, made, out_);
+        povmesh_mesh_release(made);
+    }
+}
+
 TEST_F(BytesOfTheTool, OfASoundModel) {
     use(shapes::sphere(12, 3));
     const povmesh_drain drain = {{0, 0, -12}, 2};
@@ -559,6 +631,79 @@ TEST_F(Context, IsBusyInItsOwnCallbackAndACancelStaysUntilItIsTakenBack) {
     EXPECT_STREQ(povmesh_context_message(context_), "");
     povmesh_context_destroy(host.context);
     povmesh_mesh_release(made);
+}
+
+// What a host was told of a call: phases in their order, and percent.
+struct Told {
+    std::vector<std::string> phases;
+    std::set<double> percent;
+
+    static povmesh_context* context(Told& told) {
+        povmesh_context_options options{};
+        options.size = sizeof options;
+        options.progress_user = &told;
+        options.progress = [](void* user, double percent, const char* phase) -> std::int32_t {
+            Told& t = *static_cast<Told*>(user);
+            t.percent.insert(percent);
+            if (t.phases.empty() || t.phases.back() != phase) t.phases.emplace_back(phase);
+            return 0;
+        };
+        povmesh_context* made = nullptr;
+        return povmesh_context_create(&options, &made) == POVMESH_OK ? made : nullptr;
+    }
+};
+
+// A bar that stands at one phase, or names one that never comes, tells nothing.
+TEST_F(Context, EveryPhaseIsToldInItsOrder) {
+    for (const TestedOperation& operation : tested_operations()) {
+        std::vector<std::string> wanted;
+        for (const job::Phase& phase : job::phases_of(operation.name)) {
+            if (std::string(phase.name) != "writing") wanted.emplace_back(phase.name);
+        }
+        if (wanted.empty() || (kIsSanitized && !operation.is_quick)) continue;
+        // Nothing is carved of what stands.
+        if (operation.name == std::string("balance")) wanted.resize(1);
+        Told told;
+        povmesh_context* const own = Told::context(told);
+        povmesh_mesh* const mesh = make_mesh(own, flawed_model(1));
+        EXPECT_EQ(operation.call(own, mesh).status, POVMESH_OK) << operation.name;
+        // Some are made ready by other operations first.
+        const std::size_t more = told.phases.size() - std::min(told.phases.size(), wanted.size());
+        told.phases.erase(told.phases.begin(),
+                          told.phases.begin() + static_cast<std::ptrdiff_t>(more));
+        EXPECT_EQ(told.phases, wanted) << operation.name;
+        povmesh_mesh_release(mesh);
+        povmesh_context_destroy(own);
+    }
+}
+
+TEST_F(Context, ReductionsAndRemeshingTellHowFarTheyAre) {
+    Told told;
+    povmesh_context* const own = Told::context(told);
+    povmesh_mesh* const ball = make_mesh(own, shapes::sphere(10, 5));
+    povmesh_reduce_options keep = povmesh_reduce_defaults();
+    keep.keep = 0.1;
+    povmesh_remesh_options even = povmesh_remesh_defaults();
+    even.edge_length = 1;
+    povmesh_mesh* made = nullptr;
+    const auto expect_steps = [&](povmesh_status status, std::size_t least) {
+        EXPECT_EQ(status, POVMESH_OK) << povmesh_context_message(own);
+        EXPECT_GE(told.percent.size(), least);
+        EXPECT_GE(*told.percent.rbegin(), 80);
+        told.percent.clear();
+        povmesh_mesh_release(made);
+    };
+    expect_steps(povmesh_reduce(own, ball, &keep, &made, nullptr), 8);
+    expect_steps(povmesh_remesh(own, ball, &even, &made, nullptr), 6);
+    povmesh_mesh_release(ball);
+    // By the queue: shells of more than 100,000 triangles.
+    povmesh_mesh* const large = make_mesh(own, shapes::sphere(10, 7));
+    povmesh_reduce_options automatic = povmesh_reduce_defaults();
+    automatic.automatic = 1;
+    told.percent.clear();
+    expect_steps(povmesh_reduce(own, large, &automatic, &made, nullptr), 12);
+    povmesh_mesh_release(large);
+    povmesh_context_destroy(own);
 }
 
 #if !defined(_WIN32)

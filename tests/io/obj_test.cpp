@@ -166,6 +166,17 @@ TEST(ObjReader, StrictReadingGuessesAtNoNumber) {
     EXPECT_EQ(read.info.bad_textures.first, 16U);
 }
 
+TEST(ObjReader, ALineWithoutEndIsAnErrorBeforeItFillsTheMemory) {
+    const ByteSource source = {std::uint64_t{1} << 40, [](std::uint64_t, std::span<char> target) {
+                                   std::fill(target.begin(), target.end(), '1');
+                                   return target.size();
+                               }};
+    TriMesh mesh;
+    ObjInfo info;
+    EXPECT_THAT(read_obj(source, "part.obj", {true}, mesh, info).text(),
+                HasSubstr("part.obj: line 1: longer than 256 MB"));
+}
+
 TEST(ObjReader, CoordinatesAreTheNearestFloats) {
     std::setlocale(LC_ALL, "de_DE.UTF-8");  // where it is installed, a comma stands for the point
     // Half way between two floats as a double, above it as a decimal number.

@@ -86,6 +86,42 @@ std::vector<Corner> corners_of(const TriMesh& mesh) {
     return corners;
 }
 
+// An element that is skipped by its size: nothing of it is read.
+TEST(PlyReader, RowsBehindFourGigabytesAreFound) {
+    constexpr std::uint64_t kSkipped = 5000000000;
+    const std::string head =
+        "ply\nformat binary_little_endian 1.0\nelement scan 5000000000\nproperty uchar echo\n"
+        "element vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+        "element face 1\nproperty list uchar int vertex_indices\nend_header\n";
+    std::string rows(3 * 12 + 13, '\0');
+    const float corners[] = {0, 0, 0, 7, 0, 0, 0, 7, 0};
+    std::memcpy(rows.data(), corners, sizeof corners);
+    rows[36] = 3;
+    rows[41] = 1;
+    rows[45] = 2;
+    const auto byte_at = [&](std::uint64_t offset) {
+        if (offset < head.size()) return head[offset];
+        const std::uint64_t row = offset - head.size() - kSkipped;  // huge before them
+        return row < rows.size() ? rows[row] : '\0';
+    };
+    const ByteSource source = {
+        head.size() + kSkipped + rows.size(), [&](std::uint64_t offset, std::span<char> target) {
+            const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(
+                target.size(), head.size() + kSkipped + rows.size() - offset));
+            for (std::size_t i = 0; i < count; ++i) target[i] = byte_at(offset + i);
+            return count;
+        }};
+    TriMesh mesh;
+    PlyInfo info;
+    const Status status = read_ply(source, "part.ply", mesh, info);
+    ASSERT_TRUE(status.ok()) << status.text();
+    ASSERT_EQ(mesh.faces.size(), 1U);
+    EXPECT_EQ(mesh.corner_position(mesh.faces[0], 1).x, 7);
+    rows[45] = 3;
+    const std::string place = std::to_string(head.size() + kSkipped + 45);
+    EXPECT_THAT(read_ply(source, "part.ply", mesh, info).text(), HasSubstr("byte " + place));
+}
+
 TEST(PlyReader, AllFormsSayTheSameAndUnknownPropertiesAreSkippedBySize) {
     const std::string properties =
         "element camera 1\nproperty list ushort double lens\nproperty char kind\n"

@@ -323,6 +323,29 @@ TEST(Stl, NeverBelievesTheCount) {
     EXPECT_EQ(read_bytes(huge).info.promised_triangles, 0xFFFFFFFFU);
 }
 
+TEST(Stl, AStrictReaderOfAHugeFileLooksAtItsBeginningOnly) {
+    std::uint64_t bytes_read = 0;
+    const std::string prologue = binary_stl({}, 0xFFFFFFFF);
+    const ByteSource source = {
+        5400000084, [&](std::uint64_t offset, std::span<char> target) {
+            for (std::size_t i = 0; i < target.size(); ++i) {
+                target[i] = offset + i < prologue.size() ? prologue[offset + i] : '\0';
+            }
+            bytes_read += target.size();
+            return target.size();
+        }};
+    RunLog log;
+    RunContext run{{}, log};
+    TriMesh mesh;
+    StlInfo info;
+    const Status status =
+        read_stl(source, "a.stl", {.any_case = true, .strict = true}, run, mesh, info);
+    EXPECT_EQ(status.code(), StatusCode::BadFile);
+    EXPECT_THAT(status.text(), HasSubstr("promises 4294967295 triangles (214748364834 bytes), file "
+                                         "holds 5400000084"));
+    EXPECT_LT(bytes_read, 10000U);
+}
+
 TEST(Stl, SizeDecidesBeforeWords) {
     // A text of which bytes 80 to 83 happen to spell the count that its size asks for.
     std::string text = facet(1);
@@ -438,6 +461,10 @@ TEST(Stl, ReadsTheFilesOfTheModelFolder) {
         EXPECT_EQ(read.info.triangles, c.triangles) << c.name;
         EXPECT_EQ(read.status.ok(), c.message == nullptr) << c.name << ": " << read.status.text();
         EXPECT_THAT(read.status.text(), HasSubstr(c.message == nullptr ? "" : c.message)) << c.name;
+        Read strict;
+        strict.status =
+            read_stl(path, {.any_case = true, .strict = true}, run, strict.mesh, strict.info);
+        EXPECT_EQ(strict.status.text(), read.status.text());
     }
 }
 

@@ -75,6 +75,8 @@ TEST(Edges, LoseOrInventNoMate) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         TriMesh mesh = random_mesh(seed);
         const TriMesh before = mesh;
+        expect_mates(mesh, EdgeMates::without_uses(mesh));
+        ASSERT_FALSE(mesh.use_table.is_built());
         const EdgeMates mates(mesh);
         expect_mates(mesh, mates);
         ASSERT_TRUE(is_consistent(mesh));

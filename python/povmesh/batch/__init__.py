@@ -87,6 +87,12 @@ def _steps_of(recipe: Recipe, tool: str) -> List[Dict[str, Any]]:
             line = checked.stderr.strip().removeprefix("povmesh: ").replace(file.name, name)
             raise ValueError(line or f"{name}: no recipe")
     steps: List[Dict[str, Any]] = json.loads(text)
+    operation = steps[-1]["operation"]
+    if operation in ("cut", "decompose", "split") and not steps[-1].get("preview"):
+        raise ValueError(
+            f"{name}: step {len(steps)} ({operation}): makes several models; a batch makes one of"
+            " each file"
+        )
     for step in steps:
         for key in READ:
             if isinstance(step.get(key), str):
@@ -120,6 +126,13 @@ def _outputs_of(files: List[str], out: str, format: Optional[str]) -> List[str]:
     if len(set(outputs)) != len(outputs):
         raise ValueError("a file is given twice")
     return outputs
+
+
+def _size_of(path: str) -> int:
+    try:
+        return os.stat(path).st_size
+    except OSError:
+        return 0  # a row will tell
 
 
 def _shipped(job: Dict[str, Any]) -> Dict[str, Any]:
@@ -158,6 +171,8 @@ def run(
     progress: Optional[Callable[[int, int, Row], object]] = None,
 ) -> List[Row]:
     """Does the steps of a recipe on each file, and gives a row for each, in their order.
+
+    Large files are begun first, so that all workers have something to do to the end.
 
     recipe: a list of steps, or the path of a JSON file with one, as `povmesh run` takes it. out:
     folder for results, which keeps the folders below the files' common one, and for the reports.
@@ -219,6 +234,8 @@ def run(
             if rows[index] is None:
                 jobs.append((index, job))
         was_done = [row is not None for row in rows]
+        # A large one that came last would keep one worker busy while the others have nothing to do.
+        jobs.sort(key=lambda job: -_size_of(job[1]["file"]))
 
         def report() -> None:
             write_reports(

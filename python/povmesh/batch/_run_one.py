@@ -9,6 +9,7 @@ import hashlib
 import json
 import os
 import re
+import select
 import signal
 import socket
 import subprocess
@@ -99,15 +100,37 @@ class _Child:
         steps = [(seconds + _GRACE_SECONDS, signal.SIGTERM)] if seconds else []
         if seconds:
             steps.append((seconds + _GRACE_SECONDS + _KILL_SECONDS, signal.SIGKILL))
-        while True:
-            self.peak_bytes = max(self.peak_bytes, _peak_bytes(process.pid))
-            if os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT) is not None:
-                return
-            if steps and time.monotonic() - start > steps[0][0]:
-                self.is_over_time = True
-                _kill(process.pid, steps.pop(0)[1])
-            time.sleep(pause)
-            pause = min(pause * 1.5, 0.025)
+        end = _open_end(process.pid)
+        try:
+            # Not waited for yet, its number stays its own.
+            while os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT) is None:
+                self.peak_bytes = max(self.peak_bytes, _peak_bytes(process.pid))
+                if steps and time.monotonic() - start > steps[0][0]:
+                    self.is_over_time = True
+                    _kill(process.pid, steps.pop(0)[1])
+                _wait_for_end(end, pause)
+                pause = min(pause * 1.5, 0.025)
+        finally:
+            if end >= 0:
+                os.close(end)
+
+
+def _open_end(pid: int) -> int:
+    """A file that can be read from when the process has ended; -1: the system has none."""
+    try:
+        return os.pidfd_open(pid)
+    except (AttributeError, OSError):
+        return -1
+
+
+def _wait_for_end(file: int, seconds: float) -> None:
+    """Until the end, or for so long."""
+    if file < 0:
+        time.sleep(seconds)
+        return
+    poll = select.poll()
+    poll.register(file, select.POLLIN)
+    poll.poll(1000 * seconds)
 
 
 def _limit_memory(pid: int, size: int) -> None:
