@@ -5,6 +5,7 @@
 #include "base/block_loop.h"
 #include "base/job_state.h"
 #include "base/keep_loaded.h"
+#include "base/loop_threads.h"
 #include "base/workers.h"
 
 namespace povmesh {
@@ -39,9 +40,9 @@ constinit thread_local int serial_depth = 0;
 
 namespace {
 
-// The threads of the OpenMP runtime outlive the loop that starts them. A host that unloads our
-// library would unload the runtime with it, and its threads would go on in memory that is gone: so
-// the runtime is kept from the first parallel loop on.
+// The threads of the OpenMP runtime, or those in their place, outlive the loop that starts them. A
+// host that unloads our library would unload the runtime with it, and its threads would go on in
+// memory that is gone: so the runtime is kept from the first parallel loop on.
 void keep_runtime_loaded() {
     static const bool is_kept = keep_loaded(reinterpret_cast<const void*>(&omp_get_max_threads));
     (void)is_kept;
@@ -51,15 +52,19 @@ void keep_runtime_loaded() {
 // process.
 void run_on_runtime(BlockLoop& loop, JobState* job) {
     keep_runtime_loaded();
-    const std::size_t count = loop.count();
     const unsigned asked = job != nullptr && serial_depth == 0 ? job->settings().threads : 0;
     const int threads = asked != 0 ? static_cast<int>(asked) : omp_get_max_threads();
+#if defined(_WIN32)
+    run_on_loop_threads(loop, job, threads);
+#else
+    const std::size_t count = loop.count();
 #pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
     for (std::size_t block = 0; block < count; ++block) {
         if (loop.has_failed()) continue;
         const JobScope scope(job);
         loop.run_block(job, block);
     }
+#endif
     loop.rethrow();
 }
 

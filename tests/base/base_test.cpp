@@ -98,6 +98,26 @@ TEST(ParallelFor, VisitsEveryIndexOnceAndSumsByBlocks) {
     }
 }
 
+// Threads of the process serve one loop at a time, whatever its callers are and stand in.
+TEST(ParallelFor, LoopsOfTwoThreadsAndInsideOneAnotherKeepTheirBlocksApart) {
+    const auto run_loops = [](int* wrong) {
+        for (int round = 0; round < 5; ++round) {
+            std::vector<int> visits(16 * 8);
+            for_blocks(16, [&](std::size_t outer) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));  // others come in
+                for_blocks(8, [&](std::size_t inner) { ++visits[outer * 8 + inner]; });
+            });
+            if (visits != std::vector<int>(visits.size(), 1)) ++*wrong;
+        }
+    };
+    int wrong[2] = {};
+    std::thread other(run_loops, &wrong[0]);
+    run_loops(&wrong[1]);
+    other.join();
+    EXPECT_EQ(wrong[0], 0);
+    EXPECT_EQ(wrong[1], 0);
+}
+
 // Out of a thread that the runtime started, an exception would end the process.
 TEST(ParallelFor, LackOfMemoryReachesTheCaller) {
     for (const std::size_t count : {std::size_t{1}, 50 * kParallelBlock}) {

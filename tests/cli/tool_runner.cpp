@@ -31,12 +31,14 @@ std::string quoted(const std::string& word) {
     return text;
 }
 
-// The shell takes off the outermost quotation marks, and knows devices by other names.
+// The shell takes off the outermost quotation marks, and knows devices by other names. Our words
+// are UTF-8; a narrow command would be in the system's code page.
 int run_command(const std::string& folder, std::string command) {
     for (std::size_t at = 0; (at = command.find("/dev/null")) != std::string::npos;) {
         command.replace(at, std::size("/dev/null") - 1, "NUL");
     }
-    return std::system(("\"cd /d " + quoted(folder) + " && " + command + "\"").c_str());
+    const std::string line = "\"cd /d " + quoted(folder) + " && " + command + "\"";
+    return _wsystem(std::filesystem::path(std::u8string(line.begin(), line.end())).c_str());
 }
 #else
 std::string quoted(const std::string& word) {
@@ -57,6 +59,10 @@ void append_number(std::string& bytes, std::uint32_t number) {
 }
 
 }  // namespace
+
+std::string shown_path(std::string_view path) {
+    return std::filesystem::path(path).make_preferred().string();
+}
 
 void ToolTest::SetUp() {
     // Two builds may run the same test at the same time.

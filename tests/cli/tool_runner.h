@@ -16,6 +16,9 @@ struct ToolResult {
     std::string err;
 };
 
+/// A path as the tool shows it where it joined folder and name: with the system's separator.
+std::string shown_path(std::string_view path);
+
 /// A folder that is there for one test; names are relative to it.
 class ToolTest : public testing::Test {
 protected:

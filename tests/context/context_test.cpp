@@ -365,7 +365,7 @@ TEST_F(BytesOfTheTool, OfAFlawedModel) {
     void* png = nullptr;
     std::size_t bytes = 0;
     ASSERT_EQ(povmesh_render(context_, &mesh_, 1, &picture, &png, &bytes), POVMESH_OK);
-    const std::string target = folder_ / "out.png";
+    const std::string target = (folder_ / "out.png").string();
     EXPECT_TRUE(tool("render --flaws --supports " + in_ + " -o " + target, target) ==
                 std::string(static_cast<const char*>(png), bytes));
     povmesh_free(png);
@@ -446,7 +446,7 @@ TEST_F(BytesOfTheTool, OfASoundModel) {
     const std::string last = std::to_string(povmesh_result_mesh_count(made));
     compare_mesh("decompose --size 15 --pegs 1 --format obj -o " + folder_.string(),
                  povmesh_result_mesh(made, povmesh_result_mesh_count(made) - 1),
-                 folder_ / ("in_" + std::string(3 - last.size(), '0') + last + ".obj"));
+                 (folder_ / ("in_" + std::string(3 - last.size(), '0') + last + ".obj")).string());
     povmesh_result_release(made);
 }
 

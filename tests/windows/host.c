@@ -1,5 +1,6 @@
 /* A host that knows nothing of our compiler: loads the DLL by name and calls what it finds.
  * usage: host DLL DEFINITION MODEL FOLDER; prints what went wrong, a line each. */
+#include <math.h>
 #include <povmesh/context.h>
 #include <povmesh/povmesh.h>
 #include <stdio.h>
@@ -15,16 +16,27 @@ static void check(int is_right, const char* what) {
 }
 
 /* Functions of the loaded library, with the types that the headers give them. */
-#define EACH_FUNCTION(DO)       \
-    DO(povmesh_context_create)  \
-    DO(povmesh_context_destroy) \
-    DO(povmesh_read_file)       \
-    DO(povmesh_repair)          \
-    DO(povmesh_write_file)      \
-    DO(povmesh_mesh_release)    \
-    DO(importFile)              \
-    DO(meshReduceFromData)      \
-    DO(modelRepair64)           \
+#define EACH_FUNCTION(DO)         \
+    DO(povmesh_context_create)    \
+    DO(povmesh_context_destroy)   \
+    DO(povmesh_options_init)      \
+    DO(povmesh_mesh_create)       \
+    DO(povmesh_mesh_release)      \
+    DO(povmesh_read_file)         \
+    DO(povmesh_write_file)        \
+    DO(povmesh_repair)            \
+    DO(povmesh_check)             \
+    DO(povmesh_remesh)            \
+    DO(povmesh_reduce)            \
+    DO(povmesh_cut)               \
+    DO(povmesh_offset)            \
+    DO(povmesh_hollow)            \
+    DO(povmesh_result_mesh)       \
+    DO(povmesh_result_mesh_count) \
+    DO(povmesh_result_release)    \
+    DO(importFile)                \
+    DO(meshReduceFromData)        \
+    DO(modelRepair64)             \
     DO(freeAllArray)
 #define DECLARE(name) static __typeof__(&name) name##_;
 #define FIND(name) name##_ = (__typeof__(&name))(void*)GetProcAddress(library, #name);
@@ -107,6 +119,75 @@ static void use_from_two_threads(const char* model, const char* folder) {
     }
 }
 
+/* A closed mesh of about this volume and at most so many faces. */
+static void check_mesh(povmesh_context* context, const povmesh_mesh* mesh, double volume,
+                       uint64_t most_faces, const char* what) {
+    povmesh_check_report report;
+    memset(&report, 0, sizeof report);
+    report.size = sizeof report;
+    check(mesh != NULL && povmesh_check_(context, mesh, NULL, NULL, &report) == POVMESH_OK &&
+              report.is_closed && fabs(report.volume - volume) < 0.01 * volume &&
+              report.faces <= most_faces,
+          what);
+}
+
+/* Five operations on a cube of edge 20, whose volumes are known. */
+static void check_operations(void) {
+    static const float kCorners[24] = {0, 0, 0,  20, 0, 0,  20, 20, 0,  0, 20, 0,
+                                       0, 0, 20, 20, 0, 20, 20, 20, 20, 0, 20, 20};
+    static const int32_t kFaces[36] = {0, 2, 1, 0, 3, 2, 4, 5, 6, 4, 6, 7, 0, 1, 5, 0, 5, 4,
+                                       1, 2, 6, 1, 6, 5, 2, 3, 7, 2, 7, 6, 3, 0, 4, 3, 4, 7};
+    povmesh_context* context = NULL;
+    povmesh_mesh_data data;
+    povmesh_mesh *cube = NULL, *fine = NULL, *reduced = NULL, *shrunk = NULL, *hollowed = NULL;
+    povmesh_result* pieces = NULL;
+    povmesh_remesh_options remesh;
+    povmesh_reduce_options reduce;
+    povmesh_offset_options offset;
+    povmesh_hollow_options hollow;
+    povmesh_context_create_(NULL, &context);
+    memset(&data, 0, sizeof data);
+    data.size = sizeof data;
+    data.positions.data = kCorners;
+    data.positions.count = 8;
+    data.positions.type = POVMESH_F32;
+    data.positions.components = 3;
+    data.faces.data = kFaces;
+    data.faces.count = 12;
+    data.faces.type = POVMESH_I32;
+    data.faces.components = 3;
+    check(povmesh_mesh_create_(context, &data, &cube) == POVMESH_OK, "no mesh is made");
+
+    povmesh_options_init_(POVMESH_REMESH, &remesh, sizeof remesh);
+    remesh.edge_length = 2;
+    povmesh_remesh_(context, cube, &remesh, &fine, NULL);
+    check_mesh(context, fine, 8000, 10000, "povmesh_remesh");
+    povmesh_options_init_(POVMESH_REDUCE, &reduce, sizeof reduce);
+    reduce.faces = 100;
+    povmesh_reduce_(context, fine, &reduce, &reduced, NULL);
+    check_mesh(context, reduced, 8000, 100, "povmesh_reduce");
+    povmesh_cut_(context, cube, NULL, &pieces, NULL);
+    check(povmesh_result_mesh_count_(pieces) == 2, "povmesh_cut does not give two pieces");
+    check_mesh(context, povmesh_result_mesh_(pieces, 0), 4000, 100, "povmesh_cut, piece 0");
+    check_mesh(context, povmesh_result_mesh_(pieces, 1), 4000, 100, "povmesh_cut, piece 1");
+    povmesh_options_init_(POVMESH_OFFSET, &offset, sizeof offset);
+    offset.distance = -1;
+    povmesh_offset_(context, cube, &offset, &shrunk, NULL);
+    check_mesh(context, shrunk, 18 * 18 * 18, 1000000, "povmesh_offset");
+    povmesh_options_init_(POVMESH_HOLLOW, &hollow, sizeof hollow);
+    hollow.thickness = 2;
+    povmesh_hollow_(context, cube, &hollow, &hollowed, NULL);
+    check_mesh(context, hollowed, 8000 - 16 * 16 * 16, 1000000, "povmesh_hollow");
+
+    povmesh_result_release_(pieces);
+    povmesh_mesh_release_(hollowed);
+    povmesh_mesh_release_(shrunk);
+    povmesh_mesh_release_(reduced);
+    povmesh_mesh_release_(fine);
+    povmesh_mesh_release_(cube);
+    povmesh_context_destroy_(context);
+}
+
 static ULONGLONG size_of(const WCHAR* path) {
     WIN32_FILE_ATTRIBUTE_DATA data;
     if (!GetFileAttributesExW(path, GetFileExInfoStandard, &data)) return 0;
@@ -179,6 +260,7 @@ int main(int argc, char** argv) {
         use_from_two_threads(argv[3], argv[4]);
         if (round == 0) {
             WCHAR full[1024];
+            check_operations();
             GetFullPathNameW(folder, 1024, full, NULL);
             check_replacing(argv[3], full);
             check_long_path(argv[3], full);

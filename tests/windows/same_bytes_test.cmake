@@ -21,6 +21,7 @@ set(jobs
     "balance cat.stl -o balanced.stl --thickness 2"
     "lampshade cat.stl -o lampshade.stl --thickness 2"
     "decompose cat.stl -o divided --size 60,60,60"
+    "infill cat.stl -o filled.stl --skin 2 --density 0.5"
     "strength cat.stl -o coloured.obj"
     "thickness cat.stl -o thickness.obj --wall 2"
     "render cat.stl -o picture.png"
@@ -38,7 +39,8 @@ foreach(job ${jobs})
         endif()
         execute_process(COMMAND ${command} ${words} WORKING_DIRECTORY ${WORK}/${place}
             RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE errors)
-        string(REGEX REPLACE "\n *time +[^\n]*" "" output "${output}")
+        # How long something took is no part of it.
+        string(REGEX REPLACE "(\n *time +|[0-9]+ in )[0-9.]+ m?s" "\\1" output "${output}")
         # Where a folder is named, the last separator is that of the system.
         string(REPLACE "\\" "/" said_${place} "status ${status}\n${output}${errors}")
     endforeach()
