@@ -440,8 +440,8 @@ public:
 
     std::vector<TriMesh> parts;
 
-    // Returns false when a cut makes other pieces than it did: pegs of the cuts before may be in its
-    // way. There are no parts then.
+    // Returns false when a cut makes other pieces than it did: pegs of the cuts before may be in
+    // its way. There are no parts then.
     bool run(TriMesh model) {
         const std::size_t large = least_large_piece(model);
         std::vector<std::pair<TriMesh, std::uint32_t>> waiting;

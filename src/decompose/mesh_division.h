@@ -74,8 +74,8 @@ struct PegCounts {
     double volume = 0;             // of the pegs, less that of the sockets
 };
 
-/// Repeats a division, with pegs where `pegs` asks for them and its parts stay small enough; without
-/// any when pegs would be in the way of later cuts. The model is used up.
+/// Repeats a division, with pegs where `pegs` asks for them and its parts stay small enough;
+/// without any when pegs would be in the way of later cuts. The model is used up.
 ///
 /// @param divided_by  the size that the division was made with
 /// @param size        that parts may have with their pegs
