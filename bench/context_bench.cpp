@@ -48,8 +48,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kMoments = 50;
 constexpr int kPairs = 9;
-const std::string kRock = "rock_1311k";
-const std::string kSmallerRock = "rock_328k";  // for calls that take minutes on the other
+const std::string large_rock = "rock_1311k";
+const std::string smaller_rock = "rock_328k";  // for calls that take minutes on the other
 
 Context make_context() {
     povmesh_context_options options{};
@@ -92,7 +92,8 @@ void cube(benchmark::State& state, const std::string& name) {
     const Context context = make_context();
     const Mesh mesh = make_mesh(context, shapes::box({0, 0, 0}, {10, 10, 10}));
     const ContextCall call = context_call(name);
-    for (auto _ : state) benchmark::DoNotOptimize(call.run(context.get(), mesh.get()));
+    for ([[maybe_unused]] auto _ : state)
+        benchmark::DoNotOptimize(call.run(context.get(), mesh.get()));
 }
 
 // Memory as the system gives it: its pages are there when they are first written.
@@ -159,7 +160,7 @@ void create(benchmark::State& state, const std::string& input) {
     std::vector<double> in_new;
     std::vector<double> out_new;
     std::vector<double> made;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         in_there.push_back(timed([&] {
             copy(positions, there.data(), in_positions);
             copy(faces, there.data() + in_positions, in_faces);
@@ -231,7 +232,7 @@ void cost(benchmark::State& state, const std::string& name, const std::string& i
     std::vector<double> without;
     std::vector<double> with;
     std::vector<double> shares;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         for (int i = 0; i < kPairs; ++i) {
             // The first of two may find other caches and pages than the second.
             const bool has_job_first = i % 2 == 1;
@@ -322,7 +323,7 @@ void stretch(benchmark::State& state, const std::string& name, const std::string
     const Context context = make_context();
     const Mesh mesh = make_mesh(context, bench::soup(input));
     Stretches stretches;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         const povmesh_status status =
             stretches.run(context.get(), mesh.get(), context_call(name), false);
         if (status != POVMESH_OK && status != POVMESH_NOTHING) {
@@ -363,7 +364,7 @@ void cancel(benchmark::State& state, const std::string& name, const std::string&
     std::mt19937 random(20);
     std::vector<double> waits;
     std::vector<double> cpu_waits;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         for (int i = 0; i < kMoments; ++i) {
             const double share = std::generate_canonical<double, 53>(random);
             const auto moment = std::chrono::duration_cast<Clock::duration>(length * share);
@@ -443,11 +444,12 @@ std::string this_program;
 
 void peak(benchmark::State& state, const std::string& name, const std::string& input) {
     const std::string result = scratch_file("peak.txt");
-    const std::string command =
-        "'" + this_program + "' --peak " + name + " " + input + " > '" + result + "'";
+    std::string command = "'";
+    command.append(this_program).append("' --peak ").append(name).append(" ").append(input);
+    command.append(" > '").append(result).append("'");
     double grown = 0;
     double told = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         if (std::system(command.c_str()) != 0 || !(std::ifstream(result) >> grown >> told)) {
             state.SkipWithError("no result for this model");
             return;
@@ -494,7 +496,7 @@ int main(int argc, char** argv) {
             single_calls.push_back("write_" + name);
         }
     }
-    for (const std::string& rock : {kRock, kSmallerRock}) {
+    for (const std::string& rock : {large_rock, smaller_rock}) {
         add_once("cost", {"build_f", "detect", "reduce", "remesh"}, rock, cost);
         add_once("stretch", names, rock, stretch);
         add_once("cancel", names, rock, cancel);

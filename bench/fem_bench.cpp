@@ -127,7 +127,7 @@ template <int Digits, bool MovesBlocks = false>
 void solve_stencil(benchmark::State& state, const std::string& name) {
     const VoxelGrid& from = grid(name);
     const double before = megabytes_peak();
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         NodeField force;
         const Model model = loaded(from, force);
         const Solution solution = solve(model, force, {kTolerance<Digits>, 3500, MovesBlocks});
@@ -157,7 +157,7 @@ void solve_eigen(benchmark::State& state, const std::string& name) {
     using Matrix = Eigen::SparseMatrix<float, Eigen::RowMajor>;
     const VoxelGrid& from = grid(name);
     const double before = megabytes_peak();
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         NodeField force;
         const Model model = loaded(from, force);
         const fem::ElementMatrix element = fem::element_matrix(model.size);

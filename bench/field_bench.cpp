@@ -72,7 +72,7 @@ void wrap_cube(benchmark::State& state) {
     RunLog log;
     RunContext run{{}, log};
     measure(
-        state, [&] { return cube; },
+        state, [&] { return TriMesh(cube); },
         [&](TriMesh& model) {
             WrapReport report;
             return wrap(model, {.cell = 0.1}, run, report).ok();

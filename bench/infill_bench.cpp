@@ -98,7 +98,7 @@ void infill_1m(benchmark::State& state, const std::string& name) {
     const TriMesh model = shapes::mesh_of(name == "cube" ? shapes::box({0, 0, 0}, {100, 100, 100})
                                                          : shapes::sphere(62, 7));
     measure(
-        state, [&] { return model; },
+        state, [&] { return TriMesh(model); },
         [&](TriMesh& mesh) {
             (void)cellular_infill(mesh, 3, 0.39F, run);
             state.counters["triangles"] = static_cast<double>(mesh.faces.size());

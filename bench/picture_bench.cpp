@@ -14,9 +14,9 @@ namespace povmesh {
 namespace {
 
 const TriMesh& rock_of_level(int level) {
-    static const TriMesh kMedium = shapes::mesh_of(shapes::rock(50, 7));
-    static const TriMesh kLarge = shapes::mesh_of(shapes::rock(50, 8));
-    return level == 7 ? kMedium : kLarge;
+    static const TriMesh medium = shapes::mesh_of(shapes::rock(50, 7));
+    static const TriMesh large = shapes::mesh_of(shapes::rock(50, 8));
+    return level == 7 ? medium : large;
 }
 
 void render_mesh(benchmark::State& state, const TriMesh& mesh, std::uint32_t side) {
@@ -25,7 +25,7 @@ void render_mesh(benchmark::State& state, const TriMesh& mesh, std::uint32_t sid
     picture::RenderOptions options;
     options.width = side;
     options.height = side;
-    for (auto _ : state) benchmark::DoNotOptimize(picture::render(scene, options));
+    for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(picture::render(scene, options));
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(mesh.faces.size()));
 }
 
@@ -42,15 +42,15 @@ BENCHMARK(render_rock)
     ->Unit(benchmark::kMillisecond);
 
 void render_shuffled_rock(benchmark::State& state) {
-    static const TriMesh kMesh = shapes::mesh_of(shapes::shuffled(shapes::rock(50, 8), 1));
-    render_mesh(state, kMesh, 1024);
+    static const TriMesh mesh = shapes::mesh_of(shapes::shuffled(shapes::rock(50, 8), 1));
+    render_mesh(state, mesh, 1024);
 }
 BENCHMARK(render_shuffled_rock)->Unit(benchmark::kMillisecond);
 
 // Two layers of large triangles.
 void render_cube(benchmark::State& state) {
-    static const TriMesh kMesh = shapes::mesh_of(shapes::box({0, 0, 0}, {10, 10, 10}));
-    render_mesh(state, kMesh, static_cast<std::uint32_t>(state.range(0)));
+    static const TriMesh mesh = shapes::mesh_of(shapes::box({0, 0, 0}, {10, 10, 10}));
+    render_mesh(state, mesh, static_cast<std::uint32_t>(state.range(0)));
 }
 BENCHMARK(render_cube)->Arg(1024)->Arg(4096)->Unit(benchmark::kMillisecond);
 
@@ -59,7 +59,7 @@ void encode(benchmark::State& state) {
     scene[0].mesh = &rock_of_level(7);
     const picture::Image image = picture::render(scene, {});
     std::size_t bytes = 0;
-    for (auto _ : state) bytes = picture::encode_png(image).size();
+    for ([[maybe_unused]] auto _ : state) bytes = picture::encode_png(image).size();
     state.counters["file_bytes"] = static_cast<double>(bytes);
 }
 BENCHMARK(encode)->Unit(benchmark::kMillisecond);

@@ -15,7 +15,7 @@ static_assert(std::atomic<std::uint32_t>::is_always_lock_free, "a signal handler
 
 extern "C" void on_signal(int signal) {
     last_signal.store(signal);
-    wish.store(kCancelledFromOutside);
+    wish.store(CancelledFromOutside);
     std::signal(signal, SIG_DFL);
 }
 

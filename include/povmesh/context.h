@@ -21,6 +21,9 @@
 extern "C" {
 #endif
 
+/* The names are those of a C interface. */
+/* NOLINTBEGIN(readability-identifier-naming) */
+
 /* ---- status, version */
 
 typedef int32_t povmesh_status;
@@ -686,6 +689,8 @@ POVMESH_DEFAULTS_(offset, OFFSET)
 POVMESH_DEFAULTS_(wrap, WRAP)
 POVMESH_DEFAULTS_(thickness, THICKNESS)
 /* clang-format on */
+
+/* NOLINTEND(readability-identifier-naming) */
 
 #ifdef __cplusplus
 }

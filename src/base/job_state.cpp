@@ -35,7 +35,7 @@ JobState::~JobState() = default;
 
 bool JobState::is_cancelled() {
     if (settings_.faults != nullptr && settings_.faults->cancels() && settings_.wish != nullptr) {
-        settings_.wish->fetch_or(kCancelledByReport, std::memory_order_relaxed);
+        settings_.wish->fetch_or(CancelledByReport, std::memory_order_relaxed);
     }
     const auto is_wished = [this] {
         return settings_.wish != nullptr && settings_.wish->load(std::memory_order_relaxed) != 0;
@@ -80,7 +80,7 @@ void JobState::tell() {
     }
     is_telling_ = false;
     if (is_to_end && settings_.wish != nullptr) {
-        settings_.wish->fetch_or(kCancelledByReport, std::memory_order_relaxed);
+        settings_.wish->fetch_or(CancelledByReport, std::memory_order_relaxed);
     }
 }
 

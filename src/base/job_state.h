@@ -41,8 +41,8 @@ using ProgressReport = bool (*)(void* user, double percent, const char* phase);
 
 /// Reasons to end the call, bits of `JobSettings::wish`.
 enum CancelReason : std::uint32_t {
-    kCancelledFromOutside = 1,  // stays until it is taken back
-    kCancelledByReport = 2,     // of this call alone
+    CancelledFromOutside = 1,  // stays until it is taken back
+    CancelledByReport = 2,     // of this call alone
 };
 
 struct JobSettings {

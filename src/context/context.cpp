@@ -128,12 +128,12 @@ void povmesh_context_destroy(povmesh_context* context) {
 }
 
 void povmesh_context_cancel(povmesh_context* context) {
-    if (context != nullptr) context->wish.fetch_or(povmesh::kCancelledFromOutside);
+    if (context != nullptr) context->wish.fetch_or(povmesh::CancelledFromOutside);
 }
 
 void povmesh_context_resume(povmesh_context* context) {
     if (context != nullptr) {
-        context->wish.fetch_and(~std::uint32_t{povmesh::kCancelledFromOutside});
+        context->wish.fetch_and(~std::uint32_t{povmesh::CancelledFromOutside});
     }
 }
 

@@ -145,7 +145,7 @@ povmesh_status run_call(povmesh_context* context, Steps steps, void* user) noexc
     if (context == nullptr) return POVMESH_INVALID_ARGUMENT;
     if (context->is_busy.exchange(true, std::memory_order_acquire)) return POVMESH_BUSY;
     context->message[0] = '\0';
-    context->wish.fetch_and(~std::uint32_t{kCancelledByReport}, std::memory_order_relaxed);
+    context->wish.fetch_and(~std::uint32_t{CancelledByReport}, std::memory_order_relaxed);
     povmesh_status status = POVMESH_OK;
     {
         JobState job(settings_of(*context));

@@ -171,7 +171,7 @@ TEST(JobState, RunsLoopsAsWithoutItUntilItIsCancelled) {
         EXPECT_THROW(for_blocks(1000,
                                 [&](std::size_t block) {
                                     ++begun;
-                                    if (block == 20) wish = kCancelledFromOutside;
+                                    if (block == 20) wish = CancelledFromOutside;
                                 }),
                      Cancelled);
         EXPECT_LT(begun, 1000);
@@ -217,7 +217,7 @@ TEST(JobState, ReportsOnTheCallingThreadAndCancelsAtItsWord) {
         for_blocks(1000,
                    [](std::size_t) { std::this_thread::sleep_for(std::chrono::milliseconds(5)); }),
         Cancelled);
-    EXPECT_EQ(wish, kCancelledByReport);
+    EXPECT_EQ(wish, CancelledByReport);
 }
 
 TEST(Blocks, AreAlignedAndWritableAndTheirSizeDoesNotWrap) {
