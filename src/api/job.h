@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "mesh/welding.h"
 #include "run/run_context.h"
 
 namespace povmesh::api {
@@ -39,6 +40,7 @@ public:
     void progress(std::uint32_t percent) const { run_.progress.set(percent); }
 
 private:
+    WeldingScope welding_{Welding::SameSums};  // hosts rely on which vertices there are
     RunContext run_;
 };
 

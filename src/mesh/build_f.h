@@ -31,11 +31,11 @@ struct ByteSoup {
 /// uses become empty, `parts` stays.
 ///
 /// Corners weld when their coordinates have the same bits (so 0.0 and -0.0 stay apart); there is no
-/// distance tolerance. The exact rule, which hosts rely on for vertex order: the bounding box, with
-/// -1e6 and 1e6 as its starting values, is divided into 100 cells per axis (101 with the far
-/// border); two corners share a vertex when they lie in the same cell and the sums x * 108881 + y *
-/// 110881 + z * 118081 over their bit patterns agree. Different points of one cell with the same
-/// sum are merged. Vertices are numbered as they first come up.
+/// distance tolerance. Vertices are numbered as they first come up. With `Welding::SameSums`
+/// (welding.h) different points are merged, too, as hosts rely on: the bounding box, with -1e6 and
+/// 1e6 as its starting values, is divided into 100 cells per axis (101 with the far border); two
+/// corners share a vertex when they lie in the same cell and the sums x * 108881 + y * 110881 + z *
+/// 118081 over their bit patterns agree.
 ///
 /// A triangle with two corners on one vertex makes no face; its vertices stay. A colour is
 /// truncated to (value * 255) modulo 256. A label keeps its low 16 bits; a face with a label of 0

@@ -9,6 +9,7 @@
 #include "base/vec.h"
 #include "mesh/tri_mesh.h"
 #include "mesh/weld_table.h"
+#include "mesh/welding.h"
 
 namespace povmesh {
 
@@ -24,8 +25,9 @@ struct WeldBox {
 WeldBox weld_box(const float* corners, std::size_t corner_count);
 void widen(WeldBox& box, Vec3f corner);
 
-/// Numbers corners by the welding rule of `build_f`: corners with the same cell of the box and the
-/// same key share a vertex, and vertices are numbered as they first come up.
+/// Numbers corners: those of the same bits share a vertex, or by the rule of hosts those with the
+/// same cell of the box and the same key, as the thread has it where this is made (welding.h).
+/// Vertices are numbered as they first come up.
 class VertexWelder {
 public:
     /// @param box  the box of all corners that will come
@@ -41,6 +43,11 @@ public:
                     Array<Vertex>& vertices);
 
 private:
+    template <Welding Rule>
+    void weld_by(const float* corners, std::size_t corner_count, std::int32_t* numbers,
+                 Array<Vertex>& vertices);
+
+    Welding rule_ = welding_of_thread();
     Vec3f low_;
     Vec3f cell_size_;
     WeldTable table_;

@@ -60,6 +60,14 @@ public:
     /// The number of a pair; a new one gets `next_number`. There must be room.
     std::int32_t find_or_add(std::uint64_t key, std::uint32_t cell, std::size_t home,
                              std::int32_t next_number) {
+        return find_or_add(key, cell, home, next_number, [](std::int32_t) { return true; });
+    }
+
+    /// The same where pairs may be alike for different things: `is_same` tells whether the one
+    /// with a number, of the same pair, is meant.
+    template <typename IsSame>
+    std::int32_t find_or_add(std::uint64_t key, std::uint32_t cell, std::size_t home,
+                             std::int32_t next_number, const IsSame& is_same) {
         Slot* const slots = slots_.data();
         const std::size_t mask = slots_.size() - 1;
         for (std::size_t place = home;; place = (place + 1) & mask) {
@@ -68,7 +76,9 @@ public:
                 slot = {key, cell, next_number + 1};
                 return next_number;
             }
-            if (slot.key == key && slot.cell == cell) return slot.number_plus_one - 1;
+            if (slot.key == key && slot.cell == cell && is_same(slot.number_plus_one - 1)) {
+                return slot.number_plus_one - 1;
+            }
         }
     }
 
