@@ -97,6 +97,8 @@ double common_volume(const Box3d& a, const Box3d& b) {
 // list of planes alone tells the parts.
 class Walk {
 public:
+    Walk(TriMesh& model, const DivisionOrder& order)
+        : model_(model), order_(order), size_(order.size) {}
     Walk(TriMesh& model, const DivisionOrder& order, std::optional<EdgeMates> mates)
         : model_(model), order_(order), size_(order.size), mates_(std::move(mates)) {}
 
@@ -286,7 +288,7 @@ class PlanWalk : public Walk {
 public:
     PlanWalk(TriMesh& model, const DivisionPlan& plan, DivisionSearch& search,
              const DivisionOrder& order)
-        : Walk(model, order, {}),
+        : Walk(model, order),
           plan_(plan),
           search_(search),
           crumb_(kCrumb * std::abs(signed_volume(model)) /
