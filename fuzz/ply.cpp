@@ -3,24 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
 
+#include "helpers/memory_sink.h"
 #include "io/ply.h"
 #include "require.h"
 
 namespace povmesh {
 namespace {
-
-class MemorySink final : public ByteSink {
-public:
-    Status write(std::span<const char> piece) override {
-        bytes.insert(bytes.end(), piece.begin(), piece.end());
-        return {};
-    }
-    Status commit() override { return {}; }
-
-    std::vector<char> bytes;
-};
 
 void check_mesh(const TriMesh& mesh, const PlyInfo& info, const Status& status) {
     require(is_consistent(mesh), "inconsistent mesh");

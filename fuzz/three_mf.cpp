@@ -6,23 +6,13 @@
 #include <span>
 #include <string>
 
+#include "helpers/memory_sink.h"
 #include "io/three_mf.h"
 #include "io/zip_package.h"
 #include "require.h"
 
 namespace povmesh {
 namespace {
-
-class MemorySink final : public ByteSink {
-public:
-    Status write(std::span<const char> piece) override {
-        bytes.append(piece.data(), piece.size());
-        return {};
-    }
-    Status commit() override { return {}; }
-
-    std::string bytes;
-};
 
 void check(const std::string& bytes) {
     TriMesh mesh;

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "helpers/memory_sink.h"
 #include "helpers/shapes.h"
 #include "io/zip_package.h"
 #include "tool_runner.h"
@@ -350,14 +351,7 @@ std::string package_of_three() {
                    mesh + end + "<object id=\"2\" name=\"lid\">" + open + end +
                    "</resources><build><item objectid=\"1\"/><item objectid=\"1" + item +
                    "10 0 0\"/><item objectid=\"2" + item + "30 0 0\"/></build></model>");
-    struct Sink final : ByteSink {
-        Status write(std::span<const char> piece) override {
-            bytes.append(piece.data(), piece.size());
-            return {};
-        }
-        Status commit() override { return {}; }
-        std::string bytes;
-    } sink;
+    MemorySink sink;
     EXPECT_TRUE(writer.finish(sink, "three").ok());
     return sink.bytes;
 }

@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "context/frame.h"
+#include "helpers/memory_sink.h"
 #include "helpers/thorough.h"
 #include "io/three_mf.h"
 #include "job/phases.h"
@@ -63,14 +64,7 @@ TEST_F(Context, CavitiesBelongToTheObjectsOfA3mfFileThatTheyLieIn) {
     ThreeMfContent content;
     content.bodies = {"left", "right"};
     content.labels = {{0, -1}, {1, -1}};
-    struct Sink final : ByteSink {
-        Status write(std::span<const char> piece) override {
-            bytes.append(piece.data(), piece.size());
-            return {};
-        }
-        Status commit() override { return {}; }
-        std::string bytes;
-    } sink;
+    MemorySink sink;
     ASSERT_TRUE(write_three_mf(mesh, content, {}, "pair.3mf", sink).ok());
     povmesh_mesh* read = nullptr;
     ASSERT_EQ(povmesh_read_memory(context_, sink.bytes.data(), sink.bytes.size(), nullptr, &read,

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "helpers/memory_sink.h"
 #include "helpers/shapes.h"
 #include "io/obj.h"
 #include "io/stl.h"
@@ -147,14 +148,7 @@ TEST_F(LargeFiles, APartOfAPackageMayHaveMoreThanFourGigabytes) {
         "<item objectid=\"1\"/></build></model>";
     constexpr std::size_t kPart = 1000000;
     constexpr std::size_t kParts = kFill / kPart;
-    struct Sink final : ByteSink {
-        Status write(std::span<const char> piece) override {
-            bytes.insert(bytes.end(), piece.begin(), piece.end());
-            return {};
-        }
-        Status commit() override { return {}; }
-        Array<char> bytes;
-    } sink;
+    MemorySink sink;
     {
         const std::string filling = comment(7, kPart);
         PackageWriter writer;

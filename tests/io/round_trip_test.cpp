@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "helpers/memory_sink.h"
 #include "helpers/thorough.h"
 #include "io/obj.h"
 #include "io/ply.h"
@@ -19,17 +20,6 @@
 
 namespace povmesh {
 namespace {
-
-class MemorySink final : public ByteSink {
-public:
-    Status write(std::span<const char> piece) override {
-        bytes.insert(bytes.end(), piece.begin(), piece.end());
-        return {};
-    }
-    Status commit() override { return {}; }
-
-    Array<char> bytes;
-};
 
 Status read_stl_bytes(const ByteSource& source, TriMesh& mesh) {
     RunLog log;

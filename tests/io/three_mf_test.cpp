@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "helpers/memory_sink.h"
 #include "helpers/shapes.h"
 #include "io/zip_package.h"
 #include "mesh/build_f.h"
@@ -21,17 +22,6 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-class MemorySink final : public ByteSink {
-public:
-    Status write(std::span<const char> piece) override {
-        bytes.append(piece.data(), piece.size());
-        return {};
-    }
-    Status commit() override { return {}; }
-
-    std::string bytes;
-};
 
 struct Read {
     TriMesh mesh;
