@@ -40,6 +40,9 @@ public:
 
     void prefetch_home(std::size_t home) const { prefetch(&slots_[home]); }
 
+    /// The number of the pair at its home, most likely the one that is looked for; -1: none.
+    std::int32_t number_at(std::size_t home) const { return slots_[home].number_plus_one - 1; }
+
     /// Slots that a look-up of a pair which is there reads.
     std::size_t look_up_steps(std::uint64_t key, std::uint32_t cell) const {
         const std::size_t mask = slots_.size() - 1;
