@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "job/remarks.h"
 #include "mesh/tri_mesh.h"
 
 namespace povmesh {
@@ -15,6 +16,10 @@ void add_cavities(TriMesh& model, const TriMesh& cavities);
 
 /// True when an edge of the model has one face only. Builds its uses.
 bool has_holes(TriMesh& model);
+
+/// Adds a doubt where neighbouring faces are wound against each other: volumes and centres of mass
+/// are summed over signed faces, so that those of such a model are any number.
+void doubt_windings(const TriMesh& model, Remarks& remarks);
 
 /// What a person can do about a model that has no room for a cavity of cubes of that size: repair
 /// it, scale it to millimetres when it is tiny, or else `otherwise`.

@@ -150,7 +150,7 @@ std::string failure_of(const DrainReport& report, const std::string& name) {
         case DrainOutcome::Tangled:
             return start + "no clean hole can be cut there; move it a little";
         default:
-            return start + "the model is open there; repair it first";
+            return start + "the model is open there, or its faces are turned; repair it first";
     }
 }
 
@@ -184,6 +184,7 @@ Status cut_drains(TriMesh& mesh, std::size_t model_faces, double thickness,
 
 Status hollow(TriMesh& mesh, const HollowJob& job, Progress progress, HollowDone& done) {
     const Timer timer;
+    doubt_windings(mesh, done);
     TriMesh cavity;
     const Status status = job.is_exact
                               ? make_exact_cavity(mesh, job.thickness, progress, cavity, done)

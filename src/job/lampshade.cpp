@@ -132,6 +132,7 @@ Status lampshade(TriMesh& mesh, const LampshadeJob& job, Progress progress, Lamp
     // The values of the operation itself go from 10 to 90.
     ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent / 4); };
     RunContext run{Progress(nullptr, &scaled), log};
+    doubt_windings(mesh, done);
     TriMesh before;
     if (job.preview) {
         done.report = preview_lampshade(mesh, thickness, run, done.contours, options);
