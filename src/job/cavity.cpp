@@ -57,6 +57,12 @@ void doubt_windings(const TriMesh& model, Remarks& remarks) {
                              "them over");
 }
 
+void warn_of_windings(const TriMesh& model, Remarks& remarks) {
+    Remarks found;
+    doubt_windings(model, found);
+    remarks.warnings.insert(remarks.warnings.end(), found.doubts.begin(), found.doubts.end());
+}
+
 std::string cure_of(TriMesh& model, double cube, const std::string& otherwise) {
     const Vec3d size = to_double(finite_bounds(model).extent());
     if (std::max({size.x, size.y, size.z}) < kCubesOfATinyModel * cube) {

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "base/poll.h"
+#include "job/cavity.h"
 #include "job/findings.h"
 #include "job/measures.h"
 #include "job/numbers.h"
@@ -118,6 +119,10 @@ void look_at_cut(const Blemishes& before, const std::vector<TriMesh>& parts,
 Status cut(TriMesh& mesh, const CutJob& job, Progress progress, CutDone& done) {
     const CutOptions options = options_of(job, mesh);
     done.must_be_closed = encloses(mesh) && options.operation != CutOperation::Cut;
+    if (!done.must_be_closed && options.operation == CutOperation::CutAndCap) {
+        done.warnings.emplace_back(kOpenCut);
+    }
+    warn_of_windings(mesh, done);
     const std::optional<PlaneFrame> frame = PlaneFrame::make(options.plane);
     const Blemishes before = frame ? blemishes_at(mesh, *frame) : Blemishes{};
     RunLog log;
