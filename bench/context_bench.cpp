@@ -405,6 +405,11 @@ double status_bytes(const std::string& key) {
 
 // In a process of its own: how much it grew, and what the call told.
 int tell_peak(const std::string& name, const std::string& input) {
+    // What is given back leaves the process at once: the growth is what was taken, not what the C
+    // library keeps for later. From the start, lest holes between older blocks are used again: the
+    // system fills those by huge pages, past the end of what is taken.
+    mallopt(M_MMAP_THRESHOLD, 64 << 10);
+    mallopt(M_TRIM_THRESHOLD, 64 << 10);
     const Context context = make_context();
     const Mesh mesh = make_mesh(context, bench::soup(input));
     povmesh_write_options format = povmesh_write_defaults();
@@ -416,10 +421,6 @@ int tell_peak(const std::string& name, const std::string& input) {
     const std::string kind = name.substr(name.find('_') + 1);
     if (kind != name) format.format = kind.c_str();
     if (name.starts_with("read_") && write() != POVMESH_OK) return 1;
-    // What is given back leaves the process at once: the growth is what was taken, not what the C
-    // library keeps for later.
-    mallopt(M_MMAP_THRESHOLD, 64 << 10);
-    mallopt(M_TRIM_THRESHOLD, 64 << 10);
     malloc_trim(0);
     std::ofstream("/proc/self/clear_refs") << "5";  // the peak begins anew
     const double before = status_bytes("VmRSS");

@@ -16,8 +16,6 @@ constexpr std::uint32_t kBarWidth = 24;
 constexpr std::uint32_t kMargin = 20;
 constexpr std::uint32_t kDot = 2;  // of a letter
 
-constexpr std::uint8_t kLineGrey = 150;
-
 // Letters of 5 x 7 dots, a row in each byte, the left dot in bit 4.
 struct Letter {
     char name;

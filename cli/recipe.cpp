@@ -182,7 +182,9 @@ std::string take_requirements(const Json& require, RecipeStep& step) {
         return "\"require\" is " + shown(require) + "; it takes an object with some of " +
                joined(names);
     }
-    for (const auto& [key, value] : require.items()) {
+    for (const auto& item : require.items()) {
+        const std::string& key = item.key();
+        const Json& value = item.value();
         const auto specs = requirement_specs();
         const auto spec = std::find_if(specs.begin(), specs.end(),
                                        [&](const RequirementSpec& s) { return s.name == key; });

@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "base/array.h"
+#include "base/job_state.h"
 #include "base/poll.h"
 #include "io/file.h"
 
@@ -211,7 +213,7 @@ struct PackageWriter::Content {
         while (part < packed.parts.size()) {
             const std::size_t count = copy(packed.parts[part], target, room);
             if (count > 0) return count;
-            packed.parts[part++] = {};
+            Array<char>().swap(packed.parts[part++]);  // = {} would keep the memory
             offset = 0;
         }
         return 0;
@@ -266,10 +268,27 @@ zip_int64_t PackageWriter::Content::call(void* state, void* data, zip_uint64_t l
     }
 }
 
+// Tells the call of memory that libzip takes for it.
+class ChargedBytes {
+public:
+    explicit ChargedBytes(std::uint64_t bytes) : bytes_(static_cast<std::size_t>(bytes)) {
+        if (JobState* const job = current_job()) job->charge(bytes_);
+    }
+    ~ChargedBytes() {
+        if (JobState* const job = current_job()) job->release(bytes_);
+    }
+    ChargedBytes(const ChargedBytes&) = delete;
+    ChargedBytes& operator=(const ChargedBytes&) = delete;
+
+private:
+    std::size_t bytes_;
+};
+
 struct PackageWriter::Archive {
     zip_source_t* bytes = nullptr;
     zip_t* zip = nullptr;
     std::vector<std::unique_ptr<Content>> contents;
+    std::optional<ChargedBytes> charged;  // for `bytes`
 
     std::uint64_t about_bytes() const {
         std::uint64_t sum = 0;
@@ -326,7 +345,9 @@ Status PackageWriter::finish(ByteSink& file, const std::string& name) {
     const auto failed = [&](const std::string& why) {
         return Status(StatusCode::CannotWrite, one_line(name) + ": cannot be packed: " + why);
     };
-    const std::size_t piece_size = piece_bytes(archive_->about_bytes());
+    const std::uint64_t about_bytes = archive_->about_bytes();
+    const std::size_t piece_size = piece_bytes(about_bytes);
+    archive_->charged.emplace(about_bytes);
     if (zip_close(archive_->zip) != 0) {
         const int code = zip_error_code_zip(zip_get_error(archive_->zip));
         if (code == ZIP_ER_MEMORY) throw std::bad_alloc();

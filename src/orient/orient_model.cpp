@@ -127,7 +127,12 @@ void weigh(OrientModel& model) {
 class RestFaceFinder {
 public:
     RestFaceFinder(std::span<const Vec3f> points, const ConvexHull& hull) : hull_(hull) {
+        normals_.reserve(hull.triangles.size());
+        areas_.reserve(hull.triangles.size());
+        middles_.reserve(hull.triangles.size());
+        Poller poller;
         for (const auto& t : hull.triangles) {
+            poller();
             const Vec3d a = to_double(points[t[0]]);
             const Vec3d normal = cross(to_double(points[t[1]]) - a, to_double(points[t[2]]) - a);
             const double size = length(normal);
@@ -137,60 +142,76 @@ public:
         }
     }
 
-    std::vector<RestFace> run() {
+    Array<RestFace> run() {
         find_neighbours();
-        std::vector<std::uint32_t> order(areas_.size());
-        std::iota(order.begin(), order.end(), 0U);
-        std::stable_sort(order.begin(), order.end(),
-                         [&](std::uint32_t a, std::uint32_t b) { return areas_[a] > areas_[b]; });
-        std::vector<bool> is_taken(areas_.size());
-        std::vector<RestFace> faces;
-        std::vector<std::uint32_t> region;
-        for (const std::uint32_t seed : order) {
-            if (is_taken[seed]) continue;
+        Array<std::uint8_t> is_taken(areas_.size(), 0);
+        Array<RestFace> faces;
+        Array<std::uint32_t> region;
+        Poller poller;
+        for (const std::uint32_t seed : largest_first(areas_)) {
+            poller();
+            if (is_taken[seed] != 0) continue;
             RestFace face{normals_[seed], {}, 0};
-            is_taken[seed] = true;
+            is_taken[seed] = 1;
             region.assign(1, seed);
             for (std::size_t i = 0; i < region.size(); ++i) {
+                poller();
                 face.area += areas_[region[i]];
                 face.middle = face.middle + middles_[region[i]] * areas_[region[i]];
                 for (const std::uint32_t other : neighbours_[region[i]]) {
-                    if (is_taken[other] || dot(normals_[other], face.normal) < kFlatCosine) {
+                    if (is_taken[other] != 0 || dot(normals_[other], face.normal) < kFlatCosine) {
                         continue;
                     }
-                    is_taken[other] = true;
+                    is_taken[other] = 1;
                     region.push_back(other);
                 }
             }
             face.middle = face.middle / face.area;
             faces.push_back(face);
         }
-        std::stable_sort(faces.begin(), faces.end(),
-                         [](const RestFace& a, const RestFace& b) { return a.area > b.area; });
-        return faces;
+        Array<double> areas(faces.size());
+        for (std::size_t i = 0; i < faces.size(); ++i) areas[i] = faces[i].area;
+        Array<RestFace> sorted;
+        sorted.reserve(faces.size());
+        for (const std::uint32_t i : largest_first(areas)) sorted.push_back(faces[i]);
+        return sorted;
     }
 
 private:
+    // Of equal areas the one before first.
+    static Array<std::uint32_t> largest_first(const Array<double>& areas) {
+        Array<std::uint32_t> order(areas.size());
+        std::iota(order.begin(), order.end(), 0U);
+        polled_sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+            return areas[a] != areas[b] ? areas[a] > areas[b] : a < b;
+        });
+        return order;
+    }
+
     void find_neighbours() {
         struct Edge {
             std::uint32_t low, high, facet;
         };
-        std::vector<Edge> edges;
+        Array<Edge> edges;
+        edges.reserve(3 * hull_.triangles.size());
+        Poller poller;
         for (std::uint32_t f = 0; f < hull_.triangles.size(); ++f) {
+            poller();
             const auto& t = hull_.triangles[f];
             for (std::size_t i = 0; i < 3; ++i) {
                 const std::uint32_t next = t[next_corner(i)];
                 edges.push_back({std::min(t[i], next), std::max(t[i], next), f});
             }
         }
-        std::sort(edges.begin(), edges.end(), [](const Edge& a, const Edge& b) {
+        polled_sort(edges.begin(), edges.end(), [](const Edge& a, const Edge& b) {
             if (a.low != b.low) return a.low < b.low;
             if (a.high != b.high) return a.high < b.high;
             return a.facet < b.facet;
         });
         neighbours_.assign(hull_.triangles.size(), {});
-        std::vector<std::size_t> sizes(hull_.triangles.size());
+        Array<std::uint8_t> sizes(hull_.triangles.size(), 0);
         for (std::size_t i = 0; i + 1 < edges.size(); i += 2) {
+            poller();
             const std::uint32_t a = edges[i].facet;
             const std::uint32_t b = edges[i + 1].facet;
             neighbours_[a][sizes[a]++] = b;
@@ -199,17 +220,19 @@ private:
     }
 
     const ConvexHull& hull_;
-    std::vector<Vec3d> normals_;
-    std::vector<double> areas_;
-    std::vector<Vec3d> middles_;
-    std::vector<std::array<std::uint32_t, 3>> neighbours_;
+    Array<Vec3d> normals_;
+    Array<double> areas_;
+    Array<Vec3d> middles_;
+    Array<std::array<std::uint32_t, 3>> neighbours_;
 };
 
 void wrap(OrientModel& model) {
     const Array<Vec3f>& points = model.points;
     const ConvexHull hull = convex_hull(points, kHullTolerance);
     for (const std::uint32_t v : hull.vertices) model.hull_points.push_back(points[v]);
+    Poller poller;
     for (const auto& t : hull.triangles) {
+        poller();
         const Vec3d a = to_double(points[t[0]]);
         const Vec3d b = to_double(points[t[1]]);
         const Vec3d c = to_double(points[t[2]]);
@@ -358,7 +381,7 @@ void cluster_points(const OrientModel& model, Array<Vec3f>& points,
         const Vec3f p = model.points[i];
         members[i] = {(along(p.x) * kClusterCells + along(p.y)) * kClusterCells + along(p.z), i};
     }
-    std::sort(members.begin(), members.end(), [](const Member& a, const Member& b) {
+    polled_sort(members.begin(), members.end(), [](const Member& a, const Member& b) {
         return a.cell != b.cell ? a.cell < b.cell : a.point < b.point;
     });
     points.clear();

@@ -59,7 +59,7 @@ struct OrientModel {
     Vec3d centre_of_mass;  // of the solid; of the sheet when it encloses next to nothing
 
     std::vector<Vec3f> hull_points;
-    std::vector<RestFace> rest_faces;  // largest first
+    Array<RestFace> rest_faces;  // largest first
     std::vector<NormalGroup> groups;
     NormalTable group_table;
     PointTable hull_table;

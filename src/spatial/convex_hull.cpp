@@ -159,8 +159,8 @@ private:
     // The polygon around points of one plane, seen along an axis that keeps them apart.
     ConvexHull outline(std::uint32_t third) const {
         const int axis = *projection(low_, high_, third);
-        std::vector<std::uint32_t> finite;
-        std::vector<Point2d> places;
+        Array<std::uint32_t> finite;
+        Array<Point2d> places;
         for (std::uint32_t i = 0; i < points_.size(); ++i) {
             poll_at(i);
             if (!is_finite(points_[i])) continue;
@@ -366,13 +366,13 @@ private:
     std::uint32_t low_ = kNone;
     std::uint32_t high_ = kNone;
     Vec3d extent_;
-    std::vector<Facet> facets_;
-    std::vector<std::uint32_t> free_;     // facets that are gone, to be used again
-    std::vector<std::uint32_t> waiting_;  // facets that may have points, some twice
-    Array<std::uint32_t> next_;           // the point that hangs behind each
-    std::vector<std::uint32_t> disc_, fan_, seen_;
+    Array<Facet> facets_;
+    Array<std::uint32_t> free_;     // facets that are gone, to be used again
+    Array<std::uint32_t> waiting_;  // facets that may have points, some twice
+    Array<std::uint32_t> next_;     // the point that hangs behind each
+    Array<std::uint32_t> disc_, fan_, seen_;
     std::uint32_t mark_ = 0;
-    std::vector<RimEdge> rim_;
+    Array<RimEdge> rim_;
     Array<std::uint32_t> fan_at_;  // the facet of the last fan whose edge began at a vertex
 };
 
@@ -380,9 +380,9 @@ private:
 
 // The lower and the upper chain of the points in order.
 Array<std::uint32_t> convex_outline(std::span<const Point2d> points) {
-    std::vector<std::uint32_t> order(points.size());
+    Array<std::uint32_t> order(points.size());
     std::iota(order.begin(), order.end(), 0U);
-    std::sort(order.begin(), order.end(), [&](std::uint32_t i, std::uint32_t j) {
+    polled_sort(order.begin(), order.end(), [&](std::uint32_t i, std::uint32_t j) {
         const Point2d a = points[i];
         const Point2d b = points[j];
         if (a.x != b.x) return a.x < b.x;

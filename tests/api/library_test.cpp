@@ -421,9 +421,9 @@ TEST_F(Hosted, NoInputCrashesAnyFunction) {
                     ASSERT_NE(h.out.xyz, nullptr);
                 }
                 if (has_soup && !h.wants_nothing && !call.makes_voxels()) {
-                    const int most = call.remeshes()                    ? 1000
-                                     : call.subdivides() || call.cuts() ? 16
-                                                                        : 1;
+                    const unsigned most = call.remeshes()                    ? 1000U
+                                          : call.subdivides() || call.cuts() ? 16U
+                                                                             : 1U;
                     EXPECT_LE(h.out.count, most * h.count);
                 }
                 if (call.result == Result::Tables && !h.wants_nothing) {

@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdint>
 #include <string>
 #include <vector>
 
+#include "base/job_state.h"
 #include "helpers/memory_sink.h"
 #include "helpers/shapes.h"
 #include "io/zip_package.h"
@@ -257,6 +259,39 @@ TEST(ThreeMf, WhatIsDamagedOrABombIsAnErrorWithItsPlace) {
     MemorySink sink;
     ASSERT_TRUE(many.finish(sink, "part.3mf").ok());
     EXPECT_THAT(read(sink.bytes).status.text(), HasSubstr("holds 10001 files"));
+}
+
+// libzip keeps the whole package until it is written, with memory of its own.
+TEST(ThreeMf, ACallIsChargedForThePackageThatWaits) {
+    struct LookingSink final : ByteSink {
+        explicit LookingSink(const JobState& call) : job(call) {}
+        Status write(std::span<const char> piece) override {
+            bytes += static_cast<std::int64_t>(piece.size());
+            held = std::max(held, job.held_bytes());
+            return {};
+        }
+        Status commit() override { return {}; }
+        const JobState& job;
+        std::int64_t bytes = 0;
+        std::int64_t held = 0;
+    };
+    shapes::Random random(9);
+    JobSettings settings;
+    settings.has_own_workers = false;
+    JobState job(settings);
+    {
+        const JobScope scope(&job);
+        LookingSink sink(job);
+        PackageWriter writer;
+        writer.add("3D/3dmodel.model", 1, [&](std::size_t, Array<char>& text) {
+            text.resize(1 << 20);
+            for (char& c : text) c = static_cast<char>(random.next());
+        });
+        ASSERT_TRUE(writer.finish(sink, "part.3mf").ok());
+        EXPECT_GT(sink.bytes, 1 << 20);
+        EXPECT_GE(sink.held, 1 << 20);
+    }
+    EXPECT_EQ(job.held_bytes(), 0);
 }
 
 // Models are packed in parts that go to several threads.

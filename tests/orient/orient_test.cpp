@@ -198,7 +198,7 @@ TEST(Poses, AreStoodUpWithoutBendingOrMirroring) {
             EXPECT_NEAR(length(q), length(p), 1e-5);
             EXPECT_NEAR(q.z, dot(p, up), 1e-5);
             if (std::max({std::abs(up.x), std::abs(up.y), std::abs(up.z)}) > 1 - 1e-12) {
-                EXPECT_EQ(q, Vec3d(std::round(q.x), std::round(q.y), std::round(q.z)));
+                EXPECT_EQ(q, (Vec3d{std::round(q.x), std::round(q.y), std::round(q.z)}));
             }
         }
     }
@@ -270,7 +270,7 @@ TEST(Orientation, AnswersBadInput) {
     EXPECT_FALSE(search(shapes::box({0, 0, 0}, {1e-36F, 1e-36F, 1})).best.empty()) << "a thread";
     // A sound model beside triangles without area that reach far out.
     const SoupVector far = {-3e38F, -3e38F, -1, -3e38F, -3e38F, 0, -3e38F, -3e38F, 7};
-    EXPECT_EQ(best_up(together({tee(), far})), Vec3d(0, 0, -1));
+    EXPECT_EQ(best_up(together({tee(), far})), (Vec3d{0, 0, -1}));
     shapes::Random random(5);
     SoupVector noise(9 * 300);
     for (float& x : noise) x = static_cast<float>(random.unit());
