@@ -53,8 +53,9 @@ private:
         const double longest = std::max({length(u), length(v), length(u - v)});
         const double steps =
             std::clamp(std::ceil(longest / (2 * field_.grid().cell)), 1.0, kMostSteps);
-        for (double i = 0; i <= steps; ++i) {
-            for (double j = 0; i + j <= steps; ++j) {
+        const auto count = static_cast<int>(steps);
+        for (int i = 0; i <= count; ++i) {
+            for (int j = 0; i + j <= count; ++j) {
                 if (is_in_air(a + u * (i / steps) + v * (j / steps))) return true;
             }
         }
