@@ -151,6 +151,14 @@ TEST_F(Voxels, HollowCutsDrainsOrSaysWhyNot) {
         EXPECT_FALSE(std::filesystem::exists(path("out.stl")));
     }
     EXPECT_EQ(run(with({"--drain", "10,10,0,1", "--cavity-only"})).status, 2);
+    // Below a place near the edge there is wall only; one that does is told.
+    const std::string wrong = run(with({"--drain", "2,10,0,0.5"})).err;
+    const std::string cure = "take one over the cavity, such as one near (";
+    ASSERT_THAT(wrong, HasSubstr(cure));
+    std::string place = wrong.substr(wrong.find(cure) + cure.size());
+    place.resize(place.find(')'));
+    std::erase(place, ' ');
+    EXPECT_EQ(run(with({"--drain", place + ",0.5"})).status, 0);
     const json drained = done(with({"--drain", "10,10,0,1", "--drain", "0,10,10,2"}));
     EXPECT_EQ(drained["drains"], 2);
     const double taken = double{plain["after"]["volume"]} - double{drained["after"]["volume"]};
