@@ -143,11 +143,12 @@ void check(const Arguments& arguments, Progress progress, CheckOutcome& outcome)
     try {
         const job::BalanceJob job = job_of(arguments);
         const Status status = job::balance(model.mesh, job, progress, outcome.done);
-        const std::vector<std::string>& warnings = outcome.done.warnings;
-        outcome.warnings.insert(outcome.warnings.end(), warnings.begin(), warnings.end());
+        for (const auto* lines : {&outcome.done.warnings, &outcome.done.doubts}) {
+            outcome.warnings.insert(outcome.warnings.end(), lines->begin(), lines->end());
+        }
         if (!status.ok()) return outcome.fail(Flawed, source + ": " + status.text());
         const Standing& before = outcome.done.report.before;
-        if (before.tilt < job.firm) outcome.status = Flawed;
+        if (before.tilt < job.firm || !outcome.done.doubts.empty()) outcome.status = Flawed;
         const std::string picture =
             draw(arguments, {&model.mesh, outcome.done.report.base, before}, nullptr);
         if (!picture.empty()) outcome.fail(CannotWrite, picture);

@@ -108,8 +108,9 @@ std::string help_text(const OperationSpec& operation) {
     append_list(text, "Options", option_entries(operation.options));
     entries.clear();
     for (const auto& [status, meaning] : exit_statuses()) {
-        if (std::find(operation.statuses.begin(), operation.statuses.end(), status) !=
-            operation.statuses.end()) {
+        // Every operation takes --memory.
+        if (status == OverLimit || std::find(operation.statuses.begin(), operation.statuses.end(),
+                                             status) != operation.statuses.end()) {
             entries.emplace_back(std::to_string(status), meaning);
         }
     }

@@ -6,12 +6,14 @@
 
 #include "cli/commands.h"
 #include "cli/shared_options.h"
+#include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {
 
-std::string whole(double number) {
-    return std::to_string(static_cast<long long>(number));
+std::string bound(double number) {
+    return number == std::floor(number) ? std::to_string(static_cast<long long>(number))
+                                        : human_number(number);
 }
 
 bool has_range(const OptionSpec& option) {
@@ -20,8 +22,8 @@ bool has_range(const OptionSpec& option) {
 
 // "16 to 8192", "at least 0".
 std::string range(const OptionSpec& option) {
-    if (option.high == kNoLimit) return "at least " + whole(option.low);
-    return whole(option.low) + " to " + whole(option.high);
+    if (option.high == kNoLimit) return "at least " + bound(option.low);
+    return bound(option.low) + " to " + bound(option.high);
 }
 
 std::string join(std::span<const std::string_view> words, std::string_view between) {
@@ -109,7 +111,7 @@ std::string value_error(const OptionSpec& option, const std::string& value) {
         const PixelSize size = parse_pixel_size(value);
         if (!in_range(size.width) || !in_range(size.height)) {
             return "'" + value + "' is not " + std::string(option.placeholder) + " with " +
-                   whole(option.low) + " to " + whole(option.high) + " " +
+                   bound(option.low) + " to " + bound(option.high) + " " +
                    std::string(option.unit) + " each";
         }
     }

@@ -14,6 +14,9 @@
 namespace povmesh::cli {
 namespace {
 
+// Remeshing keeps within a third of the length where it can.
+constexpr double kMostOff = 1.0 / 3;
+
 std::string near_text(const RemeshReport& done) {
     const auto percent = [](double share) {
         return human_number(std::round(share * 1000) / 10) + " %";
@@ -69,6 +72,12 @@ ChangeReport change(TriMesh& mesh, double edge_length, Progress progress) {
     report.json_after = quality_json(after);
     tell(done.report, edge_length, report);
     add_distance(done.source, mesh, report);
+    const double off = report.json["distance"]["greatest"];
+    if (off > kMostOff * edge_length) {
+        report.warnings.push_back("the surface is off by up to " + human_number(off) +
+                                  ": what bends within an edge's length, such as rounded edges, "
+                                  "comes out rough; take a shorter --edge");
+    }
     return report;
 }
 

@@ -133,7 +133,7 @@ OperationSpec render_operation() {
         .name = "render",
         .summary = "Draw a picture of a model",
         .description = "Draws the models together in parallel projection and writes a PNG file.",
-        .positionals = {{"FILE", true, "STL files, binary or ASCII, and OBJ files"}},
+        .positionals = {{"FILE", true, "STL, OBJ, PLY and 3MF files"}},
         .options = {output("PNG", "File to write; its name ends in .png"),
                     {.name = "--size",
                      .type = ValueType::PixelSize,

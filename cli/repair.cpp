@@ -15,6 +15,7 @@
 #include "field/make_solid.h"
 #include "job/numbers.h"
 #include "job/repair.h"
+#include "mesh/copy_mesh.h"
 
 namespace povmesh::cli {
 namespace {
@@ -49,12 +50,23 @@ void repair_file(const Arguments& arguments, Progress progress, RepairOutcome& o
         outcome.triangles_before = model.triangles;
         job::RepairJob options{.outward = arguments.has("--outward")};
         if (arguments.has("--drop-tiny")) options.drop_tiny = arguments.number("--drop-tiny");
+        const bool is_solid = arguments.has("--solid");
+        TriMesh source;
+        if (is_solid) source = copy_mesh(model.mesh);
         const Status status = job::repair(model, options, progress, outcome.done);
-        const std::vector<std::string>& gone = outcome.done.warnings;
-        outcome.lost.insert(outcome.lost.end(), gone.begin(), gone.end());
-        if (status.ok()) {
-            return arguments.has("--solid") ? solidify(model.mesh, outcome) : std::string();
+        const bool is_plain = !options.outward && options.drop_tiny == 0;
+        if (is_solid && is_plain && !outcome.done.doubts.empty()) {
+            // Walls would be missing that wrapping makes thick.
+            model.mesh = std::move(source);
+            outcome.done.mending = {};
+            outcome.done.mending.report.were_holes_tried = true;
+            outcome.done.doubts.clear();
+            return solidify(model.mesh, outcome);
         }
+        for (const auto* gone : {&outcome.done.warnings, &outcome.done.doubts}) {
+            outcome.lost.insert(outcome.lost.end(), gone->begin(), gone->end());
+        }
+        if (status.ok()) return is_solid ? solidify(model.mesh, outcome) : std::string();
         if (outcome.done.mending.report.dropped_shells == 0) return status.text();
         return "every shell is smaller than --drop-tiny " + arguments.text("--drop-tiny") +
                "; nothing is written; give a smaller volume";
@@ -65,7 +77,8 @@ void repair_file(const Arguments& arguments, Progress progress, RepairOutcome& o
         const std::optional<Findings>& known = outcome.done.mending.after;
         const bool is_known = known && !known->has_labels && known->has_self_intersection_count;
         outcome.after = is_known ? *known : job::examine_objects(back, progress);
-        outcome.status = outcome.after.has_flaws() ? Flawed : Clean;
+        const bool is_fine = !outcome.after.has_flaws() && outcome.done.doubts.empty();
+        outcome.status = is_fine ? Clean : Flawed;
     };
     rewrite_model(arguments, progress, {change, inspect}, outcome);
 }
@@ -86,11 +99,17 @@ std::string table(const std::string& source, const std::string& target,
                                          ", at a tolerance of " +
                                          human_number(outcome.solid->wrap.tolerance));
     }
+    if (const double sheets = outcome.solid ? outcome.solid->wrap.label.sheet_area : 0;
+        sheets > 0) {
+        done.emplace_back("made thick", "sheets of about " + human_number(sheets) + " squared");
+    }
     if (done.empty()) done.emplace_back("done", "nothing: no flaw was found that repair mends");
     done.emplace_back("verified",
                       "read back, " + counted(outcome.triangles_after, "triangle") + " as written");
     const std::string left = verdict(outcome.after);
-    done.emplace_back("verdict", left.starts_with("flaws") ? "left over: " + left.substr(7) : left);
+    std::string text = left.starts_with("flaws") ? "left over: " + left.substr(7) : left;
+    if (!outcome.done.doubts.empty()) text += "; walls of the model are gone";
+    done.emplace_back("verdict", text);
     return on_one_line(source) + " -> " + on_one_line(target) + "\n" +
            side_by_side(column("before", outcome.triangles_before, outcome.done.before),
                         column("after", outcome.triangles_after, outcome.after)) +

@@ -401,7 +401,7 @@ OperationSpec run_operation() {
                      .help = "Give up, and write nothing, when it takes longer; 0 is for ever"},
                     {.name = "--json",
                      .help = "Print one JSON object with the report of each step"}},
-        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite, OverLimit},
+        .statuses = {Clean, Flawed, Usage, CannotRead, CannotWrite},
         .run = run_recipe,
     };
 }

@@ -99,6 +99,7 @@ picture::Image picture_of(const TriMesh& mesh) {
     picture::Model model;
     model.mesh = &mesh;
     model.use_face_colours = true;
+    model.colours_inside = true;
     picture::RenderOptions options;
     options.width = kPictureWidth;
     options.height = kPictureHeight;

@@ -243,10 +243,6 @@ ChangeReport add_supports(TriMesh& mesh, const Arguments& arguments, Progress pr
 
 // What is wrong with the options; empty when nothing is.
 std::string usage_error(const Arguments& arguments) {
-    if (arguments.number("--spacing") < kLeastSpacing) {
-        return "support: --spacing takes 0.5 or more; columns are 0.4 apart, so that nothing would "
-               "be left of them";
-    }
     if (!(arguments.number("--layer-height") > 0)) {
         return "support: --layer-height takes a number above 0";
     }
@@ -295,9 +291,10 @@ OperationSpec support_operation() {
                      .placeholder = "DISTANCE",
                      .unit = "units of the file",
                      .default_value = "3",
-                     .low = 0,
+                     .low = kLeastSpacing,
                      .high = 10000,
-                     .help = "From column to column along x and y"},
+                     .help = "From column to column along x and y; columns are 0.4 apart, so that "
+                             "a model in metres or inches has to be scaled first"},
                     {.name = "--angle",
                      .type = ValueType::Number,
                      .placeholder = "DEGREES",

@@ -51,6 +51,7 @@ picture::Image picture_of(const TriMesh& painted, std::uint32_t width) {
     picture::Model model;
     model.mesh = &painted;
     model.use_face_colours = true;
+    model.colours_inside = true;
     picture::RenderOptions options;
     options.width = width;
     options.height = kPictureHeight;

@@ -92,7 +92,8 @@ Status offset(TriMesh& mesh, double distance, const OffsetOptions& options, RunC
     LabelOptions labels;
     labels.closes_holes = true;
     labels.gap_of_open = 4 * grid.cell;
-    const std::unique_ptr<DistanceField> solid = solid_field(faces, grid, labels, report.label);
+    const std::unique_ptr<DistanceField> solid =
+        solid_field(faces, grid, labels, distance > 0, report.label);
     const DistanceField& field = *solid;
     run.progress.set(40);
     std::unique_ptr<SharpDistance> sharp;

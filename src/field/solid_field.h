@@ -14,8 +14,11 @@ namespace povmesh {
 /// surface around the solid nodes, which is closed and follows the faces themselves.
 ///
 /// @param grid  reaches around the mesh; the field refers to none of the arguments
-/// @param report  of the mesh as it was
+/// @param keeps_sheets  faces that the surface leaves out since they enclose less than a cell, such
+///              as sheets and thin wires, count for distances, too: for who measures outward
+/// @param report  of the mesh as it was; with the sheets that are kept
 std::unique_ptr<DistanceField> solid_field(const TriMesh& mesh, const FieldGrid& grid,
-                                           const LabelOptions& options, LabelReport& report);
+                                           const LabelOptions& options, bool keeps_sheets,
+                                           LabelReport& report);
 
 }  // namespace povmesh

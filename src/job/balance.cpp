@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/timer.h"
+#include "job/cavity.h"
 #include "job/measures.h"
 #include "job/new_faults.h"
 #include "job/numbers.h"
@@ -138,6 +139,7 @@ Status balance(TriMesh& mesh, const BalanceJob& job, Progress progress, BalanceD
     ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent / 4); };
     RunContext run{Progress(nullptr, &scaled), log};
     done.warnings = warnings_of(mesh);
+    doubt_windings(mesh, done);
     TriMesh before;
     if (job.only_measures) {
         done.report = preview_balance(mesh, thickness, run, options);
@@ -155,6 +157,12 @@ Status balance(TriMesh& mesh, const BalanceJob& job, Progress progress, BalanceD
     if (job.only_measures) return {};
     if (done.report.status == BalanceStatus::Falls) {
         done.falls = falls_text(mesh, job.thickness, done.report, options);
+        if (!is_closed(mesh) || !done.doubts.empty()) {
+            done.falls =
+                "the model is open or its faces are turned, so that where it falls is a "
+                "guess; repair it first; as it is, " +
+                done.falls;
+        }
         return {};
     }
     if (done.report.status == BalanceStatus::Carved) {

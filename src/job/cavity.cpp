@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "design/wall_gauge.h"
+#include "job/findings.h"
 #include "job/numbers.h"
 #include "mesh/append_mesh.h"
 #include "mesh/bounds.h"
@@ -35,6 +36,31 @@ bool has_holes(TriMesh& model) {
         }
     }
     return false;
+}
+
+void doubt_windings(const TriMesh& model, Remarks& remarks) {
+    const EdgeMates mates = EdgeMates::without_uses(model);
+    std::size_t turned = 0;
+    Vec3f place;
+    for (std::size_t f = 0; f < model.faces.size(); ++f) {
+        if (model.faces[f].deleted != 0) continue;
+        for (std::size_t edge = 0; edge < 3; ++edge) {
+            const bool is_turned = mates.kind(f, edge) == EdgeMates::Kind::Manifold &&
+                                   mates.is_same_direction(f, edge) && f < mates.mate(f, edge);
+            if (is_turned && turned++ == 0) place = model.corner_position(model.faces[f], edge);
+        }
+    }
+    if (turned == 0) return;
+    remarks.doubts.push_back("faces of the model are wound against each other at " +
+                             counted(turned, "edge") + ", one " + place_text(place) +
+                             ", so that its volume is not to be trusted; 'povmesh repair' turns "
+                             "them over");
+}
+
+void warn_of_windings(const TriMesh& model, Remarks& remarks) {
+    Remarks found;
+    doubt_windings(model, found);
+    remarks.warnings.insert(remarks.warnings.end(), found.doubts.begin(), found.doubts.end());
 }
 
 std::string cure_of(TriMesh& model, double cube, const std::string& otherwise) {

@@ -1,10 +1,12 @@
 #include "job/cut.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 
 #include "base/poll.h"
+#include "job/cavity.h"
 #include "job/findings.h"
 #include "job/measures.h"
 #include "job/numbers.h"
@@ -50,6 +52,16 @@ CutOptions options_of(const CutJob& job, const TriMesh& mesh) {
     return options;
 }
 
+// The other end of a needle may lie anywhere.
+Vec3f nearest_corner(const TriMesh& mesh, const Face& face, const PlaneFrame& frame) {
+    const std::array<Vec3f, 3> corners = {mesh.corner_position(face, 0),
+                                          mesh.corner_position(face, 1),
+                                          mesh.corner_position(face, 2)};
+    return *std::min_element(corners.begin(), corners.end(), [&](Vec3f a, Vec3f b) {
+        return std::abs(frame.distance(to_double(a))) < std::abs(frame.distance(to_double(b)));
+    });
+}
+
 // Faces that a cut makes all come nearer to the plane than vertices count as lying on it, or than
 // coordinates are rounded.
 Blemishes blemishes_at(const TriMesh& mesh, const PlaneFrame& frame) {
@@ -75,7 +87,7 @@ Blemishes blemishes_at(const TriMesh& mesh, const PlaneFrame& frame) {
         // Those that were there before have no corner on the plane, or count before, too.
         const bool has_corner = std::abs(low) <= reach || std::abs(high) <= reach;
         if (!has_corner || !is_degenerate(mesh, face)) continue;
-        if (found.needles++ == 0) found.needle = mesh.corner_position(face, 0);
+        if (found.needles++ == 0) found.needle = nearest_corner(mesh, face, frame);
     }
     near.vertices = mesh.vertices;
     const SelfIntersections crossings = find_self_intersections(near, 1);
@@ -107,6 +119,10 @@ void look_at_cut(const Blemishes& before, const std::vector<TriMesh>& parts,
 Status cut(TriMesh& mesh, const CutJob& job, Progress progress, CutDone& done) {
     const CutOptions options = options_of(job, mesh);
     done.must_be_closed = encloses(mesh) && options.operation != CutOperation::Cut;
+    if (!done.must_be_closed && options.operation == CutOperation::CutAndCap) {
+        done.warnings.emplace_back(kOpenCut);
+    }
+    warn_of_windings(mesh, done);
     const std::optional<PlaneFrame> frame = PlaneFrame::make(options.plane);
     const Blemishes before = frame ? blemishes_at(mesh, *frame) : Blemishes{};
     RunLog log;
@@ -137,7 +153,8 @@ std::string open_text(const std::string& source) {
 std::string crossing_text(const Blemishes& blemishes, const std::string& source) {
     return counted(blemishes.crossings, "pair") + " of triangles at the cut cross, the first " +
            place_text(blemishes.crossing) + ", where those of " + source +
-           " do not: shells of one winding that lie inside one another are closed each by itself";
+           " do not: shells of one winding that lie inside one another are closed each by itself; "
+           "'povmesh wrap' joins them first";
 }
 
 }  // namespace povmesh::job

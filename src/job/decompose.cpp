@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "base/timer.h"
+#include "job/cavity.h"
 #include "job/findings.h"
 #include "job/measures.h"
 #include "job/numbers.h"
@@ -92,6 +93,8 @@ void check_seams(const TriMesh& model, const std::vector<TriMesh>& parts, double
 
 Status decompose(TriMesh& mesh, const DecomposeJob& job, Progress progress, DecomposeDone& done) {
     const bool was_closed = is_closed(mesh);
+    if (!was_closed) done.warnings.emplace_back(kOpenCut);
+    warn_of_windings(mesh, done);
     mesh.use_table.release();
     const TriMesh model = copy_mesh(mesh);
     const Timer timer;

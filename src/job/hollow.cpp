@@ -1,18 +1,23 @@
 #include "job/hollow.h"
 
 #include <cmath>
+#include <limits>
+#include <optional>
 #include <string>
 
 #include "base/timer.h"
 #include "design/hollow.h"
 #include "field/inner_wall.h"
 #include "job/cavity.h"
+#include "job/findings.h"
 #include "job/numbers.h"
 #include "job/solid_surface.h"
 #include "mesh/compact.h"
+#include "mesh/copy_mesh.h"
 #include "mesh/shells.h"
 #include "mesh/volume.h"
 #include "remesh/carry_attributes.h"
+#include "spatial/nearest_face.h"
 #include "spatial/self_intersection.h"
 #include "spatial/shell_nesting.h"
 
@@ -135,8 +140,49 @@ Status make_exact_cavity(TriMesh& mesh, double thickness, Progress progress, Tri
     return {};
 }
 
+// Of a shell the faces from one on, up to another.
+TriMesh faces_of(const TriMesh& shell, std::size_t from, std::size_t to) {
+    TriMesh part = copy_mesh(shell);
+    for (std::size_t f = 0; f < part.faces.size(); ++f) {
+        if (f < from || f >= to) part.faces[f].deleted = 1;
+    }
+    return part;
+}
+
+// A place near another one, though not as near as the radius, from which the cavity lies straight
+// below the surface.
+std::string place_over_cavity(const TriMesh& shell, std::size_t model_faces, Vec3d from,
+                              double radius) {
+    constexpr double kStraight = 0.99;
+    const TriMesh model = faces_of(shell, 0, model_faces);
+    const NearestFace surface(model);
+    std::optional<Vec3d> best;
+    double nearest = std::numeric_limits<double>::infinity();
+    for (std::size_t f = model_faces; f < shell.faces.size(); ++f) {
+        Vec3d below;
+        for (std::size_t c = 0; c < 3; ++c) {
+            below = below + to_double(shell.corner_position(shell.faces[f], c)) / 3.0;
+        }
+        if (length(below - from) >= nearest) continue;
+        const NearestPoint above = surface.find(below);
+        if (!above.is_found()) continue;
+        const double distance = length(above.point - from);
+        if (distance < radius || distance >= nearest) continue;
+        const Face& face = model.faces[above.face];
+        const Vec3d a = to_double(model.corner_position(face, 0));
+        const Vec3d normal = cross(to_double(model.corner_position(face, 1)) - a,
+                                   to_double(model.corner_position(face, 2)) - a);
+        const Vec3d up = above.point - below;
+        if (dot(up, normal) < kStraight * length(up) * length(normal)) continue;
+        nearest = distance;
+        best = above.point;
+    }
+    return best ? ", such as one " + place_text(*best) : std::string();
+}
+
 // Empty when there is a hole.
-std::string failure_of(const DrainReport& report, const std::string& name) {
+std::string failure_of(const DrainReport& report, const std::string& name, double radius,
+                       TriMesh& shell, std::size_t model_faces) {
     const std::string start = "no drain at " + name + ": ";
     switch (report.outcome) {
         case DrainOutcome::Done:
@@ -146,12 +192,18 @@ std::string failure_of(const DrainReport& report, const std::string& name) {
                    " away; the nearest point of it has x " + human_number(report.mouth.x) + ", y " +
                    human_number(report.mouth.y) + ", z " + human_number(report.mouth.z);
         case DrainOutcome::NoCavity:
-            return start + "the cavity does not lie below that place; take one over the cavity";
-        case DrainOutcome::Tangled:
-            return start + "no clean hole can be cut there; move it a little";
+            return start + "the cavity does not lie below that place; take one over the cavity" +
+                   place_over_cavity(shell, model_faces, report.mouth, radius);
         default:
-            return start + "the model is open there; repair it first";
+            break;
     }
+    Remarks windings;
+    doubt_windings(shell, windings);
+    if (report.outcome == DrainOutcome::NotSolid &&
+        (has_holes(shell) || !windings.doubts.empty())) {
+        return start + "the model is open there, or its faces are turned; repair it first";
+    }
+    return start + "no clean hole can be cut there; move it a little";
 }
 
 }  // namespace
@@ -168,10 +220,11 @@ Status cut_drains(TriMesh& mesh, std::size_t model_faces, double thickness,
                   const std::vector<Drain>& drains,
                   const std::function<std::string(std::size_t)>& name, DrainsDone& done) {
     done.cavities = sealed_cavities(mesh).count;
+    TriMesh shell = copy_mesh(mesh);
     const auto made = povmesh::cut_drains(mesh, model_faces, thickness, drains);
     std::string failure;
     for (std::size_t i = 0; i < made.size() && failure.empty(); ++i) {
-        failure = failure_of(made[i], name(i));
+        failure = failure_of(made[i], name(i), drains[i].radius, shell, model_faces);
     }
     compact(mesh);
     const SealedCavities sealed = sealed_cavities(mesh);
@@ -184,6 +237,7 @@ Status cut_drains(TriMesh& mesh, std::size_t model_faces, double thickness,
 
 Status hollow(TriMesh& mesh, const HollowJob& job, Progress progress, HollowDone& done) {
     const Timer timer;
+    doubt_windings(mesh, done);
     TriMesh cavity;
     const Status status = job.is_exact
                               ? make_exact_cavity(mesh, job.thickness, progress, cavity, done)

@@ -46,6 +46,7 @@ Status infill(TriMesh& mesh, const InfillJob& options, Progress progress, Infill
     done.seconds = timer.seconds();
     const std::string failure = failure_of(done.report, options.skin, mesh);
     if (!failure.empty()) return {StatusCode::Nothing, failure};
+    doubt_windings(mesh, done);
     done.saved_percent = done.report.cells_volume / model_volume * 100;
     done.smallest_skin = smallest_wall(mesh, cells);
     carry_colours(mesh, cells);

@@ -12,6 +12,7 @@
 #include "mesh/bounds.h"
 #include "mesh/compact.h"
 #include "mesh/copy_mesh.h"
+#include "repair/degenerate.h"
 
 namespace povmesh::job {
 namespace {
@@ -112,11 +113,23 @@ void tell_pieces(LampshadeDone& done) {
     }
 }
 
+std::size_t degenerate_faces(const TriMesh& mesh) {
+    return static_cast<std::size_t>(std::count_if(
+        mesh.faces.begin(), mesh.faces.end(),
+        [&](const Face& face) { return face.deleted == 0 && is_degenerate(mesh, face); }));
+}
+
 void check_faults(TriMesh& before, TriMesh& mesh, Remarks& remarks) {
     NewFaults faults = find_new_faults(before, mesh);
-    // Rims and inner walls have thin triangles: none is degenerate.
+    // Rims and inner walls have thin triangles: those matter that are degenerate.
     faults.slivers = {};
     add_faults(faults, 0, 0, 0, remarks);
+    const std::size_t known = degenerate_faces(before);
+    const std::size_t found = degenerate_faces(mesh);
+    if (found > known) {
+        remarks.warnings.push_back(counted(found - known, "degenerate face") +
+                                   " that the model did not have; 'povmesh revise' mends most");
+    }
 }
 
 }  // namespace
@@ -132,6 +145,7 @@ Status lampshade(TriMesh& mesh, const LampshadeJob& job, Progress progress, Lamp
     // The values of the operation itself go from 10 to 90.
     ProgressObserver scaled = [&](std::uint32_t percent) { progress.set(50 + percent / 4); };
     RunContext run{Progress(nullptr, &scaled), log};
+    doubt_windings(mesh, done);
     TriMesh before;
     if (job.preview) {
         done.report = preview_lampshade(mesh, thickness, run, done.contours, options);

@@ -184,8 +184,8 @@ std::string wall_warning(const RepairReport& report) {
     if (report.removed_walls == 0) return {};
     return "walls without thickness are taken out, of area " +
            human_number(report.removed_wall_area) + ", the first " + place_text(report.first_wall) +
-           ": faces back to back enclose nothing to print; give them a thickness where they are to "
-           "stay";
+           ": faces back to back enclose nothing to print; where they are to stay give them a "
+           "thickness, as 'povmesh wrap' does";
 }
 
 std::vector<std::string> suggestions(const TriMesh& mesh, const Findings& findings) {

@@ -26,7 +26,9 @@ std::string legend_of(const Findings& findings, const FlawFaces& faces) {
     add("teal dots:     ", findings.detected.degenerate, "degenerate face");
     if (findings[Flaw::OpenEdges].count != 0)
         text += "  blue faces:    the inside, seen through an opening\n";
-    return text.empty() ? "  no flaws to show\n" : text;
+    if (!text.empty()) return text;
+    return "  nothing to show: no inverted or degenerate face, no open or non-manifold edge; other "
+           "flaws, such as crossing faces, are not drawn: see 'povmesh check'\n";
 }
 
 void widen(Box3d& box, const Box3d& by) {

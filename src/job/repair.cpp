@@ -5,13 +5,18 @@
 #include <utility>
 
 #include "base/poll.h"
+#include "field/winding.h"
 #include "io/file.h"
 #include "job/numbers.h"
 #include "mesh/append_mesh.h"
 #include "mesh/compact.h"
+#include "mesh/volume.h"
 
 namespace povmesh::job {
 namespace {
+
+// The share of the surface from which on what is gone is missed.
+constexpr double kMissedShare = 0.001;
 
 RepairOptions options_of(const RepairJob& job) {
     RepairOptions options = tool_repair_options();
@@ -71,6 +76,7 @@ void add(RepairReport& sum, const RepairReport& more) {
     if (sum.removed_walls == 0) sum.first_wall = more.first_wall;
     sum.removed_walls += more.removed_walls;
     sum.removed_wall_area += more.removed_wall_area;
+    sum.walls.insert(sum.walls.end(), more.walls.begin(), more.walls.end());
     sum.slits.closed_slits += more.slits.closed_slits;
     sum.slits.split_faces += more.slits.split_faces;
     sum.slits.added_faces += more.slits.added_faces;
@@ -129,6 +135,20 @@ Findings nothing_yet() {
     return none;
 }
 
+// A side that two bodies share lies within them once it is gone; a fin, or a sheet by itself, does
+// not, and is missed.
+void tell_walls(const TriMesh& mesh, RepairDone& done) {
+    const RepairReport& report = done.mending.report;
+    if (report.walls.empty()) return;
+    const WindingNumbers winding(mesh);
+    double lost = 0;
+    for (const RepairReport::Wall& wall : report.walls) {
+        if (std::abs(winding.at(wall.middle)) < 0.5) lost += wall.area;
+    }
+    const bool is_missed = lost > kMissedShare * (surface_area(mesh) + lost);
+    (is_missed ? done.doubts : done.warnings).push_back(wall_warning(report));
+}
+
 Status nothing_left(const RepairReport& report, const RepairJob& options) {
     if (report.dropped_shells == 0) {
         return {StatusCode::Nothing,
@@ -147,8 +167,7 @@ Status repair(TriMesh& mesh, const RepairJob& options, Progress progress, Repair
     done.before = examine(mesh, {}, search);
     progress.set(60);
     done.mending = mend(mesh, options_of(options), done.before, search);
-    const std::string gone = wall_warning(done.mending.report);
-    if (!gone.empty()) done.warnings.push_back(gone);
+    tell_walls(mesh, done);
     if (live_face_count(mesh) != 0) return {};
     return nothing_left(done.mending.report, options);
 }
@@ -182,8 +201,7 @@ Status repair(LoadedModel& model, const RepairJob& options, Progress progress, R
         progress.set(50 + static_cast<std::uint32_t>(30 * (i + 1) / bodies.size()));
     }
     compact(model.mesh, TextureDigits::AllThatAreThere);
-    const std::string gone = wall_warning(done.mending.report);
-    if (!gone.empty()) done.warnings.push_back(gone);
+    tell_walls(model.mesh, done);
     if (live_face_count(model.mesh) != 0) return {};
     return nothing_left(done.mending.report, options);
 }

@@ -15,6 +15,8 @@ struct RepairJob {
     bool counts_crossings = true;
 };
 
+/// A doubt says so where parts of the model are gone, walls without thickness that lie outside of
+/// what is left.
 struct RepairDone : Remarks {
     Findings before;
     Mending mending;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "base/poll.h"
 #include "job/findings.h"
@@ -31,17 +32,30 @@ bool overlap(const Box3f& a, const Box3f& b) {
            b.low.y <= a.high.y && a.low.z <= b.high.z && b.low.z <= a.high.z;
 }
 
-std::size_t count_needles(const TriMesh& mesh, Vec3f& place) {
+}  // namespace
+
+// The place is the end of the first one that is at a seam.
+std::size_t SeamCheck::count_needles(const TriMesh& mesh, Vec3f& place) const {
     std::size_t count = 0;
     Poller poller;
     for (const Face& face : mesh.faces) {
         poller();
-        if (is_degenerate(mesh, face) && count++ == 0) place = mesh.corner_position(face, 0);
+        if (!is_degenerate(mesh, face) || count++ != 0) continue;
+        double nearest = std::numeric_limits<double>::infinity();
+        for (std::size_t c = 0; c < 3; ++c) {
+            const Vec3f corner = mesh.corner_position(face, c);
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                for (const double offset : offsets_[axis]) {
+                    const double distance = std::abs(axis_of(corner, axis) - offset);
+                    if (!(distance < nearest)) continue;
+                    nearest = distance;
+                    place = corner;
+                }
+            }
+        }
     }
     return count;
 }
-
-}  // namespace
 
 SeamCheck::SeamCheck(const TriMesh& model, const std::vector<DividingPlane>& planes, double reach)
     : reach_(reach) {
@@ -108,7 +122,7 @@ std::string SeamCheck::crossings() const {
     return counted(new_crossings_, "pair") + " of triangles at the cuts cross, the first " +
            place_text(crossing_) +
            ", where those of the model do not: shells of one winding that lie inside one another "
-           "are closed each by itself";
+           "are closed each by itself; 'povmesh wrap' joins them first";
 }
 
 std::string SeamCheck::needles() const {

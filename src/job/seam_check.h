@@ -27,6 +27,7 @@ public:
 
 private:
     TriMesh near_seams(const TriMesh& mesh) const;
+    std::size_t count_needles(const TriMesh& mesh, Vec3f& place) const;
 
     std::array<std::vector<double>, 3> offsets_;  // of the planes by axis, ascending
     double reach_;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/timer.h"
+#include "job/cavity.h"
 #include "job/numbers.h"
 
 namespace povmesh::job {
@@ -83,6 +84,7 @@ Status strength(TriMesh& mesh, const StrengthJob& job, Progress progress, Streng
     options.method = job.method;
     options.load = job.load.load;
     options.rules = StrengthRules::Person;
+    const bool is_open = job.method == StrengthMethod::FiniteElements && has_holes(mesh);
     done.report = colour_strength(mesh, options, run);
     progress.set(75);
     done.seconds = timer.seconds();
@@ -94,6 +96,11 @@ Status strength(TriMesh& mesh, const StrengthJob& job, Progress progress, Streng
                                          ": it finds no place, or acts on what is not held"};
     }
     done.doubts = doubts_of(done.report);
+    if (is_open) {
+        done.warnings.emplace_back(
+            "the model is open: a body with a hole wider than about four elements is analysed as "
+            "an empty sheet; 'povmesh repair' closes holes");
+    }
     done.places = weak_places(mesh, done.report);
     return {};
 }

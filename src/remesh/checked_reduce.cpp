@@ -43,6 +43,9 @@ constexpr std::size_t kKnownPairs = 1000000;
 // Progress when the last pass has been looked at.
 constexpr double kLookedAtPercent = 95;
 
+// A border that was divided anew may be longer by so much.
+constexpr double kSameLength = 1.001;
+
 // How far around a pair the first pass holds, as a share of the size of the two.
 constexpr double kFirstMargin = 0.125;
 
@@ -88,8 +91,12 @@ NewFault slivers_of(const TriMesh& mesh) {
     return found;
 }
 
+struct FaultyEdges : NewFault {
+    double length = 0;  // of all of them, each as often as a face holds it
+};
+
 struct EdgeFaults {
-    NewFault open, junctions;
+    FaultyEdges open, junctions;
 };
 
 EdgeFaults edge_faults_of(TriMesh& mesh) {
@@ -100,8 +107,11 @@ EdgeFaults edge_faults_of(TriMesh& mesh) {
         for (std::size_t c = 0; c < 3 && mesh.faces[f].deleted == 0; ++c) {
             const EdgeMates::Kind kind = mates.kind(f, c);
             if (kind == EdgeMates::Kind::Manifold) continue;
-            NewFault& fault = kind == EdgeMates::Kind::Open ? found.open : found.junctions;
-            if (fault.count++ == 0) fault.place = mesh.corner_position(mesh.faces[f], c);
+            FaultyEdges& edges = kind == EdgeMates::Kind::Open ? found.open : found.junctions;
+            const Vec3f from = mesh.corner_position(mesh.faces[f], c);
+            const Vec3f to = mesh.corner_position(mesh.faces[f], (c + 1) % 3);
+            edges.length += length(to_double(to) - to_double(from));
+            if (edges.count++ == 0) edges.place = from;
         }
     }
     found.junctions.count = mates.group_count();
@@ -112,6 +122,12 @@ EdgeFaults edge_faults_of(TriMesh& mesh) {
 NewFault beyond(const NewFault& after, const NewFault& before) {
     if (after.count <= before.count) return {};
     return {after.count - before.count, after.place};
+}
+
+// A border of shorter edges is no longer one.
+NewFault beyond(const FaultyEdges& after, const FaultyEdges& before) {
+    if (after.length <= kSameLength * before.length) return {};
+    return beyond(static_cast<const NewFault&>(after), before);
 }
 
 // Around where a mesh crosses itself.

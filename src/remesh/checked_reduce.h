@@ -19,8 +19,8 @@ struct NewFault {
 struct NewFaults {
     NewFault crossings;   // pairs of faces, away from where the model crosses itself
     NewFault slivers;     // faces with an angle below 0.06 degrees, more than there were
-    NewFault open_edges;  // more than there were
-    NewFault junctions;   // edges of more than two faces, more than there were
+    NewFault open_edges;  // more than there were, and longer in all
+    NewFault junctions;   // edges of more than two faces; the same
 };
 
 /// Compares a mesh with what it was made of. Uses of both are built.

@@ -140,7 +140,13 @@ private:
     void note_walls(std::span<const std::uint32_t> walls) {
         report_.removed_walls = walls.size();
         for (const std::uint32_t face : walls) {
-            report_.removed_wall_area += face_area(mesh_, mesh_.faces[face]);
+            const double area = face_area(mesh_, mesh_.faces[face]);
+            report_.removed_wall_area += area;
+            Vec3d sum;
+            for (std::size_t c = 0; c < 3; ++c) {
+                sum = sum + to_double(mesh_.corner_position(mesh_.faces[face], c));
+            }
+            report_.walls.push_back({sum / 3.0, area});
         }
         if (!walls.empty()) {
             report_.first_wall = mesh_.corner_position(mesh_.faces[walls.front()], 0);

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "base/array.h"
 #include "base/vec.h"
@@ -51,6 +52,11 @@ struct RepairReport {
     std::size_t removed_walls = 0;  // places where all faces on one another went
     double removed_wall_area = 0;   // one side of them
     Vec3f first_wall;               // a corner of the first
+    struct Wall {
+        Vec3d middle;
+        double area = 0;
+    };
+    std::vector<Wall> walls;  // all of them
     SlitReport slits;
     bool were_holes_tried = false;  // false when a face has a label of 0 or more
     HoleReport holes;

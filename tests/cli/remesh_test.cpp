@@ -175,6 +175,18 @@ TEST_F(Remesh, CoarseTrianglesDoNotPierceAThinWall) {
     EXPECT_EQ(run({"check", "coarse.stl"}).status, run({"check", "ball.stl"}).status);
 }
 
+TEST_F(Remesh, EdgesRoundedWithinALengthAreToldToComeOutRough) {
+    shapes::SoupVector rounded = shapes::sphere(1, 4);
+    for (float& coordinate : rounded) {
+        coordinate += coordinate > 0 ? 8.0F : coordinate < 0 ? -8.0F : 0.0F;
+    }
+    write_stl_file("rounded.stl", rounded);
+    const json rough = done({"remesh", "rounded.stl", "-o", "out.stl", "--edge", "3"});
+    EXPECT_THAT(rough["warnings"].dump(), HasSubstr("comes out rough"));
+    const json fine = done({"remesh", "rounded.stl", "-o", "out.stl", "--edge", "0.8"});
+    EXPECT_EQ(fine["warnings"].dump(), "[]");
+}
+
 TEST_F(Remesh, WhatCrossesIsNotPassedOffAsGood) {
     // Smoothing pulls the sides of a box through the ball inside.
     shapes::SoupVector nested = shapes::box({0, 0, 0}, {10, 10, 10});

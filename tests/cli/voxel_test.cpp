@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -67,6 +68,21 @@ TEST_F(Voxels, HollowSaysWhenNothingIsLeftAndWritesNothing) {
     }
     EXPECT_EQ(run({"hollow", "thin.stl", "-o", "out.stl", "--thickness", "-1"}).status, 2);
     EXPECT_EQ(run({"hollow", "thin.stl", "-o", "out.stl"}).status, 2);
+}
+
+TEST_F(Voxels, VolumesOfFacesTurnedAtRandomAreNotTrusted) {
+    shapes::SoupVector soup = shapes::box({0, 0, 0}, {20, 20, 20});
+    std::swap_ranges(soup.begin() + 9, soup.begin() + 12, soup.begin() + 12);
+    write_stl_file("turned.stl", soup);
+    for (std::vector<std::string> command : {std::vector<std::string>{"hollow", "--thickness", "3"},
+                                             {"infill", "--skin", "2", "--density", "0.3"},
+                                             {"lampshade", "--thickness", "2"},
+                                             {"balance", "--thickness", "3"}}) {
+        command.insert(command.end(), {"turned.stl", "-o", "out.stl"});
+        EXPECT_THAT(done(command, 1)["warnings"].dump(), HasSubstr("'povmesh repair' turns"))
+            << command[0];
+    }
+    done({"balance", "--check", "turned.stl"}, 1);
 }
 
 TEST_F(Voxels, MessagesNameTheWrongCure) {
@@ -135,6 +151,14 @@ TEST_F(Voxels, HollowCutsDrainsOrSaysWhyNot) {
         EXPECT_FALSE(std::filesystem::exists(path("out.stl")));
     }
     EXPECT_EQ(run(with({"--drain", "10,10,0,1", "--cavity-only"})).status, 2);
+    // Below a place near the edge there is wall only; one that does is told.
+    const std::string wrong = run(with({"--drain", "2,10,0,0.5"})).err;
+    const std::string cure = "take one over the cavity, such as one near (";
+    ASSERT_THAT(wrong, HasSubstr(cure));
+    std::string place = wrong.substr(wrong.find(cure) + cure.size());
+    place.resize(place.find(')'));
+    std::erase(place, ' ');
+    EXPECT_EQ(run(with({"--drain", place + ",0.5"})).status, 0);
     const json drained = done(with({"--drain", "10,10,0,1", "--drain", "0,10,10,2"}));
     EXPECT_EQ(drained["drains"], 2);
     const double taken = double{plain["after"]["volume"]} - double{drained["after"]["volume"]};

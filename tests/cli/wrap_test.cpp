@@ -87,6 +87,27 @@ TEST_F(Wraps, SolidRepairWrapsOnlyTheFlawedBodies) {
     EXPECT_NEAR(checked("out.stl")["volume"], 16000, 30);
 }
 
+// A fin of a face and its back on a cube is no side that two bodies share.
+TEST_F(Wraps, PartsWithoutThicknessAreNotLostWithStatus0) {
+    SoupVector model = shapes::box({0, 0, 0}, {20, 20, 20});
+    SoupVector fin = {0, 0, 20, 20, 20, 20, 20, 20, 40};
+    shapes::append(model, fin);
+    shapes::append(model, shapes::turned(fin));
+    write_stl_file("fin.stl", model);
+    const json bare = done({"repair", "fin.stl", "-o", "out.stl"}, 1);
+    EXPECT_THAT(bare["warnings"].dump(), HasSubstr("povmesh wrap"));
+    done({"repair", "--solid", "fin.stl", "-o", "out.stl"});
+    EXPECT_NEAR(checked("out.stl")["size"][2], 40, 0.5);
+    SoupVector touching = shapes::box({0, 0, 0}, {20, 20, 20});
+    shapes::append(touching, shapes::box({20, 0, 0}, {40, 20, 20}));
+    write_stl_file("touching.stl", touching);
+    done({"repair", "touching.stl", "-o", "out.stl"});
+    // Growing keeps it, too, though the cells are too coarse for the solid of the flawed model.
+    const json grown =
+        done({"offset", "fin.stl", "-o", "out.stl", "--distance", "2", "--cell", "0.5"});
+    EXPECT_NEAR(grown["after"]["size"][2], 44, 0.1);
+}
+
 TEST_F(Wraps, WrongNumbersAreRefused) {
     for (const char* tolerance : {"0", "-1", "nan", "1e999"}) {
         EXPECT_EQ(run({"wrap", "crossing.stl", "-o", "o.stl", "--tolerance", tolerance}).status, 2);

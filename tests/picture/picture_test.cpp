@@ -192,6 +192,11 @@ TEST(Render, EachViewShowsItsSideTheRightWayUp) {
     EXPECT_EQ(hue(iso.at(50, 30)), 'b');
     EXPECT_EQ(hue(iso.at(35, 60)), 'g');
     EXPECT_EQ(hue(iso.at(65, 60)), 'r');
+    // Colours that tell a value do so on the faces of a model that is inside out, too.
+    for (Face& face : mesh.faces) std::swap(face.vertex[1], face.vertex[2]);
+    EXPECT_NE(hue(render(scene, options_for(View::Iso)).at(65, 60)), 'r');
+    scene[0].colours_inside = true;
+    EXPECT_EQ(hue(render(scene, options_for(View::Iso)).at(65, 60)), 'r');
 }
 
 TEST(Render, FlawsShowInTheirColours) {

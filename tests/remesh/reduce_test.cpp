@@ -28,6 +28,7 @@
 #include "remesh/parallel_reduce.h"
 #include "remesh/quadric.h"
 #include "remesh/reduction_target.h"
+#include "remesh/subdivide.h"
 #include "spatial/self_intersection.h"
 #include "spatial/surface_distance.h"
 
@@ -670,6 +671,10 @@ TEST(ReduceChecked, FindsWhatAResultHasAndItsModelHadNot) {
     EXPECT_EQ(faults.crossings.count, find_self_intersections(after, 0).count);
     EXPECT_GT(faults.crossings.count, 0U);
     EXPECT_EQ(find_new_faults(after, after).crossings.count, 0U);
+    // A border of shorter edges is the same border.
+    TriMesh fine = after;
+    subdivide(fine, SubdivideMode::Uniform);
+    EXPECT_EQ(find_new_faults(after, fine).open_edges.count, 0U);
 }
 
 TEST(ReduceParallel, IsTheSameForAnyNumberOfThreads) {

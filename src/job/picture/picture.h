@@ -87,6 +87,7 @@ struct Model {
     Colour colour = palette::kMaterial;
     Colour inside = palette::kInside;
     bool use_face_colours = false;  // the mean of each face's corner colours instead of `colour`
+    bool colours_inside = false;    // and of `inside`: of faces that tell a value by their colour
     Overlay overlay;
 };
 

@@ -161,7 +161,7 @@ std::uint32_t mean_colour(const Face& face) {
 std::uint32_t surface_colour(const Drawing& drawing, std::size_t face, bool is_inside) {
     if (!drawing.marks.empty() && drawing.marks[face] != kNoMark) return drawing.marks[face];
     const Model& model = *drawing.model;
-    if (is_inside) return kUnmarked | word_of(model.inside);
+    if (is_inside && !model.colours_inside) return kUnmarked | word_of(model.inside);
     if (model.use_face_colours) return kUnmarked | mean_colour(model.mesh->faces[face]);
     return kUnmarked | word_of(model.colour);
 }
