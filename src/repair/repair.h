@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "base/array.h"
 #include "base/vec.h"
@@ -56,7 +55,7 @@ struct RepairReport {
         Vec3d middle;
         double area = 0;
     };
-    std::vector<Wall> walls;  // all of them
+    Array<Wall> walls;  // all of them
     SlitReport slits;
     bool were_holes_tried = false;  // false when a face has a label of 0 or more
     HoleReport holes;

@@ -16,6 +16,11 @@
 namespace povmesh {
 namespace {
 
+// Our words are UTF-8; narrow ones would be in the system's code page.
+std::filesystem::path in_utf8(const std::string& text) {
+    return {std::u8string(text.begin(), text.end())};
+}
+
 #if defined(_WIN32)
 // As the runtime of the tool takes it apart: a backslash is one unless a quotation mark follows.
 std::string quoted(const std::string& word) {
@@ -31,14 +36,13 @@ std::string quoted(const std::string& word) {
     return text;
 }
 
-// The shell takes off the outermost quotation marks, and knows devices by other names. Our words
-// are UTF-8; a narrow command would be in the system's code page.
+// The shell takes off the outermost quotation marks, and knows devices by other names.
 int run_command(const std::string& folder, std::string command) {
     for (std::size_t at = 0; (at = command.find("/dev/null")) != std::string::npos;) {
         command.replace(at, std::size("/dev/null") - 1, "NUL");
     }
     const std::string line = "\"cd /d " + quoted(folder) + " && " + command + "\"";
-    return _wsystem(std::filesystem::path(std::u8string(line.begin(), line.end())).c_str());
+    return _wsystem(in_utf8(line).c_str());
 }
 #else
 std::string quoted(const std::string& word) {
@@ -84,11 +88,11 @@ ToolResult ToolTest::run(const std::vector<std::string>& arguments, const std::s
 }
 
 void ToolTest::write(std::string_view name, std::string_view content) const {
-    std::ofstream(path(name), std::ios::binary) << content;
+    std::ofstream(in_utf8(path(name)), std::ios::binary) << content;
 }
 
 std::string ToolTest::read(std::string_view name) const {
-    std::ifstream file(path(name), std::ios::binary);
+    std::ifstream file(in_utf8(path(name)), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 

@@ -632,7 +632,7 @@ TEST_F(Context, IsBusyInItsOwnCallbackAndACancelStaysUntilItIsTakenBack) {
 // What a host was told of a call: phases in their order, and percent.
 struct Told {
     std::vector<std::string> phases;
-    std::set<double> percent;
+    std::set<double> percents;
 
     static povmesh_context* context(Told& told) {
         povmesh_context_options options{};
@@ -640,7 +640,7 @@ struct Told {
         options.progress_user = &told;
         options.progress = [](void* user, double percent, const char* phase) -> std::int32_t {
             Told& t = *static_cast<Told*>(user);
-            t.percent.insert(percent);
+            t.percents.insert(percent);
             if (t.phases.empty() || t.phases.back() != phase) t.phases.emplace_back(phase);
             return 0;
         };
@@ -684,9 +684,9 @@ TEST_F(Context, ReductionsAndRemeshingTellHowFarTheyAre) {
     povmesh_mesh* made = nullptr;
     const auto expect_steps = [&](povmesh_status status, std::size_t least) {
         EXPECT_EQ(status, POVMESH_OK) << povmesh_context_message(own);
-        EXPECT_GE(told.percent.size(), least);
-        EXPECT_GE(*told.percent.rbegin(), 80);
-        told.percent.clear();
+        EXPECT_GE(told.percents.size(), least);
+        EXPECT_GE(*told.percents.rbegin(), 80);
+        told.percents.clear();
         povmesh_mesh_release(made);
     };
     expect_steps(povmesh_reduce(own, ball, &keep, &made, nullptr), 8);
@@ -696,7 +696,7 @@ TEST_F(Context, ReductionsAndRemeshingTellHowFarTheyAre) {
     povmesh_mesh* const large = make_mesh(own, shapes::sphere(10, 7));
     povmesh_reduce_options automatic = povmesh_reduce_defaults();
     automatic.automatic = 1;
-    told.percent.clear();
+    told.percents.clear();
     expect_steps(povmesh_reduce(own, large, &automatic, &made, nullptr), 12);
     povmesh_mesh_release(large);
     povmesh_context_destroy(own);
