@@ -1,7 +1,6 @@
 #include "job/subdivide.h"
 
 #include <cstddef>
-#include <limits>
 
 #include "base/timer.h"
 #include "job/new_faults.h"
@@ -12,6 +11,10 @@ namespace {
 
 // Results of more faces are not searched for crossings: that would take longer than all else.
 constexpr std::size_t kMostSearched = 2'000'000;
+
+// Smoothing takes volume away, which is no fault; of a model with few triangles it is so much that
+// parts no longer fit, which is told.
+constexpr double kNotableVolume = 0.02;
 
 }  // namespace
 
@@ -24,10 +27,7 @@ Status subdivide(TriMesh& mesh, const SubdivideJob& options, Progress progress,
         progress.set(50 + 30 * (level + 1) / options.levels);
     }
     done.seconds = timer.seconds();
-    // Smoothing takes volume away: that is no fault.
-    if (mesh.faces.size() <= kMostSearched) {
-        add_faults(source, mesh, std::numeric_limits<double>::infinity(), done);
-    }
+    if (mesh.faces.size() <= kMostSearched) add_faults(source, mesh, kNotableVolume, done);
     return {};
 }
 

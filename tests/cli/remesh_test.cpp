@@ -96,6 +96,7 @@ TEST_F(Remesh, SubdividesAndTellsBeforeAndAfter) {
     EXPECT_EQ(uniform["before"]["area"], 600);
     EXPECT_EQ(uniform["after"]["triangles"], 12 << 6);
     EXPECT_LT(uniform["after"]["volume"], 600);  // rounded from 1,000
+    EXPECT_THAT(uniform["warnings"].dump(), HasSubstr("% smaller"));
     EXPECT_EQ(
         done({"subdivide", "cube.stl", "-o", "out.stl", "--mode", "smooth"})["after"]["triangles"],
         12);
