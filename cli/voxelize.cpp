@@ -6,12 +6,14 @@
 #include <string>
 
 #include "cli/change.h"
+#include "cli/solid_surface.h"
 #include "job/numbers.h"
 
 namespace povmesh::cli {
 namespace {
 
 int run_voxelize(const Arguments& arguments, Console& console) {
+    if (!are_above_zero(arguments, {"--size"}, "voxelize", console)) return Usage;
     const auto size = static_cast<float>(arguments.number("--size"));
     return run_change(arguments, console, [&](TriMesh& mesh, Progress progress) {
         job::VoxelizeDone done;

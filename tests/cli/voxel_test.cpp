@@ -175,7 +175,7 @@ TEST_F(Voxels, VoxelizeFillsTheModel) {
     EXPECT_EQ(object["after"]["triangles"], 12 * 11 * 11);
     EXPECT_THAT(run({"voxelize", "thin.stl", "-o", "out.stl", "--size", "0.001"}).out,
                 HasSubstr("raised from 0.001"));
-    EXPECT_EQ(run({"voxelize", "cube.stl", "-o", "none.stl", "--size", "0"}).status, 1);
+    EXPECT_EQ(run({"voxelize", "cube.stl", "-o", "none.stl", "--size", "0"}).status, 2);
     EXPECT_FALSE(std::filesystem::exists(path("none.stl")));
 }
 
