@@ -48,8 +48,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kMoments = 50;
 constexpr int kPairs = 9;
-const std::string large_rock = "rock_1311k";
-const std::string smaller_rock = "rock_328k";  // for calls that take minutes on the other
+const std::string kLargeRock = "rock_1311k";
+const std::string kSmallerRock = "rock_328k";  // for calls that take minutes on the other
 
 Context make_context() {
     povmesh_context_options options{};
@@ -258,10 +258,10 @@ public:
     // Of a call on this thread; keeping stacks costs microseconds a poll.
     povmesh_status run(povmesh_context* context, const povmesh_mesh* mesh, const ContextCall& call,
                        bool keeps_stacks) {
-        current_ = this;
+        current = this;
         keeps_stacks_ = keeps_stacks;
         FaultPlan plan;
-        plan.on_poll = [] { current_->look(); };
+        plan.on_poll = [] { current->look(); };
         context->faults = &plan;
         last_ = cpu_milliseconds(CLOCK_THREAD_CPUTIME_ID);
         const povmesh_status status = call.run(context, mesh);
@@ -310,7 +310,7 @@ private:
         last_ = cpu_milliseconds(CLOCK_THREAD_CPUTIME_ID);
     }
 
-    static inline Stretches* current_ = nullptr;  // of the only call that is looked at
+    static inline Stretches* current = nullptr;  // of the only call that is looked at
     std::vector<Stretch> all_;
     Stack stack_{};
     double last_ = 0;
@@ -467,7 +467,9 @@ void add_once(const std::string& operation, const std::vector<std::string>& name
               const std::string& input, OnInput function) {
     for (const std::string& name : names) {
         const auto run = [=](benchmark::State& state) { function(state, name, input); };
-        benchmark::RegisterBenchmark((operation + "/" + input + "/" + name).c_str(), run)
+        std::string title = operation;
+        title.append("/").append(input).append("/").append(name);
+        benchmark::RegisterBenchmark(title.c_str(), run)
             ->Unit(benchmark::kMillisecond)
             ->Iterations(1)
             ->Repetitions(1)
@@ -497,7 +499,7 @@ int main(int argc, char** argv) {
             single_calls.push_back("write_" + name);
         }
     }
-    for (const std::string& rock : {large_rock, smaller_rock}) {
+    for (const std::string& rock : {kLargeRock, kSmallerRock}) {
         add_once("cost", {"build_f", "detect", "reduce", "remesh"}, rock, cost);
         add_once("stretch", names, rock, stretch);
         add_once("cancel", names, rock, cancel);

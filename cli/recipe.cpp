@@ -193,7 +193,9 @@ std::string take_requirements(const Json& require, RecipeStep& step) {
         }
         const std::string wanted = requirement_error(*spec, value);
         if (!wanted.empty()) {
-            return "\"require\": \"" + key + "\" is " + shown(value) + "; it takes " + wanted;
+            std::string text = "\"require\": \"";
+            return text.append(key).append("\" is ").append(shown(value)).append("; it takes ") +
+                   wanted;
         }
         step.requirements.push_back({&*spec, value});
         if (key == "min_wall") {
@@ -218,13 +220,16 @@ std::string take_keys(const Json& json, RecipeStep& step) {
         const OptionSpec* const option = option_of(operation, key);
         if (option == nullptr) return "unknown key \"" + key + "\"; " + keys_text(operation);
         const std::string error = take_value(*option, value, step.arguments);
-        if (!error.empty()) return "\"" + key + "\"" + error + ": " + full_help(*option);
+        if (!error.empty()) {
+            std::string text = "\"";
+            return text.append(key).append("\"").append(error).append(": ") + full_help(*option);
+        }
         step.options[key] = value;
     }
     // After the options: it may add some.
     if (is_check(operation) && json.contains(kRequire)) {
         step.options[std::string(kRequire)] = json.at(kRequire);
-        if (const std::string error = take_requirements(json.at(kRequire), step); !error.empty()) {
+        if (std::string error = take_requirements(json.at(kRequire), step); !error.empty()) {
             return error;
         }
     }

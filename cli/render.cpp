@@ -54,6 +54,7 @@ std::string make_png(const std::vector<std::string>& paths, const Arguments& arg
     }
     try {
         std::vector<TriMesh*> meshes;
+        meshes.reserve(models.size());
         for (LoadedModel& model : models) meshes.push_back(&model.mesh);
         png = picture::encode_png(job::render(meshes, job_of(arguments), done));
     } catch (...) {

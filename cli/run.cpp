@@ -226,9 +226,12 @@ private:
             const std::string name(requirement.spec->name);
             const std::string asked = requirement.asked.dump();
             const std::string found = requirement.spec->found(told.json);
-            rows.emplace_back(name, found + " (asked: " + asked + (is_met ? ")" : ", not met)"));
+            std::string row = found;
+            row.append(" (asked: ").append(asked).append(is_met ? ")" : ", not met)");
+            rows.emplace_back(name, std::move(row));
             if (is_met) continue;
-            unmet += (unmet.empty() ? "" : ", ") + name + " " + asked + ": " + found;
+            unmet.append(unmet.empty() ? "" : ", ").append(name).append(" ");
+            unmet.append(asked).append(": ").append(found);
         }
         told.status = unmet.empty() ? Clean : Flawed;
         if (!unmet.empty()) told.gate = "the model is not as required: " + unmet;

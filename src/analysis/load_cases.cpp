@@ -177,8 +177,8 @@ private:
                 high_second_ = std::max(high_second_, second(e));
             });
             if (low_first_ > high_first_) return;
-            width_ = static_cast<std::size_t>((high_first_ - low_first_) / 2 + 1);
-            const auto depth = static_cast<std::size_t>((high_second_ - low_second_) / 2 + 1);
+            width_ = static_cast<std::size_t>((high_first_ - low_first_) / 2) + 1;
+            const auto depth = static_cast<std::size_t>((high_second_ - low_second_) / 2) + 1;
             ends_.assign(width_ * depth, sign > 0 ? INT32_MIN : INT32_MAX);
             for_each_element(model, [&](const Element& e) {
                 std::int32_t& end = ends_[column(e)];

@@ -52,9 +52,11 @@ constexpr double kLeastReach = 0.5;
 constexpr double kLeastBody = 5e-3;
 constexpr double kLeastArea = 0.5;
 
-// The search for the least plane: its first tilt, as a tangent, the cosine of the farthest, and
-// how far the centre may shift, in widths of the section; farther it would only cut off a corner.
+// The search for the least plane: its first tilt, as a tangent, how often it is halved, the cosine
+// of the farthest, and how far the centre may shift, in widths of the section; farther it would only
+// cut off a corner.
 constexpr double kLargestTilt = 0.16;
+constexpr int kTiltRounds = 4;
 constexpr double kFarthestTilt = 0.9;
 constexpr double kFarthestShift = 0.35;
 
@@ -75,11 +77,10 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 std::vector<double> heights_of(const Box3d& box, std::size_t axis, double step) {
     const double low = along_axis(box.low, axis);
     const double extent = along_axis(box.high, axis) - low;
-    const double most = static_cast<double>(kMostSectionPlanes);
-    step = std::max(step, extent / most);
+    step = std::max(step, extent / static_cast<double>(kMostSectionPlanes));
     std::vector<double> heights;
-    for (double i = 0; i < most; ++i) {
-        const double above_low = (i + 0.5) * step;
+    for (std::size_t i = 0; i < kMostSectionPlanes; ++i) {
+        const double above_low = (static_cast<double>(i) + 0.5) * step;
         if (!(above_low < extent)) break;
         heights.push_back(low + above_low);
     }
@@ -410,7 +411,8 @@ private:
         const double least_area = best.shape.area / 2;
         const Vec3d axis = at_height({0, 0}, 1, axis_);
         PlaneSection next;
-        for (double tilt = kLargestTilt; tilt > kLargestTilt / 10; tilt /= 2) {
+        double tilt = kLargestTilt;
+        for (int round = 0; round < kTiltRounds; ++round, tilt /= 2) {
             const double shift = step_ * tilt / kLargestTilt;
             for (bool is_better = true; is_better;) {
                 is_better = false;

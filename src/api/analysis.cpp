@@ -26,7 +26,7 @@ constexpr double kPlate = 0;
 template <typename T, typename Item>
 ResultArray<T> result_of(const Array<Item>& items) {
     static_assert(sizeof(Item) % sizeof(T) == 0);
-    auto result = allocate_result<T>(items.size() * (sizeof(Item) / sizeof(T)));
+    auto result = allocate_result<T>(items.size() * sizeof(Item) / sizeof(T));
     if (!items.empty()) std::memcpy(result.get(), items.data(), items.size() * sizeof(Item));
     return result;
 }

@@ -25,7 +25,7 @@ DecomposeOptions division(float size_x, float size_y, float size_z, DivisionMeth
 
 // The parts that a host gets.
 DecomposeReport divide_for_host(TriMesh& mesh, const DecomposeOptions& options, Job& job) {
-    const DecomposeReport report = decompose(mesh, options, job.run());
+    DecomposeReport report = decompose(mesh, options, job.run());
     const std::size_t count = mesh.parts.size();
     drop_small_parts(mesh);
     if (const std::size_t dropped = count - mesh.parts.size(); dropped != 0) {

@@ -75,7 +75,7 @@ void advise_large_pages(void* block, std::size_t bytes) noexcept {
     const std::uintptr_t first = (address + kLargePage - 1) / kLargePage * kLargePage;
     const std::uintptr_t last = (address + bytes) / kLargePage * kLargePage;
     // Advice only: where the system has no large pages to give, small ones serve.
-    (void)madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+    (void)madvise(static_cast<char*>(block) + (first - address), last - first, MADV_HUGEPAGE);
 #else
     (void)block;
     (void)bytes;

@@ -48,17 +48,20 @@ void keep_runtime_loaded() {
     (void)is_kept;
 }
 
+int thread_count(const JobState* job) {
+    const unsigned asked = job != nullptr && serial_depth == 0 ? job->settings().threads : 0;
+    return asked != 0 ? static_cast<int>(asked) : omp_get_max_threads();
+}
+
 // The exceptions are carried out of the loop: one that left a thread of the runtime would end the
 // process.
 void run_on_runtime(BlockLoop& loop, JobState* job) {
     keep_runtime_loaded();
-    const unsigned asked = job != nullptr && serial_depth == 0 ? job->settings().threads : 0;
-    const int threads = asked != 0 ? static_cast<int>(asked) : omp_get_max_threads();
 #if defined(_WIN32)
-    run_on_loop_threads(loop, job, threads);
+    run_on_loop_threads(loop, job, thread_count(job));
 #else
     const std::size_t count = loop.count();
-#pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
+#pragma omp parallel for schedule(dynamic, 1) num_threads(thread_count(job))
     for (std::size_t block = 0; block < count; ++block) {
         if (loop.has_failed()) continue;
         const JobScope scope(job);

@@ -43,9 +43,10 @@ std::string text_of(const Remarks& remarks) {
     return lines_of(lines);
 }
 
-void add(Remarks more, Remarks& remarks) {
+void add(const Remarks& more, Remarks& remarks) {
     for (const auto lines : {&Remarks::warnings, &Remarks::doubts}) {
-        for (std::string& line : more.*lines) (remarks.*lines).push_back(std::move(line));
+        const std::vector<std::string>& from = more.*lines;
+        (remarks.*lines).insert((remarks.*lines).end(), from.begin(), from.end());
     }
 }
 

@@ -35,7 +35,7 @@ std::unique_ptr<povmesh_mesh> change(Call& call, const povmesh_mesh& source, con
 std::string lines_of(const std::vector<std::string>& lines);
 std::string text_of(const Remarks& remarks);
 /// Behind those that are there.
-void add(Remarks more, Remarks& remarks);
+void add(const Remarks& more, Remarks& remarks);
 
 /// Room for the mesh comes first, so that none is lost.
 void add_mesh(povmesh_result& result, std::unique_ptr<povmesh_mesh> mesh);

@@ -74,6 +74,7 @@ povmesh_status povmesh_render(povmesh_context* context, const povmesh_mesh* cons
             if (other != nullptr) copies.push_back(plain_copy(other->mesh));
         }
         std::vector<TriMesh*> drawn;
+        drawn.reserve(copies.size());
         for (TriMesh& copy : copies) drawn.push_back(&copy);
         job::RenderDone done;
         const picture::Image image = job::render(drawn, job, done);

@@ -378,7 +378,7 @@ private:
                                               [](const NodePointer& a, const NodePointer& b) {
                                                   return a->piece.cells < b->piece.cells;
                                               });
-        const NodePointer node = *largest;
+        const NodePointer& node = *largest;
         if (!node->has_ways) find_ways(*node);
         for (std::size_t i = 0; i < node->ways.size(); ++i) {
             const Way& way = node->ways[i];

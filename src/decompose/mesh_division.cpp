@@ -375,7 +375,8 @@ private:
         for (const std::size_t axis : axes) {
             const std::int64_t slabs = slab_count(along(extent, axis), limits[axis]);
             if (slabs < 2) continue;
-            const double share = static_cast<double>(slabs / 2) / static_cast<double>(slabs);
+            const std::int64_t low_slabs = slabs / 2;
+            const double share = static_cast<double>(low_slabs) / static_cast<double>(slabs);
             plane = {static_cast<std::uint8_t>(axis),
                      narrow_to_float(along(box.low, axis) + along(extent, axis) * share)};
             if (cut(piece, box, plane, made)) return true;

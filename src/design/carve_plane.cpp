@@ -84,10 +84,10 @@ public:
         const std::vector<Block> blocks = blocks_of(kFineBlocks);
         std::vector<Found> found(starts.size());
         for_blocks(starts.size(), [&](std::size_t i) { found[i] = improve(starts[i], blocks); });
-        const Found* best = nullptr;
-        for (const Found& one : found) {
-            if (best == nullptr || one.merit > best->merit) best = &one;
-        }
+        const auto best =
+            std::max_element(found.begin(), found.end(),
+                             [](const Found& a, const Found& b) { return a.merit < b.merit; });
+        if (best == found.end()) return nothing;
         CarvePlane plane = all_voxels(best->plane.direction).plane;
         if (plane.last_step < 0) return nothing;
         plane.standing = stand_on(task_.base, plane.standing.centre);

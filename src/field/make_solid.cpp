@@ -50,7 +50,7 @@ Status make_solid(TriMesh& mesh, const WrapOptions& options, RunContext& run, So
     }
     if (report.wrapped == 0) return {};
     const TriMesh model = flawed;
-    const Status wrapped = wrap(flawed, options, run, report.wrap);
+    Status wrapped = wrap(flawed, options, run, report.wrap);
     if (!wrapped.ok()) return wrapped;
     carry_colours(model, flawed);
     append_mesh(solid, flawed);
@@ -58,7 +58,7 @@ Status make_solid(TriMesh& mesh, const WrapOptions& options, RunContext& run, So
     if (report.wrapped < report.bodies && find_self_intersections(solid, 0).count != 0) {
         report.wrapped = report.bodies;
         solid = mesh;
-        const Status all = wrap(solid, options, run, report.wrap);
+        Status all = wrap(solid, options, run, report.wrap);
         if (!all.ok()) return all;
         compact(solid);
         carry_colours(mesh, solid);

@@ -84,7 +84,7 @@ Status offset(TriMesh& mesh, double distance, const OffsetOptions& options, RunC
     const double margin = reach + kMarginCells * report.cell;
     const Vec3d around = {margin, margin, margin};
     FieldGrid grid;
-    const Status fitted =
+    Status fitted =
         plan_grid({to_double(box.low) - around, to_double(box.high) + around}, report.cell, grid);
     if (!fitted.ok()) return fitted;
     report.cell = grid.cell;

@@ -63,10 +63,10 @@ Status wrap(TriMesh& mesh, const WrapOptions& options, RunContext& run, WrapRepo
     }
     compact(faces);
     const Box3f box = finite_bounds(faces);
-    const Status planned = plan(options, length(to_double(box.high) - to_double(box.low)), report);
+    Status planned = plan(options, length(to_double(box.high) - to_double(box.low)), report);
     if (!planned.ok()) return planned;
     FieldGrid grid;
-    const Status fitted =
+    Status fitted =
         plan_grid(widened(box, report.gap / 2 + kMarginCells * report.cell), report.cell, grid);
     if (!fitted.ok()) return fitted;
     report.cell = grid.cell;

@@ -67,34 +67,34 @@ enum class Tag : std::uint8_t {
 
 struct TagRule {
     Tag parent;
+    Tag tag;
     std::string_view space;
     std::string_view name;
-    Tag tag;
 };
 
 constexpr TagRule kTagRules[] = {
-    {Tag::Triangles, kCore, "triangle", Tag::Triangle},
-    {Tag::Vertices, kCore, "vertex", Tag::Vertex},
-    {Tag::ColourGroup, kMaterials, "color", Tag::Colour},
-    {Tag::TextureGroup, kMaterials, "tex2coord", Tag::TexturePoint},
-    {Tag::BaseMaterials, kCore, "base", Tag::Base},
-    {Tag::Outside, kCore, "model", Tag::Model},
-    {Tag::Model, kCore, "metadata", Tag::Metadata},
-    {Tag::Model, kCore, "resources", Tag::Resources},
-    {Tag::Resources, kCore, "basematerials", Tag::BaseMaterials},
-    {Tag::Resources, kMaterials, "colorgroup", Tag::ColourGroup},
-    {Tag::Resources, kMaterials, "texture2d", Tag::Texture},
-    {Tag::Resources, kMaterials, "texture2dgroup", Tag::TextureGroup},
-    {Tag::Resources, kMaterials, "compositematerials", Tag::OtherGroup},
-    {Tag::Resources, kMaterials, "multiproperties", Tag::OtherGroup},
-    {Tag::Resources, kCore, "object", Tag::Object},
-    {Tag::Object, kCore, "mesh", Tag::Mesh},
-    {Tag::Mesh, kCore, "vertices", Tag::Vertices},
-    {Tag::Mesh, kCore, "triangles", Tag::Triangles},
-    {Tag::Object, kCore, "components", Tag::Components},
-    {Tag::Components, kCore, "component", Tag::Component},
-    {Tag::Model, kCore, "build", Tag::Build},
-    {Tag::Build, kCore, "item", Tag::Item},
+    {Tag::Triangles, Tag::Triangle, kCore, "triangle"},
+    {Tag::Vertices, Tag::Vertex, kCore, "vertex"},
+    {Tag::ColourGroup, Tag::Colour, kMaterials, "color"},
+    {Tag::TextureGroup, Tag::TexturePoint, kMaterials, "tex2coord"},
+    {Tag::BaseMaterials, Tag::Base, kCore, "base"},
+    {Tag::Outside, Tag::Model, kCore, "model"},
+    {Tag::Model, Tag::Metadata, kCore, "metadata"},
+    {Tag::Model, Tag::Resources, kCore, "resources"},
+    {Tag::Resources, Tag::BaseMaterials, kCore, "basematerials"},
+    {Tag::Resources, Tag::ColourGroup, kMaterials, "colorgroup"},
+    {Tag::Resources, Tag::Texture, kMaterials, "texture2d"},
+    {Tag::Resources, Tag::TextureGroup, kMaterials, "texture2dgroup"},
+    {Tag::Resources, Tag::OtherGroup, kMaterials, "compositematerials"},
+    {Tag::Resources, Tag::OtherGroup, kMaterials, "multiproperties"},
+    {Tag::Resources, Tag::Object, kCore, "object"},
+    {Tag::Object, Tag::Mesh, kCore, "mesh"},
+    {Tag::Mesh, Tag::Vertices, kCore, "vertices"},
+    {Tag::Mesh, Tag::Triangles, kCore, "triangles"},
+    {Tag::Object, Tag::Components, kCore, "components"},
+    {Tag::Components, Tag::Component, kCore, "component"},
+    {Tag::Model, Tag::Build, kCore, "build"},
+    {Tag::Build, Tag::Item, kCore, "item"},
 };
 
 std::string_view trimmed(std::string_view text) {

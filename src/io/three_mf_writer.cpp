@@ -1,6 +1,7 @@
 // The text of the model is made, and packed, in parts: what stands in each is known beforehand.
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cstring>
 #include <memory>
@@ -258,21 +259,18 @@ private:
         for (std::uint32_t i = 0; i < texture_of_record.size(); ++i) {
             if (texture_of_record[i] >= 0) records_.push_back(i);
         }
+        const auto bits = [](double value) { return std::bit_cast<std::uint64_t>(value); };
         const auto is_same = [&](std::uint32_t a, std::uint32_t b) {
             const TextureCoordinate& s = mesh_.texture_coordinates[a];
             const TextureCoordinate& t = mesh_.texture_coordinates[b];
-            return std::memcmp(&s.u, &t.u, sizeof s.u) == 0 &&
-                   std::memcmp(&s.v, &t.v, sizeof s.v) == 0;
+            return bits(s.u) == bits(t.u) && bits(s.v) == bits(t.v);
         };
         std::sort(records_.begin(), records_.end(), [&](std::uint32_t a, std::uint32_t b) {
             const TextureCoordinate& s = mesh_.texture_coordinates[a];
             const TextureCoordinate& t = mesh_.texture_coordinates[b];
-            const auto key = [](std::int32_t texture, const TextureCoordinate& p, std::uint32_t i) {
-                std::uint64_t u = 0;
-                std::uint64_t v = 0;
-                std::memcpy(&u, &p.u, sizeof u);
-                std::memcpy(&v, &p.v, sizeof v);
-                return std::tuple(texture, u, v, i);
+            const auto key = [&](std::int32_t texture, const TextureCoordinate& p,
+                                 std::uint32_t i) {
+                return std::tuple(texture, bits(p.u), bits(p.v), i);
             };
             return key(texture_of_record[a], s, a) < key(texture_of_record[b], t, b);
         });

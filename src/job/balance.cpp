@@ -117,8 +117,8 @@ Status finish_carved(TriMesh& mesh, TriMesh& before, const BalanceJob& job, Bala
         const SealedCavities sealed = sealed_cavities(mesh);
         done.warnings.push_back(sealed_text(sealed, sealed.count));
     } else {
-        const Status cut = cut_drains(mesh, before.faces.size(), job.thickness, job.drains,
-                                      job.drain_name, done.drains);
+        Status cut = cut_drains(mesh, before.faces.size(), job.thickness, job.drains,
+                                job.drain_name, done.drains);
         const std::vector<std::string>& warnings = done.drains.warnings;
         done.warnings.insert(done.warnings.end(), warnings.begin(), warnings.end());
         if (!cut.ok()) return cut;

@@ -40,7 +40,7 @@ struct CutDone : Remarks {
 
 /// Fills `mesh.parts`: of each model first the piece that the normal points away from. Nothing when
 /// the plane misses all.
-Status cut(TriMesh& mesh, const CutJob& options, Progress progress, CutDone& done);
+Status cut(TriMesh& mesh, const CutJob& job, Progress progress, CutDone& done);
 
 /// What is wrong with a piece that is open although it must not be, or whose faces cross.
 std::string open_text(const std::string& source);

@@ -239,9 +239,8 @@ Status hollow(TriMesh& mesh, const HollowJob& job, Progress progress, HollowDone
     const Timer timer;
     doubt_windings(mesh, done);
     TriMesh cavity;
-    const Status status = job.is_exact
-                              ? make_exact_cavity(mesh, job.thickness, progress, cavity, done)
-                              : make_voxel_cavity(mesh, job.thickness, progress, cavity, done);
+    Status status = job.is_exact ? make_exact_cavity(mesh, job.thickness, progress, cavity, done)
+                                 : make_voxel_cavity(mesh, job.thickness, progress, cavity, done);
     done.seconds = timer.seconds();
     if (!status.ok()) return status;
     carry_colours(mesh, cavity);
@@ -258,8 +257,7 @@ Status hollow(TriMesh& mesh, const HollowJob& job, Progress progress, HollowDone
     }
     if (job.drains.empty()) return {};
     DrainsDone drains;
-    const Status cut =
-        cut_drains(mesh, model_faces, job.thickness, job.drains, job.drain_name, drains);
+    Status cut = cut_drains(mesh, model_faces, job.thickness, job.drains, job.drain_name, drains);
     done.cavities = drains.cavities;
     done.closed_cavities = drains.closed_cavities;
     done.warnings.insert(done.warnings.end(), drains.warnings.begin(), drains.warnings.end());

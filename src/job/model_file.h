@@ -92,7 +92,7 @@ inline constexpr std::string_view kLostBodies =
     "new faces lie between several objects of the source: all are written as one object";
 
 /// The bodies of a 3MF file as meshes of their own, in its order; none for one body.
-std::vector<TriMesh> bodies_of(const TriMesh& mesh, const ThreeMfContent& package);
+std::vector<TriMesh> bodies_of(const TriMesh& whole, const ThreeMfContent& package);
 inline std::vector<TriMesh> bodies_of(const LoadedModel& model) {
     return bodies_of(model.mesh, model.extras.package);
 }

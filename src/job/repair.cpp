@@ -194,7 +194,8 @@ Status repair(LoadedModel& model, const RepairJob& options, Progress progress, R
         const std::string name = package.bodies[i].empty() ? "object " + std::to_string(i + 1)
                                                            : one_line(package.bodies[i]);
         for (const std::string& text : mending.given_up) {
-            done.mending.given_up.push_back(name + ": " + text);
+            std::string& line = done.mending.given_up.emplace_back(name);
+            line.append(": ").append(text);
         }
         append_mesh(model.mesh, body);
         body = {};

@@ -22,7 +22,7 @@ Status support(const TriMesh& mesh, const SupportJob& job, Progress progress, Su
         options.spacing = job.spacing;
         options.angle = job.angle;
         options.plate = done.plate;
-        const Status found = find_columns(mesh, options, run, done.columns);
+        Status found = find_columns(mesh, options, run, done.columns);
         if (!found.ok()) return found;
     } else {
         done.columns = job.columns;

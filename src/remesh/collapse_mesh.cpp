@@ -79,8 +79,9 @@ void add_ghosts(CollapseMesh& mesh, const ShellTable& shells, const EdgeMates& m
         for (std::uint32_t h = 3 * mesh.offsets[s]; h < end; ++h) {
             if (mates.kind(mesh.faces[h / 3], h % 3) != EdgeMates::Kind::Open) continue;
             mesh.triangles[ghost] = {mesh.target(h), mesh.origin(h), mesh.outside};
-            mesh.opposites[3 * ghost] = h;
-            mesh.opposites[h] = 3 * ghost;
+            const std::uint32_t edge = 3 * ghost;
+            mesh.opposites[edge] = h;
+            mesh.opposites[h] = edge;
             note(from[index(mesh.origin(h))], ghost);
             note(to[index(mesh.target(h))], ghost);
             ++ghost;

@@ -122,7 +122,7 @@ double chord_at(const FeatureLines& lines, std::uint32_t line, double along, dou
     double chord = wanted;
     if (lines.is_closed(line)) chord = std::min(chord, whole / kLeastCorners);
     const double least = kLeastOfLength * wanted;
-    for (; chord > least; chord *= kChordStep) {
+    while (chord > least) {
         FeatureLines::Part part{line, along - chord, along + chord};
         if (!lines.is_closed(line)) {
             part.from = std::max(part.from, 0.0);
@@ -135,6 +135,7 @@ double chord_at(const FeatureLines& lines, std::uint32_t line, double along, dou
                 return chord;
             }
         }
+        chord *= kChordStep;
     }
     return std::max(chord, least);
 }

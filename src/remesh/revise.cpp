@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <limits>
 #include <optional>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -85,7 +86,9 @@ struct Wrong {
         slivers += shape.is_sliver ? 1 : 0;
         bad += shape.is_bad() ? 1 : 0;
     }
-    friend auto operator<=>(const Wrong&, const Wrong&) = default;
+    friend bool operator<(const Wrong& a, const Wrong& b) {
+        return std::tie(a.slivers, a.bad) < std::tie(b.slivers, b.bad);
+    }
 };
 
 class Reviser {
@@ -605,6 +608,7 @@ private:
             effort_ = kLeastEffort + kEffortPerTriangle * original_count_;
         }
         std::vector<Triangle> others;
+        others.reserve(around.size());
         for (const std::uint32_t t : around) others.push_back(corners(t));
         return original_->distance({before_, after_, others, so_far}, most_, effort_);
     }

@@ -77,8 +77,8 @@ public:
         bool is_outside;  // just below the place; also where holes leave that open
     };
     Below look_down(Vec3d from) const;
-    /// The same, from the crossings of the line.
-    static Below look_down(std::span<const Crossing> line, double from);
+    /// The same, from the crossings of a line.
+    static Below look_down(std::span<const Crossing> crossings, double from);
 
     /// True when no surface crosses the line from `low` to `high` and that stretch lies outside.
     bool is_free(double x, double y, double low, double high) const;

@@ -84,10 +84,11 @@ bool fits(const ModelBox& model, Vec3f size, std::int64_t most_cells) {
     if (cells[0].count() > along || cells[1].count() > along) return false;
     const double rows = (cells[1].count() + 2) * (cells[2].count() + 2);
     const double padded_row = 64 * std::ceil((cells[0].count() + 2) / 64);
+    const std::int64_t most_padded = kMostPaddedCells / kMostCells * most_cells;
     return rows <= static_cast<double>(kMostRows) &&
            cells[0].count() * cells[1].count() * cells[2].count() <=
                static_cast<double>(most_cells) &&
-           padded_row * rows <= static_cast<double>(kMostPaddedCells / kMostCells * most_cells);
+           padded_row * rows <= static_cast<double>(most_padded);
 }
 
 Vec3f scaled(Vec3f size, double factor) {
