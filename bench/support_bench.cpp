@@ -61,7 +61,7 @@ void fit_columns(benchmark::State& state, const std::string& name) {
     const TriMesh& model = model_400(name);
     const VoxelGrid grid = filled(model);
     measure(
-        state, [&] { return grid; },
+        state, [&] { return VoxelGrid(grid); },
         [&](VoxelGrid& copy) {
             const UprightLines lines(model);
             const Overhangs overhangs = find_overhangs(model, lines, 45, kLeastArea);
@@ -98,7 +98,8 @@ void slice_columns_of(benchmark::State& state, const std::string& name) {
     Array<Column> columns;
     for (int i = 0; i < 500; ++i) {
         const auto x = static_cast<float>(i % 25 - 12) * 4.5F;
-        const auto y = static_cast<float>(i / 25 - 10) * 4.5F;
+        const int row = i / 25;
+        const auto y = static_cast<float>(row - 10) * 4.5F;
         columns.push_back({{x, y, 100}, {x, y, 0}});
     }
     RunContext run = no_run();

@@ -238,7 +238,7 @@ void hollow_400(benchmark::State& state, const std::string& /*name*/) {
     RunContext run = no_run();
     const TriMesh model = shapes::mesh_of(shapes::sphere(398, 7));
     measure(
-        state, [&] { return model; },
+        state, [&] { return TriMesh(model); },
         [&](TriMesh& mesh) {
             const HollowReport report = hollow(mesh, 10, run, {IsReduced});
             state.counters["triangles"] = static_cast<double>(mesh.faces.size());

@@ -16,6 +16,7 @@ namespace povmesh::bench {
 /// the longest side.
 inline std::vector<std::string> boxed_inputs(const std::vector<int>& sides) {
     std::vector<std::string> names;
+    names.reserve(3 * sides.size());
     for (const int side : sides) names.push_back("sphere_" + std::to_string(side));
     for (const std::string& model : existing_models({"hammer", "scorpion"})) {
         for (const int side : sides) names.push_back(model + "_" + std::to_string(side));

@@ -72,6 +72,8 @@ void require_wall(const TriMesh& mesh, double thickness) {
 
 }  // namespace
 
+// The name is libFuzzer's.
+// NOLINTNEXTLINE(readability-identifier-naming)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size < 2 + 9) return 0;
     const std::uint8_t mode = data[0];

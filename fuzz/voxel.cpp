@@ -110,7 +110,7 @@ void compare_passes(Bytes& bytes, VoxelGrid& grid, literal::Grid& expected) {
     std::string story;
     for (int pass = 0; pass < 6; ++pass) {
         const std::string different = literal::difference(grid, expected);
-        require(different.empty(), story + ": " + different);
+        require(different.empty(), std::string(story).append(": ").append(different));
         story.append(" ").append(run_pass(bytes.next(), grid, expected));
     }
     Job job;

@@ -53,8 +53,8 @@ constexpr double kLeastBody = 5e-3;
 constexpr double kLeastArea = 0.5;
 
 // The search for the least plane: its first tilt, as a tangent, how often it is halved, the cosine
-// of the farthest, and how far the centre may shift, in widths of the section; farther it would only
-// cut off a corner.
+// of the farthest, and how far the centre may shift, in widths of the section; farther it would
+// only cut off a corner.
 constexpr double kLargestTilt = 0.16;
 constexpr int kTiltRounds = 4;
 constexpr double kFarthestTilt = 0.9;

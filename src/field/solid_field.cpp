@@ -19,8 +19,8 @@ namespace {
 // How far thinning out may move the surface, in cells.
 constexpr double kThinOutCells = 0.02;
 
-// From this distance on, in cells, a point in the air is beside the surface. A point of the solid as
-// far from it has a solid node within reach.
+// From this distance on, in cells, a point in the air is beside the surface. A point of the solid
+// as far from it has a solid node within reach.
 constexpr double kBesideCells = 1;
 
 // Points that a face is looked at in, along its longest edge at most.

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <limits>
 #include <map>
 #include <numbers>
@@ -173,6 +174,7 @@ TEST(Sections, BearNeitherMoreNorLessThanACutTakesOff) {
 // The weak places of a solid as axes and positions rounded down.
 std::vector<std::string> places(const std::vector<WeakSection>& sections) {
     std::vector<std::string> names;
+    names.reserve(sections.size());
     for (const WeakSection& s : sections) {
         names.push_back("xyz"[s.axis] + std::to_string(static_cast<int>(std::floor(s.position))));
     }
@@ -339,7 +341,8 @@ TEST(Sections, MisplaceOrMisjudgeNoWaist) {
     EXPECT_NEAR(waist.modulus, 2 * std::pow(radius, 3) * std::sin(a) * (2 + std::cos(a)), 1e-3);
     double volume_below = 0;
     double moment = 0;  // about the plane
-    for (double z = 29.495; z > 0; z -= 0.01) {
+    for (int i = 0; i < 2950; ++i) {
+        const double z = 29.495 - 0.01 * i;
         const double low = waist_radius(std::floor(z));
         const double high = waist_radius(std::floor(z) + 1);
         const double r = low + (high - low) * (z - std::floor(z));
@@ -419,7 +422,8 @@ TEST(Sections, TakeAnything) {
     SoupVector spoilt = hourglass();
     shapes::append(spoilt, SoupVector{kNan, 0, 0, 1, 2, 3, 4, 5, 6});
     EXPECT_THAT(places(weak_places(spoilt)), ElementsAre("z29"));
-    SoupVector torn(spoilt.begin() + 9 * 40, spoilt.end() - 9);  // without two strips
+    SoupVector torn(spoilt.begin() + std::ptrdiff_t{9} * 40,
+                    spoilt.end() - 9);  // without two strips
     EXPECT_THAT(places(weak_places(torn)), ElementsAre("z29"));
     for (const double step : {0.0, -1.0, std::nan(""), kInfinity}) {
         EXPECT_EQ(sections_of(hourglass(), SectionMode::All, step).size(), 0U) << step;

@@ -332,11 +332,12 @@ TEST_F(Frames, PreviewsOfADivisionShowWhatComesOut) {
                 box[axis + 3] = std::max(box[axis + 3], corner[axis]);
             }
         }
-        for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(boxes[6 * part + i], box[i]) << part;
+        for (std::size_t i = 0; i < 6; ++i)
+            EXPECT_EQ(boxes[std::size_t{6} * part + i], box[i]) << part;
         sum += static_cast<double>(volumes[part]);
     }
     EXPECT_NEAR(sum, 3000 + 2 * 6 * 35, 0.1);
-    for (std::uint32_t i = 0; i < plane_count; ++i) {
+    for (std::size_t i = 0; i < plane_count; ++i) {
         EXPECT_EQ(planes[4 * i] + planes[4 * i + 1] + planes[4 * i + 2], 1);
     }
 }

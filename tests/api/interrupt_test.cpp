@@ -88,7 +88,7 @@ TEST(Interrupted, RepairLeavesTheOldFileOrTheNewOne) {
     const std::chrono::duration<double> whole_time = Clock::now() - start;
     const std::string after = file_bytes(path);
     ASSERT_EQ(unfinished_bytes(work, path), -1);
-    ASSERT_EQ(after.size(), before.size() + 512U * 50) << "a triangle for each hole";
+    ASSERT_EQ(after.size(), before.size() + std::size_t{512} * 50) << "a triangle for each hole";
 
     // A third of the children die at any moment, a third soon after they have begun to write, and a
     // third when all is written and only the replacing is left.

@@ -2,6 +2,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cfenv>
 #include <clocale>
@@ -247,7 +248,7 @@ TEST_F(Hosted, BalancingAndItsPreviewAgreeAndKeepTheModel) {
         EXPECT_EQ(points[12], -10);
         EXPECT_EQ(points[13], -10);
         if (status == 2) {
-            EXPECT_EQ(0, std::memcmp(points, points + 3, 12));
+            EXPECT_TRUE(std::equal(points, points + 3, points + 3));
         }
         functions.balancingFromData(1.5F, h.xyz_pointer, h.count, &h.out.xyz, &h.out.count,
                                     &h.out.progress);
@@ -615,7 +616,7 @@ TEST_F(Hosted, EveryRepairClosesAnOpenBox) {
         h.out = {};
         call.run(functions, h);
         EXPECT_EQ(h.out.count, 12) << call.name;
-        EXPECT_EQ(0, std::memcmp(h.out.xyz, box.data(), std::size_t{11} * 9 * sizeof(float)));
+        EXPECT_TRUE(std::equal(box.begin(), box.begin() + std::ptrdiff_t{11} * 9, h.out.xyz));
         functions.freeAllArray();
     }
 }

@@ -104,12 +104,12 @@ TEST(ParallelFor, VisitsEveryIndexOnceAndSumsByBlocks) {
 TEST(ParallelFor, LoopsOfTwoThreadsAndInsideOneAnotherKeepTheirBlocksApart) {
     const auto run_loops = [](int* wrong) {
         for (int round = 0; round < 5; ++round) {
-            std::array<int, 16 * 8> visits{};
+            std::array<int, 128> visits{};
             for_blocks(16, [&](std::size_t outer) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(2));  // others come in
                 for_blocks(8, [&](std::size_t inner) { ++visits[outer * 8 + inner]; });
             });
-            if (std::count(visits.begin(), visits.end(), 1) != 16 * 8) ++*wrong;
+            if (std::count(visits.begin(), visits.end(), 1) != 128) ++*wrong;
         }
     };
     int wrong[2] = {};

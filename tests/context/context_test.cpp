@@ -385,7 +385,7 @@ TEST_F(BytesOfTheTool, OfASlitThatWouldBendAFaceIntoAnotherBody) {
         for (const Vec3f& corner : face) soup.insert(soup.end(), {corner.x, corner.y, corner.z});
     }
     for (const bool is_alone : {false, true}) {
-        if (is_alone) soup.resize(soup.size() - 4 * 9);
+        if (is_alone) soup.resize(soup.size() - std::size_t{4} * 9);
         use(soup);
         povmesh_mesh* made = nullptr;
         ASSERT_EQ(povmesh_repair(context_, mesh_, nullptr, &made, nullptr), POVMESH_OK);

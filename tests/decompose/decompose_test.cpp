@@ -445,7 +445,8 @@ TEST(Decompose, OddInputsAndSizesAreAnswered) {
     SoupVector shells;
     for (int i = 0; i < 500; ++i) {
         SoupVector box = shapes::box({0, 0, 0}, {0.5F, 0.5F, 3});
-        shapes::move(box, {static_cast<float>(i % 25), static_cast<float>(i / 25), 0});
+        const int row = i / 25;
+        shapes::move(box, {static_cast<float>(i % 25), static_cast<float>(row), 0});
         shapes::append(shells, box);
     }
     const auto scaled = [](SoupVector soup, float by) {

@@ -125,6 +125,7 @@ TEST(CarvePlane, IsWorseThanOneOfManyOthers) {
         }
     }
     std::vector<Point2d> round;
+    round.reserve(300);
     for (int i = 0; i < 300; ++i) {
         round.push_back({6 * std::cos(1.2 * i * kDegree), 6 * std::sin(1.2 * i * kDegree)});
     }

@@ -336,7 +336,8 @@ TEST(Lampshade, ChangesWhatIsTooThinOrNoModel) {
     SoupVector crowd;
     for (int i = 0; i < 10000; ++i) {
         SoupVector one = shapes::box({0, 0, 0}, {1, 1, 1});
-        shapes::move(one, {static_cast<float>(2 * (i % 100)), static_cast<float>(i / 100 * 2), 0});
+        const int row = i / 100;
+        shapes::move(one, {static_cast<float>(2 * (i % 100)), static_cast<float>(2 * row), 0});
         shapes::append(crowd, one);
     }
     SoupVector noise;

@@ -28,7 +28,7 @@ namespace {
 
 using shapes::SoupVector;
 
-SoupVector together(std::vector<SoupVector> soups) {
+SoupVector together(const std::vector<SoupVector>& soups) {
     SoupVector all;
     for (const SoupVector& soup : soups) shapes::append(all, soup);
     return all;
@@ -175,7 +175,7 @@ TEST(Wrap, FindsTheSolidThatWasMeant) {
     WrapOptions closing{.tolerance = 0.2, .gap = 4};
     WrapOptions dropping{.tolerance = 0.2, .keeps_thin = false};
     SoupVector half_turned = shapes::turned(ten);
-    half_turned.resize(9 * 5);
+    half_turned.resize(std::size_t{9} * 5);
     shapes::append(half_turned, without_first(ten, 5));
     // A vessel with a mouth of 2 by 2 in its lid.
     const SoupVector vessel =
