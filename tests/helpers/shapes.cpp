@@ -33,6 +33,7 @@ std::vector<Triangle> unit_sphere(int levels) {
          {11, 10, 2}, {10, 7, 6}, {7, 1, 8},  {3, 9, 4},  {3, 4, 2},   {3, 2, 6}, {3, 6, 8},
          {3, 8, 9},   {4, 9, 5},  {2, 4, 11}, {6, 2, 10}, {8, 6, 7},   {9, 8, 1}}};
     std::vector<Triangle> triangles;
+    triangles.reserve(kFaces.size());
     for (const auto& f : kFaces) triangles.push_back({unit(p[f[0]]), unit(p[f[1]]), unit(p[f[2]])});
     for (int level = 0; level < levels; ++level) {
         std::vector<Triangle> finer;

@@ -157,7 +157,8 @@ TEST(PlyReader, AllFormsSayTheSameAndUnknownPropertiesAreSkippedBySize) {
         rows.add(2).add(0.25F).add(-8.0F).add(77);
         const std::string name = is_big ? "binary_big_endian" : "binary_little_endian";
         for (const char* end : {"\n", "\r\n"}) {
-            std::string head = "ply\nformat " + name + " 1.0\n" + properties;
+            std::string head = "ply\nformat ";
+            head.append(name).append(" 1.0\n").append(properties);
             for (std::size_t i = 0; (i = head.find('\n', i)) != std::string::npos;
                  i += strlen(end)) {
                 head.replace(i, 1, end);

@@ -109,6 +109,7 @@ TEST(Polygon, KeepsTheAreaOfEverySimplePolygon) {
 TEST(Polygon, CornersInLineStayWithoutTrianglesOfNoArea) {
     PolygonTriangulator triangulator;
     std::vector<Vec3d> square;  // five corners on every side
+    square.reserve(20);
     for (int i = 0; i < 5; ++i) square.push_back({0.2 * i, 0, 0});
     for (int i = 0; i < 5; ++i) square.push_back({1, 0.2 * i, 0});
     for (int i = 0; i < 5; ++i) square.push_back({1 - 0.2 * i, 1, 0});

@@ -208,8 +208,8 @@ TEST(ThreeMf, WhatIsDamagedOrABombIsAnErrorWithItsPlace) {
     std::string doubling = object;
     for (int i = 2; i < 40; ++i) {
         const std::string part = "<component objectid=\"" + std::to_string(i - 1) + "\"/>";
-        doubling += "<object id=\"" + std::to_string(i) + "\"><components>" + part + part +
-                    "</components></object>";
+        doubling.append("<object id=\"").append(std::to_string(i)).append("\"><components>");
+        doubling.append(part).append(part).append("</components></object>");
     }
     std::string deep = object;
     for (int i = 2; i < 200; ++i) {
@@ -300,7 +300,8 @@ TEST(ThreeMf, LargeModelsComeBackAndAreTheSameBytesOnAnyNumberOfThreads) {
     shapes::SoupVector soup;
     for (int i = 0; i < 60000; ++i) {
         const float x = static_cast<float>(i % 400);
-        const float y = static_cast<float>(i / 400);
+        const int row = i / 400;
+        const float y = static_cast<float>(row);
         const auto near = [&] { return 0.3F * static_cast<float>(random.unit()); };
         soup.insert(soup.end(), {x, y, near(), x + 0.5F, y, near(), x, y + 0.5F, near()});
     }

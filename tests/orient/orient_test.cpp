@@ -272,7 +272,7 @@ TEST(Orientation, AnswersBadInput) {
     const SoupVector far = {-3e38F, -3e38F, -1, -3e38F, -3e38F, 0, -3e38F, -3e38F, 7};
     EXPECT_EQ(best_up(together({tee(), far})), (Vec3d{0, 0, -1}));
     shapes::Random random(5);
-    SoupVector noise(9 * 300);
+    SoupVector noise(std::size_t{9} * 300);
     for (float& x : noise) x = static_cast<float>(random.unit());
     EXPECT_FALSE(search(noise).best.empty());
     EXPECT_FALSE(search(shapes::fan(5000, 1)).best.empty());
