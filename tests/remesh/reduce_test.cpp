@@ -611,8 +611,9 @@ TEST(ReduceChecked, ThinsBordersAlongThemselves) {
 TEST(ReduceChecked, DoesNotJoinHolesOrLoseShells) {
     // Two holes with a bridge of one edge between them, and a triangle on its own.
     SoupVector soup = shapes::sphere(10, 3);
-    soup.erase(soup.begin() + 9 * 40, soup.begin() + 9 * 41);
-    soup.erase(soup.begin() + 9 * 43, soup.begin() + 9 * 44);
+    for (const std::ptrdiff_t triangle : {40, 43}) {
+        soup.erase(soup.begin() + 9 * triangle, soup.begin() + 9 * (triangle + 1));
+    }
     shapes::append(soup, SoupVector{50, 0, 0, 51, 0, 0, 50, 1, 0});
     TriMesh mesh = mesh_of(soup);
     checked(mesh, 0.0);

@@ -107,7 +107,7 @@ TEST(Orientation, ExactlyTheTurnedFacesOfClosedShellsAreFound) {
 
 TEST(Orientation, OpenShellsAreTurnedOnlyWhereTheyClearlyLookIn) {
     SoupVector open_ball = shapes::sphere(20, 3);
-    open_ball.resize(open_ball.size() - 20 * 9);
+    open_ball.resize(open_ball.size() - std::size_t{20} * 9);
     const std::size_t count = open_ball.size() / 9;
     EXPECT_EQ(turned_in(shapes::turned(open_ball)), range(0, count));
     EXPECT_EQ(turned_in(with_turned(open_ball, some_of(count, 0.3, 5))), some_of(count, 0.3, 5));

@@ -266,6 +266,7 @@ TEST(CloseHoles, ChoosesTheLeastAngleOfAllFillings) {
         }
         SoupVector soup;
         std::vector<Vec3d> points;
+        points.reserve(rim.size());
         for (const Vec3f& q : rim) points.push_back(to_double(q));
         std::vector<Vec3d> rim_normals;
         for (std::size_t i = 0; i < n; ++i) {
