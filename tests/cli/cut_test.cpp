@@ -13,7 +13,6 @@ namespace povmesh {
 namespace {
 
 using nlohmann::json;
-using testing::ContainsRegex;
 using testing::HasSubstr;
 
 using Cut = ToolTest;
@@ -123,8 +122,9 @@ TEST_F(Cut, DoesNotPassOffBadPiecesAsGood) {
     shapes::SoupVector slit = shapes::box({0, 0, 0}, {10, 10, 20});
     shapes::append(slit, shapes::turned(shapes::box({2, 5, 2}, {8, 5.001F, 18})));
     write_stl_file("slit.stl", slit);
-    EXPECT_THAT(run({"cut", "slit.stl", "-o", "parts"}).err,
-                ContainsRegex("along the cut are needles, the first near \\([^)]*, 10\\)"));
+    const std::string needles = run({"cut", "slit.stl", "-o", "parts"}).err;
+    EXPECT_THAT(needles, HasSubstr("along the cut are needles, the first near ("));
+    EXPECT_THAT(needles, HasSubstr(", 10);"));
 }
 
 TEST_F(Cut, DecomposeWritesPartsThatFitOrSaysWhichDoNot) {
