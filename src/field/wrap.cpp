@@ -8,6 +8,7 @@
 #include "field/compose.h"
 #include "mesh/bounds.h"
 #include "mesh/compact.h"
+#include "remesh/revise.h"
 
 namespace povmesh {
 namespace {
@@ -22,8 +23,10 @@ constexpr double kSheetCells = 0.9;
 // Cells around the model, beyond half the gap, from where the outside is reached.
 constexpr double kMarginCells = 4;
 
-// How far thinning out may move the surface, as a share of the tolerance.
+// How far thinning out may move the surface, and then mending triangles, as a share of the
+// tolerance.
 constexpr double kThinOutShare = 0.1;
+constexpr double kMendShare = 0.1;
 
 // A model is at least this many cells across, so that there is something to tell.
 constexpr double kLeastCells = 4;
@@ -31,6 +34,14 @@ constexpr double kLeastCells = 4;
 Box3d widened(const Box3f& box, double by) {
     const Vec3d reach = {by, by, by};
     return {to_double(box.low) - reach, to_double(box.high) + reach};
+}
+
+// Among millions of triangles rounding leaves a few without area.
+void mend_slivers(TriMesh& surface, double most) {
+    if (count_shapes(surface).slivers == 0) return;
+    const Box3f box = finite_bounds(surface);
+    const double diagonal = length(to_double(box.high) - to_double(box.low));
+    revise_triangles(surface, {.most_movement = most / diagonal});
 }
 
 Status plan(const WrapOptions& options, double diagonal, WrapReport& report) {
@@ -92,6 +103,7 @@ Status wrap(TriMesh& mesh, const WrapOptions& options, RunContext& run, WrapRepo
     if (!options.all_triangles) {
         report.thinned = thin_out(surface, kThinOutShare * report.tolerance);
     }
+    mend_slivers(surface, kMendShare * report.tolerance);
     mesh = std::move(surface);
     run.progress.set(100);
     return {};

@@ -29,7 +29,7 @@ struct WrapReport {
 /// Replaces a mesh by the surface of the solid that it is meant to be: closed, manifold, outward,
 /// free of crossings (see contour). It follows the faces of the mesh themselves, at no distance,
 /// with their edges and corners; only where faces are missing, or are not thick, is it new.
-/// Attributes are lost.
+/// Triangles with hardly an area are mended (see revise_triangles). Attributes are lost.
 ///
 /// @return  BadOption when a number is not finite or not above 0; TooLarge when the cell is too
 ///          small for the model; BadFile when the mesh has no face with an area, or nothing of it

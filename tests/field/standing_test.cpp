@@ -1,9 +1,11 @@
 // What holds for every input: real models, random soups, thousands of triangles without any order.
-// Results are closed, manifold, outward and free of crossings; clean models keep their edges.
+// Results are closed, manifold, outward and free of crossings, wraps also of degenerate faces;
+// clean models keep their edges.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
@@ -20,6 +22,7 @@
 #include "io/stl.h"
 #include "mesh/bounds.h"
 #include "mesh/edge_mates.h"
+#include "repair/degenerate.h"
 #include "solid_helpers.h"
 #include "spatial/nearest_face.h"
 #include "spatial/surface_distance.h"
@@ -53,6 +56,11 @@ double farthest(const TriMesh& surface, const TriMesh& model) {
     return std::sqrt(*std::max_element(squared.begin(), squared.end()));
 }
 
+std::ptrdiff_t degenerate_faces(const TriMesh& mesh) {
+    return std::count_if(mesh.faces.begin(), mesh.faces.end(),
+                         [&](const Face& face) { return is_degenerate(mesh, face); });
+}
+
 struct Wrapped {
     Status status;
     TriMesh mesh;
@@ -79,6 +87,7 @@ void expect_sound_results(const TriMesh& mesh, const WrapOptions& options, doubl
         return;
     }
     EXPECT_EQ(unsoundness(wrap.mesh), "") << "wrapped";
+    EXPECT_EQ(degenerate_faces(wrap.mesh), 0);
     if (wrap.report.label.bridge_edges == 0) {
         // A node that was added for the sake of a manifold may stick out a little.
         EXPECT_LE(farthest(wrap.mesh, mesh), 1.05 * wrap.report.tolerance);
