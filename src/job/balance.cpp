@@ -97,7 +97,7 @@ void check_promises(TriMesh& before, TriMesh& mesh, double thickness, BalanceDon
     NewFaults faults = find_new_faults(before, mesh);
     // Cavities have triangles a little less flat than degenerate ones: none is that.
     faults.slivers = {};
-    add_faults(faults, 0, 0, 0, done);
+    add_faults(faults, 0, mesh, 0, done);
     const BalanceReport& balanced = done.report;
     if (done.after.tilt < kStands || done.after.tilt <= balanced.before.tilt) {
         done.doubts.push_back("with its drain holes it withstands " +

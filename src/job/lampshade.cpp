@@ -123,7 +123,7 @@ void check_faults(TriMesh& before, TriMesh& mesh, Remarks& remarks) {
     NewFaults faults = find_new_faults(before, mesh);
     // Rims and inner walls have thin triangles: those matter that are degenerate.
     faults.slivers = {};
-    add_faults(faults, 0, 0, 0, remarks);
+    add_faults(faults, 0, mesh, 0, remarks);
     const std::size_t known = degenerate_faces(before);
     const std::size_t found = degenerate_faces(mesh);
     if (found > known) {

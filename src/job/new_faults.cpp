@@ -5,13 +5,14 @@
 #include <string_view>
 #include <vector>
 
+#include "job/cavity.h"
 #include "job/findings.h"
 #include "job/numbers.h"
 #include "mesh/volume.h"
 
 namespace povmesh {
 
-void add_faults(const NewFaults& faults, double volume_before, double volume_after,
+void add_faults(const NewFaults& faults, double volume_before, const TriMesh& after,
                 double notable_share, Remarks& remarks) {
     const auto add = [](std::vector<std::string>& lines, const NewFault& fault,
                         std::string_view what) {
@@ -23,18 +24,20 @@ void add_faults(const NewFaults& faults, double volume_before, double volume_aft
     add(remarks.warnings, faults.slivers, "nearly degenerate triangles");
     add(remarks.warnings, faults.open_edges, "open edges");
     add(remarks.warnings, faults.junctions, "edges of more than two triangles");
-    if (volume_before == 0) return;  // a sheet, or open: there is no share of it
+    if (volume_before == 0 || faults.open_edges.count != 0) return;
+    const double volume_after = volume(after);
     const double share = std::abs(volume_after - volume_before) / std::abs(volume_before);
-    if (faults.open_edges.count == 0 && share > notable_share) {
-        remarks.warnings.push_back(
-            "the volume is " + human_number(std::round(share * 1000) / 10) + " % " +
-            (std::abs(volume_after) < std::abs(volume_before) ? "smaller" : "larger"));
-    }
+    if (!(share > notable_share)) return;
+    Remarks windings;
+    doubt_windings(after, windings);
+    if (!windings.doubts.empty()) return;
+    remarks.warnings.push_back(
+        "the volume is " + human_number(std::round(share * 1000) / 10) + " % " +
+        (std::abs(volume_after) < std::abs(volume_before) ? "smaller" : "larger"));
 }
 
 void add_faults(TriMesh& before, TriMesh& after, double notable_share, Remarks& remarks) {
-    add_faults(find_new_faults(before, after), volume(before), volume(after), notable_share,
-               remarks);
+    add_faults(find_new_faults(before, after), volume(before), after, notable_share, remarks);
 }
 
 }  // namespace povmesh

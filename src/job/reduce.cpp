@@ -100,7 +100,7 @@ Status reduce(TriMesh& mesh, const ReduceJob& options, Progress progress, Reduce
     };
     done.checked = reduce_mesh(mesh, options, Progress(nullptr, &scaled));
     done.seconds = timer.seconds();
-    add_faults(done.checked.faults, volume_before, volume(mesh), kNotableVolume, done);
+    add_faults(done.checked.faults, volume_before, mesh, kNotableVolume, done);
     std::tie(done.end_text, done.end_key) = end_of(done.checked, options.automatic);
     done.kept = static_cast<double>(live_face_count(mesh)) / count;
     done.rules = rules(done.checked.reduction, options.automatic);

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@ namespace {
 
 using nlohmann::json;
 using testing::HasSubstr;
+using testing::Not;
 
 class Remesh : public ToolTest {
 protected:
@@ -97,6 +99,11 @@ TEST_F(Remesh, SubdividesAndTellsBeforeAndAfter) {
     EXPECT_EQ(uniform["after"]["triangles"], 12 << 6);
     EXPECT_LT(uniform["after"]["volume"], 600);  // rounded from 1,000
     EXPECT_THAT(uniform["warnings"].dump(), HasSubstr("% smaller"));
+    // Where faces are wound against each other the volume tells nothing.
+    shapes::SoupVector turned = shapes::box({0, 0, 0}, {10, 10, 10});
+    std::swap_ranges(turned.begin(), turned.begin() + 3, turned.begin() + 3);
+    write_stl_file("turned.stl", turned);
+    EXPECT_THAT(run({"subdivide", "turned.stl", "-o", "out.stl"}).err, Not(HasSubstr("volume")));
     EXPECT_EQ(
         done({"subdivide", "cube.stl", "-o", "out.stl", "--mode", "smooth"})["after"]["triangles"],
         12);
