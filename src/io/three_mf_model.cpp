@@ -882,21 +882,30 @@ private:
 // The relationships of a package: the target of the one to the model.
 struct Relationships {
     std::string target;
+    std::exception_ptr exception;
 
     static void XMLCALL on_start(void* user, const XML_Char* name, const XML_Char** attributes) {
         auto& self = *static_cast<Relationships*>(user);
-        if (!std::string_view(name).ends_with("|Relationship") || !self.target.empty()) return;
+        try {
+            self.take(name, attributes);
+        } catch (...) {
+            self.exception = std::current_exception();
+        }
+    }
+
+    void take(const XML_Char* name, const XML_Char** attributes) {
+        if (!std::string_view(name).ends_with("|Relationship") || !target.empty()) return;
         std::string_view type;
-        std::string_view target;
+        std::string_view place;
         for (const XML_Char** a = attributes; *a != nullptr; a += 2) {
             if (std::string_view(a[0]) == "Type") type = a[1];
-            if (std::string_view(a[0]) == "Target") target = a[1];
+            if (std::string_view(a[0]) == "Target") place = a[1];
         }
         constexpr std::string_view kModelType =
             "http://schemas.microsoft.com/3dmanufacturing/2013/01/3dmodel";
         if (type != kModelType) return;
-        while (target.starts_with('/')) target.remove_prefix(1);
-        self.target = target;
+        while (place.starts_with('/')) place.remove_prefix(1);
+        target = place;
     }
 };
 
@@ -916,6 +925,7 @@ Status find_model_part(const PackageReader& package, const std::string& name, st
             return XML_Parse(parser.get(), piece.data(), static_cast<int>(piece.size()),
                              XML_FALSE) == XML_STATUS_OK;
         });
+        if (found.exception) std::rethrow_exception(found.exception);
         if (!status.ok()) return status;
         if (!found.target.empty()) part = found.target;
     }
