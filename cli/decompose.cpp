@@ -114,7 +114,8 @@ std::string headline(const Arguments& arguments, const PiecesOutcome& outcome,
     text += ", " + counted(report.cuts, "cut");
     if (arguments.number("--pegs") > 0) text += ", " + counted(report.pegs, "peg");
     text += " (" + with_separators(report.least_parts) + " at least";
-    if (!arguments.has("--uniform")) {
+    // Of a size that is far too small no division is made.
+    if (!arguments.has("--uniform") && report.uniform_parts >= report.least_parts) {
         text += "; an even division makes " + with_separators(report.uniform_parts);
     }
     return text + ")";
