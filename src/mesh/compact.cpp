@@ -34,19 +34,31 @@ void renew_texture(Face& face, TextureDigits digits, const Array<TextureCoordina
     }
 }
 
+// Neither degenerate nor with any texture: such a face stays as it is where no vertices are welded.
+bool is_plain(const Face& face) {
+    const auto& [a, b, c] = face.vertex;
+    return face.label < 0 && (face.uv[0] & face.uv[1] & face.uv[2]) == -1 && a != b && b != c &&
+           c != a;
+}
+
+struct LiveFaces {
+    std::size_t count = 0;
+    bool are_plain = true;  // those that are kept
+};
+
 // Removes deleted faces and those that name no vertex, numbers the used vertices as they come up in
 // the others and puts those numbers into the faces; `used` gets the positions in that order.
-// Returns how many live faces there were; without one the mesh stays as it is.
-std::size_t keep_live_faces(TriMesh& mesh, Array<Vec3f>& used) {
+// Without a live face the mesh stays as it is.
+LiveFaces keep_live_faces(TriMesh& mesh, Array<Vec3f>& used) {
     Array<std::int32_t> number(mesh.vertices.size(), kNotMet);
     used.reserve(std::min(mesh.vertices.size(), mesh.faces.size() * 3));
-    std::size_t live = 0;
+    LiveFaces live;
     std::size_t kept = 0;
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
         poll_at(f);
         Face& face = mesh.faces[f];
         if (face.deleted != 0) continue;
-        ++live;
+        ++live.count;
         if (!names_vertices(face, mesh.vertices.size())) continue;
         for (std::int32_t& v : face.vertex) {
             std::int32_t& renumbered = number[static_cast<std::size_t>(v)];
@@ -56,10 +68,11 @@ std::size_t keep_live_faces(TriMesh& mesh, Array<Vec3f>& used) {
             }
             v = renumbered;
         }
+        live.are_plain = live.are_plain && is_plain(face);
         if (kept != f) mesh.faces[kept] = face;
         ++kept;
     }
-    if (live != 0) mesh.faces.resize(kept);
+    if (live.count != 0) mesh.faces.resize(kept);
     return live;
 }
 
@@ -85,8 +98,15 @@ void compact(TriMesh& mesh, TextureDigits digits) {
     // Corners at one old vertex have the same coordinates, so each used vertex is welded once
     // instead of each corner; the order in which they come up is the same.
     Array<Vec3f> used;
-    if (keep_live_faces(mesh, used) == 0) return;
+    const LiveFaces live = keep_live_faces(mesh, used);
+    if (live.count == 0) return;
     const Array<std::int32_t> welded = weld(used, mesh.vertices);
+    mesh.shells.clear();
+    mesh.use_table.clear();
+    if (live.are_plain && mesh.vertices.size() == used.size()) {
+        mesh.texture_coordinates = {};
+        return;
+    }
 
     Array<TextureCoordinate> texture_coordinates;
     std::size_t face_count = 0;
@@ -108,8 +128,6 @@ void compact(TriMesh& mesh, TextureDigits digits) {
     }
     mesh.faces.resize(face_count);
     mesh.texture_coordinates = std::move(texture_coordinates);
-    mesh.shells.clear();
-    mesh.use_table.clear();
 }
 
 }  // namespace povmesh

@@ -267,12 +267,14 @@ Surroundings survey(const TriMesh& mesh, SubdivideMode mode) {
     return found;
 }
 
-// Where the new records go.
+// Where the new records go. Faces that are not split come first, in their order, then the others'
+// parts; deleted faces go.
 struct Plan {
     Array<std::int32_t> new_vertices;  // of each half-edge of a sound face; kNone = not split
-    Array<std::uint32_t> first_faces;  // of the faces that replace a face
+    Array<std::uint32_t> places;       // of a face among those that stay, or of its first part
     Array<std::int32_t> first_uvs;     // of the records of a face; kNone = not textured
-    std::size_t vertex_count = 0, face_count = 0, uv_count = 0;
+    std::size_t vertex_count = 0, uv_count = 0;
+    std::size_t stay_count = 0, part_count = 0;
 };
 
 bool is_textured(const TriMesh& mesh, const Face& face) {
@@ -284,15 +286,18 @@ bool is_textured(const TriMesh& mesh, const Face& face) {
 Plan make_plan(const TriMesh& mesh, const Array<HalfEdge>& twins) {
     Plan plan;
     plan.new_vertices.resize(3 * mesh.faces.size());
-    plan.first_faces.resize(mesh.faces.size());
+    plan.places.resize(mesh.faces.size());
     plan.first_uvs.resize(mesh.faces.size());
     plan.vertex_count = mesh.vertices.size();
-    plan.face_count = mesh.faces.size();
     plan.uv_count = mesh.texture_coordinates.size();
     for (std::size_t f = 0; f < mesh.faces.size(); ++f) {
         poll_at(f);
-        if (!is_sound(mesh.faces[f], mesh.vertices.size())) continue;
-        plan.first_faces[f] = static_cast<std::uint32_t>(plan.face_count);
+        if (!is_sound(mesh.faces[f], mesh.vertices.size())) {
+            if (mesh.faces[f].deleted == 0) {
+                plan.places[f] = static_cast<std::uint32_t>(plan.stay_count++);
+            }
+            continue;
+        }
         std::size_t split_count = 0;
         for (HalfEdge h = half_edge(f, 0); h < half_edge(f, 3); ++h) {
             const HalfEdge twin = twins[h];
@@ -304,8 +309,13 @@ Plan make_plan(const TriMesh& mesh, const Array<HalfEdge>& twins) {
             plan.new_vertices[h] =
                 twin < h ? plan.new_vertices[twin] : static_cast<std::int32_t>(plan.vertex_count++);
         }
-        if (split_count != 0) plan.face_count += split_count + 1;
-        if (plan.face_count > kMaxFaceCount || plan.vertex_count > kMaxIndex ||
+        if (split_count == 0) {
+            plan.places[f] = static_cast<std::uint32_t>(plan.stay_count++);
+        } else {
+            plan.places[f] = static_cast<std::uint32_t>(plan.part_count);
+            plan.part_count += split_count + 1;
+        }
+        if (mesh.faces.size() + plan.part_count > kMaxFaceCount || plan.vertex_count > kMaxIndex ||
             plan.uv_count > kMaxIndex) {
             throw std::length_error("subdivision: too many faces");
         }
@@ -368,13 +378,19 @@ public:
         : mesh_(mesh), moved_(moved), plan_(plan) {}
 
     void run() {
-        const std::size_t old_face_count = mesh_.faces.size();
-        mesh_.faces.resize(plan_.face_count);
+        if (plan_.stay_count + plan_.part_count == 0) return;
+        out_.resize(plan_.stay_count + plan_.part_count);
         mesh_.texture_coordinates.resize(plan_.uv_count);
-        // A face writes itself and the records that the plan gives it.
-        parallel_for(old_face_count, [&](std::size_t f) {
-            if (is_sound(mesh_.faces[f], moved_.size())) split(f);
+        // A face writes the records that the plan gives it.
+        parallel_for(mesh_.faces.size(), [&](std::size_t f) {
+            const Face& face = mesh_.faces[f];
+            if (is_sound(face, moved_.size())) {
+                split(f);
+            } else if (face.deleted == 0) {
+                out_[plan_.places[f]] = face;
+            }
         });
+        mesh_.faces = std::move(out_);
     }
 
 private:
@@ -384,8 +400,11 @@ private:
         const std::size_t count = static_cast<std::size_t>(is_split(0)) +
                                   static_cast<std::size_t>(is_split(1)) +
                                   static_cast<std::size_t>(is_split(2));
-        if (count == 0) return;
-        Face& old = mesh_.faces[f];
+        const Face& old = mesh_.faces[f];
+        if (count == 0) {
+            out_[plan_.places[f]] = old;
+            return;
+        }
         std::array<CornerData, 3> v;  // the corners
         std::array<CornerData, 3> m;  // the middle of the edge behind each
         std::int32_t uv = plan_.first_uvs[f];
@@ -395,8 +414,7 @@ private:
             m[c] = between(v[c], v[next_corner(c)], middle[c], uv);
             if (uv != kNone) ++uv;
         }
-        old.deleted = 1;
-        Face* out = &mesh_.faces[plan_.first_faces[f]];
+        Face* out = &out_[plan_.stay_count + plan_.places[f]];
         const auto add = [&](const CornerData& a, const CornerData& b, const CornerData& c) {
             *out++ = face_of(old.label, a, b, c);
         };
@@ -456,6 +474,7 @@ private:
     TriMesh& mesh_;
     const Array<Vec3f>& moved_;
     const Plan& plan_;
+    Array<Face> out_;
 };
 
 void split_faces(TriMesh& mesh, const Surroundings& found) {
