@@ -156,10 +156,10 @@ private:
             // The reader truncates c * 255, so the exact form rounds up: that brings back the byte.
             const double share = static_cast<double>(byte) / 255.0;
             const double value = options_.exact ? std::ceil(share * 1e5) / 1e5 : share;
-            std::array<char, 32> text{};
-            const auto end = std::to_chars(text.data(), text.data() + text.size(), value,
+            std::array<char, 32> text{' '};
+            const auto end = std::to_chars(text.data() + 1, text.data() + text.size(), value,
                                            std::chars_format::fixed, options_.exact ? 5 : 3);
-            colour_texts_[byte] = " " + std::string(text.data(), end.ptr);
+            colour_texts_[byte].assign(text.data(), end.ptr);
         }
     }
 
