@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "base/convert.h"
 #include "base/poll.h"
@@ -16,6 +17,8 @@ namespace povmesh {
 namespace {
 
 constexpr std::size_t kAcross = 2;  // the axis of the slicer
+constexpr std::size_t kMostIdle =
+    64;  // arrays as large as the model; beyond, threads make new ones
 
 Array<Box3f> boxes_of(const TriMesh& mesh) {
     Array<Box3f> boxes;
@@ -47,25 +50,66 @@ Vec3d across(Vec3d normal) {
 
 }  // namespace
 
+struct PlaneCutter::Crossed {
+    TriMesh mesh;                 // in the coordinates of the plane
+    Array<std::int32_t> copy_of;  // by vertex; -1 for those without a copy
+    Array<std::uint32_t> copied;  // those with one
+    Vec3d u, v;
+};
+
+// Arrays as large as the model are set up once for each thread.
+class PlaneCutter::Lease {
+public:
+    explicit Lease(const PlaneCutter& cutter) : cutter_(cutter) {
+        {
+            const std::lock_guard lock(cutter.mutex_);
+            if (!cutter.idle_.empty()) {
+                crossed_ = std::move(cutter.idle_.back());
+                cutter.idle_.pop_back();
+            }
+        }
+        if (crossed_ != nullptr) return;
+        crossed_ = std::make_unique<Crossed>();
+        crossed_->copy_of.assign(cutter.mesh_.vertices.size(), -1);
+    }
+    ~Lease() {
+        for (const std::uint32_t v : crossed_->copied) crossed_->copy_of[v] = -1;
+        crossed_->copied.clear();
+        crossed_->mesh.faces.clear();
+        crossed_->mesh.vertices.clear();
+        const std::lock_guard lock(cutter_.mutex_);
+        if (cutter_.idle_.size() < cutter_.idle_.capacity()) {
+            cutter_.idle_.push_back(std::move(crossed_));
+        }
+    }
+    Lease(const Lease&) = delete;
+    Lease& operator=(const Lease&) = delete;
+
+    Crossed& operator*() const { return *crossed_; }
+
+private:
+    const PlaneCutter& cutter_;
+    std::unique_ptr<Crossed> crossed_;
+};
+
 PlaneCutter::PlaneCutter(const TriMesh& mesh)
     : mesh_(mesh), box_(finite_bounds(mesh)), tree_(boxes_of(mesh)) {
-    copy_of_.assign(mesh.vertices.size(), -1);
+    idle_.reserve(kMostIdle);
 }
 
-void PlaneCutter::copy_crossed_faces(Vec3d point, Vec3d normal) {
-    for (const std::uint32_t v : copied_) copy_of_[v] = -1;
-    copied_.clear();
-    crossed_.faces.clear();
-    crossed_.vertices.clear();
+PlaneCutter::~PlaneCutter() = default;
+
+void PlaneCutter::copy_crossed_faces(Vec3d point, Vec3d normal, Crossed& crossed) const {
     const auto copy = [&](std::int32_t vertex) {
-        std::int32_t& number = copy_of_[static_cast<std::size_t>(vertex)];
+        std::int32_t& number = crossed.copy_of[static_cast<std::size_t>(vertex)];
         if (number >= 0) return number;
-        number = static_cast<std::int32_t>(crossed_.vertices.size());
-        copied_.push_back(static_cast<std::uint32_t>(vertex));
+        crossed.copied.push_back(static_cast<std::uint32_t>(vertex));
+        number = static_cast<std::int32_t>(crossed.mesh.vertices.size());
         const Vec3d p =
             to_double(mesh_.vertices[static_cast<std::size_t>(vertex)].position()) - point;
-        crossed_.vertices.push_back({narrow_to_float(dot(p, u_)), narrow_to_float(dot(p, v_)),
-                                     narrow_to_float(dot(p, normal)), number});
+        crossed.mesh.vertices.push_back({narrow_to_float(dot(p, crossed.u)),
+                                         narrow_to_float(dot(p, crossed.v)),
+                                         narrow_to_float(dot(p, normal)), number});
         return number;
     };
     const auto nodes = tree_.nodes();
@@ -74,19 +118,21 @@ void PlaneCutter::copy_crossed_faces(Vec3d point, Vec3d normal) {
         [&](std::uint32_t f) {
             Face face = mesh_.faces[f];
             for (std::int32_t& vertex : face.vertex) vertex = copy(vertex);
-            crossed_.faces.push_back(face);
+            crossed.mesh.faces.push_back(face);
             return false;
         },
         [&](std::uint32_t node) { return !meets(nodes[node].box, point, normal); });
 }
 
-bool PlaneCutter::cut(Vec3d point, Vec3d normal, PlaneSection& section) {
-    u_ = across(normal);
-    v_ = cross(normal, u_);
-    copy_crossed_faces(point, normal);
+bool PlaneCutter::cut(Vec3d point, Vec3d normal, PlaneSection& section) const {
+    const Lease lease(*this);
+    Crossed& crossed = *lease;
+    const Vec3d u = crossed.u = across(normal);
+    const Vec3d v = crossed.v = cross(normal, u);
+    copy_crossed_faces(point, normal, crossed);
     SliceLoops loops;
     const std::array<double, 1> heights = {0};
-    Slicer(crossed_, kAcross, heights).slice(0, loops);
+    Slicer(crossed.mesh, kAcross, heights).slice(0, loops);
     const SliceParts parts = find_slice_parts(loops);
     double nearest = std::numeric_limits<double>::infinity();
     std::size_t chosen = parts.size();
@@ -101,12 +147,12 @@ bool PlaneCutter::cut(Vec3d point, Vec3d normal, PlaneSection& section) {
     if (chosen == parts.size()) return false;
     const auto lifted = [&](std::uint32_t loop) {
         std::vector<Vec3d> points;
-        for (const Point2d q : loops[loop]) points.push_back(point + u_ * q.x + v_ * q.y);
+        for (const Point2d q : loops[loop]) points.push_back(point + u * q.x + v * q.y);
         return points;
     };
     const SectionShape& shape = section.shape;
-    section.centre = point + u_ * shape.centroid.x + v_ * shape.centroid.y;
-    section.longest = u_ * shape.longest.x + v_ * shape.longest.y;
+    section.centre = point + u * shape.centroid.x + v * shape.centroid.y;
+    section.longest = u * shape.longest.x + v * shape.longest.y;
     section.normal = normal;
     section.polygon = lifted(parts[chosen].front());
     section.holes.clear();

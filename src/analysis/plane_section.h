@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <vector>
 
 #include "analysis/section_shape.h"
@@ -24,25 +26,29 @@ struct PlaneSection {
 
 /// Cuts a closed mesh that is wound outward. The mesh outlives it.
 ///
-/// Setting up takes O(n log n); a cut about a microsecond for each face that it meets.
+/// Setting up takes O(n log n); a cut about a microsecond for each face that it meets. Each thread
+/// that cuts at the same time as others adds 4 bytes a vertex.
 class PlaneCutter {
 public:
     explicit PlaneCutter(const TriMesh& mesh);
+    ~PlaneCutter();
+    PlaneCutter(const PlaneCutter&) = delete;
+    PlaneCutter& operator=(const PlaneCutter&) = delete;
 
     /// The part of the section through `point` across the unit vector `normal` whose centroid is
-    /// nearest to the point. False when there is no material.
-    bool cut(Vec3d point, Vec3d normal, PlaneSection& section);
+    /// nearest to the point. False when there is no material. Several threads may cut at a time.
+    bool cut(Vec3d point, Vec3d normal, PlaneSection& section) const;
 
 private:
-    void copy_crossed_faces(Vec3d point, Vec3d normal);
+    struct Crossed;  // the faces that one plane meets
+    class Lease;
+    void copy_crossed_faces(Vec3d point, Vec3d normal, Crossed& crossed) const;
 
     const TriMesh& mesh_;
     Box3f box_;
     FaceTree tree_;
-    TriMesh crossed_;              // in the coordinates of the plane
-    Array<std::int32_t> copy_of_;  // by vertex; -1 for those without a copy
-    Array<std::uint32_t> copied_;  // those with one
-    Vec3d u_, v_;
+    mutable std::mutex mutex_;
+    mutable std::vector<std::unique_ptr<Crossed>> idle_;  // under the mutex
 };
 
 }  // namespace povmesh

@@ -12,6 +12,7 @@
 
 #include "analysis/plane_section.h"
 #include "analysis/section_sweep.h"
+#include "base/parallel.h"
 #include "mesh/bounds.h"
 #include "mesh/volume.h"
 #include "slice/slices.h"
@@ -87,11 +88,22 @@ std::vector<double> heights_of(const Box3d& box, std::size_t axis, double step) 
     return heights;
 }
 
+// Calls `body(p)` for every part, few of them in a block: most cut the model. Each may write only
+// what belongs to its own part.
+template <typename Body>
+void for_parts(std::size_t count, const Body& body) {
+    constexpr std::size_t kParts = 16;
+    for_blocks((count + kParts - 1) / kParts, [&](std::size_t block) {
+        const std::size_t end = std::min(count, (block + 1) * kParts);
+        for (std::size_t p = block * kParts; p < end; ++p) body(static_cast<std::uint32_t>(p));
+    });
+}
+
 // The sections across one axis with what they bear.
 class AxisSections {
 public:
     AxisSections(const TriMesh& mesh, std::size_t axis, const std::vector<double>& heights,
-                 double thinnest, PlaneCutter* cutter)
+                 double thinnest, const PlaneCutter* cutter)
         : axis_(axis),
           slicer_(mesh, axis, heights),
           sweep_(sweep_sections(mesh, axis, slicer_)),
@@ -136,9 +148,9 @@ public:
     std::vector<std::uint8_t> weak_places() const {
         std::vector<std::uint8_t> is_chosen = roots();
         add_waists(is_chosen);
-        for (std::uint32_t p = 0; p < is_chosen.size(); ++p) {
+        for_parts(is_chosen.size(), [&](std::uint32_t p) {
             if (is_chosen[p] != 0 && !is_limb(p)) is_chosen[p] = 0;
-        }
+        });
         return is_chosen;
     }
 
@@ -165,8 +177,11 @@ public:
         SliceLoops loops;
         SliceParts parts;
         std::uint32_t layer = kNone;
+        const std::size_t first = sections.size();
+        std::vector<std::uint32_t> chosen;
         for (std::uint32_t p = 0; p < is_chosen.size(); ++p) {
             if (is_chosen[p] == 0) continue;
+            chosen.push_back(p);
             const SectionPart& part = sweep_.parts[p];
             if (part.layer != layer) {
                 layer = part.layer;
@@ -187,8 +202,10 @@ public:
             section.modulus = modulus_[p];
             section.load = load_[p];
             section.strength = strength_[p];
-            if (planes == SectionPlanes::Turned && cutter_ != nullptr) turn_to_least(p, section);
         }
+        if (planes != SectionPlanes::Turned || cutter_ == nullptr) return;
+        for_blocks(chosen.size(),
+                   [&](std::size_t i) { turn_to_least(chosen[i], sections[first + i]); });
     }
 
 private:
@@ -265,11 +282,11 @@ private:
     std::vector<std::uint8_t> necks(const std::vector<double>& ratios, Way way) const {
         const Way back = way == Way::Up ? Way::Down : Way::Up;
         std::vector<std::uint8_t> is_neck(ratios.size());
-        for (std::uint32_t p = 0; p < is_neck.size(); ++p) {
+        for_parts(is_neck.size(), [&](std::uint32_t p) {
             const bool is_material = modulus_[p] > 0 && ratios[p] < kInfinity;
             is_neck[p] =
                 is_material && rises(ratios, p, way, false) && rises(ratios, p, back, true) ? 1 : 0;
-        }
+        });
         return is_neck;
     }
 
@@ -301,9 +318,9 @@ private:
         limb_.assign(modulus_.size(), at_height({0, 0}, 1, axis_));
         is_lengthwise_.assign(modulus_.size(), 0);
         if (cutter_ == nullptr) return;
-        PlaneSection turned;
-        for (std::uint32_t p = 0; p < limb_.size(); ++p) {
-            if (modulus_[p] <= 0) continue;
+        for_parts(limb_.size(), [&](std::uint32_t p) {
+            if (modulus_[p] <= 0) return;
+            PlaneSection turned;
             is_lengthwise_[p] = 1;
             for (const int layers : kLimbLayers) {
                 const Vec3d direction = limb_direction(p, layers);
@@ -321,7 +338,7 @@ private:
                 limb_modulus_[p] = turned.shape.modulus;
                 limb_[p] = direction;
             }
-        }
+        });
     }
 
     // The modulus of a section, or of the one in its place across the limb of another one: where a
@@ -353,12 +370,22 @@ private:
         return false;
     }
 
+    std::vector<std::uint8_t> waists() const {
+        std::vector<std::uint8_t> is_waist(modulus_.size());
+        for_parts(is_waist.size(), [&](std::uint32_t p) {
+            const bool is_loaded = modulus_[p] > 0 && strength_[p] < kInfinity;
+            is_waist[p] =
+                is_loaded && has_shoulder(p, Way::Up) && has_shoulder(p, Way::Down) ? 1 : 0;
+        });
+        return is_waist;
+    }
+
     // Where the modulus has a minimum between two shoulders, the weakest section for its load of
     // those that are hardly larger counts. What else was chosen between the shoulders goes.
     void add_waists(std::vector<std::uint8_t>& is_chosen) const {
+        const std::vector<std::uint8_t> is_waist = waists();
         for (std::uint32_t p = 0; p < is_chosen.size(); ++p) {
-            if (modulus_[p] <= 0 || !(strength_[p] < kInfinity)) continue;
-            if (!has_shoulder(p, Way::Up) || !has_shoulder(p, Way::Down)) continue;
+            if (is_waist[p] == 0) continue;
             std::uint32_t weakest = p;
             std::vector<std::uint32_t> between = {p};
             for (const Way way : {Way::Up, Way::Down}) {
@@ -456,7 +483,7 @@ private:
     std::size_t axis_;
     Slicer slicer_;
     SectionSweep sweep_;
-    PlaneCutter* cutter_;  // null: sections across the axis alone
+    const PlaneCutter* cutter_;  // null: sections across the axis alone
     double step_;
     std::vector<JointLoad> loads_;
     std::vector<double> modulus_;  // by part, like all that follows; 0 without material
